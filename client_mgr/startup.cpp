@@ -1,0 +1,3 @@
+#include "client_mgr/client_mgr.h"
+
+client_mgr_cfg g_cfg;

@@ -1,0 +1,12 @@
+# What every target of the project is compiled with: link to client_mgr_options.
+add_library(client_mgr_options INTERFACE)
+target_compile_options(client_mgr_options INTERFACE -Wall -Wextra -Wconversion -Wshadow)
+if(CLIENT_MGR_WERROR)
+  target_compile_options(client_mgr_options INTERFACE -Werror)
+endif()
+target_compile_definitions(client_mgr_options INTERFACE CLIENT_MGR_VERSION="${PROJECT_VERSION}")
+
+if(CLIENT_MGR_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

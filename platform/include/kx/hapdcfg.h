@@ -1,0 +1,30 @@
+/* hostapd's control service. One connection carries one command:
+ *
+ *   offset  width  field
+ *   0       4      command code, big-endian; 9: client information
+ *   4       54     for code 9, the PMK message of local message 150
+ *   58      1038   zero */
+#ifndef KX_HAPDCFG_H
+#define KX_HAPDCFG_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define HOSTAPD_CONFIG_CTX_SIZE 224
+#define HOSTAPD_CONFIG_CMD_SIZE 1096
+
+/* `ctx` is HOSTAPD_CONFIG_CTX_SIZE zeroed bytes of the caller's, aligned for any type; it holds the connection.
+ * `client_name` names the caller, `flags` is 0. Returns a negative value when hostapd cannot be reached. */
+int hostapd_config_open_connection(void *ctx, const char *client_name, int flags);
+
+/* Hands HOSTAPD_CONFIG_CMD_SIZE bytes to hostapd. Returns 0, or a negative value when they were not taken. */
+int hostapd_config_send_command(const void *cmd, void *ctx);
+
+/* Ends the connection; for every successful open, once. */
+int hostapd_config_close_connection(void *ctx);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
