@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/drop_log.h"
+
 namespace kx {
 
 inline constexpr std::size_t ipc_header_size = 12;
@@ -60,6 +62,7 @@ private:
 
     int fd_ = -1;
     std::string path_;
+    drop_log drops_;
 };
 
 }  // namespace kx
