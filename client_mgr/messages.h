@@ -38,27 +38,27 @@ enum : uint32_t {
 
 // Controller record types.
 enum : uint8_t {
-    CLIENT_MGR_BULK_INFO = 0,                      // sent
-    CLIENT_MGR_BULK_VAP_CONFIG = 1,                // sent
-    CLIENT_MGR_CLIENT_ASSOC = 2,                   // sent
-    CLIENT_MGR_CLIENT_DISASSOC = 3,                // sent
-    CLIENT_MGR_CLIENT_IP = 4,                      // sent
-    CLIENT_MGR_FOREIGN_CLIENT_ASSOC = 5,           // sent
-    CLIENT_MGR_FOREIGN_CLIENT_DISASSOC = 6,        // sent
-    CLIENT_MGR_CLIENT_MOVE_NOTIFY = 9,             // received
-    ROAMING_MGR_CLIENT_BULK_INFO = 10,             // received
-    CLIENT_MGR_PMK_ADD = 11,                       // sent
-    CLIENT_MGR_PMK_FETCH = 12,                     // sent
-    CLIENT_MGR_CLIENT_INFO_FETCH = 13,             // sent
-    CLIENT_MGR_PMK_FETCH_SUCCESS = 14,             // received
-    CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS = 15,     // received
-    CLIENT_MGR_REQ_BULK_INFO = 16,                 // received
-    CLIENT_MGR_REMOVE_CLIENT_BULK_INFO = 17,       // received
-    CLIENT_MGR_CLIENT_GUEST_AUTH = 24,             // received
-    CLIENT_MGR_CLIENT_GUEST_ASSOC = 25,            // sent
-    CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC = 26,    // received
-    CLIENT_MGR_CLIENT_ACL_AUTH_REQ = 27,           // sent
-    CLIENT_MGR_CLIENT_ACL_AUTH_RESP = 28,          // received
+    CLIENT_MGR_BULK_INFO = 0,                    // sent
+    CLIENT_MGR_BULK_VAP_CONFIG = 1,              // sent
+    CLIENT_MGR_CLIENT_ASSOC = 2,                 // sent
+    CLIENT_MGR_CLIENT_DISASSOC = 3,              // sent
+    CLIENT_MGR_CLIENT_IP = 4,                    // sent
+    CLIENT_MGR_FOREIGN_CLIENT_ASSOC = 5,         // sent
+    CLIENT_MGR_FOREIGN_CLIENT_DISASSOC = 6,      // sent
+    CLIENT_MGR_CLIENT_MOVE_NOTIFY = 9,           // received
+    ROAMING_MGR_CLIENT_BULK_INFO = 10,           // received
+    CLIENT_MGR_PMK_ADD = 11,                     // sent
+    CLIENT_MGR_PMK_FETCH = 12,                   // sent
+    CLIENT_MGR_CLIENT_INFO_FETCH = 13,           // sent
+    CLIENT_MGR_PMK_FETCH_SUCCESS = 14,           // received
+    CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS = 15,   // received
+    CLIENT_MGR_REQ_BULK_INFO = 16,               // received
+    CLIENT_MGR_REMOVE_CLIENT_BULK_INFO = 17,     // received
+    CLIENT_MGR_CLIENT_GUEST_AUTH = 24,           // received
+    CLIENT_MGR_CLIENT_GUEST_ASSOC = 25,          // sent
+    CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC = 26,  // received
+    CLIENT_MGR_CLIENT_ACL_AUTH_REQ = 27,         // sent
+    CLIENT_MGR_CLIENT_ACL_AUTH_RESP = 28,        // received
 };
 
 // Sub-types of pmk_info_message.

@@ -26,10 +26,10 @@ inline constexpr int32_t CLIENT_TBL_SIZE = 2048;
 // One client. Integers in the host's order; indexes are -1 for none.
 struct client_info {
     // The client's data: what add and update take from the caller.
-    uint8_t cl_mac[6];      // the key
-    char cl_mac_str[18];    // cl_mac as "02:00:00:00:10:00"; written by an add
-    uint8_t home_bssid[6];  // VAP of the client's home access point
-    uint8_t assoc_bssid[6]; // VAP the client is on; zero for a client known by the controller's word alone
+    uint8_t cl_mac[6];       // the key
+    char cl_mac_str[18];     // cl_mac as "02:00:00:00:10:00"; written by an add
+    uint8_t home_bssid[6];   // VAP of the client's home access point
+    uint8_t assoc_bssid[6];  // VAP the client is on; zero for a client known by the controller's word alone
     int32_t home_vlan;
     int32_t assoc_vlan;  // of the VAP the client is on
     uint8_t cl_ip[4];    // IPv4 address, network order

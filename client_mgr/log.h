@@ -1,0 +1,31 @@
+// The daemon's log: one line a message, ":seconds:milliseconds: text".
+#ifndef CLIENT_MGR_LOG_H
+#define CLIENT_MGR_LOG_H
+
+#include "kx/kx_log.h"
+
+// The module's name in front of each line. Empty in every module: a line begins with its ':'.
+static constexpr char submod_name[16] = {};
+
+// Levels.
+enum {
+    LOG_ERROR = 1,
+    LOG_EVENT = 3,
+    LOG_TRACE = 4,
+};
+
+// Writes one line whatever the level. `fmt` ends in a newline.
+[[gnu::format(printf, 2, 3)]] void client_mgr_log_line(const char *module, const char *fmt, ...);
+
+// Logs printf-like text, given without its newline, at level `severity`. Above the configured level the arguments are
+// not evaluated and the call costs one comparison.
+#define CM_LOG(severity, fmt, ...)                                                 \
+    do {                                                                           \
+        if (kx_log_conf_data.level >= (severity))                                  \
+            client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+
+#define MAC_FMT "%02x:%02x:%02x:%02x:%02x:%02x"
+#define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
+
+#endif
