@@ -1,0 +1,10 @@
+#ifndef CLIENT_MGR_CAPTIVE_MSG_H
+#define CLIENT_MGR_CAPTIVE_MSG_H
+
+#include <cstddef>
+#include <cstdint>
+
+// client_mgr_captive_msg_send for a text of at most `text_max` bytes (33 or fewer are sent).
+int captive_msg_send(const uint8_t mac[6], const char *text, size_t text_max, uint32_t msg_id);
+
+#endif

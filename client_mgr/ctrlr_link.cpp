@@ -1,0 +1,104 @@
+#include "client_mgr/ctrlr_link.h"
+
+#include "client_mgr/client_mgr.h"
+#include "client_mgr/ctrlr_record.h"
+#include "client_mgr/log.h"
+#include "kx/apcomm.h"
+
+namespace {
+
+// Bytes 0 to 2 of the header tell whether the rest can be read.
+constexpr uint32_t min_msg_len = 3;
+
+struct record_walk {
+    int pmk_only;  // a type 14 came earlier in this message, or is being handled
+};
+
+struct record_type {
+    uint8_t type;
+    void (*handler)(uint8_t *rec, record_walk &walk);
+    int level;
+    const char *text;
+};
+
+void dispatch(uint8_t type, uint8_t *rec, record_walk &walk);
+
+constexpr record_type record_types[] = {
+    {CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, [](uint8_t *rec, record_walk &) { client_mgr_treat_unkn_as_assoc(rec); },
+     LOG_EVENT, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"},
+};
+
+void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
+    for (const record_type &t : record_types) {
+        if (t.type != type)
+            continue;
+        CM_LOG(t.level, "%s", t.text);
+        t.handler(rec, walk);
+        return;
+    }
+}
+
+}  // namespace
+
+bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len) {
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(g_cfg.ctrlr_msg_buf);
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
+    if (at < begin || at >= begin + CLIENT_MGR_BUF_SIZE)
+        return true;
+    if (at - begin + offset + len <= CLIENT_MGR_BUF_SIZE)
+        return true;
+    CM_LOG(LOG_ERROR, "Record leaves the controller message buffer");
+    return false;
+}
+
+int client_mgr_send_apcomm_msg(const void *msg, uint32_t len) {
+    if (apcomm_send_msg(APCOMM_DEST_CLIENT_MGR, msg, len, 0, client_mgr_apcomm_send_rslt) != 0) {
+        CM_LOG(LOG_ERROR, "APComm Unable to send data");
+        return -1;
+    }
+    return 0;
+}
+
+void client_mgr_apcomm_send_rslt(void) {}
+
+void client_mgr_apcomm_recv_msg(void *, const uint8_t *msg, uint32_t len) {
+    CM_LOG(LOG_EVENT, "Received apcomm msg");
+    const int version = len > 0 ? msg[0] : 0;
+    const int msg_type = len > 2 ? msg[2] : 0;
+    if (len < min_msg_len || len > CLIENT_MGR_BUF_SIZE || version != CTRLR_MSG_VERSION || msg_type != 0) {
+        CM_LOG(LOG_ERROR, "Received Invalid version/type in msg hdr version %d msg_type %d", version, msg_type);
+        return;
+    }
+    memcpy(g_cfg.ctrlr_msg_buf, msg, len);
+    memset(g_cfg.ctrlr_msg_buf + len, 0, CLIENT_MGR_BUF_SIZE - len);
+    client_mgr_proc_ctrlr_msg(g_cfg.ctrlr_msg_buf);
+}
+
+void client_mgr_proc_ctrlr_msg(uint8_t *msg) {
+    const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg);
+    CM_LOG(LOG_EVENT, "Received recs %d hdr_len %d tot_len %d", uint16_t{hdr.recs}, hdr.hdr_len, uint16_t{hdr.tot_len});
+    record_walk walk = {};
+    size_t offset = hdr.hdr_len;
+    for (uint32_t left = hdr.recs; left > 0; left--) {
+        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr)))
+            return;
+        uint8_t *at = msg + offset;
+        const ctrlr_rec_hdr &rec = *reinterpret_cast<const ctrlr_rec_hdr *>(at);
+        const uint16_t rec_len = rec.rec_len;
+        CM_LOG(LOG_EVENT, "Received rec_type %d rec_hdr_len %d rec_len %d", rec.rec_type, rec.rec_hdr_len, rec_len);
+        dispatch(rec.rec_type, at, walk);
+        offset += rec_len;
+    }
+}
+
+void client_mgr_apcomm_ctrl_status(uint32_t ctrl_ip, uint32_t status) {
+    if (status == APCOMM_STATUS_UP) {
+        g_cfg.status_flags |= STATUS_CTRLR_LINK_UP;
+        g_cfg.ctrlr_ip = ctrl_ip;
+        CM_LOG(LOG_EVENT, "%s: Rcvd tunl status up. ctrl ip = 0x%08x", __func__, ctrl_ip);
+    } else if (status == APCOMM_STATUS_DOWN) {
+        g_cfg.status_flags &= ~STATUS_CTRLR_LINK_UP;
+        g_cfg.ctrlr_ip = 0;
+        CM_LOG(LOG_EVENT, "%s: Rcvd tunl status down", __func__);
+    }
+}
