@@ -23,9 +23,36 @@ struct record_type {
 
 void dispatch(uint8_t type, uint8_t *rec, record_walk &walk);
 
+// A PMK answer is a client information answer that brings keys alone, and so are those behind it in the message: the
+// flag is never cleared again.
+void pmk_fetch_success(uint8_t *rec, record_walk &walk) {
+    walk.pmk_only = 1;
+    dispatch(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, rec, walk);
+}
+
+void req_bulk_info(uint8_t *, record_walk &) {
+    client_mgr_send_bulk_cfg();
+    client_mgr_send_bulk_info();
+}
+
 constexpr record_type record_types[] = {
+    {CLIENT_MGR_CLIENT_MOVE_NOTIFY, [](uint8_t *rec, record_walk &) { client_mgr_process_move_notify(rec); }, LOG_EVENT,
+     "Received client move notify"},
+    {ROAMING_MGR_CLIENT_BULK_INFO, [](uint8_t *rec, record_walk &) { client_mgr_proc_bulk_info(rec); }, LOG_EVENT,
+     "Received ROAMING_MGR_CLIENT_BULK_INFO"},
+    {CLIENT_MGR_PMK_FETCH_SUCCESS, pmk_fetch_success, LOG_EVENT, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"},
+    {CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS,
+     [](uint8_t *rec, record_walk &walk) { client_mgr_proc_fetch_cl_info(rec, walk.pmk_only); }, LOG_EVENT,
+     "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"},
+    {CLIENT_MGR_REQ_BULK_INFO, req_bulk_info, LOG_EVENT, "Received CLIENT_MGR_REQ_BULK_INFO"},
+    {CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, [](uint8_t *rec, record_walk &) { client_mgr_proc_remove_cl_bulk_info(rec); },
+     LOG_EVENT, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"},
+    {CLIENT_MGR_CLIENT_GUEST_AUTH, [](uint8_t *rec, record_walk &) { client_mgr_proc_client_guest_auth(rec); },
+     LOG_EVENT, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"},
     {CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, [](uint8_t *rec, record_walk &) { client_mgr_treat_unkn_as_assoc(rec); },
      LOG_EVENT, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"},
+    {CLIENT_MGR_CLIENT_ACL_AUTH_RESP, [](uint8_t *rec, record_walk &) { client_mgr_proc_client_acl_auth_resp(rec); },
+     LOG_TRACE, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "},
 };
 
 void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {

@@ -36,7 +36,16 @@ constexpr notification notifications[] = {
     {KX_MSG_ID_VAP_INIT, [](uint8_t *) { client_mgr_vap_init(); }, 0, nullptr},
     {KX_MSG_ID_VAP_UPDATE, vap_update, 0, nullptr},
     {KX_MSG_ID_CLIENT_ASSOCIATION, client_mgr_send_assoc_msg, LOG_EVENT, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd"},
+    {KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, client_mgr_send_assoc_foreign_msg, LOG_EVENT,
+     "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"},
+    {KX_MSG_ID_CLIENT_DISASSOCIATION, client_mgr_send_disassoc_msg, LOG_EVENT, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd"},
+    {KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, client_mgr_send_disassoc_foreign_msg, LOG_EVENT,
+     "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd"},
     {KX_MSG_ID_APCOMM_MSG, apcomm_msg_rcvd, 0, nullptr},
+    {KX_MSG_ID_CLIENT_MGR_PMK_INFO, [](uint8_t *payload) { client_mgr_handle_pmk_info(payload); }, LOG_EVENT,
+     "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"},
+    {KX_MSG_ID_CLIENT_IP, client_mgr_send_client_ip_msg, LOG_EVENT, "KX_MSG_ID_CLIENT_IP rcvd "},
+    {KX_MSG_ID_MAC_ACL_AUTH, client_mgr_handle_acl_auth, LOG_TRACE, "KX_MSG_ID_MAC_ACL_AUTH rcvd"},
 };
 
 // The dump holds keys: it goes only into a regular file of our own that nobody else can read, never through a link.
