@@ -123,35 +123,35 @@ int client_mgr_get_client_bulk_info(vap_client_list_record *rec, const char *ifn
 
 // --- association (association.cpp)
 
-// `msg`: assoc_notification, writable.
-void client_mgr_send_assoc_msg(uint8_t *msg);
+// `payload`: assoc_notification, writable.
+void client_mgr_send_assoc_msg(uint8_t *payload);
 int client_mgr_treat_unkn_as_assoc(uint8_t *rec);
-// `msg`: assoc_notification; `type`: the record type.
-void client_mgr_send_client_update_msg(const uint8_t *msg, uint8_t type);
+// `payload`: assoc_notification; `type`: the record type.
+void client_mgr_send_client_update_msg(const uint8_t *payload, uint8_t type);
 
 // --- foreign association and client fetch (foreign_association.cpp)
 
-// `msg`: foreign_assoc_notification, writable.
-void client_mgr_send_assoc_foreign_msg(uint8_t *msg);
+// `payload`: foreign_assoc_notification, writable.
+void client_mgr_send_assoc_foreign_msg(uint8_t *payload);
 // Asks the controller about a client, with a placeholder in the table if it is unknown; `type` is
 // CLIENT_MGR_CLIENT_INFO_FETCH or CLIENT_MGR_PMK_FETCH. Returns 0, or -1 when the BSSID is not ours or the send failed.
 int client_mgr_get_clinfo_frm_ctrlr(const uint8_t *mac, const uint8_t *bssid, const uint8_t *last_bssid, uint8_t type);
-// `msg`: foreign_assoc_notification; `type`: the record type.
-void client_mgr_send_foreign_client_update_msg(const uint8_t *msg, uint8_t type);
+// `payload`: foreign_assoc_notification; `type`: the record type.
+void client_mgr_send_foreign_client_update_msg(const uint8_t *payload, uint8_t type);
 // `pmk_only`: the entries bring PMKs alone. Returns 0.
 int client_mgr_proc_fetch_cl_info(uint8_t *rec, int pmk_only);
 
 // --- disassociation (disassociation.cpp)
 
-// `msg`: assoc_notification.
-void client_mgr_send_disassoc_msg(uint8_t *msg);
-// `msg`: foreign_assoc_notification.
-void client_mgr_send_disassoc_foreign_msg(uint8_t *msg);
+// `payload`: assoc_notification.
+void client_mgr_send_disassoc_msg(uint8_t *payload);
+// `payload`: foreign_assoc_notification.
+void client_mgr_send_disassoc_foreign_msg(uint8_t *payload);
 
 // --- client address and guests (guest.cpp)
 
-// `msg`: client_ip_notification with the interface name behind it.
-void client_mgr_send_client_ip_msg(uint8_t *msg);
+// `payload`: client_ip_notification with the interface name behind it.
+void client_mgr_send_client_ip_msg(uint8_t *payload);
 void client_mgr_proc_client_guest_auth(uint8_t *rec);
 
 // --- controller synchronisation (ctrlr_sync.cpp)
@@ -166,15 +166,15 @@ int client_mgr_process_move_notify(uint8_t *rec);
 
 // --- PMK caching (pmk_cache.cpp)
 
-// `msg`: pmk_info_message, writable. Returns the sub-handler's result, or 2 for an unknown sub-type.
-int client_mgr_handle_pmk_info(uint8_t *msg);
-int client_mgr_handle_pmk_add(uint8_t *msg);
-int client_mgr_handle_pmk_fetch(uint8_t *msg);
+// `payload`: pmk_info_message, writable. Returns the sub-handler's result, or 2 for an unknown sub-type.
+int client_mgr_handle_pmk_info(uint8_t *payload);
+int client_mgr_handle_pmk_add(uint8_t *payload);
+int client_mgr_handle_pmk_fetch(uint8_t *payload);
 
 // --- MAC ACL authentication (mac_acl.cpp)
 
-// `request`: acl_auth_request with its data behind it.
-void client_mgr_handle_acl_auth(uint8_t *request);
+// `payload`: acl_auth_request with its data behind it.
+void client_mgr_handle_acl_auth(uint8_t *payload);
 // Asks the controller. At most 128 bytes of `data` are sent; the length field carries data_length.
 // Returns 0, or -1 when the send failed.
 int client_mgr_get_acl_info_frm_ctrlr(const uint8_t *client_mac, const uint8_t *bssid, const uint8_t *ap_mac,
