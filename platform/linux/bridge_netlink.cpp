@@ -1,0 +1,163 @@
+#include "platform/linux/bridge_netlink.h"
+
+#include <libmnl/libmnl.h>
+#include <linux/if_link.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+namespace kx {
+
+namespace {
+
+constexpr timeval reply_wait{0, 250'000};
+constexpr std::size_t mac_size = 6;
+
+// Room for a request and for one link's answer. One thread, one call at a time.
+alignas(nlmsghdr) std::array<char, 16384> buffer;
+
+class route_socket {
+public:
+    route_socket() : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC)) {
+        if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
+            error_ = errno;
+            return;
+        }
+        setsockopt(mnl_socket_get_fd(socket_), SOL_SOCKET, SO_RCVTIMEO, &reply_wait, sizeof(reply_wait));
+    }
+
+    // Sends the request in `buffer` and hands the kernel's answer to `callback`; an acknowledgement has none.
+    // Returns 0 or an errno.
+    int call(nlmsghdr *request, mnl_cb_t callback, void *context) {
+        if (error_ != 0) {
+            return error_;
+        }
+        request->nlmsg_seq = ++sequence_;
+        if (mnl_socket_sendto(socket_, request, request->nlmsg_len) < 0) {
+            return errno;
+        }
+        ssize_t size = 0;
+        do {
+            size = mnl_socket_recvfrom(socket_, buffer.data(), buffer.size());
+            if (size < 0) {
+                return errno == EAGAIN ? ETIMEDOUT : errno;
+            }
+            // Another number is that of a call given up before.
+        } while (reinterpret_cast<const nlmsghdr *>(buffer.data())->nlmsg_seq != sequence_);
+        int result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), sequence_,
+                                mnl_socket_get_portid(socket_), callback, context);
+        return result < 0 ? errno : 0;
+    }
+
+private:
+    mnl_socket *socket_;
+    int error_ = 0;
+    unsigned sequence_ = 0;
+};
+
+int call_kernel(nlmsghdr *request, mnl_cb_t callback = nullptr, void *context = nullptr) {
+    static route_socket socket;
+    return socket.call(request, callback, context);
+}
+
+struct link {
+    int index = 0;
+    int master = 0;
+    bool is_bridge = false;
+    bool filters_vlans = false;
+};
+
+int read_bridge_attribute(const nlattr *attribute, void *context) {
+    if (mnl_attr_get_type(attribute) == IFLA_BR_VLAN_FILTERING) {
+        static_cast<link *>(context)->filters_vlans = mnl_attr_get_u8(attribute) != 0;
+    }
+    return MNL_CB_OK;
+}
+
+// The kind comes first; it decides what the data mean.
+int read_link_info(const nlattr *attribute, void *context) {
+    auto &found = *static_cast<link *>(context);
+    if (mnl_attr_get_type(attribute) == IFLA_INFO_KIND) {
+        found.is_bridge = std::string_view(mnl_attr_get_str(attribute)) == "bridge";
+    }
+    if (mnl_attr_get_type(attribute) == IFLA_INFO_DATA && found.is_bridge) {
+        return mnl_attr_parse_nested(attribute, read_bridge_attribute, &found);
+    }
+    return MNL_CB_OK;
+}
+
+int read_link_attribute(const nlattr *attribute, void *context) {
+    auto &found = *static_cast<link *>(context);
+    if (mnl_attr_get_type(attribute) == IFLA_MASTER) {
+        found.master = static_cast<int>(mnl_attr_get_u32(attribute));
+    }
+    if (mnl_attr_get_type(attribute) == IFLA_LINKINFO) {
+        return mnl_attr_parse_nested(attribute, read_link_info, &found);
+    }
+    return MNL_CB_OK;
+}
+
+int read_link(const nlmsghdr *message, void *context) {
+    static_cast<link *>(context)->index = static_cast<const ifinfomsg *>(mnl_nlmsg_get_payload(message))->ifi_index;
+    return mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, context);
+}
+
+// By name, or by index when `ifname` is null. Returns 0 or an errno.
+int get_link(const char *ifname, int index, link &found) {
+    nlmsghdr *request = mnl_nlmsg_put_header(buffer.data());
+    request->nlmsg_type = RTM_GETLINK;
+    request->nlmsg_flags = NLM_F_REQUEST;
+    auto *body = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
+    body->ifi_family = AF_UNSPEC;
+    body->ifi_index = index;
+    if (ifname != nullptr) {
+        mnl_attr_put_strz(request, IFLA_IFNAME, ifname);
+    }
+    return call_kernel(request, read_link, &found);
+}
+
+int change_entry(std::uint16_t type, std::uint16_t flags, const std::uint8_t mac[6], const bridge_place &place) {
+    nlmsghdr *request = mnl_nlmsg_put_header(buffer.data());
+    request->nlmsg_type = type;
+    request->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
+    auto *body = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)));
+    body->ndm_family = AF_BRIDGE;
+    body->ndm_ifindex = place.ifindex;
+    body->ndm_state = NUD_NOARP;
+    body->ndm_flags = NTF_MASTER;
+    mnl_attr_put(request, NDA_LLADDR, mac_size, mac);
+    if (place.vlan != 0) {
+        mnl_attr_put_u16(request, NDA_VLAN, place.vlan);
+    }
+    return call_kernel(request);
+}
+
+}  // namespace
+
+int find_bridge_place(const char *ifname, std::uint16_t vlan, bridge_place &place) {
+    link port;
+    if (int error = get_link(ifname, 0, port); error != 0) {
+        return error;
+    }
+    link bridge;
+    if (port.master == 0 || get_link(nullptr, port.master, bridge) != 0 || !bridge.is_bridge) {
+        return ENOTCONN;
+    }
+    place = {port.index, bridge.filters_vlans ? vlan : std::uint16_t{0}};
+    return 0;
+}
+
+int add_bridge_entry(const std::uint8_t mac[6], const bridge_place &place) {
+    return change_entry(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, mac, place);
+}
+
+int del_bridge_entry(const std::uint8_t mac[6], const bridge_place &place) {
+    return change_entry(RTM_DELNEIGH, 0, mac, place);
+}
+
+}  // namespace kx

@@ -1,0 +1,15 @@
+// The configuration file as it stands, read again only after a change.
+#ifndef KX_LINUX_CONFIG_CACHE_H
+#define KX_LINUX_CONFIG_CACHE_H
+
+#include "platform/linux/ap_config.h"
+
+namespace kx {
+
+// The configuration in config_file(), valid until the next call; null when the file cannot be read or has an error,
+// which then is in the system log, once for each state of the file.
+const ap_config *current_ap_config();
+
+}  // namespace kx
+
+#endif

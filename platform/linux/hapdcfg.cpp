@@ -1,0 +1,61 @@
+// A connection is a datagram socket connected to hostapd's endpoint; a command travels as hostapd_endpoint.h says.
+#include "kx/hapdcfg.h"
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <system_error>
+
+#include "client_mgr/wire.h"
+#include "kx/kx_ipc.h"
+#include "platform/linux/hostapd_endpoint.h"
+#include "platform/linux/ipc_endpoint.h"
+#include "platform/linux/paths.h"
+
+namespace {
+
+struct connection {
+    int fd;
+};
+static_assert(sizeof(connection) <= HOSTAPD_CONFIG_CTX_SIZE);
+
+struct message_header {
+    be32 id, length, flags;
+};
+
+int connect_to_hostapd() {
+    kx::ipc_address address = kx::make_ipc_address(kx::place(kx::endpoint_hostapd));
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && connect(fd, address.get(), address.length) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+}  // namespace
+
+int hostapd_config_open_connection(void *ctx, const char *, int) {
+    try {
+        int fd = connect_to_hostapd();
+        static_cast<connection *>(ctx)->fd = fd;
+        return fd < 0 ? -1 : 0;
+    } catch (const std::system_error &) {
+        return -1;
+    }
+}
+
+int hostapd_config_send_command(const void *cmd, void *ctx) {
+    message_header header{};
+    header.id = kx::hostapd_command_message_id;
+    header.length = HOSTAPD_CONFIG_CMD_SIZE;
+    header.flags = KX_IPC_FLAG_NOTIFICATION;
+    std::array<iovec, 2> parts{{{&header, sizeof(header)}, {const_cast<void *>(cmd), HOSTAPD_CONFIG_CMD_SIZE}}};
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return sendmsg(static_cast<connection *>(ctx)->fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? -1 : 0;
+}
+
+int hostapd_config_close_connection(void *ctx) { return close(static_cast<connection *>(ctx)->fd); }

@@ -1,0 +1,121 @@
+// The log file is $KX_ROOT/log/<name>.log. The configuration record is the six words of kx_log_conf, big-endian.
+#include "kx/kx_log.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <system_error>
+
+#include "client_mgr/wire.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/start_failure.h"
+
+kx_log_conf kx_log_conf_data;
+FILE *log_file_name;
+uint32_t cur_log_size;
+
+namespace {
+
+constexpr int level_min = -1;
+constexpr int level_max = 9;
+constexpr std::uint32_t file_size_default = 1u << 20;
+constexpr std::uint32_t file_size_min = 4096;
+constexpr std::uint32_t file_size_max = 1u << 30;
+
+char stream_buffer[8192];
+
+struct log_cfg_record {
+    be32 word0, word1, level, console, word4, max_file_size;
+};
+static_assert(sizeof(log_cfg_record) == 24);
+
+// The level in $KX_LOG_LEVEL, or `asked_for` when it is not set. Throws std::runtime_error when it is no level.
+int initial_level(int asked_for) {
+    const char *text = std::getenv("KX_LOG_LEVEL");
+    if (text == nullptr || *text == '\0') {
+        return asked_for;
+    }
+    int level = 0;
+    auto [end, error] = std::from_chars(text, text + std::strlen(text), level);
+    if (error != std::errc() || *end != '\0' || level < level_min || level > level_max) {
+        throw std::runtime_error("KX_LOG_LEVEL=" + std::string(text) + ": a level from -1 to 9 was expected");
+    }
+    return level;
+}
+
+std::string file_of(const char *program) {
+    std::string directory = kx::place("/log");
+    kx::make_private_directories(directory);
+    std::string name(program);
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return directory + "/" + name + ".log";
+}
+
+// Positioned behind what is in the file already; `size` is how much that is.
+FILE *open_log(const std::string &file, std::uint32_t &size) {
+    int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
+    off_t end = fd < 0 ? -1 : lseek(fd, 0, SEEK_END);
+    FILE *stream = end < 0 ? nullptr : fdopen(fd, "w");
+    if (stream == nullptr) {
+        int error = errno;
+        if (fd >= 0) {
+            close(fd);
+        }
+        throw std::system_error(error, std::generic_category(), file);
+    }
+    setvbuf(stream, stream_buffer, _IOFBF, sizeof(stream_buffer));
+    size = static_cast<std::uint32_t>(std::min<off_t>(end, std::numeric_limits<std::uint32_t>::max()));
+    return stream;
+}
+
+}  // namespace
+
+int KX_LOG_INIT(const char *name, int level, int) {
+    try {
+        kx_log_conf_data.level = initial_level(level);
+        kx_log_conf_data.max_file_size = file_size_default;
+        // A log that is already longer than allowed goes on from its start with the next line, as any other does.
+        log_file_name = open_log(file_of(name), cur_log_size);
+        return 0;
+    } catch (const std::exception &error) {
+        kx::report_start_failure(error.what());
+        return -1;
+    }
+}
+
+void KX_LOG_GET_CFG(void *body) {
+    const kx_log_conf &conf = kx_log_conf_data;
+    log_cfg_record record{};
+    record.word0 = conf.word0;
+    record.word1 = conf.word1;
+    record.level = static_cast<std::uint32_t>(conf.level);
+    record.console = conf.console;
+    record.word4 = conf.word4;
+    record.max_file_size = conf.max_file_size;
+    std::memcpy(body, &record, sizeof(record));
+}
+
+void KX_LOG_SET_CFG(const void *payload) {
+    log_cfg_record record{};
+    std::memcpy(&record, payload, sizeof(record));
+    kx_log_conf conf{record.word0,   record.word1, static_cast<std::int32_t>(std::uint32_t{record.level}),
+                     record.console, record.word4, record.max_file_size};
+    if (conf.level < level_min || conf.level > level_max || conf.console > 1 || conf.max_file_size < file_size_min ||
+        conf.max_file_size > file_size_max) {
+        syslog(LOG_USER | LOG_WARNING, "log configuration refused: level %d, console %u, file size %u",
+               static_cast<int>(conf.level), static_cast<unsigned>(conf.console),
+               static_cast<unsigned>(conf.max_file_size));
+        return;
+    }
+    kx_log_conf_data = conf;
+}

@@ -1,0 +1,14 @@
+// Why the daemon cannot start, in words, for the one who started it.
+#ifndef KX_LINUX_START_FAILURE_H
+#define KX_LINUX_START_FAILURE_H
+
+#include <string>
+
+namespace kx {
+
+// One line to standard error and to the system log.
+void report_start_failure(const std::string &line);
+
+}  // namespace kx
+
+#endif
