@@ -1,0 +1,35 @@
+// Byte strings as tests write them down.
+#ifndef TESTS_SIM_BYTES_H
+#define TESTS_SIM_BYTES_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+struct bytes : std::vector<uint8_t> {
+    using vector::vector;
+};
+
+bytes operator+(bytes front, const bytes &back);
+
+// From hexadecimal digits; blanks are for the reader. Throws on anything else.
+bytes hex(std::string_view digits);
+// `text` in a field of `width` bytes, NUL-padded.
+bytes padded(std::string_view text, size_t width);
+bytes zeros(size_t count);
+// In the host's order.
+bytes host16(uint16_t value);
+bytes host32(uint32_t value);
+// The first `count` bytes.
+bytes first(const bytes &all, size_t count);
+
+// Hexadecimal digits; a run of 16 or more equal bytes is written as "xx*count".
+std::string show(const uint8_t *data, size_t count);
+std::string show(const bytes &data);
+
+}  // namespace sim
+
+#endif
