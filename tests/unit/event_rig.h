@@ -1,0 +1,42 @@
+// An event loop for tests that wait for effects.
+#ifndef TESTS_UNIT_EVENT_RIG_H
+#define TESTS_UNIT_EVENT_RIG_H
+
+#include <event2/event.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+struct event_rig {
+    std::unique_ptr<event_base, void (*)(event_base *)> base{event_base_new(), event_base_free};
+
+    // Serves events until `done`; false when that takes longer than `limit`.
+    bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!done()) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return false;
+            }
+            timeval tick{0, 5000};
+            event_base_once(
+                base.get(), -1, EV_TIMEOUT, [](int, short, void *) {}, nullptr, &tick);
+            event_base_loop(base.get(), EVLOOP_ONCE);
+        }
+        return true;
+    }
+
+    // Serves events for `time`; true when `holds` did all along.
+    bool holds_for(std::chrono::milliseconds time, const std::function<bool()> &holds) {
+        return !run_until([&] { return !holds(); }, time);
+    }
+
+    // Serves what is ready now.
+    void settle() {
+        for (int i = 0; i < 10; i++) {
+            event_base_loop(base.get(), EVLOOP_NONBLOCK);
+        }
+    }
+};
+
+#endif
