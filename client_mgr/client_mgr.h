@@ -17,7 +17,7 @@ struct vap_cfg {
     uint8_t bssid[6];      // hardware address of the interface
     char ssid[32];         // NUL-padded; 32 bytes have no terminator
     char captive_cfg[32];  // text for the captive portal; 32 bytes have no terminator
-    char ifname[12];       // NUL-padded; 12 characters have no terminator
+    char ifname[12];       // NUL-terminated; 12 characters have no terminator
     uint32_t vlan;
     uint32_t vap_attr;  // non-zero: a guest VAP
     uint32_t radius_idx;
@@ -161,12 +161,13 @@ int client_mgr_proc_remove_cl_bulk_info(uint8_t *rec);
 
 // --- move notification (move_notify.cpp)
 
-// Returns 0, or -1 when the client is unknown or, for kind 2, not local.
+// Returns 0, or -1 when the client is unknown, for kind 2 not local, or when the record leaves the buffer.
 int client_mgr_process_move_notify(uint8_t *rec);
 
 // --- PMK caching (pmk_cache.cpp)
 
-// `payload`: pmk_info_message, writable. Returns the sub-handler's result, or 2 for an unknown sub-type.
+// `payload`: pmk_info_message, writable. Returns the sub-handler's result, or 2 when the message is ignored:
+// an unknown sub-type, or the controller cannot be talked to.
 int client_mgr_handle_pmk_info(uint8_t *payload);
 int client_mgr_handle_pmk_add(uint8_t *payload);
 int client_mgr_handle_pmk_fetch(uint8_t *payload);
@@ -182,7 +183,8 @@ int client_mgr_get_acl_info_frm_ctrlr(const uint8_t *client_mac, const uint8_t *
                                       uint32_t radius_acl_type, uint32_t data_length, const uint8_t *data,
                                       uint32_t record_type);
 void client_mgr_proc_client_acl_auth_resp(uint8_t *rec);
-// Hands a verdict to the driver, which finds the client by `data` (at most 128 bytes of it are handed over).
+// Hands a verdict to the driver, which finds the client by `data` (at most 128 bytes of it are handed over), not by
+// client_mac.
 // Returns 0, or -1 when the BSSID is not ours or the driver refused.
 int client_mgr_acl_auth_resp(uint32_t verdict, const uint8_t *client_mac, const uint8_t *bssid, const uint8_t *data,
                              uint32_t data_length);

@@ -36,8 +36,7 @@ Message make_ctrlr_msg(uint8_t rec_type) {
     static_assert(sizeof(Message) <= CLIENT_MGR_BUF_SIZE);
     Message msg = {};
     fill_ctrlr_msg_hdr(msg.hdr, 1, sizeof msg);
-    fill_ctrlr_rec_hdr(*reinterpret_cast<ctrlr_rec_hdr *>(reinterpret_cast<uint8_t *>(&msg) + sizeof msg.hdr), rec_type,
-                       sizeof msg - sizeof msg.hdr);
+    fill_ctrlr_rec_hdr(msg.rec, rec_type, sizeof msg - sizeof msg.hdr);
     return msg;
 }
 

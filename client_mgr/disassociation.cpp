@@ -21,7 +21,8 @@ const client_info *find_client(const uint8_t mac[6], int32_t &slot) {
     return client;
 }
 
-// The client is served elsewhere by now, or comes through the tunnel: what was left is not the place it lives at.
+// Known by the controller's word alone, not by a roam to here; or at home here but on another VLAN by now. A client
+// that roamed in from another VLAN (foreign and tunnelled) did leave.
 bool foreign_client_has_roamed(uint32_t flag) {
     const bool local = (flag & CLIENT_FLAG_LOCAL) != 0;
     const bool foreign = (flag & CLIENT_FLAG_FOREIGN) != 0;

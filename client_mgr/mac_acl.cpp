@@ -17,7 +17,7 @@
 namespace {
 
 // The driver's private verdict request (linux/sockios.h: private requests begin at SIOCDEVPRIVATE).
-constexpr unsigned long driver_acl_verdict = SIOCDEVPRIVATE + 12;
+constexpr int driver_acl_verdict = SIOCDEVPRIVATE + 12;
 static_assert(driver_acl_verdict == 0x89FC);
 
 // In the host's order, as the driver reads it.
@@ -53,7 +53,8 @@ void ask_controller(const acl_auth_request &request, uint32_t vap_idx, int32_t c
     client_mgr_get_acl_info_frm_ctrlr(request.client, request.bssid, g_cfg.ap_mac, vap_idx, vap.radius_idx,
                                       vap.mac_acl_idx, vap.radius_acl_type, request.data_len, data_of(request),
                                       CLIENT_MGR_CLIENT_ACL_AUTH_REQ);
-    // Pending even when the request could not be sent: it is repeated when the driver asks again in good time.
+    // Pending even when the request could not be sent: it is repeated when the driver asks again, 11 seconds or more
+    // later.
     acl_cache_entry pending = {};
     memcpy(pending.acl_mac, request.client, sizeof pending.acl_mac);
     pending.timestamp = current_seconds();
@@ -183,7 +184,8 @@ int client_mgr_acl_auth_resp(uint32_t verdict, const uint8_t *, const uint8_t *b
     memcpy(record.data, data, std::min(data_length, ACL_AUTH_DATA_MAX));
     const driver_socket driver;
     iwreq request = {};
-    memcpy(request.ifr_name, g_cfg.vaps[vap_idx].ifname, sizeof g_cfg.vaps[vap_idx].ifname);
+    const char *ifname = g_cfg.vaps[vap_idx].ifname;
+    memcpy(request.ifr_name, ifname, strnlen(ifname, sizeof(vap_cfg::ifname)));
     request.u.data.pointer = &record;
     request.u.data.length = sizeof record;
     return driver.request(driver_acl_verdict, request) < 0 ? -1 : 0;

@@ -228,15 +228,20 @@ enum : uint32_t {
     CLIENT_ENTRY_GUEST = 0x2,  // the client is a guest that has not passed the portal
 };
 
-// Body of type 9.
+// Body of type 9; the rest is there for kind 2 alone.
 struct move_notify_body {
     uint8_t kind;  // 1: the client moved away; 2: it moved, but its home is here
     uint8_t client[6];
-    uint8_t bssid[6];
-    uint8_t new_bssid[6];  // kind 2
-    uint8_t new_vlan;      // kind 2
 };
-static_assert(sizeof(move_notify_body) == 20);
+static_assert(sizeof(move_notify_body) == 7);
+
+struct moved_body {
+    move_notify_body head;
+    uint8_t old_bssid[6];
+    uint8_t new_bssid[6];
+    uint8_t new_vlan;
+};
+static_assert(sizeof(moved_body) == 20 && offsetof(moved_body, new_bssid) == 13);
 
 // Body of types 27 and 28, followed by the opaque data: 128 bytes in type 27, data_len bytes in type 28.
 struct acl_auth_body {

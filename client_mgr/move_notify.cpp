@@ -21,7 +21,7 @@ constexpr size_t moved_away_text_at = offsetof(client_mgr_cfg, vaps) + sizeof(cl
 static_assert(moved_away_text_at == 38);
 constexpr size_t moved_away_text_max = sizeof(captive_message::text) - 1;
 
-int moved(const char *caller, const move_notify_body &body, const client_info &known, int32_t slot) {
+int moved(const char *caller, const moved_body &body, const client_info &known, int32_t slot) {
     client_info client = known;
     if ((client.flag & CLIENT_FLAG_LOCAL) == 0) {
         CM_LOG(LOG_EVENT, "Not a local client, but update rcvd");
@@ -71,9 +71,10 @@ int client_mgr_process_move_notify(uint8_t *rec) {
         CM_LOG(LOG_ERROR, "Client not present in AP");
         return -1;
     }
-    if (body->kind == kind_moved)
-        return moved(__func__, *body, *known, slot);
     if (body->kind == kind_moved_away)
         return moved_away(__func__, *body, *known, slot);
-    return 0;
+    if (body->kind != kind_moved)
+        return 0;
+    const auto *full_body = ctrlr_body<moved_body>(rec);
+    return full_body != nullptr ? moved(__func__, *full_body, *known, slot) : -1;
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int unknown_sub_type = 2;
+constexpr int ignored = 2;
 
 int send_pmk_add(const pmk_info_message &msg) {
     auto add = make_ctrlr_msg<client_key_message>(CLIENT_MGR_PMK_ADD);
@@ -35,7 +35,7 @@ client_info make_client(const pmk_info_message &msg, uint32_t vap_idx) {
 
 int client_mgr_handle_pmk_info(uint8_t *payload) {
     if (!client_mgr_ctrlr_ready())
-        return unknown_sub_type;
+        return ignored;
     switch (reinterpret_cast<const pmk_info_message *>(payload)->sub_type) {
         case HOSTAPD_PMK_FETCH:
             CM_LOG(LOG_EVENT, "HOSTAPD_PMK_FETCH rcvd");
@@ -44,7 +44,7 @@ int client_mgr_handle_pmk_info(uint8_t *payload) {
             CM_LOG(LOG_EVENT, "HOSTAPD_PMK_ADD rcvd");
             return client_mgr_handle_pmk_add(payload);
         default:
-            return unknown_sub_type;
+            return ignored;
     }
 }
 
