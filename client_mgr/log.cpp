@@ -16,7 +16,7 @@ void client_mgr_log_line(const char *module, const char *fmt, ...) {
             rewind(log_file_name);
             cur_log_size = 0;
         }
-        timespec now;
+        timespec now = {};
         clock_gettime(CLOCK_REALTIME, &now);
         cur_log_size += written(fprintf(log_file_name, "%s:%ld:%d: ", module, static_cast<long>(now.tv_sec),
                                         static_cast<int>(now.tv_nsec / 1000000)));

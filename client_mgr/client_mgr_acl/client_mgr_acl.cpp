@@ -1,7 +1,5 @@
 #include "client_mgr/client_mgr_acl/client_mgr_acl.h"
 
-#include <ctime>
-
 #include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
 #include "client_mgr/seconds.h"
 #include "client_mgr/slot_table.h"
