@@ -1,0 +1,41 @@
+// The lab's captive-portal application: shows what the daemon tells it.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <iostream>
+
+#include "lab/captive_app/captive_message.h"
+#include "lab/endpoint_loop.h"
+#include "platform/linux/paths.h"
+
+namespace {
+
+void run(bool json) {
+    std::signal(SIGPIPE, SIG_IGN);
+    kx::ipc_socket endpoint = kx::ipc_socket::open(kx::endpoint_captive_app);
+    lab::serve_endpoint(endpoint, [json](const kx::ipc_message &message) {
+        std::cout << (json ? captive::to_json(message) : captive::to_text(message)) << std::endl;
+        return static_cast<bool>(std::cout);
+    });
+    if (!std::cout) {
+        throw std::runtime_error("standard output takes no more lines");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    bool json = false;
+    CLI::App app("Receives and shows the daemon's messages to the captive portal, at $KX_ROOT/kx/ipc/captive_app.",
+                 "kx-captive-app");
+    app.set_version_flag("--version", "kx-captive-app " CLIENT_MGR_VERSION);
+    app.add_flag("--json", json, "print one JSON object per message");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        run(json);
+        return 0;
+    } catch (const std::exception &error) {
+        std::cerr << "captive_app: " << error.what() << '\n';
+        return 1;
+    }
+}
