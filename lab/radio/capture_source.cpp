@@ -1,0 +1,96 @@
+#include "lab/radio/capture_source.h"
+
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+namespace radio {
+namespace {
+
+// Frames read before the rest of the process gets its turn.
+constexpr int frames_per_step = 1000;
+
+// libpcap's sign that the file ends within a packet, as a capture does whose writer was killed.
+bool ends_early(const char *error) { return std::string_view(error).find("truncated") != std::string_view::npos; }
+
+}  // namespace
+
+void capture_source::closer::operator()(pcap *open) const { pcap_close(open); }
+
+capture_source::capture_source(const std::string &file) : file_(file) {
+    char error[PCAP_ERRBUF_SIZE] = "";
+    // Opened here, so that the message names what the system says about the file.
+    std::FILE *stream = std::fopen(file.c_str(), "rbe");
+    if (stream == nullptr) {
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    }
+    open_.reset(pcap_fopen_offline_with_tstamp_precision(stream, PCAP_TSTAMP_PRECISION_MICRO, error));
+    if (!open_) {
+        std::fclose(stream);
+        throw std::runtime_error(file + ": not a capture that can be read: " + error);
+    }
+    link_ = pcap_datalink(open_.get());
+    if (!is_wireless(link_)) {
+        const char *name = pcap_datalink_val_to_name(link_);
+        throw std::runtime_error(file + ": link type " + (name == nullptr ? std::to_string(link_) : name) +
+                                 " holds no 802.11 frames (expected 802.11, radiotap, PPI, Prism or AVS)");
+    }
+}
+
+event_source::step capture_source::next(timed_event &event) {
+    for (int frames = 0; heard_.empty(); ++frames) {
+        if (frames == frames_per_step) {
+            return step::nothing_yet;
+        }
+        if (!read_frame()) {
+            return step::end;
+        }
+    }
+    event = heard_.front();
+    heard_.pop_front();
+    return step::event;
+}
+
+// False at the end of the file.
+bool capture_source::read_frame() {
+    pcap_pkthdr *header = nullptr;
+    const u_char *data = nullptr;
+    const int result = pcap_next_ex(open_.get(), &header, &data);
+    if (result != 1) {
+        if (result == PCAP_ERROR && damage_.empty()) {
+            damage_ = file_ + ": " + pcap_geterr(open_.get());
+            if (ends_early(pcap_geterr(open_.get()))) {
+                ++counters_.frames;
+                ++counters_.skipped[static_cast<std::size_t>(skip::cut)];
+            }
+        }
+        return false;
+    }
+    const lab_time at = std::chrono::seconds(header->ts.tv_sec) + std::chrono::microseconds(header->ts.tv_usec);
+    if (counters_.frames++ == 0) {
+        first_ = at;
+    }
+    // Captures from several sources are not always in order; time does not run backwards here.
+    latest_ = std::max(latest_, at - first_);
+
+    const bare_frame bare = strip_link_header(link_, {data, header->caplen}, header->len);
+    std::optional<skip> skipped = bare.skipped;
+    std::vector<air_event> events;
+    if (!skipped) {
+        skipped = tracker_.hear(bare.frame, bare.padded, events);
+    }
+    if (skipped) {
+        ++counters_.skipped[static_cast<std::size_t>(*skipped)];
+    }
+    for (const air_event &event : events) {
+        heard_.push_back({.at = latest_, .event = event});
+    }
+    return true;
+}
+
+}  // namespace radio

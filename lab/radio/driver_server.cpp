@@ -1,0 +1,162 @@
+#include "lab/radio/driver_server.h"
+
+#include <event2/event.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "platform/linux/paths.h"
+#include "platform/linux/radio_driver.h"
+
+namespace radio {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t connections_max = 64;
+constexpr auto request_patience = 1s;  // a peer that connects and says nothing is sent away
+
+sockaddr_un address_of(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error(path + ": longer than a socket's name can be; choose a shorter KX_ROOT");
+    }
+    path.copy(address.sun_path, path.size());
+    return address;
+}
+
+int make_socket() { return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+bool is_served(const sockaddr_un &address) {
+    const int fd = make_socket();
+    const bool served = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    close(fd);
+    return served;
+}
+
+int listen_on(const std::string &path) {
+    const sockaddr_un address = address_of(path);
+    if (is_served(address)) {
+        throw std::runtime_error(path + ": another radio owns this interface");
+    }
+    unlink(path.c_str());
+    const int fd = make_socket();
+    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(fd, SOMAXCONN) != 0) {
+        const int error = errno;
+        close(fd);
+        throw std::runtime_error(path + ": " + std::strerror(error));
+    }
+    return fd;
+}
+
+// Root and this process's own user alone give orders to the driver.
+bool is_trusted(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == geteuid());
+}
+
+struct parsed_request {
+    std::uint32_t number = 0;
+    std::span<const std::uint8_t> data;
+};
+
+std::optional<parsed_request> parse_request(std::span<const std::uint8_t> packet, std::string_view ifname) {
+    kx::radio_request head{};
+    if (packet.size() < sizeof head) {
+        return std::nullopt;
+    }
+    std::memcpy(&head, packet.data(), sizeof head);
+    const std::span<const std::uint8_t> data = packet.subspan(sizeof head);
+    const std::string_view name(head.ifname, strnlen(head.ifname, sizeof head.ifname));
+    if (head.length != data.size() || name != ifname) {
+        return std::nullopt;
+    }
+    return parsed_request{.number = head.request, .data = data};
+}
+
+void send_answer(int fd, const driver_answer &answer) {
+    const kx::radio_reply head{.error = answer.error, .length = static_cast<std::uint32_t>(answer.data.size())};
+    std::vector<std::uint8_t> packet(sizeof head);
+    std::memcpy(packet.data(), &head, sizeof head);
+    packet.insert(packet.end(), answer.data.begin(), answer.data.end());
+    // A daemon that no longer waits has its timeout; there is nobody else to tell.
+    send(fd, packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+}  // namespace
+
+driver_server::driver_server(loop &on, const std::vector<kx::vap_config> &vaps, handler serve)
+    : loop_(on), serve_(std::move(serve)) {
+    const std::string directory = kx::place(kx::radio_directory);
+    kx::make_private_directories(directory);
+    try {
+        for (const kx::vap_config &vap : vaps) {
+            const std::string path = directory + '/' + vap.ifname;
+            const std::size_t index = listeners_.size();
+            listeners_.push_back({.fd = listen_on(path), .path = path, .ifname = vap.ifname, .readable = nullptr});
+            listeners_[index].readable = make_reader(loop_, listeners_[index].fd, [this, index] { accept_one(index); });
+        }
+    } catch (...) {
+        close_all();
+        throw;
+    }
+}
+
+driver_server::~driver_server() { close_all(); }
+
+void driver_server::close_all() {
+    for (connection &each : connections_) {
+        each.readable.reset();
+        close(each.fd);
+    }
+    for (listener &each : listeners_) {
+        each.readable.reset();
+        unlink(each.path.c_str());
+        close(each.fd);
+    }
+}
+
+void driver_server::accept_one(std::size_t vap) {
+    const int fd = accept4(listeners_[vap].fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    if (!is_trusted(fd) || connections_.size() >= connections_max) {
+        close(fd);
+        return;
+    }
+    const auto asking = connections_.insert(connections_.end(), {.fd = fd, .vap = vap, .readable = nullptr});
+    asking->readable = std::make_unique<loop_event>(
+        loop_, fd, EV_READ, [this, asking](short what) { answer(asking, (what & EV_TIMEOUT) != 0); });
+    asking->readable->add(request_patience);
+}
+
+void driver_server::answer(std::list<connection>::iterator asking, bool timed_out) {
+    std::array<std::uint8_t, sizeof(kx::radio_request) + 256> packet;  // the longest request has 136 bytes of data
+    const ssize_t size = timed_out ? -1 : recv(asking->fd, packet.data(), packet.size(), MSG_TRUNC);
+    if (size > 0) {
+        const auto length = static_cast<std::size_t>(size);
+        const auto request = length <= packet.size()
+                                 ? parse_request({packet.data(), length}, listeners_[asking->vap].ifname)
+                                 : std::nullopt;
+        send_answer(asking->fd,
+                    request ? serve_(asking->vap, request->number, request->data) : driver_answer{.error = EINVAL});
+    }
+    // The handler that runs is the connection's own: it goes with it, after this line.
+    const connection done = std::move(*asking);
+    connections_.erase(asking);
+    close(done.fd);
+}
+
+}  // namespace radio

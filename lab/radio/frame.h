@@ -1,0 +1,75 @@
+// The 802.11 MAC frame (IEEE 802.11-2020, clause 9) as far as a listener needs it. Nothing is read outside the frame.
+#ifndef LAB_RADIO_FRAME_H
+#define LAB_RADIO_FRAME_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "lab/radio/link_header.h"
+#include "lab/radio/mac.h"
+
+namespace radio {
+
+enum class frame_type : std::uint8_t { management = 0, control = 1, data = 2, extension = 3 };
+
+// Subtypes of management frames (table 9-1).
+enum class management : std::uint8_t {
+    association_request = 0,
+    association_response = 1,
+    reassociation_request = 2,
+    reassociation_response = 3,
+    probe_response = 5,
+    beacon = 8,
+    disassociation = 10,
+    authentication = 11,
+    deauthentication = 12,
+};
+
+struct frame {
+    frame_type type = frame_type::extension;
+    std::uint8_t subtype = 0;
+    bool to_ds = false, from_ds = false, more_fragments = false, retry = false, is_protected = false;
+    bool aggregate = false;           // the body is an A-MSDU
+    std::optional<std::uint8_t> tid;  // of QoS data
+    mac_address receiver{}, transmitter{}, address3{};
+    std::uint16_t sequence = 0;  // the sequence control field: number << 4 | fragment
+    bytes body;
+};
+
+// None when the frame is malformed. Of control and extension frames only the type and the subtype are told.
+std::optional<frame> parse_frame(bytes data, bool padded);
+
+// Walks the elements that fill `data`; false when one of them runs over the end. `visit` gets (id, contents).
+template <typename F>
+bool for_each_element(bytes data, F visit) {
+    while (!data.empty()) {
+        if (data.size() < 2 || data.size() - 2 < data[1]) {
+            return false;
+        }
+        visit(data[0], data.subspan(2, data[1]));
+        data = data.subspan(std::size_t{2} + data[1]);
+    }
+    return true;
+}
+
+// The body of a management frame that names its network: `fixed` bytes of fields, then elements.
+struct network_body {
+    bytes fields;
+    std::string ssid;  // empty when there is none, or when it is hidden
+};
+// None when the body is malformed.
+std::optional<network_body> parse_network_body(bytes body, std::size_t fixed);
+
+// A number in the byte order of 802.11's fields, and one in that of the Internet's protocols.
+inline std::uint16_t little16(bytes data, std::size_t at) {
+    return static_cast<std::uint16_t>(data[at] | data[at + 1] << 8);
+}
+inline std::uint16_t big16(bytes data, std::size_t at) {
+    return static_cast<std::uint16_t>(data[at] << 8 | data[at + 1]);
+}
+mac_address mac_at(bytes data, std::size_t at);
+
+}  // namespace radio
+
+#endif

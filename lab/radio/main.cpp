@@ -1,0 +1,126 @@
+// radio: the lab's stand-in for an access point's wireless stack.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "lab/radio/capture_source.h"
+#include "lab/radio/radio_process.h"
+#include "lab/radio/vap_list.h"
+#include "platform/linux/ap_config.h"
+#include "platform/linux/paths.h"
+
+namespace {
+
+struct options {
+    std::string capture;
+    std::string config;
+    std::string speed = "max";
+    std::string write_config;
+    bool discover = false, no_wait = false, stay = false, json = false;
+    unsigned patience = 60;
+    std::int64_t start_at = 0;
+};
+
+void declare(CLI::App &app, options &given) {
+    app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play")->required();
+    app.add_option("--config", given.config, "access point's configuration; default: $KX_CONFIG or $KX_ROOT/ap.toml");
+    app.add_option("--speed", given.speed, "times real time, or max: as fast as the daemon takes it")
+        ->check([](const std::string &text) -> std::string {
+            char *end = nullptr;
+            const double value = std::strtod(text.c_str(), &end);
+            const bool is_number = end != text.c_str() && *end == '\0' && value > 0 && value <= 1e6;
+            return text == "max" || is_number ? "" : "expected max or a number above 0 and at most 1000000";
+        })
+        ->capture_default_str();
+    app.add_option("--start-at", given.start_at,
+                   "let lab time begin at this moment, in milliseconds of the real-time clock, instead of when the "
+                   "daemon is ready; needs a number for --speed")
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--no-wait", given.no_wait, "send events whether or not the daemon can use them yet");
+    app.add_option("--patience", given.patience, "give up when the daemon takes nothing for so many seconds; 0: never")
+        ->capture_default_str();
+    app.add_flag("--stay", given.stay, "serve the VAPs after the end, until SIGTERM");
+    app.add_flag("--json", given.json, "print one JSON object per event");
+    app.add_flag("--discover", given.discover, "print the [[vap]] tables of the access points in the capture and end");
+    app.add_option("--write-config", given.write_config, "with --discover: write them to this file instead")
+        ->needs("--discover");
+    app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
+}
+
+void write_text(const std::string &file, const std::string &text) {
+    if (file.empty() || file == "-") {
+        std::fputs(text.c_str(), stdout);
+        return;
+    }
+    std::ofstream out(file);
+    out << text;
+    out.close();
+    if (!out) {
+        throw std::runtime_error(file + ": cannot be written");
+    }
+}
+
+int discover(const options &given) {
+    radio::capture_source capture(given.capture);
+    const std::vector<kx::vap_config> vaps = radio::discover_vaps(capture);
+    if (!capture.damage().empty()) {
+        std::fprintf(stderr, "radio: %s\n", capture.damage().c_str());
+    }
+    if (capture.tracker().access_points().size() > vaps.size()) {
+        std::fprintf(stderr, "radio: %s: %zu access points; the first %zu are taken\n", given.capture.c_str(),
+                     capture.tracker().access_points().size(), vaps.size());
+    }
+    write_text(given.write_config, radio::to_toml(vaps));
+    return 0;
+}
+
+// The VAPs to which the configuration gives an address; the others belong to the kernel.
+std::vector<kx::vap_config> own_vaps(const std::string &file) {
+    std::vector<kx::vap_config> vaps = kx::load_ap_config(file).vaps;
+    std::erase_if(vaps, [](const kx::vap_config &vap) { return !vap.bssid; });
+    return vaps;
+}
+
+int play(const options &given) {
+    radio::radio_process::settings how;
+    how.vaps = own_vaps(given.config.empty() ? kx::config_file() : given.config);
+    if (given.speed != "max") {
+        how.play.speed = std::stod(given.speed);
+    } else if (given.start_at != 0) {
+        throw std::runtime_error("--start-at: expected a number for --speed as well");
+    }
+    if (given.start_at != 0) {
+        how.play.start_at = std::chrono::system_clock::time_point(std::chrono::milliseconds(given.start_at));
+    }
+    how.wait_ready = !given.no_wait;
+    how.patience = std::chrono::seconds(given.patience);
+    how.stay = given.stay;
+    how.json = given.json;
+
+    radio::capture_source source(given.capture);
+    radio::radio_process process(how, source);
+    const int status = process.run();
+    if (!source.damage().empty()) {
+        std::fprintf(stderr, "radio: %s\n", source.damage().c_str());
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
+    options given;
+    declare(app, given);
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return given.discover ? discover(given) : play(given);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "radio: %s\n", error.what());
+        return 1;
+    }
+}

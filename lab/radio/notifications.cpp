@@ -1,0 +1,89 @@
+#include "lab/radio/notifications.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "client_mgr/messages.h"
+
+namespace radio {
+namespace {
+
+void put(std::uint8_t (&field)[6], const mac_address &mac) { std::ranges::copy(mac, field); }
+
+template <typename T>
+notification make(std::uint32_t id, const T &body) {
+    notification result{.id = id, .payload = std::vector<std::uint8_t>(sizeof body)};
+    std::memcpy(result.payload.data(), &body, sizeof body);
+    return result;
+}
+
+notification make_association(std::uint32_t id, const mac_address &client, const mac_address &bssid) {
+    assoc_notification body{};
+    put(body.client, client);
+    put(body.bssid, bssid);
+    return make(id, body);
+}
+
+notification make_pmk(std::uint32_t sub_type, const mac_address &client, const mac_address &bssid,
+                      const mac_address &last_bssid, const pmk &key) {
+    pmk_info_message body{};
+    body.sub_type = sub_type;
+    put(body.bssid, bssid);
+    put(body.prev_bssid, last_bssid);
+    put(body.client, client);
+    std::ranges::copy(key, body.pmk);
+    return make(KX_MSG_ID_CLIENT_MGR_PMK_INFO, body);
+}
+
+}  // namespace
+
+notification association_notification(const mac_address &client, const mac_address &bssid) {
+    return make_association(KX_MSG_ID_CLIENT_ASSOCIATION, client, bssid);
+}
+
+notification reassociation_notification(const mac_address &client, const mac_address &bssid,
+                                        const mac_address &last_bssid) {
+    foreign_assoc_notification body{};
+    put(body.client, client);
+    put(body.bssid, bssid);
+    put(body.last_bssid, last_bssid);
+    return make(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, body);
+}
+
+notification departure_notification(const mac_address &client, const mac_address &bssid, bool roamed_in) {
+    return make_association(roamed_in ? KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION : KX_MSG_ID_CLIENT_DISASSOCIATION,
+                            client, bssid);
+}
+
+notification address_notification(const mac_address &client, std::uint32_t ip, std::string_view ifname) {
+    client_ip_notification body{};
+    put(body.client, client);
+    body.ip = ip;
+    notification result = make(KX_MSG_ID_CLIENT_IP, body);
+    result.payload.insert(result.payload.end(), ifname.begin(), ifname.end());
+    result.payload.push_back(0);
+    return result;
+}
+
+notification acl_question(const mac_address &client, const mac_address &bssid, std::uint32_t question) {
+    be32 data{};
+    data = question;
+    acl_auth_request body{};
+    put(body.client, client);
+    put(body.bssid, bssid);
+    body.data_len = sizeof data;
+    notification result = make(KX_MSG_ID_MAC_ACL_AUTH, body);
+    result.payload.insert(result.payload.end(), std::begin(data.bytes), std::end(data.bytes));
+    return result;
+}
+
+notification pmk_add_notification(const mac_address &client, const mac_address &bssid, const pmk &key) {
+    return make_pmk(HOSTAPD_PMK_ADD, client, bssid, {}, key);
+}
+
+notification pmk_fetch_notification(const mac_address &client, const mac_address &bssid,
+                                    const mac_address &last_bssid) {
+    return make_pmk(HOSTAPD_PMK_FETCH, client, bssid, last_bssid, {});
+}
+
+}  // namespace radio

@@ -1,0 +1,30 @@
+// What the radio stack and hostapd tell the daemon, as local messages (client_mgr/messages.h).
+#ifndef LAB_RADIO_NOTIFICATIONS_H
+#define LAB_RADIO_NOTIFICATIONS_H
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "lab/radio/air_event.h"
+
+namespace radio {
+
+struct notification {
+    std::uint32_t id = 0;
+    std::vector<std::uint8_t> payload;
+};
+
+notification association_notification(const mac_address &client, const mac_address &bssid);
+notification reassociation_notification(const mac_address &client, const mac_address &bssid,
+                                        const mac_address &last_bssid);
+// `roamed_in`: the station had arrived by a reassociation.
+notification departure_notification(const mac_address &client, const mac_address &bssid, bool roamed_in);
+notification address_notification(const mac_address &client, std::uint32_t ip, std::string_view ifname);
+notification acl_question(const mac_address &client, const mac_address &bssid, std::uint32_t question);
+notification pmk_add_notification(const mac_address &client, const mac_address &bssid, const pmk &key);
+notification pmk_fetch_notification(const mac_address &client, const mac_address &bssid, const mac_address &last_bssid);
+
+}  // namespace radio
+
+#endif

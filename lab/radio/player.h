@@ -1,0 +1,51 @@
+// Hands out a source's events at their times.
+#ifndef LAB_RADIO_PLAYER_H
+#define LAB_RADIO_PLAYER_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "lab/radio/air_event.h"
+#include "lab/radio/loop.h"
+
+namespace radio {
+
+class player {
+public:
+    struct settings {
+        std::optional<double> speed;  // lab seconds per second; none: as fast as they are taken
+        std::optional<std::chrono::system_clock::time_point> start_at;  // of lab time; none: when it starts to play
+    };
+
+    player(loop &on, event_source &source, const settings &how, std::function<void(const timed_event &)> play);
+
+    std::function<bool()> may_go_on;  // asked before each event when the speed is not given
+    std::function<void()> on_end;
+
+    void start();
+    // To be called when may_go_on may have changed its answer.
+    void go_on();
+    bool has_started() const { return started_; }
+    bool has_ended() const { return ended_; }
+    // Lab time now, or at full speed that of the event that was played last.
+    lab_time now() const;
+
+private:
+    void step();
+    bool wait_for(lab_time due);
+
+    event_source &source_;
+    settings how_;
+    std::function<void(const timed_event &)> play_;
+    std::unique_ptr<loop_event> timer_;
+    std::chrono::steady_clock::time_point start_;
+    std::optional<timed_event> next_;
+    lab_time latest_{};
+    bool started_ = false, ended_ = false;
+};
+
+}  // namespace radio
+
+#endif

@@ -1,0 +1,134 @@
+#include "lab/radio/radio_process.h"
+
+#include <linux/sockios.h>
+
+#include <csignal>
+#include <cstdio>
+#include <utility>
+
+namespace radio {
+
+radio_process::radio_process(const settings &how, event_source &source)
+    : stay_(how.stay),
+      source_(source),
+      journal_(how.json),
+      stack_(how.vaps),
+      link_(loop_, {.vaps = how.vaps.size(), .wait_ready = how.wait_ready, .patience = how.patience}),
+      player_(loop_, source, how.play,
+              [this](const timed_event &next) {
+                  stack_.hear(next.event, clock::now());
+                  update_acl_timer();
+              }),
+      acl_timer_(make_timer(loop_,
+                            [this] {
+                                stack_.expire(clock::now());
+                                update_acl_timer();
+                                finish_if_done();
+                            })),
+      driver_(loop_, how.vaps,
+              [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
+                  driver_answer answer = stack_.serve(vap, request, data, clock::now());
+                  if (request == SIOCGIFHWADDR) {
+                      link_.vap_asked(vap);
+                  }
+                  update_acl_timer();
+                  finish_if_done();
+                  return answer;
+              }),
+      control_(loop_, stack_,
+               {.state = [this] { return done_                   ? "played"
+                                         : player_.has_started() ? "playing"
+                                                                 : "waiting"; },
+                .is_here = [](const mac_address &, const mac_address &) { return true; }}) {
+    stack_.on_report = [this](report what) { report_event(std::move(what)); };
+    link_.on_change = [this] { daemon_changed(); };
+    link_.on_lost = [this](const std::string &why) {
+        std::fprintf(stderr, "radio: %s\n", why.c_str());
+        end(1);
+    };
+    player_.may_go_on = [this] { return link_.is_idle(); };
+    player_.on_end = [this] { finish_if_done(); };
+}
+
+int radio_process::run() {
+    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(done_ ? 0 : 128 + SIGINT); });
+    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(done_ ? 0 : 128 + SIGTERM); });
+    if (link_.is_ready()) {
+        player_.start();
+    } else {
+        journal_.note("waiting for the daemon to ask for the addresses of " + std::to_string(stack_.vaps().size()) +
+                      " VAPs");
+        link_.start_waiting();
+    }
+    loop_.run();
+    return status_;
+}
+
+void radio_process::report_event(report what) {
+    journal_.write(player_.now(), what);
+    if (what.message) {
+        link_.send(std::move(*what.message));
+    }
+}
+
+void radio_process::daemon_changed() {
+    if (!player_.has_started() && link_.is_ready()) {
+        return player_.start();
+    }
+    player_.go_on();
+    finish_if_done();
+}
+
+void radio_process::update_acl_timer() {
+    if (const auto deadline = stack_.next_deadline()) {
+        return acl_timer_->add(std::chrono::ceil<std::chrono::microseconds>(*deadline - clock::now()));
+    }
+    acl_timer_->remove();
+}
+
+void radio_process::finish_if_done() {
+    if (done_ || !player_.has_ended() || !link_.is_idle() || stack_.next_deadline()) {
+        return;
+    }
+    done_ = true;
+    journal_.summary(count());
+    if (!stay_) {
+        end(0);
+    }
+}
+
+void radio_process::end(int status) {
+    if (!done_) {
+        journal_.summary(count());
+    }
+    status_ = status;
+    loop_.stop();
+}
+
+nlohmann::ordered_json radio_process::count() const {
+    nlohmann::ordered_json numbers;
+    if (const auto *capture = dynamic_cast<const capture_source *>(&source_)) {
+        auto &frames = numbers["frames"];
+        frames["total"] = capture->counters().frames;
+        frames["duplicate"] = capture->tracker().duplicates();
+        for (std::size_t reason = 0; reason < skip_names.size(); ++reason) {
+            frames[std::string(skip_names[reason])] = capture->counters().skipped[reason];
+        }
+    }
+    const stack_counters &seen = stack_.counters();
+    numbers["events"] = {{"associations", seen.associations},
+                         {"reassociations", seen.reassociations},
+                         {"disassociations", seen.departures},
+                         {"addresses", seen.addresses},
+                         {"refused", seen.refused},
+                         {"elsewhere", seen.elsewhere}};
+    numbers["orders"] = {{"acl_questions", seen.acl_asked},
+                         {"acl_refused", seen.acl_refused},
+                         {"disassociated", seen.ordered},
+                         {"pmks_installed", seen.pmks_installed},
+                         {"pmks_ignored", seen.pmks_ignored}};
+    numbers["stations"] = {{"now", stack_.stations().all().size()}};
+    return numbers;
+}
+
+}  // namespace radio

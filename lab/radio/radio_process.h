@@ -1,0 +1,60 @@
+// The radio as a process: a source's events through the radio stack to the daemon, and the daemon's requests back.
+#ifndef LAB_RADIO_RADIO_PROCESS_H
+#define LAB_RADIO_RADIO_PROCESS_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lab/radio/capture_source.h"
+#include "lab/radio/control_server.h"
+#include "lab/radio/daemon_link.h"
+#include "lab/radio/driver_server.h"
+#include "lab/radio/journal.h"
+#include "lab/radio/player.h"
+#include "lab/radio/radio_stack.h"
+
+namespace radio {
+
+class radio_process {
+public:
+    struct settings {
+        std::vector<kx::vap_config> vaps;
+        player::settings play;
+        bool wait_ready = true;
+        std::chrono::seconds patience{60};
+        bool stay = false;
+        bool json = false;
+    };
+
+    // Owns the interfaces and the control endpoint from now on; throws std::runtime_error when it cannot.
+    radio_process(const settings &how, event_source &source);
+
+    // Until everything was played, or with `stay` until a signal. The exit status.
+    int run();
+
+private:
+    void report_event(report what);
+    void daemon_changed();
+    void update_acl_timer();
+    void finish_if_done();
+    void end(int status);
+    nlohmann::ordered_json count() const;
+
+    bool stay_;
+    event_source &source_;
+    loop loop_;
+    journal journal_;
+    radio_stack stack_;
+    daemon_link link_;
+    player player_;
+    std::unique_ptr<loop_event> acl_timer_;
+    driver_server driver_;
+    control_server control_;
+    bool done_ = false;
+    int status_ = 0;
+};
+
+}  // namespace radio
+
+#endif

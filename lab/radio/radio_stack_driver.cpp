@@ -1,0 +1,145 @@
+// The driver's side of the radio stack: requests of the daemon, the MAC ACL's questions and verdicts.
+#include <linux/sockios.h>
+#include <linux/wireless.h>
+#include <net/if_arp.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "client_mgr/wire.h"
+#include "lab/radio/radio_stack.h"
+
+namespace radio {
+namespace {
+
+// Bodies of the driver's private requests, in the host's order.
+struct mlme_request {
+    std::uint8_t operation;
+    std::uint8_t ssid_length;
+    std::uint16_t reason;
+    std::uint8_t station[6];
+    std::uint8_t ssid[32];
+};
+static_assert(sizeof(mlme_request) == 42);
+constexpr std::uint8_t mlme_disassociate = 2;
+
+struct verdict_record {
+    std::uint32_t verdict;
+    std::uint32_t length;
+    std::uint8_t data[128];
+};
+static_assert(sizeof(verdict_record) == 136);
+constexpr std::uint32_t verdict_allowed = 1;
+
+template <typename T>
+std::optional<T> read_body(std::span<const std::uint8_t> data) {
+    T body{};
+    if (data.size() != sizeof body) {
+        return std::nullopt;
+    }
+    std::memcpy(&body, data.data(), sizeof body);
+    return body;
+}
+
+}  // namespace
+
+driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
+                                 clock::time_point now) {
+    switch (request) {
+        case SIOCGIFHWADDR:
+            return {.data = {vaps_[vap].bssid->begin(), vaps_[vap].bssid->end()}};
+        case SIOCIWFIRSTPRIV + 6:
+            return disassociate(vap, data);
+        case SIOCDEVPRIVATE + 6:
+            return {.data = stations_.driver_list(vap, now)};
+        case SIOCDEVPRIVATE + 12:
+            return take_verdict(vap, data, now);
+        default:
+            return {.error = EOPNOTSUPP};
+    }
+}
+
+driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::uint8_t> body) {
+    const auto order = read_body<mlme_request>(body);
+    if (!order || order->operation != mlme_disassociate) {
+        return {.error = EINVAL};
+    }
+    mac_address client{};
+    std::ranges::copy(order->station, client.begin());
+    if (!stations_.leave(client, vap)) {
+        return {.error = ENOENT};
+    }
+    ++counters_.ordered;
+    tell("ordered_off", client, vap, "disassociated by order, reason " + std::to_string(order->reason),
+         {{"reason", order->reason}}, std::nullopt);
+    if (on_ordered_off) {
+        on_ordered_off(client, *vaps_[vap].bssid);
+    }
+    return {};
+}
+
+void radio_stack::ask(const air_event &join, std::size_t vap, clock::time_point now) {
+    acl_wait &wait = waiting_[join.client];
+    wait = {.join = join, .question = ++last_question_, .deadline = now + acl_patience, .behind = {}};
+    ++counters_.acl_asked;
+    tell("acl_question", join.client, vap, "asks to be let in", {},
+         acl_question(join.client, join.bssid, wait.question));
+}
+
+driver_answer radio_stack::take_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {
+    const auto answer = read_body<verdict_record>(record);
+    be32 question{};
+    if (!answer || answer->length != sizeof question) {
+        return {.error = EINVAL};
+    }
+    std::memcpy(&question, answer->data, sizeof question);
+    const auto asked = std::ranges::find_if(waiting_, [&](const auto &each) {
+        return each.second.question == question && each.second.join.bssid == vaps_[vap].bssid;
+    });
+    if (asked == waiting_.end()) {
+        return {.error = ENOENT};
+    }
+    const bool allowed = answer->verdict == verdict_allowed;
+    decide(asked, allowed, allowed ? "let in by the MAC ACL" : "kept out by the MAC ACL", now);
+    return {};
+}
+
+void radio_stack::decide(std::map<mac_address, acl_wait>::iterator question, bool allowed, std::string_view why,
+                         clock::time_point now) {
+    const auto [client, wait] = *question;
+    waiting_.erase(question);
+    const std::size_t vap = *find_vap(wait.join.bssid);
+    if (!allowed) {
+        ++counters_.acl_refused;
+    }
+    tell("acl_verdict", client, vap, std::string(why), {{"allowed", allowed}}, std::nullopt);
+    if (allowed) {
+        join(wait.join, vap, now);
+    }
+    for (const air_event &event : wait.behind) {
+        hear(event, now);
+    }
+}
+
+std::optional<clock::time_point> radio_stack::next_deadline() const {
+    std::optional<clock::time_point> earliest;
+    for (const auto &[client, wait] : waiting_) {
+        earliest = earliest ? std::min(*earliest, wait.deadline) : wait.deadline;
+    }
+    return earliest;
+}
+
+void radio_stack::expire(clock::time_point now) {
+    for (;;) {
+        const auto late =
+            std::ranges::find_if(waiting_, [now](const auto &each) { return each.second.deadline <= now; });
+        if (late == waiting_.end()) {
+            return;
+        }
+        decide(late, false, "kept out: no verdict of the MAC ACL", now);
+    }
+}
+
+}  // namespace radio

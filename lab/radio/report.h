@@ -1,0 +1,24 @@
+// What the radio tells the people who watch it, and with it what it tells the daemon.
+#ifndef LAB_RADIO_REPORT_H
+#define LAB_RADIO_REPORT_H
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "lab/radio/notifications.h"
+
+namespace radio {
+
+struct report {
+    std::string event;  // "association"
+    mac_address client{}, bssid{};
+    std::string ifname;
+    std::string text;                // "associated with office"
+    nlohmann::ordered_json facts{};  // further members of the JSON object
+    std::optional<notification> message{};
+};
+
+}  // namespace radio
+
+#endif
