@@ -29,8 +29,9 @@ client_info make_home_client(const assoc_notification &msg, uint32_t vap_idx) {
 void recall_ip(assoc_notification &msg, uint32_t vap_idx) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(msg.client, &slot);
-    if (known == nullptr || known->bssid_idx != static_cast<int32_t>(vap_idx))
+    if (known == nullptr || known->bssid_idx != static_cast<int32_t>(vap_idx)) {
         return;
+    }
     CM_LOG(LOG_EVENT, "Client already present in same BSS, might be already assocaited " MAC_FMT, MAC_ARGS(msg.client));
     memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
 }
@@ -38,8 +39,9 @@ void recall_ip(assoc_notification &msg, uint32_t vap_idx) {
 }  // namespace
 
 void client_mgr_send_assoc_msg(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return;
+    }
     CM_LOG(LOG_EVENT, "Received association msg");
     assoc_notification &msg = *reinterpret_cast<assoc_notification *>(payload);
     msg.ip = 0;
@@ -55,8 +57,9 @@ void client_mgr_send_assoc_msg(uint8_t *payload) {
     recall_ip(msg, vap_idx);
     client_mgr_send_client_update_msg(payload, CLIENT_MGR_CLIENT_ASSOC);
     const client_info client = make_home_client(msg, vap_idx);
-    if ((client.flag & CLIENT_FLAG_GUEST) != 0)
+    if ((client.flag & CLIENT_FLAG_GUEST) != 0) {
         client_mgr_send_client_update_msg(payload, CLIENT_MGR_CLIENT_GUEST_ASSOC);
+    }
     client_tbl_mac_update(&client, -1);
     const vap_cfg &vap = g_cfg.vaps[vap_idx];
     const vap_ifname ifname = make_vap_ifname(vap.ifname);
@@ -68,8 +71,9 @@ void client_mgr_send_assoc_msg(uint8_t *payload) {
 
 int client_mgr_treat_unkn_as_assoc(uint8_t *rec) {
     client_entries entries(rec);
-    if (!entries.valid())
+    if (!entries.valid()) {
         return 0;
+    }
     CM_LOG(LOG_EVENT, "NUM OF CLIENT INFO: %d", static_cast<int>(entries.count()));
     while (const client_entry *entry = entries.next()) {
         assoc_notification msg = {};
@@ -89,6 +93,7 @@ void client_mgr_send_client_update_msg(const uint8_t *payload, uint8_t type) {
     memcpy(msg.client, src.client, sizeof msg.client);
     memcpy(msg.bssid, src.bssid, sizeof msg.bssid);
     msg.ip = src.ip;
-    if (client_mgr_send_apcomm_msg(&msg, sizeof msg) != 0)
+    if (client_mgr_send_apcomm_msg(&msg, sizeof msg) != 0) {
         CM_LOG(LOG_ERROR, "Error sending Client Update");
+    }
 }

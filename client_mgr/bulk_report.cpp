@@ -69,13 +69,15 @@ bool begin_report(vap_ifname_list &list) {
 
 // Reads one VAP and fills its record in; false when its configuration or its BSSID cannot be had.
 bool read_vap(const char *name, uint8_t rec_type, apcfg_vap &vap, vap_record &record) {
-    if (apcfg_vap_get_by_ifname(name, &vap) != 0)
+    if (apcfg_vap_get_by_ifname(name, &vap) != 0) {
         return false;
+    }
     log_vap_status(vap);
     uint8_t bssid[6];
     vap.ifname[sizeof vap.ifname - 1] = '\0';
-    if (client_mgr_get_bssid(bssid, vap.ifname) != 0)
+    if (client_mgr_get_bssid(bssid, vap.ifname) != 0) {
         return false;
+    }
     log_bssid(bssid);
     fill_vap_record(record, rec_type, bssid, vap.ssid, vap.vlan);
     log_ssid_and_vlan(vap.ssid, vap.vlan);
@@ -88,8 +90,9 @@ void fill_station_entry(station_entry &entry, const uint8_t mac[6]) {
     CM_LOG(LOG_EVENT, "CLIENT MAC  : " MAC_FMT, MAC_ARGS(mac));
     int32_t slot = -1;
     const client_info *client = client_tbl_client_get_fast(mac, &slot);
-    if (client == nullptr)
+    if (client == nullptr) {
         return;
+    }
     memcpy(entry.ip, client->cl_ip, sizeof entry.ip);
     CM_LOG(LOG_EVENT, "CLIENT IP   : %d.%d.%d.%d", entry.ip[0], entry.ip[1], entry.ip[2], entry.ip[3]);
 }
@@ -101,8 +104,9 @@ int read_station_list(const char *ifname) {
     memcpy(record.ifr_name, ifname, strnlen(ifname, sizeof record.ifr_name));
     record.u.data.pointer = station_list;
     record.u.data.length = station_list_max;
-    if (driver.request(driver_station_list, record) >= 0)
+    if (driver.request(driver_station_list, record) >= 0) {
         return record.u.data.length < station_list_max ? record.u.data.length : station_list_max;
+    }
     CM_LOG(LOG_ERROR, "Error obtaining the client list for %.16s", ifname);
     return -1;
 }
@@ -112,33 +116,38 @@ int read_station_list(const char *ifname) {
 void client_mgr_send_bulk_cfg(void) {
     CM_LOG(LOG_EVENT, "Sending bulk vap config");
     vap_ifname_list list;
-    if (!begin_report(list))
+    if (!begin_report(list)) {
         return;
+    }
     report msg;
     static_assert(sizeof(ctrlr_msg_hdr) + APCFG_MAX_IFNAMES * sizeof(vap_record) <= CLIENT_MGR_BUF_SIZE);
     for (uint32_t i = 0; i < list.count; i++) {
         apcfg_vap vap = {};
         vap_record &record = *reinterpret_cast<vap_record *>(msg.end());
-        if (read_vap(make_vap_ifname(list.names[i]).text, CLIENT_MGR_BULK_VAP_CONFIG, vap, record))
+        if (read_vap(make_vap_ifname(list.names[i]).text, CLIENT_MGR_BULK_VAP_CONFIG, vap, record)) {
             msg.grow(sizeof record);
+        }
     }
-    if (msg.send() != 0)
+    if (msg.send() != 0) {
         CM_LOG(LOG_ERROR, "Error sending VAP config");
+    }
 }
 
 void client_mgr_send_bulk_info(void) {
     CM_LOG(LOG_EVENT, "Sending bulk info");
     vap_ifname_list list;
-    if (!begin_report(list))
+    if (!begin_report(list)) {
         return;
+    }
     report msg;
     uint32_t vaps_left_out = 0;
     uint32_t stations_left_out = 0;
     for (uint32_t i = 0; i < list.count; i++) {
         apcfg_vap vap = {};
         vap_client_list_record record = {};
-        if (!read_vap(make_vap_ifname(list.names[i]).text, CLIENT_MGR_BULK_INFO, vap, record.vap))
+        if (!read_vap(make_vap_ifname(list.names[i]).text, CLIENT_MGR_BULK_INFO, vap, record.vap)) {
             continue;
+        }
         if (msg.room() < sizeof record) {
             vaps_left_out++;
             continue;
@@ -151,21 +160,24 @@ void client_mgr_send_bulk_info(void) {
         rec.vap.rec.rec_len = rec_len;
         msg.grow(rec_len);
     }
-    if (vaps_left_out + stations_left_out != 0)
+    if (vaps_left_out + stations_left_out != 0) {
         CM_LOG(LOG_ERROR, "No room for %d VAPs and %d stations in the bulk info", static_cast<int>(vaps_left_out),
                static_cast<int>(stations_left_out));
+    }
     // The VAP table's own count is overwritten: VAPs that could not be read just now are not searched any more.
     g_cfg.num_vaps = msg.records();
-    if (msg.send() != 0)
+    if (msg.send() != 0) {
         CM_LOG(LOG_ERROR, "Error sending bulk info");
+    }
 }
 
 int client_mgr_get_client_bulk_info(vap_client_list_record *rec, const char *ifname, uint32_t room,
                                     uint32_t *left_out) {
     rec->stations = 0;
     const int length = read_station_list(ifname);
-    if (length < 0)
+    if (length < 0) {
         return -1;
+    }
     auto *entries = reinterpret_cast<station_entry *>(rec + 1);
     const uint32_t entries_max = room / static_cast<uint32_t>(sizeof *entries);
     uint32_t count = 0;
@@ -173,13 +185,15 @@ int client_mgr_get_client_bulk_info(vap_client_list_record *rec, const char *ifn
     for (size_t left = static_cast<size_t>(length); left >= station_min_length;) {
         const uint16_t inactivity = host16(station + station_inactivity_at);
         CM_LOG(LOG_EVENT, "Client inactivity timer : %d", inactivity);
-        if (count < entries_max)
+        if (count < entries_max) {
             fill_station_entry(entries[count++], station + station_mac_at);
-        else
+        } else {
             (*left_out)++;
+        }
         const uint16_t step = host16(station + station_length_at);
-        if (step == 0 || step > left)
+        if (step == 0 || step > left) {
             break;
+        }
         left -= step;
         station += step;
     }

@@ -40,8 +40,9 @@ int captive_msg_send(const uint8_t mac[6], const char *text, size_t text_max, ui
     static_assert(sizeof captive_app <= sizeof desc.dest);
     memcpy(desc.dest, captive_app, sizeof captive_app);
     const int sent = kx_ipc_send(&desc);
-    if (sent < 0)
+    if (sent < 0) {
         CM_LOG(LOG_ERROR, " Send Assoc to Captive application failed!");
+    }
     return sent;
 }
 

@@ -57,8 +57,9 @@ constexpr record_type record_types[] = {
 
 void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
     for (const record_type &t : record_types) {
-        if (t.type != type)
+        if (t.type != type) {
             continue;
+        }
         CM_LOG(t.level, "%s", t.text);
         t.handler(rec, walk);
         return;
@@ -70,10 +71,12 @@ void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
 bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len) {
     const uintptr_t begin = reinterpret_cast<uintptr_t>(g_cfg.ctrlr_msg_buf);
     const uintptr_t at = reinterpret_cast<uintptr_t>(p);
-    if (at < begin || at >= begin + CLIENT_MGR_BUF_SIZE)
+    if (at < begin || at >= begin + CLIENT_MGR_BUF_SIZE) {
         return true;
-    if (at - begin + offset + len <= CLIENT_MGR_BUF_SIZE)
+    }
+    if (at - begin + offset + len <= CLIENT_MGR_BUF_SIZE) {
         return true;
+    }
     CM_LOG(LOG_ERROR, "Record leaves the controller message buffer");
     return false;
 }
@@ -107,8 +110,9 @@ void client_mgr_proc_ctrlr_msg(uint8_t *msg) {
     record_walk walk = {};
     size_t offset = hdr.hdr_len;
     for (uint32_t left = hdr.recs; left > 0; left--) {
-        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr)))
+        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr))) {
             return;
+        }
         uint8_t *at = msg + offset;
         const ctrlr_rec_hdr &rec = *reinterpret_cast<const ctrlr_rec_hdr *>(at);
         const uint16_t rec_len = rec.rec_len;

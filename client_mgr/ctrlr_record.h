@@ -15,8 +15,9 @@ bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len);
 // The body of a record, of which sizeof(Body) bytes may be read; null when they may not.
 template <class Body>
 const Body *ctrlr_body(const uint8_t *rec) {
-    if (!ctrlr_readable(rec, 0, sizeof(ctrlr_rec_hdr)))
+    if (!ctrlr_readable(rec, 0, sizeof(ctrlr_rec_hdr))) {
         return nullptr;
+    }
     const size_t offset = reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len;
     return ctrlr_readable(rec, offset, sizeof(Body)) ? reinterpret_cast<const Body *>(rec + offset) : nullptr;
 }
@@ -34,8 +35,9 @@ public:
 
     // The next entry; null after the last, and when the next would leave the buffer.
     const client_entry *next() {
-        if (left_ == 0)
+        if (left_ == 0) {
             return nullptr;
+        }
         left_--;
         const auto *p = entry_ != nullptr ? reinterpret_cast<const uint8_t *>(entry_) : count_->bytes;
         const size_t step = entry_ != nullptr ? sizeof *entry_ : sizeof *count_;

@@ -30,11 +30,13 @@ void turn_away(const vap_cfg &vap, const uint8_t mac[6], int reason) {
 void hand_over(const uint8_t mac[6]) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(mac, &slot);
-    if (known == nullptr || is_zero(known->assoc_bssid))
+    if (known == nullptr || is_zero(known->assoc_bssid)) {
         return;
+    }
     for (const vap_cfg &vap : g_cfg.vaps) {
-        if (!is_on(vap, known->assoc_bssid))
+        if (!is_on(vap, known->assoc_bssid)) {
             continue;
+        }
         turn_away(vap, mac, reason_handed_over);
         client_tbl_drv_mac_delete(slot);
         kxbr_api_del_client(mac);
@@ -50,10 +52,12 @@ client_info make_foreign_client(const client_entry &entry) {
     memcpy(client.cl_ip, entry.ip, sizeof client.cl_ip);
     memcpy(client.pmk, entry.pmk, sizeof client.pmk);
     client.flag = CLIENT_FLAG_FOREIGN;
-    if ((entry.flags & CLIENT_ENTRY_PMK) != 0)
+    if ((entry.flags & CLIENT_ENTRY_PMK) != 0) {
         client.flag |= CLIENT_FLAG_PMK;
-    if ((entry.flags & CLIENT_ENTRY_GUEST) != 0)
+    }
+    if ((entry.flags & CLIENT_ENTRY_GUEST) != 0) {
         client.flag |= CLIENT_FLAG_GUEST;
+    }
     return client;
 }
 
@@ -65,8 +69,9 @@ void remove_client(const char *caller, const uint8_t mac[6]) {
         return;
     }
     for (const vap_cfg &vap : g_cfg.vaps) {
-        if (is_on(vap, known->assoc_bssid))
+        if (is_on(vap, known->assoc_bssid)) {
             turn_away(vap, mac, reason_removed);
+        }
     }
     client_tbl_drv_mac_delete(slot);
     log_bridge_delete(caller, mac);
@@ -77,8 +82,9 @@ void remove_client(const char *caller, const uint8_t mac[6]) {
 
 int client_mgr_proc_bulk_info(uint8_t *rec) {
     client_entries entries(rec);
-    if (!entries.valid())
+    if (!entries.valid()) {
         return 0;
+    }
     CM_LOG(LOG_EVENT, "NUM OF CLIENT INFO: %d", static_cast<int>(entries.count()));
     while (const client_entry *entry = entries.next()) {
         hand_over(entry->client);
@@ -92,9 +98,12 @@ int client_mgr_proc_bulk_info(uint8_t *rec) {
 
 int client_mgr_proc_remove_cl_bulk_info(uint8_t *rec) {
     client_entries entries(rec);
-    if (!entries.valid())
+    if (!entries.valid()) {
         return 0;
+    }
     CM_LOG(LOG_EVENT, "NUM OF DEL CLIENT INFO: %d", static_cast<int>(entries.count()));
-    while (const client_entry *entry = entries.next()) remove_client(__func__, entry->client);
+    while (const client_entry *entry = entries.next()) {
+        remove_client(__func__, entry->client);
+    }
     return 0;
 }

@@ -16,8 +16,9 @@ namespace {
 
 const client_info *find_client(const uint8_t mac[6], int32_t &slot) {
     const client_info *client = client_tbl_client_get_fast(mac, &slot);
-    if (client == nullptr)
+    if (client == nullptr) {
         CM_LOG(LOG_EVENT, "Unable to find client");
+    }
     return client;
 }
 
@@ -32,8 +33,9 @@ bool foreign_client_has_roamed(uint32_t flag) {
 
 void forget_verdict(const uint8_t mac[6]) {
     int32_t slot = -1;
-    if (client_mgr_acl_get_fast(mac, &slot) == nullptr)
+    if (client_mgr_acl_get_fast(mac, &slot) == nullptr) {
         return;
+    }
     CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARGS(mac));
     client_mgr_acl_drv_mac_delete(slot);
 }
@@ -41,16 +43,18 @@ void forget_verdict(const uint8_t mac[6]) {
 }  // namespace
 
 void client_mgr_send_disassoc_msg(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return;
+    }
     const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
     CM_LOG(LOG_EVENT, "Received dis-association msg");
     syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
            MAC_ARGS(msg.client));
     int32_t slot = -1;
     const client_info *client = find_client(msg.client, slot);
-    if (client == nullptr)
+    if (client == nullptr) {
         return;
+    }
     if ((client->flag & (CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL)) != 0) {
         CM_LOG(LOG_EVENT, "Frn/Local L3 Roam client Don't remove");
         return;
@@ -66,8 +70,9 @@ void client_mgr_send_disassoc_msg(uint8_t *payload) {
     }
     client_mgr_send_client_update_msg(payload, CLIENT_MGR_CLIENT_DISASSOC);
     vap_cfg &vap = g_cfg.vaps[vap_idx];
-    if ((client->flag & CLIENT_FLAG_GUEST) != 0 && vap.guest_count != 0)
+    if ((client->flag & CLIENT_FLAG_GUEST) != 0 && vap.guest_count != 0) {
         remove_guest_entries(vap, client->cl_ip, "Client disassociated, removing arp and route");
+    }
     client_tbl_drv_mac_delete(slot);
     log_bridge_delete(__func__, msg.client);
     client_mgr_captive_msg_send(msg.client, vap.captive_cfg, CAPTIVE_MSG_DISASSOCIATION);
@@ -76,13 +81,15 @@ void client_mgr_send_disassoc_msg(uint8_t *payload) {
 }
 
 void client_mgr_send_disassoc_foreign_msg(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return;
+    }
     const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
     int32_t slot = -1;
     const client_info *client = find_client(msg.client, slot);
-    if (client == nullptr)
+    if (client == nullptr) {
         return;
+    }
     if (foreign_client_has_roamed(client->flag)) {
         CM_LOG(LOG_EVENT, "Frn client which has roamed. Don't remove");
         return;

@@ -53,8 +53,9 @@ client_info make_placeholder(const uint8_t *mac, const uint8_t *bssid, const uin
 
 // The controller's answer to a PMK fetch.
 void install_pmk(const client_entry &entry, const client_info &known, int32_t slot) {
-    if ((entry.flags & CLIENT_ENTRY_PMK) == 0)
+    if ((entry.flags & CLIENT_ENTRY_PMK) == 0) {
         return;
+    }
     client_info client = known;
     memcpy(client.pmk, entry.pmk, sizeof client.pmk);
     client.flag |= CLIENT_FLAG_PMK;
@@ -87,8 +88,9 @@ bool complete_roam(const client_entry &entry, const client_info &known) {
     client.home_vlan = static_cast<int32_t>(uint32_t{entry.home_vlan});
     client.assoc_vlan = static_cast<int32_t>(g_cfg.vaps[vap_idx].vlan);
     memcpy(client.cl_ip, entry.ip, sizeof client.cl_ip);
-    if ((entry.flags & CLIENT_ENTRY_PMK) != 0)
+    if ((entry.flags & CLIENT_ENTRY_PMK) != 0) {
         memcpy(client.pmk, entry.pmk, sizeof client.pmk);
+    }
     // With the PMK bit whether or not the entry brought one; the VAP index is the replay's to set.
     client.flag = CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK;
     client_tbl_mac_update(&client, -1);
@@ -99,8 +101,9 @@ bool complete_roam(const client_entry &entry, const client_info &known) {
 }  // namespace
 
 void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return;
+    }
     foreign_assoc_notification &msg = *reinterpret_cast<foreign_assoc_notification *>(payload);
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(msg.client, &slot);
@@ -130,10 +133,11 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
     client.bssid_idx = static_cast<int32_t>(vap_idx);
     client.assoc_vlan = vlan;
     bridge_entry entry = {.ifname = ifname.text, .device = nullptr, .ip = {}, .tunnel = 0};
-    if (vlan == client.home_vlan)
+    if (vlan == client.home_vlan) {
         take_over(client, payload, entry);
-    else
+    } else {
         tunnel_home(client, entry);
+    }
     client_tbl_mac_update(&client, slot);
     bridge_add_client(__func__, client, entry);
     client_mgr_captive_msg_send(msg.client, vap.captive_cfg, CAPTIVE_MSG_FOREIGN_ASSOCIATION);
@@ -171,24 +175,28 @@ void client_mgr_send_foreign_client_update_msg(const uint8_t *payload, uint8_t t
     memcpy(msg.bssid, src.bssid, sizeof msg.bssid);
     memcpy(msg.last_bssid, src.last_bssid, sizeof msg.last_bssid);
     msg.ip = src.ip;
-    if (client_mgr_send_apcomm_msg(&msg, sizeof msg) != 0)
+    if (client_mgr_send_apcomm_msg(&msg, sizeof msg) != 0) {
         CM_LOG(LOG_ERROR, "Error sending Foreign Client Update");
+    }
 }
 
 int client_mgr_proc_fetch_cl_info(uint8_t *rec, int pmk_only) {
     client_entries entries(rec);
-    if (!entries.valid())
+    if (!entries.valid()) {
         return 0;
+    }
     CM_LOG(LOG_EVENT, "NUM OF CLIENT INFO: %d", static_cast<int>(entries.count()));
     while (const client_entry *entry = entries.next()) {
         int32_t slot = -1;
         const client_info *known = client_tbl_client_get_fast(entry->client, &slot);
-        if (known == nullptr)
+        if (known == nullptr) {
             continue;
-        if (pmk_only != 0)
+        }
+        if (pmk_only != 0) {
             install_pmk(*entry, *known, slot);
-        else if (!complete_roam(*entry, *known))
+        } else if (!complete_roam(*entry, *known)) {
             break;
+        }
     }
     return 0;
 }

@@ -20,8 +20,9 @@ void let_guest_reach_portal(const client_info &known, const uint8_t new_ip[4], c
         return;
     }
     vap_cfg &vap = g_cfg.vaps[vap_idx];
-    if (ipv4_number(known.cl_ip) != 0)
+    if (ipv4_number(known.cl_ip) != 0) {
         remove_guest_entries(vap, known.cl_ip, nullptr);
+    }
     install_guest_entries(vap, known.cl_mac, new_ip, ifname);
 }
 
@@ -39,8 +40,9 @@ void report_ip(const client_info &client) {
 }  // namespace
 
 void client_mgr_send_client_ip_msg(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return;
+    }
     const client_ip_notification &msg = *reinterpret_cast<const client_ip_notification *>(payload);
     const char *ifname = reinterpret_cast<const char *>(payload + sizeof msg);
     int32_t slot = -1;
@@ -49,14 +51,16 @@ void client_mgr_send_client_ip_msg(uint8_t *payload) {
         CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARGS(msg.client));
         return;
     }
-    if (msg.ip == 0 || memcmp(msg.ip.bytes, known->cl_ip, sizeof known->cl_ip) == 0)
+    if (msg.ip == 0 || memcmp(msg.ip.bytes, known->cl_ip, sizeof known->cl_ip) == 0) {
         return;
+    }
     client_info client = *known;
     memcpy(client.cl_ip, msg.ip.bytes, sizeof client.cl_ip);
     CM_LOG(LOG_EVENT, "[%s] Adding client ip 0x%08x for client " MAC_FMT, __func__, uint32_t{msg.ip},
            MAC_ARGS(msg.client));
-    if ((client.flag & CLIENT_FLAG_GUEST) != 0)
+    if ((client.flag & CLIENT_FLAG_GUEST) != 0) {
         let_guest_reach_portal(*known, msg.ip.bytes, ifname);
+    }
     client_tbl_mac_update(&client, slot);
     report_ip(client);
 }
@@ -66,8 +70,9 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
         uint8_t client[6];
     };
     const auto *body = ctrlr_body<guest_auth_body>(rec);
-    if (body == nullptr)
+    if (body == nullptr) {
         return;
+    }
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(body->client, &slot);
     if (known == nullptr) {
@@ -85,8 +90,9 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
     client_tbl_mac_update(&client, slot);
     vap_cfg &vap = g_cfg.vaps[vap_idx];
     // Also for a guest that had no entries of its own.
-    if (vap.guest_count != 0)
+    if (vap.guest_count != 0) {
         remove_guest_entries(vap, client.cl_ip, "Client authenticated, removing arp and route");
+    }
     CM_LOG(LOG_EVENT, "Notifying client " MAC_FMT " authenticated in vap %.32s", MAC_ARGS(body->client),
            vap.captive_cfg);
     client_mgr_captive_msg_send(body->client, vap.captive_cfg, CAPTIVE_MSG_GUEST_AUTHENTICATED);

@@ -16,12 +16,14 @@ constexpr char installing[] = "Executing cmd";
 void remove_guest_entries(vap_cfg &vap, const uint8_t ip[4], const char *reason) {
     const ipv4_text address = ipv4_to_text(ip);
     vap.guest_count--;
-    if (reason != nullptr)
+    if (reason != nullptr) {
         CM_LOG(LOG_ERROR, "%s", reason);
+    }
     run_command(removing, nullptr, "arp -d %s", address.text);
     run_command(removing, nullptr, "route del %s", address.text);
-    if (vap.guest_count != 0)
+    if (vap.guest_count != 0) {
         return;
+    }
     CM_LOG(LOG_ERROR, "removing ip from intf");
     const vap_ifname ifname = make_vap_ifname(vap.ifname);
     run_command(nullptr, ifname.text, "ifconfig %s 0.0.0.0", ifname.text);

@@ -52,13 +52,15 @@ constexpr notification notifications[] = {
 // Null when the file cannot be had so.
 FILE *open_dump_file() {
     const int fd = open(dump_file, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (fd < 0)
+    if (fd < 0) {
         return nullptr;
+    }
     struct stat st;
     const bool ours = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1;
     if (ours && fchmod(fd, S_IRUSR | S_IWUSR) == 0 && ftruncate(fd, 0) == 0) {
-        if (FILE *f = fdopen(fd, "w"))
+        if (FILE *f = fdopen(fd, "w")) {
             return f;
+        }
     }
     close(fd);
     return nullptr;
@@ -71,8 +73,9 @@ void dump_client_table() {
         return;
     }
     client_tbl_dump(f);
-    if (fclose(f) != 0)
+    if (fclose(f) != 0) {
         CM_LOG(LOG_ERROR, "Unable to write %s", dump_file);
+    }
 }
 
 const ipc_hdr &header(const kx_ipc_rx *ctx) { return *reinterpret_cast<const ipc_hdr *>(ctx->hdr); }
@@ -94,10 +97,12 @@ void client_mgr_recv_msg(kx_ipc_rx *ctx) {
 void client_mgr_proc_not(kx_ipc_rx *ctx) {
     const uint32_t id = header(ctx).id;
     for (const notification &n : notifications) {
-        if (n.id != id)
+        if (n.id != id) {
             continue;
-        if (n.text != nullptr)
+        }
+        if (n.text != nullptr) {
             CM_LOG(n.level, "%s", n.text);
+        }
         n.handler(ctx->payload);
         return;
     }
@@ -106,10 +111,11 @@ void client_mgr_proc_not(kx_ipc_rx *ctx) {
 void client_mgr_proc_reqresp(kx_ipc_rx *ctx) {
     uint8_t body[KX_LOG_CFG_BODY_SIZE] = {};
     const uint32_t id = header(ctx).id;
-    if (id == KX_MSG_ID_LOG_CFG_GET)
+    if (id == KX_MSG_ID_LOG_CFG_GET) {
         KX_LOG_GET_CFG(body);
-    else if (id == KX_MSG_ID_CLIENT_TBL_DUMP)
+    } else if (id == KX_MSG_ID_CLIENT_TBL_DUMP) {
         dump_client_table();
+    }
     kx_ipc_eloop_resp(ctx, body, sizeof body);
 }
 

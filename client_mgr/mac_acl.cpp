@@ -38,10 +38,11 @@ const uint8_t *data_of(const acl_auth_request &request) {
 
 void push_verdict(const acl_auth_request &request, uint32_t verdict) {
     // No blank behind "for", unlike the controller's path below.
-    if (client_mgr_acl_auth_resp(verdict, request.client, request.bssid, data_of(request), request.data_len) == 0)
+    if (client_mgr_acl_auth_resp(verdict, request.client, request.bssid, data_of(request), request.data_len) == 0) {
         CM_LOG(LOG_TRACE, "sending acl auth response to drv successful for " MAC_FMT " ", MAC_ARGS(request.client));
-    else
+    } else {
         CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for" MAC_FMT " ", MAC_ARGS(request.client));
+    }
 }
 
 void ask_controller(const acl_auth_request &request, uint32_t vap_idx, int32_t cache_slot) {
@@ -69,14 +70,16 @@ bool must_ask(const acl_auth_request &request, const acl_cache_entry &cached, bo
     switch (cached.state) {
         case ACL_STATE_DENIED:
         case ACL_STATE_ALLOWED:
-            if (force)
+            if (force) {
                 return true;
+            }
             push_verdict(request, static_cast<uint32_t>(cached.state));
             return false;
         case ACL_STATE_PENDING:
             CM_LOG(LOG_TRACE, "acl auth already sent to controller for client  " MAC_FMT " ", MAC_ARGS(request.client));
-            if (seconds_since(cached.timestamp, current_seconds()) < ask_again_after_secs)
+            if (seconds_since(cached.timestamp, current_seconds()) < ask_again_after_secs) {
                 return false;
+            }
             CM_LOG(LOG_TRACE, "acl auth sent to controller for client " MAC_FMT " timed out. resend auth",
                    MAC_ARGS(request.client));
             return true;
@@ -90,12 +93,14 @@ bool must_ask(const acl_auth_request &request, const acl_cache_entry &cached, bo
 void cache_verdict(const uint8_t mac[6], uint32_t verdict) {
     int32_t slot = -1;
     const acl_cache_entry *cached = client_mgr_acl_get_fast(mac, &slot);
-    if (cached == nullptr)
+    if (cached == nullptr) {
         return;
+    }
     CM_LOG(LOG_EVENT, "client found in client manager acl cache " MAC_FMT, MAC_ARGS(mac));
-    if (cached->state != ACL_STATE_PENDING)
+    if (cached->state != ACL_STATE_PENDING) {
         CM_LOG(LOG_ERROR, "acl auth resp from controller for client  " MAC_FMT " but client cached entry state is (%d)",
                MAC_ARGS(mac), cached->state);
+    }
     acl_cache_entry entry = *cached;
     entry.timestamp = current_seconds();
     entry.state = verdict == verdict_allowed ? ACL_STATE_ALLOWED : ACL_STATE_DENIED;
@@ -125,8 +130,9 @@ void client_mgr_handle_acl_auth(uint8_t *payload) {
     }
     int32_t cache_slot = -1;
     const acl_cache_entry *cached = client_mgr_acl_get_fast(request.client, &cache_slot);
-    if (cached == nullptr || must_ask(request, *cached, force))
+    if (cached == nullptr || must_ask(request, *cached, force)) {
         ask_controller(request, vap_idx, cache_slot);
+    }
 }
 
 int client_mgr_get_acl_info_frm_ctrlr(const uint8_t *client_mac, const uint8_t *bssid, const uint8_t *ap_mac,
@@ -154,19 +160,22 @@ int client_mgr_get_acl_info_frm_ctrlr(const uint8_t *client_mac, const uint8_t *
 
 void client_mgr_proc_client_acl_auth_resp(uint8_t *rec) {
     const auto *body = ctrlr_body<acl_auth_body>(rec);
-    if (body == nullptr)
+    if (body == nullptr) {
         return;
+    }
     const auto *data = reinterpret_cast<const uint8_t *>(body) + sizeof *body;
     const uint32_t data_len = body->data_len;
-    if (!ctrlr_readable(reinterpret_cast<const uint8_t *>(body), sizeof *body, std::min(data_len, ACL_AUTH_DATA_MAX)))
+    if (!ctrlr_readable(reinterpret_cast<const uint8_t *>(body), sizeof *body, std::min(data_len, ACL_AUTH_DATA_MAX))) {
         return;
+    }
     const uint32_t verdict = body->verdict;
     CM_LOG(LOG_TRACE, " Client " MAC_FMT " mac acl auth response (%s)", MAC_ARGS(body->client),
            verdict == verdict_allowed ? "ALLOWED" : "DENIED");
-    if (client_mgr_acl_auth_resp(verdict, body->client, body->bssid, data, data_len) != 0)
+    if (client_mgr_acl_auth_resp(verdict, body->client, body->bssid, data, data_len) != 0) {
         CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for " MAC_FMT " ", MAC_ARGS(body->client));
-    else
+    } else {
         CM_LOG(LOG_TRACE, "sending acl auth response to drv success for " MAC_FMT " ", MAC_ARGS(body->client));
+    }
     cache_verdict(body->client, verdict);
 }
 

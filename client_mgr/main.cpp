@@ -20,8 +20,9 @@ constexpr char help[] =
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 1)
+    if (argc == 1) {
         return client_mgr_main();
+    }
     if (argc == 2 && strcmp(argv[1], "--help") == 0) {
         fputs(help, stdout);
         return 0;

@@ -30,8 +30,9 @@ int moved(const char *caller, const moved_body &body, const client_info &known, 
     memcpy(client.assoc_bssid, body.new_bssid, sizeof client.assoc_bssid);
     client.assoc_vlan = body.new_vlan;
     // One byte on the wire: a home VLAN above 255 never matches. On a match nothing is stored, not even the BSSID.
-    if (client.assoc_vlan == client.home_vlan)
+    if (client.assoc_vlan == client.home_vlan) {
         return 0;
+    }
     client.flag |= CLIENT_FLAG_TUNNEL;
     kxbr_api_add_client(client.cl_mac, "tun0", "eth0", static_cast<uint32_t>(client.home_vlan), 0, 0);
     client_tbl_mac_update(&client, slot);
@@ -44,8 +45,9 @@ int moved_away(const char *caller, const move_notify_body &body, const client_in
     memcpy(bssid, known.assoc_bssid, sizeof bssid);
     CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, MAC_ARGS(bssid));
     for (const vap_cfg &vap : g_cfg.vaps) {
-        if (memcmp(vap.bssid, bssid, sizeof bssid) != 0)
+        if (memcmp(vap.bssid, bssid, sizeof bssid) != 0) {
             continue;
+        }
         const vap_ifname ifname = make_vap_ifname(vap.ifname);
         CM_LOG(LOG_EVENT, "VAP If   : %s", ifname.text);
         client_mgr_sta_disassoc(ifname.text, vap.bssid, body.client, reason_moved_away);
@@ -62,8 +64,9 @@ int moved_away(const char *caller, const move_notify_body &body, const client_in
 
 int client_mgr_process_move_notify(uint8_t *rec) {
     const auto *body = ctrlr_body<move_notify_body>(rec);
-    if (body == nullptr)
+    if (body == nullptr) {
         return -1;
+    }
     CM_LOG(LOG_EVENT, "Client MAC : " MAC_FMT, MAC_ARGS(body->client));
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(body->client, &slot);
@@ -71,10 +74,12 @@ int client_mgr_process_move_notify(uint8_t *rec) {
         CM_LOG(LOG_ERROR, "Client not present in AP");
         return -1;
     }
-    if (body->kind == kind_moved_away)
+    if (body->kind == kind_moved_away) {
         return moved_away(__func__, *body, *known, slot);
-    if (body->kind != kind_moved)
+    }
+    if (body->kind != kind_moved) {
         return 0;
+    }
     const auto *full_body = ctrlr_body<moved_body>(rec);
     return full_body != nullptr ? moved(__func__, *full_body, *known, slot) : -1;
 }

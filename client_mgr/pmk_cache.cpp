@@ -34,8 +34,9 @@ client_info make_client(const pmk_info_message &msg, uint32_t vap_idx) {
 }  // namespace
 
 int client_mgr_handle_pmk_info(uint8_t *payload) {
-    if (!client_mgr_ctrlr_ready())
+    if (!client_mgr_ctrlr_ready()) {
         return ignored;
+    }
     switch (reinterpret_cast<const pmk_info_message *>(payload)->sub_type) {
         case HOSTAPD_PMK_FETCH:
             CM_LOG(LOG_EVENT, "HOSTAPD_PMK_FETCH rcvd");
@@ -66,10 +67,11 @@ int client_mgr_handle_pmk_add(uint8_t *payload) {
     }
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(msg.client, &slot);
-    if (known != nullptr)
+    if (known != nullptr) {
         CM_LOG(LOG_EVENT, "Client already present in local tbl");
-    else
+    } else {
         CM_LOG(LOG_EVENT, "Client not present in local tbl, adding");
+    }
     client_info client = known != nullptr ? *known : make_client(msg, vap_idx);
     memcpy(client.pmk, msg.pmk, sizeof client.pmk);
     client.flag |= CLIENT_FLAG_PMK;

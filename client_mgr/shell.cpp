@@ -15,11 +15,13 @@ bool valid_in_ifname(char c) {
 
 bool valid_ifname(const char *name) {
     const size_t len = strnlen(name, SHELL_IFNAME_MAX + 1);
-    if (len == 0 || len > SHELL_IFNAME_MAX || name[0] == '-')
+    if (len == 0 || len > SHELL_IFNAME_MAX || name[0] == '-') {
         return false;
+    }
     for (size_t i = 0; i < len; i++) {
-        if (!valid_in_ifname(name[i]))
+        if (!valid_in_ifname(name[i])) {
             return false;
+        }
     }
     return true;
 }
@@ -40,7 +42,8 @@ void run_command(const char *announce, const char *ifname, const char *fmt, ...)
         CM_LOG(LOG_ERROR, "Command too long, not run");
         return;
     }
-    if (announce != nullptr)
+    if (announce != nullptr) {
         CM_LOG(LOG_ERROR, "%s (%s)", announce, command);
+    }
     [[maybe_unused]] const int result = system(command);
 }

@@ -70,25 +70,30 @@ class slot_table {
     static void push_newest(int32_t &newest, int32_t idx) {
         at(idx).prev = newest;
         at(idx).next = NO_SLOT;
-        if (newest != NO_SLOT)
+        if (newest != NO_SLOT) {
             at(newest).next = idx;
+        }
         newest = idx;
     }
 
     static void unlink(int32_t &newest, int32_t idx) {
         const slot &s = at(idx);
-        if (s.prev != NO_SLOT)
+        if (s.prev != NO_SLOT) {
             at(s.prev).next = s.next;
-        if (s.next != NO_SLOT)
+        }
+        if (s.next != NO_SLOT) {
             at(s.next).prev = s.prev;
-        if (newest == idx)
+        }
+        if (newest == idx) {
             newest = s.prev;
+        }
     }
 
     static int32_t pop_free() {
         const int32_t idx = T::free_index();
-        if (idx != NO_SLOT)
+        if (idx != NO_SLOT) {
             T::free_index() = at(idx).next;
+        }
         return idx;
     }
 
@@ -107,8 +112,9 @@ class slot_table {
         int32_t &head = T::buckets()[s.hash_index];
         s.hash_prev = NO_SLOT;
         s.hash_next = head;
-        if (head != NO_SLOT)
+        if (head != NO_SLOT) {
             at(head).hash_prev = idx;
+        }
         head = idx;
         CM_LOG(LOG_TRACE, "<<<<< Index %d", idx);
         CM_TRACE_LEAVE(T::names.hash_add);
@@ -119,12 +125,15 @@ class slot_table {
         slot &s = at(idx);
         CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARGS(T::key(s)));
         int32_t &head = T::buckets()[mac_hash(T::key(s))];
-        if (s.hash_prev != NO_SLOT)
+        if (s.hash_prev != NO_SLOT) {
             at(s.hash_prev).hash_next = s.hash_next;
-        if (s.hash_next != NO_SLOT)
+        }
+        if (s.hash_next != NO_SLOT) {
             at(s.hash_next).hash_prev = s.hash_prev;
-        if (head == idx)
+        }
+        if (head == idx) {
             head = s.hash_next;
+        }
         s.hash_prev = NO_SLOT;
         s.hash_next = NO_SLOT;
         CM_TRACE_LEAVE(T::names.hash_delete);
@@ -183,8 +192,9 @@ class slot_table {
     }
 
     static int32_t try_mark_deleted(int32_t idx) {
-        if (!in_range(idx) || (at(idx).entry_flag & SLOT_USED) == 0)
+        if (!in_range(idx) || (at(idx).entry_flag & SLOT_USED) == 0) {
             return NO_SLOT;
+        }
         slot &s = at(idx);
         if ((s.entry_flag & SLOT_DELETED) != 0) {
             CM_LOG(LOG_EVENT, "<<<<< %s: Already deleted mac %.18s", T::names.mark, T::key_text(s));
@@ -249,8 +259,9 @@ public:
             }
             idx = at(idx).hash_next;
         }
-        if (steps == T::SIZE)
+        if (steps == T::SIZE) {
             T::warn_loop(bucket);
+        }
         CM_TRACE_LEAVE(T::names.find);
         return NO_SLOT;
     }
@@ -286,8 +297,9 @@ public:
         CM_TRACE_ENTER(T::names.get);
         CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", MAC_ARGS(mac), *idx);
         for (int32_t i = T::buckets()[mac_hash(mac)]; i != NO_SLOT; i = at(i).hash_next) {
-            if (!mac_equal(T::key(at(i)), mac) || !accept(at(i)))
+            if (!mac_equal(T::key(at(i)), mac) || !accept(at(i))) {
                 continue;
+            }
             *idx = i;
             CM_TRACE_LEAVE(T::names.get);
             return &at(i);
@@ -301,26 +313,31 @@ public:
         CM_TRACE_ENTER(T::names.remove);
         CM_LOG(LOG_EVENT, ">>>>> Client Index %d", idx);
         int32_t result = mark_deleted(idx);
-        if (result >= 0)
+        if (result >= 0) {
             result = clear(result);
+        }
         CM_TRACE_LEAVE(T::names.remove);
         return result;
     }
 
     static void used_list_add(int32_t idx) {
-        if constexpr (T::trace_list_steps)
+        if constexpr (T::trace_list_steps) {
             CM_TRACE_ENTER(T::names.used_list_add);
+        }
         push_newest(T::last_used(), idx);
-        if constexpr (T::trace_list_steps)
+        if constexpr (T::trace_list_steps) {
             CM_TRACE_LEAVE(T::names.used_list_add);
+        }
     }
 
     static void deleted_list_delete(int32_t idx) {
-        if constexpr (T::trace_list_steps)
+        if constexpr (T::trace_list_steps) {
             CM_TRACE_ENTER(T::names.deleted_list_delete);
+        }
         unlink(T::last_deleted(), idx);
-        if constexpr (T::trace_list_steps)
+        if constexpr (T::trace_list_steps) {
             CM_TRACE_LEAVE(T::names.deleted_list_delete);
+        }
     }
 };
 

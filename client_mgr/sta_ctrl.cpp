@@ -41,8 +41,9 @@ int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const ui
     memcpy(record.ifr_name, ifname, strnlen(ifname, sizeof record.ifr_name));
     record.u.data.pointer = &body;
     record.u.data.length = sizeof body;
-    if (driver.request(driver_station_request, record) < 0)
+    if (driver.request(driver_station_request, record) < 0) {
         CM_LOG(LOG_ERROR, "%s: Failed to disassoc STA", __func__);
+    }
     syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " MAC_FMT " -> " MAC_FMT " [reason %d]", MAC_ARGS(bssid),
            MAC_ARGS(sta), reason);
     return 0;

@@ -16,8 +16,9 @@ client_mgr_cfg g_cfg;
 namespace {
 
 void open_local_endpoint() {
-    if (kx_ipc_init("/kx/ipc/client_mgr", g_cfg.ipc_rx_buf, sizeof g_cfg.ipc_rx_buf, client_mgr_recv_msg, 0) >= 0)
+    if (kx_ipc_init("/kx/ipc/client_mgr", g_cfg.ipc_rx_buf, sizeof g_cfg.ipc_rx_buf, client_mgr_recv_msg, 0) >= 0) {
         return;
+    }
     CM_LOG(LOG_ERROR, "Unable to open ipc");
     exit(-1);
 }

@@ -3,12 +3,15 @@
 #include "client_mgr/client_mgr.h"
 
 int client_mgr_char_to_ascii(char c) {
-    if (c >= '0' && c <= '9')
+    if (c >= '0' && c <= '9') {
         return c - '0';
-    if (c >= 'A' && c <= 'F')
+    }
+    if (c >= 'A' && c <= 'F') {
         return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
+    }
+    if (c >= 'a' && c <= 'f') {
         return c - 'a' + 10;
+    }
     return 0;
 }
 
@@ -17,21 +20,25 @@ void client_mgr_mac_str_to_bin(const char *text, uint8_t mac[6]) {
         int value = 0;
         for (int digit = 0; digit < 2; digit++) {
             value = value << 4 | client_mgr_char_to_ascii(*text);
-            if (*text != '\0')
+            if (*text != '\0') {
                 text++;
+            }
         }
         mac[i] = static_cast<uint8_t>(value);
-        if (*text == ':')
+        if (*text == ':') {
             text++;
+        }
     }
 }
 
 void dump_buf(const uint8_t *buf, uint32_t len) {
-    if (buf == nullptr)
+    if (buf == nullptr) {
         return;
+    }
     for (uint32_t i = 0; i < len; i++) {
-        if (i % 16 == 0)
+        if (i % 16 == 0) {
             printf("\n0x%04x: ", i);
+        }
         printf("%02x ", buf[i]);
     }
 }

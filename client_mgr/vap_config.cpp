@@ -12,12 +12,14 @@ constexpr uint32_t vap_enabled = 1;
 // Loads one VAP into an entry. When its BSSID cannot be read the entry keeps the new name beside its old fields.
 bool load_vap(const char *name, vap_cfg &entry) {
     apcfg_vap vap = {};
-    if (apcfg_vap_get_by_ifname(name, &vap) != 0)
+    if (apcfg_vap_get_by_ifname(name, &vap) != 0) {
         return false;
+    }
     log_vap_status(vap);
     memcpy(entry.ifname, vap.ifname, sizeof entry.ifname);
-    if (client_mgr_get_bssid(entry.bssid, make_vap_ifname(entry.ifname).text) != 0)
+    if (client_mgr_get_bssid(entry.bssid, make_vap_ifname(entry.ifname).text) != 0) {
         return false;
+    }
     log_bssid(entry.bssid);
     memcpy(entry.ssid, vap.ssid, sizeof entry.ssid);
     entry.vlan = vap.vlan;
@@ -36,8 +38,9 @@ bool load_vap(const char *name, vap_cfg &entry) {
 // Entries past num_vaps, left by an earlier load, count as well.
 const vap_cfg *find_by_ifname(const char *ifname) {
     for (const vap_cfg &entry : g_cfg.vaps) {
-        if (memcmp(entry.ifname, ifname, sizeof entry.ifname) == 0)
+        if (memcmp(entry.ifname, ifname, sizeof entry.ifname) == 0) {
             return &entry;
+        }
     }
     return nullptr;
 }
@@ -80,8 +83,9 @@ void client_mgr_vap_init(void) {
             CM_LOG(LOG_ERROR, "No room for %d of the VAPs", static_cast<int>(list.count - i));
             break;
         }
-        if (load_vap(make_vap_ifname(list.names[i]).text, g_cfg.vaps[n]))
+        if (load_vap(make_vap_ifname(list.names[i]).text, g_cfg.vaps[n])) {
             n++;
+        }
     }
     g_cfg.num_vaps = n;
 }
@@ -93,8 +97,9 @@ int client_mgr_vap_update(const char *ifname) {
         return -1;
     }
     const vap_cfg *vap = find_by_ifname(ifname);
-    if (vap == nullptr)
+    if (vap == nullptr) {
         return 0;
+    }
     uint8_t bssid[6];
     if (client_mgr_get_bssid(bssid, make_vap_ifname(ifname).text) != 0) {
         CM_LOG(LOG_ERROR, "Unable to get bssid for vap %.12s", ifname);

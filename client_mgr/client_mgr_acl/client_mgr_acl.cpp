@@ -43,8 +43,9 @@ struct verdicts {
     static void warn_loop(uint32_t bucket) {
         const int32_t head = client_acl_hash[bucket];
         printf(" detected likely loop. hash_index=%u, client_acl_hash[%u]=%d\n", bucket, bucket, head);
-        if (head != NO_SLOT)
+        if (head != NO_SLOT) {
             printf(" client_acl_cache[%d].hash_next=%d\n", head, client_acl_cache[head].hash_next);
+        }
     }
     // Unlike the client table, the cache never takes a slot back from the deleted list.
     static void restore(int32_t) {}
@@ -83,8 +84,9 @@ void client_mgr_acl_cache_expire(void *, void *) {
     const int32_t now = current_seconds();
     for (int32_t i = 0; i < ACL_CACHE_SIZE; i++) {
         const acl_cache_entry &e = client_acl_cache[i];
-        if ((e.entry_flag & ACL_CACHE_ENTRY_USED) == 0 || !expired(e, now))
+        if ((e.entry_flag & ACL_CACHE_ENTRY_USED) == 0 || !expired(e, now)) {
             continue;
+        }
         CM_LOG(LOG_TRACE, "Entry expired %d ", i);
         client_mgr_acl_drv_mac_delete(i);
     }

@@ -48,9 +48,10 @@ struct clients {
         const int32_t head = client_hash_tbl[bucket];
         printf("ap_mgr_lock_find_client_bin: detected likely loop. hash_index=%u, client_hash_tbl[%u]=%d\n", bucket,
                bucket, head);
-        if (head != NO_SLOT)
+        if (head != NO_SLOT) {
             printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head,
                    client_info_tbl[head].hash_next);
+        }
     }
     static void restore(int32_t idx) { client_tbl_restore_deleted(idx); }
 };
@@ -73,8 +74,9 @@ int32_t client_tbl_lock_mac_restore(int32_t idx) {
 }
 
 void client_tbl_restore_deleted(int32_t idx) {
-    if ((client_info_tbl[idx].entry_flag & CLIENT_TBL_ENTRY_DELETED) != 0)
+    if ((client_info_tbl[idx].entry_flag & CLIENT_TBL_ENTRY_DELETED) != 0) {
         client_tbl_lock_mac_restore(idx);
+    }
 }
 
 }  // namespace

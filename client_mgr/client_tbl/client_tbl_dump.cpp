@@ -19,8 +19,9 @@ void client_tbl_dump(FILE *f) {
     CM_TRACE_ENTER(__func__);
     for (int32_t i = 0; i < CLIENT_TBL_SIZE; i++) {
         const client_info &rec = client_info_tbl[i];
-        if ((rec.entry_flag & CLIENT_TBL_ENTRY_USED) == 0)
+        if ((rec.entry_flag & CLIENT_TBL_ENTRY_USED) == 0) {
             continue;
+        }
         fprintf(f, "Entry %d @ %p\n", i, static_cast<const void *>(&rec));
         client_tbl_print(f, &rec);
     }

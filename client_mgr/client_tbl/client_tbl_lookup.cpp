@@ -40,11 +40,13 @@ int32_t client_tbl_find_client(const uint8_t *mac) {
 
 client_info *client_tbl_client_get(int32_t idx, int32_t *prev) {
     CM_LOG(LOG_TRACE, ">>>>> Client index %d", idx);
-    if (static_cast<uint32_t>(idx) >= CLIENT_TBL_SIZE)
+    if (static_cast<uint32_t>(idx) >= CLIENT_TBL_SIZE) {
         return nullptr;
+    }
     client_info *rec = &client_info_tbl[idx];
-    if (prev != nullptr)
+    if (prev != nullptr) {
         *prev = rec->prev;
+    }
     CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, MAC_ARGS(rec->cl_mac));
     return rec;
 }
@@ -55,8 +57,9 @@ int32_t client_tbl_lock_client_get_num_entries(void) {
     CM_TRACE_ENTER(__func__);
     int32_t count = 0;
     for (const client_info &rec : client_info_tbl) {
-        if (in_use(rec))
+        if (in_use(rec)) {
             count++;
+        }
     }
     CM_TRACE_LEAVE(__func__);
     return count;
@@ -73,8 +76,9 @@ void client_tbl_get_all(uint8_t *buf, uint32_t *len) {
             CM_TRACE_LEAVE(__func__);
             return;
         }
-        if (!in_use(rec))
+        if (!in_use(rec)) {
             continue;
+        }
         memcpy(buf, &rec, client_data_size);
         buf += client_data_size;
         need += client_data_size;
