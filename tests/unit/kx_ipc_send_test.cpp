@@ -1,0 +1,83 @@
+#include "kx/kx_ipc.h"
+#include "platform/linux/paths.h"
+#include "tests/unit/ipc_client.h"
+#include "tests/unit/ipc_daemon.h"
+#include "tests/unit/private_root.h"
+
+namespace {
+
+constexpr char portal[] = "/kx/ipc/captive_app";
+constexpr std::uint32_t failed = static_cast<std::uint32_t>(-1);
+constexpr std::uint32_t empty_message = 12;
+
+}  // namespace
+
+class kx_ipc_sending : public private_root {
+protected:
+    std::optional<std::uint32_t> send_to(std::string_view destination) {
+        return ask_daemon_number(client_, daemon_send, destination);
+    }
+
+    ipc_daemon daemon_;
+    kx::ipc_socket client_ = kx::ipc_socket::anonymous();
+};
+
+TEST_F(kx_ipc_sending, arrives_at_the_endpoint) {
+    kx::ipc_socket peer = kx::ipc_socket::open(portal);
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(send_to(portal), empty_message);
+        std::optional<kx::ipc_message> message = wait_for_message(peer);
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->flags, 1u);
+        EXPECT_TRUE(message->payload.empty());
+    }
+}
+
+TEST_F(kx_ipc_sending, a_missing_peer_is_a_negative_result_until_it_is_there) {
+    EXPECT_EQ(send_to(portal), failed);
+    EXPECT_EQ(send_to(portal), failed);
+    kx::ipc_socket peer = kx::ipc_socket::open(portal);
+    EXPECT_EQ(send_to(portal), empty_message);
+    EXPECT_TRUE(wait_for_message(peer));
+}
+
+TEST_F(kx_ipc_sending, a_full_peer_is_a_negative_result_until_it_reads) {
+    kx::ipc_socket peer = kx::ipc_socket::open(portal);
+    std::optional<std::uint32_t> taken = ask_daemon_number(client_, daemon_send_until_full, portal);
+    ASSERT_TRUE(taken);
+    ASSERT_GT(*taken, 0u);
+    EXPECT_EQ(send_to(portal), failed);
+    for (std::uint32_t i = 0; i < *taken; i++) {
+        ASSERT_TRUE(wait_for_message(peer));
+    }
+    EXPECT_FALSE(peer.receive());
+    EXPECT_EQ(send_to(portal), empty_message);
+}
+
+TEST_F(kx_ipc_sending, finds_a_peer_again_that_was_started_anew) {
+    for (int i = 0; i < 3; i++) {
+        kx::ipc_socket peer = kx::ipc_socket::open(portal);
+        EXPECT_EQ(send_to(portal), empty_message);
+        EXPECT_TRUE(wait_for_message(peer));
+    }
+    EXPECT_EQ(send_to(portal), failed);
+    EXPECT_EQ(send_to(portal), failed);
+    kx::ipc_socket peer = kx::ipc_socket::open(portal);
+    EXPECT_EQ(send_to(portal), empty_message);
+    EXPECT_TRUE(wait_for_message(peer));
+}
+
+TEST_F(kx_ipc_sending, serves_more_peers_than_it_remembers) {
+    std::vector<std::string> names;
+    std::vector<kx::ipc_socket> peers;
+    for (int i = 0; i < 12; i++) {
+        names.push_back("/kx/ipc/peer" + std::to_string(i));
+        peers.push_back(kx::ipc_socket::open(names.back()));
+    }
+    for (int round = 0; round < 2; round++) {
+        for (std::size_t i = 0; i < peers.size(); i++) {
+            EXPECT_EQ(send_to(names[i]), empty_message);
+            EXPECT_TRUE(wait_for_message(peers[i])) << names[i];
+        }
+    }
+}

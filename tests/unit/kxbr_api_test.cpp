@@ -1,0 +1,157 @@
+#include "kx/kxbr_api.h"
+
+#include <sched.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "tests/unit/private_root.h"
+
+namespace {
+
+using mac_address = std::array<std::uint8_t, 6>;
+
+int run(const std::string &command) { return std::system(("(" + command + ") 2>/dev/null").c_str()); }
+
+std::string output_of(const std::string &command) {
+    std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string text;
+    for (int c = 0; (c = fgetc(pipe.get())) != EOF;) {
+        text += static_cast<char>(c);
+    }
+    return text;
+}
+
+// The process moves into a network namespace of its own, once: the port keeps its netlink socket.
+bool enter_namespace() {
+    static bool entered = unshare(CLONE_NEWNET) == 0;
+    return entered;
+}
+
+}  // namespace
+
+// The bridge br0 has the ports wlan0 and wlan1, br1 has wlan2.
+class kxbr_api : public private_root {
+protected:
+    void SetUp() override {
+        if (!enter_namespace() || run("ip link add br0 type bridge && ip link add br1 type bridge") != 0) {
+            GTEST_SKIP() << "network namespaces or bridges are not permitted here";
+        }
+        for (std::string port : {"wlan0 br0", "wlan1 br0", "wlan2 br1"}) {
+            std::string name = port.substr(0, 5);
+            ASSERT_EQ(run("ip link add " + name + " type veth peer name p" + name), 0);
+            ASSERT_EQ(run("ip link set " + name + " master " + port.substr(6)), 0);
+        }
+    }
+    void TearDown() override {
+        kxbr_api_del_client(sta_.data());
+        for (const char *link : {"wlan0", "wlan1", "wlan2", "br0", "br1"}) {
+            run(std::string("ip link del ") + link);
+        }
+    }
+
+    int add(const char *ifname, std::uint32_t vlan) {
+        return kxbr_api_add_client(sta_.data(), ifname, "eth0", vlan, 0, 0);
+    }
+    // The station's forwarding entries.
+    static std::string entries() { return output_of("bridge fdb show | grep -i 02:00:00:00:aa:01 | sort"); }
+
+    mac_address sta_{2, 0, 0, 0, 0xaa, 1};
+};
+
+TEST_F(kxbr_api, a_client_is_in_the_bridge_until_it_is_deleted) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_NE(entries().find("02:00:00:00:aa:01 dev wlan0 master br0 static"), std::string::npos) << entries();
+    EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
+    EXPECT_EQ(entries(), "");
+    EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
+}
+
+TEST_F(kxbr_api, a_client_added_again_is_there_once) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    std::string once = entries();
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_EQ(entries(), once);
+}
+
+TEST_F(kxbr_api, a_client_that_moves_leaves_its_old_interface) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_EQ(add("wlan1", 10), 0);
+    EXPECT_EQ(entries().find("wlan0"), std::string::npos) << entries();
+    EXPECT_NE(entries().find("dev wlan1 master br0 static"), std::string::npos) << entries();
+    EXPECT_EQ(add("wlan2", 10), 0);
+    EXPECT_EQ(entries().find("br0"), std::string::npos) << entries();
+    EXPECT_NE(entries().find("dev wlan2 master br1 static"), std::string::npos) << entries();
+}
+
+TEST_F(kxbr_api, an_entry_that_is_gone_already_is_no_error) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_EQ(run("ip link del wlan0"), 0);
+    EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
+    EXPECT_EQ(add("wlan1", 10), 0);
+    EXPECT_EQ(run("ip link del wlan1"), 0);
+    EXPECT_EQ(add("wlan2", 10), 0);
+    EXPECT_NE(entries().find("dev wlan2 master br1 static"), std::string::npos) << entries();
+}
+
+TEST_F(kxbr_api, what_the_kernel_refuses_is_a_negative_result_and_said_once) {
+    EXPECT_LT(add("none", 10), 0);
+    EXPECT_LT(add("lo", 10), 0);
+    EXPECT_LT(add("wlan2", 4095), 0);
+    EXPECT_LT(add("wlan2", 65536 + 10), 0);
+    EXPECT_EQ(entries(), "");
+    EXPECT_EQ(syslog_lines(), std::vector<std::string>{"no bridge entries are made: none: No such device"});
+    EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
+}
+
+TEST_F(kxbr_api, a_client_that_moves_away_from_the_bridge_leaves_it) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_LT(add("none", 10), 0);
+    EXPECT_EQ(entries(), "");
+}
+
+TEST_F(kxbr_api, the_table_holds_2048_clients) {
+    auto nth = [](unsigned i) {
+        return mac_address{2, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)};
+    };
+    constexpr unsigned capacity = 2048;
+    for (unsigned i = 0; i < capacity; i++) {
+        ASSERT_EQ(kxbr_api_add_client(nth(i).data(), "wlan0", "eth0", 10, 0, 0), 0) << i;
+    }
+    EXPECT_LT(kxbr_api_add_client(nth(capacity).data(), "wlan0", "eth0", 10, 0, 0), 0);
+    // Every other one goes, then all the others: none is lost in between.
+    for (unsigned i = 0; i < capacity; i += 2) {
+        ASSERT_EQ(kxbr_api_del_client(nth(i).data()), 0);
+    }
+    for (unsigned i = 1; i < capacity; i += 2) {
+        ASSERT_EQ(kxbr_api_add_client(nth(i).data(), "wlan1", "eth0", 10, 0, 0), 0);
+    }
+    EXPECT_EQ(output_of("bridge fdb show | grep 02:00:00:01 | grep -c 'wlan0 '"), "0\n");
+    for (unsigned i = 1; i < capacity; i += 2) {
+        ASSERT_EQ(kxbr_api_del_client(nth(i).data()), 0);
+    }
+    EXPECT_EQ(output_of("bridge fdb show | grep -c 02:00:00:01"), "0\n");
+}
+
+class kxbr_api_vlan : public kxbr_api {
+protected:
+    void SetUp() override {
+        kxbr_api::SetUp();
+        if (!IsSkipped() && run("ip link set br1 type bridge vlan_filtering 1 && bridge vlan add dev wlan2 vid 10 && "
+                                "bridge vlan add dev wlan2 vid 20") != 0) {
+            GTEST_SKIP() << "this kernel's bridges do not filter VLANs";
+        }
+    }
+};
+
+TEST_F(kxbr_api_vlan, a_bridge_that_filters_vlans_has_the_client_on_its_own) {
+    EXPECT_EQ(add("wlan0", 10), 0);
+    EXPECT_EQ(add("wlan2", 10), 0);
+    EXPECT_EQ(entries(), "02:00:00:00:aa:01 dev wlan2 vlan 10 master br1 static\n");
+    EXPECT_EQ(add("wlan2", 20), 0);
+    EXPECT_EQ(entries(), "02:00:00:00:aa:01 dev wlan2 vlan 20 master br1 static\n");
+    EXPECT_LT(add("wlan2", 30), 0);
+    EXPECT_EQ(entries(), "");
+}
