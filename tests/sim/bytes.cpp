@@ -61,6 +61,10 @@ bytes padded(std::string_view text, size_t width) {
 
 bytes zeros(size_t count) { return bytes(count); }
 
+bytes big16(uint16_t value) { return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)}; }
+
+bytes big32(uint32_t value) { return big16(static_cast<uint16_t>(value >> 16)) + big16(static_cast<uint16_t>(value)); }
+
 bytes host16(uint16_t value) { return in_host_order(value); }
 
 bytes host32(uint32_t value) { return in_host_order(value); }

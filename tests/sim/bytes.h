@@ -20,6 +20,9 @@ bytes hex(std::string_view digits);
 // `text` in a field of `width` bytes, NUL-padded.
 bytes padded(std::string_view text, size_t width);
 bytes zeros(size_t count);
+// In network order.
+bytes big16(uint16_t value);
+bytes big32(uint32_t value);
 // In the host's order.
 bytes host16(uint16_t value);
 bytes host32(uint32_t value);

@@ -112,12 +112,12 @@ int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len) {
 int kx_ipc_send(const kx_ipc_send_desc *desc) {
     if (desc->ipc != here().endpoint)
         here().complain("kx_ipc_send on a handle that is not the daemon's");
-    ipc_hdr hdr;
-    memcpy(&hdr, desc->msg, sizeof(hdr));
-    const uint32_t len = static_cast<uint32_t>(sizeof(hdr)) + hdr.len;
+    const auto *msg = static_cast<const uint8_t *>(desc->msg);
+    const uint32_t len =
+        sim::IPC_HDR_SIZE + (uint32_t{msg[4]} << 24 | uint32_t{msg[5]} << 16 | uint32_t{msg[6]} << 8 | msg[7]);
     return here().recorded("kx_ipc_send",
                            "kx_ipc_send(" + number(desc->mode) + ", " + name_text(desc->dest, sizeof(desc->dest)) +
-                               ", " + sim::show(static_cast<const uint8_t *>(desc->msg), len) + ")",
+                               ", " + sim::show(msg, len) + ")",
                            static_cast<int>(len));
 }
 
@@ -195,7 +195,7 @@ int apcomm_register_kx_ipc(kx_ipc_handle ipc) {
 }
 
 void apcomm_msg_rcvd(uint8_t *payload) {
-    here().record("apcomm_msg_rcvd(" + name_of(payload, here().rx_buf + sizeof(ipc_hdr), "payload") + ")");
+    here().record("apcomm_msg_rcvd(" + name_of(payload, here().rx_buf + sim::IPC_HDR_SIZE, "payload") + ")");
     here().outcome("apcomm_msg_rcvd", 0);
 }
 

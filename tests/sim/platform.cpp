@@ -182,25 +182,20 @@ void platform::leave_main(int status) {
 void platform::local(uint32_t id, const bytes &payload, uint32_t flags) {
     if (recv == nullptr)
         throw std::logic_error("no endpoint is open");
-    const size_t used = sizeof(ipc_hdr) + payload.size();
-    if (used > rx_buf_len)
+    const bytes msg = big32(id) + big32(static_cast<uint32_t>(payload.size())) + big32(flags) + payload;
+    if (msg.size() > rx_buf_len)
         throw std::invalid_argument("longer than the receive buffer");
-    ipc_hdr hdr;
-    hdr.id = id;
-    hdr.len = static_cast<uint32_t>(payload.size());
-    hdr.flags = flags;
     memset(rx_buf, 0, rx_buf_len);
-    memcpy(rx_buf, &hdr, sizeof(hdr));
-    std::copy(payload.begin(), payload.end(), rx_buf + sizeof(hdr));
+    std::copy(msg.begin(), msg.end(), rx_buf);
     const bytes before(rx_buf, rx_buf + rx_buf_len);
 
-    kx_ipc_rx rx = {reinterpret_cast<kx_ipc_msg_hdr *>(rx_buf), rx_buf + sizeof(hdr)};
+    kx_ipc_rx rx = {reinterpret_cast<kx_ipc_msg_hdr *>(rx_buf), rx_buf + IPC_HDR_SIZE};
     answering = &rx;
     recv(&rx);
     answering = nullptr;
 
-    const size_t scratch_end = sizeof(hdr) + KX_IPC_RX_SCRATCH;
-    if (memcmp(before.data(), rx_buf, sizeof(hdr)) != 0 ||
+    const size_t scratch_end = IPC_HDR_SIZE + KX_IPC_RX_SCRATCH;
+    if (memcmp(before.data(), rx_buf, IPC_HDR_SIZE) != 0 ||
         memcmp(before.data() + scratch_end, rx_buf + scratch_end, rx_buf_len - scratch_end) != 0)
         complain("the handler of id " + std::to_string(id) + " wrote outside the scratch bytes of the message");
 }

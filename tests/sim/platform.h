@@ -20,6 +20,8 @@
 
 namespace sim {
 
+constexpr size_t IPC_HDR_SIZE = 12;
+
 // How client_mgr_main came back.
 struct ending {
     bool exited;  // by exit()

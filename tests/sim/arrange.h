@@ -1,0 +1,41 @@
+// The daemon's state as a test wants to find it, put there without an event.
+#ifndef TESTS_SIM_ARRANGE_H
+#define TESTS_SIM_ARRANGE_H
+
+#include <cstdint>
+#include <string_view>
+
+#include "client_mgr/client_mgr.h"
+#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
+#include "client_mgr/client_tbl/client_tbl.h"
+#include "sim_test.h"
+
+namespace sim {
+
+// System ready, link up, the controller's address 10.11.12.13.
+void ready_to_talk();
+
+// A VAP of no attributes; num_vaps is raised so that it is valid. MAC addresses are text.
+vap_cfg &have_vap(uint32_t idx, std::string_view ifname, std::string_view bssid, uint32_t vlan);
+
+// A client with the MAC address and all else zero, in no table.
+client_info client_of(std::string_view mac);
+// Adds it; returns its slot. Leaves no effect behind.
+int32_t have_client(site &sim, const client_info &client);
+
+// The record that the table holds, null if none; looked up without a trace.
+const client_info *stored_client(std::string_view mac);
+const acl_cache_entry *stored_verdict(std::string_view mac);
+
+void set_mac(uint8_t dst[6], std::string_view mac);
+void set_bytes(uint8_t *dst, const bytes &value);
+void set_text(char *dst, size_t width, std::string_view text);
+// The client data of a record: the 88 bytes that callers and the table exchange.
+bytes client_data(const client_info &client);
+
+// What the platform's configuration lists.
+listed_vap apcfg_entry(std::string_view ifname, std::string_view ssid, uint16_t vlan);
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,81 @@
+// The clients, VAPs, messages and sequences of effects that the tests of a client's life share.
+#ifndef TESTS_SIM_LIFECYCLE_H
+#define TESTS_SIM_LIFECYCLE_H
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string_view>
+
+#include "arrange.h"
+#include "daemon_steps.h"
+#include "sim_test.h"
+
+namespace sim {
+
+inline constexpr std::string_view CLIENT = "02:13:24:35:46:57";
+inline constexpr std::string_view CLIENT_2 = "0e:1d:2c:3b:4a:59";
+inline constexpr std::string_view BSSID = "b0:b1:b2:b3:b4:b5";      // of VAP 0
+inline constexpr std::string_view BSSID_2 = "c0:c1:c2:c3:c4:c5";    // of VAP 1
+inline constexpr std::string_view ELSEWHERE = "d0:d1:d2:d3:d4:d5";  // of another access point
+inline constexpr std::string_view NOWHERE = "00:00:00:00:00:00";
+
+// 32 bytes that all differ.
+bytes pmk_bytes();
+bytes other_pmk_bytes();
+
+// Ready to talk, with VAP 0 "ath0" on VLAN 100 and VAP 1 "ath1" on VLAN 200.
+void have_two_vaps();
+
+// Runs the event in every state in which the daemon cannot talk to the controller.
+void whenever_not_ready(const std::function<void()> &event);
+
+// The table holds exactly this of the client (its text of the MAC address included).
+void expect_stored(const client_info &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
+
+// --- messages of the controller
+
+bytes ctrlr_record(uint8_t type, const bytes &body);
+bytes ctrlr_message(std::initializer_list<bytes> records);
+// A message of one record whose body is this, and the lines up to the record's own receipt line.
+bytes one_record(uint8_t type, const bytes &body);
+steps received(uint8_t type, size_t body_size);
+
+// One entry of the controller's client lists.
+struct listed_client {
+    std::string_view mac;
+    std::string_view home_bssid = NOWHERE;
+    std::string_view bssid = NOWHERE;
+    uint32_t home_vlan = 0;
+    bytes ip = zeros(4);
+    bytes pmk = zeros(32);
+    uint32_t flags = 0;
+};
+bytes client_list(std::initializer_list<listed_client> clients);
+
+// Handles `body` as that of a record which ends with the controller message buffer.
+void at_buffer_end(const bytes &body, const std::function<void(uint8_t *rec)> &handler);
+// The line that says that there was more of a record than the buffer holds.
+inline const steps LEAVES_BUFFER = log(1, "Record leaves the controller message buffer");
+
+// --- what the daemon sends
+
+// One-record updates, with the lines that announce them.
+steps client_update(uint8_t type, std::string_view mac, std::string_view bssid, const bytes &ip);
+steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid, std::string_view last_bssid,
+                     const bytes &ip);
+// The request for a client (13) or its PMK (12).
+steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid);
+// After a send that failed, before the sender's own line.
+inline const steps NOT_SENT = log(1, "APComm Unable to send data");
+
+// --- lines
+
+steps adding_to_bridge(std::string_view function, std::string_view mac, std::string_view bssid, int vlan);
+steps deleting_from_bridge(std::string_view function, std::string_view mac);
+// captive_msg of daemon_steps.h, for a client that the table does not hold.
+steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint8_t id);
+
+}  // namespace sim
+
+#endif
