@@ -1,0 +1,55 @@
+// The platform daemon: stands between the client manager, the controller and the configuration file.
+#ifndef KX_LINUX_APD_APD_H
+#define KX_LINUX_APD_APD_H
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+
+#include "platform/linux/ap_config.h"
+#include "platform/linux/apd/config_watch.h"
+#include "platform/linux/apd/controller_link.h"
+#include "platform/linux/apd/daemon_channel.h"
+#include "platform/linux/apd/daemon_inbox.h"
+#include "platform/linux/apd/loss_counter.h"
+#include "platform/linux/apd/monitor.h"
+#include "platform/linux/apd/service_manager.h"
+
+namespace apd {
+
+class platform_daemon {
+public:
+    // Opens the endpoints and starts everything. Throws kx::config_error and std::system_error.
+    platform_daemon(event_base *base, std::string config_file);
+
+    // Reads the configuration file again and has the client manager load its VAPs again, changed or not.
+    void reload();
+    // Ends the tunnel in good order, then the event loop.
+    void stop();
+
+private:
+    void tunnel_up();
+    void tunnel_down();
+    void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    bool daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    void report_link_to_daemon();
+    void config_changed();
+    bool read_config();
+    void publish_status();
+
+    event_base *base_;
+    std::string config_file_;
+    kx::ap_config config_;
+    service_manager service_manager_;
+    loss_counter lost_;
+    controller_link link_;
+    daemon_inbox inbox_;
+    monitor monitor_;
+    daemon_channel channel_;
+    config_watch config_watch_;
+};
+
+}  // namespace apd
+
+#endif
