@@ -54,7 +54,16 @@ inline uint32_t mac_hash(const uint8_t *mac) {
     return x * 593 % 2048;
 }
 
-inline int mac_to_text(const uint8_t *mac, char *dst) { return snprintf(dst, 18, MAC_FMT, MAC_ARGS(mac)); }
+// "02:00:00:00:10:00" and a NUL. Returns 17.
+inline int mac_to_text(const uint8_t *mac, char *dst) {
+    constexpr char digits[] = "0123456789abcdef";
+    for (int i = 0; i < 6; i++) {
+        *dst++ = digits[mac[i] >> 4];
+        *dst++ = digits[mac[i] & 0xf];
+        *dst++ = i < 5 ? ':' : '\0';
+    }
+    return 17;
+}
 
 template <class T>
 class slot_table {
