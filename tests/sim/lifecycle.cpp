@@ -49,6 +49,20 @@ void expect_stored(const client_info &expected, const char *file, int line) {
     EXPECT_EQ(show(client_data(wanted)), show(client_data(*stored)));
 }
 
+int32_t have_verdict(site &sim, std::string_view mac, int32_t state, int32_t timestamp) {
+    acl_cache_entry entry = {};
+    set_mac(entry.acl_mac, mac);
+    entry.state = state;
+    entry.timestamp = timestamp;
+    const int32_t idx = client_mgr_acl_mac_add(&entry);
+    sim.forget();
+    return idx;
+}
+
+steps notified(uint32_t id, std::string_view text, int level) {
+    return log(4, "Received Msg ID : " + std::to_string(id)) + log(4, "Notification message") + log(level, text);
+}
+
 bytes ctrlr_record(uint8_t type, const bytes &body) {
     return bytes{type} + hex("04") + big16(static_cast<uint16_t>(4 + body.size())) + body;
 }
@@ -64,8 +78,8 @@ bytes one_record(uint8_t type, const bytes &body) { return ctrlr_message({ctrlr_
 steps received(uint8_t type, size_t body_size) {
     return log(3, "Received apcomm msg") +
            log(3, "Received recs 1 hdr_len 14 tot_len " + std::to_string(18 + body_size)) +
-           log(3, "Received rec_type " + std::to_string(type) + " rec_hdr_len 4 rec_len " +
-                      std::to_string(4 + body_size));
+           log(3,
+               "Received rec_type " + std::to_string(type) + " rec_hdr_len 4 rec_len " + std::to_string(4 + body_size));
 }
 
 bytes client_list(std::initializer_list<listed_client> clients) {

@@ -33,6 +33,12 @@ void whenever_not_ready(const std::function<void()> &event);
 // The table holds exactly this of the client (its text of the MAC address included).
 void expect_stored(const client_info &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
 
+// A verdict in the ACL cache; returns its slot. Leaves no effect behind.
+int32_t have_verdict(site &sim, std::string_view mac, int32_t state, int32_t timestamp);
+
+// The lines of a local notification, up to its own receipt line.
+steps notified(uint32_t id, std::string_view text, int level = 3);
+
 // --- messages of the controller
 
 bytes ctrlr_record(uint8_t type, const bytes &body);
