@@ -101,8 +101,7 @@ int __real_system(const char *command);
 sighandler_t __real_signal(int number, sighandler_t handler);
 [[noreturn]] void __real_exit(int status);
 int __real_open(const char *path, int flags, ...);
-FILE *__real_fopen(const char *path, const char *mode);
-int __real_unlink(const char *path);
+int __real_open64(const char *path, int flags, ...);
 
 time_t __wrap_time(time_t *out) {
     if (here() == nullptr)
@@ -205,7 +204,12 @@ int __wrap_open(const char *path, int flags, ...) {
     return __real_open(redirected(path), flags, mode);
 }
 
-FILE *__wrap_fopen(const char *path, const char *mode) { return __real_fopen(redirected(path), mode); }
-
-int __wrap_unlink(const char *path) { return __real_unlink(redirected(path)); }
+// What open is called with 64-bit file sizes.
+int __wrap_open64(const char *path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+    va_end(args);
+    return __real_open64(redirected(path), flags, mode);
+}
 }

@@ -1,0 +1,107 @@
+#include "arrange.h"
+#include "daemon_steps.h"
+#include "sim_test.h"
+
+namespace sim {
+namespace {
+
+constexpr const char *STA = "02:11:22:33:44:55";
+
+// Id 0x61626364, 44 bytes of payload, a notification; the client.
+const bytes START = hex("61 62 63 64  00 00 00 2c  00 00 00 01  02 11 22 33 44 55");
+const bytes GUEST = hex("00 00 00 00");
+const bytes NO_GUEST = hex("00 00 00 01");
+
+const steps SENDING = log(3, "Sending Assoc IPC to /kx/ipc/captive_app");
+
+int send(const char *text, uint32_t id = 0x61626364) {
+    return client_mgr_captive_msg_send(mac_bytes(STA).data(), text, id);
+}
+
+void have_station(site &sim, uint32_t flag) {
+    client_info client = client_of(STA);
+    client.flag = flag;
+    have_client(sim, client);
+}
+
+}  // namespace
+
+SIM_TEST(captive_msg, tells_the_portal_about_a_client) {
+    have_station(sim, CLIENT_FLAG_LOCAL);
+    EXPECT_GT(send("welcome"), 0);
+    sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
+}
+
+SIM_TEST(captive_msg, the_portal_flag_is_0_for_a_guest_that_has_not_passed) {
+    have_station(sim, CLIENT_FLAG_GUEST);
+    send("welcome");
+    sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + GUEST)});
+    have_station(sim, 0xffffffff);
+    send("welcome");
+    sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + GUEST)});
+    have_station(sim, 0xffffffdf);
+    send("welcome");
+    sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
+}
+
+SIM_TEST(captive_msg, an_unknown_client_is_told_of_with_portal_flag_1) {
+    EXPECT_GT(send("welcome"), 0);
+    sim.expect({client_lookup(STA, false), log(1, "Captive cl failed 02:11:22:33:44:55"), SENDING,
+                to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
+}
+
+SIM_TEST(captive_msg, every_id_has_the_same_line) {
+    have_station(sim, 0);
+    const bytes client = hex("02 11 22 33 44 55");
+    for (uint8_t id : bytes{67, 166, 167, 168, 169}) {
+        send("x", id);
+        sim.expect(
+            {client_lookup(STA, true), SENDING,
+             to_captive_portal(zeros(3) + bytes{id} + hex("0000002c 00000001") + client + padded("x", 34) + NO_GUEST)});
+    }
+}
+
+SIM_TEST(captive_msg, a_failed_send_is_logged_and_nothing_else) {
+    have_station(sim, 0);
+    sim.fail_nth("kx_ipc_send", 1);
+    EXPECT_LT(send("welcome"), 0);
+    sim.expect({client_lookup(STA, true), SENDING, failed(to_captive_portal(START + padded("welcome", 34) + NO_GUEST)),
+                log(1, " Send Assoc to Captive application failed!")});
+}
+
+SIM_TEST(captive_msg, a_send_of_nothing_is_no_failure) {
+    have_station(sim, 0);
+    sim.fail_nth("kx_ipc_send", 1, 0);
+    EXPECT_EQ(0, send("welcome"));
+    sim.expect(
+        {client_lookup(STA, true), SENDING, failed(to_captive_portal(START + padded("welcome", 34) + NO_GUEST), 0)});
+}
+
+SIM_TEST(captive_msg, an_empty_text_is_34_zeros) {
+    have_station(sim, 0);
+    send("");
+    sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + zeros(34) + NO_GUEST)});
+}
+
+// Cut at every length up to the 32 bytes that need no terminator; behind the text there is nothing that may be read.
+SIM_TEST(captive_msg, a_text_of_up_to_32_bytes_is_sent_whole) {
+    have_station(sim, 0);
+    const std::string text = "abcdefghijklmnopqrstuvwxyz012345";
+    for (size_t len = 1; len <= 32; len++) {
+        std::vector<char> exact(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(len));
+        if (len < 32)
+            exact.push_back('\0');
+        send(exact.data());
+        sim.expect(
+            {client_lookup(STA, true), SENDING, to_captive_portal(START + padded(text.substr(0, len), 34) + NO_GUEST)});
+    }
+}
+
+SIM_TEST(captive_msg, a_text_without_terminator_is_sent_as_its_32_bytes_and_nothing_after) {
+    have_station(sim, 0);
+    send("abcdefghijklmnopqrstuvwxyz012345 and what lies behind");
+    sim.expect({client_lookup(STA, true), SENDING,
+                to_captive_portal(START + padded("abcdefghijklmnopqrstuvwxyz012345", 34) + NO_GUEST)});
+}
+
+}  // namespace sim

@@ -1,0 +1,347 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "arrange.h"
+#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "daemon_steps.h"
+#include "kx/kx_log.h"
+#include "sim_test.h"
+#include "tables.h"
+
+namespace sim {
+namespace {
+
+constexpr uint32_t REQUEST = 2;
+constexpr const char *STA = "02:11:22:33:44:55";
+
+steps notified(const std::string &id) { return log(4, "Received Msg ID : " + id) + log(4, "Notification message"); }
+
+steps requested(const std::string &id) {
+    return log(4, "Received Msg ID : " + id) + log(4, "Request Response message");
+}
+
+const steps EMPTY_RESPONSE = response(zeros(2060));
+const steps VAP_NOT_LOADED = log(3, "Initializing vap config") + log(1, "Not yet ready to talk to controller");
+
+std::string content(const std::string &path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+mode_t permissions(const std::string &path) {
+    struct stat st = {};
+    EXPECT_EQ(0, lstat(path.c_str(), &st)) << path;
+    return st.st_mode & 07777;
+}
+
+void write_file(const std::string &path, const std::string &text) { std::ofstream(path) << text; }
+
+steps dumped() { return requested("59") + trace_enter("client_tbl_dump") + trace_leave("client_tbl_dump"); }
+
+// The dump of a table with one client, but for the slot's address in memory.
+bool is_dump_of(const std::string &text, const char *mac) {
+    return text.rfind("Entry 0 @ ", 0) == 0 &&
+           text.find("\nClient MAC   : " + std::string(mac) + " (" + mac + ")\n") != std::string::npos;
+}
+
+void request_dump(site &sim) {
+    sim.local(59, {}, REQUEST);
+    const std::vector<std::string> effects = sim.take_effects();
+    EXPECT_EQ(EMPTY_RESPONSE[0].what, effects.back()) << "the response comes whatever became of the dump";
+}
+
+}  // namespace
+
+// --- notifications, row by row
+
+SIM_TEST(local_dispatch, a_heartbeat_is_answered_with_the_announced_period) {
+    sim.local(13, {});
+    sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
+    sim.fail_nth("sysmon_send_hb", 1);
+    sim.local(13, {});
+    sim.expect({notified("13"), failed(did("sysmon_send_hb(ipc, 60)"))});
+}
+
+SIM_TEST(local_dispatch, system_ready_sets_both_bits) {
+    for (uint32_t before : {0U, 1U, 2U, 3U, 0xfffffff0U}) {
+        g_cfg.status_flags = before;
+        sim.local(16, {});
+        sim.expect({notified("16"), log(3, "Received System Ready")});
+        EXPECT_EQ(before | 3U, g_cfg.status_flags);
+        EXPECT_EQ(0U, g_cfg.ctrlr_ip);
+    }
+}
+
+SIM_TEST(local_dispatch, system_init_registers_with_the_controller_channel) {
+    sim.local(17, {});
+    sim.expect({notified("17"), log(3, "Received System Init"), did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"),
+                did("apcomm_status_register(client_mgr_apcomm_ctrl_status)"), did("apcomm_register_kx_ipc(ipc)")});
+}
+
+SIM_TEST(local_dispatch, system_init_returns_the_last_registrations_result) {
+    sim.fail_nth("apcomm_recv_register", 1, -5);
+    sim.fail_nth("apcomm_status_register", 1, -6);
+    EXPECT_EQ(0, client_mgr_sys_init_rcvd());
+    sim.expect({log(3, "Received System Init"), failed(did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"), -5),
+                failed(did("apcomm_status_register(client_mgr_apcomm_ctrl_status)"), -6),
+                did("apcomm_register_kx_ipc(ipc)")});
+    sim.fail_nth("apcomm_register_kx_ipc", 1, -7);
+    EXPECT_EQ(-7, client_mgr_sys_init_rcvd());
+    sim.forget();
+}
+
+SIM_TEST(local_dispatch, a_log_configuration_is_handed_on) {
+    const bytes configuration = hex("01020304 11121314 21222324 31323334 41424344 51525354");
+    sim.local(29, configuration);
+    sim.expect({notified("29"), did("KX_LOG_SET_CFG(" + show(configuration) + ")")});
+}
+
+SIM_TEST(local_dispatch, vap_init_loads_the_vaps) {
+    sim.local(60, {});
+    sim.expect({notified("60"), VAP_NOT_LOADED});
+}
+
+SIM_TEST(local_dispatch, vap_update_loads_the_vaps_first) {
+    ready_to_talk();
+    sim.vaps = {apcfg_entry("ath0", "home", 10)};
+    sim.hwaddr = {{"ath0", hex("0a 1b 2c 3d 4e 50")}};
+    sim.local(61, padded("ath0", 12));
+    sim.expect({notified("61"), log(3, "Initializing vap config"), log(3, "Got 1 vap configuration"),
+                log(3, "vap ath0 status = AP_TRUE"), read_hwaddr("ath0"), log(3, "BSSID : 0a:1b:2c:3d:4e:50"),
+                log(3, "SSID  home"), log(3, "VLAN  10"), log(3, "Radius Index  0"), log(3, "MAC Acl Index  0"),
+                log(3, "Radius Acl Type  0"), log(3, "Rcvd vap update for ath0"), read_hwaddr("ath0"),
+                log(3, "BSSID : 0a:1b:2c:3d:4e:50"), log(3, "SSID  home"), log(3, "VLAN  10"),
+                to_controller(hex("01 0e 00 0001 00 003c a0a1a2a3a4a5 01 04 002e 0a1b2c3d4e50") + padded("home", 32) +
+                              hex("0000000a"))});
+}
+
+SIM_TEST(local_dispatch, vap_update_without_controller_says_so_twice) {
+    sim.local(61, padded("ath0", 12));
+    sim.expect({notified("61"), VAP_NOT_LOADED, log(3, "Rcvd vap update for ath0"),
+                log(1, "Not yet ready to talk to controller")});
+}
+
+SIM_TEST(local_dispatch, client_events_are_received_before_they_are_dropped) {
+    // Nobody can be told yet: the receipt is all.
+    sim.local(63, zeros(32));
+    sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd")});
+    sim.local(64, zeros(38));
+    sim.expect({notified("64"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd")});
+    sim.local(65, zeros(32));
+    sim.expect({notified("65"), log(3, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd")});
+    sim.local(66, zeros(32));
+    sim.expect({notified("66"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd")});
+    sim.local(150, hex("00000001") + zeros(50));
+    sim.expect({notified("150"), log(3, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd")});
+    sim.local(161, zeros(16));
+    sim.expect({notified("161"), log(3, "KX_MSG_ID_CLIENT_IP rcvd ")});
+}
+
+SIM_TEST(local_dispatch, client_events_reach_their_handlers) {
+    ready_to_talk();
+    sim.local(63, zeros(32));
+    sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd"), log(3, "Received association msg"),
+                syslog(14, "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00"),
+                syslog(10, "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00 [Invalid BSS]"),
+                log(1, "Invalid ap bssid in assoc msg")});
+    sim.local(64, zeros(38));
+    sim.expect({notified("64"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"),
+                client_lookup("00:00:00:00:00:00", false), log(3, "Unable to find client, req cntlr"),
+                log(1, "Invalid ap bssid in assoc msg")});
+    sim.local(66, zeros(32));
+    sim.expect({notified("66"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd"),
+                client_lookup("00:00:00:00:00:00", false), log(3, "Unable to find client")});
+    sim.local(150, hex("00000003") + zeros(50));
+    sim.expect({notified("150"), log(3, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd")});
+    sim.local(161, zeros(16));
+    sim.expect({notified("161"), log(3, "KX_MSG_ID_CLIENT_IP rcvd "), client_lookup("00:00:00:00:00:00", false),
+                log(3, "Unable to find client 00:00:00:00:00:00")});
+}
+
+SIM_TEST(local_dispatch, the_channels_traffic_is_handed_back_to_it) {
+    sim.on("apcomm_msg_rcvd", [] { client_mgr_apcomm_ctrl_status(0x0a0b0c0d, 1); });
+    sim.local(123, hex("01 02 03"));
+    sim.expect({notified("123"), did("apcomm_msg_rcvd(payload)"),
+                log(3, "client_mgr_apcomm_ctrl_status: Rcvd tunl status up. ctrl ip = 0x0a0b0c0d")});
+}
+
+SIM_TEST(local_dispatch, the_mac_acl_line_is_one_level_above_its_neighbours) {
+    sim.local(195, zeros(16));
+    sim.expect({notified("195"), log(4, "KX_MSG_ID_MAC_ACL_AUTH rcvd"), log(1, "Invalid ap bssid in acl auth msg")});
+}
+
+SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
+    ready_to_talk();
+    const std::set<uint32_t> known = {13, 16, 17, 29, 60, 61, 63, 64, 65, 66, 123, 150, 161, 195};
+    for (uint32_t id = 0; id < 300; id++) {
+        if (known.count(id) != 0)
+            continue;
+        sim.local(id, bytes(64, 0xff));
+        sim.expect({notified(std::to_string(id))});
+    }
+    // Only whole ids count, and unsigned values print as signed.
+    sim.local(0x0100003f, zeros(32));
+    sim.expect({notified("16777279")});
+    sim.local(0x3f000000, zeros(32));
+    sim.expect({notified("1056964608")});
+    sim.local(0x80000000, zeros(32));
+    sim.expect({notified("-2147483648")});
+    sim.local(0xffffffff, zeros(32));
+    sim.expect({notified("-1")});
+    EXPECT_EQ(std::vector<int>{}, used_clients());
+}
+
+// --- requests
+
+SIM_TEST(local_dispatch, the_bit_of_value_2_alone_makes_a_request) {
+    for (uint32_t flags : {2U, 3U, 6U, 0xffffffffU}) {
+        sim.local(13, {}, flags);
+        sim.expect({requested("13"), EMPTY_RESPONSE});
+    }
+    for (uint32_t flags : {0U, 1U, 4U, 5U, 0xfffffffdU, 0x02000000U}) {
+        sim.local(13, {}, flags);
+        sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
+    }
+}
+
+SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
+    ready_to_talk();
+    have_vap(0, "ath0", "0a:1b:2c:3d:4e:50", 10);
+    const bytes association = zeros(16) + hex("021122334455 0a1b2c3d4e50 00000000");
+    for (uint32_t id : {13U, 16U, 17U, 29U, 60U, 61U, 63U, 64U, 65U, 66U, 123U, 150U, 161U, 195U}) {
+        sim.local(id, association, REQUEST);
+        sim.expect({requested(std::to_string(id)), EMPTY_RESPONSE});
+    }
+    EXPECT_EQ(std::vector<int>{}, used_clients());
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+}
+
+SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
+    for (uint32_t id = 0; id < 300; id++) {
+        if (id == 28 || id == 59)
+            continue;
+        sim.local(id, {}, REQUEST);
+        sim.expect({requested(std::to_string(id)), EMPTY_RESPONSE});
+    }
+}
+
+SIM_TEST(local_dispatch, the_log_configuration_is_told_on_request) {
+    sim.log_cfg = hex("01020304 11121314 21222324 31323334 41424344 51525354");
+    sim.local(28, {}, REQUEST);
+    sim.expect({requested("28"), response(sim.log_cfg + zeros(2060 - 24))});
+    sim.log_cfg = bytes(2060, 0xbb);
+    sim.local(28, {}, REQUEST);
+    sim.expect({requested("28"), response(bytes(2060, 0xbb))});
+}
+
+SIM_TEST(local_dispatch, an_answer_that_is_not_taken_is_not_repeated) {
+    sim.fail_nth("kx_ipc_eloop_resp", 1);
+    sim.local(28, {}, REQUEST);
+    sim.expect({requested("28"), failed(EMPTY_RESPONSE)});
+}
+
+SIM_TEST(local_dispatch, requests_without_their_bit_are_unknown_notifications) {
+    sim.log_cfg = hex("01020304");
+    sim.local(28, {});
+    sim.local(59, {});
+    sim.expect({notified("28"), notified("59")});
+    EXPECT_NE(0, access(sim.dump_path().c_str(), F_OK)) << "no dump";
+}
+
+// --- dump
+
+SIM_TEST(local_dispatch, the_client_table_is_dumped_on_request) {
+    have_client(sim, client_of(STA));
+    sim.local(59, {}, REQUEST);
+    sim.expect({dumped(), EMPTY_RESPONSE});
+    EXPECT_TRUE(is_dump_of(content(sim.dump_path()), STA));
+}
+
+SIM_TEST(local_dispatch, an_empty_table_makes_an_empty_file) {
+    request_dump(sim);
+    EXPECT_EQ("", content(sim.dump_path()));
+    EXPECT_EQ(0600U, permissions(sim.dump_path()));
+}
+
+SIM_TEST(local_dispatch, every_dump_rewrites_the_file) {
+    have_client(sim, client_of(STA));
+    have_client(sim, client_of("02:a1:a2:a3:a4:a5"));
+    request_dump(sim);
+    const std::string two_clients = content(sim.dump_path());
+    client_tbl_drv_mac_delete(1);
+    request_dump(sim);
+    const std::string one_client = content(sim.dump_path());
+    EXPECT_LT(one_client.size(), two_clients.size());
+    EXPECT_TRUE(is_dump_of(one_client, STA));
+    EXPECT_EQ(std::string::npos, one_client.find("02:a1:a2:a3:a4:a5"));
+    client_tbl_drv_mac_delete(0);
+    request_dump(sim);
+    EXPECT_EQ("", content(sim.dump_path()));
+}
+
+SIM_TEST(local_dispatch, the_dump_is_for_the_owner_alone_whatever_the_umask) {
+    const mode_t old = umask(0);
+    request_dump(sim);
+    umask(old);
+    EXPECT_EQ(0600U, permissions(sim.dump_path()));
+}
+
+SIM_TEST(local_dispatch, an_old_file_that_others_may_read_is_closed_to_them) {
+    have_client(sim, client_of(STA));
+    write_file(sim.dump_path(), "old");
+    chmod(sim.dump_path().c_str(), 0644);
+    request_dump(sim);
+    EXPECT_TRUE(is_dump_of(content(sim.dump_path()), STA));
+    EXPECT_EQ(0600U, permissions(sim.dump_path()));
+}
+
+SIM_TEST(local_dispatch, the_dump_follows_no_symbolic_link) {
+    have_client(sim, client_of(STA));
+    const std::string target = sim.dump_path() + ".target";
+    write_file(target, "precious");
+    ASSERT_EQ(0, symlink(target.c_str(), sim.dump_path().c_str()));
+    request_dump(sim);
+    EXPECT_EQ("precious", content(target));
+    // Nor is one made where a dangling link points.
+    unlink(target.c_str());
+    request_dump(sim);
+    EXPECT_NE(0, access(target.c_str(), F_OK));
+}
+
+SIM_TEST(local_dispatch, the_dump_spares_a_file_that_has_another_name) {
+    have_client(sim, client_of(STA));
+    const std::string target = sim.dump_path() + ".target";
+    write_file(target, "precious");
+    ASSERT_EQ(0, link(target.c_str(), sim.dump_path().c_str()));
+    request_dump(sim);
+    EXPECT_EQ("precious", content(target));
+    unlink(target.c_str());
+}
+
+SIM_TEST(local_dispatch, a_pipe_in_the_dumps_place_does_not_stop_the_daemon) {
+    ASSERT_EQ(0, mkfifo(sim.dump_path().c_str(), 0600));
+    request_dump(sim);
+}
+
+SIM_TEST(local_dispatch, a_dump_that_cannot_be_opened_is_answered_all_the_same) {
+    ASSERT_EQ(0, mkdir(sim.dump_path().c_str(), 0700));
+    request_dump(sim);
+    rmdir(sim.dump_path().c_str());
+}
+
+// --- payloads
+
+SIM_TEST(local_dispatch, a_message_may_fill_the_receive_buffer) {
+    sim.local(13, bytes(CLIENT_MGR_BUF_SIZE - 12, 0xff));
+    sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
+}
+
+}  // namespace sim

@@ -1,0 +1,113 @@
+#include "arrange.h"
+#include "daemon_steps.h"
+#include "sim_test.h"
+
+namespace sim {
+namespace {
+
+const bytes BSSID = hex("0a 1b 2c 3d 4e 5f");
+const bytes STA = hex("02 11 22 33 44 55");
+
+// Operation 2, no SSID, reason code 1 in the host's order, the station, 32 bytes of SSID.
+const bytes REQUEST = hex("02 00") + host16(1) + hex("02 11 22 33 44 55") + zeros(32);
+
+const steps SENDING = log(3, "Sending disassoc to 02:11:22:33:44:55");
+const steps IN_SYSLOG = syslog(10, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason 8]");
+
+int disassoc(const char *ifname, int reason) {
+    return client_mgr_sta_disassoc(ifname, BSSID.data(), STA.data(), reason);
+}
+
+}  // namespace
+
+// --- disassociation
+
+SIM_TEST(sta_ctrl, disassociates_with_reason_code_1_whatever_the_reason) {
+    EXPECT_EQ(0, disassoc("ath0", 8));
+    sim.expect({did("socket"), SENDING, driver_request(0x8be6, "ath0", REQUEST), IN_SYSLOG, did("close")});
+}
+
+SIM_TEST(sta_ctrl, the_system_log_alone_has_the_callers_reason) {
+    for (int reason : {0, 1, 2, 65535, -1}) {
+        EXPECT_EQ(0, disassoc("ath1", reason));
+        sim.expect({did("socket"), SENDING, driver_request(0x8be6, "ath1", REQUEST),
+                    syslog(10, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason " +
+                                   std::to_string(reason) + "]"),
+                    did("close")});
+    }
+}
+
+SIM_TEST(sta_ctrl, a_failed_disassociation_is_claimed_all_the_same) {
+    sim.fail_nth("ioctl", 1);
+    EXPECT_EQ(0, disassoc("ath0", 8));
+    sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST)),
+                log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG, did("close")});
+}
+
+SIM_TEST(sta_ctrl, a_driver_result_that_is_not_negative_is_no_failure) {
+    sim.fail_nth("ioctl", 1, 3);
+    EXPECT_EQ(0, disassoc("ath0", 8));
+    sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST), 3), IN_SYSLOG, did("close")});
+}
+
+SIM_TEST(sta_ctrl, without_a_socket_the_disassociation_fails_like_any_other) {
+    sim.fail_nth("socket", 1);
+    EXPECT_EQ(0, disassoc("ath0", 8));
+    sim.expect({failed(did("socket")), SENDING, log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG});
+}
+
+SIM_TEST(sta_ctrl, an_interface_name_of_16_characters_has_no_terminator) {
+    // Behind the 16 characters there is nothing that may be read.
+    const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
+    disassoc(name.data(), 8);
+    sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
+}
+
+SIM_TEST(sta_ctrl, a_longer_interface_name_is_cut_at_16) {
+    disassoc("abcdefghijklmnopqrstuvwxyz", 8);
+    sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
+}
+
+// --- BSSID
+
+SIM_TEST(sta_ctrl, the_bssid_is_the_interfaces_hardware_address) {
+    sim.hwaddr["ath0"] = BSSID;
+    uint8_t bssid[6] = {};
+    EXPECT_EQ(0, client_mgr_get_bssid(bssid, "ath0"));
+    EXPECT_EQ(BSSID, bytes(bssid, bssid + 6));
+    sim.expect({did("socket"), did("ioctl(0x8927, ath0)"), did("close")});
+}
+
+SIM_TEST(sta_ctrl, without_an_address_the_bssid_is_left_alone) {
+    uint8_t bssid[6] = {1, 2, 3, 4, 5, 6};
+    EXPECT_EQ(-1, client_mgr_get_bssid(bssid, "ath9"));
+    EXPECT_EQ(hex("01 02 03 04 05 06"), bytes(bssid, bssid + 6));
+    sim.expect(
+        {did("socket"), did("ioctl(0x8927, ath9) = -1"), log(1, "Error obtaining the BSSID for ath9"), did("close")});
+}
+
+SIM_TEST(sta_ctrl, without_a_socket_there_is_no_bssid) {
+    sim.hwaddr["ath0"] = BSSID;
+    sim.fail_nth("socket", 1);
+    uint8_t bssid[6];
+    EXPECT_EQ(-1, client_mgr_get_bssid(bssid, "ath0"));
+    sim.expect({failed(did("socket")), log(1, "Error obtaining the BSSID for ath0")});
+}
+
+SIM_TEST(sta_ctrl, every_request_has_a_socket_of_its_own) {
+    sim.hwaddr["ath0"] = BSSID;
+    uint8_t bssid[6];
+    client_mgr_get_bssid(bssid, "ath0");
+    client_mgr_get_bssid(bssid, "ath0");
+    sim.expect({read_hwaddr("ath0"), read_hwaddr("ath0")});
+}
+
+SIM_TEST(sta_ctrl, a_long_interface_name_is_read_and_logged_within_16_characters) {
+    const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
+    uint8_t bssid[6];
+    EXPECT_EQ(-1, client_mgr_get_bssid(bssid, name.data()));
+    sim.expect({did("socket"), did("ioctl(0x8927, abcdefghijklmnop) = -1"),
+                log(1, "Error obtaining the BSSID for abcdefghijklmnop"), did("close")});
+}
+
+}  // namespace sim

@@ -1,0 +1,369 @@
+#include <cstring>
+
+#include "arrange.h"
+#include "daemon_steps.h"
+#include "sim_test.h"
+
+namespace sim {
+namespace {
+
+const steps INITIALISING = log(3, "Initializing vap config");
+const steps NOT_READY = log(1, "Not yet ready to talk to controller");
+
+const bytes BSSID_0 = hex("0a 1b 2c 3d 4e 50");
+const bytes BSSID_1 = hex("0a 1b 2c 3d 4e 61");
+
+steps got(int count) { return log(3, "Got " + std::to_string(count) + " vap configuration"); }
+
+// What the load of one VAP of no RADIUS and ACL indexes logs.
+steps loaded(const std::string &ifname, const std::string &bssid, const std::string &ssid, int vlan) {
+    return log(3, "vap " + ifname + " status = AP_TRUE") + read_hwaddr(ifname) + log(3, "BSSID : " + bssid) +
+           log(3, "SSID  " + ssid) + log(3, "VLAN  " + std::to_string(vlan)) + log(3, "Radius Index  0") +
+           log(3, "MAC Acl Index  0") + log(3, "Radius Acl Type  0");
+}
+
+void have_two_vaps(site &sim) {
+    ready_to_talk();
+    sim.vaps = {apcfg_entry("ath0", "home", 10), apcfg_entry("ath1", "guest", 20)};
+    sim.hwaddr = {{"ath0", BSSID_0}, {"ath1", BSSID_1}};
+}
+
+int32_t index_of(const bytes &bssid) {
+    uint32_t idx = 99;
+    const int result = client_mgr_get_vap_idx(bssid.data(), &idx);
+    EXPECT_TRUE(result == 0 || (result == -1 && idx == 99));
+    return result == 0 ? static_cast<int32_t>(idx) : -1;
+}
+
+std::string name_of(const vap_cfg &vap) { return {vap.ifname, strnlen(vap.ifname, sizeof(vap.ifname))}; }
+
+}  // namespace
+
+// --- loading
+
+SIM_TEST(vap_config, is_loaded_only_while_the_controller_can_be_talked_to) {
+    sim.vaps = {apcfg_entry("ath0", "home", 10)};
+    sim.hwaddr = {{"ath0", BSSID_0}};
+    have_vap(0, "old", "02:00:00:00:00:01", 5);
+    for (uint32_t flags : {0U, 1U, 2U, 3U, 0xfffffffcU}) {
+        for (uint32_t ip : {0U, 1U}) {
+            if (flags == 3 && ip == 1)
+                continue;
+            g_cfg.status_flags = flags;
+            g_cfg.ctrlr_ip = ip;
+            client_mgr_vap_init();
+            sim.expect({INITIALISING, NOT_READY});
+            EXPECT_EQ("old", name_of(g_cfg.vaps[0]));
+            EXPECT_EQ(1U, g_cfg.num_vaps);
+        }
+    }
+    g_cfg.status_flags = 0xffffffff;
+    g_cfg.ctrlr_ip = 0x80000000;
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(1), loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10)});
+}
+
+SIM_TEST(vap_config, stays_as_it_was_when_the_interfaces_cannot_be_listed) {
+    ready_to_talk();
+    have_vap(0, "old", "02:00:00:00:00:01", 5);
+    for (int result : {-1, 1}) {
+        sim.fail_nth("apcfg_vap_get_ifname_list", 1, result);
+        client_mgr_vap_init();
+        sim.expect({INITIALISING, log(1, "Error getting the VAP list")});
+        sim.end_rules();
+    }
+    EXPECT_EQ("old", name_of(g_cfg.vaps[0]));
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+}
+
+SIM_TEST(vap_config, takes_every_field_of_a_vap) {
+    ready_to_talk();
+    listed_vap entry = apcfg_entry("ath0", "abcdefghijklmnopqrstuvwxyz012345", 0xfedc);
+    set_text(entry.record.captive_cfg, 32, "ABCDEFGHIJKLMNOPQRSTUVWXYZ678901");
+    entry.record.vap_attr = 0x11121314;
+    entry.record.radius_idx = 0x21222324;
+    entry.record.mac_acl_idx = 0x31323334;
+    entry.record.radius_acl_type = 0xf1f2f3f4;
+    sim.vaps = {entry};
+    sim.hwaddr = {{"ath0", BSSID_0}};
+    client_mgr_vap_init();
+    // A SSID of 32 bytes has no terminator: the line ends with it. Unsigned values print as signed.
+    sim.expect({INITIALISING, got(1), log(3, "vap ath0 status = AP_TRUE"), read_hwaddr("ath0"),
+                log(3, "BSSID : 0a:1b:2c:3d:4e:50"), log(3, "SSID  abcdefghijklmnopqrstuvwxyz012345"),
+                log(3, "VLAN  65244"), log(3, "Radius Index  555885348"), log(3, "MAC Acl Index  825373492"),
+                log(3, "Radius Acl Type  -235736076")});
+    vap_cfg expected = {};
+    set_bytes(expected.bssid, BSSID_0);
+    set_text(expected.ssid, 32, "abcdefghijklmnopqrstuvwxyz012345");
+    set_text(expected.captive_cfg, 32, "ABCDEFGHIJKLMNOPQRSTUVWXYZ678901");
+    set_text(expected.ifname, 12, "ath0");
+    expected.vlan = 0xfedc;
+    expected.vap_attr = 0x11121314;
+    expected.radius_idx = 0x21222324;
+    expected.mac_acl_idx = 0x31323334;
+    expected.radius_acl_type = 0xf1f2f3f4;
+    EXPECT_EQ(0, memcmp(&expected, &g_cfg.vaps[0], sizeof(expected)));
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+}
+
+SIM_TEST(vap_config, keeps_the_order_of_the_list) {
+    have_two_vaps(sim);
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(2), loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10),
+                loaded("ath1", "0a:1b:2c:3d:4e:61", "guest", 20)});
+    EXPECT_EQ(0, index_of(BSSID_0));
+    EXPECT_EQ(1, index_of(BSSID_1));
+}
+
+SIM_TEST(vap_config, an_access_point_without_vaps_has_none) {
+    ready_to_talk();
+    have_vap(0, "old", "02:00:00:00:00:01", 5);
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(0)});
+    EXPECT_EQ(0U, g_cfg.num_vaps);
+}
+
+SIM_TEST(vap_config, a_vap_that_cannot_be_read_is_left_out) {
+    have_two_vaps(sim);
+    sim.vaps[0].readable = false;
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(2), loaded("ath1", "0a:1b:2c:3d:4e:61", "guest", 20)});
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+    EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
+}
+
+SIM_TEST(vap_config, any_result_but_0_is_a_vap_that_cannot_be_read) {
+    have_two_vaps(sim);
+    sim.fail_nth("apcfg_vap_get_by_ifname", 2, 1);
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(2), loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10)});
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+}
+
+SIM_TEST(vap_config, a_vap_without_bssid_is_overwritten_by_the_next) {
+    have_two_vaps(sim);
+    sim.hwaddr.erase("ath0");
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(2), log(3, "vap ath0 status = AP_TRUE"), did("socket"),
+                did("ioctl(0x8927, ath0) = -1"), log(1, "Error obtaining the BSSID for ath0"), did("close"),
+                loaded("ath1", "0a:1b:2c:3d:4e:61", "guest", 20)});
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+    EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
+}
+
+SIM_TEST(vap_config, the_last_vap_without_bssid_leaves_its_name_beside_the_old_fields) {
+    have_two_vaps(sim);
+    vap_cfg &old = have_vap(1, "old", "02:00:00:00:00:01", 5);
+    set_text(old.ssid, 32, "old ssid");
+    old.guest_count = 7;
+    sim.hwaddr.erase("ath1");
+    client_mgr_vap_init();
+    sim.forget();
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+    EXPECT_EQ("ath1", name_of(g_cfg.vaps[1]));
+    EXPECT_STREQ("old ssid", g_cfg.vaps[1].ssid);
+    EXPECT_EQ(5U, g_cfg.vaps[1].vlan);
+    EXPECT_EQ(7U, g_cfg.vaps[1].guest_count);
+    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(g_cfg.vaps[1].bssid, g_cfg.vaps[1].bssid + 6));
+}
+
+SIM_TEST(vap_config, the_status_is_logged_and_nothing_else) {
+    have_two_vaps(sim);
+    sim.vaps[0].record.status = 0;
+    sim.vaps[1].record.status = 2;
+    client_mgr_vap_init();
+    const auto disabled = [](const std::string &ifname, steps all) {
+        all[0] = log(3, "vap " + ifname + " status = AP_FALSE")[0];
+        return all;
+    };
+    sim.expect({INITIALISING, got(2), disabled("ath0", loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10)),
+                disabled("ath1", loaded("ath1", "0a:1b:2c:3d:4e:61", "guest", 20))});
+    EXPECT_EQ(2U, g_cfg.num_vaps);
+}
+
+SIM_TEST(vap_config, a_reload_keeps_the_guest_counts) {
+    have_two_vaps(sim);
+    g_cfg.vaps[1].guest_count = 0x01020304;
+    client_mgr_vap_init();
+    sim.forget();
+    EXPECT_EQ(0x01020304U, g_cfg.vaps[1].guest_count);
+    EXPECT_EQ(0U, g_cfg.vaps[0].guest_count);
+}
+
+SIM_TEST(vap_config, a_name_of_12_characters_has_no_terminator) {
+    ready_to_talk();
+    sim.vaps = {apcfg_entry("wlan0.vap123", "home", 10)};
+    sim.hwaddr = {{"wlan0.vap123", BSSID_0}};
+    client_mgr_vap_init();
+    sim.expect({INITIALISING, got(1), loaded("wlan0.vap123", "0a:1b:2c:3d:4e:50", "home", 10)});
+    EXPECT_EQ("wlan0.vap123", name_of(g_cfg.vaps[0]));
+    EXPECT_EQ(10U, g_cfg.vaps[0].vlan) << "the member behind the name";
+}
+
+// More interfaces than entries, as many as an 8-bit count can name.
+SIM_TEST(vap_config, stops_at_16_vaps) {
+    ready_to_talk();
+    for (unsigned i = 0; i < 255; i++) {
+        const std::string name = "ath" + std::to_string(i);
+        sim.vaps.push_back(apcfg_entry(name, name, static_cast<uint16_t>(100 + i)));
+        sim.hwaddr[name] = hex("0a 1b 2c 3d 4e") + bytes{static_cast<uint8_t>(i)};
+    }
+    memset(g_cfg.ctrlr_msg_buf, 0xa5, 256);
+    client_mgr_vap_init();
+    EXPECT_EQ(16U, g_cfg.num_vaps);
+    for (unsigned i = 0; i < 16; i++) EXPECT_EQ("ath" + std::to_string(i), name_of(g_cfg.vaps[i]));
+    EXPECT_EQ(bytes(256, 0xa5), bytes(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + 256)) << "what lies behind";
+    const std::vector<std::string> effects = sim.take_effects();
+    EXPECT_EQ(16, std::count(effects.begin(), effects.end(), "socket"));
+}
+
+SIM_TEST(vap_config, the_first_16_that_can_be_read_are_taken) {
+    ready_to_talk();
+    for (unsigned i = 0; i < 20; i++) {
+        const std::string name = "ath" + std::to_string(i);
+        sim.vaps.push_back(apcfg_entry(name, name, 1));
+        if (i % 8 != 3)
+            sim.hwaddr[name] = hex("0a 1b 2c 3d 4e") + bytes{static_cast<uint8_t>(i)};
+    }
+    client_mgr_vap_init();
+    EXPECT_EQ(16U, g_cfg.num_vaps);
+    EXPECT_EQ("ath17", name_of(g_cfg.vaps[15]));
+    sim.forget();
+}
+
+// --- lookup
+
+SIM_TEST(vap_config, the_first_entry_with_the_bssid_wins) {
+    have_vap(0, "a", "02:00:00:00:00:01", 1);
+    have_vap(1, "b", "02:00:00:00:00:02", 1);
+    have_vap(2, "c", "02:00:00:00:00:02", 1);
+    EXPECT_EQ(0, index_of(hex("02 00 00 00 00 01")));
+    EXPECT_EQ(1, index_of(hex("02 00 00 00 00 02")));
+    EXPECT_EQ(-1, index_of(hex("02 00 00 00 00 03")));
+    EXPECT_EQ(-1, index_of(hex("82 00 00 00 00 01")));
+    sim.expect_nothing();
+}
+
+SIM_TEST(vap_config, without_valid_entries_nothing_is_found) {
+    have_vap(0, "a", "02:00:00:00:00:01", 1);
+    g_cfg.num_vaps = 0;
+    EXPECT_EQ(-1, index_of(hex("02 00 00 00 00 01")));
+    EXPECT_EQ(-1, index_of(zeros(6)));
+}
+
+SIM_TEST(vap_config, the_search_never_leaves_the_16_entries) {
+    have_vap(15, "a", "02:00:00:00:00:01", 1);
+    // Where a 17th entry would be.
+    set_bytes(g_cfg.ctrlr_msg_buf, hex("02 00 00 00 00 02"));
+    for (uint32_t num_vaps : {16U, 17U, 255U, 0xffffffffU}) {
+        g_cfg.num_vaps = num_vaps;
+        EXPECT_EQ(15, index_of(hex("02 00 00 00 00 01")));
+        EXPECT_EQ(-1, index_of(hex("02 00 00 00 00 02")));
+    }
+}
+
+SIM_TEST(vap_config, entries_past_the_valid_ones_have_no_index_but_are_still_updated) {
+    have_two_vaps(sim);
+    client_mgr_vap_init();
+    sim.vaps.pop_back();
+    client_mgr_vap_init();
+    sim.forget();
+    EXPECT_EQ(1U, g_cfg.num_vaps);
+    EXPECT_EQ(-1, index_of(BSSID_1));
+    EXPECT_EQ(0, client_mgr_vap_update("ath1\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath1"), read_hwaddr("ath1"), log(3, "BSSID : 0a:1b:2c:3d:4e:61"),
+                log(3, "SSID  guest"), log(3, "VLAN  20"),
+                to_controller(hex("01 0e 00 0001 00 003c a0a1a2a3a4a5  01 04 002e  0a1b2c3d4e61") +
+                              padded("guest", 32) + hex("00000014"))});
+}
+
+// --- update
+
+SIM_TEST(vap_config, an_update_reports_the_vap_with_its_bssid_read_afresh) {
+    ready_to_talk();
+    vap_cfg &vap = have_vap(3, "ath3", "02:00:00:00:00:01", 0x31323334);
+    set_text(vap.ssid, 32, "abcdefghijklmnopqrstuvwxyz012345");
+    sim.hwaddr = {{"ath3", BSSID_0}};
+    EXPECT_EQ(0, client_mgr_vap_update("ath3\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath3"), read_hwaddr("ath3"), log(3, "BSSID : 0a:1b:2c:3d:4e:50"),
+                log(3, "SSID  abcdefghijklmnopqrstuvwxyz012345"), log(3, "VLAN  825373492"),
+                to_controller(hex("01 0e 00"              // version, header length, type
+                                  "0001 00 003c"          // one record, 60 bytes
+                                  "a0 a1 a2 a3 a4 a5"     // this access point
+                                  "01 04 002e"            // VAP configuration, 46 bytes
+                                  "0a 1b 2c 3d 4e 50") +  // as read
+                              padded("abcdefghijklmnopqrstuvwxyz012345", 32) +
+                              hex("31 32 33 34"))});
+    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(vap.bssid, vap.bssid + 6)) << "the entry is not refreshed";
+}
+
+SIM_TEST(vap_config, an_update_of_an_unknown_interface_ends_with_its_receipt) {
+    have_two_vaps(sim);
+    client_mgr_vap_init();
+    sim.forget();
+    EXPECT_EQ(0, client_mgr_vap_update("ath7\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath7")});
+}
+
+SIM_TEST(vap_config, interface_names_are_compared_over_12_bytes) {
+    ready_to_talk();
+    have_vap(0, "ath0", "02:00:00:00:00:01", 1);
+    const char dirty[12] = {'a', 't', 'h', '0', '\0', 'x'};
+    EXPECT_EQ(0, client_mgr_vap_update(dirty));
+    sim.expect({log(3, "Rcvd vap update for ath0")});
+}
+
+SIM_TEST(vap_config, an_interface_name_of_12_characters_is_read_within_its_field) {
+    ready_to_talk();
+    have_vap(15, "wlan0.vap123", "02:00:00:00:00:01", 1);
+    sim.hwaddr = {{"wlan0.vap123", BSSID_0}};
+    const std::vector<char> name = {'w', 'l', 'a', 'n', '0', '.', 'v', 'a', 'p', '1', '2', '3'};
+    EXPECT_EQ(0, client_mgr_vap_update(name.data()));
+    sim.expect({log(3, "Rcvd vap update for wlan0.vap123"), read_hwaddr("wlan0.vap123"),
+                log(3, "BSSID : 0a:1b:2c:3d:4e:50"), log(3, "SSID  "), log(3, "VLAN  1"),
+                to_controller(hex("01 0e 00 0001 00 003c a0a1a2a3a4a5  01 04 002e  0a1b2c3d4e50") + zeros(32) +
+                              hex("00000001"))});
+}
+
+SIM_TEST(vap_config, an_update_without_a_name_meets_the_first_unused_entry) {
+    ready_to_talk();
+    have_vap(0, "ath0", "02:00:00:00:00:01", 1);
+    EXPECT_NE(0, client_mgr_vap_update("\0\0\0\0\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for "), did("socket"), did("ioctl(0x8927, ) = -1"),
+                log(1, "Error obtaining the BSSID for "), did("close"), log(1, "Unable to get bssid for vap ")});
+}
+
+SIM_TEST(vap_config, an_update_needs_the_controller) {
+    have_vap(0, "ath0", "02:00:00:00:00:01", 1);
+    sim.hwaddr = {{"ath0", BSSID_0}};
+    for (uint32_t flags : {0U, 1U, 2U, 3U}) {
+        g_cfg.status_flags = flags;
+        g_cfg.ctrlr_ip = flags == 3 ? 0 : 1;
+        client_mgr_vap_update("ath0\0\0\0\0\0\0\0");
+        sim.expect({log(3, "Rcvd vap update for ath0"), NOT_READY});
+    }
+}
+
+SIM_TEST(vap_config, an_update_without_bssid_sends_nothing) {
+    ready_to_talk();
+    have_vap(0, "ath0", "02:00:00:00:00:01", 1);
+    EXPECT_NE(0, client_mgr_vap_update("ath0\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath0"), did("socket"), did("ioctl(0x8927, ath0) = -1"),
+                log(1, "Error obtaining the BSSID for ath0"), did("close"),
+                log(1, "Unable to get bssid for vap ath0")});
+}
+
+SIM_TEST(vap_config, an_update_that_cannot_be_sent_is_logged_twice) {
+    ready_to_talk();
+    have_vap(0, "ath0", "02:00:00:00:00:01", 1);
+    sim.hwaddr = {{"ath0", BSSID_0}};
+    sim.fail_nth("apcomm_send_msg", 1);
+    EXPECT_NE(0, client_mgr_vap_update("ath0\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath0"), read_hwaddr("ath0"), log(3, "BSSID : 0a:1b:2c:3d:4e:50"),
+                log(3, "SSID  "), log(3, "VLAN  1"),
+                failed(to_controller(hex("01 0e 00 0001 00 003c a0a1a2a3a4a5  01 04 002e  0a1b2c3d4e50") + zeros(32) +
+                                     hex("00000001"))),
+                log(1, "APComm Unable to send data"), log(1, "Error sending VAP config")});
+}
+
+}  // namespace sim
