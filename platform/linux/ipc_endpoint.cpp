@@ -91,7 +91,8 @@ const char *find_fault(const msghdr &message, const ipc_datagram &datagram, cons
     if (sender == nullptr) {
         return "sender unknown";
     }
-    if (sender->uid != 0 && sender->uid != geteuid()) {
+    static const uid_t own_user = geteuid();
+    if (sender->uid != 0 && sender->uid != own_user) {
         return "sender not permitted";
     }
     if ((message.msg_flags & MSG_TRUNC) != 0) {

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 
 #include "platform/linux/event_base.h"
 
@@ -21,7 +22,7 @@ struct timer {
     std::int64_t due;  // nanoseconds of the monotonic clock
 };
 
-event_base *base = nullptr;
+std::unique_ptr<event_base, void (*)(event_base *)> base{nullptr, event_base_free};
 std::array<timer, 32> timers{};
 
 std::int64_t monotonic_now() {
@@ -50,26 +51,26 @@ void timer_fired(evutil_socket_t, short, void *context) {
 
 }  // namespace
 
-event_base *kx::process_event_base() { return base; }
+event_base *kx::process_event_base() { return base.get(); }
 
 int kx_eloop_init(void *) {
-    base = event_base_new();
+    base.reset(event_base_new());
     return base == nullptr ? -1 : 0;
 }
 
 int kx_eloop_register_timeout(unsigned int secs, unsigned int usecs, kx_eloop_timeout_handler handler, void *ctx1,
                               void *ctx2) {
     auto free = std::find_if(timers.begin(), timers.end(), [](const timer &each) { return each.handler == nullptr; });
-    if (base == nullptr || handler == nullptr || free == timers.end()) {
+    if (free == timers.end()) {
         return -1;
     }
     std::int64_t wait = secs * nanoseconds_per_second + std::int64_t{usecs} * 1000;
     *free = {{}, handler, ctx1, ctx2, monotonic_now() + wait};
-    if (event_assign(&free->wakeup, base, -1, 0, timer_fired, &*free) != 0 || !arm(*free)) {
+    if (event_assign(&free->wakeup, base.get(), -1, 0, timer_fired, &*free) != 0 || !arm(*free)) {
         free->handler = nullptr;
         return -1;
     }
     return 0;
 }
 
-void kx_eloop_run(void) { event_base_dispatch(base); }
+void kx_eloop_run(void) { event_base_dispatch(base.get()); }

@@ -39,11 +39,9 @@ protected:
         if (!enter_namespace() || run("ip link add br0 type bridge && ip link add br1 type bridge") != 0) {
             GTEST_SKIP() << "network namespaces or bridges are not permitted here";
         }
-        for (std::string port : {"wlan0 br0", "wlan1 br0", "wlan2 br1"}) {
-            std::string name = port.substr(0, 5);
-            ASSERT_EQ(run("ip link add " + name + " type veth peer name p" + name), 0);
-            ASSERT_EQ(run("ip link set " + name + " master " + port.substr(6)), 0);
-        }
+        add_port("wlan0", "br0");
+        add_port("wlan1", "br0");
+        add_port("wlan2", "br1");
     }
     void TearDown() override {
         kxbr_api_del_client(sta_.data());
@@ -52,6 +50,12 @@ protected:
         }
     }
 
+    static void add_port(const std::string &name, const std::string &bridge) {
+        std::string command = "ip link add ";
+        command.append(name).append(" type veth peer name p").append(name);
+        command.append(" && ip link set ").append(name).append(" master ").append(bridge);
+        ASSERT_EQ(run(command), 0);
+    }
     int add(const char *ifname, std::uint32_t vlan) {
         return kxbr_api_add_client(sta_.data(), ifname, "eth0", vlan, 0, 0);
     }
