@@ -13,9 +13,9 @@ struct event_rig {
 
     // Serves events until `done`; false when that takes longer than `limit`.
     bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
-        auto deadline = std::chrono::steady_clock::now() + limit;
+        auto end = std::chrono::steady_clock::now() + limit;
         while (!done()) {
-            if (std::chrono::steady_clock::now() >= deadline) {
+            if (std::chrono::steady_clock::now() >= end) {
                 return false;
             }
             timeval tick{0, 5000};

@@ -1,0 +1,373 @@
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "client_mgr/messages.h"
+#include "kx/apcomm.h"
+#include "platform/linux/apcomm_channel.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/sysmon_messages.h"
+#include "tests/unit/apd_rig.h"
+
+namespace {
+
+using bytes = std::vector<std::uint8_t>;
+
+bytes numbered(std::uint32_t number, std::size_t size) {
+    bytes message(size, static_cast<std::uint8_t>(number));
+    std::memcpy(message.data(), &number, sizeof(number));
+    return message;
+}
+
+// Puts the messages of local messages 123 together again.
+class reassembly {
+public:
+    void take(const kx::ipc_message &message) {
+        ASSERT_EQ(message.id, KX_MSG_ID_APCOMM_MSG);
+        kx::apcomm_part part{};
+        ASSERT_GE(message.payload.size(), sizeof(part));
+        std::memcpy(&part, message.payload.data(), sizeof(part));
+        ASSERT_EQ(part.kind, kx::apcomm_kind_part);
+        ASSERT_EQ(part.length, message.payload.size() - sizeof(part));
+        ASSERT_EQ(part.offset, partial_.size());
+        partial_.insert(partial_.end(), message.payload.begin() + sizeof(part), message.payload.end());
+        if (partial_.size() == part.total) {
+            messages.push_back(std::exchange(partial_, {}));
+        }
+    }
+    std::vector<bytes> messages;
+
+private:
+    bytes partial_;
+};
+
+bytes status(std::uint32_t state, std::uint32_t ctrl_ip) {
+    bytes payload;
+    for (std::uint32_t value : {kx::apcomm_kind_status, state, ctrl_ip}) {
+        be32 word{};
+        word = value;
+        payload.insert(payload.end(), word.bytes, word.bytes + sizeof(word));
+    }
+    return payload;
+}
+
+class apd_test : public apd_rig {
+protected:
+    void expect_taken_up() {
+        for (std::uint32_t id : {KX_MSG_ID_SYS_INIT, KX_MSG_ID_VAP_INIT, KX_MSG_ID_SYS_READY, KX_MSG_ID_SYSMON_HB}) {
+            auto message = next_message();
+            ASSERT_TRUE(message.has_value());
+            EXPECT_EQ(message->id, id);
+            EXPECT_EQ(message->flags, 1U);
+            EXPECT_TRUE(message->payload.empty());
+        }
+    }
+    void expect_status(std::uint32_t state, std::uint32_t ctrl_ip) {
+        auto message = next_message();
+        ASSERT_TRUE(message.has_value());
+        EXPECT_EQ(message->id, KX_MSG_ID_APCOMM_MSG);
+        EXPECT_EQ(message->payload, status(state, ctrl_ip));
+    }
+};
+
+TEST_F(apd_test, answers_each_handshake_in_order) {
+    start_apd();
+    EXPECT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    for (std::uint32_t pid : {100U, 100U, 101U}) {
+        daemon->announce(kx::sysmon_id_handshake, pid, 60);
+        expect_taken_up();
+    }
+}
+
+TEST_F(apd_test, takes_up_a_daemon_that_ran_before_it) {
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    daemon->announce(kx::sysmon_id_heartbeat, 100, 60);
+    expect_taken_up();
+    daemon->announce(kx::sysmon_id_heartbeat, 100, 60);
+    settle();
+    EXPECT_FALSE(daemon->receive().has_value());
+}
+
+TEST_F(apd_test, drops_garbage_at_the_monitor) {
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    daemon->send_to_monitor(kx::sysmon_id_handshake, {});
+    daemon->send_to_monitor(kx::sysmon_id_handshake, bytes(7));
+    daemon->send_to_monitor(kx::sysmon_id_handshake, bytes(9, 1));
+    daemon->announce(kx::sysmon_id_handshake, 100, 0);
+    daemon->announce(kx::sysmon_id_heartbeat, 100, 0xffffffff);
+    daemon->announce(99, 100, 60);
+    settle();
+    EXPECT_FALSE(daemon->receive().has_value());
+    daemon->announce(kx::sysmon_id_handshake, 100, 60);
+    expect_taken_up();
+}
+
+TEST_F(apd_test, reports_a_daemon_that_misses_three_heartbeats) {
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    daemon->announce(kx::sysmon_id_handshake, 4711, 1);
+    expect_taken_up();
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+        EXPECT_TRUE(syslog_lines().empty());
+    }
+    EXPECT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    EXPECT_EQ(syslog_lines(),
+              std::vector<std::string>{"client_mgr (process 4711) has not answered 3 heartbeat requests"});
+    daemon->announce(kx::sysmon_id_heartbeat, 4711, 1);
+    EXPECT_TRUE(logged("client_mgr (process 4711) answers again"));
+}
+
+TEST_F(apd_test, an_answered_heartbeat_is_no_miss) {
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    daemon->announce(kx::sysmon_id_handshake, 1, 1);
+    expect_taken_up();
+    for (int i = 0; i < 4; i++) {
+        daemon->announce(kx::sysmon_id_heartbeat, 1, 1);
+        EXPECT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    }
+    EXPECT_TRUE(syslog_lines().empty());
+}
+
+TEST_F(apd_test, reports_the_tunnel_and_has_the_vaps_loaded) {
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+    accept_tunnel();
+    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+
+    daemon->connect();
+    ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
+    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+
+    accepted = {};
+    expect_status(APCOMM_STATUS_DOWN, 0);
+    accept_tunnel();
+    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+}
+
+TEST_F(apd_test, carries_messages_both_ways) {
+    start_site();
+    ASSERT_TRUE(daemon->send_packet(106, {1, 2, 3}));
+    ASSERT_TRUE(daemon->send_packet(106, bytes(16384, 7)));
+    ASSERT_TRUE(run_until([&] { return accepted.messages.size() == 2; }));
+    EXPECT_EQ(accepted.messages[0], (received_message{106, {1, 2, 3}}));
+    EXPECT_EQ(accepted.messages[1], (received_message{106, bytes(16384, 7)}));
+
+    reassembly received;
+    ASSERT_TRUE(accepted.tunnel->send(105, bytes{9}));
+    for (std::size_t size : {4U, 16356U, 16357U, 16384U}) {
+        ASSERT_TRUE(accepted.send(numbered(1, size)));
+        while (received.messages.empty()) {
+            auto message = next_message();
+            ASSERT_TRUE(message.has_value());
+            received.take(*message);
+        }
+        EXPECT_EQ(received.messages, std::vector<bytes>{numbered(1, size)});
+        received.messages.clear();
+    }
+}
+
+TEST_F(apd_test, keeps_order_for_a_daemon_that_reads_slowly) {
+    start_site();
+    constexpr std::uint32_t count = 2000;
+    std::uint32_t sent = 0;
+    // More than the queues between hold: the tunnel must wait.
+    ASSERT_TRUE(run_until([&, idle = 0]() mutable {
+        std::uint32_t before = sent;
+        while (sent < count && accepted.send(numbered(sent, 16384))) {
+            sent++;
+        }
+        idle = sent == before ? idle + 1 : 0;
+        return sent == count || idle == 50;
+    }));
+    ASSERT_GT(sent, 100U);
+    ASSERT_LT(sent, count);
+    reassembly received;
+    while (received.messages.size() < sent) {
+        auto message = next_message();
+        ASSERT_TRUE(message.has_value()) << received.messages.size();
+        received.take(*message);
+    }
+    for (std::uint32_t i = 0; i < sent; i++) {
+        ASSERT_EQ(received.messages[i], numbered(i, 16384));
+    }
+    EXPECT_TRUE(syslog_lines().empty());
+}
+
+TEST_F(apd_test, passes_the_pressure_of_a_full_tunnel_on) {
+    start_site();
+    accepted.tunnel->set_reading(false);
+    std::uint32_t sent = 0;
+    ASSERT_TRUE(run_until([&, idle = 0]() mutable {
+        std::uint32_t before = sent;
+        while (daemon->send_packet(106, numbered(sent, 8000))) {
+            sent++;
+        }
+        idle = sent == before ? idle + 1 : 0;
+        return idle == 50;
+    }));
+    EXPECT_GT(sent, kx::tunnel_options{}.queue_max / 8008);
+    accepted.tunnel->set_reading(true);
+    ASSERT_TRUE(run_until([&] { return accepted.messages.size() == sent; }));
+    for (std::uint32_t i = 0; i < sent; i++) {
+        ASSERT_EQ(accepted.messages[i].bytes, numbered(i, 8000));
+    }
+    EXPECT_TRUE(daemon->send_packet(106, {1}));
+    EXPECT_TRUE(run_until([&] { return accepted.messages.size() == sent + 1; }));
+}
+
+TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
+    start_site();
+    accepted = {};
+    expect_status(APCOMM_STATUS_DOWN, 0);
+    for (int i = 0; i < 3; i++) {
+        ASSERT_TRUE(daemon->send_packet(106, {1}));
+    }
+    EXPECT_TRUE(logged("3 messages of client_mgr dropped: there is no tunnel"));
+}
+
+TEST_F(apd_test, counts_messages_for_a_daemon_that_is_gone_and_finds_the_next_one) {
+    start_site();
+    daemon.reset();
+    ASSERT_TRUE(accepted.send({1}));
+    ASSERT_TRUE(accepted.send(bytes(16384)));
+    EXPECT_TRUE(logged("2 messages from the controller dropped"));
+    daemon.emplace();
+    daemon->announce(kx::sysmon_id_handshake, 5, 60);
+    expect_taken_up();
+    ASSERT_TRUE(accepted.send({7}));
+    auto message = next_message();
+    ASSERT_TRUE(message.has_value());
+    EXPECT_EQ(message->payload.back(), 7);
+}
+
+TEST_F(apd_test, ends_a_connection_that_sends_garbage_and_keeps_the_other) {
+    start_site();
+    played_daemon *good = &*daemon;
+    for (const bytes &garbage : {bytes(3), bytes(16384 + 5)}) {
+        int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        kx::place(kx::endpoint_apcomm).copy(address.sun_path, sizeof(address.sun_path) - 1);
+        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        ASSERT_GT(send(fd, garbage.data(), garbage.size(), 0), 0);
+        char byte = 0;
+        EXPECT_TRUE(run_until([&] { return recv(fd, &byte, 1, MSG_DONTWAIT) == 0; }));
+        close(fd);
+    }
+    ASSERT_TRUE(good->send_packet(106, {1}));
+    EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
+}
+
+TEST_F(apd_test, its_sockets_are_the_owners_alone) {
+    start_apd();
+    EXPECT_EQ(mode_of(kx::place(kx::endpoint_sysmon)), 0600U);
+    EXPECT_EQ(mode_of(kx::place(kx::endpoint_apcomm)), 0600U);
+    apd.reset();
+    EXPECT_FALSE(std::filesystem::exists(kx::place(kx::endpoint_apcomm)));
+}
+
+TEST_F(apd_test, a_second_one_does_not_start) {
+    start_apd();
+    EXPECT_THROW(apd::platform_daemon(base.get(), root() + "/ap.toml"), std::system_error);
+    EXPECT_TRUE(std::filesystem::exists(kx::place(kx::endpoint_apcomm)));
+}
+
+TEST_F(apd_test, tells_which_vaps_have_changed) {
+    const std::string first = "[[vap]]\nifname = \"wlan0\"\nssid = \"office\"\nvlan = 10\n";
+    const std::string second = "[[vap]]\nifname = \"wlan1-guests\"\nssid = \"guests\"\nvlan = 20\n";
+    start_apd();
+    ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
+
+    write_file("ap.toml", config(listener.port(), first + second));
+    for (const std::string name : {"wlan0", "wlan1-guests"}) {
+        auto message = next_message();
+        ASSERT_TRUE(message.has_value());
+        EXPECT_EQ(message->id, KX_MSG_ID_VAP_UPDATE);
+        bytes padded(name.begin(), name.end());
+        padded.resize(12);
+        EXPECT_EQ(message->payload, padded);
+    }
+    // As an editor does it: a new file is moved over the old one.
+    std::filesystem::rename(write_file("new.toml", config(listener.port(), second + first)), root() + "/ap.toml");
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+
+    write_file("ap.toml", config(listener.port(), "[[vap]]\nifname = 7\n"));
+    EXPECT_TRUE(logged("ap.toml:10: "));
+    write_file("ap.toml", config(listener.port(), second));
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+    apd->reload();
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+    settle();
+    EXPECT_FALSE(daemon->receive().has_value());
+}
+
+TEST_F(apd_test, moves_to_another_controller) {
+    start_site();
+    loopback_listener other;
+    write_file("ap.toml", config(other.port(), ""));
+    expect_status(APCOMM_STATUS_DOWN, 0);
+    EXPECT_EQ(accepted.reason, "closed by the peer");
+    int fd = -1;
+    ASSERT_TRUE(run_until([&] { return (fd = other.accept()) >= 0; }));
+    close(fd);
+}
+
+TEST_F(apd_test, stop_sends_what_is_queued_and_ends_the_loop) {
+    start_site();
+    for (std::uint32_t i = 0; i < 5; i++) {
+        ASSERT_TRUE(daemon->send_packet(106, numbered(i, 100)));
+    }
+    ASSERT_TRUE(run_until([&] { return !accepted.messages.empty(); }));
+    apd->stop();
+    event_base_dispatch(base.get());
+    EXPECT_TRUE(event_base_got_break(base.get()) != 0);
+    EXPECT_EQ(accepted.messages.size(), 5U);
+    EXPECT_EQ(accepted.reason, "closed by the peer");
+}
+
+TEST_F(apd_test, speaks_the_notify_protocol) {
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string path = root() + "/notify";
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    setenv("WATCHDOG_USEC", "20000", 1);
+    std::vector<std::string> states;
+    auto notified = [&](const std::string &wanted) {
+        return run_until([&] {
+            std::array<char, 512> text;
+            for (ssize_t size = 0; (size = recv(fd, text.data(), text.size(), 0)) > 0;) {
+                states.emplace_back(text.data(), static_cast<std::size_t>(size));
+            }
+            return std::find(states.begin(), states.end(), wanted) != states.end();
+        });
+    };
+    start_apd();
+    EXPECT_TRUE(notified("READY=1"));
+    EXPECT_TRUE(notified("STATUS=no tunnel, client_mgr has not started yet"));
+    EXPECT_TRUE(notified("WATCHDOG=1"));
+    accept_tunnel();
+    daemon->announce(kx::sysmon_id_handshake, 5, 60);
+    EXPECT_TRUE(notified("STATUS=tunnel to 127.0.0.1 up, client_mgr (process 5) runs"));
+    apd->stop();
+    EXPECT_TRUE(notified("STOPPING=1"));
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+    close(fd);
+}
+
+}  // namespace
