@@ -1,0 +1,135 @@
+"""One access point of the lab: its directory, its configuration and its processes."""
+
+import json
+import secrets
+import struct
+import tomllib
+from pathlib import Path
+from typing import Any
+
+from lab.site.authority import Authority, Identity
+from lab.site.client_table import Client, read_client_table
+from lab.site.controller import ADDRESS, Controller
+from lab.site.json_lines import JsonLines
+from lab.site.local_ipc import DAEMON, RADIO, LocalSocket
+from lab.site.processes import Process, Processes
+from lab.site.waiting import wait_until
+
+STATIONS_REQUEST = 1001      # lab/radio/radio_control.h
+MAC_ACL_AUTH = 195           # client_mgr/messages.h
+ACL_AUTH_REQ = "CLIENT_MGR_CLIENT_ACL_AUTH_REQ"
+
+
+class AccessPoint:
+    """`vaps` is the [[vap]] part of its configuration; `identity` shows it to the controller."""
+
+    def __init__(self, processes: Processes, directory: Path, mac: str, vaps: str, identity: Identity) -> None:
+        self.name = directory.name
+        self.root = directory
+        self.mac = mac
+        self._processes = processes
+        self._identity = identity
+        self.running: dict[str, Process] = {}
+        self.radio_output = JsonLines(directory / "radio.out")
+        self.captive_output = JsonLines(directory / "captive_app.out")
+        self.log = directory / "log/client_mgr.log"
+        directory.mkdir(mode=0o700)
+        self.vaps_text = vaps
+
+    @property
+    def vaps(self) -> list[dict[str, Any]]:
+        return tomllib.loads(self.vaps_text).get("vap", [])
+
+    def configure(self, controller: Controller, authority: Authority) -> None:
+        """Writes the configuration, in one step for whoever reads it."""
+        text = f"""\
+[ap]
+mac = "{self.mac}"
+
+[controller]
+address = "{ADDRESS}"
+port = {controller.port}
+ca = {quote(authority.certificate)}
+certificate = {quote(self._identity.certificate)}
+key = {quote(self._identity.key)}
+
+{self.vaps_text}"""
+        aside = self.root / "ap.toml.new"
+        aside.write_text(text)
+        aside.rename(self.root / "ap.toml")
+
+    def start(self, program: str, *arguments: object) -> Process:
+        self.running[program] = self._processes.start(program, arguments, self.root, self.root)
+        return self.running[program]
+
+    def start_radio(self, *arguments: object) -> None:
+        """Waits until the radio owns its VAPs: the daemon would otherwise ask the kernel for them."""
+        radio = self.start("radio", "--json", "--stay", *arguments)
+        sockets = [self.root / "kx/radio" / vap["ifname"] for vap in self.vaps if "bssid" in vap]
+        wait_until(lambda: all(each.exists() for each in sockets), f"{self.name}: the radio serves its VAPs",
+                   log=radio.err, check=radio.check_runs)
+
+    def start_all(self, *radio_arguments: object) -> None:
+        self.start("captive_app", "--json")
+        self.start_radio(*radio_arguments)
+        self.start("client_mgr")
+        self.start("apd")
+
+    def kill(self, program: str) -> None:
+        process = self.running.pop(program)
+        self._processes.forget(process)
+        process.kill()
+
+    def clients(self) -> list[Client]:
+        return read_client_table(self.root)
+
+    def radio_state(self) -> str:
+        """"waiting" for the daemon, "playing" or "played"."""
+        return self._ask_radio(0)["state"]
+
+    def stations(self) -> list[dict[str, Any]]:
+        """The stations that the radio serves."""
+        found: list[dict[str, Any]] = []
+        while True:
+            page = self._ask_radio(len(found))
+            found += page["stations"]
+            if len(found) >= page["total"] or not page["stations"]:
+                return found
+
+    def _ask_radio(self, leave_out: int) -> dict[str, Any]:
+        with LocalSocket(self.root) as ipc:
+            return json.loads(ipc.request(RADIO, STATIONS_REQUEST, struct.pack(">I", leave_out)))
+
+    def probe(self, controller: Controller) -> None:
+        """Returns when everything that the daemon had been told before has passed through it to the controller.
+
+        A MAC ACL question that no station asks: local messages are handled in their order, and the channel keeps it,
+        so the question reaches the controller behind every record before it. No table keeps a trace of it.
+        """
+        client = make_probe_mac()
+        bssid = next(vap["bssid"] for vap in self.vaps if "bssid" in vap)
+        question = mac_bytes(client) + mac_bytes(bssid) + struct.pack(">I", 0)
+        with LocalSocket(self.root) as ipc:
+            ipc.notify(DAEMON, MAC_ACL_AUTH, question)
+        wait_until(lambda: any(is_probe(each) and each["client"] == client for each in controller.records()),
+                   f"{self.name}: the controller received everything", log=self.log, check=self._processes.check)
+
+
+PROBE_PREFIX = "0e:6b:78"  # locally administered, used by no station of the lab
+
+
+def make_probe_mac() -> str:
+    return PROBE_PREFIX + "".join(f":{byte:02x}" for byte in secrets.token_bytes(3))
+
+
+def is_probe(record: dict[str, Any]) -> bool:
+    return record.get("name") == ACL_AUTH_REQ and record["client"].startswith(PROBE_PREFIX)
+
+
+def mac_bytes(text: str) -> bytes:
+    return bytes.fromhex(text.replace(":", ""))
+
+
+def quote(value: object) -> str:
+    """A TOML string."""
+    return json.dumps(str(value), ensure_ascii=False)

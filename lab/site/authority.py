@@ -1,0 +1,48 @@
+"""A throw-away certificate authority."""
+
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+from lab.site.failure import LabFailure
+from lab.site.processes import die_with_parent
+
+NEW_KEY = ("-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2")
+
+
+@dataclass(frozen=True)
+class Identity:
+    certificate: Path
+    key: Path
+
+
+class Authority:
+    """Signs certificates with a key that exists in `directory` alone."""
+
+    def __init__(self, directory: Path, name: str = "authority") -> None:
+        self._directory = directory
+        self._own = self._identity(name)
+        self._make(self._own, name, "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=keyCertSign")
+
+    @property
+    def certificate(self) -> Path:
+        return self._own.certificate
+
+    def issue(self, name: str, address: str | None = None) -> Identity:
+        """A certificate for `name`; with `address`, valid for the host of that IP address."""
+        issued = self._identity(name)
+        host = ("-addext", f"subjectAltName=IP:{address}") if address else ()
+        self._make(issued, name, "-CA", self._own.certificate, "-CAkey", self._own.key,
+                   "-addext", "basicConstraints=CA:FALSE", *host)
+        return issued
+
+    def _identity(self, name: str) -> Identity:
+        return Identity(self._directory / f"{name}.pem", self._directory / f"{name}.key")
+
+    def _make(self, identity: Identity, name: str, *options: object) -> None:
+        command = ["openssl", "req", *NEW_KEY, "-subj", f"/CN={name}", "-keyout", identity.key,
+                   "-out", identity.certificate, *options]
+        done = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False,
+                              preexec_fn=die_with_parent)
+        if done.returncode != 0:
+            raise LabFailure(f"openssl could not make the certificate of {name}: {done.stderr.strip()}")

@@ -1,0 +1,157 @@
+"""Plays a capture to one access point."""
+
+import os
+import subprocess
+from collections import Counter
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from rich.console import Console
+from rich.markup import escape
+
+from lab.site.access_point import AccessPoint, is_probe
+from lab.site.client_table import Client
+from lab.site.failure import LabFailure
+from lab.site.laboratory import Laboratory
+from lab.site.narration import RECORD_MEANINGS, JsonNarrator, Narrator
+from lab.site.processes import die_with_parent, environment_for
+from lab.site.waiting import wait_until
+
+AP_MAC = "02:00:00:00:10:00"
+PATIENCE_SECONDS = 30
+
+INTRODUCTION = """\
+[bold]client_mgr[/] is the daemon in a wireless access point that knows its clients: it hears from
+the radio who comes and goes, and reports it to the controller of all access points.
+Here it runs for real; only the radio is a stand-in, which listens to a recording:
+
+  recording --> [green]radio[/] --> [bold]client_mgr[/] --> platform daemon (apd) == TLS ==> [cyan]controller[/]
+"""
+
+EVENTS = {"associations": "associations granted", "reassociations": "reassociations granted",
+          "refused": "associations refused", "disassociations": "departures", "addresses": "addresses learnt",
+          "elsewhere": "events of other access points"}
+
+
+@dataclass(frozen=True)
+class Capture:
+    file: Path
+    vaps: str  # the [[vap]] tables of the access points in it
+
+
+def builtin_capture(build: Path) -> Capture:
+    made = build / "lab/captures"
+    return Capture(made / "builtin.pcap", (made / "builtin-vaps.toml").read_text())
+
+
+def open_capture(file: Path, programs: Path) -> Capture:
+    """Raises LabFailure when `file` is not a capture that the radio can read."""
+    try:
+        with open(file, "rb"):
+            pass
+    except OSError as error:
+        raise LabFailure(f"{file}: {error.strerror}; a pcap or pcapng file of 802.11 traffic was expected") from None
+    found = subprocess.run([programs / "radio", "--discover", file], env=environment_for(None), capture_output=True,
+                           text=True, check=False, preexec_fn=die_with_parent)
+    if found.returncode != 0:
+        raise LabFailure(found.stderr.strip().removeprefix("radio: "))
+    if not found.stdout.strip():
+        raise LabFailure(f"{file}: no station associates with an access point in this capture")
+    return Capture(file, found.stdout)
+
+
+def play(lab: Laboratory, capture: Capture, speed: str, narrator: Narrator | JsonNarrator,
+         access_point: AccessPoint) -> None:
+    """Returns when everything was played and everything that came of it has reached the controller."""
+    access_point.start_all("--speed", speed, "--patience", PATIENCE_SECONDS, capture.file)
+
+    def is_played() -> bool:
+        narrator.tell_news()
+        return any(event["event"] == "summary" for event in access_point.radio_output.read())
+
+    # The radio gives up by itself when nothing goes on.
+    wait_until(is_played, "the capture is played", float("inf"), check=lab.processes.check)
+    access_point.probe(lab.controller)
+    narrator.tell_news()
+
+
+def run_json(capture: Capture, speed: str, programs: Path) -> None:
+    with Laboratory(programs) as lab:
+        lab.controller.start()
+        access_point = lab.add_access_point(AP_MAC, capture.vaps)
+        play(lab, capture, speed, JsonNarrator(lab.controller), access_point)
+    lab.discard()
+
+
+def run_for_people(capture: Capture, speed: str, programs: Path, console: Console) -> None:
+    console.print(INTRODUCTION, soft_wrap=True)
+    with Laboratory(programs) as lab:
+        lab.controller.start()
+        access_point = lab.add_access_point(AP_MAC, capture.vaps)
+        console.print(f"Playing {escape(str(capture.file))}, {describe_speed(speed)}:\n", soft_wrap=True)
+        play(lab, capture, speed, Narrator(console, access_point, lab.controller), access_point)
+        clients = access_point.clients()
+    show_result(console, lab, access_point, clients)
+
+
+def describe_speed(speed: str) -> str:
+    return "as fast as client_mgr takes it" if speed == "max" else f"at {speed} times the speed it was recorded at"
+
+
+def show_result(console: Console, lab: Laboratory, access_point: AccessPoint, clients: list[Client]) -> None:
+    console.print("\n[bold]What happened[/]\n")
+    show_heard(console, access_point)
+    show_records(console, lab)
+    show_clients(console, access_point, clients)
+    show_logs(console, lab, access_point)
+
+
+def show_heard(console: Console, access_point: AccessPoint) -> None:
+    summary = next(event for event in access_point.radio_output.read() if event["event"] == "summary")
+    frames = summary["frames"]
+    unused = describe_counts({name: number for name, number in frames.items() if name != "total" and number})
+    events = describe_counts({EVENTS[name]: number for name, number in summary["events"].items() if number})
+    console.print(f"The [green]radio[/] heard {frames['total']} frames" + (f" (not used: {unused})" if unused else "") +
+                  f" and in them {events or 'no event'}.", soft_wrap=True)
+    damage = access_point.running["radio"].err.read_text(errors="replace").strip()
+    if damage:
+        console.print(escape(damage), style="yellow", soft_wrap=True)
+
+
+def describe_counts(counts: dict[str, int]) -> str:
+    return ", ".join(f"{number} {name}" for name, number in counts.items())
+
+
+def show_records(console: Console, lab: Laboratory) -> None:
+    records = [each for each in lab.controller.records() if not is_probe(each)]
+    console.print(f"\nThe [cyan]controller[/] received {len(records)} records from client_mgr:\n")
+    counted = Counter(each.get("name", "malformed") for each in records).most_common()
+    print_table(console, ("", "record", "meaning"),
+                [(f"{number:5}", name, RECORD_MEANINGS.get(name, "")) for name, number in counted])
+
+
+def print_table(console: Console, headings: Sequence[str], rows: Sequence[Sequence[str]]) -> None:
+    """Whatever the terminal's width: what does not fit is wrapped by the terminal, nothing is left out."""
+    widths = [max(map(len, column)) for column in zip(headings, *rows)]
+    for style, row in [("bold", headings), *((None, row) for row in rows)]:
+        line = "  ".join(cell.ljust(width) for cell, width in zip(row, widths))
+        console.print(f"  {line.rstrip()}", style=style, markup=False, soft_wrap=True)
+
+
+def show_clients(console: Console, access_point: AccessPoint, clients: list[Client]) -> None:
+    networks = {vap["bssid"]: vap["ssid"] for vap in access_point.vaps}
+    console.print(f"\n[bold]client_mgr[/] has {len(clients)} clients in its table now:\n")
+    print_table(console, ("client", "network", "VLAN", "address", "state"), [
+        (client.mac, networks.get(client.bssid, client.bssid), str(client.vlan),
+         "unknown" if client.ip == "0.0.0.0" else client.ip, client.describe_flags()) for client in clients])
+
+
+def show_logs(console: Console, lab: Laboratory, access_point: AccessPoint) -> None:
+    console.print("\nMore in these files:\n")
+    for who, file in (("client_mgr's log", access_point.log),
+                      ("the radio's events", access_point.radio_output.file),
+                      ("messages to the captive portal", access_point.captive_output.file),
+                      ("the controller's records", lab.controller.output.file),
+                      ("the platform daemon's messages", access_point.running["apd"].err)):
+        console.print(f"  {who:32} {escape(os.fspath(file))}", soft_wrap=True)

@@ -1,0 +1,76 @@
+"""The daemon's client table, as it dumps it on request."""
+
+import fcntl
+import os
+import re
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import dataclass
+from pathlib import Path
+
+from lab.site.failure import LabFailure
+from lab.site.local_ipc import DAEMON, LocalSocket
+
+DUMP_REQUEST = 59
+DUMP_FILE = Path("/tmp/clientmgr_cli")
+
+LOCAL = 0x01
+FOREIGN = 0x02
+TUNNEL = 0x08
+PMK = 0x10
+GUEST = 0x20
+
+
+@dataclass(frozen=True)
+class Client:
+    """One entry; its key stays behind in the dump."""
+
+    mac: str
+    home_bssid: str
+    bssid: str
+    home_vlan: int
+    vlan: int
+    ip: str
+    vap_index: int
+    flags: int
+
+    def describe_flags(self) -> str:
+        names = {LOCAL: "home client", FOREIGN: "learnt from the controller", TUNNEL: "tunnelled", PMK: "key known",
+                 GUEST: "guest, not yet let in"}
+        return ", ".join(name for bit, name in names.items() if self.flags & bit)
+
+
+@contextmanager
+def _only_dump() -> Iterator[None]:
+    """The daemons of a machine all dump into the one file: one after the other."""
+    directory = os.open(DUMP_FILE.parent, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        fcntl.flock(directory, fcntl.LOCK_EX)
+        yield
+    finally:
+        os.close(directory)
+
+
+def read_client_table(root: Path) -> list[Client]:
+    """The table of the daemon that lives in `root`. The dump, which holds keys, is removed again."""
+    with _only_dump(), LocalSocket(root) as ipc:
+        try:
+            DUMP_FILE.unlink(missing_ok=True)
+            ipc.request(DAEMON, DUMP_REQUEST)
+            return parse_dump(DUMP_FILE.read_text())
+        except OSError as error:
+            raise LabFailure(f"{DUMP_FILE}: {error.strerror}; the daemon's client table was expected here") from None
+        finally:
+            if DUMP_FILE.exists() and DUMP_FILE.stat().st_uid == os.geteuid():
+                DUMP_FILE.unlink()
+
+
+def parse_dump(text: str) -> list[Client]:
+    return [_parse_entry(entry) for entry in re.split(r"^Entry \d+ @ .*\n", text, flags=re.MULTILINE)[1:]]
+
+
+def _parse_entry(text: str) -> Client:
+    fields = {label.strip(): value.strip() for label, value in re.findall(r"^(\w[\w ]*?) *: (.*)$", text, re.MULTILINE)}
+    return Client(mac=fields["Client MAC"].split()[0], home_bssid=fields["Home Bssid"], bssid=fields["Assoc Bssid"],
+                  home_vlan=int(fields["Home VLAN"]), vlan=int(fields["Assoc VLAN"]), ip=fields["Client IP"],
+                  vap_index=int(fields["Bssid Idx"]), flags=int(fields["Flag"], 16))

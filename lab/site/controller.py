@@ -1,0 +1,77 @@
+"""The lab's controller as a process, and what it says."""
+
+import json
+import socket
+from pathlib import Path
+from typing import Any
+
+from lab.site.authority import Authority
+from lab.site.failure import LabFailure
+from lab.site.json_lines import JsonLines
+from lab.site.processes import Process, Processes
+from lab.site.waiting import wait_until
+
+ADDRESS = "127.0.0.1"
+ANSWER_SECONDS = 10
+
+
+class Controller:
+    """Listens on `port` of the loopback interface; 0 takes a free one."""
+
+    def __init__(self, processes: Processes, directory: Path, authority: Authority, port: int = 0) -> None:
+        self._processes = processes
+        self._directory = directory
+        self._authority = authority
+        self._identity = authority.issue("controller", ADDRESS)
+        self._control = directory / "controller.sock"
+        self.port = port
+        self.process: Process | None = None
+        self.output = JsonLines(directory / "controller.out")
+
+    def start(self, *options: object) -> None:
+        port_file = self._directory / "controller.port"
+        port_file.unlink(missing_ok=True)
+        self.process = self._processes.start(
+            "controller",
+            ["--listen", f"{ADDRESS}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
+             "--certificate", self._identity.certificate, "--key", self._identity.key, "--control", self._control,
+             "--json", "--events", *options],
+            self._directory)
+        wait_until(port_file.exists, "the controller listens", log=self.process.err, check=self.process.check_runs)
+        self.port = int(port_file.read_text())
+
+    def kill(self) -> None:
+        assert self.process is not None
+        self._processes.forget(self.process)
+        self.process.kill()
+
+    def objects(self) -> list[dict[str, Any]]:
+        """Everything that it has printed so far."""
+        return self.output.read()
+
+    def records(self) -> list[dict[str, Any]]:
+        """The records that it has received so far, in order; those that it could not decode have an "error"."""
+        return [each for each in self.objects() if is_record(each)]
+
+    def ask(self, *words: object) -> str:
+        """What it answers to an operator's command. Raises LabFailure when it refuses."""
+        line = " ".join(str(word) for word in words)
+        with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(ANSWER_SECONDS)
+            try:
+                connection.connect(str(self._control))
+                connection.sendall(line.encode() + b"\n")
+                answer = b"".join(iter(lambda: connection.recv(65536), b"")).decode()
+            except OSError as error:
+                raise LabFailure(f"the controller's control socket {self._control}: {error}") from None
+        verdict, _, text = answer.partition("\n")
+        if verdict != "ok":
+            raise LabFailure(f"the controller's answer to \"{line[:80]}\": {verdict or 'nothing'}")
+        return text
+
+    def ask_json(self, *words: object) -> Any:
+        return json.loads(self.ask(*words, "--json"))
+
+
+def is_record(printed: dict[str, Any]) -> bool:
+    return "event" not in printed

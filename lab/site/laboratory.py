@@ -1,0 +1,61 @@
+"""A whole lab: a private directory, an authority, one controller and any number of access points."""
+
+import os
+import shutil
+import tempfile
+from pathlib import Path
+
+from lab.site.access_point import AccessPoint
+from lab.site.authority import Authority
+from lab.site.controller import Controller
+from lab.site.processes import Processes
+
+# The longest name of a socket below the directory, and the room for it: linux/un.h.
+LONGEST_SOCKET = "/ap10/kx/ipc/anonymous.4194304.99"
+SOCKET_NAME_MAX = 107
+
+
+class Laboratory:
+    """Ends all its processes, and removes the keys of its authority, when the context is left."""
+
+    def __init__(self, programs: Path) -> None:
+        self.directory = make_private_directory()
+        self.processes = Processes(programs)
+        self.access_points: list[AccessPoint] = []
+        self._keys = self.directory / "keys"
+        self._keys.mkdir(mode=0o700)
+        try:
+            self.authority = Authority(self._keys)
+            self.controller = Controller(self.processes, self.directory, self.authority)
+        except BaseException:
+            self.discard()
+            raise
+
+    def __enter__(self) -> "Laboratory":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.processes.end()
+        for key in self._keys.glob("*.key"):
+            key.unlink()
+
+    def discard(self) -> None:
+        """Removes everything that was said."""
+        shutil.rmtree(self.directory)
+
+    def add_access_point(self, mac: str, vaps: str) -> AccessPoint:
+        """Configured for the controller, whose port must be known."""
+        name = f"ap{len(self.access_points) + 1}"
+        added = AccessPoint(self.processes, self.directory / name, mac, vaps, self.authority.issue(name))
+        added.configure(self.controller, self.authority)
+        self.access_points.append(added)
+        return added
+
+
+def make_private_directory() -> Path:
+    """For the owner alone, with a name that leaves room for those of the sockets in it."""
+    directory = Path(tempfile.mkdtemp(prefix="kx-lab."))
+    if len(os.fsencode(directory)) + len(LONGEST_SOCKET) <= SOCKET_NAME_MAX:
+        return directory
+    directory.rmdir()
+    return Path(tempfile.mkdtemp(prefix="kx-lab.", dir="/tmp"))

@@ -1,0 +1,88 @@
+"""Tells what the radio heard and what the controller received, as it happens."""
+
+import json
+import sys
+from typing import Any
+
+from rich.console import Console
+from rich.markup import escape
+
+from lab.site.access_point import AccessPoint, is_probe
+from lab.site.controller import Controller, is_record
+
+# Facts of a radio's event that its line does not repeat.
+COMMON_FACTS = ("event", "time", "client", "bssid", "ifname")
+
+RECORD_MEANINGS = {
+    "CLIENT_MGR_BULK_INFO": "the stations of one network",
+    "CLIENT_MGR_BULK_VAP_CONFIG": "a network of the access point",
+    "CLIENT_MGR_CLIENT_ASSOC": "a client associated",
+    "CLIENT_MGR_CLIENT_DISASSOC": "a client left",
+    "CLIENT_MGR_CLIENT_IP": "a client has an address",
+    "CLIENT_MGR_FOREIGN_CLIENT_ASSOC": "a client roamed in",
+    "CLIENT_MGR_FOREIGN_CLIENT_DISASSOC": "a client that had roamed in left",
+    "CLIENT_MGR_PMK_ADD": "a client has a new key",
+    "CLIENT_MGR_PMK_FETCH": "a client's key is wanted",
+    "CLIENT_MGR_CLIENT_INFO_FETCH": "who is this client that roamed in?",
+    "CLIENT_MGR_CLIENT_GUEST_ASSOC": "a guest associated and has yet to be let in",
+    "CLIENT_MGR_CLIENT_ACL_AUTH_REQ": "may this client associate?",
+}
+
+
+class Narrator:
+    """For people: a line for each event and each record."""
+
+    def __init__(self, console: Console, access_point: AccessPoint, controller: Controller) -> None:
+        self._console = console
+        self._access_point = access_point
+        self._controller = controller
+        self._heard = 0
+        self._received = 0
+
+    def tell_news(self) -> None:
+        heard = self._access_point.radio_output.read()
+        for event in heard[self._heard:]:
+            if event["event"] != "summary":
+                self._line("green", "radio heard", describe_event(event))
+        self._heard = len(heard)
+        received = self._controller.objects()
+        for printed in received[self._received:]:
+            if is_record(printed) and not is_probe(printed):
+                self._line("cyan", "controller got", describe_record(printed))
+        self._received = len(received)
+
+    def _line(self, style: str, who: str, text: str) -> None:
+        self._console.print(f"  [{style}]{who:14}[/]  {escape(text)}", soft_wrap=True)
+
+
+class JsonNarrator:
+    """For programs: the controller's objects alone, one per line."""
+
+    def __init__(self, controller: Controller) -> None:
+        self._controller = controller
+        self._told = 0
+
+    def tell_news(self) -> None:
+        received = self._controller.objects()
+        for printed in received[self._told:]:
+            if is_record(printed) and not is_probe(printed):
+                sys.stdout.write(json.dumps(printed, separators=(",", ":"), ensure_ascii=False) + "\n")
+        sys.stdout.flush()
+        self._told = len(received)
+
+
+def describe_event(event: dict[str, Any]) -> str:
+    facts = describe_facts({key: value for key, value in event.items() if key not in COMMON_FACTS})
+    return f"{event['time']:8.3f} s  {event['event']:14} {event['client']} on {event['ifname']}  {facts}".rstrip()
+
+
+def describe_record(record: dict[str, Any]) -> str:
+    if "error" in record:
+        return f"a malformed record: {record['error']}"
+    facts = {key: value for key, value in record.items() if key not in ("ap", "type", "name")}
+    return f"{record['name']}  {describe_facts(facts)}"
+
+
+def describe_facts(facts: dict[str, Any]) -> str:
+    return "  ".join(f"{key}={json.dumps(value, ensure_ascii=False) if isinstance(value, (list, dict)) else value}"
+                     for key, value in facts.items())
