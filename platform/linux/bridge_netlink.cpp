@@ -4,11 +4,13 @@
 #include <linux/if_link.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <string_view>
 
 namespace kx {
@@ -107,7 +109,8 @@ int read_link(const nlmsghdr *message, void *context) {
     return mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, context);
 }
 
-// By name, or by index when `ifname` is null. Returns 0 or an errno.
+// By name, or by index when `ifname` is null. Returns 0 or an errno. Unlike the ioctls that take a name, it has no
+// module loaded for an interface that is not there.
 int get_link(const char *ifname, int index, link &found) {
     nlmsghdr *request = mnl_nlmsg_put_header(buffer.data());
     request->nlmsg_type = RTM_GETLINK;
@@ -119,6 +122,78 @@ int get_link(const char *ifname, int index, link &found) {
         mnl_attr_put_strz(request, IFLA_IFNAME, ifname);
     }
     return call_kernel(request, read_link, &found);
+}
+
+// What the kernel said about an interface.
+struct known_port {
+    char ifname[IFNAMSIZ] = {};
+    int error = 0;
+    int index = 0;
+    bool filters_vlans = false;
+};
+
+known_port ask_kernel(const char *ifname) {
+    known_port known;
+    std::strncpy(known.ifname, ifname, sizeof(known.ifname) - 1);
+    link port;
+    known.error = get_link(known.ifname, 0, port);
+    if (known.error != 0) {
+        return known;
+    }
+    link bridge;
+    if (port.master == 0 || get_link(nullptr, port.master, bridge) != 0 || !bridge.is_bridge) {
+        known.error = ENOTCONN;
+    }
+    known.index = port.index;
+    known.filters_vlans = bridge.filters_vlans;
+    return known;
+}
+
+// Tells whether any link of this machine was made, changed or deleted since the last call.
+class link_watch {
+public:
+    link_watch() : fd_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
+        sockaddr_nl address{};
+        address.nl_family = AF_NETLINK;
+        address.nl_groups = RTMGRP_LINK;
+        watching_ = bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    }
+
+    bool changed() {
+        bool change = !watching_;
+        char first = 0;
+        // A full queue has lost news, which is news as well.
+        while (recv(fd_, &first, sizeof(first), MSG_TRUNC) >= 0 || errno == ENOBUFS) {
+            change = true;
+        }
+        return change;
+    }
+
+private:
+    int fd_;
+    bool watching_ = false;
+};
+
+// Asks the kernel only about interfaces that are not known since the last change of any link.
+known_port find_port(const char *ifname) {
+    static link_watch watch;
+    static std::array<known_port, 16> ports;
+    static std::size_t next_port = 0;
+
+    if (watch.changed()) {
+        ports = {};
+    }
+    for (const known_port &each : ports) {
+        if (std::strncmp(each.ifname, ifname, sizeof(each.ifname) - 1) == 0) {
+            return each;
+        }
+    }
+    known_port found = ask_kernel(ifname);
+    if (found.error == 0 || found.error == ENODEV || found.error == ENOTCONN) {
+        ports[next_port] = found;
+        next_port = (next_port + 1) % ports.size();
+    }
+    return found;
 }
 
 int change_entry(std::uint16_t type, std::uint16_t flags, const std::uint8_t mac[6], const bridge_place &place) {
@@ -140,16 +215,11 @@ int change_entry(std::uint16_t type, std::uint16_t flags, const std::uint8_t mac
 }  // namespace
 
 int find_bridge_place(const char *ifname, std::uint16_t vlan, bridge_place &place) {
-    link port;
-    if (int error = get_link(ifname, 0, port); error != 0) {
-        return error;
+    known_port port = find_port(ifname);
+    if (port.error == 0) {
+        place = {port.index, port.filters_vlans ? vlan : std::uint16_t{0}};
     }
-    link bridge;
-    if (port.master == 0 || get_link(nullptr, port.master, bridge) != 0 || !bridge.is_bridge) {
-        return ENOTCONN;
-    }
-    place = {port.index, bridge.filters_vlans ? vlan : std::uint16_t{0}};
-    return 0;
+    return port.error;
 }
 
 int add_bridge_entry(const std::uint8_t mac[6], const bridge_place &place) {

@@ -110,6 +110,20 @@ TEST_F(kxbr_api, what_the_kernel_refuses_is_a_negative_result_and_said_once) {
     EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
 }
 
+TEST_F(kxbr_api, an_interface_may_come_and_join_a_bridge_later) {
+    EXPECT_LT(add("wlan3", 10), 0);
+    ASSERT_EQ(run("ip link add wlan3 type veth peer name pwlan3"), 0);
+    EXPECT_LT(add("wlan3", 10), 0);
+    ASSERT_EQ(run("ip link set wlan3 master br0"), 0);
+    EXPECT_EQ(add("wlan3", 10), 0);
+    EXPECT_NE(entries().find("dev wlan3 master br0 static"), std::string::npos) << entries();
+    ASSERT_EQ(run("ip link del wlan3 && ip link add wlan3 type veth peer name pwlan3 && ip link set wlan3 master br1"),
+              0);
+    EXPECT_EQ(add("wlan3", 10), 0);
+    EXPECT_NE(entries().find("dev wlan3 master br1 static"), std::string::npos) << entries();
+    ASSERT_EQ(run("ip link del wlan3"), 0);
+}
+
 TEST_F(kxbr_api, a_client_that_moves_away_from_the_bridge_leaves_it) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_LT(add("none", 10), 0);
