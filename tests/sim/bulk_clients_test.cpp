@@ -1,0 +1,391 @@
+// The bulk client information: the stations that the driver lists on each VAP.
+#include <cstring>
+#include <string>
+
+#include "lifecycle.h"
+
+namespace sim {
+namespace {
+
+constexpr uint8_t FILL = 0xee;  // of the driver's records, where nothing is read
+
+void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid) {
+    sim.vaps.push_back(apcfg_entry(ifname, ssid, vlan));
+    sim.hwaddr[std::string(ifname)] = mac_bytes(bssid);
+}
+
+void have_ath0(site &sim) {
+    ready_to_talk();
+    have_interface(sim, "ath0", "first", 0x0102, BSSID);
+}
+
+// The driver's record of a station, in the host's order.
+bytes station(std::string_view mac, uint16_t inactivity, uint16_t length, size_t size) {
+    bytes record(size, FILL);
+    const auto put = [&](size_t at, const bytes &value) {
+        std::copy(value.begin(), value.end(), record.begin() + static_cast<std::ptrdiff_t>(at));
+    };
+    put(0, host16(length));
+    put(16, mac_bytes(mac));
+    put(140, host16(inactivity));
+    return record;
+}
+
+bytes station(std::string_view mac, uint16_t inactivity = 0x0708, uint16_t length = 156) {
+    return station(mac, inactivity, length, length);
+}
+
+bytes entry(std::string_view mac, const bytes &ip) { return zeros(6) + mac_bytes(mac) + ip; }
+
+steps begun(int count) {
+    return log(3, "Sending bulk info") + log(3, "Got " + std::to_string(count) + " vap configuration");
+}
+
+steps vap(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan) {
+    return log(3, "vap " + std::string(ifname) + " status = AP_TRUE") + read_hwaddr(ifname) +
+           log(3, "BSSID : " + std::string(bssid)) + log(3, "SSID  " + std::string(ssid)) +
+           log(3, "VLAN  " + std::to_string(vlan));
+}
+
+steps first_vap() { return vap("ath0", BSSID, "first", 258); }
+
+steps asked_driver(std::string_view ifname = "ath0") {
+    return did("socket") + did("ioctl(0x89f6, " + std::string(ifname) + ", 16384, 0)");
+}
+
+steps listed(const steps &stations = {}, std::string_view ifname = "ath0") {
+    return asked_driver(ifname) + did("close") + stations;
+}
+
+steps seen(std::string_view mac, int inactivity = 0x0708) {
+    return log(3, "Client inactivity timer : " + std::to_string(inactivity)) +
+           log(3, "CLIENT MAC  : " + std::string(mac)) + client_lookup(mac, false);
+}
+
+steps seen_with_ip(std::string_view mac, std::string_view ip, int inactivity = 0x0708) {
+    return log(3, "Client inactivity timer : " + std::to_string(inactivity)) +
+           log(3, "CLIENT MAC  : " + std::string(mac)) + client_lookup(mac, true) +
+           log(3, "CLIENT IP   : " + std::string(ip));
+}
+
+bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, const bytes &entries = {}) {
+    const auto count = static_cast<uint16_t>(entries.size() / 16);
+    return hex("00 04") + big16(static_cast<uint16_t>(54 + entries.size())) + mac_bytes(bssid) + padded(ssid, 32) +
+           hex("0000") + big16(vlan) + big16(count) + zeros(6) + entries;
+}
+
+bytes first_record(const bytes &entries = {}) { return list_record(BSSID, "first", 0x0102, entries); }
+
+bytes report(uint8_t count, const bytes &records) {
+    return hex("01 0e 00 00") + bytes{count} + hex("00") + big16(static_cast<uint16_t>(14 + records.size())) +
+           hex("a0a1a2a3a4a5") + records;
+}
+
+steps sent(const bytes &entries) { return to_controller(report(1, first_record(entries))); }
+
+}  // namespace
+
+SIM_TEST(bulk_clients, reports_the_stations_of_each_vap) {
+    have_ath0(sim);
+    have_interface(sim, "ath1", "second", 0x0304, BSSID_2);
+    client_info client = client_of(CLIENT);
+    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    have_client(sim, client);
+    sim.stations["ath0"] = station(CLIENT, 0x0506) + station(CLIENT_2, 0x8788);
+    sim.stations["ath1"] = station("22:33:44:55:66:77", 9);
+    client_mgr_send_bulk_info();
+    sim.expect({
+        log(3, "Sending bulk info"),
+        log(3, "Got 2 vap configuration"),
+        first_vap(),
+        asked_driver("ath0"),
+        did("close"),
+        log(3, "Client inactivity timer : 1286"),
+        log(3, "CLIENT MAC  : 02:13:24:35:46:57"),
+        client_lookup(CLIENT, true),
+        log(3, "CLIENT IP   : 10.91.92.93"),
+        log(3, "Client inactivity timer : 34696"),
+        log(3, "CLIENT MAC  : 0e:1d:2c:3b:4a:59"),
+        client_lookup(CLIENT_2, false),
+        vap("ath1", BSSID_2, "second", 772),
+        listed(seen("22:33:44:55:66:77", 9), "ath1"),
+        to_controller(hex("01 0e 00 0002 00 00aa a0a1a2a3a4a5"
+                          "00 04 0056 b0b1b2b3b4b5 6669727374") +
+                      zeros(27) +
+                      hex("00000102 0002 000000000000"
+                          "000000000000 021324354657 0a5b5c5d  000000000000 0e1d2c3b4a59 00000000"
+                          "00 04 0046 c0c1c2c3c4c5 7365636f6e64") +
+                      zeros(26) +
+                      hex("00000304 0001 000000000000"
+                          "000000000000 223344556677 00000000")),
+    });
+    EXPECT_EQ(2u, g_cfg.num_vaps);
+}
+
+SIM_TEST(bulk_clients, waits_for_the_controller) {
+    have_ath0(sim);
+    g_cfg.num_vaps = 7;
+    whenever_not_ready([&] {
+        client_mgr_send_bulk_info();
+        sim.expect({log(3, "Sending bulk info"), log(1, "Not yet ready to talk to controller")});
+    });
+    EXPECT_EQ(7u, g_cfg.num_vaps);
+}
+
+SIM_TEST(bulk_clients, needs_the_list_of_interfaces) {
+    have_ath0(sim);
+    g_cfg.num_vaps = 7;
+    sim.fail_nth("apcfg_vap_get_ifname_list", 1);
+    client_mgr_send_bulk_info();
+    sim.expect({log(3, "Sending bulk info"), log(1, "Error getting the VAP ifname list")});
+    EXPECT_EQ(7u, g_cfg.num_vaps);
+}
+
+SIM_TEST(bulk_clients, without_vaps_is_a_header) {
+    ready_to_talk();
+    g_cfg.num_vaps = 7;
+    client_mgr_send_bulk_info();
+    sim.expect({begun(0), to_controller(hex("01 0e 00 0000 00 000e a0a1a2a3a4a5"))});
+    EXPECT_EQ(0u, g_cfg.num_vaps);
+}
+
+SIM_TEST(bulk_clients, does_not_count_vaps_that_cannot_be_read) {
+    have_ath0(sim);
+    have_interface(sim, "ath1", "second", 0x0304, BSSID_2);
+    have_interface(sim, "ath2", "third", 0x0506, ELSEWHERE);
+    sim.vaps[1].readable = false;
+    sim.hwaddr.erase("ath2");
+    g_cfg.num_vaps = 3;
+    client_mgr_send_bulk_info();
+    sim.expect({begun(3), first_vap(), listed(), log(3, "vap ath2 status = AP_TRUE"), did("socket"),
+                failed(did(ioctl_text(0x8927, "ath2", ""))), log(1, "Error obtaining the BSSID for ath2"), did("close"),
+                sent({})});
+    EXPECT_EQ(1u, g_cfg.num_vaps);
+}
+
+SIM_TEST(bulk_clients, reports_a_vap_that_is_down) {
+    have_ath0(sim);
+    sim.vaps[0].record.status = 0;
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), log(3, "vap ath0 status = AP_FALSE"), read_hwaddr("ath0"),
+                log(3, "BSSID : b0:b1:b2:b3:b4:b5"), log(3, "SSID  first"), log(3, "VLAN  258"), listed(), sent({})});
+}
+
+SIM_TEST(bulk_clients, reports_a_vap_without_stations_when_the_driver_fails) {
+    have_ath0(sim);
+    have_interface(sim, "ath1", "second", 0x0304, BSSID_2);
+    sim.stations["ath0"] = station(CLIENT);
+    sim.stations["ath1"] = station(CLIENT);
+    sim.fail_nth("ioctl", 2, -5);
+    client_mgr_send_bulk_info();
+    sim.expect(
+        {begun(2), first_vap(), failed(asked_driver(), -5), log(1, "Error obtaining the client list for ath0"),
+         did("close"), vap("ath1", BSSID_2, "second", 772), listed(seen(CLIENT), "ath1"),
+         to_controller(report(2, first_record() + list_record(BSSID_2, "second", 0x0304, entry(CLIENT, zeros(4)))))});
+}
+
+SIM_TEST(bulk_clients, goes_to_the_driver_without_a_socket) {
+    have_ath0(sim);
+    sim.stations["ath0"] = station(CLIENT);
+    sim.fail_nth("socket", 2);
+    client_mgr_send_bulk_info();
+    sim.expect(
+        {begun(1), first_vap(), failed(did("socket")), log(1, "Error obtaining the client list for ath0"), sent({})});
+}
+
+SIM_TEST(bulk_clients, sets_the_number_of_vaps_before_it_sends) {
+    have_ath0(sim);
+    g_cfg.num_vaps = 7;
+    sim.on("apcomm_send_msg", [] { EXPECT_EQ(1u, g_cfg.num_vaps); });
+    sim.fail_nth("apcomm_send_msg", 1);
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), first_vap(), listed(), failed(sent({})), NOT_SENT, log(1, "Error sending bulk info")});
+    EXPECT_EQ(1u, g_cfg.num_vaps);
+}
+
+// More records than the VAP table has entries: no search looks past its end.
+SIM_TEST(bulk_clients, may_count_more_vaps_than_the_table_holds) {
+    ready_to_talk();
+    for (int i = 0; i < 20; i++) have_interface(sim, "ath" + std::to_string(i), "net", 1, BSSID);
+    set_mac(g_cfg.vaps[15].bssid, BSSID_2);
+    client_mgr_send_bulk_info();
+    sim.forget();
+    EXPECT_EQ(20u, g_cfg.num_vaps);
+    uint32_t idx = 99;
+    EXPECT_EQ(0, client_mgr_get_vap_idx(mac_bytes(BSSID_2).data(), &idx));
+    EXPECT_EQ(15u, idx);
+    memcpy(g_cfg.ctrlr_msg_buf, mac_bytes(ELSEWHERE).data(), 6);
+    EXPECT_EQ(-1, client_mgr_get_vap_idx(mac_bytes(ELSEWHERE).data(), &idx));
+}
+
+SIM_TEST(bulk_clients, logs_an_address_of_zero) {
+    have_ath0(sim);
+    have_client(sim, client_of(CLIENT));
+    sim.stations["ath0"] = station(CLIENT);
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), first_vap(), listed(seen_with_ip(CLIENT, "0.0.0.0")), sent(entry(CLIENT, zeros(4)))});
+}
+
+// --- the walk over the driver's list
+
+SIM_TEST(station_list, of_155_bytes_holds_no_station) {
+    have_ath0(sim);
+    for (size_t size : {1u, 155u}) {
+        sim.stations["ath0"] = first(station(CLIENT), size);
+        client_mgr_send_bulk_info();
+        sim.expect({begun(1), first_vap(), listed(), sent({})});
+    }
+    for (size_t size : {156u, 157u, 311u}) {
+        sim.stations["ath0"] = station(CLIENT) + bytes(size - 156, FILL);
+        client_mgr_send_bulk_info();
+        sim.expect({begun(1), first_vap(), listed(seen(CLIENT)), sent(entry(CLIENT, zeros(4)))});
+    }
+}
+
+SIM_TEST(station_list, steps_by_the_length_of_each_record) {
+    have_ath0(sim);
+    sim.stations["ath0"] = station(CLIENT, 1, 301) + station(CLIENT_2, 2, 157) + station(ELSEWHERE, 3, 156);
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1) + seen(CLIENT_2, 2) + seen(ELSEWHERE, 3)),
+                sent(entry(CLIENT, zeros(4)) + entry(CLIENT_2, zeros(4)) + entry(ELSEWHERE, zeros(4)))});
+}
+
+SIM_TEST(station_list, ends_behind_a_record_of_length_0) {
+    have_ath0(sim);
+    sim.stations["ath0"] = station(CLIENT, 1, 0, 156) + station(CLIENT_2);
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1)), sent(entry(CLIENT, zeros(4)))});
+}
+
+SIM_TEST(station_list, ends_behind_a_record_that_runs_past_the_end) {
+    have_ath0(sim);
+    for (uint16_t length : {uint16_t{313}, uint16_t{0xffff}}) {
+        sim.stations["ath0"] = station(CLIENT, 1, length, 156) + station(CLIENT_2);
+        client_mgr_send_bulk_info();
+        sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1)), sent(entry(CLIENT, zeros(4)))});
+    }
+    // To the very end is not past it.
+    sim.stations["ath0"] = station(CLIENT, 1, 312, 156) + station(CLIENT_2);
+    client_mgr_send_bulk_info();
+    sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1)), sent(entry(CLIENT, zeros(4)))});
+}
+
+// A record is looked at while 156 bytes are left, however short it says it is.
+SIM_TEST(station_list, takes_records_shorter_than_what_is_read) {
+    have_ath0(sim);
+    bytes list = station(CLIENT, 1, 4, 160);
+    const bytes length = host16(156);
+    std::copy(length.begin(), length.end(), list.begin() + 4);
+    const bytes mac = mac_bytes(CLIENT);
+    std::copy(mac.begin(), mac.end(), list.begin() + 20);
+    const bytes inactivity = host16(2);
+    std::copy(inactivity.begin(), inactivity.end(), list.begin() + 144);
+    sim.stations["ath0"] = list;
+    client_mgr_send_bulk_info();
+    const std::string overlapping = "02:13:24:35:02:13";
+    sim.expect({begun(1), first_vap(), listed(seen(overlapping, 1) + seen(CLIENT, 2)),
+                sent(entry(overlapping, zeros(4)) + entry(CLIENT, zeros(4)))});
+}
+
+// Of 16384 bytes, 105 records of 156 bytes.
+SIM_TEST(station_list, is_never_longer_than_its_buffer) {
+    have_ath0(sim);
+    for (size_t claimed : {16384u, 16385u, 65535u}) {
+        bytes list;
+        while (list.size() < 16384) list = list + station(CLIENT);
+        list.resize(claimed);
+        sim.stations["ath0"] = list;
+        client_mgr_send_bulk_info();
+        steps stations;
+        bytes entries;
+        for (int i = 0; i < 105; i++) {
+            stations = stations + seen(CLIENT);
+            entries = entries + entry(CLIENT, zeros(4));
+        }
+        sim.expect({begun(1), first_vap(), listed(stations), sent(entries)});
+    }
+}
+
+SIM_TEST(station_list, fills_a_record_by_itself) {
+    struct {
+        vap_client_list_record record;
+        station_entry entries[2];
+        uint8_t behind;
+    } out;
+    memset(&out, 0x55, sizeof out);
+    uint32_t left_out = 4;
+    sim.stations["ath0"] = station(CLIENT) + station(CLIENT_2) + station(ELSEWHERE);
+    EXPECT_EQ(0, client_mgr_get_client_bulk_info(&out.record, "ath0", 2 * sizeof(station_entry) + 15, &left_out));
+    sim.expect({listed(seen(CLIENT) + seen(CLIENT_2) + log(3, "Client inactivity timer : 1800"))});
+    EXPECT_EQ(2, out.record.stations);
+    EXPECT_EQ(5u, left_out);
+    EXPECT_EQ(entry(CLIENT, zeros(4)) + entry(CLIENT_2, zeros(4)),
+              bytes(reinterpret_cast<uint8_t *>(out.entries), &out.behind));
+    EXPECT_EQ(0x55, out.behind);
+}
+
+SIM_TEST(station_list, that_the_driver_refuses_counts_no_station) {
+    vap_client_list_record record;
+    memset(&record, 0x55, sizeof record);
+    uint32_t left_out = 0;
+    sim.fail_nth("ioctl", 1);
+    EXPECT_EQ(-1, client_mgr_get_client_bulk_info(&record, "ath0", 0, &left_out));
+    sim.expect({failed(asked_driver()), log(1, "Error obtaining the client list for ath0"), did("close")});
+    EXPECT_EQ(0, record.stations);
+    sim.stations["ath0"] = bytes(155, FILL);
+    memset(&record, 0x55, sizeof record);
+    EXPECT_EQ(0, client_mgr_get_client_bulk_info(&record, "ath0", 0, &left_out));
+    sim.expect({listed()});
+    EXPECT_EQ(0, record.stations);
+}
+
+// --- the end of the message
+
+namespace {
+
+struct full_report {
+    steps stations_of_a_full_vap;
+    bytes entries_of_a_full_vap;
+};
+
+// 105 stations on each of `count` VAPs: 9 fit whole, then 710 bytes are left for the stations of the tenth.
+full_report have_full_vaps(site &sim, int count) {
+    ready_to_talk();
+    full_report full;
+    bytes list;
+    for (int i = 0; i < 105; i++) {
+        list = list + station(CLIENT);
+        full.stations_of_a_full_vap = full.stations_of_a_full_vap + seen(CLIENT);
+        full.entries_of_a_full_vap = full.entries_of_a_full_vap + entry(CLIENT, zeros(4));
+    }
+    for (int i = 0; i < count; i++) {
+        const std::string name = "ath" + std::to_string(i);
+        have_interface(sim, name, "net", 1, BSSID);
+        sim.stations[name] = list;
+    }
+    return full;
+}
+
+}  // namespace
+
+SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
+    const full_report full = have_full_vaps(sim, 12);
+    client_mgr_send_bulk_info();
+    steps vaps;
+    bytes records;
+    for (int i = 0; i < 9; i++) {
+        const std::string name = "ath" + std::to_string(i);
+        vaps = vaps + vap(name, BSSID, "net", 1) + listed(full.stations_of_a_full_vap, name);
+        records = records + list_record(BSSID, "net", 1, full.entries_of_a_full_vap);
+    }
+    steps tenth = vap("ath9", BSSID, "net", 1) + asked_driver("ath9") + did("close");
+    for (int i = 0; i < 44; i++) tenth = tenth + seen(CLIENT);
+    for (int i = 0; i < 61; i++) tenth = tenth + log(3, "Client inactivity timer : 1800");
+    records = records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, 44 * 16));
+    ASSERT_EQ(16384u - 6, 14 + records.size());
+    sim.expect({begun(12), vaps, tenth, vap("ath10", BSSID, "net", 1), vap("ath11", BSSID, "net", 1),
+                log(1, "No room for 2 VAPs and 61 stations in the bulk info"), to_controller(report(10, records))});
+    EXPECT_EQ(10u, g_cfg.num_vaps);
+}
+
+}  // namespace sim

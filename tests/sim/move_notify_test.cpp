@@ -1,0 +1,279 @@
+#include <algorithm>
+#include <string>
+
+#include "lifecycle.h"
+
+namespace sim {
+namespace {
+
+constexpr std::string_view OLD = "e0:e1:e2:e3:e4:e5";
+constexpr std::string_view NEW = "f0:f1:f2:f3:f4:f5";
+
+bytes body(uint8_t kind, uint8_t vlan = 44) {
+    return bytes{kind} + mac_bytes(CLIENT) + mac_bytes(OLD) + mac_bytes(NEW) + bytes{vlan};
+}
+
+steps receipt(size_t size = 20) {
+    return received(9, size) + log(3, "Received client move notify") + log(3, "Client MAC : 02:13:24:35:46:57");
+}
+
+steps disassociated(std::string_view ifname, std::string_view bssid) {
+    return log(3, "VAP If   : " + std::string(ifname)) + sta_disassoc(ifname, bssid, CLIENT, 2);
+}
+
+steps removed(std::string_view text = "") {
+    return client_deleted(CLIENT, 0) + deleting_from_bridge("client_mgr_process_move_notify", CLIENT) +
+           captive_msg_of_stranger(CLIENT, text, 168) + bridge_del(CLIENT);
+}
+
+steps tunnelled(int vlan) {
+    return bridge_add(CLIENT, "tun0", "eth0", static_cast<uint32_t>(vlan), "0.0.0.0", 0) + client_update_at(CLIENT, 0) +
+           adding_to_bridge("client_mgr_process_move_notify", CLIENT, NEW, vlan);
+}
+
+client_info on(std::string_view bssid, uint32_t flag = 0x01, int32_t home_vlan = 100) {
+    client_info client = client_of(CLIENT);
+    set_mac(client.home_bssid, BSSID);
+    set_mac(client.assoc_bssid, bssid);
+    client.home_vlan = home_vlan;
+    client.assoc_vlan = 100;
+    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    client.bssid_idx = 3;
+    set_bytes(client.pmk, pmk_bytes());
+    client.flag = flag;
+    return client;
+}
+
+client_info moved(client_info client, int32_t vlan, uint32_t flag) {
+    set_mac(client.assoc_bssid, NEW);
+    client.assoc_vlan = vlan;
+    client.flag = flag;
+    return client;
+}
+
+// Outside the controller message buffer.
+int process(const bytes &record_body) {
+    bytes record = ctrlr_record(9, record_body);
+    return client_mgr_process_move_notify(record.data());
+}
+
+}  // namespace
+
+SIM_TEST(move_notify, of_an_unknown_client_does_nothing) {
+    for (uint8_t kind : {uint8_t{1}, uint8_t{2}, uint8_t{3}}) {
+        sim.controller(one_record(9, body(kind)));
+        sim.expect({receipt(), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
+        EXPECT_EQ(-1, process(body(kind)));
+        sim.forget();
+    }
+}
+
+SIM_TEST(move_notify, of_another_kind_does_nothing) {
+    have_two_vaps();
+    have_client(sim, on(BSSID));
+    for (int kind = 0; kind < 256; kind++) {
+        if (kind == 1 || kind == 2)
+            continue;
+        sim.controller(one_record(9, body(static_cast<uint8_t>(kind))));
+        sim.expect({receipt(), client_lookup(CLIENT, true)});
+    }
+    EXPECT_EQ(0, process(body(3)));
+    sim.forget();
+    expect_stored(on(BSSID));
+}
+
+SIM_TEST(move_notify, is_taken_whatever_the_state_of_the_link) {
+    have_two_vaps();
+    whenever_not_ready([&] {
+        have_client(sim, on(ELSEWHERE));
+        sim.controller(one_record(9, body(1)));
+        sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : d0:d1:d2:d3:d4:d5"), removed()});
+    });
+}
+
+// --- kind 2: a client whose home is here moved
+
+SIM_TEST(client_moved, to_another_vlan_is_tunnelled) {
+    have_client(sim, on(BSSID, 0x31));
+    sim.controller(one_record(9, hex("02 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
+    sim.expect({
+        received(9, 20),
+        log(3, "Received client move notify"),
+        log(3, "Client MAC : 02:13:24:35:46:57"),
+        client_lookup(CLIENT, true),
+        bridge_add(CLIENT, "tun0", "eth0", 100, "0.0.0.0", 0),
+        client_update_at(CLIENT, 0),
+        log(3, "[client_mgr_process_move_notify] Adding client to kxbr_api_add_client"),
+        log(3, "Client 02:13:24:35:46:57"),
+        log(3, "BSSID  f0:f1:f2:f3:f4:f5"),
+        log(3, "VLAN   100"),
+    });
+    expect_stored(moved(on(BSSID), 44, 0x39));
+}
+
+SIM_TEST(client_moved, to_its_home_vlan_is_not_recorded) {
+    have_client(sim, on(BSSID));
+    EXPECT_EQ(0, process(body(2, 100)));
+    sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true)});
+    expect_stored(on(BSSID));
+}
+
+// The VLAN is one byte of the notice: 44 is not 300, whose low byte it is.
+SIM_TEST(client_moved, with_a_home_vlan_above_255_never_comes_home) {
+    have_client(sim, on(BSSID, 0x01, 300));
+    for (int i = 0; i < 2; i++) {
+        sim.controller(one_record(9, body(2, 44)));
+        sim.expect({receipt(), client_lookup(CLIENT, true), tunnelled(300)});
+        expect_stored(moved(on(BSSID, 0, 300), 44, 0x09));
+    }
+}
+
+SIM_TEST(client_moved, reads_the_vlan_as_unsigned) {
+    have_client(sim, on(BSSID, 0x01, 255));
+    EXPECT_EQ(0, process(body(2, 255)));
+    sim.forget();
+    expect_stored(on(BSSID, 0x01, 255));
+    EXPECT_EQ(0, process(body(2, 254)));
+    sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true), tunnelled(255)});
+    expect_stored(moved(on(BSSID, 0, 255), 254, 0x09));
+}
+
+SIM_TEST(client_moved, must_be_local) {
+    for (uint32_t flag : {0x00u, 0x02u, 0x0au, 0x3au}) {
+        have_client(sim, on(BSSID, flag));
+        EXPECT_EQ(-1, process(body(2)));
+        sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true),
+                    log(3, "Not a local client, but update rcvd")});
+        expect_stored(on(BSSID, flag));
+    }
+    for (uint32_t flag : {0x01u, 0x03u, 0x09u, 0x3bu}) {
+        have_client(sim, on(BSSID, flag));
+        EXPECT_EQ(0, process(body(2)));
+        sim.forget();
+        expect_stored(moved(on(BSSID), 44, flag | 0x08));
+    }
+}
+
+SIM_TEST(client_moved, is_recorded_though_the_bridge_fails) {
+    have_client(sim, on(BSSID));
+    sim.fail_nth("kxbr_api_add_client", 1);
+    sim.controller(one_record(9, body(2)));
+    sim.expect({receipt(), client_lookup(CLIENT, true), failed(bridge_add(CLIENT, "tun0", "eth0", 100, "0.0.0.0", 0)),
+                client_update_at(CLIENT, 0), adding_to_bridge("client_mgr_process_move_notify", CLIENT, NEW, 100)});
+    expect_stored(moved(on(BSSID), 44, 0x09));
+}
+
+// --- kind 1: a client moved away
+
+SIM_TEST(client_moved_away, is_taken_off_everything_in_order) {
+    have_two_vaps();
+    have_client(sim, on(BSSID, 0x21));
+    sim.controller(one_record(9, hex("01 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
+    sim.expect({
+        received(9, 20),
+        log(3, "Received client move notify"),
+        log(3, "Client MAC : 02:13:24:35:46:57"),
+        client_lookup(CLIENT, true),
+        log(3, "CUR BSSID : b0:b1:b2:b3:b4:b5"),
+        log(3, "VAP If   : ath0"),
+        sta_disassoc("ath0", BSSID, CLIENT, 2),
+        client_deleted(CLIENT, 0),
+        log(3, "[client_mgr_process_move_notify] Deleting client to kxbr_api_del_client"),
+        log(3, "Client 02:13:24:35:46:57"),
+        client_lookup(CLIENT, false),
+        log(1, "Captive cl failed 02:13:24:35:46:57"),
+        log(3, "Sending Assoc IPC to /kx/ipc/captive_app"),
+        to_captive_portal(hex("000000a8 0000002c 00000001 021324354657") + zeros(34) + hex("00000001")),
+        bridge_del(CLIENT),
+    });
+    EXPECT_EQ(nullptr, stored_client(CLIENT));
+}
+
+SIM_TEST(client_moved_away, is_disassociated_on_every_vap_with_its_bssid) {
+    have_two_vaps();
+    have_vap(15, "abcdefghijkl", BSSID, 0x6d6d6d6d);
+    set_mac(g_cfg.vaps[1].bssid, BSSID);
+    g_cfg.num_vaps = 0;
+    have_client(sim, on(BSSID));
+    EXPECT_EQ(0, process(body(1)));
+    sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true),
+                log(3, "CUR BSSID : b0:b1:b2:b3:b4:b5"), disassociated("ath0", BSSID), disassociated("ath1", BSSID),
+                disassociated("abcdefghijkl", BSSID), removed()});
+}
+
+SIM_TEST(client_moved_away, without_bssid_is_disassociated_on_every_unused_vap) {
+    have_two_vaps();
+    have_client(sim, on(NOWHERE));
+    sim.controller(one_record(9, body(1)));
+    steps unused;
+    for (int i = 2; i < 16; i++) unused = unused + disassociated("", NOWHERE);
+    sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : 00:00:00:00:00:00"), unused, removed()});
+}
+
+// Bytes of the stored message itself, from its 38th on, at most 33 of them and none behind a zero.
+SIM_TEST(client_moved_away, hands_the_portal_bytes_of_the_message) {
+    const std::string text = "0123456789abcdef0123456789abcdefX";
+    for (const std::string &behind : {text.substr(0, 5), text.substr(0, 32), text, text + "Y", std::string("ab\0cd", 5),
+                                      std::string("\xff\xfe\x80")}) {
+        have_client(sim, on(ELSEWHERE));
+        const bytes record = body(1) + bytes(behind.begin(), behind.end());
+        sim.controller(one_record(9, record));
+        sim.expect({receipt(record.size()), client_lookup(CLIENT, true), log(3, "CUR BSSID : d0:d1:d2:d3:d4:d5"),
+                    removed(behind.substr(0, std::min<size_t>(behind.find('\0'), 33)))});
+    }
+}
+
+SIM_TEST(client_moved_away, by_a_later_record_hands_over_bytes_of_the_first) {
+    have_client(sim, on(ELSEWHERE));
+    const bytes record = bytes{0xc8, 4} + big16(27) + zeros(20) + hex("41 42 43");
+    sim.controller(ctrlr_message({record, ctrlr_record(9, first(body(1), 7))}));
+    sim.expect({log(3, "Received apcomm msg"), log(3, "Received recs 2 hdr_len 14 tot_len 52"),
+                log(3, "Received rec_type 200 rec_hdr_len 4 rec_len 27"),
+                log(3, "Received rec_type 9 rec_hdr_len 4 rec_len 11"), log(3, "Received client move notify"),
+                log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true),
+                log(3, "CUR BSSID : d0:d1:d2:d3:d4:d5"), removed(std::string("ABC\x09\x04", 5))});
+}
+
+SIM_TEST(client_moved_away, goes_on_when_driver_portal_and_bridge_fail) {
+    have_two_vaps();
+    have_client(sim, on(BSSID));
+    sim.fail_nth("ioctl", 1);
+    sim.fail_nth("kx_ipc_send", 1);
+    sim.fail_nth("kxbr_api_del_client", 1);
+    sim.controller(one_record(9, body(1)));
+    sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : b0:b1:b2:b3:b4:b5"),
+                log(3, "VAP If   : ath0"), did("socket"), log(3, "Sending disassoc to 02:13:24:35:46:57"),
+                failed(driver_request(0x8be6, "ath0", hex("02 00") + host16(1) + mac_bytes(CLIENT) + zeros(32))),
+                log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"),
+                syslog(10, "<clmgr> Send Disassociation b0:b1:b2:b3:b4:b5 -> 02:13:24:35:46:57 [reason 2]"),
+                did("close"), client_deleted(CLIENT, 0), deleting_from_bridge("client_mgr_process_move_notify", CLIENT),
+                failed(captive_msg_of_stranger(CLIENT, "", 168)), log(1, " Send Assoc to Captive application failed!"),
+                failed(bridge_del(CLIENT))});
+}
+
+// --- the end of the buffer
+
+SIM_TEST(move_notify, reads_nothing_past_the_buffer) {
+    have_client(sim, on(ELSEWHERE));
+    const auto handler = [](int expected) {
+        return [expected](uint8_t *rec) { EXPECT_EQ(expected, client_mgr_process_move_notify(rec)); };
+    };
+    const steps looked_up = log(3, "Client MAC : 02:13:24:35:46:57") + client_lookup(CLIENT, true);
+    for (size_t size = 0; size < 20; size++) {
+        SCOPED_TRACE(size);
+        at_buffer_end(first(body(2), size), handler(-1));
+        sim.expect({size >= 7 ? looked_up : steps{}, LEAVES_BUFFER});
+    }
+    expect_stored(on(ELSEWHERE));
+    at_buffer_end(body(2), handler(0));
+    sim.expect({looked_up, tunnelled(100)});
+    // Of a client that moved away, kind and MAC address are all that is read.
+    for (size_t size = 0; size < 7; size++) {
+        at_buffer_end(first(body(1), size), handler(-1));
+        sim.expect({LEAVES_BUFFER});
+    }
+    at_buffer_end(first(body(1), 7), handler(0));
+    sim.expect({looked_up, log(3, "CUR BSSID : f0:f1:f2:f3:f4:f5"), removed()});
+}
+
+}  // namespace sim
