@@ -365,6 +365,7 @@ TEST_F(apd_test, speaks_the_notify_protocol) {
     EXPECT_TRUE(notified("STATUS=tunnel to 127.0.0.1 up, client_mgr (process 5) runs"));
     apd->stop();
     EXPECT_TRUE(notified("STOPPING=1"));
+    EXPECT_TRUE(run_until([&] { return accepted.downs == 1; }));
     unsetenv("NOTIFY_SOCKET");
     unsetenv("WATCHDOG_USEC");
     close(fd);
