@@ -1,13 +1,14 @@
-// What passes between the tunnels, the output and the operator.
+// What passes between the tunnels, the output, the site and the operator.
 #ifndef LAB_CONTROLLER_EXCHANGE_H
 #define LAB_CONTROLLER_EXCHANGE_H
 
-#include <array>
 #include <cstdint>
+#include <optional>
 
 #include "lab/controller/access_points.h"
 #include "lab/controller/message.h"
 #include "lab/controller/output.h"
+#include "lab/controller/site.h"
 #include "lab/controller/tunnels.h"
 
 namespace controller {
@@ -20,7 +21,9 @@ struct counters {
 
 class exchange {
 public:
-    explicit exchange(output &shown) : output_(shown) {}
+    // Without a site it only listens: nothing is sent but what the operator gives as bytes.
+    explicit exchange(output &shown, std::optional<site> answering = std::nullopt)
+        : output_(shown), site_(std::move(answering)) {}
 
     // Where messages leave. Set before anything comes in.
     void use(tunnels &through) { tunnels_ = &through; }
@@ -33,6 +36,11 @@ public:
     // latter case the tunnel is ended, for what it would miss could not be told from what it got.
     bool send(const mac_address &ap, std::span<const std::uint8_t> content);
 
+    // Sends what the site wants sent.
+    void send(const outbox &messages);
+
+    // Null when it only listens.
+    site *answering() { return site_ ? &*site_ : nullptr; }
     const access_points &known() const { return access_points_; }
     const counters &counted() const { return counters_; }
     std::uint64_t records_per_second() const { return records_last_second_; }
@@ -43,14 +51,17 @@ private:
     void went_down(tunnel_id id, const std::string &reason);
     // False, and the message is turned into a malformation, when the tunnel may not speak for its access point.
     bool identify(tunnel_id id, message &decoded);
+    void request_reports();
     void count(tunnel_id id, const message &decoded);
 
     output &output_;
+    std::optional<site> site_;
     tunnels *tunnels_ = nullptr;
     access_points access_points_;
     counters counters_;
     std::uint64_t records_at_last_tick_ = 0;
     std::uint64_t records_last_second_ = 0;
+    unsigned ticks_ = 0;
 };
 
 }  // namespace controller

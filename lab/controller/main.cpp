@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "lab/controller/commands.h"
@@ -26,6 +27,8 @@ struct options {
     std::string control;
     bool json = false;
     bool events = false;
+    bool passive = false;
+    std::string acl;
 };
 
 using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
@@ -44,6 +47,9 @@ void add_options(CLI::App &app, options &chosen) {
     app.add_flag("--json", chosen.json, "print one JSON object per record");
     app.add_flag("--events", chosen.events, "with --json, print objects for tunnel events and sent records too")
         ->needs("--json");
+    auto *passive = app.add_flag("--passive", chosen.passive, "only listen: answer nothing, ask for nothing");
+    app.add_option("--acl", chosen.acl, "TOML file of the MAC access control lists; without it all are allowed")
+        ->excludes(passive);
 }
 
 // "[::1]:7443" gives "::1" and 7443.
@@ -69,6 +75,13 @@ void write_port(const std::string &file, std::uint16_t port) {
         std::rename(aside.c_str(), file.c_str()) != 0) {
         throw std::runtime_error(file + ": cannot be written");
     }
+}
+
+std::optional<controller::site> make_site(const options &chosen) {
+    if (chosen.passive) {
+        return std::nullopt;
+    }
+    return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
 }
 
 event_ptr every_second(event_base *base, controller::exchange &what) {
@@ -100,7 +113,7 @@ int run(const options &chosen) {
     };
     controller::output shown(chosen.json ? controller::output::format::json : controller::output::format::text,
                              chosen.events, on_failure);
-    controller::exchange exchange(shown);
+    controller::exchange exchange(shown, make_site(chosen));
     controller::tunnels tunnels(base.get(), tls, address, port, exchange.callbacks());
     exchange.use(tunnels);
     controller::commands commands(exchange);

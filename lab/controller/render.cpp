@@ -1,9 +1,8 @@
 #include "lab/controller/render.h"
 
-#include <openssl/sha.h>
-
 #include <algorithm>
-#include <array>
+
+#include "lab/key_fingerprint.h"
 
 namespace controller {
 
@@ -23,13 +22,6 @@ std::string hex(std::span<const std::uint8_t> content) {
 
 bool all_zero(std::span<const std::uint8_t> content) {
     return std::ranges::all_of(content, [](std::uint8_t byte) { return byte == 0; });
-}
-
-// Enough to tell whether two keys are the same, and of no use to anybody else.
-std::string fingerprint(std::span<const std::uint8_t> key) {
-    std::array<std::uint8_t, SHA256_DIGEST_LENGTH> digest{};
-    SHA256(key.data(), key.size(), digest.data());
-    return "sha256:" + hex(std::span(digest).first(4));
 }
 
 std::string format_mac_of(std::span<const std::uint8_t> content) {
@@ -90,7 +82,7 @@ void add_field(json &to, const values &from, const field &each) {
             break;
         case field_kind::pmk:
             if (!all_zero(content)) {
-                to[each.key] = fingerprint(content);
+                to[each.key] = lab::key_fingerprint(content);
             }
             break;
         case field_kind::data:

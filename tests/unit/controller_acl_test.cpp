@@ -1,0 +1,117 @@
+// The MAC access control lists and the file they are configured in.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "lab/controller/mac_acl.h"
+
+namespace {
+
+using namespace controller;
+
+constexpr kx::mac_address listed = {2, 0, 0, 0, 0x20, 1};
+constexpr kx::mac_address other = {2, 0, 0, 0, 0x20, 2};
+constexpr kx::mac_address stranger = {2, 0, 0, 0, 0x20, 3};
+
+class file {
+public:
+    explicit file(const std::string &text) : path_(testing::TempDir() + "acl." + std::to_string(getpid()) + ".toml") {
+        std::ofstream(path_) << text;
+    }
+    ~file() { std::filesystem::remove(path_); }
+    file(const file &) = delete;
+    file &operator=(const file &) = delete;
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+TEST(MacAcl, AllowsEverybodyByDefault) { EXPECT_EQ(mac_acl().decide(0, stranger), verdict::allow); }
+
+TEST(MacAcl, DecidesByIndex) {
+    const file config(R"(
+        default = "deny"
+        [[list]]
+        mac_acl_index = 1
+        default = "deny"
+        allow = ["02:00:00:00:20:01"]
+        [[list]]
+        mac_acl_index = 2
+        default = "allow"
+        deny = ["02:00:00:00:20:01"]
+        allow = ["02:00:00:00:20:02"]
+        [[list]]
+        mac_acl_index = 4294967295
+        allow = ["02:00:00:00:20:02"]
+    )");
+    const mac_acl acl = mac_acl::load(config.path());
+    EXPECT_EQ(acl.decide(1, listed), verdict::allow);
+    EXPECT_EQ(acl.decide(1, other), verdict::deny);
+    EXPECT_EQ(acl.decide(2, listed), verdict::deny);
+    EXPECT_EQ(acl.decide(2, other), verdict::allow);
+    EXPECT_EQ(acl.decide(2, stranger), verdict::allow);
+    EXPECT_EQ(acl.decide(4294967295, stranger), verdict::deny);
+    EXPECT_EQ(acl.decide(4294967295, other), verdict::allow);
+    EXPECT_EQ(acl.decide(3, listed), verdict::deny);
+}
+
+TEST(MacAcl, IsEdited) {
+    mac_acl acl;
+    acl.set(1, listed, verdict::deny);
+    EXPECT_EQ(acl.decide(1, listed), verdict::deny);
+    EXPECT_EQ(acl.decide(1, other), verdict::allow);
+    EXPECT_EQ(acl.decide(2, listed), verdict::allow);
+    acl.set(1, listed, verdict::allow);
+    acl.set_default(1, verdict::deny);
+    EXPECT_EQ(acl.decide(1, listed), verdict::allow);
+    EXPECT_EQ(acl.decide(1, other), verdict::deny);
+    EXPECT_TRUE(acl.remove(1, listed));
+    EXPECT_EQ(acl.decide(1, listed), verdict::deny);
+    EXPECT_FALSE(acl.remove(1, listed));
+    EXPECT_FALSE(acl.remove(9, listed));
+}
+
+struct wrong_file {
+    const char *text;
+    const char *error;  // behind the file's name
+};
+
+TEST(MacAcl, FileIsChecked) {
+    const wrong_file cases[] = {
+        {"default = 1", ":1: default: \"allow\" or \"deny\" was expected"},
+        {"default = \"maybe\"", ":1: default: \"allow\" or \"deny\" was expected"},
+        {"defualt = \"deny\"", ":1: defualt: unknown key"},
+        {"list = 3", ":1: list: tables [[list]] were expected"},
+        {"list = [1]", ":1: list: tables [[list]] were expected"},
+        {"list = [{mac_acl_index = 1}, 2]", ":1: list: tables [[list]] were expected"},
+        {"[[list]]\n", ":1: mac_acl_index: a number from 0 to 4294967295 was expected"},
+        {"[[list]]\nmac_acl_index = -1", ":2: mac_acl_index: a number from 0 to 4294967295 was expected"},
+        {"[[list]]\nmac_acl_index = 4294967296", ":2: mac_acl_index: a number from 0 to 4294967295 was expected"},
+        {"[[list]]\nmac_acl_index = 1\ncolour = 2", ":3: colour: unknown key"},
+        {"[[list]]\nmac_acl_index = 1\nallow = \"02\"", ":3: allow: a list of MAC addresses was expected"},
+        {"[[list]]\nmac_acl_index = 1\nallow = [\"02\"]", ":3: allow: a MAC address was expected"},
+        {"[[list]]\nmac_acl_index = 1\ndeny = [7]", ":3: deny: a MAC address was expected"},
+        {"[[list]]\nmac_acl_index = 1\n[[list]]\nmac_acl_index = 1",
+         ":3: mac_acl_index: another list has the same index"},
+        {"[[list]]\nmac_acl_index = 1\nallow = [\"020000002001\"]\ndeny = [\"02:00:00:00:20:01\"]",
+         ":4: deny: the client is in the list's other half"},
+    };
+    for (const wrong_file &each : cases) {
+        const file config(each.text);
+        try {
+            mac_acl::load(config.path());
+            ADD_FAILURE() << each.text << " was taken";
+        } catch (const std::runtime_error &error) {
+            EXPECT_EQ(error.what(), config.path() + each.error);
+        }
+    }
+    EXPECT_THROW(mac_acl::load("/nonexistent/acl.toml"), std::runtime_error);
+    const file broken("[[");
+    EXPECT_THROW(mac_acl::load(broken.path()), std::runtime_error);
+}
+
+}  // namespace

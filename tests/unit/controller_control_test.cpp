@@ -1,0 +1,249 @@
+// The operator's commands, and the control socket that carries them.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "lab/controller/commands.h"
+#include "lab/controller/control_server.h"
+#include "tests/unit/certificates.h"
+#include "tests/unit/controller_site_rig.h"
+#include "tests/unit/event_rig.h"
+
+namespace {
+
+using namespace controller;
+using namespace controller_test;
+
+class Commands : public testing::Test {
+protected:
+    output output_{output::format::json, false, [] {}};
+    exchange exchange_{output_, site()};
+    commands commands_{exchange_};
+};
+
+struct exchange_of_words {
+    std::string line, answer;
+};
+
+TEST_F(Commands, ThatAreWrongSayWhy) {
+    const exchange_of_words cases[] = {
+        {"", "error a command was expected; \"help\" lists them\n"},
+        {"   ", "error a command was expected; \"help\" lists them\n"},
+        {"--json", "error a command was expected; \"help\" lists them\n"},
+        {"bogus", "error unknown command \"bogus\"; \"help\" lists them\n"},
+        {"\x1b[2J", "error unknown command \"\\x1b[2J\"; \"help\" lists them\n"},
+        {"aps all", "error aps: expected no arguments\n"},
+        {"approve", "error approve: expected CLIENT\n"},
+        {"approve me", "error approve: \"me\" is no MAC address\n"},
+        {"approve 02:00:00:00:00:01", "error approve: 02:00:00:00:00:01 is not on the site\n"},
+        {"remove 02:00:00:00:00:01", "error remove: 02:00:00:00:00:01 is not on the site\n"},
+        {"move-list 02:00:00:00:00:01", "error move-list: 02:00:00:00:00:01 has no tunnel\n"},
+        {"send 02:00:00:00:00:01", "error send: expected AP HEX\n"},
+        {"send 02:00:00:00:00:01 0", "error send: a message of at most 16384 bytes was expected\n"},
+        {"send 02:00:00:00:00:01 0g", "error send: a message in hexadecimal digits was expected\n"},
+        {"send 02:00:00:00:00:01 00", "error send: 02:00:00:00:00:01 has no tunnel\n"},
+        {"acl-set 1 02:00:00:00:00:01 perhaps", "error acl-set: \"allow\" or \"deny\" was expected\n"},
+        {"acl-set -1 02:00:00:00:00:01 allow", "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
+        {"acl-set 4294967296 02:00:00:00:00:01 allow",
+         "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
+        {"acl-set 99999999999999999999 02:00:00:00:00:01 allow",
+         "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
+        {"acl-remove 1 02:00:00:00:00:01", "error acl-remove: 02:00:00:00:00:01 is in no list of that index\n"},
+        {"acl-default 1 maybe", "error acl-default: \"allow\" or \"deny\" was expected\n"},
+    };
+    for (const exchange_of_words &each : cases) {
+        EXPECT_EQ(commands_.run(each.line), each.answer);
+    }
+    EXPECT_TRUE(commands_.run("send 02:00:00:00:00:01 " + std::string(2 * 16385, '0')).starts_with("error send: "));
+    EXPECT_LT(commands_.run(std::string(100000, 'x')).size(), 100u);
+}
+
+TEST_F(Commands, EditTheAccessLists) {
+    EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:01 deny"), "ok\n");
+    EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:02 allow"), "ok\n");
+    EXPECT_EQ(commands_.run("acl-default 3 deny"), "ok\n");
+    EXPECT_EQ(commands_.run("acl --json"),
+              "ok\n{\"default\":\"allow\",\"lists\":[{\"mac_acl_index\":3,\"default\":\"deny\",\"allow\":"
+              "[\"02:00:00:00:00:02\"],\"deny\":[\"02:00:00:00:00:01\"]}]}\n");
+    EXPECT_EQ(commands_.run("acl-remove 3 02:00:00:00:00:01"), "ok\n");
+    EXPECT_EQ(commands_.run("acl"), "ok\nwithout a list: allow\nlist 3: deny\n    02:00:00:00:00:02 allow\n");
+}
+
+TEST_F(Commands, ListTheSite) {
+    site &known = *exchange_.answering();
+    known.ap_up(A);
+    record config(record_type::bulk_vap_config);
+    const std::string ssid = "caf\xe9";
+    config.body.set("bssid", a10).set("vlan", 10u);
+    config.body.set("ssid", std::span(reinterpret_cast<const std::uint8_t *>(ssid.data()), ssid.size()));
+    record association(record_type::client_assoc);
+    association.body.set("client", s1).set("bssid", a10).set("ip", ip1);
+    EXPECT_TRUE(known.handle({A, 100, {config, association}}).empty());
+    EXPECT_EQ(commands_.run("clients --json"),
+              "ok\n[{\"client\":\"06:00:00:00:00:01\",\"ap\":\"02:00:00:00:0a:00\",\"bssid\":\"02:00:00:00:0a:0a\","
+              "\"home_ap\":\"02:00:00:00:0a:00\",\"home_bssid\":\"02:00:00:00:0a:0a\",\"home_vlan\":10,"
+              "\"ip\":\"10.0.0.1\",\"guest\":\"none\",\"pmk\":false}]\n");
+    EXPECT_EQ(commands_.run("clients"),
+              "ok\n06:00:00:00:00:01  at 02:00:00:00:0a:0a of 02:00:00:00:0a:00  home 02:00:00:00:0a:0a  VLAN 10  "
+              "10.0.0.1\n");
+    known.ap_down(A);
+    EXPECT_EQ(commands_.run("aps --json"),
+              "ok\n[{\"ap\":\"02:00:00:00:0a:00\",\"up\":false,\"stations\":1,\"vaps\":[{\"bssid\":"
+              "\"02:00:00:00:0a:0a\",\"ssid\":\"caf\xef\xbf\xbd\",\"vlan\":10}]}]\n");
+    EXPECT_EQ(commands_.run("aps"),
+              "ok\n02:00:00:00:0a:00  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
+}
+
+class ControlSocket : public testing::Test {
+protected:
+    class client {
+    public:
+        explicit client(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)) {
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+            connected_ = connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+        }
+        ~client() { ::close(fd_); }
+        client(const client &) = delete;
+        client &operator=(const client &) = delete;
+
+        bool connected() const { return connected_; }
+        // Sends as much as the socket takes; true when nothing is left.
+        bool send(std::string &text) {
+            const ssize_t size = ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL);
+            text.erase(0, size > 0 ? static_cast<std::size_t>(size) : 0);
+            return text.empty() || (size < 0 && errno == EPIPE);
+        }
+        void end_of_input() const { shutdown(fd_, SHUT_WR); }
+        // True at the end of the answer.
+        bool receive() {
+            char chunk[4096];
+            ssize_t size = 0;
+            while ((size = read(fd_, chunk, sizeof(chunk))) > 0) {
+                answer.append(chunk, static_cast<std::size_t>(size));
+            }
+            return size == 0 || errno == ECONNRESET;
+        }
+
+        std::string answer;
+
+    private:
+        int fd_;
+        bool connected_;
+    };
+
+    void open() {
+        server_ = std::make_unique<control_server>(rig_.base.get(), path_, [this](const std::string &line) {
+            lines_.push_back(line);
+            return "ok\n" + reply_;
+        });
+    }
+
+    std::string ask(std::string text) {
+        client asking(path_);
+        EXPECT_TRUE(asking.connected());
+        EXPECT_TRUE(rig_.run_until([&] { return asking.send(text); }));
+        EXPECT_TRUE(rig_.run_until([&] { return asking.receive(); }));
+        return asking.answer;
+    }
+
+    event_rig rig_;
+    temporary_directory directory_;
+    std::string path_ = directory_.file("control");
+    std::string reply_ = "answer\n";
+    std::vector<std::string> lines_;
+    std::unique_ptr<control_server> server_;
+};
+
+TEST_F(ControlSocket, CarriesACommandAndItsAnswer) {
+    open();
+    EXPECT_EQ(ask("stats --json\n"), "ok\nanswer\n");
+    EXPECT_EQ(lines_, lines{"stats --json"});
+}
+
+TEST_F(ControlSocket, CarriesLongAnswers) {
+    open();
+    reply_ = std::string(3'000'000, 'x');
+    EXPECT_EQ(ask("clients\n").size(), 3'000'003u);
+}
+
+TEST_F(ControlSocket, IsForItsOwnerAlone) {
+    open();
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700u);
+    server_.reset();
+    EXPECT_NE(stat(path_.c_str(), &status), 0);
+}
+
+TEST_F(ControlSocket, TakesTheFirstLineOfGarbageForACommand) {
+    open();
+    EXPECT_EQ(ask(std::string("\0\xff\x01garbage\nmore\n", 16)), "ok\nanswer\n");
+    ASSERT_EQ(lines_.size(), 1u);
+    EXPECT_EQ(lines_[0], std::string("\0\xff\x01garbage", 10));
+}
+
+TEST_F(ControlSocket, RefusesALineWithoutEnd) {
+    open();
+    EXPECT_EQ(ask(std::string(control_line_max + 1, 'x')).substr(0, 36), "error the command is longer than 330");
+    EXPECT_TRUE(lines_.empty());
+    EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
+}
+
+TEST_F(ControlSocket, DropsWhoGoesAwayInTheMiddle) {
+    open();
+    client silent(path_);
+    ASSERT_TRUE(silent.connected());
+    std::string half = "sta";
+    ASSERT_TRUE(rig_.run_until([&] { return silent.send(half); }));
+    silent.end_of_input();
+    EXPECT_TRUE(rig_.run_until([&] { return silent.receive(); }));
+    EXPECT_EQ(silent.answer, "");
+    EXPECT_TRUE(lines_.empty());
+}
+
+TEST_F(ControlSocket, ServesManyAtOnce) {
+    open();
+    std::vector<std::unique_ptr<client>> waiting;
+    for (int i = 0; i < 20; i++) {
+        waiting.push_back(std::make_unique<client>(path_));
+        ASSERT_TRUE(rig_.run_until([&] { return waiting.back()->connected(); }));
+        rig_.settle();
+    }
+    EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
+}
+
+TEST_F(ControlSocket, OfADeadProcessIsTakenOver) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+    ::close(fd);
+    open();
+    EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
+}
+
+TEST_F(ControlSocket, OfALiveProcessIsNot) {
+    open();
+    EXPECT_THROW(control_server(rig_.base.get(), path_, [](const std::string &) { return ""; }), std::runtime_error);
+    EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
+}
+
+TEST_F(ControlSocket, ReplacesNothingElse) {
+    std::ofstream(path_) << "precious";
+    EXPECT_THROW(open(), std::runtime_error);
+    EXPECT_TRUE(std::ifstream(path_).good());
+    path_ = std::string(200, 'x');
+    EXPECT_THROW(open(), std::runtime_error);
+    path_ = "";
+    EXPECT_THROW(open(), std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,224 @@
+// The controller over real tunnels: two access points' ends in the test, its own end as the program has it.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "lab/controller/commands.h"
+#include "lab/controller/exchange.h"
+#include "tests/unit/tunnel_rig.h"
+
+namespace {
+
+using namespace controller;
+using nlohmann::json;
+
+constexpr mac_address ap1 = {2, 0, 0, 0, 0x10, 0};
+constexpr mac_address vap1 = {2, 0, 0, 0, 0x10, 1};
+constexpr mac_address ap2 = {2, 0, 0, 0, 0x20, 0};
+constexpr mac_address vap2 = {2, 0, 0, 0, 0x20, 1};
+constexpr mac_address station = {6, 0, 0, 0, 0, 1};
+
+record update(record_type type, const mac_address &bssid) {
+    record one(type);
+    one.body.set("client", station).set("bssid", bssid);
+    return one;
+}
+
+record stations(const mac_address &bssid) {
+    record list(record_type::bulk_info);
+    list.body.set("bssid", bssid).set("vlan", 10u);
+    return list;
+}
+
+class captured_output {
+public:
+    captured_output() : before_(std::cout.rdbuf(text_.rdbuf())) {}
+    ~captured_output() { std::cout.rdbuf(before_); }
+    captured_output(const captured_output &) = delete;
+    captured_output &operator=(const captured_output &) = delete;
+
+    std::vector<json> objects() const {
+        std::istringstream lines(text_.str());
+        std::vector<json> found;
+        for (std::string line; std::getline(lines, line);) {
+            found.push_back(json::parse(line));
+        }
+        return found;
+    }
+    // How many objects have `key` with `value`.
+    long count(const char *key, const json &value) const {
+        const auto all = objects();
+        return std::count_if(all.begin(), all.end(),
+                             [&](const json &each) { return each.value(key, json()) == value; });
+    }
+
+private:
+    std::ostringstream text_;
+    std::streambuf *before_;
+};
+
+class Exchange : public testing::Test {
+protected:
+    explicit Exchange(std::optional<site> answering = site())
+        : exchange_(output_, std::move(answering)),
+          tunnels_(rig_.base.get(), kx::make_tls_context(authority_.file(), server_.certificate, server_.key),
+                   "127.0.0.1", 0, exchange_.callbacks()),
+          commands_(exchange_) {
+        exchange_.use(tunnels_);
+    }
+
+    void connect(tunnel_end &end, const std::string &name) { connect(end, authority_.issue(name, "")); }
+    void connect(tunnel_end &end, const certificate_files &identity) {
+        const auto tls = kx::make_tls_context(authority_.file(), identity.certificate, identity.key);
+        end.tunnel =
+            kx::tunnel_connection::connect(rig_.base.get(), tls.get(), "127.0.0.1", tunnels_.port(), end.callbacks());
+    }
+    void say(tunnel_end &end, const mac_address &ap, const record &one) { ASSERT_TRUE(end.send(encode(ap, one))); }
+    // Whether `end` gets a record of this type.
+    bool gets(const tunnel_end &end, record_type type) {
+        return rig_.run_until([&] {
+            return std::ranges::any_of(end.messages, [&](const received_message &each) {
+                return each.destination == 106 && each.bytes.at(14) == static_cast<std::uint8_t>(type);
+            });
+        });
+    }
+    bool shows(const char *key, const json &value) {
+        return rig_.run_until([&] { return shown_.count(key, value) > 0; });
+    }
+    // An access point that has come up and reported that it has no stations.
+    void start(tunnel_end &end, const char *name, const mac_address &ap, const mac_address &bssid) {
+        connect(end, name);
+        ASSERT_TRUE(gets(end, record_type::req_bulk_info));
+        say(end, ap, stations(bssid));
+        ASSERT_TRUE(rig_.run_until([&] { return exchange_.known().tunnel_of(ap).has_value(); }));
+    }
+
+    captured_output shown_;
+    event_rig rig_;
+    temporary_directory directory_;
+    certificate_authority authority_{directory_, "ca"};
+    certificate_files server_ = authority_.issue("controller", "IP:127.0.0.1");
+    output output_{output::format::json, true, [] { FAIL() << "standard output failed"; }};
+    exchange exchange_;
+    tunnels tunnels_;
+    commands commands_;
+    tunnel_end first_, second_;
+};
+
+class PassiveExchange : public Exchange {
+protected:
+    PassiveExchange() : Exchange(std::nullopt) {}
+};
+
+TEST_F(Exchange, AnswersBetweenAccessPoints) {
+    start(first_, "ap-1", ap1, vap1);
+    start(second_, "ap-2", ap2, vap2);
+    say(first_, ap1, update(record_type::client_assoc, vap1));
+    ASSERT_TRUE(shows("name", "CLIENT_MGR_CLIENT_ASSOC"));
+    say(second_, ap2, update(record_type::client_assoc, vap2));
+    EXPECT_TRUE(gets(first_, record_type::client_move_notify));
+    EXPECT_EQ(shown_.count("name", "CLIENT_MGR_CLIENT_MOVE_NOTIFY"), 1);
+    const json stats = json::parse(commands_.run("stats --json").substr(3));
+    EXPECT_EQ(stats["tunnels"], 2);
+    EXPECT_EQ(stats["roams"], 1);
+    EXPECT_EQ(stats["clients"], 1);
+    EXPECT_EQ(stats["records"], 4);
+    const json clients = json::parse(commands_.run("clients --json").substr(3));
+    EXPECT_EQ(clients.at(0)["ap"], "02:00:00:00:20:00");
+    EXPECT_EQ(clients.at(0)["home_vlan"], 10);
+}
+
+TEST_F(Exchange, TellsOfTunnelsThatComeAndGo) {
+    start(first_, "ap-1", ap1, vap1);
+    first_.tunnel->close();
+    ASSERT_TRUE(shows("event", "tunnel_down"));
+    const json down = shown_.objects().back();
+    EXPECT_EQ(down["peer"], "ap-1");
+    EXPECT_EQ(down["ap"], "02:00:00:00:10:00");
+    EXPECT_EQ(shown_.count("event", "tunnel_up"), 1);
+    const json aps = json::parse(commands_.run("aps --json").substr(3));
+    ASSERT_EQ(aps.size(), 1u);
+    EXPECT_EQ(aps[0]["up"], false);
+}
+
+TEST_F(Exchange, RefusesACertificateOfAnotherAuthority) {
+    const certificate_authority other(directory_, "other");
+    connect(first_, other.issue("ap-1", ""));
+    EXPECT_TRUE(shows("event", "tunnel_refused"));
+    EXPECT_EQ(shown_.count("event", "tunnel_up"), 0);
+}
+
+TEST_F(Exchange, GoesOnWithTheNewerTunnelOfAnAccessPoint) {
+    start(first_, "ap-1", ap1, vap1);
+    connect(second_, "ap-1");
+    ASSERT_TRUE(gets(second_, record_type::req_bulk_info));
+    say(second_, ap1, stations(vap1));
+    EXPECT_TRUE(rig_.run_until([&] { return first_.downs == 1; }));
+    EXPECT_EQ(exchange_.known().links().size(), 1u);
+    EXPECT_TRUE(exchange_.answering()->aps().at(ap1).up);
+}
+
+TEST_F(Exchange, KeepsAnAccessPointFromSpeakingForAnother) {
+    start(first_, "ap-1", ap1, vap1);
+    start(second_, "ap-2", ap2, vap2);
+    say(second_, ap1, update(record_type::client_assoc, vap1));
+    EXPECT_TRUE(shows("error", "the tunnel belongs to another access point"));
+    tunnel_end third;
+    connect(third, "ap-3");
+    ASSERT_TRUE(gets(third, record_type::req_bulk_info));
+    say(third, ap1, update(record_type::client_assoc, vap1));
+    EXPECT_TRUE(shows("error", "the access point has a tunnel with another certificate"));
+    EXPECT_TRUE(exchange_.answering()->clients().empty());
+    EXPECT_EQ(first_.downs, 0);
+}
+
+TEST_F(Exchange, ShowsWhatIsMalformedAndGoesOn) {
+    start(first_, "ap-1", ap1, vap1);
+    ASSERT_TRUE(first_.send({}));
+    ASSERT_TRUE(first_.send(std::vector<std::uint8_t>(16384, 0xff)));
+    bytes cut = encode(ap1, update(record_type::client_assoc, vap1));
+    cut.pop_back();
+    ASSERT_TRUE(first_.send(cut));
+    say(first_, ap1, update(record_type::client_assoc, vap1));
+    ASSERT_TRUE(shows("name", "CLIENT_MGR_CLIENT_ASSOC"));
+    EXPECT_EQ(exchange_.counted().malformed, 3u);
+    EXPECT_EQ(exchange_.answering()->clients().size(), 1u);
+}
+
+TEST_F(Exchange, EndsATunnelWhoseAccessPointDoesNotRead) {
+    start(first_, "ap-1", ap1, vap1);
+    first_.tunnel->set_reading(false);
+    const bytes large(message_size_max, 1);
+    EXPECT_TRUE(rig_.run_until([&] { return !exchange_.send(ap1, large); }));
+    EXPECT_FALSE(exchange_.known().tunnel_of(ap1));
+    EXPECT_FALSE(exchange_.answering()->aps().at(ap1).up);
+}
+
+TEST_F(Exchange, AsksAgainUntilItIsAnswered) {
+    connect(first_, "ap-1");
+    ASSERT_TRUE(gets(first_, record_type::req_bulk_info));
+    for (int i = 0; i < 3; i++) {
+        exchange_.tick();
+    }
+    EXPECT_TRUE(rig_.run_until([&] { return first_.messages.size() == 2; }));
+}
+
+TEST_F(PassiveExchange, OnlySendsWhatTheOperatorGives) {
+    connect(first_, "ap-1");
+    ASSERT_TRUE(shows("event", "tunnel_up"));
+    ASSERT_TRUE(rig_.run_until([&] { return first_.up(); }));
+    say(first_, ap1, update(record_type::client_info_fetch, vap1));
+    ASSERT_TRUE(shows("name", "CLIENT_MGR_CLIENT_INFO_FETCH"));
+    exchange_.tick();
+    EXPECT_EQ(commands_.run("send 02:00:00:00:10:00 0102ff"), "ok\n");
+    ASSERT_TRUE(rig_.run_until([&] { return !first_.messages.empty(); }));
+    EXPECT_EQ(first_.messages, (std::vector<received_message>{{106, {1, 2, 255}}}));
+    EXPECT_TRUE(commands_.run("clients").starts_with("error clients: the controller was started with --passive"));
+    EXPECT_EQ(json::parse(commands_.run("aps --json").substr(3)).at(0)["ap"], "02:00:00:00:10:00");
+}
+
+}  // namespace

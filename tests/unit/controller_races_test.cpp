@@ -1,0 +1,248 @@
+// What the controller makes of messages that cross, of tunnels that come and go, and of its own restart.
+#include <gtest/gtest.h>
+
+#include "tests/unit/controller_site_rig.h"
+
+namespace {
+
+using namespace controller;
+using namespace controller_test;
+
+const lines nothing;
+const lines ask_a = {"A CLIENT_MGR_REQ_BULK_INFO"};
+const std::string s1_home = "at a10 of A, home a10 of A VLAN 10, 0.0.0.0";
+
+lines remove_from(const char *ap, const char *station) {
+    return {std::string(ap) + " CLIENT_MGR_REMOVE_CLIENT_BULK_INFO\n     client=" + station +
+            " home_vlan=0 ip=0.0.0.0 flags=0"};
+}
+
+lines treat_as_associated(const char *ap, const char *bssid) {
+    return {std::string(ap) + " CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC\n     client=s1 bssid=" + bssid +
+            " home_vlan=0 ip=0.0.0.0 flags=0"};
+}
+
+// s1 went from A to B and is back at A: the notice that it moved away may reach A before or after its return.
+site_rig returned() {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.associates(B, b10, s1).size(), 1u);
+    EXPECT_EQ(rig.associates(A, a10, s1).size(), 1u);
+    return rig;
+}
+
+TEST(CrossedRemoval, IsFoundOutByAReport) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.site.unsettled(), 1u);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
+    EXPECT_EQ(rig.where(s1), s1_home);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    EXPECT_EQ(rig.tick(), nothing);
+}
+
+TEST(CrossedRemoval, ThatTookTheStationLeavesNobody) {
+    site_rig rig = returned();
+    rig.tick();
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.where(s1), s1_home);  // one empty report may be a driver's failure
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A), remove_from("A", "s1"));
+    EXPECT_EQ(rig.where(s1), "unknown");
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+}
+
+TEST(CrossedRemoval, FollowedByANewAssociationStartsAnew) {
+    site_rig rig = returned();
+    rig.tick();
+    rig.reports(A);
+    rig.associates(A, a10, s1);
+    rig.tick();
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+TEST(CrossedRemoval, OfAStationThatLeftIsSettled) {
+    site_rig rig = returned();
+    rig.leaves(A, a10, s1);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    EXPECT_EQ(rig.tick(), nothing);
+}
+
+TEST(CrossedRemoval, OfAStationThatWentOnConcernsNobody) {
+    site_rig rig = returned();
+    rig.tick();
+    rig.associates(C, c10, s1);
+    EXPECT_EQ(rig.reports(A), nothing);
+    rig.tick();
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.where(s1), "at c10 of C, home c10 of C VLAN 10, 0.0.0.0");
+}
+
+TEST(CrossedRemoval, IsNotJudgedByAReportThatMayLackStations) {
+    site_rig rig = returned();
+    for (int i = 0; i < 3; i++) {
+        rig.tick();
+        std::vector<station_at> crowd;
+        for (unsigned n = 0; n < 105; n++) {
+            crowd.push_back({a10, {6, 0, 0, 2, 0, static_cast<std::uint8_t>(n)}, ip1});
+        }
+        rig.reports(A, crowd);
+    }
+    EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+// A station that associates after a report was asked for is in doubt until the next one.
+TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
+    site_rig rig = returned();
+    rig.associates(A, a10, s2);
+    rig.associates(B, b10, s2);
+    EXPECT_EQ(rig.tick(), ask_a);
+    rig.associates(A, a10, s2);
+    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
+    EXPECT_EQ(rig.site.unsettled(), 1u);
+    EXPECT_EQ(rig.tick(), ask_a);
+}
+
+TEST(CrossedMoveToAnotherVlan, IsUndoneByAnAssociation) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    rig.roams_in(A, a10, s1, b20);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A, {{a10, s1}}), treat_as_associated("A", "a10"));
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+}
+
+TEST(Fetch, OfAStationThatIsGoneWhenTheAnswerComesIsFoundOut) {
+    site_rig rig;
+    rig.fetches(A, a10, s1);
+    rig.associates(A, a10, s1);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(rig.where(s1), s1_home);
+        EXPECT_EQ(rig.tick(), ask_a);
+        rig.reports(A);
+    }
+    EXPECT_EQ(rig.where(s1), "unknown");
+}
+
+TEST(Request, IsRepeatedUntilItIsAnswered) {
+    site_rig rig(no_access_points);
+    rig.site.ap_up(A);
+    EXPECT_EQ(rig.tick(), nothing);
+    EXPECT_EQ(rig.tick(), nothing);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.site.unsettled(), 1u);
+    EXPECT_EQ(rig.handle(A, {}), nothing);  // an access point without VAPs
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    for (int i = 0; i < 4; i++) {
+        EXPECT_EQ(rig.tick(), nothing);
+    }
+}
+
+TEST(Restart, TakesInWhatTheAccessPointsReport) {
+    site_rig rig(no_access_points);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1, ip1}}), nothing);
+    EXPECT_EQ(rig.comes_up(B, {{b20, s2, ip1 + 1}}), nothing);
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
+    EXPECT_EQ(rig.where(s2), "at b20 of B, home b20 of B VLAN 20, 10.0.0.2");
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::unknown);
+    EXPECT_EQ(texts(rig.site.approve(s1)), lines{"A CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
+}
+
+TEST(Restart, OfADaemonHasItTakeItsStationsUpAgain) {
+    site_rig rig(no_access_points);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1}}), treat_as_associated("A", "a10"));
+    EXPECT_EQ(rig.associates(A, a10, s1), nothing);
+    EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+TEST(Restart, OfADaemonGivesItBackTheAddressesItHad) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1}}),
+              (lines{"A ROAMING_MGR_CLIENT_BULK_INFO\n     client=s1 home_bssid=a10 home_vlan=10 ip=10.0.0.1 flags=0",
+                     "A CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS\n     client=s1 home_bssid=a10 bssid=a10 home_vlan=10 "
+                     "ip=10.0.0.1 flags=0"}));
+}
+
+TEST(Restart, OfADaemonHasItsGuestsWaitOn) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.is_guest(A, a10, s1);
+    rig.gets_address(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1}}), treat_as_associated("A", "a10"));
+}
+
+TEST(LostTunnel, KeepsTheClients) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1, ip1}}), nothing);
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+}
+
+TEST(LostTunnel, ClientsThatAreGoneWhenItIsBackAreDropped) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.comes_up(A), nothing);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A), remove_from("A", "s1"));
+    EXPECT_EQ(rig.where(s1), "unknown");
+}
+
+TEST(LostTunnel, ClientsThatMovedMeanwhileAreTakenFromTheFormerAccessPoint) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.associates(B, b10, s1), nothing);
+    EXPECT_EQ(rig.comes_up(A), lines{"A CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=b10 new_vlan=10"});
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
+}
+
+TEST(LostTunnel, OfTheHomeIsToldOfTheRoamWhenItIsBack) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.roams_in(B, b20, s1, a10, ip1), nothing);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1, ip1}}),
+              lines{"A CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=2 client=s1 bssid=a10 new_bssid=b20 new_vlan=20"});
+    EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 10.0.0.1");
+}
+
+TEST(LostTunnel, ClientsThatLeftTheSiteMeanwhileAreRemoved) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.roamed_leaves(B, b20, s1), nothing);
+    EXPECT_EQ(rig.comes_up(A), remove_from("A", "s1"));
+}
+
+TEST(LostTunnel, OfAnAccessPointThatGotAListCorrectsTheList) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
+    rig.site.ap_down(C);
+    EXPECT_EQ(rig.comes_up(C), nothing);
+    rig.site.ap_down(C);
+    rig.leaves(A, a10, s1);
+    EXPECT_EQ(rig.comes_up(C), remove_from("C", "s1"));
+}
+
+TEST(SecondReporter, OfAClientThatIsElsewhereIsToldSo) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.comes_up(B, {{b10, s1, ip1}}),
+              lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10"});
+    EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+}  // namespace

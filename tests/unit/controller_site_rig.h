@@ -1,0 +1,74 @@
+// A site of three access points for the tests of the controller's rules: A has the VAPs a10 and a20, B b10 and b20, and
+// C c10 and c30, each on the VLAN of its number; s1, s2 and s3 are stations. What the site sends is read as text with
+// these names.
+#ifndef TESTS_UNIT_CONTROLLER_SITE_RIG_H
+#define TESTS_UNIT_CONTROLLER_SITE_RIG_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lab/controller/site.h"
+
+namespace controller_test {
+
+using controller::mac_address;
+using lines = std::vector<std::string>;
+
+inline constexpr mac_address A = {2, 0, 0, 0, 0xa, 0};
+inline constexpr mac_address a10 = {2, 0, 0, 0, 0xa, 10};
+inline constexpr mac_address a20 = {2, 0, 0, 0, 0xa, 20};
+inline constexpr mac_address B = {2, 0, 0, 0, 0xb, 0};
+inline constexpr mac_address b10 = {2, 0, 0, 0, 0xb, 10};
+inline constexpr mac_address b20 = {2, 0, 0, 0, 0xb, 20};
+inline constexpr mac_address C = {2, 0, 0, 0, 0xc, 0};
+inline constexpr mac_address c10 = {2, 0, 0, 0, 0xc, 10};
+inline constexpr mac_address c30 = {2, 0, 0, 0, 0xc, 30};
+inline constexpr mac_address s1 = {6, 0, 0, 0, 0, 1};
+inline constexpr mac_address s2 = {6, 0, 0, 0, 0, 2};
+inline constexpr mac_address s3 = {6, 0, 0, 0, 0, 3};
+inline constexpr mac_address stranger = {6, 0, 0, 0, 0xff, 0xff};
+inline constexpr mac_address none = {};
+inline constexpr std::uint32_t ip1 = 0x0a000001;
+inline const std::vector<mac_address> no_access_points;
+
+// One line per record, "A CLIENT_MGR_REQ_BULK_INFO".
+lines texts(const controller::outbox &sent);
+
+struct station_at {
+    mac_address bssid, station;
+    std::uint32_t ip = 0;
+};
+
+class site_rig {
+public:
+    // With access points that have reported no stations yet.
+    explicit site_rig(const std::vector<mac_address> &up = {A, B, C}, controller::mac_acl acl = {});
+
+    controller::site site;
+
+    // What the access points send; each returns what the site sends because of it.
+    lines associates(const mac_address &ap, const mac_address &bssid, const mac_address &station, std::uint32_t ip = 0);
+    lines roams_in(const mac_address &ap, const mac_address &bssid, const mac_address &station,
+                   const mac_address &last_bssid, std::uint32_t ip = 0);
+    lines leaves(const mac_address &ap, const mac_address &bssid, const mac_address &station);
+    lines roamed_leaves(const mac_address &ap, const mac_address &bssid, const mac_address &station);
+    lines gets_address(const mac_address &ap, const mac_address &bssid, const mac_address &station, std::uint32_t ip);
+    lines is_guest(const mac_address &ap, const mac_address &bssid, const mac_address &station);
+    lines adds_pmk(const mac_address &ap, const mac_address &bssid, const mac_address &station, std::uint8_t pmk);
+    lines fetches_pmk(const mac_address &ap, const mac_address &bssid, const mac_address &station);
+    lines fetches(const mac_address &ap, const mac_address &bssid, const mac_address &station);
+    // Its two VAPs with these stations.
+    lines reports(const mac_address &ap, const std::vector<station_at> &stations = {});
+
+    lines comes_up(const mac_address &ap, const std::vector<station_at> &stations = {});
+    lines tick() { return texts(site.tick()); }
+
+    lines handle(const mac_address &ap, std::vector<controller::item> records);
+    // "at a10 of A, home a10 of A VLAN 10, 0.0.0.0", or "unknown"
+    std::string where(const mac_address &station) const;
+};
+
+}  // namespace controller_test
+
+#endif

@@ -1,0 +1,357 @@
+// The controller's rules for one event at a time.
+#include <gtest/gtest.h>
+
+#include "lab/controller/render.h"
+#include "tests/unit/controller_site_rig.h"
+
+namespace {
+
+using namespace controller;
+using namespace controller_test;
+
+const lines nothing;
+
+std::string moved_away(const char *ap, const char *new_bssid, const char *vlan) {
+    return std::string(ap) + " CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=" + new_bssid +
+           " new_vlan=" + vlan;
+}
+
+std::string moved_to_vlan(const char *ap, const char *home, const char *new_bssid, const char *vlan) {
+    return std::string(ap) + " CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=2 client=s1 bssid=" + home +
+           " new_bssid=" + new_bssid + " new_vlan=" + vlan;
+}
+
+// A list of one client, as it is read.
+std::string list(const std::string &head, const std::string &entry) { return head + "\n     " + entry; }
+
+std::string remove_s1(const char *ap) {
+    return list(std::string(ap) + " CLIENT_MGR_REMOVE_CLIENT_BULK_INFO", "client=s1 home_vlan=0 ip=0.0.0.0 flags=0");
+}
+
+TEST(Association, RecordsTheHome) {
+    site_rig rig;
+    EXPECT_EQ(rig.associates(A, a20, s1), nothing);
+    EXPECT_EQ(rig.where(s1), "at a20 of A, home a20 of A VLAN 20, 0.0.0.0");
+    EXPECT_EQ(rig.site.roams(), 0u);
+}
+
+TEST(Association, OnAnotherAccessPointTellsTheFormerOne) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    EXPECT_EQ(rig.associates(B, b20, s1), lines{moved_away("A", "b20", "20")});
+    EXPECT_EQ(rig.where(s1), "at b20 of B, home b20 of B VLAN 20, 0.0.0.0");
+    EXPECT_EQ(rig.site.roams(), 1u);
+}
+
+TEST(Association, OnAnotherVapOfTheSameAccessPointTellsNobody) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.associates(A, a20, s1), nothing);
+    EXPECT_EQ(rig.where(s1), "at a20 of A, home a20 of A VLAN 20, 0.0.0.0");
+}
+
+TEST(Association, OfARoamedClientTellsItsHomeAndWhereItWas) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    EXPECT_EQ(rig.associates(C, c10, s1), (lines{moved_away("A", "c10", "10"), moved_away("B", "c10", "10")}));
+}
+
+TEST(Association, BeforeTheVapIsKnownGetsItsVlanLater) {
+    site_rig rig(no_access_points);
+    rig.site.ap_up(A);
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN ?, 0.0.0.0");
+    rig.reports(A, {{a10, s1, ip1}});
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
+}
+
+TEST(Roaming, WithinTheHomeVlanMovesTheHome) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    EXPECT_EQ(rig.roams_in(B, b10, s1, a10), lines{moved_away("A", "b10", "10")});
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 10.0.0.1");
+    EXPECT_EQ(rig.site.roams(), 1u);
+}
+
+TEST(Roaming, ToAnotherVlanTellsTheHome) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    EXPECT_EQ(rig.roams_in(B, b20, s1, a10, ip1), lines{moved_to_vlan("A", "a10", "b20", "20")});
+    EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 10.0.0.1");
+}
+
+TEST(Roaming, OnToAThirdAccessPointTellsTheHomeAndTheOneBetween) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    EXPECT_EQ(rig.roams_in(C, c30, s1, b20),
+              (lines{moved_away("B", "c30", "30"), moved_to_vlan("A", "a10", "c30", "30")}));
+    EXPECT_EQ(rig.where(s1), "at c30 of C, home a10 of A VLAN 10, 0.0.0.0");
+}
+
+TEST(Roaming, BackToTheHomeVlanElsewhereMovesTheHome) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    EXPECT_EQ(rig.roams_in(C, c10, s1, b20), (lines{moved_away("A", "c10", "10"), moved_away("B", "c10", "10")}));
+    EXPECT_EQ(rig.where(s1), "at c10 of C, home c10 of C VLAN 10, 0.0.0.0");
+}
+
+TEST(Roaming, ToAnotherVlanOfTheHomeAccessPointTellsNobody) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.roams_in(A, a20, s1, a10), nothing);
+    EXPECT_EQ(rig.where(s1), "at a20 of A, home a10 of A VLAN 10, 0.0.0.0");
+}
+
+TEST(Roaming, OfAnUnknownClientTakesItsLastBssidForItsHome) {
+    site_rig rig;
+    EXPECT_EQ(rig.roams_in(B, b20, s1, a10), lines{moved_to_vlan("A", "a10", "b20", "20")});
+    EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 0.0.0.0");
+}
+
+TEST(Roaming, OfAnUnknownClientOnTheSameVlanTellsWhereItComesFrom) {
+    site_rig rig;
+    EXPECT_EQ(rig.roams_in(B, b10, s1, a10), lines{moved_away("A", "b10", "10")});
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
+}
+
+TEST(Roaming, FromAnUnknownAccessPointMakesTheClientAtHome) {
+    for (const mac_address &last : {stranger, none}) {
+        site_rig rig;
+        EXPECT_EQ(rig.roams_in(B, b20, s1, last), nothing);
+        EXPECT_EQ(rig.where(s1), "at b20 of B, home b20 of B VLAN 20, 0.0.0.0");
+    }
+}
+
+TEST(Disassociation, RemovesTheClient) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.leaves(A, a10, s1), nothing);
+    EXPECT_EQ(rig.where(s1), "unknown");
+}
+
+TEST(Disassociation, FromWhereTheClientNoLongerIsRemovesNothing) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.associates(B, b10, s1);
+    EXPECT_EQ(rig.leaves(A, a10, s1), nothing);
+    EXPECT_EQ(rig.roamed_leaves(A, a10, s1), nothing);
+    EXPECT_EQ(rig.leaves(B, b20, s1), nothing);
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
+}
+
+TEST(Disassociation, OfARoamedClientHasItsHomeDropIt) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    EXPECT_EQ(rig.roamed_leaves(B, b20, s1), lines{remove_s1("A")});
+    EXPECT_EQ(rig.where(s1), "unknown");
+}
+
+TEST(Disassociation, OfAnUnknownClientIsNothing) {
+    site_rig rig;
+    EXPECT_EQ(rig.leaves(A, a10, s1), nothing);
+}
+
+TEST(Address, IsKept) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.gets_address(A, a10, s1, ip1), nothing);
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
+}
+
+TEST(Address, FromWhereTheClientNoLongerIsIsNotTaken) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.associates(B, b10, s1);
+    rig.gets_address(A, a10, s1, ip1);
+    rig.gets_address(B, b10, s2, ip1);
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
+    EXPECT_EQ(rig.where(s2), "unknown");
+}
+
+TEST(Fetch, OfAKnownClientGetsItsEntry) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    EXPECT_EQ(rig.fetches(B, b20, s1), lines{list("B CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS",
+                                                  "client=s1 home_bssid=a10 bssid=b20 home_vlan=10 ip=10.0.0.1 "
+                                                  "flags=0")});
+}
+
+TEST(Fetch, OfAClientWithAPmkGetsThePmkToo) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.adds_pmk(A, a10, s1, 0x5a);
+    const auto answer = rig.fetches(B, b10, s1);
+    ASSERT_EQ(answer.size(), 1u);
+    EXPECT_NE(answer[0].find("pmk=sha256:"), std::string::npos);
+    EXPECT_NE(answer[0].find("flags=1"), std::string::npos);
+}
+
+TEST(Fetch, OfAnUnknownClientHasItTreatedAsAssociated) {
+    site_rig rig;
+    EXPECT_EQ(rig.fetches(B, b20, s1), lines{list("B CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC",
+                                                  "client=s1 bssid=b20 home_vlan=0 ip=0.0.0.0 flags=0")});
+}
+
+TEST(Fetch, OfAGuestThatWaitsHasItWaitOn) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.is_guest(A, a10, s1);
+    EXPECT_EQ(rig.fetches(B, b10, s1), lines{list("B CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC",
+                                                  "client=s1 bssid=b10 home_vlan=0 ip=0.0.0.0 flags=0")});
+}
+
+TEST(Pmk, IsKeptAndGivenToWhoAsks) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.adds_pmk(A, a10, s1, 0x5a), nothing);
+    rig.leaves(A, a10, s1);
+    EXPECT_TRUE(rig.site.has_pmk(s1));
+    EXPECT_EQ(rig.fetches_pmk(B, b20, s1),
+              lines{list("B CLIENT_MGR_PMK_FETCH_SUCCESS",
+                         "client=s1 bssid=b20 home_vlan=0 ip=0.0.0.0 pmk=sha256:60bf07c4 flags=1")});
+}
+
+TEST(Pmk, ThatIsNotKnownIsNotAnswered) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.fetches_pmk(B, b20, s1), nothing);
+}
+
+TEST(Guest, WaitsForApproval) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+    EXPECT_EQ(texts(rig.site.approve(s1)), lines{"A CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::approved);
+}
+
+TEST(Guest, NeedNotWaitAgainWhileItStaysOnTheSite) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.is_guest(A, a10, s1);
+    EXPECT_EQ(texts(rig.site.approve(s1)).size(), 1u);
+    rig.associates(B, b10, s1);
+    EXPECT_EQ(rig.is_guest(B, b10, s1), lines{"B CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
+    rig.leaves(B, b10, s1);
+    rig.associates(B, b10, s1);
+    EXPECT_EQ(rig.is_guest(B, b10, s1), nothing);
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+}
+
+TEST(Guest, ThatAssociatesWithAnOrdinaryVapIsNoGuestAnyMore) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.is_guest(A, a10, s1);
+    rig.associates(A, a20, s1);
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
+}
+
+TEST(Guest, RecordFromElsewhereIsNotTaken) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.is_guest(B, b10, s1), nothing);
+    EXPECT_EQ(rig.is_guest(B, b10, s2), nothing);
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
+}
+
+TEST(Approval, IsRefusedToWhoDoesNotWait) {
+    site_rig rig;
+    EXPECT_THROW(static_cast<void>(rig.site.approve(s1)), refused);
+    rig.associates(A, a10, s1);
+    EXPECT_THROW(static_cast<void>(rig.site.approve(s1)), refused);
+    rig.is_guest(A, a10, s1);
+    rig.site.ap_down(A);
+    EXPECT_THROW(static_cast<void>(rig.site.approve(s1)), refused);
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+}
+
+TEST(Acl, AnswersFromTheListAndEchoesTheQuestion) {
+    mac_acl acl;
+    acl.set_default(7, verdict::deny);
+    acl.set(7, s1, verdict::allow);
+    site_rig rig({A}, acl);
+    record question(record_type::client_acl_auth_req);
+    question.body.set("verdict", 0xffffffffu).set("client", s1).set("bssid", a10).set("ap_mac", A);
+    question.body.set("vap_index", 1u).set("radius_index", 2u).set("mac_acl_index", 7u).set("radius_acl_type", 3u);
+    question.body.set("data_length", 2u).set("data", std::span<const std::uint8_t>(bytes{0xd1, 0xd2}));
+    for (const auto &[station, expected] : {std::pair{s1, 1u}, std::pair{s2, 0u}}) {
+        question.body.set("client", station);
+        const outbox sent = rig.site.handle({A, 188, {question}});
+        ASSERT_EQ(sent.size(), 1u);
+        values echoed = question.body;
+        echoed.set("verdict", expected);
+        bytes wanted = {1, 14, 0, 0, 1, 0, 0, 188};
+        wanted.insert(wanted.end(), A.begin(), A.end());
+        const bytes head = {28, 4, 0, 174};
+        wanted.insert(wanted.end(), head.begin(), head.end());
+        wanted.insert(wanted.end(), echoed.content().begin(), echoed.content().end());
+        EXPECT_EQ(encode(sent[0].ap, sent[0].records), wanted);
+    }
+}
+
+TEST(List, HasTheClientsThatAreElsewhere) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.associates(B, b10, s2);
+    rig.associates(C, c30, s3);
+    rig.is_guest(C, c30, s3);
+    EXPECT_EQ(texts(rig.site.send_list(B)),
+              lines{list("B ROAMING_MGR_CLIENT_BULK_INFO",
+                         "client=s1 home_bssid=a10 home_vlan=10 ip=10.0.0.1 flags=0\n"
+                         "     client=s3 home_bssid=c30 home_vlan=30 ip=0.0.0.0 flags=2")});
+    EXPECT_THROW(static_cast<void>(rig.site.send_list(stranger)), refused);
+}
+
+TEST(List, LeavesOutAClientThatTheAccessPointServesForItsHome) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.roams_in(B, b20, s1, a10);
+    EXPECT_EQ(texts(rig.site.send_list(A)), nothing);
+    EXPECT_EQ(texts(rig.site.send_list(B)), nothing);
+    EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
+}
+
+TEST(List, MakesTheAccessPointDropTheClientWhenItLeaves) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    static_cast<void>(rig.site.send_list(C));
+    rig.associates(B, b10, s1);  // which does not concern C
+    EXPECT_EQ(rig.leaves(B, b10, s1), lines{remove_s1("C")});
+}
+
+TEST(List, OfManyClientsTakesSeveralMessages) {
+    site_rig rig;
+    for (unsigned i = 0; i < 300; i++) {
+        rig.associates(A, a10, {6, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)});
+    }
+    const outbox sent = rig.site.send_list(B);
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].records.at(0).entries.size(), 263u);
+    EXPECT_EQ(sent[1].records.at(0).entries.size(), 37u);
+    EXPECT_LE(encode(B, sent[0].records).size(), message_size_max);
+}
+
+TEST(Removal, GoesToEveryAccessPointThatHoldsTheClient) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    rig.adds_pmk(A, a10, s1, 1);
+    rig.roams_in(B, b20, s1, a10);
+    static_cast<void>(rig.site.send_list(C));
+    EXPECT_EQ(texts(rig.site.remove(s1)), (lines{remove_s1("A"), remove_s1("B"), remove_s1("C")}));
+    EXPECT_EQ(rig.where(s1), "unknown");
+    EXPECT_FALSE(rig.site.has_pmk(s1));
+    EXPECT_THROW(static_cast<void>(rig.site.remove(s1)), refused);
+}
+
+TEST(Site, IgnoresWhatIsMalformed) {
+    site_rig rig;
+    EXPECT_EQ(rig.handle(A, {malformation{0, 2, "cut"}}), nothing);
+    EXPECT_TRUE(rig.site.handle({std::nullopt, 3, {malformation{0, std::nullopt, "cut"}}}).empty());
+}
+
+}  // namespace
