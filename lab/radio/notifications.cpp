@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "client_mgr/messages.h"
 
@@ -60,7 +61,7 @@ notification address_notification(const mac_address &client, std::uint32_t ip, s
     put(body.client, client);
     body.ip = ip;
     notification result = make(KX_MSG_ID_CLIENT_IP, body);
-    result.payload.insert(result.payload.end(), ifname.begin(), ifname.end());
+    std::copy(ifname.begin(), ifname.end(), std::back_inserter(result.payload));
     result.payload.push_back(0);
     return result;
 }
@@ -73,7 +74,7 @@ notification acl_question(const mac_address &client, const mac_address &bssid, s
     put(body.bssid, bssid);
     body.data_len = sizeof data;
     notification result = make(KX_MSG_ID_MAC_ACL_AUTH, body);
-    result.payload.insert(result.payload.end(), std::begin(data.bytes), std::end(data.bytes));
+    std::copy(std::begin(data.bytes), std::end(data.bytes), std::back_inserter(result.payload));
     return result;
 }
 
