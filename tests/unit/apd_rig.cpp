@@ -97,10 +97,6 @@ void apd_rig::start_site() {
     for (std::uint32_t id : {KX_MSG_ID_SYSMON_HB, KX_MSG_ID_APCOMM_MSG, KX_MSG_ID_VAP_INIT}) {
         ASSERT_EQ(next_id(), id);
     }
-    // The tunnel may come up before or after the registration: then the status arrives twice.
-    settle();
-    while (daemon->receive()) {
-    }
 }
 
 std::optional<kx::ipc_message> apd_rig::next_message() {

@@ -64,25 +64,28 @@ void platform_daemon::tunnel_up() {
 }
 
 void platform_daemon::tunnel_down() {
-    kx::apcomm_status report{};
-    report.kind = kx::apcomm_kind_status;
-    report.status = APCOMM_STATUS_DOWN;
-    inbox_.send(KX_MSG_ID_APCOMM_MSG, {reinterpret_cast<const std::uint8_t *>(&report), sizeof(report)});
+    if (channel_.is_registered()) {
+        send_status(APCOMM_STATUS_DOWN, 0);
+    }
     channel_.resume();
     publish_status();
 }
 
 void platform_daemon::report_link_to_daemon() {
-    if (!link_.is_up()) {
+    if (!link_.is_up() || !channel_.is_registered()) {
         return;
     }
-    kx::apcomm_status report{};
-    report.kind = kx::apcomm_kind_status;
-    report.status = APCOMM_STATUS_UP;
-    report.ctrl_ip = link_.controller_ip();
-    inbox_.send(KX_MSG_ID_APCOMM_MSG, {reinterpret_cast<const std::uint8_t *>(&report), sizeof(report)});
+    send_status(APCOMM_STATUS_UP, link_.controller_ip());
     // The client manager loads its VAPs only while it knows a controller.
     inbox_.send(KX_MSG_ID_VAP_INIT);
+}
+
+void platform_daemon::send_status(std::uint32_t status, std::uint32_t ctrl_ip) {
+    kx::apcomm_status report{};
+    report.kind = kx::apcomm_kind_status;
+    report.status = status;
+    report.ctrl_ip = ctrl_ip;
+    inbox_.send(KX_MSG_ID_APCOMM_MSG, {reinterpret_cast<const std::uint8_t *>(&report), sizeof(report)});
 }
 
 void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {

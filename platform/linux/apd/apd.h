@@ -34,6 +34,7 @@ private:
     void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
     bool daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
     void report_link_to_daemon();
+    void send_status(std::uint32_t status, std::uint32_t ctrl_ip);
     void config_changed();
     bool read_config();
     void publish_status();

@@ -106,6 +106,7 @@ void daemon_channel::take_packet(std::span<const std::uint8_t> packet) {
     std::memcpy(&head, packet.data(), sizeof(head));
     auto message = packet.subspan(sizeof(head));
     if (head.destination == kx::apcomm_destination_apd) {
+        registered_ = true;
         handlers_.on_register();
         return;
     }
@@ -131,6 +132,7 @@ void daemon_channel::resume() {
 void daemon_channel::drop(int fd) {
     connections_.erase(fd);
     close(fd);
+    registered_ = registered_ && !connections_.empty();
 }
 
 void daemon_channel::disconnect() {

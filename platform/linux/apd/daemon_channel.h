@@ -30,6 +30,8 @@ public:
     daemon_channel(const daemon_channel &) = delete;
     daemon_channel &operator=(const daemon_channel &) = delete;
 
+    // A client manager is connected and has registered.
+    bool is_registered() const { return registered_; }
     void resume();
     // Ends all connections; a live client manager registers again.
     void disconnect();
@@ -53,6 +55,7 @@ private:
     int listener_;
     watch acceptable_;
     std::map<int, watch> connections_;  // by file descriptor
+    bool registered_ = false;
     std::optional<refused_message> refused_;
 };
 

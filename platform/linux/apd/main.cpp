@@ -36,7 +36,8 @@ int run(const std::string &config_file) {
 int main(int argc, char **argv) {
     CLI::App options(
         "The access point's platform daemon: starts the client manager up, watches it, and carries its "
-        "messages to and from the controller.\nEverything lives below $KX_ROOT (default /run/kx).");
+        "messages to and from the controller.\nEverything lives below $KX_ROOT (default /run/kx).",
+        "apd");
     std::string config_file = kx::config_file();
     options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
         ->type_name("FILE");
