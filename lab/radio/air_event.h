@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <vector>
 
 #include "lab/radio/mac.h"
 
@@ -50,6 +51,16 @@ public:
     virtual ~event_source() = default;
     // Does a bounded piece of work; `event` is written when the result says so.
     virtual step next(timed_event &event) = 0;
+
+    // Whether the station itself takes that BSSID for its access point at that time. Nobody knows, in a capture.
+    virtual bool is_here(const mac_address & /*client*/, const mac_address & /*bssid*/, lab_time /*now*/) const {
+        return true;
+    }
+    // The daemon had the station disassociated: what the station does about it, if it is still there at those times.
+    virtual std::vector<timed_event> when_sent_away(const mac_address & /*client*/, const mac_address & /*bssid*/,
+                                                    lab_time /*now*/) const {
+        return {};
+    }
 };
 
 }  // namespace radio

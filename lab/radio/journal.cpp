@@ -29,7 +29,9 @@ void journal::write(lab_time at, const report &what) const {
                                          {"client", client},
                                          {"bssid", bssid},
                                          {"ifname", what.ifname}};
-        object.update(what.facts);
+        if (what.facts.is_object()) {
+            object.update(what.facts);
+        }
         return put_line(to_line(object));
     }
     char time[32];

@@ -3,12 +3,12 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 
 #include "lab/radio/capture_source.h"
 #include "lab/radio/radio_process.h"
+#include "lab/radio/scenario_source.h"
 #include "lab/radio/vap_list.h"
 #include "platform/linux/ap_config.h"
 #include "platform/linux/paths.h"
@@ -16,7 +16,7 @@
 namespace {
 
 struct options {
-    std::string capture;
+    std::string capture, scenario, ap;
     std::string config;
     std::string speed = "max";
     std::string write_config;
@@ -26,7 +26,12 @@ struct options {
 };
 
 void declare(CLI::App &app, options &given) {
-    app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play")->required();
+    auto *capture = app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play");
+    auto *scenario = app.add_option("--scenario", given.scenario, "TOML file of stations and what they do, to play");
+    scenario->excludes(capture);
+    auto *ap = app.add_option("--ap", given.ap, "which of the scenario's access points this is");
+    scenario->needs(ap);
+    ap->needs(scenario);
     app.add_option("--config", given.config, "access point's configuration; default: $KX_CONFIG or $KX_ROOT/ap.toml");
     app.add_option("--speed", given.speed, "times real time, or max: as fast as the daemon takes it")
         ->check([](const std::string &text) -> std::string {
@@ -45,7 +50,8 @@ void declare(CLI::App &app, options &given) {
         ->capture_default_str();
     app.add_flag("--stay", given.stay, "serve the VAPs after the end, until SIGTERM");
     app.add_flag("--json", given.json, "print one JSON object per event");
-    app.add_flag("--discover", given.discover, "print the [[vap]] tables of the access points in the capture and end");
+    app.add_flag("--discover", given.discover,
+                 "print the [[vap]] tables of the capture's or the scenario's access point and end");
     app.add_option("--write-config", given.write_config, "with --discover: write them to this file instead")
         ->needs("--discover");
     app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
@@ -64,7 +70,23 @@ void write_text(const std::string &file, const std::string &text) {
     }
 }
 
+const radio::scenario_ap &find_ap(const radio::scenario &scenario, const options &given) {
+    if (const radio::scenario_ap *ap = scenario.find_ap(given.ap)) {
+        return *ap;
+    }
+    std::string names;
+    for (const radio::scenario_ap &each : scenario.aps) {
+        names.append(names.empty() ? "" : ", ").append(each.name);
+    }
+    throw std::runtime_error(given.scenario + ": no access point is named " + given.ap + "; there are " + names);
+}
+
 int discover(const options &given) {
+    if (!given.scenario.empty()) {
+        const radio::scenario scenario = radio::load_scenario(given.scenario);
+        write_text(given.write_config, radio::to_toml(find_ap(scenario, given).vaps));
+        return 0;
+    }
     radio::capture_source capture(given.capture);
     const std::vector<kx::vap_config> vaps = radio::discover_vaps(capture);
     if (!capture.damage().empty()) {
@@ -85,9 +107,8 @@ std::vector<kx::vap_config> own_vaps(const std::string &file) {
     return vaps;
 }
 
-int play(const options &given) {
+radio::radio_process::settings make_settings(const options &given) {
     radio::radio_process::settings how;
-    how.vaps = own_vaps(given.config.empty() ? kx::config_file() : given.config);
     if (given.speed != "max") {
         how.play.speed = std::stod(given.speed);
     } else if (given.start_at != 0) {
@@ -100,7 +121,21 @@ int play(const options &given) {
     how.patience = std::chrono::seconds(given.patience);
     how.stay = given.stay;
     how.json = given.json;
+    return how;
+}
 
+int play_scenario(const options &given) {
+    const radio::scenario scenario = radio::load_scenario(given.scenario);
+    const radio::scenario_ap &ap = find_ap(scenario, given);
+    radio::radio_process::settings how = make_settings(given);
+    how.vaps = ap.vaps;
+    radio::scenario_source source(scenario, ap);
+    return radio::radio_process(how, source).run();
+}
+
+int play_capture(const options &given) {
+    radio::radio_process::settings how = make_settings(given);
+    how.vaps = own_vaps(given.config.empty() ? kx::config_file() : given.config);
     radio::capture_source source(given.capture);
     radio::radio_process process(how, source);
     const int status = process.run();
@@ -117,8 +152,15 @@ int main(int argc, char **argv) {
     options given;
     declare(app, given);
     CLI11_PARSE(app, argc, argv);
+    if (given.capture.empty() && given.scenario.empty()) {
+        std::fputs("radio: expected a capture or --scenario; see radio --help\n", stderr);
+        return 1;
+    }
     try {
-        return given.discover ? discover(given) : play(given);
+        if (given.discover) {
+            return discover(given);
+        }
+        return given.scenario.empty() ? play_capture(given) : play_scenario(given);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "radio: %s\n", error.what());
         return 1;

@@ -54,26 +54,49 @@ bool player::wait_for(lab_time due) {
     return true;
 }
 
+void player::insert(const timed_event &event) {
+    inserted_.insert(std::ranges::upper_bound(inserted_, event.at, {}, &timed_event::at), event);
+    ended_ = false;
+    go_on();
+}
+
+player::fetched player::fetch() {
+    if (next_) {
+        return fetched::ready;
+    }
+    timed_event event;
+    switch (source_.next(event)) {
+        case event_source::step::event:
+            next_ = event;
+            return fetched::ready;
+        case event_source::step::nothing_yet:
+            return fetched::not_yet;
+        case event_source::step::end:
+            break;
+    }
+    return inserted_.empty() ? fetched::nothing_left : fetched::ready;
+}
+
 void player::step() {
     for (int events = 0; events < events_per_step; ++events) {
-        if (!next_) {
-            timed_event event;
-            switch (source_.next(event)) {
-                case event_source::step::event:
-                    next_ = event;
-                    break;
-                case event_source::step::nothing_yet:
-                    return timer_->add(lab_time::zero());
-                case event_source::step::end:
-                    ended_ = true;
-                    return on_end();
-            }
+        const fetched found = fetch();
+        if (found == fetched::not_yet) {
+            break;
         }
-        if (wait_for(next_->at)) {
+        if (found == fetched::nothing_left) {
+            ended_ = true;
+            return on_end();
+        }
+        const bool inserted = has_inserted_next();
+        const timed_event next = inserted ? inserted_.front() : *next_;
+        if (wait_for(next.at)) {
             return;
         }
-        latest_ = std::max(latest_, next_->at);
-        play_(*std::exchange(next_, std::nullopt));
+        latest_ = std::max(latest_, next.at);
+        inserted ? inserted_.pop_front() : next_.reset();
+        if (!inserted || source_.is_here(next.event.client, next.event.bssid, next.at)) {
+            play_(next);
+        }
     }
     timer_->add(lab_time::zero());
 }

@@ -3,6 +3,8 @@
 #define LAB_RADIO_PLAYER_H
 
 #include <chrono>
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,21 +29,28 @@ public:
     void start();
     // To be called when may_go_on may have changed its answer.
     void go_on();
+    // Adds an event that is left out if the station is no longer on that BSSID when its time comes.
+    void insert(const timed_event &event);
     bool has_started() const { return started_; }
     bool has_ended() const { return ended_; }
     // Lab time now, or at full speed that of the event that was played last.
     lab_time now() const;
 
 private:
+    enum class fetched : std::uint8_t { ready, not_yet, nothing_left };
+
     void step();
+    fetched fetch();
     bool wait_for(lab_time due);
+    bool has_inserted_next() const { return !inserted_.empty() && (!next_ || inserted_.front().at <= next_->at); }
 
     event_source &source_;
     settings how_;
     std::function<void(const timed_event &)> play_;
     std::unique_ptr<loop_event> timer_;
     std::chrono::steady_clock::time_point start_;
-    std::optional<timed_event> next_;
+    std::optional<timed_event> next_;   // of the source
+    std::deque<timed_event> inserted_;  // in the order of their times
     lab_time latest_{};
     bool started_ = false, ended_ = false;
 };

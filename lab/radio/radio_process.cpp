@@ -10,37 +10,28 @@ namespace radio {
 
 radio_process::radio_process(const settings &how, event_source &source)
     : stay_(how.stay),
+      starts_at_once_(how.play.start_at.has_value()),
       source_(source),
       journal_(how.json),
       stack_(how.vaps),
       link_(loop_, {.vaps = how.vaps.size(), .wait_ready = how.wait_ready, .patience = how.patience}),
-      player_(loop_, source, how.play,
-              [this](const timed_event &next) {
-                  stack_.hear(next.event, clock::now());
-                  update_acl_timer();
-              }),
-      acl_timer_(make_timer(loop_,
-                            [this] {
-                                stack_.expire(clock::now());
-                                update_acl_timer();
-                                finish_if_done();
-                            })),
+      player_(loop_, source, how.play, [this](const timed_event &next) { play(next); }),
+      acl_timer_(make_timer(loop_, [this] { expire_questions(); })),
       driver_(loop_, how.vaps,
               [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
-                  driver_answer answer = stack_.serve(vap, request, data, clock::now());
-                  if (request == SIOCGIFHWADDR) {
-                      link_.vap_asked(vap);
-                  }
-                  update_acl_timer();
-                  finish_if_done();
-                  return answer;
+                  return serve_driver(vap, request, data);
               }),
-      control_(loop_, stack_,
-               {.state = [this] { return done_                   ? "played"
-                                         : player_.has_started() ? "playing"
-                                                                 : "waiting"; },
-                .is_here = [](const mac_address &, const mac_address &) { return true; }}) {
+      control_(
+          loop_, stack_,
+          {.state = [this] { return state(); },
+           .is_here = [this](const mac_address &client,
+                             const mac_address &bssid) { return source_.is_here(client, bssid, player_.now()); }}) {
     stack_.on_report = [this](report what) { report_event(std::move(what)); };
+    stack_.on_ordered_off = [this](const mac_address &client, const mac_address &bssid) {
+        for (const timed_event &each : source_.when_sent_away(client, bssid, player_.now())) {
+            player_.insert(each);
+        }
+    };
     link_.on_change = [this] { daemon_changed(); };
     link_.on_lost = [this](const std::string &why) {
         std::fprintf(stderr, "radio: %s\n", why.c_str());
@@ -51,17 +42,46 @@ radio_process::radio_process(const settings &how, event_source &source)
 }
 
 int radio_process::run() {
-    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(done_ ? 0 : 128 + SIGINT); });
-    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(done_ ? 0 : 128 + SIGTERM); });
-    if (link_.is_ready()) {
+    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(summed_up_ ? 0 : 128 + SIGINT); });
+    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(summed_up_ ? 0 : 128 + SIGTERM); });
+    if (starts_at_once_ || link_.is_ready()) {
         player_.start();
-    } else {
+    }
+    if (!link_.is_ready()) {
         journal_.note("waiting for the daemon to ask for the addresses of " + std::to_string(stack_.vaps().size()) +
                       " VAPs");
         link_.start_waiting();
     }
     loop_.run();
     return status_;
+}
+
+void radio_process::play(const timed_event &next) {
+    stack_.hear(next.event, clock::now());
+    update_acl_timer();
+}
+
+void radio_process::expire_questions() {
+    stack_.expire(clock::now());
+    update_acl_timer();
+    finish_if_done();
+}
+
+driver_answer radio_process::serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
+    driver_answer answer = stack_.serve(vap, request, data, clock::now());
+    if (request == SIOCGIFHWADDR) {
+        link_.vap_asked(vap);
+    }
+    update_acl_timer();
+    finish_if_done();
+    return answer;
+}
+
+const char *radio_process::state() const {
+    if (is_done()) {
+        return "played";
+    }
+    return player_.has_started() ? "playing" : "waiting";
 }
 
 void radio_process::report_event(report what) {
@@ -86,11 +106,13 @@ void radio_process::update_acl_timer() {
     acl_timer_->remove();
 }
 
+bool radio_process::is_done() const { return player_.has_ended() && link_.is_idle() && !stack_.next_deadline(); }
+
 void radio_process::finish_if_done() {
-    if (done_ || !player_.has_ended() || !link_.is_idle() || stack_.next_deadline()) {
+    if (summed_up_ || !is_done()) {
         return;
     }
-    done_ = true;
+    summed_up_ = true;
     journal_.summary(count());
     if (!stay_) {
         end(0);
@@ -98,7 +120,7 @@ void radio_process::finish_if_done() {
 }
 
 void radio_process::end(int status) {
-    if (!done_) {
+    if (!summed_up_) {
         journal_.summary(count());
     }
     status_ = status;

@@ -34,14 +34,20 @@ public:
     int run();
 
 private:
+    void play(const timed_event &next);
+    void expire_questions();
+    driver_answer serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data);
+    const char *state() const;
     void report_event(report what);
     void daemon_changed();
     void update_acl_timer();
+    bool is_done() const;
     void finish_if_done();
     void end(int status);
     nlohmann::ordered_json count() const;
 
     bool stay_;
+    bool starts_at_once_;
     event_source &source_;
     loop loop_;
     journal journal_;
@@ -51,7 +57,7 @@ private:
     std::unique_ptr<loop_event> acl_timer_;
     driver_server driver_;
     control_server control_;
-    bool done_ = false;
+    bool summed_up_ = false;
     int status_ = 0;
 };
 

@@ -1,7 +1,6 @@
 // The driver's side of the radio stack: requests of the daemon, the MAC ACL's questions and verdicts.
 #include <linux/sockios.h>
 #include <linux/wireless.h>
-#include <net/if_arp.h>
 
 #include <algorithm>
 #include <cerrno>

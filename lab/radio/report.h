@@ -15,7 +15,7 @@ struct report {
     mac_address client{}, bssid{};
     std::string ifname;
     std::string text;                // "associated with office"
-    nlohmann::ordered_json facts{};  // further members of the JSON object
+    nlohmann::ordered_json facts{};  // further members of the JSON object, or null
     std::optional<notification> message{};
 };
 

@@ -1,0 +1,231 @@
+#include "lab/radio/scenario.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "lab/radio/toml_table.h"
+#include "lab/radio/vap_list.h"
+
+namespace radio {
+namespace {
+
+constexpr std::int64_t u32_max = 0xffffffff;
+constexpr double seconds_max = 1e7;
+
+bool is_interface_name(std::string_view name) {
+    return !name.starts_with('-') && name != "." && name != ".." && std::ranges::all_of(name, [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+               c == '-';
+    });
+}
+
+kx::vap_config read_vap(const toml_table &from) {
+    from.allow_only(
+        {"ifname", "ssid", "vlan", "guest", "captive", "radius_index", "mac_acl_index", "radius_acl_type", "bssid"});
+    const auto optional_number = [&](std::string_view key) {
+        return from.has(key) ? static_cast<std::uint32_t>(from.integer(key, 0, u32_max)) : 0;
+    };
+    kx::vap_config vap;
+    vap.ifname = from.text("ifname", 1, 12);
+    if (!is_interface_name(vap.ifname)) {
+        from.fail("ifname", "expected an interface name of A-Z a-z 0-9 . _ -");
+    }
+    vap.ssid = from.text("ssid", 0, 32);
+    vap.vlan = static_cast<std::uint16_t>(from.integer("vlan", 0, 4094));
+    vap.vap_attr = from.has("guest") && from.boolean("guest") ? 1 : 0;
+    vap.captive = from.has("captive") ? from.text("captive", 0, 32) : "";
+    vap.radius_index = optional_number("radius_index");
+    vap.mac_acl_index = optional_number("mac_acl_index");
+    vap.radius_acl_type = optional_number("radius_acl_type");
+    vap.bssid = from.mac("bssid");
+    return vap;
+}
+
+template <std::size_t Size>
+std::optional<std::array<std::uint8_t, Size>> parse_hex(std::string_view text) {
+    std::array<std::uint8_t, Size> result{};
+    if (text.size() != Size * 2) {
+        return std::nullopt;
+    }
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const std::size_t digit = std::string_view("0123456789abcdef").find(text[i]);
+        if (digit == std::string_view::npos) {
+            return std::nullopt;
+        }
+        result[i / 2] = static_cast<std::uint8_t>(result[i / 2] << 4 | digit);
+    }
+    return result;
+}
+
+// Reads the events of one station; `vaps` gives the BSSID of "ap1/wlan0".
+class station_reader {
+public:
+    station_reader(const std::map<std::string, mac_address, std::less<>> &vaps, const mac_address &client)
+        : vaps_(vaps), client_(client) {}
+
+    timed_event read(const toml_table &from) {
+        static constexpr std::array<std::string_view, 8> actions = {
+            "associate", "reassociate", "leave", "dropped", "address", "pmk", "fetch_pmk", "pass_portal"};
+        from.allow_only(
+            {"at", "associate", "reassociate", "leave", "dropped", "address", "pmk", "fetch_pmk", "pass_portal"});
+        std::string_view action;
+        for (const std::string_view each : actions) {
+            if (from.has(each)) {
+                action = action.empty() ? each : throw_two(from, action, each);
+            }
+        }
+        if (action.empty()) {
+            from.fail("an event without an action");
+        }
+        timed_event result{.at = read_time(from), .event = {.client = client_}};
+        fill(from, action, result.event);
+        return result;
+    }
+
+private:
+    [[noreturn]] static std::string_view throw_two(const toml_table &from, std::string_view one, std::string_view two) {
+        from.fail(two, "an event has one action, and this one has " + std::string(one) + " already");
+    }
+
+    lab_time read_time(const toml_table &from) {
+        const lab_time at =
+            std::chrono::round<lab_time>(std::chrono::duration<double>(from.number("at", 0, seconds_max)));
+        if (at < latest_) {
+            from.fail("at", "earlier than the station's event before");
+        }
+        return latest_ = at;
+    }
+
+    mac_address read_vap_name(const toml_table &from, std::string_view key) const {
+        const auto found = vaps_.find(from.text(key, 1, 300));
+        if (found == vaps_.end()) {
+            from.fail(key, "no such VAP; expected an access point's name, / and an interface name");
+        }
+        return found->second;
+    }
+
+    void fill(const toml_table &from, std::string_view action, air_event &event) {
+        if (action == "associate") {
+            event.what = air::association;
+            event.bssid = place_ = read_vap_name(from, action);
+            return;
+        }
+        if (place_ == mac_address{}) {
+            from.fail(action, "the station is on no access point at that time");
+        }
+        event.bssid = place_;
+        if (action == "reassociate") {
+            event.what = air::reassociation;
+            event.last_bssid = place_;
+            event.bssid = place_ = read_vap_name(from, action);
+        } else if (action == "leave" || action == "dropped") {
+            event.what = air::departure;
+            event.by_station = action == "leave";
+            event.code = static_cast<std::uint16_t>(from.integer(action, 1, 65535));
+            place_ = {};
+        } else if (action == "address") {
+            fill_address(from, event);
+        } else if (action == "pmk") {
+            fill_key(from, event);
+        } else {
+            event.what = action == "fetch_pmk" ? air::pmk_fetch : air::portal;
+            if (!from.boolean(action)) {
+                from.fail(action, "expected true");
+            }
+        }
+    }
+
+    static void fill_address(const toml_table &from, air_event &event) {
+        in_addr address{};
+        if (inet_pton(AF_INET, from.text("address", 1, 15).c_str(), &address) != 1 || address.s_addr == 0) {
+            from.fail("address", "expected an IPv4 address such as \"10.0.10.5\"");
+        }
+        event.what = air::address;
+        event.ip = ntohl(address.s_addr);
+    }
+
+    static void fill_key(const toml_table &from, air_event &event) {
+        const auto key = parse_hex<32>(from.text("pmk", 1, 64));
+        if (!key) {
+            from.fail("pmk", "expected 64 digits of 0-9 a-f");
+        }
+        event.what = air::pmk_add;
+        event.key = *key;
+    }
+
+    const std::map<std::string, mac_address, std::less<>> &vaps_;
+    mac_address client_;
+    mac_address place_{};  // the BSSID that the station is on; zero when on none
+    lab_time latest_{};
+};
+
+scenario_ap read_ap(const toml_table &from) {
+    from.allow_only({"name", "mac", "vaps"});
+    scenario_ap ap;
+    ap.name = from.text("name", 1, 64);
+    if (ap.name.find('/') != std::string::npos) {
+        from.fail("name", "expected a name without /");
+    }
+    ap.mac = from.mac("mac");
+    for (const toml_table &table : from.tables("vaps")) {
+        const kx::vap_config vap = read_vap(table);
+        if (std::ranges::find(ap.vaps, vap.ifname, &kx::vap_config::ifname) != ap.vaps.end()) {
+            table.fail("ifname", "another VAP of this access point has this name");
+        }
+        ap.vaps.push_back(vap);
+    }
+    if (ap.vaps.empty() || ap.vaps.size() > vaps_max) {
+        from.fail("vaps", "expected 1 to " + std::to_string(vaps_max) + " VAPs");
+    }
+    return ap;
+}
+
+}  // namespace
+
+const scenario_ap *scenario::find_ap(std::string_view name) const {
+    const auto found = std::ranges::find(aps, name, &scenario_ap::name);
+    return found == aps.end() ? nullptr : &*found;
+}
+
+scenario load_scenario(const std::string &file) {
+    const toml::table table = parse_toml(file);
+    const toml_table top(file, table);
+    top.allow_only({"come_back_ms", "ap", "station"});
+    scenario result;
+    if (top.has("come_back_ms")) {
+        result.come_back = std::chrono::milliseconds(top.integer("come_back_ms", 0, 3600000));
+    }
+    std::map<std::string, mac_address, std::less<>> vaps;
+    std::set<mac_address> addresses;
+    for (const toml_table &each : top.tables("ap")) {
+        const scenario_ap ap = read_ap(each);
+        if (result.find_ap(ap.name) != nullptr) {
+            each.fail("name", "another access point has this name");
+        }
+        for (const kx::vap_config &vap : ap.vaps) {
+            vaps[ap.name + '/' + vap.ifname] = *vap.bssid;
+            if (!addresses.insert(*vap.bssid).second) {
+                each.fail("vaps", "the BSSID " + kx::format_mac(*vap.bssid) + " is another VAP's already");
+            }
+        }
+        result.aps.push_back(ap);
+    }
+    for (const toml_table &each : top.tables("station")) {
+        each.allow_only({"mac", "events"});
+        const mac_address client = each.mac("mac");
+        if (!addresses.insert(client).second) {
+            each.fail("mac", "another station or VAP has this address");
+        }
+        station_reader reader(vaps, client);
+        for (const toml_table &event : each.tables("events")) {
+            result.events.push_back(reader.read(event));
+        }
+    }
+    std::ranges::stable_sort(result.events, {}, &timed_event::at);
+    return result;
+}
+
+}  // namespace radio
