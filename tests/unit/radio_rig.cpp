@@ -1,0 +1,147 @@
+#include "tests/unit/radio_rig.h"
+
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+
+#include "lab/radio/radio_control.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/radio_driver.h"
+#include "tests/unit/private_root.h"
+
+namespace {
+
+constexpr int poll_ms = 10;
+
+bool wait_readable(int fd) {
+    pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
+    return poll(&waiting, 1, static_cast<int>(std::chrono::milliseconds(deadline).count())) == 1;
+}
+
+}  // namespace
+
+bool eventually(const std::function<bool()> &done) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        poll(nullptr, 0, poll_ms);
+    }
+    return true;
+}
+
+child_process::child_process(const std::vector<std::string> &command) {
+    // A file, not a pipe: a program must not wait for a test that is not reading.
+    output_fd_ = memfd_create("output", MFD_CLOEXEC);
+    if (output_fd_ < 0) {
+        throw std::runtime_error("memfd_create");
+    }
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(output_fd_, STDOUT_FILENO);
+        dup2(output_fd_, STDERR_FILENO);
+        std::vector<char *> arguments;
+        for (const std::string &each : command) {
+            arguments.push_back(const_cast<char *>(each.c_str()));
+        }
+        arguments.push_back(nullptr);
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+}
+
+child_process::~child_process() {
+    if (!status_) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    close(output_fd_);
+}
+
+void child_process::signal(int number) const { kill(pid_, number); }
+
+const std::string &child_process::output() {
+    std::array<char, 4096> chunk;
+    ssize_t size = 0;
+    while ((size = pread(output_fd_, chunk.data(), chunk.size(), static_cast<off_t>(output_.size()))) > 0) {
+        output_.append(chunk.data(), static_cast<std::size_t>(size));
+    }
+    return output_;
+}
+
+int child_process::wait() {
+    eventually([this] {
+        output();
+        int status = 0;
+        if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        return status_.has_value();
+    });
+    output();
+    return status_.value_or(-1);
+}
+
+driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    kx::place(kx::radio_directory).append("/" + ifname).copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    driver_reply reply;
+    kx::radio_request head{.request = static_cast<std::uint32_t>(request),
+                           .length = static_cast<std::uint32_t>(data.size()),
+                           .ifname = {}};
+    ifname.copy(head.ifname, sizeof head.ifname);
+    std::vector<std::uint8_t> packet(sizeof head);
+    std::memcpy(packet.data(), &head, sizeof head);
+    packet.insert(packet.end(), data.begin(), data.end());
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+        send(fd, packet.data(), packet.size(), MSG_NOSIGNAL) >= 0 && wait_readable(fd)) {
+        std::vector<std::uint8_t> answer(sizeof(kx::radio_reply) + kx::radio_data_max);
+        const ssize_t size = recv(fd, answer.data(), answer.size(), 0);
+        kx::radio_reply reply_head{};
+        if (size >= static_cast<ssize_t>(sizeof reply_head)) {
+            std::memcpy(&reply_head, answer.data(), sizeof reply_head);
+            reply.error = reply_head.error;
+            reply.data.assign(answer.begin() + sizeof reply_head, answer.begin() + size);
+        }
+    }
+    close(fd);
+    return reply;
+}
+
+std::optional<kx::ipc_message> next_message(kx::ipc_socket &endpoint) {
+    return wait_readable(endpoint.fd()) ? endpoint.receive() : std::nullopt;
+}
+
+nlohmann::json ask_stations(kx::ipc_socket &from_socket) {
+    nlohmann::json all = nlohmann::json::array();
+    for (;;) {
+        const auto from = static_cast<std::uint32_t>(all.size());
+        const std::vector<std::uint8_t> payload = {
+            static_cast<std::uint8_t>(from >> 24U), static_cast<std::uint8_t>(from >> 16U),
+            static_cast<std::uint8_t>(from >> 8U), static_cast<std::uint8_t>(from)};
+        from_socket.send(radio::endpoint_radio, radio::RADIO_MSG_STATIONS, 2, payload);
+        const std::optional<kx::ipc_message> answer = next_message(from_socket);
+        if (!answer) {
+            return nullptr;
+        }
+        nlohmann::json page = nlohmann::json::parse(answer->payload);
+        all.insert(all.end(), page["stations"].begin(), page["stations"].end());
+        if (page["stations"].empty() || all.size() == page["total"]) {
+            page["stations"] = all;
+            return page;
+        }
+    }
+}

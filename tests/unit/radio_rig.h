@@ -1,0 +1,53 @@
+// The radio as a process, and the test in the place of the daemon.
+#ifndef TESTS_UNIT_RADIO_RIG_H
+#define TESTS_UNIT_RADIO_RIG_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/local_ipc.h"
+
+// A running program: its standard output and error arrive line by line.
+class child_process {
+public:
+    explicit child_process(const std::vector<std::string> &command);
+    ~child_process();  // kills it if it still runs
+    child_process(const child_process &) = delete;
+    child_process &operator=(const child_process &) = delete;
+
+    void signal(int number) const;
+    // The exit status, or -1 when it did not end in time.
+    int wait();
+    // Everything it has written so far.
+    const std::string &output();
+
+private:
+    pid_t pid_ = -1;
+    int output_fd_ = -1;
+    std::string output_;
+    std::optional<int> status_;
+};
+
+struct driver_reply {
+    int error = -1;
+    std::vector<std::uint8_t> data;
+};
+
+// Asks the radio as the daemon's ioctl does; error -1 when there is no answer.
+driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data = {});
+
+// Waits for the next message; none when none arrives in time.
+std::optional<kx::ipc_message> next_message(kx::ipc_socket &endpoint);
+
+// Asks the radio for its stations over `from_socket`, all pages together.
+nlohmann::json ask_stations(kx::ipc_socket &from_socket);
+
+bool eventually(const std::function<bool()> &done);
+
+#endif

@@ -1,0 +1,316 @@
+// What the radio reports to the daemon, and how it answers the driver's requests.
+#include "lab/radio/radio_stack.h"
+
+#include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <linux/wireless.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "client_mgr/messages.h"
+#include "platform/linux/radio_driver.h"
+#include "tests/unit/radio_frames.h"
+
+namespace {
+
+using namespace radio_frames;
+using namespace std::chrono_literals;
+using radio::air;
+using radio::air_event;
+
+constexpr kx::mac_address elsewhere = {0x02, 0x00, 0x00, 0x00, 0x20, 0x01};
+constexpr unsigned long disassociate_request = SIOCIWFIRSTPRIV + 6;
+constexpr unsigned long stations_request = SIOCDEVPRIVATE + 6;
+constexpr unsigned long verdict_request = SIOCDEVPRIVATE + 12;
+
+kx::vap_config make_vap(const char *ifname, const kx::mac_address &bssid, std::uint32_t mac_acl_index) {
+    kx::vap_config vap;
+    vap.ifname = ifname;
+    vap.ssid = ifname;
+    vap.mac_acl_index = mac_acl_index;
+    vap.bssid = bssid;
+    return vap;
+}
+
+// In the host's order, as the daemon's ioctl hands it over.
+raw mlme(const kx::mac_address &client, std::uint8_t operation = 2) {
+    const std::uint16_t reason = 1;
+    raw body = {operation, 0, 0, 0};
+    std::memcpy(body.data() + 2, &reason, sizeof reason);
+    return body + as_bytes(client) + raw(32);
+}
+
+raw verdict(std::uint32_t value, const raw &data) {
+    const auto length = static_cast<std::uint32_t>(data.size());
+    raw body(136);
+    std::memcpy(body.data(), &value, sizeof value);
+    std::memcpy(body.data() + 4, &length, sizeof length);
+    std::ranges::copy(data, body.begin() + 8);
+    return body;
+}
+
+class radio_stack_test : public testing::Test {
+protected:
+    radio_stack_test() {
+        stack_.on_report = [this](const radio::report &what) { reports_.push_back(what); };
+    }
+
+    void hear(air what, const kx::mac_address &client, const kx::mac_address &bssid) {
+        stack_.hear({.what = what, .client = client, .bssid = bssid, .last_bssid = elsewhere, .ip = 0x0a000a15}, now_);
+    }
+
+    // What was reported since the last call: the names of the events.
+    std::vector<std::string> told() {
+        std::vector<std::string> names;
+        for (const radio::report &each : reports_) {
+            names.push_back(each.event);
+        }
+        messages_.clear();
+        for (const radio::report &each : reports_) {
+            if (each.message) {
+                messages_.push_back(*each.message);
+            }
+        }
+        reports_.clear();
+        return names;
+    }
+
+    int serve(unsigned long request, const raw &data, std::size_t vap = 0) {
+        return stack_.serve(vap, static_cast<std::uint32_t>(request), data, now_).error;
+    }
+
+    static constexpr std::size_t acl_vap = 1;
+    radio::radio_stack stack_{{make_vap("wlan0", office, 0), make_vap("wlan1", guest, 7)}};
+    radio::clock::time_point now_{1h};
+    std::vector<radio::report> reports_;
+    std::vector<radio::notification> messages_;
+};
+
+using names = std::vector<std::string>;
+
+TEST_F(radio_stack_test, reports_an_association_byte_for_byte) {
+    hear(air::association, anna, office);
+    EXPECT_EQ(told(), names{"association"});
+    ASSERT_EQ(messages_.size(), 1U);
+    EXPECT_EQ(messages_[0].id, 63U);
+    EXPECT_EQ(messages_[0].payload, raw(16) + as_bytes(anna) + as_bytes(office) + raw(4));
+}
+
+TEST_F(radio_stack_test, reports_a_reassociation_with_the_last_bssid) {
+    hear(air::reassociation, anna, office);
+    EXPECT_EQ(told(), names{"reassociation"});
+    EXPECT_EQ(messages_.at(0).id, 64U);
+    EXPECT_EQ(messages_.at(0).payload, raw(16) + as_bytes(anna) + as_bytes(office) + as_bytes(elsewhere) + raw(4));
+}
+
+TEST_F(radio_stack_test, reports_nothing_of_other_access_points) {
+    hear(air::association, anna, elsewhere);
+    EXPECT_EQ(told(), names{});
+    EXPECT_EQ(stack_.counters().elsewhere, 1U);
+}
+
+TEST_F(radio_stack_test, keeps_a_station_that_is_heard_to_join_elsewhere) {
+    hear(air::association, anna, office);
+    hear(air::reassociation, anna, elsewhere);
+    EXPECT_EQ(stack_.stations().all().size(), 1U);
+}
+
+TEST_F(radio_stack_test, reports_the_departure_of_an_associated_and_of_a_roamed_in_station) {
+    hear(air::association, anna, office);
+    hear(air::reassociation, ben, office);
+    told();
+    hear(air::departure, anna, office);
+    hear(air::departure, ben, office);
+    EXPECT_EQ(told(), (names{"disassociation", "disassociation"}));
+    EXPECT_EQ(messages_.at(0).id, 65U);
+    EXPECT_EQ(messages_.at(0).payload, raw(16) + as_bytes(anna) + as_bytes(office) + raw(4));
+    EXPECT_EQ(messages_.at(1).id, 66U);
+    EXPECT_EQ(messages_.at(1).payload, raw(16) + as_bytes(ben) + as_bytes(office) + raw(4));
+    EXPECT_TRUE(stack_.stations().all().empty());
+}
+
+TEST_F(radio_stack_test, reports_no_departure_of_a_station_that_is_not_there) {
+    hear(air::association, anna, office);
+    told();
+    hear(air::departure, ben, office);
+    hear(air::departure, anna, guest);
+    EXPECT_EQ(told(), names{});
+    EXPECT_EQ(stack_.stations().all().size(), 1U);
+}
+
+TEST_F(radio_stack_test, a_broadcast_departure_is_that_of_every_station_of_the_bssid) {
+    hear(air::association, anna, office);
+    hear(air::association, ben, office);
+    told();
+    hear(air::departure, radio::broadcast, guest);
+    EXPECT_EQ(told(), names{});
+    hear(air::departure, radio::broadcast, office);
+    EXPECT_EQ(told(), (names{"disassociation", "disassociation"}));
+}
+
+TEST_F(radio_stack_test, reports_an_address_once_and_with_the_interface) {
+    hear(air::address, anna, office);
+    EXPECT_EQ(told(), names{});
+    hear(air::association, anna, office);
+    told();
+    hear(air::address, anna, office);
+    hear(air::address, anna, office);
+    EXPECT_EQ(told(), names{"address"});
+    EXPECT_EQ(messages_.at(0).id, 161U);
+    EXPECT_EQ(messages_.at(0).payload, (as_bytes(anna) + raw{0, 0, 10, 0, 10, 0x15, 'w', 'l', 'a', 'n', '0', 0}));
+}
+
+TEST_F(radio_stack_test, reports_keys_of_its_stations) {
+    radio::air_event add{.what = air::pmk_add, .client = anna, .bssid = office};
+    for (std::size_t i = 0; i < add.key.size(); ++i) {
+        add.key[i] = static_cast<std::uint8_t>(0xa0 + i);
+    }
+    stack_.hear(add, now_);
+    EXPECT_EQ(told(), names{});
+    hear(air::association, anna, office);
+    told();
+    stack_.hear(add, now_);
+    hear(air::pmk_fetch, anna, office);
+    EXPECT_EQ(told(), (names{"pmk_add", "pmk_fetch"}));
+    EXPECT_EQ(messages_.at(0).id, 150U);
+    EXPECT_EQ(messages_.at(0).payload,
+              (raw{0, 0, 0, 2} + as_bytes(office) + raw(6) + as_bytes(anna) + raw(add.key.begin(), add.key.end())));
+    EXPECT_EQ(messages_.at(1).payload,
+              (raw{0, 0, 0, 1} + as_bytes(office) + as_bytes(elsewhere) + as_bytes(anna) + raw(32)));
+}
+
+TEST_F(radio_stack_test, installs_keys_of_its_stations) {
+    const raw message = raw{0, 0, 0, 129} + as_bytes(office) + raw(6) + as_bytes(anna) + raw(32);
+    stack_.install_pmk(message);
+    hear(air::association, anna, office);
+    EXPECT_FALSE(stack_.stations().all().at(anna).pmk_installed);
+    stack_.install_pmk(message);
+    EXPECT_TRUE(stack_.stations().all().at(anna).pmk_installed);
+    stack_.install_pmk(raw(53));
+    raw add = message;
+    add[3] = 2;
+    stack_.install_pmk(add);
+    EXPECT_EQ(stack_.counters().pmks_installed, 1U);
+    EXPECT_EQ(stack_.counters().pmks_ignored, 3U);
+}
+
+TEST_F(radio_stack_test, answers_with_the_address_of_the_vap) {
+    EXPECT_EQ(stack_.serve(1, SIOCGIFHWADDR, {}, now_).data, as_bytes(guest));
+}
+
+TEST_F(radio_stack_test, forgets_a_station_by_order_and_reports_nothing) {
+    hear(air::association, anna, office);
+    told();
+    EXPECT_EQ(serve(disassociate_request, mlme(anna)), 0);
+    EXPECT_EQ(told(), names{"ordered_off"});
+    EXPECT_TRUE(messages_.empty());
+    EXPECT_TRUE(stack_.stations().all().empty());
+    EXPECT_EQ(serve(disassociate_request, mlme(anna)), ENOENT);
+}
+
+TEST_F(radio_stack_test, refuses_orders_that_it_does_not_know) {
+    hear(air::association, anna, office);
+    EXPECT_EQ(serve(disassociate_request, mlme(anna), acl_vap), ENOENT);
+    EXPECT_EQ(serve(disassociate_request, mlme(anna, 3)), EINVAL);
+    EXPECT_EQ(serve(disassociate_request, raw(41)), EINVAL);
+    EXPECT_EQ(serve(disassociate_request, {}), EINVAL);
+    EXPECT_EQ(serve(SIOCGIFFLAGS, {}), EOPNOTSUPP);
+    EXPECT_EQ(stack_.stations().all().size(), 1U);
+}
+
+TEST_F(radio_stack_test, lists_the_stations_of_the_vap) {
+    hear(air::association, anna, office);
+    now_ += 75s;
+    hear(air::association, ben, office);
+    const raw list = stack_.serve(0, stations_request, {}, now_).data;
+    ASSERT_EQ(list.size(), 2 * sizeof(kx::radio_station));
+    kx::radio_station first{};
+    std::memcpy(&first, list.data(), sizeof first);
+    EXPECT_EQ(first.length, 156);
+    EXPECT_EQ(raw(std::begin(first.mac), std::end(first.mac)), as_bytes(anna));
+    EXPECT_EQ(first.inactivity, 75);
+    EXPECT_TRUE(stack_.serve(1, stations_request, {}, now_).data.empty());
+}
+
+TEST_F(radio_stack_test, lists_as_many_stations_as_an_answer_holds) {
+    for (std::uint8_t i = 0; i < 200; ++i) {
+        hear(air::association, {0x02, 0, 0, 0, 0x30, i}, office);
+    }
+    EXPECT_EQ(stack_.serve(0, stations_request, {}, now_).data.size(), 105U * 156U);
+}
+
+class radio_acl : public radio_stack_test {
+protected:
+    // The opaque data of the question that was asked last.
+    raw question() {
+        EXPECT_EQ(told().back(), "acl_question");
+        const radio::notification &asked = messages_.back();
+        EXPECT_EQ(asked.id, 195U);
+        EXPECT_EQ(raw(asked.payload.begin(), asked.payload.begin() + 16),
+                  as_bytes(anna) + as_bytes(guest) + raw({0, 0, 0, 4}));
+        return {asked.payload.begin() + 16, asked.payload.end()};
+    }
+};
+
+TEST_F(radio_acl, a_station_waits_until_it_is_let_in) {
+    hear(air::association, anna, guest);
+    const raw asked = question();
+    EXPECT_TRUE(stack_.stations().all().empty());
+    EXPECT_EQ(serve(verdict_request, verdict(1, asked), acl_vap), 0);
+    EXPECT_EQ(told(), (names{"acl_verdict", "association"}));
+    EXPECT_FALSE(stack_.next_deadline());
+}
+
+TEST_F(radio_acl, any_other_verdict_keeps_it_out) {
+    for (const std::uint32_t value : {0U, 2U, 7U}) {
+        hear(air::association, anna, guest);
+        EXPECT_EQ(serve(verdict_request, verdict(value, question()), acl_vap), 0);
+        EXPECT_EQ(told(), names{"acl_verdict"});
+    }
+    EXPECT_EQ(stack_.counters().acl_refused, 3U);
+}
+
+TEST_F(radio_acl, no_verdict_within_five_seconds_keeps_it_out) {
+    hear(air::association, anna, guest);
+    const raw asked = question();
+    EXPECT_EQ(stack_.next_deadline(), now_ + 5s);
+    stack_.expire(now_ + 5s - 1us);
+    EXPECT_EQ(told(), names{});
+    stack_.expire(now_ + 5s);
+    EXPECT_EQ(told(), names{"acl_verdict"});
+    EXPECT_EQ(serve(verdict_request, verdict(1, asked), acl_vap), ENOENT);
+}
+
+TEST_F(radio_acl, a_verdict_has_to_fit_a_question) {
+    hear(air::association, anna, guest);
+    const raw asked = question();
+    EXPECT_EQ(serve(verdict_request, verdict(1, {9, 9, 9, 9}), acl_vap), ENOENT);
+    EXPECT_EQ(serve(verdict_request, verdict(1, asked), 0), ENOENT);
+    EXPECT_EQ(serve(verdict_request, verdict(1, asked + raw{0}), acl_vap), EINVAL);
+    EXPECT_EQ(serve(verdict_request, raw(135), acl_vap), EINVAL);
+    EXPECT_TRUE(stack_.next_deadline());
+}
+
+TEST_F(radio_acl, what_happens_to_a_waiting_station_happens_afterwards_in_order) {
+    hear(air::association, anna, guest);
+    hear(air::address, anna, guest);
+    hear(air::departure, radio::broadcast, guest);
+    hear(air::association, anna, guest);
+    hear(air::address, anna, guest);
+    const raw first = question();
+    serve(verdict_request, verdict(1, first), acl_vap);
+    EXPECT_EQ(reports_.size(), 5U);
+    const raw second = question();
+    EXPECT_NE(first, second);
+    serve(verdict_request, verdict(1, second), acl_vap);
+    EXPECT_EQ(told(), (names{"acl_verdict", "association", "address"}));
+}
+
+TEST_F(radio_acl, other_stations_do_not_wait) {
+    hear(air::association, anna, guest);
+    hear(air::association, ben, office);
+    EXPECT_EQ(told(), (names{"acl_question", "association"}));
+}
+
+}  // namespace
