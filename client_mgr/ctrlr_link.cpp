@@ -21,13 +21,14 @@ struct record_type {
     const char *text;
 };
 
-void dispatch(uint8_t type, uint8_t *rec, record_walk &walk);
+constexpr char info_fetch_success_text[] = "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS";
 
-// A PMK answer is a client information answer that brings keys alone, and so are those behind it in the message: the
-// flag is never cleared again.
+// A PMK answer is a client information answer that brings keys alone, logged as both, and so are the answers behind it
+// in the message: the flag is never cleared again.
 void pmk_fetch_success(uint8_t *rec, record_walk &walk) {
     walk.pmk_only = 1;
-    dispatch(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, rec, walk);
+    CM_LOG(LOG_EVENT, "%s", info_fetch_success_text);
+    client_mgr_proc_fetch_cl_info(rec, walk.pmk_only);
 }
 
 void req_bulk_info(uint8_t *, record_walk &) {
@@ -43,7 +44,7 @@ constexpr record_type record_types[] = {
     {CLIENT_MGR_PMK_FETCH_SUCCESS, pmk_fetch_success, LOG_EVENT, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"},
     {CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS,
      [](uint8_t *rec, record_walk &walk) { client_mgr_proc_fetch_cl_info(rec, walk.pmk_only); }, LOG_EVENT,
-     "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"},
+     info_fetch_success_text},
     {CLIENT_MGR_REQ_BULK_INFO, req_bulk_info, LOG_EVENT, "Received CLIENT_MGR_REQ_BULK_INFO"},
     {CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, [](uint8_t *rec, record_walk &) { client_mgr_proc_remove_cl_bulk_info(rec); },
      LOG_EVENT, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"},
