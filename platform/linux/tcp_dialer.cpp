@@ -69,8 +69,8 @@ tcp_dialer::resolution tcp_dialer::resolve(const std::string &host) {
     return found;
 }
 
-void tcp_dialer::on_resolved(evutil_socket_t, short, void *context) {
-    auto *self = static_cast<tcp_dialer *>(context);
+void tcp_dialer::on_resolved(evutil_socket_t, short, void *self_pointer) {
+    auto *self = static_cast<tcp_dialer *>(self_pointer);
     self->drop_fd();
     resolution found = self->resolution_.get();
     self->addresses_ = std::move(found.addresses);
@@ -110,8 +110,8 @@ bool tcp_dialer::start_connect(const in_addr &address) {
     return false;
 }
 
-void tcp_dialer::on_connected(evutil_socket_t fd, short, void *context) {
-    auto *self = static_cast<tcp_dialer *>(context);
+void tcp_dialer::on_connected(evutil_socket_t fd, short, void *self_pointer) {
+    auto *self = static_cast<tcp_dialer *>(self_pointer);
     int error = 0;
     socklen_t size = sizeof(error);
     getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);

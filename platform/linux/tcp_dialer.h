@@ -42,8 +42,8 @@ private:
         std::string error;
     };
     static resolution resolve(const std::string &host);
-    static void on_resolved(evutil_socket_t fd, short what, void *self);
-    static void on_connected(evutil_socket_t fd, short what, void *self);
+    static void on_resolved(evutil_socket_t, short, void *self_pointer);
+    static void on_connected(evutil_socket_t fd, short, void *self_pointer);
 
     void try_next();
     bool start_connect(const in_addr &address);

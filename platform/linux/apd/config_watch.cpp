@@ -42,7 +42,7 @@ config_watch::~config_watch() {
 }
 
 void config_watch::read_events() {
-    alignas(inotify_event) std::array<char, 16 * 1024> buffer;
+    alignas(inotify_event) std::array<char, 16384> buffer;
     bool changed = false;
     for (ssize_t size = 0; (size = read(fd_, buffer.data(), buffer.size())) > 0;) {
         inotify_event head{};

@@ -17,7 +17,7 @@
 
 namespace {
 
-int run(const std::string &config_file) {
+void serve(const std::string &config_file) {
     std::unique_ptr<event_base, void (*)(event_base *)> base(event_base_new(), event_base_free);
     apd::platform_daemon daemon(base.get(), config_file);
     apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
@@ -28,15 +28,12 @@ int run(const std::string &config_file) {
     hung_up.start();
     event_base_dispatch(base.get());
     apd::log_line("ended");
-    return 0;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
     CLI::App options(
-        "The access point's platform daemon: starts the client manager up, watches it, and carries its "
-        "messages to and from the controller.\nEverything lives below $KX_ROOT (default /run/kx).",
+        "The access point's platform daemon: takes the client manager up, watches it, and carries its messages to and "
+        "from the controller.\nEverything lives below $KX_ROOT (default /run/kx).",
         "apd");
     std::string config_file = kx::config_file();
     options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
@@ -51,8 +48,15 @@ int main(int argc, char **argv) {
 
     signal(SIGPIPE, SIG_IGN);
     openlog("apd", LOG_PID, LOG_DAEMON);
+    serve(config_file);
+    return EX_OK;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
     try {
-        return run(config_file);
+        return run(argc, argv);
     } catch (const kx::config_error &error) {
         std::fprintf(stderr, "apd: %s\n", error.what());
         return EX_CONFIG;
