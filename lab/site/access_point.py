@@ -2,6 +2,7 @@
 
 import json
 import secrets
+import signal
 import struct
 import tomllib
 from pathlib import Path
@@ -17,6 +18,7 @@ from lab.site.waiting import wait_until
 
 STATIONS_REQUEST = 1001      # lab/radio/radio_control.h
 MAC_ACL_AUTH = 195           # client_mgr/messages.h
+EMPTY_CAPTURE = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 127)  # pcap of radiotap frames
 ACL_AUTH_REQ = "CLIENT_MGR_CLIENT_ACL_AUTH_REQ"
 
 
@@ -28,7 +30,7 @@ class AccessPoint:
         self.root = directory
         self.mac = mac
         self._processes = processes
-        self._identity = identity
+        self.identity = identity
         self.running: dict[str, Process] = {}
         self.radio_output = JsonLines(directory / "radio.out")
         self.captive_output = JsonLines(directory / "captive_app.out")
@@ -50,8 +52,8 @@ mac = "{self.mac}"
 address = "{ADDRESS}"
 port = {controller.port}
 ca = {quote(authority.certificate)}
-certificate = {quote(self._identity.certificate)}
-key = {quote(self._identity.key)}
+certificate = {quote(self.identity.certificate)}
+key = {quote(self.identity.key)}
 
 {self.vaps_text}"""
         aside = self.root / "ap.toml.new"
@@ -69,11 +71,28 @@ key = {quote(self._identity.key)}
         wait_until(lambda: all(each.exists() for each in sockets), f"{self.name}: the radio serves its VAPs",
                    log=radio.err, check=radio.check_runs)
 
-    def start_all(self, *radio_arguments: object) -> None:
+    def start_all(self) -> None:
+        """With a radio that hears nothing yet."""
         self.start("captive_app", "--json")
-        self.start_radio(*radio_arguments)
+        self.start("hostapd_app", "--json")
+        silence = self.root / "silence.pcap"
+        silence.write_bytes(EMPTY_CAPTURE)
+        self.start_radio(silence)
         self.start("client_mgr")
         self.start("apd")
+
+    def play(self, *arguments: object) -> None:
+        """Has the radio hear something: to a daemon that is ready."""
+        self.end("radio")
+        self.radio_output.file.unlink()
+        self.radio_output = JsonLines(self.radio_output.file)
+        self.start_radio("--no-wait", *arguments)
+
+    def end(self, program: str) -> None:
+        process = self.running.pop(program)
+        self._processes.forget(process)
+        process.signal(signal.SIGTERM)
+        process.wait()
 
     def kill(self, program: str) -> None:
         process = self.running.pop(program)
@@ -100,19 +119,20 @@ key = {quote(self._identity.key)}
         with LocalSocket(self.root) as ipc:
             return json.loads(ipc.request(RADIO, STATIONS_REQUEST, struct.pack(">I", leave_out)))
 
-    def probe(self, controller: Controller) -> None:
-        """Returns when everything that the daemon had been told before has passed through it to the controller.
-
-        A MAC ACL question that no station asks: local messages are handled in their order, and the channel keeps it,
-        so the question reaches the controller behind every record before it. No table keeps a trace of it.
-        """
+    def probe(self) -> str:
+        """Sends the daemon a MAC ACL question that no station asks. Returns the address that it is about."""
         client = make_probe_mac()
         bssid = next(vap["bssid"] for vap in self.vaps if "bssid" in vap)
-        question = mac_bytes(client) + mac_bytes(bssid) + struct.pack(">I", 0)
         with LocalSocket(self.root) as ipc:
-            ipc.notify(DAEMON, MAC_ACL_AUTH, question)
-        wait_until(lambda: any(is_probe(each) and each["client"] == client for each in controller.records()),
-                   f"{self.name}: the controller received everything", log=self.log, check=self._processes.check)
+            ipc.notify(DAEMON, MAC_ACL_AUTH, mac_bytes(client) + mac_bytes(bssid) + struct.pack(">I", 0))
+        return client
+
+    def has_answer_to(self, probe: str) -> bool:
+        """The controller's answer to the probe has reached the daemon, whose radio knows of no such question."""
+        return self.log_has(f"sending acl auth response to drv failed for {probe} ")
+
+    def log_has(self, text: str) -> bool:
+        return self.log.exists() and text in self.log.read_text(errors="replace")
 
 
 PROBE_PREFIX = "0e:6b:78"  # locally administered, used by no station of the lab

@@ -16,6 +16,7 @@ from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
 from lab.site.narration import RECORD_MEANINGS, JsonNarrator, Narrator
 from lab.site.processes import die_with_parent, environment_for
+from lab.site.settling import settle
 from lab.site.waiting import wait_until
 
 AP_MAC = "02:00:00:00:10:00"
@@ -64,7 +65,8 @@ def open_capture(file: Path, programs: Path) -> Capture:
 def play(lab: Laboratory, capture: Capture, speed: str, narrator: Narrator | JsonNarrator,
          access_point: AccessPoint) -> None:
     """Returns when everything was played and everything that came of it has reached the controller."""
-    access_point.start_all("--speed", speed, "--patience", PATIENCE_SECONDS, capture.file)
+    lab.start()
+    access_point.play("--speed", speed, "--patience", PATIENCE_SECONDS, capture.file)
 
     def is_played() -> bool:
         narrator.tell_news()
@@ -72,7 +74,7 @@ def play(lab: Laboratory, capture: Capture, speed: str, narrator: Narrator | Jso
 
     # The radio gives up by itself when nothing goes on.
     wait_until(is_played, "the capture is played", float("inf"), check=lab.processes.check)
-    access_point.probe(lab.controller)
+    settle(lab)
     narrator.tell_news()
 
 

@@ -22,7 +22,7 @@ class Controller:
         self._processes = processes
         self._directory = directory
         self._authority = authority
-        self._identity = authority.issue("controller", ADDRESS)
+        self.identity = authority.issue("controller", ADDRESS)
         self._control = directory / "controller.sock"
         self.port = port
         self.process: Process | None = None
@@ -34,7 +34,7 @@ class Controller:
         self.process = self._processes.start(
             "controller",
             ["--listen", f"{ADDRESS}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
-             "--certificate", self._identity.certificate, "--key", self._identity.key, "--control", self._control,
+             "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self._control,
              "--json", "--events", *options],
             self._directory)
         wait_until(port_file.exists, "the controller listens", log=self.process.err, check=self.process.check_runs)

@@ -9,6 +9,7 @@ from lab.site.access_point import AccessPoint
 from lab.site.authority import Authority
 from lab.site.controller import Controller
 from lab.site.processes import Processes
+from lab.site.waiting import wait_until
 
 # The longest name of a socket below the directory, and the room for it: linux/un.h.
 LONGEST_SOCKET = "/ap10/kx/ipc/anonymous.4194304.99"
@@ -50,6 +51,18 @@ class Laboratory:
         added.configure(self.controller, self.authority)
         self.access_points.append(added)
         return added
+
+
+    def start(self) -> None:
+        """Returns when the controller has the first report of every access point."""
+        for access_point in self.access_points:
+            access_point.start_all()
+        wait_until(self._has_all_reports, "the controller has the access points' reports", log=self.controller.output.file,
+                   check=self.processes.check)
+
+    def _has_all_reports(self) -> bool:
+        known = {each["ap"] for each in self.controller.ask_json("aps")}
+        return known >= {each.mac for each in self.access_points} and self.controller.ask_json("stats")["unsettled"] == 0
 
 
 def make_private_directory() -> Path:

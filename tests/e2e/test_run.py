@@ -1,0 +1,161 @@
+"""The lab as `run` starts it."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+import pytest
+
+from lab.site.waiting import wait_until
+
+REPOSITORY = Path(__file__).parents[2]
+EXPECTED = [
+    ("CLIENT_MGR_CLIENT_ASSOC", "02:00:00:00:0a:01"), ("CLIENT_MGR_CLIENT_IP", "02:00:00:00:0a:01"),
+    ("CLIENT_MGR_CLIENT_ASSOC", "02:00:00:00:0b:02"), ("CLIENT_MGR_CLIENT_GUEST_ASSOC", "02:00:00:00:0b:02"),
+    ("CLIENT_MGR_CLIENT_ASSOC", "02:00:00:00:0c:03"), ("CLIENT_MGR_CLIENT_IP", "02:00:00:00:0c:03"),
+    ("CLIENT_MGR_CLIENT_ASSOC", "02:00:00:00:0a:01"), ("CLIENT_MGR_CLIENT_DISASSOC", "02:00:00:00:0c:03"),
+]
+
+
+class Lab:
+    """Runs of the lab that leave what they leave in a directory of this test's."""
+
+    def __init__(self, build):
+        self.directory = Path(tempfile.mkdtemp(prefix="kx-run."))
+        self._command = [sys.executable, "-B", "-m", "lab.site", "--build", build]
+        self._options = {"env": os.environ | {"PYTHONPATH": str(REPOSITORY), "TMPDIR": str(self.directory)},
+                         "cwd": self.directory, "text": True}
+
+    def run(self, *arguments):
+        return subprocess.run([*self._command, *arguments], **self._options, capture_output=True, timeout=60,
+                              check=False)
+
+    def start(self, *arguments):
+        """In a process group of its own, as a shell does."""
+        return subprocess.Popen([*self._command, *arguments], **self._options, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, process_group=0)
+
+    def processes(self):
+        """All that run on behalf of it, by program: they have inherited its TMPDIR."""
+        mark = f"TMPDIR={self.directory}\0".encode()
+        found = []
+        for process in Path("/proc").glob("[0-9]*"):
+            try:
+                if mark in (process / "environ").read_bytes() + b"\0":
+                    found.append((process / "exe").readlink().name)
+            except OSError:
+                pass  # it has ended meanwhile
+        return found
+
+
+@pytest.fixture
+def lab_run(programs):
+    made = Lab(programs.parent)
+    yield made
+    shutil.rmtree(made.directory)
+
+
+def wait_for_processes(lab_run, effect, what):
+    wait_until(lambda: effect(lab_run.processes()), what)
+
+
+def test_json(lab_run):
+    done = lab_run.run("--json")
+    assert (done.returncode, done.stderr) == (0, "")
+    objects = [json.loads(line) for line in done.stdout.splitlines()]
+    assert {each["ap"] for each in objects} == {"02:00:00:00:10:00"}
+    assert [(each["name"], each["client"]) for each in objects if "client" in each] == EXPECTED
+    first = next(each for each in objects if each["type"] == 2)
+    assert first == {"ap": "02:00:00:00:10:00", "type": 2, "name": "CLIENT_MGR_CLIENT_ASSOC",
+                     "client": "02:00:00:00:0a:01", "bssid": "02:00:00:00:10:01", "ip": "0.0.0.0"}
+    assert list(lab_run.directory.iterdir()) == []
+
+
+def test_screen(lab_run):
+    done = lab_run.run("--speed", "max")
+    assert (done.returncode, done.stderr) == (0, "")
+    for text in ("4 associations granted", "1 associations refused", "4  CLIENT_MGR_CLIENT_ASSOC",
+                 "client_mgr has 2 clients in its table", "02:00:00:00:0a:01  office   10    10.0.10.21  home client"):
+        assert text in done.stdout
+    files = [Path(word) for word in done.stdout.split() if word.startswith(str(lab_run.directory))]
+    assert len(files) >= 5
+    assert all(file.exists() for file in files)
+    assert list(lab_run.directory.rglob("*.key")) == []
+
+
+def test_own_capture(lab_run, programs):
+    shutil.copy(programs.parent / "lab/captures/builtin.pcap", lab_run.directory / "own capture.pcap")
+    done = lab_run.run("own capture.pcap")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert "client_mgr has 2 clients in its table" in done.stdout
+
+
+@pytest.mark.parametrize(("name", "content", "complaint"), [
+    ("missing", None, "No such file or directory"),
+    ("text", b"not a capture\n", "not a capture"),
+    ("empty", b"", "not a capture"),
+    ("silence.pcap", bytes.fromhex("d4c3b2a1020004000000000000000000ffff00007f000000"), "no station associates"),
+    ("ethernet.pcap", bytes.fromhex("d4c3b2a1020004000000000000000000ffff000001000000"), "802.11"),
+])
+def test_file_that_is_no_capture(lab_run, name, content, complaint):
+    if content is not None:
+        (lab_run.directory / name).write_bytes(content)
+    done = lab_run.run("--json", name)
+    assert done.returncode == 1
+    assert done.stdout == ""
+    assert done.stderr.startswith(f"run: {name}: ")
+    assert complaint in done.stderr
+    assert done.stderr.count("\n") == 1
+
+
+@pytest.mark.parametrize("arguments", [["--speed", "0"], ["--speed", "fast"], ["--nonsense"], ["one", "two"]])
+def test_wrong_arguments(lab_run, arguments):
+    done = lab_run.run(*arguments)
+    assert done.returncode == 2
+    assert done.stderr.startswith("usage: run ")
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+def test_signal_ends_everything(lab_run, number):
+    running = lab_run.start("--speed", "0.1")
+    wait_for_processes(lab_run, lambda found: "apd" in found, "the lab runs")
+    os.killpg(running.pid, number)
+    assert running.wait(20) == 128 + number
+    assert lab_run.processes() == []
+
+
+def test_interrupt_while_it_starts(lab_run):
+    running = lab_run.start()
+    wait_for_processes(lab_run, lambda found: "controller" in found, "the first process runs")
+    os.killpg(running.pid, signal.SIGINT)
+    assert running.wait(20) == 128 + signal.SIGINT
+    assert lab_run.processes() == []
+
+
+def test_nothing_survives_the_lab(lab_run):
+    running = lab_run.start("--speed", "0.1")
+    wait_for_processes(lab_run, lambda found: "apd" in found, "the lab runs")
+    running.kill()
+    running.wait()
+    wait_for_processes(lab_run, lambda found: not found, "the processes end")
+
+
+def test_reader_that_goes_away(lab_run):
+    running = lab_run.start("--json", "--speed", "1")
+    assert json.loads(running.stdout.readline())
+    running.stdout.close()
+    assert running.wait(30) == 128 + signal.SIGPIPE
+    assert running.stderr.read() == ""
+    assert lab_run.processes() == []
+
+
+def test_help_needs_nothing(tmp_path):
+    done = subprocess.run([REPOSITORY / "run", "--help"], cwd=tmp_path, env={"PATH": os.environ["PATH"]}, text=True,
+                          capture_output=True, timeout=20, check=False)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert "./run FILE" in done.stdout
