@@ -9,11 +9,6 @@ namespace {
 
 constexpr uint8_t FILL = 0xee;  // of the driver's records, where nothing is read
 
-void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid) {
-    sim.vaps.push_back(apcfg_entry(ifname, ssid, vlan));
-    sim.hwaddr[std::string(ifname)] = mac_bytes(bssid);
-}
-
 void have_ath0(site &sim) {
     ready_to_talk();
     have_interface(sim, "ath0", "first", 0x0102, BSSID);
@@ -41,13 +36,7 @@ steps begun(int count) {
     return log(3, "Sending bulk info") + log(3, "Got " + std::to_string(count) + " vap configuration");
 }
 
-steps vap(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan) {
-    return log(3, "vap " + std::string(ifname) + " status = AP_TRUE") + read_hwaddr(ifname) +
-           log(3, "BSSID : " + std::string(bssid)) + log(3, "SSID  " + std::string(ssid)) +
-           log(3, "VLAN  " + std::to_string(vlan));
-}
-
-steps first_vap() { return vap("ath0", BSSID, "first", 258); }
+steps first_vap() { return vap_read("ath0", BSSID, "first", 258); }
 
 steps asked_driver(std::string_view ifname = "ath0") {
     return did("socket") + did("ioctl(0x89f6, " + std::string(ifname) + ", 16384, 0)");
@@ -76,12 +65,7 @@ bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, 
 
 bytes first_record(const bytes &entries = {}) { return list_record(BSSID, "first", 0x0102, entries); }
 
-bytes report(uint8_t count, const bytes &records) {
-    return hex("01 0e 00 00") + bytes{count} + hex("00") + big16(static_cast<uint16_t>(14 + records.size())) +
-           hex("a0a1a2a3a4a5") + records;
-}
-
-steps sent(const bytes &entries) { return to_controller(report(1, first_record(entries))); }
+steps sent(const bytes &entries) { return to_controller(bulk_message(1, first_record(entries))); }
 
 }  // namespace
 
@@ -107,7 +91,7 @@ SIM_TEST(bulk_clients, reports_the_stations_of_each_vap) {
         log(3, "Client inactivity timer : 34696"),
         log(3, "CLIENT MAC  : 0e:1d:2c:3b:4a:59"),
         client_lookup(CLIENT_2, false),
-        vap("ath1", BSSID_2, "second", 772),
+        vap_read("ath1", BSSID_2, "second", 772),
         listed(seen("22:33:44:55:66:77", 9), "ath1"),
         to_controller(hex("01 0e 00 0002 00 00aa a0a1a2a3a4a5"
                           "00 04 0056 b0b1b2b3b4b5 6669727374") +
@@ -167,8 +151,7 @@ SIM_TEST(bulk_clients, reports_a_vap_that_is_down) {
     have_ath0(sim);
     sim.vaps[0].record.status = 0;
     client_mgr_send_bulk_info();
-    sim.expect({begun(1), log(3, "vap ath0 status = AP_FALSE"), read_hwaddr("ath0"),
-                log(3, "BSSID : b0:b1:b2:b3:b4:b5"), log(3, "SSID  first"), log(3, "VLAN  258"), listed(), sent({})});
+    sim.expect({begun(1), vap_read("ath0", BSSID, "first", 258, "AP_FALSE"), listed(), sent({})});
 }
 
 SIM_TEST(bulk_clients, reports_a_vap_without_stations_when_the_driver_fails) {
@@ -178,10 +161,10 @@ SIM_TEST(bulk_clients, reports_a_vap_without_stations_when_the_driver_fails) {
     sim.stations["ath1"] = station(CLIENT);
     sim.fail_nth("ioctl", 2, -5);
     client_mgr_send_bulk_info();
-    sim.expect(
-        {begun(2), first_vap(), failed(asked_driver(), -5), log(1, "Error obtaining the client list for ath0"),
-         did("close"), vap("ath1", BSSID_2, "second", 772), listed(seen(CLIENT), "ath1"),
-         to_controller(report(2, first_record() + list_record(BSSID_2, "second", 0x0304, entry(CLIENT, zeros(4)))))});
+    sim.expect({begun(2), first_vap(), failed(asked_driver(), -5), log(1, "Error obtaining the client list for ath0"),
+                did("close"), vap_read("ath1", BSSID_2, "second", 772), listed(seen(CLIENT), "ath1"),
+                to_controller(bulk_message(
+                    2, first_record() + list_record(BSSID_2, "second", 0x0304, entry(CLIENT, zeros(4)))))});
 }
 
 SIM_TEST(bulk_clients, goes_to_the_driver_without_a_socket) {
@@ -206,7 +189,9 @@ SIM_TEST(bulk_clients, sets_the_number_of_vaps_before_it_sends) {
 // More records than the VAP table has entries: no search looks past its end.
 SIM_TEST(bulk_clients, may_count_more_vaps_than_the_table_holds) {
     ready_to_talk();
-    for (int i = 0; i < 20; i++) have_interface(sim, "ath" + std::to_string(i), "net", 1, BSSID);
+    for (int i = 0; i < 20; i++) {
+        have_interface(sim, "ath" + std::to_string(i), "net", 1, BSSID);
+    }
     set_mac(g_cfg.vaps[15].bssid, BSSID_2);
     client_mgr_send_bulk_info();
     sim.forget();
@@ -292,7 +277,9 @@ SIM_TEST(station_list, is_never_longer_than_its_buffer) {
     have_ath0(sim);
     for (size_t claimed : {16384u, 16385u, 65535u}) {
         bytes list;
-        while (list.size() < 16384) list = list + station(CLIENT);
+        while (list.size() < 16384) {
+            list = list + station(CLIENT);
+        }
         list.resize(claimed);
         sim.stations["ath0"] = list;
         client_mgr_send_bulk_info();
@@ -375,16 +362,21 @@ SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
     bytes records;
     for (int i = 0; i < 9; i++) {
         const std::string name = "ath" + std::to_string(i);
-        vaps = vaps + vap(name, BSSID, "net", 1) + listed(full.stations_of_a_full_vap, name);
+        vaps = vaps + vap_read(name, BSSID, "net", 1) + listed(full.stations_of_a_full_vap, name);
         records = records + list_record(BSSID, "net", 1, full.entries_of_a_full_vap);
     }
-    steps tenth = vap("ath9", BSSID, "net", 1) + asked_driver("ath9") + did("close");
-    for (int i = 0; i < 44; i++) tenth = tenth + seen(CLIENT);
-    for (int i = 0; i < 61; i++) tenth = tenth + log(3, "Client inactivity timer : 1800");
+    steps tenth = vap_read("ath9", BSSID, "net", 1) + asked_driver("ath9") + did("close");
+    for (int i = 0; i < 44; i++) {
+        tenth = tenth + seen(CLIENT);
+    }
+    for (int i = 0; i < 61; i++) {
+        tenth = tenth + log(3, "Client inactivity timer : 1800");
+    }
     records = records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, 44 * 16));
     ASSERT_EQ(16384u - 6, 14 + records.size());
-    sim.expect({begun(12), vaps, tenth, vap("ath10", BSSID, "net", 1), vap("ath11", BSSID, "net", 1),
-                log(1, "No room for 2 VAPs and 61 stations in the bulk info"), to_controller(report(10, records))});
+    sim.expect({begun(12), vaps, tenth, vap_read("ath10", BSSID, "net", 1), vap_read("ath11", BSSID, "net", 1),
+                log(1, "No room for 2 VAPs and 61 stations in the bulk info"),
+                to_controller(bulk_message(10, records))});
     EXPECT_EQ(10u, g_cfg.num_vaps);
 }
 

@@ -6,11 +6,6 @@
 namespace sim {
 namespace {
 
-void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid) {
-    sim.vaps.push_back(apcfg_entry(ifname, ssid, vlan));
-    sim.hwaddr[std::string(ifname)] = mac_bytes(bssid);
-}
-
 void have_two_interfaces(site &sim) {
     have_interface(sim, "ath0", "first", 0x0102, BSSID);
     have_interface(sim, "ath1", "second", 0x0304, BSSID_2);
@@ -20,25 +15,11 @@ steps begun(int count) {
     return log(3, "Sending bulk vap config") + log(3, "Got " + std::to_string(count) + " vap configuration");
 }
 
-steps status(std::string_view ifname, std::string_view word = "AP_TRUE") {
-    return log(3, "vap " + std::string(ifname) + " status = " + std::string(word));
-}
-
-steps described(std::string_view bssid, std::string_view ssid, int vlan) {
-    return log(3, "BSSID : " + std::string(bssid)) + log(3, "SSID  " + std::string(ssid)) +
-           log(3, "VLAN  " + std::to_string(vlan));
-}
-
-steps first_vap() { return status("ath0") + read_hwaddr("ath0") + described(BSSID, "first", 258); }
-steps second_vap() { return status("ath1") + read_hwaddr("ath1") + described(BSSID_2, "second", 772); }
+steps first_vap() { return vap_read("ath0", BSSID, "first", 258); }
+steps second_vap() { return vap_read("ath1", BSSID_2, "second", 772); }
 
 bytes config_record(std::string_view bssid, std::string_view ssid, uint16_t vlan) {
     return hex("01 04 002e") + mac_bytes(bssid) + padded(ssid, 32) + hex("0000") + big16(vlan);
-}
-
-bytes report(uint8_t count, const bytes &records) {
-    return hex("01 0e 00 00") + bytes{count} + hex("00") + big16(static_cast<uint16_t>(14 + records.size())) +
-           hex("a0a1a2a3a4a5") + records;
 }
 
 bytes first_record() { return config_record(BSSID, "first", 0x0102); }
@@ -105,7 +86,7 @@ SIM_TEST(bulk_config, leaves_out_a_vap_without_configuration) {
     have_two_interfaces(sim);
     sim.vaps[0].readable = false;
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(2), second_vap(), to_controller(report(1, second_record()))});
+    sim.expect({begun(2), second_vap(), to_controller(bulk_message(1, second_record()))});
 }
 
 SIM_TEST(bulk_config, leaves_out_a_vap_without_bssid) {
@@ -113,9 +94,9 @@ SIM_TEST(bulk_config, leaves_out_a_vap_without_bssid) {
     have_two_interfaces(sim);
     sim.fail_nth("ioctl", 1);
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(2), status("ath0"), did("socket"), failed(did(ioctl_text(0x8927, "ath0", ""))),
-                log(1, "Error obtaining the BSSID for ath0"), did("close"), second_vap(),
-                to_controller(report(1, second_record()))});
+    sim.expect({begun(2), log(3, "vap ath0 status = AP_TRUE"), did("socket"),
+                failed(did(ioctl_text(0x8927, "ath0", ""))), log(1, "Error obtaining the BSSID for ath0"), did("close"),
+                second_vap(), to_controller(bulk_message(1, second_record()))});
 }
 
 SIM_TEST(bulk_config, reports_a_vap_that_is_down) {
@@ -124,8 +105,8 @@ SIM_TEST(bulk_config, reports_a_vap_that_is_down) {
     for (uint32_t word : {0u, 2u, 0x01000000u, 0xffffffffu}) {
         sim.vaps[1].record.status = word;
         client_mgr_send_bulk_cfg();
-        sim.expect({begun(2), first_vap(), status("ath1", "AP_FALSE"), read_hwaddr("ath1"),
-                    described(BSSID_2, "second", 772), to_controller(report(2, first_record() + second_record()))});
+        sim.expect({begun(2), first_vap(), vap_read("ath1", BSSID_2, "second", 772, "AP_FALSE"),
+                    to_controller(bulk_message(2, first_record() + second_record()))});
     }
 }
 
@@ -140,7 +121,7 @@ SIM_TEST(bulk_config, of_vaps_that_cannot_be_read_is_a_header) {
     have_two_interfaces(sim);
     sim.fail_from("apcfg_vap_get_by_ifname", 1, 1);
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(2), to_controller(report(0, {}))});
+    sim.expect({begun(2), to_controller(bulk_message(0, {}))});
 }
 
 SIM_TEST(bulk_config, says_that_it_cannot_be_sent) {
@@ -148,8 +129,9 @@ SIM_TEST(bulk_config, says_that_it_cannot_be_sent) {
     have_two_interfaces(sim);
     sim.fail_nth("apcomm_send_msg", 1);
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(2), first_vap(), second_vap(), failed(to_controller(report(2, first_record() + second_record()))),
-                NOT_SENT, log(1, "Error sending VAP config")});
+    sim.expect({begun(2), first_vap(), second_vap(),
+                failed(to_controller(bulk_message(2, first_record() + second_record()))), NOT_SENT,
+                log(1, "Error sending VAP config")});
 }
 
 SIM_TEST(bulk_config, takes_names_and_ssids_without_terminator) {
@@ -158,8 +140,8 @@ SIM_TEST(bulk_config, takes_names_and_ssids_without_terminator) {
     have_interface(sim, "abcdefghijkl", ssid, 0xfffe, BSSID);
     set_text(sim.vaps[0].record.captive_cfg, 32, "not a part of the SSID");
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(1), status("abcdefghijkl"), read_hwaddr("abcdefghijkl"), described(BSSID, ssid, 65534),
-                to_controller(report(1, config_record(BSSID, ssid, 0xfffe)))});
+    sim.expect({begun(1), vap_read("abcdefghijkl", BSSID, ssid, 65534),
+                to_controller(bulk_message(1, config_record(BSSID, ssid, 0xfffe)))});
 }
 
 SIM_TEST(bulk_config, reports_as_many_vaps_as_can_be_listed) {
@@ -170,11 +152,11 @@ SIM_TEST(bulk_config, reports_as_many_vaps_as_can_be_listed) {
         const std::string name = "ath" + std::to_string(i);
         const auto vlan = static_cast<uint16_t>(1000 + i);
         have_interface(sim, name, "net " + name, vlan, BSSID);
-        all = all + status(name) + read_hwaddr(name) + described(BSSID, "net " + name, vlan);
+        all = all + vap_read(name, BSSID, "net " + name, vlan);
         records = records + config_record(BSSID, "net " + name, vlan);
     }
     client_mgr_send_bulk_cfg();
-    sim.expect({begun(255), all, to_controller(report(255, records))});
+    sim.expect({begun(255), all, to_controller(bulk_message(255, records))});
 }
 
 SIM_TEST(bulk_request, is_answered_by_configuration_and_clients_in_this_order) {
@@ -186,14 +168,15 @@ SIM_TEST(bulk_request, is_answered_by_configuration_and_clients_in_this_order) {
         log(3, "Received CLIENT_MGR_REQ_BULK_INFO"),
         begun(1),
         first_vap(),
-        to_controller(report(1, first_record())),
+        to_controller(bulk_message(1, first_record())),
         log(3, "Sending bulk info"),
         log(3, "Got 1 vap configuration"),
         first_vap(),
         did("socket"),
         did("ioctl(0x89f6, ath0, 16384, 0)"),
         did("close"),
-        to_controller(report(1, hex("00 04 0036 b0b1b2b3b4b5") + padded("first", 32) + hex("00000102") + zeros(8))),
+        to_controller(
+            bulk_message(1, hex("00 04 0036 b0b1b2b3b4b5") + padded("first", 32) + hex("00000102") + zeros(8))),
     });
 }
 

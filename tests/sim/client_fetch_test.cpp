@@ -97,12 +97,7 @@ SIM_TEST(client_fetch, is_not_repeated_while_the_placeholder_is_there) {
 
 SIM_TEST(client_fetch, asks_though_the_table_is_full) {
     have_two_vaps();
-    for (unsigned i = 0; i < 2048; i++) {
-        client_info client = {};
-        set_bytes(client.cl_mac, hex("aa aa aa aa") + big16(static_cast<uint16_t>(i)));
-        client_tbl_mac_add(&client);
-    }
-    sim.forget();
+    have_full_table(sim);
     sim.local(64, notice());
     sim.expect({asked(), client_lookup(CLIENT, false), client_update(CLIENT, client_refused(CLIENT)),
                 fetch_request(13, CLIENT, BSSID)});

@@ -171,23 +171,14 @@ SIM_TEST(bulk_client_info, goes_on_when_driver_portal_and_bridge_fail) {
     sim.fail_nth("kxbr_api_del_client", 1);
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));
-    sim.expect({handing_over(list, 1), client_lookup(CLIENT, true), did("socket"),
-                log(3, "Sending disassoc to 02:13:24:35:46:57"),
-                failed(driver_request(0x8be6, "ath0", hex("02 00") + host16(1) + mac_bytes(CLIENT) + zeros(32))),
-                log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"),
-                syslog(10, "<clmgr> Send Disassociation b0:b1:b2:b3:b4:b5 -> 02:13:24:35:46:57 [reason 0]"),
-                did("close"), failed(captive_msg(CLIENT, "portal zero", 168, 1)),
+    sim.expect({handing_over(list, 1), client_lookup(CLIENT, true), sta_disassoc_refused("ath0", BSSID, CLIENT, 0),
+                failed(captive_msg(CLIENT, "portal zero", 168, 1)),
                 log(1, " Send Assoc to Captive application failed!"), client_deleted(CLIENT, 0),
                 failed(bridge_del(CLIENT)), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
 
 SIM_TEST(bulk_client_info, says_added_though_the_table_is_full) {
-    for (unsigned i = 0; i < 2048; i++) {
-        client_info client = {};
-        set_bytes(client.cl_mac, hex("aa aa aa aa") + big16(static_cast<uint16_t>(i)));
-        client_tbl_mac_add(&client);
-    }
-    sim.forget();
+    have_full_table(sim);
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));
     sim.expect({handing_over(list, 1), client_lookup(CLIENT, false), client_update(CLIENT, client_refused(CLIENT)),
@@ -281,8 +272,9 @@ SIM_TEST(client_removal, of_a_client_without_bssid_disassociates_on_every_unused
     const bytes list = client_list({{CLIENT}});
     sim.controller(forgotten(list));
     steps turned_away;
-    for (int i = 2; i < 16; i++)
+    for (int i = 2; i < 16; i++) {
         turned_away = turned_away + sta_disassoc("", NOWHERE, CLIENT, 2) + captive_msg(CLIENT, "", 168, 1);
+    }
     sim.expect({forgetting(list, 1), client_lookup(CLIENT, true), turned_away, removed(CLIENT, 0)});
 }
 

@@ -29,6 +29,20 @@ void have_two_vaps() {
     set_text(have_vap(1, "ath1", BSSID_2, 200).captive_cfg, 32, "portal one");
 }
 
+void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid) {
+    sim.vaps.push_back(apcfg_entry(ifname, ssid, vlan));
+    sim.hwaddr[std::string(ifname)] = mac_bytes(bssid);
+}
+
+void have_full_table(site &sim) {
+    for (int i = 0; i < CLIENT_TBL_SIZE; i++) {
+        client_info client = {};
+        set_bytes(client.cl_mac, hex("aa aa aa aa") + big16(static_cast<uint16_t>(i)));
+        client_tbl_mac_add(&client);
+    }
+    sim.forget();
+}
+
 void whenever_not_ready(const std::function<void()> &event) {
     ready_to_talk();
     const uint32_t ip = g_cfg.ctrlr_ip;
@@ -69,7 +83,9 @@ bytes ctrlr_record(uint8_t type, const bytes &body) {
 
 bytes ctrlr_message(std::initializer_list<bytes> records) {
     bytes all;
-    for (const bytes &record : records) all = all + record;
+    for (const bytes &record : records) {
+        all = all + record;
+    }
     return header(static_cast<uint16_t>(records.size()), 14 + all.size(), hex("909192939495")) + all;
 }
 
@@ -115,6 +131,26 @@ steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid,
 
 steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid) {
     return to_controller(sent_message(type, mac_bytes(mac) + mac_bytes(bssid) + zeros(38)));
+}
+
+bytes bulk_message(uint8_t count, const bytes &records) {
+    return header(count, 14 + records.size(), hex("a0a1a2a3a4a5")) + records;
+}
+
+steps vap_read(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan,
+               std::string_view status) {
+    return log(3, "vap " + std::string(ifname) + " status = " + std::string(status)) + read_hwaddr(ifname) +
+           log(3, "BSSID : " + std::string(bssid)) + log(3, "SSID  " + std::string(ssid)) +
+           log(3, "VLAN  " + std::to_string(vlan));
+}
+
+steps sta_disassoc_refused(std::string_view ifname, std::string_view bssid, std::string_view mac, int reason) {
+    return did("socket") + log(3, "Sending disassoc to " + std::string(mac)) +
+           failed(driver_request(0x8be6, ifname, hex("02 00") + host16(1) + mac_bytes(mac) + zeros(32))) +
+           log(1, "client_mgr_sta_disassoc: Failed to disassoc STA") +
+           syslog(10, "<clmgr> Send Disassociation " + std::string(bssid) + " -> " + std::string(mac) + " [reason " +
+                          std::to_string(reason) + "]") +
+           did("close");
 }
 
 steps adding_to_bridge(std::string_view function, std::string_view mac, std::string_view bssid, int vlan) {

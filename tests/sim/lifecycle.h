@@ -27,6 +27,12 @@ bytes other_pmk_bytes();
 // Ready to talk, with VAP 0 "ath0" on VLAN 100 and VAP 1 "ath1" on VLAN 200.
 void have_two_vaps();
 
+// An interface that the configuration lists and whose hardware address can be read.
+void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid);
+
+// 2048 other clients. Leaves no effect behind.
+void have_full_table(site &sim);
+
 // Runs the event in every state in which the daemon cannot talk to the controller.
 void whenever_not_ready(const std::function<void()> &event);
 
@@ -72,6 +78,8 @@ steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid,
                      const bytes &ip);
 // The request for a client (13) or its PMK (12).
 steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid);
+// A bulk report of these records.
+bytes bulk_message(uint8_t count, const bytes &records);
 // After a send that failed, before the sender's own line.
 inline const steps NOT_SENT = log(1, "APComm Unable to send data");
 
@@ -79,6 +87,11 @@ inline const steps NOT_SENT = log(1, "APComm Unable to send data");
 
 steps adding_to_bridge(std::string_view function, std::string_view mac, std::string_view bssid, int vlan);
 steps deleting_from_bridge(std::string_view function, std::string_view mac);
+// A VAP as a bulk report reads it.
+steps vap_read(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan,
+               std::string_view status = "AP_TRUE");
+// sta_disassoc of daemon_steps.h, with a request that the driver refuses.
+steps sta_disassoc_refused(std::string_view ifname, std::string_view bssid, std::string_view mac, int reason);
 // captive_msg of daemon_steps.h, for a client that the table does not hold.
 steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint8_t id);
 

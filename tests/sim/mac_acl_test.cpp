@@ -298,7 +298,9 @@ SIM_TEST(mac_acl, asks_whatever_the_state_of_the_link) {
 SIM_TEST(mac_acl, carries_at_most_128_bytes_of_data_and_the_length_it_was_given) {
     have_acl_vaps();
     bytes data;
-    for (int i = 0; i < 200; i++) data.push_back(static_cast<uint8_t>(i + 1));
+    for (int i = 0; i < 200; i++) {
+        data.push_back(static_cast<uint8_t>(i + 1));
+    }
     for (uint32_t length : {0u, 1u, 127u, 128u, 129u, 200u, 0xffffffffu}) {
         SCOPED_TRACE(length);
         const bytes carried = first(data, std::min(length, 128u));

@@ -148,12 +148,7 @@ SIM_TEST(pmk_add, on_a_bssid_that_is_not_ours_is_reported_and_not_recorded) {
 
 SIM_TEST(pmk_add, with_a_full_table_is_reported) {
     have_two_vaps();
-    for (unsigned i = 0; i < 2048; i++) {
-        client_info client = {};
-        set_bytes(client.cl_mac, hex("aa aa aa aa") + big16(static_cast<uint16_t>(i)));
-        client_tbl_mac_add(&client);
-    }
-    sim.forget();
+    have_full_table(sim);
     sim.local(150, message(2));
     sim.expect({add_receipt(), reported(), client_lookup(CLIENT, false),
                 log(3, "Client not present in local tbl, adding"), client_update(CLIENT, client_refused(CLIENT))});
@@ -163,7 +158,9 @@ SIM_TEST(pmk_add, shows_a_key_of_zeros_in_two_rows) {
     have_two_vaps();
     sim.local(150, message(2, BSSID, zeros(32)));
     std::string row;
-    for (int i = 0; i < 16; i++) row += "00 ";
+    for (int i = 0; i < 16; i++) {
+        row += "00 ";
+    }
     sim.expect({receipt(), log(3, "HOSTAPD_PMK_ADD rcvd"), log(3, "Received PMK add msg"),
                 log(3, "Client 02:13:24:35:46:57"), log(3, "Cur BSSID b0:b1:b2:b3:b4:b5"), key_line(row, row),
                 to_controller(hex("01 0e 00 0001 00 0044 a0a1a2a3a4a5  0b 04 0036") + mac_bytes(CLIENT) +

@@ -38,10 +38,11 @@ SIM_TEST(shell, takes_every_character_of_an_interface_name) {
             const std::string name = front + std::string(1, static_cast<char>(c));
             SCOPED_TRACE(name);
             up(name);
-            if (fine && name != "-")
+            if (fine && name != "-") {
                 sim.expect({log(1, "Running (up " + name + ")"), ran("up " + name)});
-            else
+            } else {
                 sim.expect({NO_NAME});
+            }
         }
     }
 }
@@ -52,10 +53,11 @@ SIM_TEST(shell, takes_names_of_1_to_15_characters) {
         SCOPED_TRACE(size);
         const std::string cut = name.substr(0, size);
         up(cut);
-        if (size >= 1 && size <= 15)
+        if (size >= 1 && size <= 15) {
             sim.expect({log(1, "Running (up " + cut + ")"), ran("up " + cut)});
-        else
+        } else {
             sim.expect({NO_NAME});
+        }
     }
 }
 
