@@ -428,6 +428,30 @@ TEST_F(tunnel, what_a_peer_sent_before_it_closed_is_delivered_after_a_pause) {
     EXPECT_TRUE(run_until([&] { return accepted.downs == 1; }));
 }
 
+TEST_F(tunnel, a_failure_during_a_pause_is_reported_after_what_was_received) {
+    auto peer = start_raw_peer();
+    accepted.also_on_message = [&] { accepted.tunnel->set_reading(false); };
+    bytes together = frame(106, {1});
+    for (const bytes &more : {frame(106, {2}), frame(106, {3})}) {
+        together.insert(together.end(), more.begin(), more.end());
+    }
+    peer->send(together);
+    ASSERT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
+    linger reset{1, 0};
+    setsockopt(peer->fd(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+    peer.reset();
+    // Writing shows that the peer is gone; from then on nothing is taken.
+    ASSERT_TRUE(run_until([&] { return !accepted.send({1}); }));
+    EXPECT_EQ(accepted.downs, 0);
+    for (std::size_t i = 2; i <= 3; i++) {
+        accepted.tunnel->set_reading(true);
+        ASSERT_TRUE(run_until([&] { return accepted.messages.size() == i; }));
+        EXPECT_EQ(accepted.downs, 0);
+    }
+    accepted.tunnel->set_reading(true);
+    EXPECT_TRUE(run_until([&] { return accepted.downs == 1; }));
+}
+
 TEST_F(tunnel, may_be_destroyed_in_any_callback) {
     enum { in_up, in_message, in_down, in_drained, all };
     for (int where = 0; where < all; where++) {
