@@ -84,9 +84,9 @@ TEST(log, a_file_grown_past_its_maximum_is_written_from_its_start) {
     event_of(7);
     const std::string old = file.content();
     kx_log_conf_data.max_file_size = cur_log_size - 1;
-    sim.set_clock(2222222222, 222);
+    sim.set_clock(1333333333, 222);
     event();
-    const std::string line = ":2222222222:222: " + EVENT + "\n";
+    const std::string line = ":1333333333:222: " + EVENT + "\n";
     // Not truncated: the end of the old line stands behind the new one.
     EXPECT_EQ(line + old.substr(line.size()), file.content());
     EXPECT_EQ(line.size(), cur_log_size);
