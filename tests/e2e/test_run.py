@@ -1,7 +1,10 @@
 """The lab as `run` starts it."""
 
+import errno
 import json
 import os
+import pty
+import re
 import shutil
 import signal
 import subprocess
@@ -35,10 +38,10 @@ class Lab:
         return subprocess.run([*self._command, *arguments], **self._options, capture_output=True, timeout=60,
                               check=False)
 
-    def start(self, *arguments):
+    def start(self, *arguments, stdout=subprocess.PIPE):
         """In a process group of its own, as a shell does."""
-        return subprocess.Popen([*self._command, *arguments], **self._options, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, process_group=0)
+        return subprocess.Popen([*self._command, *arguments], **self._options, stdout=stdout, stderr=subprocess.PIPE,
+                                process_group=0)
 
     def processes(self):
         """All that run on behalf of it, by program: they have inherited its TMPDIR."""
@@ -86,6 +89,36 @@ def test_screen(lab_run):
     assert len(files) >= 5
     assert all(file.exists() for file in files)
     assert list(lab_run.directory.rglob("*.key")) == []
+
+
+def test_site(lab_run):
+    done = lab_run.run("--site", "--seed", "7", "--speed", "12")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert "The seed of this run is 7." in done.stdout
+    assert "agree on every station" in done.stdout
+
+
+def test_site_on_a_terminal(lab_run):
+    mine, terminal = pty.openpty()
+    running = lab_run.start("--site", "--speed", "12", stdout=terminal)
+    os.close(terminal)
+    screen = read_terminal(mine)
+    assert running.wait(20) == 0
+    assert "access point" in screen
+    assert re.search(r"ap3 02:a0:00:00:03:00 *up", re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", screen))
+    assert "on every station" in screen
+
+
+def read_terminal(terminal):
+    """All that is written to it until nobody can write any more."""
+    text = b""
+    with open(terminal, "rb", buffering=0) as screen:
+        try:
+            while chunk := screen.read(65536):
+                text += chunk
+        except OSError as error:
+            assert error.errno == errno.EIO  # what Linux says when the last writer has gone
+    return text.decode()
 
 
 def test_own_capture(lab_run, programs):
