@@ -48,7 +48,7 @@ public:
     // A report that settled nothing lacks the station.
     void missed(const kx::mac_address &station);
 
-    // About once a second. True when a report is to be asked for now; it is taken as asked for.
+    // About once a second: a tick. True when a report is to be asked for now; it is taken as asked for.
     bool tick();
 
     // A report has come. A driver that fails gives an empty report: only the second one in a row without the station
@@ -61,15 +61,19 @@ public:
 private:
     struct notice {
         told what;
-        bool before_request;  // the report that is awaited was asked for after it
+        bool before_request = false;  // the report that is awaited was asked for after it
+        unsigned age = 0;             // in ticks
     };
     struct check {
         told what;
-        bool asked;
-        unsigned absences;
+        unsigned wait;  // ticks until it is worth a report of its own
+        bool asked = false;
+        unsigned absences = 0;
     };
 
+    static check check_after(told what);
     void ask();
+    void grow_older();
 
     bool asked_ = false;
     unsigned ticks_ = 0;  // since a report was asked for
