@@ -10,7 +10,7 @@
 namespace {
 
 // The driver's private station list (linux/sockios.h: private requests begin at SIOCDEVPRIVATE).
-constexpr int driver_station_list = SIOCDEVPRIVATE + 6;
+constexpr unsigned driver_station_list = SIOCDEVPRIVATE + 6;
 static_assert(driver_station_list == 0x89F6);
 
 constexpr uint16_t station_list_max = 16384;

@@ -16,7 +16,7 @@ public:
 
     // Issues ioctl `number` on `record` (struct ifreq or struct iwreq). Returns the ioctl's result.
     template <class Record>
-    int request(int number, Record &record) const {
+    int request(unsigned number, Record &record) const {
         return ioctl(fd_, number, &record);
     }
 

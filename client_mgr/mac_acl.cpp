@@ -17,7 +17,7 @@
 namespace {
 
 // The driver's private verdict request (linux/sockios.h: private requests begin at SIOCDEVPRIVATE).
-constexpr int driver_acl_verdict = SIOCDEVPRIVATE + 12;
+constexpr unsigned driver_acl_verdict = SIOCDEVPRIVATE + 12;
 static_assert(driver_acl_verdict == 0x89FC);
 
 // In the host's order, as the driver reads it.

@@ -11,7 +11,7 @@
 namespace {
 
 // The driver's private station operations (linux/wireless.h: private requests begin at SIOCIWFIRSTPRIV).
-constexpr int driver_station_request = SIOCIWFIRSTPRIV + 6;
+constexpr unsigned driver_station_request = SIOCIWFIRSTPRIV + 6;
 static_assert(driver_station_request == 0x8BE6);
 
 constexpr uint8_t driver_op_disassoc = 2;

@@ -1,5 +1,6 @@
 /* The channel to the central controller. Its traffic reaches the daemon's local endpoint as local message 123, which
- * the daemon hands back with apcomm_msg_rcvd; the callbacks below run inside that call, on the event loop's thread. */
+ * the daemon hands back with apcomm_msg_rcvd; the callbacks below run inside that call. Only the loss of the channel
+ * itself is reported, as APCOMM_STATUS_DOWN, straight from the event loop. */
 #ifndef KX_APCOMM_H
 #define KX_APCOMM_H
 
