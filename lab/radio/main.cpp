@@ -54,7 +54,7 @@ void declare(CLI::App &app, options &given) {
                  "print the [[vap]] tables of the capture's or the scenario's access point and end");
     app.add_option("--write-config", given.write_config, "with --discover: write them to this file instead")
         ->needs("--discover");
-    app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
+    app.set_version_flag("--version", "kx-radio " CLIENT_MGR_VERSION);
 }
 
 void write_text(const std::string &file, const std::string &text) {
@@ -145,22 +145,25 @@ int play_capture(const options &given) {
     return status;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
+int run(int argc, char **argv) {
+    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "kx-radio");
     options given;
     declare(app, given);
     CLI11_PARSE(app, argc, argv);
     if (given.capture.empty() && given.scenario.empty()) {
-        std::fputs("radio: expected a capture or --scenario; see radio --help\n", stderr);
-        return 1;
+        throw std::runtime_error("expected a capture or --scenario; see --help");
     }
+    if (given.discover) {
+        return discover(given);
+    }
+    return given.scenario.empty() ? play_capture(given) : play_scenario(given);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
     try {
-        if (given.discover) {
-            return discover(given);
-        }
-        return given.scenario.empty() ? play_capture(given) : play_scenario(given);
+        return run(argc, argv);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "radio: %s\n", error.what());
         return 1;

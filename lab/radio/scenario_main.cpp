@@ -1,6 +1,7 @@
 // kx-scenario: writes a scenario for the lab's radios.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <optional>
 #include <random>
@@ -26,9 +27,7 @@ int write_scenario(const radio::site_plan &plan, const std::string &file) {
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
     CLI::App app("Writes a scenario of access points and stations that walk, sleep, roam and pass the portal.",
                  "kx-scenario");
     radio::site_plan plan;
@@ -51,4 +50,15 @@ int main(int argc, char **argv) {
     CLI11_PARSE(app, argc, argv);
     plan.seed = seed ? *seed : std::random_device{}();
     return write_scenario(plan, file);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "kx-scenario: %s\n", error.what());
+        return 1;
+    }
 }

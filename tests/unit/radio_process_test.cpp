@@ -83,8 +83,11 @@ protected:
     static std::string crowd(unsigned stations) {
         std::string text = one_ap;
         for (unsigned i = 0; i < stations; ++i) {
-            const std::string at = "{at = " + std::to_string(i) + ", ";
-            text += station(i, at + "associate = \"ap1/wlan0\"}, " + at + "address = \"10.0.10.5\"}");
+            std::string events;
+            for (const char *action : {"associate = \"ap1/wlan0\"", "address = \"10.0.10.5\""}) {
+                events.append("{at = ").append(std::to_string(i)).append(", ").append(action).append("},");
+            }
+            text += station(i, events);
         }
         return text;
     }

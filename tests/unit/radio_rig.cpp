@@ -52,6 +52,7 @@ child_process::child_process(const std::vector<std::string> &command) {
         dup2(output_fd_, STDOUT_FILENO);
         dup2(output_fd_, STDERR_FILENO);
         std::vector<char *> arguments;
+        arguments.reserve(command.size() + 1);
         for (const std::string &each : command) {
             arguments.push_back(const_cast<char *>(each.c_str()));
         }
