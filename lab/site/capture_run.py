@@ -2,6 +2,7 @@
 
 import os
 import subprocess
+import sys
 from collections import Counter
 from collections.abc import Sequence
 from dataclasses import dataclass
@@ -12,6 +13,7 @@ from rich.markup import escape
 
 from lab.site.access_point import AccessPoint, is_probe
 from lab.site.client_table import Client
+from lab.site.ending import Ended
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
 from lab.site.narration import RECORD_MEANINGS, JsonNarrator, Narrator
@@ -30,15 +32,15 @@ Here it runs for real; only the radio is a stand-in, which listens to a recordin
   recording --> [green]radio[/] --> [bold]client_mgr[/] --> platform daemon (apd) == TLS ==> [cyan]controller[/]
 """
 
-EVENTS = {"associations": "associations granted", "reassociations": "reassociations granted",
-          "refused": "associations refused", "disassociations": "departures", "addresses": "addresses learnt",
-          "elsewhere": "events of other access points"}
+EVENTS = {"associations": "association granted", "reassociations": "reassociation granted",
+          "refused": "association refused", "disassociations": "station left or was sent away",
+          "addresses": "address of a station", "elsewhere": "event of another access point"}
 
 
 @dataclass(frozen=True)
 class Capture:
     file: Path
-    vaps: str  # the [[vap]] tables of the access points in it
+    vaps: str  # the [[vap]] tables of the access points in it; empty when no station associates with one
 
 
 def builtin_capture(build: Path) -> Capture:
@@ -47,7 +49,7 @@ def builtin_capture(build: Path) -> Capture:
 
 
 def open_capture(file: Path, programs: Path) -> Capture:
-    """Raises LabFailure when `file` is not a capture that the radio can read."""
+    """What the radio has to say of it goes to standard error. Raises LabFailure when `file` is no capture."""
     try:
         with open(file, "rb"):
             pass
@@ -57,9 +59,8 @@ def open_capture(file: Path, programs: Path) -> Capture:
                            text=True, check=False, preexec_fn=die_with_parent)
     if found.returncode != 0:
         raise LabFailure(found.stderr.strip().removeprefix("radio: "))
-    if not found.stdout.strip():
-        raise LabFailure(f"{file}: no station associates with an access point in this capture")
-    return Capture(file, found.stdout)
+    sys.stderr.write(found.stderr.replace("radio: ", "run: "))
+    return Capture(file, found.stdout.strip())
 
 
 def play(lab: Laboratory, capture: Capture, speed: str, narrator: Narrator | JsonNarrator,
@@ -92,7 +93,11 @@ def run_for_people(capture: Capture, speed: str, programs: Path, console: Consol
         lab.controller.start()
         access_point = lab.add_access_point(AP_MAC, capture.vaps)
         console.print(f"Playing {escape(str(capture.file))}, {describe_speed(speed)}:\n", soft_wrap=True)
-        play(lab, capture, speed, Narrator(console, access_point, lab.controller), access_point)
+        try:
+            play(lab, capture, speed, Narrator(console, access_point, lab.controller), access_point)
+        except Ended:
+            console.print(f"\nEnded. What was said until then is in {lab.directory}", soft_wrap=True)
+            raise
         clients = access_point.clients()
     show_result(console, lab, access_point, clients)
 
@@ -112,17 +117,11 @@ def show_result(console: Console, lab: Laboratory, access_point: AccessPoint, cl
 def show_heard(console: Console, access_point: AccessPoint) -> None:
     summary = next(event for event in access_point.radio_output.read() if event["event"] == "summary")
     frames = summary["frames"]
-    unused = describe_counts({name: number for name, number in frames.items() if name != "total" and number})
-    events = describe_counts({EVENTS[name]: number for name, number in summary["events"].items() if number})
-    console.print(f"The [green]radio[/] heard {frames['total']} frames" + (f" (not used: {unused})" if unused else "") +
-                  f" and in them {events or 'no event'}.", soft_wrap=True)
-    damage = access_point.running["radio"].err.read_text(errors="replace").strip()
-    if damage:
-        console.print(escape(damage), style="yellow", soft_wrap=True)
-
-
-def describe_counts(counts: dict[str, int]) -> str:
-    return ", ".join(f"{number} {name}" for name, number in counts.items())
+    unused = [f"{number} {name}" for name, number in frames.items() if name != "total" and number]
+    console.print(f"The [green]radio[/] heard {frames['total']} frames" +
+                  (f", not used: {', '.join(unused)}" if unused else "") + ". What they tell of:\n", soft_wrap=True)
+    print_table(console, ("", "event"), [(f"{number:5}", EVENTS.get(name, name)) for name, number in summary["events"].items()
+                                         if number])
 
 
 def show_records(console: Console, lab: Laboratory) -> None:

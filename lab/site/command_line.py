@@ -48,7 +48,9 @@ def dispatch(options: argparse.Namespace) -> int:
         plan = Plan(seed=options.seed, speed=float(options.speed or Plan.speed))
         return 0 if run_site(plan, programs, console) else 1
     capture = open_capture(options.capture, programs) if options.capture else builtin_capture(options.build)
-    if options.json:
+    if not capture.vaps:
+        print(f"run: {capture.file}: no station associates with an access point in this capture", file=sys.stderr)
+    elif options.json:
         run_json(capture, options.speed or "max", programs)
     else:
         run_for_people(capture, options.speed or ("max" if options.capture else "1"), programs, console)
