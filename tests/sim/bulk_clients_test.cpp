@@ -372,7 +372,7 @@ SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
     for (int i = 0; i < 61; i++) {
         tenth = tenth + log(3, "Client inactivity timer : 1800");
     }
-    records = records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, 44 * 16));
+    records = records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, size_t{44} * 16));
     ASSERT_EQ(16384u - 6, 14 + records.size());
     sim.expect({begun(12), vaps, tenth, vap_read("ath10", BSSID, "net", 1), vap_read("ath11", BSSID, "net", 1),
                 log(1, "No room for 2 VAPs and 61 stations in the bulk info"),

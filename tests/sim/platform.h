@@ -65,7 +65,7 @@ public:
     // --- time
 
     int64_t wall_secs() const { return wall_usecs / 1000000; }
-    void set_clock(int64_t secs, int msecs = 0) { wall_usecs = secs * 1000000 + msecs * 1000; }
+    void set_clock(int64_t secs, int msecs = 0) { wall_usecs = secs * 1000000 + int64_t{msecs} * 1000; }
     // Lets time pass; timers run when they are due.
     void advance(unsigned secs);
 
