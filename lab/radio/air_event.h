@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "lab/radio/mac.h"
@@ -51,6 +52,13 @@ public:
     virtual ~event_source() = default;
     // Does a bounded piece of work; `event` is written when the result says so.
     virtual step next(timed_event &event) = 0;
+
+    // What came to light about the source itself that people should know, and whether events may be missing for it.
+    struct damage {
+        std::string what;  // empty: nothing
+        bool is_loss = false;
+    };
+    virtual damage found_damage() const { return {}; }
 
     // Whether the station itself takes that BSSID for its access point at that time. Nobody knows, in a capture.
     virtual bool is_here(const mac_address & /*client*/, const mac_address & /*bssid*/, lab_time /*now*/) const {

@@ -56,18 +56,22 @@ event_source::step capture_source::next(timed_event &event) {
     return step::event;
 }
 
+void capture_source::note_damage(const char *error) {
+    damage_ = {.what = file_ + ": " + error, .is_loss = !ends_early(error)};
+    if (!damage_.is_loss) {
+        ++counters_.frames;
+        ++counters_.skipped[static_cast<std::size_t>(skip::cut)];
+    }
+}
+
 // False at the end of the file.
 bool capture_source::read_frame() {
     pcap_pkthdr *header = nullptr;
     const u_char *data = nullptr;
     const int result = pcap_next_ex(open_.get(), &header, &data);
     if (result != 1) {
-        if (result == PCAP_ERROR && damage_.empty()) {
-            damage_ = file_ + ": " + pcap_geterr(open_.get());
-            if (ends_early(pcap_geterr(open_.get()))) {
-                ++counters_.frames;
-                ++counters_.skipped[static_cast<std::size_t>(skip::cut)];
-            }
+        if (result == PCAP_ERROR && damage_.what.empty()) {
+            note_damage(pcap_geterr(open_.get()));
         }
         return false;
     }

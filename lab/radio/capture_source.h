@@ -29,11 +29,12 @@ public:
 
     const capture_counters &counters() const { return counters_; }
     const association_tracker &tracker() const { return tracker_; }
-    // Why the file could not be read to its end; empty when it could.
-    const std::string &damage() const { return damage_; }
+    // Why the file could not be read to its end. A file that ends within a frame has lost no more than that frame.
+    damage found_damage() const override { return damage_; }
 
 private:
     bool read_frame();
+    void note_damage(const char *error);
 
     struct closer {
         void operator()(pcap *open) const;
@@ -45,7 +46,7 @@ private:
     association_tracker tracker_;
     capture_counters counters_;
     std::deque<timed_event> heard_;
-    std::string damage_;
+    damage damage_;
 };
 
 }  // namespace radio

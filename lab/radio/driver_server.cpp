@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
@@ -44,14 +45,16 @@ bool is_served(const sockaddr_un &address) {
 }
 
 int listen_on(const std::string &path) {
-    const sockaddr_un address = address_of(path);
-    if (is_served(address)) {
+    if (is_served(address_of(path))) {
         throw std::runtime_error(path + ": another radio owns this interface");
     }
-    unlink(path.c_str());
+    // Under its own name only when it is served, so that nobody who sees it is turned away.
+    const std::string aside = path + '~';
+    const sockaddr_un address = address_of(aside);
+    unlink(aside.c_str());
     const int fd = make_socket();
     if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(fd, SOMAXCONN) != 0) {
+        listen(fd, SOMAXCONN) != 0 || rename(aside.c_str(), path.c_str()) != 0) {
         const int error = errno;
         close(fd);
         throw std::runtime_error(path + ": " + std::strerror(error));

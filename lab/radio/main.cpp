@@ -89,8 +89,8 @@ int discover(const options &given) {
     }
     radio::capture_source capture(given.capture);
     const std::vector<kx::vap_config> vaps = radio::discover_vaps(capture);
-    if (!capture.damage().empty()) {
-        std::fprintf(stderr, "radio: %s\n", capture.damage().c_str());
+    if (!capture.found_damage().what.empty()) {
+        std::fprintf(stderr, "radio: %s\n", capture.found_damage().what.c_str());
     }
     if (capture.tracker().access_points().size() > vaps.size()) {
         std::fprintf(stderr, "radio: %s: %zu access points; the first %zu are taken\n", given.capture.c_str(),
@@ -137,12 +137,7 @@ int play_capture(const options &given) {
     radio::radio_process::settings how = make_settings(given);
     how.vaps = own_vaps(given.config.empty() ? kx::config_file() : given.config);
     radio::capture_source source(given.capture);
-    radio::radio_process process(how, source);
-    const int status = process.run();
-    if (!source.damage().empty()) {
-        std::fprintf(stderr, "radio: %s\n", source.damage().c_str());
-    }
-    return status;
+    return radio::radio_process(how, source).run();
 }
 
 int run(int argc, char **argv) {

@@ -42,8 +42,8 @@ radio_process::radio_process(const settings &how, event_source &source)
 }
 
 int radio_process::run() {
-    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(summed_up_ ? 0 : 128 + SIGINT); });
-    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(summed_up_ ? 0 : 128 + SIGTERM); });
+    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(summed_up_ ? status_ : 128 + SIGINT); });
+    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(summed_up_ ? status_ : 128 + SIGTERM); });
     if (starts_at_once_ || link_.is_ready()) {
         player_.start();
     }
@@ -112,10 +112,15 @@ void radio_process::finish_if_done() {
     if (summed_up_ || !is_done()) {
         return;
     }
+    const event_source::damage damage = source_.found_damage();
+    if (!damage.what.empty()) {
+        std::fprintf(stderr, "radio: %s\n", damage.what.c_str());
+    }
+    status_ = damage.is_loss ? 1 : 0;
     summed_up_ = true;
     journal_.summary(count());
     if (!stay_) {
-        end(0);
+        end(status_);
     }
 }
 

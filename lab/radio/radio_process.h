@@ -55,8 +55,8 @@ private:
     daemon_link link_;
     player player_;
     std::unique_ptr<loop_event> acl_timer_;
-    driver_server driver_;
     control_server control_;
+    driver_server driver_;  // last: who sees its sockets may count on the rest
     bool summed_up_ = false;
     int status_ = 0;
 };

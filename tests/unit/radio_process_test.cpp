@@ -263,6 +263,26 @@ TEST_F(radio_process_test, leaves_interfaces_to_the_radio_that_has_them) {
     EXPECT_TRUE(eventually([] { return ask_driver("wlan0", SIOCGIFHWADDR).error == 0; }));
 }
 
+TEST_F(radio_process_test, plays_what_it_can_of_a_damaged_capture) {
+    const std::string whole = read_file(RADIO_BUILTIN_CAPTURE);
+    const std::string head = whole.substr(0, whole.size() / 2);
+    struct damaged {
+        std::string text;
+        int status;
+    };
+    // Cut within a frame; and, after all frames, a record that claims 4 GiB.
+    for (const damaged &each : {damaged{head, 0}, damaged{whole + std::string(16, '\xff') + std::string(64, 'x'), 1}}) {
+        const auto daemon = kx::ipc_socket::open(kx::endpoint_client_mgr);
+        strings command = capture_command();
+        command[1] = write_file("damaged.pcap", each.text);
+        child_process radio(command);
+        load_vaps();
+        EXPECT_EQ(radio.wait(), each.status);
+        EXPECT_NE(radio.output().find("radio: " + command[1] + ": "), std::string::npos);
+        EXPECT_NE(radio.output().find("02:00:00:00:0a:01  wlan0 (02:00:00:00:10:01)  associated"), std::string::npos);
+    }
+}
+
 TEST_F(radio_process_test, says_what_is_wrong_with_its_arguments) {
     write_file("empty.pcap", "");
     capture_command();
