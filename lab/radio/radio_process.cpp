@@ -17,15 +17,13 @@ radio_process::radio_process(const settings &how, event_source &source)
       link_(loop_, {.vaps = how.vaps.size(), .wait_ready = how.wait_ready, .patience = how.patience}),
       player_(loop_, source, how.play, [this](const timed_event &next) { play(next); }),
       acl_timer_(make_timer(loop_, [this] { expire_questions(); })),
-      driver_(loop_, how.vaps,
-              [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
-                  return serve_driver(vap, request, data);
-              }),
-      control_(
-          loop_, stack_,
-          {.state = [this] { return state(); },
-           .is_here = [this](const mac_address &client,
-                             const mac_address &bssid) { return source_.is_here(client, bssid, player_.now()); }}) {
+      control_(loop_, stack_,
+               {.state = [this] { return state(); },
+                .is_here = [this](const mac_address &client,
+                                  const mac_address &bssid) { return source_.is_here(client, bssid, player_.now()); }}),
+      driver_(loop_, how.vaps, [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
+          return serve_driver(vap, request, data);
+      }) {
     stack_.on_report = [this](report what) { report_event(std::move(what)); };
     stack_.on_ordered_off = [this](const mac_address &client, const mac_address &bssid) {
         for (const timed_event &each : source_.when_sent_away(client, bssid, player_.now())) {
