@@ -120,8 +120,8 @@ def show_heard(console: Console, access_point: AccessPoint) -> None:
     unused = [f"{number} {name}" for name, number in frames.items() if name != "total" and number]
     console.print(f"The [green]radio[/] heard {frames['total']} frames" +
                   (f", not used: {', '.join(unused)}" if unused else "") + ". What they tell of:\n", soft_wrap=True)
-    print_table(console, ("", "event"), [(f"{number:5}", EVENTS.get(name, name)) for name, number in summary["events"].items()
-                                         if number])
+    rows = [(f"{number:5}", EVENTS.get(name, name)) for name, number in summary["events"].items() if number]
+    print_table(console, ("", "event"), rows)
 
 
 def show_records(console: Console, lab: Laboratory) -> None:

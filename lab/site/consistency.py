@@ -31,8 +31,8 @@ def take_views(lab: Laboratory) -> Views:
 
 
 def find_differences(views: Views) -> list[str]:
-    clients = sorted(views.believed.keys() | views.stations.keys() | {mac for table in views.tables.values() for mac in table})
-    return [f"{client}: {difference}" for client in clients for difference in differences_of(client, views)]
+    clients = views.believed.keys() | views.stations.keys() | {mac for table in views.tables.values() for mac in table}
+    return [f"{client}: {difference}" for client in sorted(clients) for difference in differences_of(client, views)]
 
 
 def differences_of(client: str, views: Views) -> Iterator[str]:
@@ -83,7 +83,7 @@ def differences_in_table(ap: str, entry: Client | None, known: dict[str, Any], s
     if entry.flags & (LOCAL | FOREIGN | TUNNEL) != expected_flags(is_home, serving == ap):
         yield f"the table of {ap} has it as: {entry.describe_flags()}"
     if ap == serving and bool(entry.flags & GUEST) != (known["guest"] == "waiting"):
-        yield f"to the controller it is a guest: {known['guest']}; the table of {ap} has it as: {entry.describe_flags()}"
+        yield f"as a guest, {known['guest']} to the controller; the table of {ap} has it as: {entry.describe_flags()}"
 
 
 def expected_flags(is_home: bool, is_serving: bool) -> int:

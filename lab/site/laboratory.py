@@ -57,12 +57,13 @@ class Laboratory:
         """Returns when the controller has the first report of every access point."""
         for access_point in self.access_points:
             access_point.start_all()
-        wait_until(self._has_all_reports, "the controller has the access points' reports", log=self.controller.output.file,
-                   check=self.processes.check)
+        wait_until(self._has_all_reports, "the controller has the access points' reports",
+                   log=self.controller.output.file, check=self.processes.check)
 
     def _has_all_reports(self) -> bool:
         known = {each["ap"] for each in self.controller.ask_json("aps")}
-        return known >= {each.mac for each in self.access_points} and self.controller.ask_json("stats")["unsettled"] == 0
+        wanted = {each.mac for each in self.access_points}
+        return known >= wanted and self.controller.ask_json("stats")["unsettled"] == 0
 
 
 def make_private_directory() -> Path:

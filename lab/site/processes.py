@@ -4,6 +4,7 @@ import ctypes
 import os
 import signal
 import subprocess
+import time
 from collections.abc import Sequence
 from pathlib import Path
 
@@ -109,9 +110,10 @@ class Processes:
         """Ends them in the reverse order of their start; who does not end when asked is killed."""
         for process in reversed(self.all):
             process.signal(signal.SIGTERM)
+        deadline = time.monotonic() + END_SECONDS
         for process in self.all:
             try:
-                process.wait()
+                process.wait(deadline - time.monotonic())
             except LabFailure:
                 process.kill()
         self.all.clear()

@@ -55,5 +55,6 @@ def brought_only_probes(before: dict[str, Any], after: dict[str, Any], probes: i
 def probe_all(lab: Laboratory) -> None:
     """Returns when every daemon has its answer."""
     for access_point, probe in [(each, each.probe()) for each in lab.access_points]:
-        wait_until(lambda: access_point.has_answer_to(probe), f"{access_point.name}: client_mgr hears from the controller",
-                   log=access_point.log, check=lab.processes.check)
+        wait_until(lambda: access_point.has_answer_to(probe),
+                   f"{access_point.name}: client_mgr hears from the controller", log=access_point.log,
+                   check=lab.processes.check)

@@ -66,7 +66,7 @@ class Site:
             access_point.play("--scenario", self._scenario, "--ap", access_point.name, "--speed", self.plan.speed,
                               "--start-at", int(start * 1000))
         if time.monotonic() > self.started:
-            raise LabFailure(f"the radios were not there at the beginning, {self.plan.lead_seconds:g} s after their start")
+            raise LabFailure(f"the radios took more than {self.plan.lead_seconds:g} s to read {self._scenario}")
         self.portal = Portal(self.lab)
         self._wait_until_played(watch)
         settle(self.lab)

@@ -94,7 +94,8 @@ def updates(controller: Controller) -> list[dict[str, Any]]:
 
 def associations(controller: Controller) -> list[tuple[str, str]]:
     """The (client, BSSID) of each association that the controller was told of, in order."""
-    return [(each["client"], each["bssid"]) for each in updates(controller) if each.get("name") in (ASSOC, FOREIGN_ASSOC)]
+    return [(each["client"], each["bssid"]) for each in updates(controller)
+            if each.get("name") in (ASSOC, FOREIGN_ASSOC)]
 
 
 def wait_for_association(lab: Laboratory, client: str) -> None:

@@ -60,15 +60,16 @@ def test_agreement():
 def test_agreement_about_a_client_in_another_vlan():
     away = {"bssid": AWAY_BSSID, "ip": "0.0.0.0"}
     roamed = dataclasses.replace(ENTRY, bssid=AWAY_BSSID, flags=LOCAL | TUNNEL)
-    assert differences(known=KNOWN | {"ap": AWAY, "bssid": AWAY_BSSID}, home_entry=roamed,
-                       away_entry=dataclasses.replace(roamed, flags=FOREIGN | TUNNEL | PMK), stations=((AWAY, away),)) == []
+    served = dataclasses.replace(roamed, flags=FOREIGN | TUNNEL | PMK)
+    assert differences(known=KNOWN | {"ap": AWAY, "bssid": AWAY_BSSID}, home_entry=roamed, away_entry=served,
+                       stations=((AWAY, away),)) == []
 
 
 @pytest.mark.parametrize(("change", "complaint"), [
     ({"known": None}, "the controller does not know it"),
     ({"known": KNOWN | {"bssid": AWAY_BSSID}}, f"the controller believes {AWAY_BSSID}"),
     ({"known": KNOWN | {"ip": "10.0.0.2"}}, "its address is 10.0.0.1; the controller believes 10.0.0.2"),
-    ({"known": KNOWN | {"guest": "waiting"}}, "a guest: waiting"),
+    ({"known": KNOWN | {"guest": "waiting"}}, "as a guest, waiting to the controller"),
     ({"home_entry": None}, f"the table of {HOME}, its home, does not have it"),
     ({"home_entry": dataclasses.replace(ENTRY, bssid=AWAY_BSSID)}, f"the table of {HOME} has it on {AWAY_BSSID}"),
     ({"home_entry": dataclasses.replace(ENTRY, home_bssid=AWAY_BSSID)}, f"the table of {HOME} has {AWAY_BSSID}"),
