@@ -25,13 +25,13 @@ void run(bool json) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    bool json = false;
-    CLI::App app("Receives and shows the daemon's messages to the captive portal, at $KX_ROOT/kx/ipc/captive_app.",
-                 "kx-captive-app");
-    app.set_version_flag("--version", "kx-captive-app " CLIENT_MGR_VERSION);
-    app.add_flag("--json", json, "print one JSON object per message");
-    CLI11_PARSE(app, argc, argv);
     try {
+        bool json = false;
+        CLI::App app("Receives and shows the daemon's messages to the captive portal, at $KX_ROOT/kx/ipc/captive_app.",
+                     "captive_app");
+        app.set_version_flag("--version", "captive_app " CLIENT_MGR_VERSION);
+        app.add_flag("--json", json, "print one JSON object per message");
+        CLI11_PARSE(app, argc, argv);
         run(json);
         return 0;
     } catch (const std::exception &error) {

@@ -97,20 +97,20 @@ int run(const std::string &control, const std::vector<std::string> &words) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::signal(SIGPIPE, SIG_IGN);
-    std::string control;
-    std::vector<std::string> words;
-    CLI::App app("Tells the lab's controller what to do, and asks it what it knows.", "kx-controller-ctl");
-    app.set_version_flag("--version", "kx-controller-ctl " CLIENT_MGR_VERSION);
-    app.add_option("--control", control, "path of the controller's control socket")->required();
-    app.add_option("command", words, "the command and its arguments; --json has it answer in JSON")->required();
-    app.prefix_command();
-    app.footer("Commands:\n" + std::string(controller::command_summary()));
-    CLI11_PARSE(app, argc, argv);
-    for (const std::string &rest : app.remaining()) {
-        words.push_back(rest);
-    }
     try {
+        std::signal(SIGPIPE, SIG_IGN);
+        std::string control;
+        std::vector<std::string> words;
+        CLI::App app("Tells the lab's controller what to do, and asks it what it knows.", "controller-ctl");
+        app.set_version_flag("--version", "controller-ctl " CLIENT_MGR_VERSION);
+        app.add_option("--control", control, "path of the controller's control socket")->required();
+        app.add_option("command", words, "the command and its arguments; --json has it answer in JSON")->required();
+        app.prefix_command();
+        app.footer("Commands:\n" + std::string(controller::command_summary()));
+        CLI11_PARSE(app, argc, argv);
+        for (const std::string &rest : app.remaining()) {
+            words.push_back(rest);
+        }
         return run(control, words);
     } catch (const std::exception &error) {
         std::cerr << "controller-ctl: " << error.what() << '\n';

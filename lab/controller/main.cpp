@@ -35,7 +35,7 @@ using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
 using event_ptr = std::unique_ptr<event, void (*)(event *)>;
 
 void add_options(CLI::App &app, options &chosen) {
-    app.set_version_flag("--version", "kx-controller " CLIENT_MGR_VERSION);
+    app.set_version_flag("--version", "controller " CLIENT_MGR_VERSION);
     app.add_option("--listen", chosen.listen, "ADDRESS:PORT to listen on; port 0 takes a free one")
         ->capture_default_str();
     app.add_option("--port-file", chosen.port_file, "file to write the port to, once it listens");
@@ -43,7 +43,7 @@ void add_options(CLI::App &app, options &chosen) {
         ->required();
     app.add_option("--certificate", chosen.certificate, "the controller's own certificate")->required();
     app.add_option("--key", chosen.key, "the key of its certificate")->required();
-    app.add_option("--control", chosen.control, "path of the control socket, for kx-controller-ctl");
+    app.add_option("--control", chosen.control, "path of the control socket, for controller-ctl");
     app.add_flag("--json", chosen.json, "print one JSON object per record");
     app.add_flag("--events", chosen.events, "with --json, print objects for tunnel events and sent records too")
         ->needs("--json");
@@ -139,11 +139,11 @@ int run(const options &chosen) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    options chosen;
-    CLI::App app("Serves access points as their controller and shows every record they send.", "kx-controller");
-    add_options(app, chosen);
-    CLI11_PARSE(app, argc, argv);
     try {
+        options chosen;
+        CLI::App app("Serves access points as their controller and shows every record they send.", "controller");
+        add_options(app, chosen);
+        CLI11_PARSE(app, argc, argv);
         return run(chosen);
     } catch (const std::exception &error) {
         std::cerr << "controller: " << error.what() << '\n';

@@ -17,7 +17,7 @@ nlohmann::ordered_json to_json(const mac_address &ap, const record &one);
 nlohmann::ordered_json to_json(const std::optional<mac_address> &ap, const malformation &what);
 
 // One line, without its end.
-std::string to_line(const nlohmann::ordered_json &json);
+std::string to_line(const nlohmann::ordered_json &one);
 
 // The same for people: a line, and one more for each entry of a list.
 std::string to_text(const mac_address &ap, const record &one);

@@ -62,15 +62,15 @@ void run(bool json) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    bool json = false;
-    CLI::App app(
-        "Takes the daemon's commands to hostapd, at $KX_ROOT/kx/ipc/hostapd, and installs their PMKs at the "
-        "radio.",
-        "kx-hostapd-app");
-    app.set_version_flag("--version", "kx-hostapd-app " CLIENT_MGR_VERSION);
-    app.add_flag("--json", json, "print one JSON object per command");
-    CLI11_PARSE(app, argc, argv);
     try {
+        bool json = false;
+        CLI::App app(
+            "Takes the daemon's commands to hostapd, at $KX_ROOT/kx/ipc/hostapd, and installs their PMKs at the "
+            "radio.",
+            "hostapd_app");
+        app.set_version_flag("--version", "hostapd_app " CLIENT_MGR_VERSION);
+        app.add_flag("--json", json, "print one JSON object per command");
+        CLI11_PARSE(app, argc, argv);
         run(json);
         return 0;
     } catch (const std::exception &error) {

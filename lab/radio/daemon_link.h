@@ -61,7 +61,6 @@ private:
     kx::ipc_socket socket_ = kx::ipc_socket::anonymous();
     std::deque<notification> queue_;
     std::vector<std::optional<endpoint_id>> asked_by_;  // per VAP
-    bool absent_ = false;
     std::unique_ptr<loop_event> again_, patience_;
 };
 

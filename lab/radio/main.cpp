@@ -54,7 +54,7 @@ void declare(CLI::App &app, options &given) {
                  "print the [[vap]] tables of the capture's or the scenario's access point and end");
     app.add_option("--write-config", given.write_config, "with --discover: write them to this file instead")
         ->needs("--discover");
-    app.set_version_flag("--version", "kx-radio " CLIENT_MGR_VERSION);
+    app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
 }
 
 void write_text(const std::string &file, const std::string &text) {
@@ -141,7 +141,7 @@ int play_capture(const options &given) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "kx-radio");
+    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
     options given;
     declare(app, given);
     CLI11_PARSE(app, argc, argv);
