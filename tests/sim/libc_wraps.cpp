@@ -82,10 +82,31 @@ const char *signal_name(int number) {
     return number == SIGPIPE ? "SIGPIPE" : number == SIGCHLD ? "SIGCHLD" : "another signal";
 }
 
-// The daemon's dump file lies in the platform's own directory.
-const char *redirected(const char *path) {
-    return here() != nullptr && strcmp(path, "/tmp/clientmgr_cli") == 0 ? here()->dump_path().c_str() : path;
+bool is_dump_file(const char *path) { return here() != nullptr && strcmp(path, "/tmp/clientmgr_cli") == 0; }
+
+// Whether a fault rule keeps the file from being opened.
+bool refused(const char *path) {
+    if (!is_dump_file(path) || here()->outcome("open", 0) >= 0)
+        return false;
+    errno = EACCES;
+    return true;
 }
+
+// The daemon's dump file lies in the platform's own directory.
+const char *redirected(const char *path) { return is_dump_file(path) ? here()->dump_path().c_str() : path; }
+
+// A stream over a descriptor, whose writes a fault rule can fail.
+int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
+
+ssize_t stream_written(void *cookie, const char *data, size_t len) {
+    if (here() != nullptr && here()->outcome("write", 0) < 0) {
+        errno = ENOSPC;
+        return 0;
+    }
+    return write(descriptor_of(cookie), data, len);
+}
+
+int stream_closed(void *cookie) { return close(descriptor_of(cookie)); }
 
 }  // namespace
 
@@ -102,6 +123,7 @@ sighandler_t __real_signal(int number, sighandler_t handler);
 [[noreturn]] void __real_exit(int status);
 int __real_open(const char *path, int flags, ...);
 int __real_open64(const char *path, int flags, ...);
+FILE *__real_fdopen(int fd, const char *mode);
 
 time_t __wrap_time(time_t *out) {
     if (here() == nullptr)
@@ -201,6 +223,8 @@ int __wrap_open(const char *path, int flags, ...) {
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
+    if (refused(path))
+        return -1;
     return __real_open(redirected(path), flags, mode);
 }
 
@@ -210,6 +234,15 @@ int __wrap_open64(const char *path, int flags, ...) {
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
+    if (refused(path))
+        return -1;
     return __real_open64(redirected(path), flags, mode);
+}
+
+FILE *__wrap_fdopen(int fd, const char *mode) {
+    if (here() == nullptr)
+        return __real_fdopen(fd, mode);
+    return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
+                       {nullptr, stream_written, nullptr, stream_closed});
 }
 }

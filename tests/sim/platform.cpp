@@ -242,8 +242,7 @@ void platform::close_log() {
 }
 
 ssize_t platform::log_written(void *self, const char *data, size_t len) {
-    static_cast<platform *>(self)->write_log({data, len});
-    return static_cast<ssize_t>(len);
+    return static_cast<platform *>(self)->write_log({data, len}) ? static_cast<ssize_t>(len) : 0;
 }
 
 int platform::log_seeked(void *self, off64_t *offset, int whence) {
@@ -252,17 +251,19 @@ int platform::log_seeked(void *self, off64_t *offset, int whence) {
     return 0;
 }
 
-// One write is one line: the prefix with the time of the real-time clock, the text, a newline.
-void platform::write_log(std::string_view chunk) {
+// One write is one line: the prefix with the time of the real-time clock, the text, a newline. Whether it succeeds.
+bool platform::write_log(std::string_view chunk) {
     const std::string prefix =
         ":" + std::to_string(wall_secs()) + ":" + std::to_string(wall_usecs % 1000000 / 1000) + ": ";
     if (chunk.substr(0, prefix.size()) != prefix || chunk.back() != '\n') {
         complain("not one whole line of this moment in one write: " + escaped(chunk));
-        return;
+        return true;
     }
-    outcome("log", 0);
+    if (outcome("log", 0) != 0)
+        return false;
     const std::string_view text = chunk.substr(prefix.size(), chunk.size() - prefix.size() - 1);
     record("log: " + escaped(without_source_line(std::string(text))));
+    return true;
 }
 
 ssize_t platform::console_written(void *self, const char *data, size_t len) {

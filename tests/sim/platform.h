@@ -59,7 +59,8 @@ public:
     void fail_from(std::string_view call, unsigned n, int result = -1);
     // Ends all rules, as the end of the test does.
     void end_rules();
-    // Runs `what` at every call of `call`, before the call does anything. "log" is a line written to the log.
+    // Runs `what` at every call of `call`, before the call does anything. "log" is a line written to the log, "open"
+    // the dump file's opening, "write" a write to it.
     void on(std::string_view call, std::function<void()> what);
 
     // --- time
@@ -118,6 +119,7 @@ public:
 
     int open_socket();
     bool is_open(int fd) const;
+    size_t open_sockets() const { return sockets.size(); }
     void close_socket(int fd);
 
 private:
@@ -136,7 +138,7 @@ private:
         void *ctx2;
     };
 
-    void write_log(std::string_view chunk);
+    bool write_log(std::string_view chunk);
     void write_console(std::string_view chunk);
     void close_log();
     static ssize_t log_written(void *self, const char *data, size_t len);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 
 #include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
 #include "client_mgr/client_tbl/client_tbl_state.h"
@@ -16,16 +15,22 @@ constexpr int NONE = -1;
 const uint8_t *key(const client_info &s) { return s.cl_mac; }
 const uint8_t *key(const acl_cache_entry &s) { return s.acl_mac; }
 
-bool is_erased(client_info s) {
-    const bool no_vap = s.bssid_idx == NONE;
-    s.bssid_idx = 0;
-    const bytes data(reinterpret_cast<const uint8_t *>(&s), reinterpret_cast<const uint8_t *>(&s.hash_index));
-    return no_vap && data == zeros(88);
+constexpr client_info no_client() {
+    client_info s = {};
+    s.bssid_idx = NONE;
+    return s;
 }
+constexpr client_info NO_CLIENT = no_client();
+constexpr acl_cache_entry NO_ENTRY = {};
 
-bool is_erased(const acl_cache_entry &s) {
-    const bytes data(reinterpret_cast<const uint8_t *>(&s), reinterpret_cast<const uint8_t *>(&s.hash_index));
-    return data == zeros(32);
+// The data in front of the links.
+bool is_erased(const client_info &s) { return memcmp(&s, &NO_CLIENT, offsetof(client_info, hash_index)) == 0; }
+bool is_erased(const acl_cache_entry &s) { return memcmp(&s, &NO_ENTRY, offsetof(acl_cache_entry, hash_index)) == 0; }
+
+uint64_t number_of(const uint8_t *mac) {
+    uint64_t number = 0;
+    for (int i = 0; i < 6; i++) number = number << 8 | mac[i];
+    return number;
 }
 
 template <class Slot>
@@ -35,11 +40,12 @@ struct inspection {
     int32_t first_free;
     int32_t newest;
     int32_t newest_deleted;
-    std::set<int> on_a_list = {};
+    std::vector<bool> on_a_list = std::vector<bool>(SIZE);
     std::vector<std::string> faults = {};
 
     std::vector<int> free_list() {
         std::vector<int> list;
+        list.reserve(SIZE);
         for (int i = first_free; i != NONE && step(list, i, "the free list goes astray"); i = slots[i].next)
             list.push_back(i);
         return list;
@@ -47,6 +53,7 @@ struct inspection {
 
     std::vector<int> used_list() {
         std::vector<int> list;
+        list.reserve(SIZE);
         for (int i = newest; i != NONE && step(list, i, "the used list goes astray"); i = slots[i].prev)
             list.push_back(i);
         return list;
@@ -74,9 +81,14 @@ struct inspection {
         return sound;
     }
 
+    void take(int i) {
+        check(!on_a_list[static_cast<size_t>(i)], "is on two lists", i);
+        on_a_list[static_cast<size_t>(i)] = true;
+    }
+
     void check_free(int i) {
         const Slot &s = slots[i];
-        check(on_a_list.insert(i).second, "is on two lists", i);
+        take(i);
         check(s.entry_flag == 0, "is free and has a state", i);
         check(is_erased(s), "is free and still has data", i);
         check(s.hash_index == 0, "is free and has a bucket", i);
@@ -86,15 +98,18 @@ struct inspection {
 
     void check_used(const std::vector<int> &used) {
         int newer = NONE;
-        std::set<bytes> macs;
+        std::vector<uint64_t> macs;
+        macs.reserve(used.size());
         for (int i : used) {
             const Slot &s = slots[i];
-            check(on_a_list.insert(i).second, "is on two lists", i);
+            take(i);
             check(s.entry_flag == 1, "is used and has another state", i);
             check(s.next == newer, "does not know its newer neighbour", i);
-            check(macs.insert(bytes(key(s), key(s) + 6)).second, "repeats a MAC address", i);
+            macs.push_back(number_of(key(s)));
             newer = i;
         }
+        std::sort(macs.begin(), macs.end());
+        check(std::adjacent_find(macs.begin(), macs.end()) == macs.end(), "two used slots have one MAC address");
     }
 
     void check_chains(size_t used) {

@@ -1,0 +1,66 @@
+#include "portable_text.h"
+
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+
+#include "bytes.h"
+
+namespace sim {
+namespace {
+
+// What show() wrote, as bytes again.
+bytes shown(const std::string &text) {
+    std::istringstream words(text);
+    bytes out;
+    for (std::string word; words >> word;) {
+        const size_t star = word.find('*');
+        const bytes some = hex(word.substr(0, star));
+        const size_t times = star == std::string::npos ? 1 : std::stoul(word.substr(star + 1));
+        for (size_t i = 0; i < times; i++) out = out + some;
+    }
+    return out;
+}
+
+std::string host_integer(const bytes &body, size_t at, size_t width) {
+    uint16_t narrow;
+    uint32_t wide;
+    if (at + width > body.size())
+        throw std::logic_error("a driver request that is too short");
+    if (width == sizeof narrow) {
+        memcpy(&narrow, body.data() + at, sizeof narrow);
+        return std::to_string(narrow);
+    }
+    memcpy(&wide, body.data() + at, sizeof wide);
+    return std::to_string(wide);
+}
+
+std::string rest(const bytes &body, size_t at) { return show(body.data() + at, body.size() - at); }
+
+// Operation, SSID length, reason, station, SSID.
+std::string station_operation(const bytes &body) {
+    return show(first(body, 2)) + ", reason " + host_integer(body, 2, 2) + ", " + rest(body, 4);
+}
+
+// Verdict, length, data.
+std::string acl_verdict(const bytes &body) {
+    return "verdict " + host_integer(body, 0, 4) + ", length " + host_integer(body, 4, 4) + ", " + rest(body, 8);
+}
+
+}  // namespace
+
+std::string portable_text(const std::string &effect) {
+    const size_t address = effect.find(" @ 0x");
+    if (effect.rfind("dump: Entry ", 0) == 0 && address != std::string::npos)
+        return effect.substr(0, address);
+    const bool station = effect.rfind("ioctl(0x8be6, ", 0) == 0;
+    const bool verdict = effect.rfind("ioctl(0x89fc, ", 0) == 0;
+    if (!station && !verdict)
+        return effect;
+    const size_t at = effect.rfind(", ") + 2;
+    const size_t end = effect.find(')', at);
+    const bytes body = shown(effect.substr(at, end - at));
+    return effect.substr(0, at) + (station ? station_operation(body) : acl_verdict(body)) + effect.substr(end);
+}
+
+}  // namespace sim

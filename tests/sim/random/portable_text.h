@@ -1,0 +1,15 @@
+// An effect's text without what differs between machines.
+#ifndef TESTS_SIM_RANDOM_PORTABLE_TEXT_H
+#define TESTS_SIM_RANDOM_PORTABLE_TEXT_H
+
+#include <string>
+
+namespace sim {
+
+// Requests to the driver carry integers in the host's order: they are shown as their fields. A dumped entry begins
+// with its address in memory: it is left out. Every other effect is returned as it is.
+std::string portable_text(const std::string &effect);
+
+}  // namespace sim
+
+#endif
