@@ -10,14 +10,14 @@ extern "C" {
 
 /* One VAP; integers in the host's order. */
 typedef struct apcfg_vap {
-    char ifname[16];       /* NUL-terminated network interface name */
-    uint32_t vap_attr;     /* non-zero: a guest VAP, whose clients must pass the portal */
-    char ssid[32];         /* NUL-padded; an SSID of 32 bytes has no terminator */
-    char captive_cfg[32];  /* text for the captive portal, NUL-padded; 32 bytes have no terminator */
+    char ifname[16];      /* NUL-terminated network interface name */
+    uint32_t vap_attr;    /* non-zero: a guest VAP, whose clients must pass the portal */
+    char ssid[32];        /* NUL-padded; an SSID of 32 bytes has no terminator */
+    char captive_cfg[32]; /* text for the captive portal, NUL-padded; 32 bytes have no terminator */
     uint16_t vlan;
-    uint32_t status;       /* 1: enabled */
-    uint32_t radius_idx;   /* index of the RADIUS server profile */
-    uint32_t mac_acl_idx;  /* index of the MAC ACL */
+    uint32_t status;      /* 1: enabled */
+    uint32_t radius_idx;  /* index of the RADIUS server profile */
+    uint32_t mac_acl_idx; /* index of the MAC ACL */
     uint32_t radius_acl_type;
 } apcfg_vap;
 

@@ -18,7 +18,8 @@ extern "C" {
 /* The client manager's peer on the controller. */
 #define APCOMM_DEST_CLIENT_MGR 106u
 
-/* One message from the controller: `len` bytes at `msg`, valid until the handler returns. `ctx` is the channel's own. */
+/* One message from the controller: `len` bytes at `msg`, valid until the handler returns. `ctx` is the channel's own.
+ */
 typedef void (*apcomm_recv_handler)(void *ctx, const uint8_t *msg, uint32_t len);
 
 /* The tunnel came up (APCOMM_STATUS_UP) or went down (APCOMM_STATUS_DOWN). `ctrl_ip` is the controller's IPv4 address

@@ -13,8 +13,8 @@ extern "C" {
 typedef struct kx_log_conf {
     uint32_t word0;
     uint32_t word1;
-    int32_t level;          /* a message is logged when its level is not above this one */
-    uint32_t console;       /* non-zero: messages are echoed to standard output */
+    int32_t level;    /* a message is logged when its level is not above this one */
+    uint32_t console; /* non-zero: messages are echoed to standard output */
     uint32_t word4;
     uint32_t max_file_size; /* bytes; a file that has grown past it is written from its start again */
 } kx_log_conf;
