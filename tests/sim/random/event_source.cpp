@@ -351,13 +351,15 @@ listed_vap event_source::vap(const std::string &ifname) {
     return listed;
 }
 
-// As the driver writes it, in the host's order.
+// As the driver writes it, in the host's order. A wrong length ends the list: one that led to the middle of a record
+// would have integers read where their bytes do not begin, and these lie differently on each machine.
 bytes event_source::station_list() {
+    constexpr uint16_t wrong_lengths[] = {0, 0x7fff, 0xffff};
     bytes list;
     const uint32_t count = dice_.one_in(100) ? 120 : dice_.below(5);
     for (uint32_t i = 0; i < count; i++) {
         const uint16_t size = dice_.one_in(4) ? static_cast<uint16_t>(156 + 4 * dice_.below(20)) : uint16_t{156};
-        const uint16_t length = dice_.one_in(50) ? static_cast<uint16_t>(dice_.any(EDGES)) : size;
+        const uint16_t length = dice_.one_in(50) ? dice_.any(wrong_lengths) : size;
         const uint16_t inactivity = static_cast<uint16_t>(dice_.below(65536));
         const bytes front = joined({host16(length), zeros(14), mac(), zeros(118)});
         list = joined({list, front, host16(inactivity), zeros(size - 142u)});
