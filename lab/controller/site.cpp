@@ -48,15 +48,63 @@ outbox site::handle(const message &from) {
     for (const item &each : from.items) {
         if (const auto *one = std::get_if<record>(&each)) {
             reports_stations = reports_stations || one->type() == record_type::bulk_info;
-            if (const handler take = handler_of(one->type())) {
-                (this->*take)(*from.ap, *one);
-            }
+            take(*from.ap, *one);
         }
     }
     if (reports_stations) {
         take_report(*from.ap, read_report(from));
     }
+    ask_for_report(*from.ap);
     return std::exchange(outbox_, {});
+}
+
+void site::take(const mac_address &ap, const record &said) {
+    const handler how = handler_of(said.type());
+    if (how != nullptr && !must_wait(ap, said)) {
+        (this->*how)(ap, said);
+    }
+}
+
+// An access point that was told to drop a client, and says that it associated, either drops it next or has it anew:
+// until that is known nobody is told of it. What it says of the client then waits with it.
+bool site::must_wait(const mac_address &ap, const record &said) {
+    const bool association =
+        said.type() == record_type::client_assoc || said.type() == record_type::foreign_client_assoc;
+    const bool follows = said.type() == record_type::client_ip || said.type() == record_type::client_guest_assoc;
+    if (!association && !follows) {
+        return false;
+    }
+    access_point &state = aps_[ap];
+    const mac_address station = said.body.mac("client");
+    if (!state.in_doubt.holds_back(station) && !(association && state.in_doubt.told_last(station) == told::removal)) {
+        return false;
+    }
+    state.holds[station] = holding::station;
+    state.in_doubt.hold_back(station, said, association);
+    return true;
+}
+
+// The client is here and nowhere else, unless what this access point was told last and had not heard yet spoils that:
+// then it is told anew how things are.
+void site::settle_at(const mac_address &ap, const mac_address &station, const record &said) {
+    for (auto &[other, state] : aps_) {
+        if (other != ap) {
+            state.in_doubt.drop(station);
+        }
+    }
+    doubts &in_doubt = aps_[ap].in_doubt;
+    const auto last = in_doubt.told_last(station);
+    if (!last) {
+        return;
+    }
+    in_doubt.has_heard(station);
+    in_doubt.confirm(station);
+    const bool newly_associated = said.type() == record_type::client_assoc;
+    const bool lost_address = said.body.number("ip") == 0 && clients_.at(station).ip != 0;
+    if (last == told::moved || (last == told::answer && newly_associated) ||
+        (last == told::association && lost_address)) {
+        in_doubt.correct(station, *last);
+    }
 }
 
 void site::vap_configured(const mac_address &ap, const record &config) {
@@ -80,12 +128,14 @@ void site::associated(const mac_address &ap, const record &update) {
     if (known.guest != guest_state::approved) {
         known.guest = guest_state::none;  // a guest's record follows
     }
+    const auto vlan = vlan_of(here);
+    const std::uint32_t ip = update.body.number("ip");
+    known.ip = ip != 0 || vlan != known.home_vlan ? ip : known.ip;  // an address belongs to its VLAN
     known.home = known.now = here;
-    known.home_vlan = vlan_of(here);
-    known.ip = update.body.number("ip");
+    known.home_vlan = vlan;
     aps_[ap].holds[station] = holding::station;
     tell_former_holders(station, known);
-    aps_[ap].in_doubt.associated(station);
+    settle_at(ap, station, update);
 }
 
 void site::roamed_in(const mac_address &ap, const record &update) {
@@ -112,7 +162,7 @@ void site::roamed_in(const mac_address &ap, const record &update) {
     if (known.home.ap != ap) {
         tell_moved_to_vlan(station, known);
     }
-    aps_[ap].in_doubt.associated(station);
+    settle_at(ap, station, update);
 }
 
 // A client that nobody told of has its home where it says it comes from, if that is a VAP of the site.
@@ -126,9 +176,9 @@ void site::left(const mac_address &ap, const record &update) {
     const mac_address station = update.body.mac("client");
     const place here = {ap, update.body.mac("bssid")};
     const auto known = clients_.find(station);
+    aps_[ap].in_doubt.drop(station);
     if (known != clients_.end() && known->second.now == here) {
         aps_[ap].holds.erase(station);
-        aps_[ap].in_doubt.left(station);
         forget(station);
     } else if (known == clients_.end() || known->second.now.ap != ap) {
         aps_[ap].holds.erase(station);
@@ -180,12 +230,12 @@ void site::client_wanted(const mac_address &ap, const record &wanted) {
     const mac_address bssid = wanted.body.mac("bssid");
     const auto known = clients_.find(station);
     aps_[ap].holds[station] = holding::station;
+    aps_[ap].in_doubt.drop(station);  // it has no record of the client: whatever it said before is over
     if (known == clients_.end() || !known->second.home_vlan || known->second.guest == guest_state::waiting) {
         tell_to_associate(ap, station, bssid);
         return;
     }
-    tell_list(ap, record_type::client_info_fetch_success, {entry_of(station, bssid)});
-    aps_[ap].in_doubt.told_about(station, told::association);
+    tell_entry(ap, station, bssid);
 }
 
 void site::acl_asked(const mac_address &ap, const record &request) {

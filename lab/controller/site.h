@@ -2,8 +2,7 @@
 // here: decoded messages and an operator's wishes go in, messages to send come out.
 //
 // The records of one access point arrive in the order they were sent, those of two access points in any; the last one
-// to arrive is believed. A message to an access point may cross one from it: when a client associates with an access
-// point that was just told something else about it, the controller asks for a report of the stations and believes that.
+// to arrive is believed. A message to an access point may cross one from it; doubts.h has what is done about that.
 #ifndef LAB_CONTROLLER_SITE_H
 #define LAB_CONTROLLER_SITE_H
 
@@ -101,6 +100,10 @@ private:
     using handler = void (site::*)(const mac_address &ap, const record &);
     static handler handler_of(record_type type);
 
+    void take(const mac_address &ap, const record &said);
+    bool must_wait(const mac_address &ap, const record &said);
+    void settle_at(const mac_address &ap, const mac_address &station, const record &said);
+
     void vap_configured(const mac_address &ap, const record &);
     void associated(const mac_address &ap, const record &);
     void roamed_in(const mac_address &ap, const record &);
@@ -120,7 +123,9 @@ private:
     };
     static report read_report(const message &from);
     presence look_up(const report &, const mac_address &station) const;
+    void ask_for_report(const mac_address &ap);
     void take_report(const mac_address &ap, const report &);
+    void take_finding(const mac_address &ap, const report &, const doubts::finding &);
     void catch_up(const mac_address &ap, const report &);
     void take_station(const mac_address &ap, const mac_address &station, const mac_address &bssid, std::uint32_t ip);
     void correct_holdings(const mac_address &ap);
@@ -138,6 +143,8 @@ private:
     void tell_moved_to_vlan(const mac_address &station, const client &current);
     void tell_to_remove(const mac_address &ap, const mac_address &station);
     void tell_to_associate(const mac_address &ap, const mac_address &station, const mac_address &bssid);
+    void tell_entry(const mac_address &ap, const mac_address &station, const mac_address &bssid);
+    void tell_anew(const mac_address &ap, const mac_address &station, told old);
     void restore(const mac_address &ap, const mac_address &station);
     values entry_of(const mac_address &station, const mac_address &bssid) const;
 

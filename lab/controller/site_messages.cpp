@@ -103,6 +103,26 @@ void site::tell_to_associate(const mac_address &ap, const mac_address &station, 
     aps_[ap].in_doubt.told_about(station, told::association);
 }
 
+void site::tell_entry(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
+    tell_list(ap, record_type::client_info_fetch_success, {entry_of(station, bssid)});
+    aps_[ap].in_doubt.told_about(station, told::answer);
+}
+
+// Tells an access point that has the client in its table how things are. A guest that waits would cease to be one.
+void site::tell_anew(const mac_address &ap, const mac_address &station, told old) {
+    const auto known = clients_.find(station);
+    if (known == clients_.end() || known->second.now.ap != ap) {
+        return;
+    }
+    if (known->second.guest == guest_state::waiting || !known->second.home_vlan) {
+        if (old != told::association) {
+            tell_to_associate(ap, station, known->second.now.bssid);
+        }
+    } else {
+        tell_entry(ap, station, known->second.now.bssid);
+    }
+}
+
 // Gives an access point that has lost its table a station of its own back, with its address when that is known.
 void site::restore(const mac_address &ap, const mac_address &station) {
     const client &known = clients_.at(station);
@@ -113,17 +133,21 @@ void site::restore(const mac_address &ap, const mac_address &station) {
         return;
     }
     tell_list(ap, record_type::client_bulk_info, {entry_of(station, {})});
-    tell_list(ap, record_type::client_info_fetch_success, {entry_of(station, known.now.bssid)});
-    aps_[ap].in_doubt.told_about(station, told::association);
+    tell_entry(ap, station, known.now.bssid);
 }
 
+// An access point that says the client has come to it meanwhile is believed or not when it has reported.
 void site::forget(const mac_address &station) {
+    clients_.erase(station);
     for (auto &[ap, state] : aps_) {
+        if (state.in_doubt.holds_back(station)) {
+            continue;
+        }
+        state.in_doubt.drop(station);
         if (state.holds.contains(station)) {
             tell_to_remove(ap, station);
         }
     }
-    clients_.erase(station);
 }
 
 outbox site::approve(const mac_address &guest) {

@@ -26,11 +26,20 @@ void site::ap_down(const mac_address &ap) { aps_[ap].up = false; }
 
 outbox site::tick() {
     for (auto &[ap, state] : aps_) {
-        if (state.up && state.in_doubt.tick()) {
-            tell(ap, record(record_type::req_bulk_info));
+        state.in_doubt.tick();
+        for (const auto &[station, old] : state.in_doubt.corrections()) {
+            tell_anew(ap, station, old);
         }
+        ask_for_report(ap);
     }
     return std::exchange(outbox_, {});
+}
+
+void site::ask_for_report(const mac_address &ap) {
+    access_point &state = aps_[ap];
+    if (state.up && state.in_doubt.asks_for_report()) {
+        tell(ap, record(record_type::req_bulk_info));
+    }
 }
 
 std::size_t site::unsettled() const {
@@ -82,16 +91,37 @@ void site::take_report(const mac_address &ap, const report &read) {
         return;
     }
     for (const doubts::finding &each : findings) {
-        const auto known = clients_.find(each.station);
-        if (known == clients_.end() || known->second.now.ap != ap) {
-            continue;
+        take_finding(ap, read, each);
+    }
+}
+
+void site::take_finding(const mac_address &ap, const report &read, const doubts::finding &found) {
+    access_point &state = aps_[ap];
+    const mac_address &station = found.station;
+    const auto known = clients_.find(station);
+    if (!found.present) {
+        // It came, and was thrown out by the notice that crossed; or it is where it was believed to be.
+        const bool came = !found.held_back.empty() && !found.maybe_stale;
+        if (!found.held_back.empty()) {
+            state.holds.erase(station);
         }
-        if (!each.present) {
-            state.holds.try_emplace(each.station, holding::station);
-            forget(each.station);
-        } else if (each.what == told::moved) {
-            tell_to_associate(ap, each.station, known->second.now.bssid);
+        if (came || (known != clients_.end() && known->second.now.ap == ap)) {
+            forget(station);
         }
+        return;
+    }
+    if (found.held_back.empty()) {
+        return;
+    }
+    state.in_doubt.has_heard(station);
+    for (const record &each : found.held_back) {
+        take(ap, each);
+    }
+    // The driver has it; without an address the daemon's table may not.
+    const auto reported = read.stations.find(station);
+    const client &now = clients_.at(station);
+    if (reported != read.stations.end() && reported->second.second == 0 && now.home.ap == ap) {
+        tell_to_associate(ap, station, now.now.bssid);
     }
 }
 

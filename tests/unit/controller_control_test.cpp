@@ -59,7 +59,8 @@ TEST_F(Commands, ThatAreWrongSayWhy) {
     for (const exchange_of_words &each : cases) {
         EXPECT_EQ(commands_.run(each.line), each.answer);
     }
-    EXPECT_TRUE(commands_.run("send 02:00:00:00:00:01 " + std::string(2 * 16385, '0')).starts_with("error send: "));
+    EXPECT_TRUE(commands_.run("send 02:00:00:00:00:01 " + std::string(std::size_t{2} * 16385, '0'))
+                    .starts_with("error send: "));
     EXPECT_LT(commands_.run(std::string(100000, 'x')).size(), 100u);
 }
 

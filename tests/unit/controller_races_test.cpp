@@ -22,13 +22,10 @@ lines treat_as_associated(const char *ap, const char *bssid) {
             " home_vlan=0 ip=0.0.0.0 flags=0"};
 }
 
-// s1 went from A to B and is back at A: the notice that it moved away may reach A before or after its return.
-site_rig returned() {
-    site_rig rig;
-    rig.associates(A, a10, s1);
-    EXPECT_EQ(rig.associates(B, b10, s1).size(), 1u);
-    EXPECT_EQ(rig.associates(A, a10, s1).size(), 1u);
-    return rig;
+const std::string s1_at_b = "at b10 of B, home b10 of B VLAN 10, 0.0.0.0";
+
+lines entry_for(const char *ap, const std::string &entry) {
+    return {std::string(ap) + " CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS\n     client=s1 " + entry};
 }
 
 // How many ticks pass before A is asked for a report; more than 10 when it is not.
@@ -40,35 +37,74 @@ int ticks_until_asked(site_rig &rig) {
     return ticks;
 }
 
+// s1 went from A to B and is back at A: the notice that it moved away may reach A before or after its return.
+site_rig returned() {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.associates(B, b10, s1).size(), 1u);
+    EXPECT_EQ(rig.associates(A, a10, s1), ask_a);
+    EXPECT_EQ(rig.where(s1), s1_at_b);
+    EXPECT_EQ(rig.site.unsettled(), 1u);
+    return rig;
+}
+
 TEST(CrossedRemoval, IsFoundOutByAReport) {
     site_rig rig = returned();
-    EXPECT_EQ(rig.site.unsettled(), 1u);
-    EXPECT_EQ(rig.tick(), ask_a);
-    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
-    EXPECT_EQ(rig.where(s1), s1_home);
+    EXPECT_EQ(rig.gets_address(A, a10, s1, ip1), nothing);
+    EXPECT_EQ(rig.where(s1), s1_at_b);
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}}),
+              lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10"});
+    EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
     EXPECT_EQ(rig.site.unsettled(), 0u);
-    EXPECT_EQ(rig.tick(), nothing);
+    EXPECT_EQ(ticks_until_asked(rig), 11);
+}
+
+TEST(CrossedRemoval, ThatTookTheStationFromTheTableAloneGivesItBack) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.reports(A, {{a10, s1}}),
+              (lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10",
+                     treat_as_associated("A", "a10")[0]}));
+    EXPECT_EQ(rig.where(s1), s1_home);
 }
 
 TEST(CrossedRemoval, ThatTookTheStationLeavesNobody) {
     site_rig rig = returned();
-    rig.tick();
-    EXPECT_EQ(rig.reports(A), nothing);
-    EXPECT_EQ(rig.where(s1), s1_home);  // one empty report may be a driver's failure
+    EXPECT_EQ(rig.reports(A), nothing);  // one empty report may be a driver's failure
+    EXPECT_EQ(rig.site.unsettled(), 1u);
     EXPECT_EQ(rig.tick(), ask_a);
-    EXPECT_EQ(rig.reports(A), remove_from("A", "s1"));
+    EXPECT_EQ(rig.reports(A), remove_from("B", "s1"));
     EXPECT_EQ(rig.where(s1), "unknown");
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
 TEST(CrossedRemoval, FollowedByANewAssociationStartsAnew) {
     site_rig rig = returned();
-    rig.tick();
-    rig.reports(A);
-    rig.associates(A, a10, s1);
-    rig.tick();
     EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.associates(A, a10, s1), ask_a);
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}}).size(), 1u);
     EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+TEST(CrossedRemoval, OfAGuestKeepsItWaiting) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
+    rig.reports(A, {{a10, s1, ip1}});
+    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+}
+
+// What the access point said before it took the notice, like its late use of an answer, moves nobody.
+TEST(CrossedRemoval, AndALateRoamMoveNobody) {
+    site_rig rig;
+    rig.associates(B, b20, s1);
+    EXPECT_EQ(rig.fetches(A, a10, s1).size(), 1u);
+    rig.associates(C, c30, s1);
+    EXPECT_EQ(rig.roams_in(A, a10, s1, b20), ask_a);
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.reports(A), nothing);
+    EXPECT_EQ(rig.where(s1), "at c30 of C, home c30 of C VLAN 30, 0.0.0.0");
 }
 
 TEST(CrossedRemoval, IsNotSuspectedLongAfter) {
@@ -80,6 +116,7 @@ TEST(CrossedRemoval, IsNotSuspectedLongAfter) {
             EXPECT_EQ(rig.tick(), nothing);
         }
         rig.associates(A, a10, s1);
+        EXPECT_EQ(rig.where(s1), age == 20 ? s1_at_b : s1_home);
         EXPECT_EQ(rig.site.unsettled(), age == 20 ? 1u : 0u);
     }
 }
@@ -88,55 +125,86 @@ TEST(CrossedRemoval, OfAStationThatLeftIsSettled) {
     site_rig rig = returned();
     rig.leaves(A, a10, s1);
     EXPECT_EQ(rig.site.unsettled(), 0u);
-    EXPECT_EQ(rig.tick(), nothing);
+    EXPECT_EQ(rig.where(s1), s1_at_b);
+}
+
+TEST(CrossedRemoval, OfAStationThatAsksForItIsOver) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.fetches(A, a10, s1).size(), 1u);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    rig.roams_in(A, a10, s1, b10);
+    EXPECT_EQ(rig.where(s1), s1_home);
+}
+
+TEST(CrossedRemoval, OfAStationThatLeavesItsFormerAccessPointLateIsKept) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.leaves(B, b10, s1), nothing);
+    EXPECT_EQ(rig.where(s1), "unknown");
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}}), nothing);
+    EXPECT_EQ(rig.where(s1), s1_home);
 }
 
 TEST(CrossedRemoval, OfAStationThatWentOnConcernsNobody) {
     site_rig rig = returned();
-    rig.tick();
-    rig.associates(C, c10, s1);
-    EXPECT_EQ(rig.reports(A), nothing);
-    rig.tick();
+    EXPECT_EQ(rig.associates(C, c10, s1).size(), 2u);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
     EXPECT_EQ(rig.reports(A), nothing);
     EXPECT_EQ(rig.where(s1), "at c10 of C, home c10 of C VLAN 10, 0.0.0.0");
 }
 
-TEST(CrossedRemoval, IsNotJudgedByAReportThatMayLackStations) {
-    site_rig rig = returned();
-    for (int i = 0; i < 3; i++) {
-        rig.tick();
-        std::vector<station_at> crowd;
-        for (unsigned n = 0; n < 105; n++) {
-            crowd.push_back({a10, {6, 0, 0, 2, 0, static_cast<std::uint8_t>(n)}, ip1});
-        }
-        rig.reports(A, crowd);
-    }
-    EXPECT_EQ(rig.where(s1), s1_home);
-}
-
-// A station that associates after a report was asked for is in doubt until the next one.
 TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
     site_rig rig = returned();
     rig.associates(A, a10, s2);
     rig.associates(B, b10, s2);
-    EXPECT_EQ(rig.tick(), ask_a);
-    rig.associates(A, a10, s2);
-    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
-    EXPECT_EQ(rig.site.unsettled(), 1u);
-    EXPECT_EQ(rig.tick(), ask_a);
+    EXPECT_EQ(rig.associates(A, a10, s2), nothing);  // a report is awaited already
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}, {a10, s2, ip1}}),
+              (lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10", ask_a[0]}));
+    EXPECT_EQ(rig.where(s2), s1_at_b);
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}, {a10, s2, ip1}}).size(), 1u);
+    EXPECT_EQ(rig.where(s2), s1_home);
 }
 
-TEST(CrossedMoveToAnotherVlan, IsUndoneByAnAssociation) {
+// A kind of notice that the station is elsewhere, which A takes after it said that the station is back.
+TEST(CrossedMoveToAnotherVlan, IsPutRight) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    rig.roams_in(B, b20, s1, a10, ip1);
+    rig.roams_in(A, a10, s1, b20, ip1);
+    EXPECT_EQ(rig.tick(), entry_for("A", "home_bssid=a10 bssid=a10 home_vlan=10 ip=10.0.0.1 flags=0"));
+    EXPECT_EQ(rig.roams_in(A, a10, s1, a10, ip1), nothing);
+    EXPECT_EQ(ticks_until_asked(rig), 5);
+    EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}}), nothing);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+}
+
+TEST(CrossedMoveToAnotherVlan, OfAGuestKeepsItWaiting) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
-    rig.roams_in(A, a10, s1, b20);
-    EXPECT_EQ(rig.tick(), ask_a);
-    EXPECT_EQ(rig.reports(A, {{a10, s1}}), treat_as_associated("A", "a10"));
     rig.associates(A, a10, s1);
-    EXPECT_EQ(ticks_until_asked(rig), 5);
-    EXPECT_EQ(rig.reports(A, {{a10, s1}}), nothing);
-    EXPECT_EQ(rig.site.unsettled(), 0u);
+    rig.is_guest(A, a10, s1);
+    EXPECT_EQ(rig.tick(), treat_as_associated("A", "a10"));
+}
+
+// An association cannot give the address back that the daemon has lost without letting the guest in.
+TEST(Guest, ThatWaitsIsToldOfOnce) {
+    site_rig rig({A, B});
+    rig.associates(A, a10, s1, ip1);
+    rig.is_guest(A, a10, s1);
+    rig.site.ap_down(A);
+    EXPECT_EQ(rig.comes_up(A, {{a10, s1}}), treat_as_associated("A", "a10"));
+    rig.associates(A, a10, s1);
+    rig.is_guest(A, a10, s1);
+    EXPECT_EQ(rig.tick(), nothing);
+}
+
+TEST(CrossedAnswer, IsPutRight) {
+    site_rig rig;
+    rig.associates(A, a10, s1, ip1);
+    EXPECT_EQ(rig.fetches(B, b20, s1).size(), 1u);
+    rig.associates(B, b20, s1);
+    rig.roams_in(B, b20, s1, b20, ip1);  // what the answer made of it
+    EXPECT_EQ(rig.tick(), entry_for("B", "home_bssid=b20 bssid=b20 home_vlan=20 ip=10.0.0.1 flags=0"));
 }
 
 TEST(Fetch, OfAStationThatIsGoneWhenTheAnswerComesIsFoundOut) {
@@ -147,8 +215,22 @@ TEST(Fetch, OfAStationThatIsGoneWhenTheAnswerComesIsFoundOut) {
     rig.reports(A);
     EXPECT_EQ(rig.where(s1), s1_home);
     EXPECT_EQ(ticks_until_asked(rig), 1);
-    rig.reports(A);
+    EXPECT_EQ(rig.reports(A), remove_from("A", "s1"));
     EXPECT_EQ(rig.where(s1), "unknown");
+}
+
+TEST(Fetch, IsNotJudgedByAReportThatMayLackStations) {
+    site_rig rig;
+    rig.fetches(A, a10, s1);
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(ticks_until_asked(rig), 5);
+    std::vector<station_at> crowd;
+    for (unsigned n = 0; n < 105; n++) {
+        crowd.push_back({a10, {6, 0, 0, 2, 0, static_cast<std::uint8_t>(n)}, ip1});
+    }
+    rig.reports(A, crowd);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    EXPECT_EQ(rig.where(s1), s1_home);
 }
 
 TEST(Request, IsRepeatedUntilItIsAnswered) {
@@ -226,7 +308,7 @@ TEST(LostTunnel, ClientsThatMovedMeanwhileAreTakenFromTheFormerAccessPoint) {
     rig.site.ap_down(A);
     EXPECT_EQ(rig.associates(B, b10, s1), nothing);
     EXPECT_EQ(rig.comes_up(A), lines{"A CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=b10 new_vlan=10"});
-    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 10.0.0.1");
 }
 
 TEST(LostTunnel, OfTheHomeIsToldOfTheRoamWhenItIsBack) {
