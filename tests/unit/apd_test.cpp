@@ -237,28 +237,15 @@ TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
     EXPECT_TRUE(logged("3 messages of client_mgr dropped: there is no tunnel"));
 }
 
-TEST_F(apd_test, counts_messages_for_a_daemon_that_is_not_there) {
+TEST_F(apd_test, counts_messages_for_a_daemon_that_is_gone_and_finds_the_next_one) {
+    start_site();
     daemon.reset();
-    start_apd();
-    accept_tunnel();
     ASSERT_TRUE(accepted.send({1}));
     ASSERT_TRUE(accepted.send(bytes(16384)));
     EXPECT_TRUE(logged("2 messages from the controller dropped"));
-}
-
-TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_has_a_new_one_for_the_next) {
-    start_site();
-    daemon.reset();
-    ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
-    accepted.ups = accepted.downs = 0;
     daemon.emplace();
     daemon->announce(kx::sysmon_id_handshake, 5, 60);
     expect_taken_up();
-    daemon->connect();
-    ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
-    accept_tunnel();
-    EXPECT_EQ(next_id(), KX_MSG_ID_APCOMM_MSG);
-    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
     ASSERT_TRUE(accepted.send({7}));
     auto message = next_message();
     ASSERT_TRUE(message.has_value());

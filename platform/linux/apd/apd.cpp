@@ -42,7 +42,7 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file)
                         channel_.disconnect();
                     }}),
       monitor_(base, inbox_, [this] { publish_status(); }),
-      channel_(base, {[this] { daemon_registered(); }, [this] { daemon_lost(); },
+      channel_(base, {[this] { report_link_to_daemon(); },
                       [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                           return daemon_message_rcvd(destination, message);
                       }}),
@@ -57,17 +57,6 @@ void platform_daemon::stop() {
     service_manager::notify("STOPPING=1");
     link_.stop();
 }
-
-// The tunnel does not outlive a client manager: to the controller, one that was restarted and has lost its table is an
-// access point that came back.
-void platform_daemon::daemon_registered() {
-    if (!link_.is_started()) {
-        link_.start(config_.controller);
-    }
-    report_link_to_daemon();
-}
-
-void platform_daemon::daemon_lost() { link_.end("client_mgr has gone"); }
 
 void platform_daemon::tunnel_up() {
     report_link_to_daemon();
@@ -143,9 +132,7 @@ void platform_daemon::config_changed() {
     }
     if (fields_of(before.controller) != fields_of(config_.controller)) {
         log_line("the controller's settings have changed");
-        if (link_.is_started()) {
-            link_.start(config_.controller);
-        }
+        link_.start(config_.controller);
     }
     vap_changes changes = find_vap_changes(before.vaps, config_.vaps);
     for (const std::string &ifname : changes.updated) {

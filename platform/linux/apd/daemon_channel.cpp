@@ -56,7 +56,6 @@ daemon_channel::daemon_channel(event_base *base, callbacks handlers)
 }
 
 daemon_channel::~daemon_channel() {
-    handlers_.on_lost = [] {};
     disconnect();
     acceptable_.stop();
     unlink(path_.c_str());
@@ -82,7 +81,7 @@ void daemon_channel::read_packets(int fd) {
     constexpr int packets_per_wakeup = 64;
     // One byte more than any packet has, to see one that is too long.
     static std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer;
-    for (int i = 0; i < packets_per_wakeup && !refused_ && connections_.contains(fd); i++) {
+    for (int i = 0; i < packets_per_wakeup && !refused_; i++) {
         ssize_t size = recv(fd, buffer.data(), buffer.size(), 0);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;
@@ -98,16 +97,16 @@ void daemon_channel::read_packets(int fd) {
             drop(fd);
             return;
         }
-        take_packet(fd, {buffer.data(), length});
+        take_packet({buffer.data(), length});
     }
 }
 
-void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
+void daemon_channel::take_packet(std::span<const std::uint8_t> packet) {
     kx::apcomm_packet head{};
     std::memcpy(&head, packet.data(), sizeof(head));
     auto message = packet.subspan(sizeof(head));
     if (head.destination == kx::apcomm_destination_apd) {
-        registered_.insert(fd);
+        registered_ = true;
         handlers_.on_register();
         return;
     }
@@ -115,7 +114,7 @@ void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
         return;
     }
     refused_ = {head.destination, {message.begin(), message.end()}};
-    for (auto &[each, readable] : connections_) {
+    for (auto &[fd, readable] : connections_) {
         readable.stop();
     }
 }
@@ -131,18 +130,9 @@ void daemon_channel::resume() {
 }
 
 void daemon_channel::drop(int fd) {
-    if (connections_.erase(fd) == 0) {
-        return;
-    }
+    connections_.erase(fd);
     close(fd);
-    if (registered_.erase(fd) == 0) {
-        return;
-    }
-    handlers_.on_lost();
-    // A client manager that was restarted may have registered before the end of the old one was seen.
-    if (is_registered()) {
-        handlers_.on_register();
-    }
+    registered_ = registered_ && !connections_.empty();
 }
 
 void daemon_channel::disconnect() {

@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -21,7 +20,6 @@ class daemon_channel {
 public:
     struct callbacks {
         std::function<void()> on_register;
-        std::function<void()> on_lost;  // the connection of a client manager that had registered has ended
         // False when the message cannot be taken now: it is offered again by resume(), and nothing is read until then.
         std::function<bool(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
     };
@@ -33,7 +31,7 @@ public:
     daemon_channel &operator=(const daemon_channel &) = delete;
 
     // A client manager is connected and has registered.
-    bool is_registered() const { return !registered_.empty(); }
+    bool is_registered() const { return registered_; }
     void resume();
     // Ends all connections; a live client manager registers again.
     void disconnect();
@@ -48,7 +46,7 @@ private:
 
     void accept_connection();
     void read_packets(int fd);
-    void take_packet(int fd, std::span<const std::uint8_t> packet);
+    void take_packet(std::span<const std::uint8_t> packet);
     void drop(int fd);
 
     event_base *base_;
@@ -57,7 +55,7 @@ private:
     int listener_;
     watch acceptable_;
     std::map<int, watch> connections_;  // by file descriptor
-    std::set<int> registered_;          // those of them on which a client manager has registered
+    bool registered_ = false;
     std::optional<refused_message> refused_;
 };
 
