@@ -58,8 +58,9 @@ void run_sweep() { client_mgr_acl_cache_expire(nullptr, nullptr); }
 std::vector<std::string> console_lines(site &sim) {
     std::vector<std::string> out;
     for (const std::string &line : sim.take_effects()) {
-        if (line.rfind("console", 0) == 0)
+        if (line.rfind("console", 0) == 0) {
             out.push_back(line);
+        }
     }
     return out;
 }
@@ -177,14 +178,18 @@ SIM_TEST(acl_cache, adding_keeps_other_bits_of_the_slots_state) {
 
 TEST(acl_cache, the_2049th_entry_is_refused_and_all_others_stay) {
     site sim(4);
-    for (unsigned i = 0; i < 2048; i++) ASSERT_EQ(static_cast<int32_t>(i), add(verdict(mac_number(i))));
+    for (unsigned i = 0; i < 2048; i++) {
+        ASSERT_EQ(static_cast<int32_t>(i), add(verdict(mac_number(i))));
+    }
     sim.forget();
     EXPECT_EQ(-1, add(verdict("06:00:00:00:00:01")));
     sim.expect({acl_refused("06:00:00:00:00:01")});
     const acl_cache_entry refused = verdict("06:00:00:00:00:01");
     client_mgr_acl_mac_update(&refused, -1);
     sim.expect({acl_update("06:00:00:00:00:01", acl_refused("06:00:00:00:00:01"))});
-    for (unsigned i = 0; i < 2048; i++) ASSERT_EQ(static_cast<int32_t>(i), looked_up(mac_number(i)));
+    for (unsigned i = 0; i < 2048; i++) {
+        ASSERT_EQ(static_cast<int32_t>(i), looked_up(mac_number(i)));
+    }
     sim.forget();
     sim.check_end();
 }
@@ -325,7 +330,9 @@ SIM_TEST(acl_cache, a_corrupted_chain_cannot_hang_an_add) {
 
 TEST(acl_cache, a_chain_of_all_slots_reports_a_stranger) {
     site sim(0);
-    for (unsigned i = 0; i < 2048; i++) ASSERT_EQ(static_cast<int32_t>(i), add(verdict(mac_of_bucket_0(i))));
+    for (unsigned i = 0; i < 2048; i++) {
+        ASSERT_EQ(static_cast<int32_t>(i), add(verdict(mac_of_bucket_0(i))));
+    }
     EXPECT_EQ(0, add(verdict(mac_of_bucket_0(0)))) << "the oldest, in step 2048";
     EXPECT_EQ(std::vector<std::string>{}, console_lines(sim));
     EXPECT_EQ(-1, add(verdict(hex("01 00 01 11 00 00"))));
@@ -377,7 +384,9 @@ SIM_TEST(acl_cache, a_slot_already_marked_is_not_deleted_again) {
 }
 
 SIM_TEST(acl_cache, the_last_slot_freed_is_the_first_one_reused) {
-    for (unsigned i = 0; i < 4; i++) add(verdict(mac_number(i)));
+    for (unsigned i = 0; i < 4; i++) {
+        add(verdict(mac_number(i)));
+    }
     client_mgr_acl_drv_mac_delete(2);
     client_mgr_acl_drv_mac_delete(1);
     EXPECT_EQ(1, add(verdict(mac_number(10))));
@@ -425,9 +434,12 @@ SIM_TEST(acl_cache, entries_in_one_bucket_expire_each_for_itself) {
 }
 
 SIM_TEST(acl_cache, a_full_cache_of_old_entries_is_emptied_by_one_sweep) {
-    if (sim.log_level == 4)
+    if (sim.log_level == 4) {
         return;
-    for (unsigned i = 0; i < 2048; i++) add(verdict(mac_number(i), NOW - 30));
+    }
+    for (unsigned i = 0; i < 2048; i++) {
+        add(verdict(mac_number(i), NOW - 30));
+    }
     run_sweep();
     EXPECT_EQ(std::vector<int>{}, used_acl_entries());
     sim.forget();

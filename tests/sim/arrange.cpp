@@ -14,8 +14,9 @@ template <class Slot>
 const Slot *slot_with(const Slot *slots, const uint8_t *(*key)(const Slot &), std::string_view mac) {
     const bytes wanted = mac_bytes(mac);
     for (const Slot *s = slots; s < slots + 2048; s++) {
-        if ((s->entry_flag & 1) != 0 && std::equal(wanted.begin(), wanted.end(), key(*s)))
+        if ((s->entry_flag & 1) != 0 && std::equal(wanted.begin(), wanted.end(), key(*s))) {
             return s;
+        }
     }
     return nullptr;
 }

@@ -86,8 +86,9 @@ steps walked(int rec_len, int tot_len) {
 
 const client_info &record_of(const char *mac) {
     const client_info *c = stored_client(mac);
-    if (c == nullptr)
+    if (c == nullptr) {
         throw std::logic_error("the client is not in the table");
+    }
     return *c;
 }
 
@@ -136,8 +137,9 @@ SIM_TEST(association, is_dropped_silently_before_the_controller_can_be_talked_to
     have_vaps();
     for (uint32_t flags : {0U, 1U, 2U, 3U, 0xfffffffcU}) {
         for (uint32_t ip : {0U, 1U}) {
-            if (flags == 3 && ip == 1)
+            if (flags == 3 && ip == 1) {
                 continue;
+            }
             g_cfg.status_flags = flags;
             g_cfg.ctrlr_ip = ip;
             bytes payload = NOTIFICATION;

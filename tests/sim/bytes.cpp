@@ -12,7 +12,9 @@ constexpr size_t SHORTEST_RUN = 16;
 
 size_t run_length(const uint8_t *data, size_t count) {
     size_t run = 1;
-    while (run < count && data[run] == data[0]) run++;
+    while (run < count && data[run] == data[0]) {
+        run++;
+    }
     return run;
 }
 
@@ -34,11 +36,13 @@ bytes hex(std::string_view digits) {
     bytes out;
     int high = -1;
     for (char c : digits) {
-        if (c == ' ')
+        if (c == ' ') {
             continue;
+        }
         const size_t value = DIGITS.find(static_cast<char>(tolower(c)));
-        if (value == std::string_view::npos)
+        if (value == std::string_view::npos) {
             throw std::invalid_argument("not hexadecimal: " + std::string(digits));
+        }
         if (high < 0) {
             high = static_cast<int>(value);
         } else {
@@ -46,14 +50,16 @@ bytes hex(std::string_view digits) {
             high = -1;
         }
     }
-    if (high >= 0)
+    if (high >= 0) {
         throw std::invalid_argument("an odd number of digits: " + std::string(digits));
+    }
     return out;
 }
 
 bytes padded(std::string_view text, size_t width) {
-    if (text.size() > width)
+    if (text.size() > width) {
         throw std::invalid_argument("longer than its field: " + std::string(text));
+    }
     bytes out(text.begin(), text.end());
     out.resize(width);
     return out;
@@ -70,8 +76,9 @@ bytes host16(uint16_t value) { return in_host_order(value); }
 bytes host32(uint32_t value) { return in_host_order(value); }
 
 bytes first(const bytes &all, size_t count) {
-    if (count > all.size())
+    if (count > all.size()) {
         throw std::invalid_argument("not that many bytes");
+    }
     return bytes(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
 }
 

@@ -89,8 +89,9 @@ SIM_TEST(captive_msg, a_text_of_up_to_32_bytes_is_sent_whole) {
     const std::string text = "abcdefghijklmnopqrstuvwxyz012345";
     for (size_t len = 1; len <= 32; len++) {
         std::vector<char> exact(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(len));
-        if (len < 32)
+        if (len < 32) {
             exact.push_back('\0');
+        }
         send(exact.data());
         sim.expect(
             {client_lookup(STA, true), SENDING, to_captive_portal(START + padded(text.substr(0, len), 34) + NO_GUEST)});

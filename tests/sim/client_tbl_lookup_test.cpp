@@ -41,7 +41,9 @@ steps no_space() {
 
 // Fills every slot; the client of slot i has mac_number(i).
 void fill_table(site &sim) {
-    for (unsigned i = 0; i < 2048; i++) add(mac_number(i));
+    for (unsigned i = 0; i < 2048; i++) {
+        add(mac_number(i));
+    }
     sim.forget();
 }
 
@@ -151,8 +153,9 @@ SIM_TEST(client_tbl_lookup, walks_from_the_newest_client_to_the_oldest) {
     sim.forget();
     std::vector<std::string> seen;
     int32_t i = 99;
-    for (const client_info *p = client_tbl_get_first(&i); p != nullptr; p = client_tbl_client_get(i, &i))
+    for (const client_info *p = client_tbl_get_first(&i); p != nullptr; p = client_tbl_client_get(i, &i)) {
         seen.push_back(mac_string(p));
+    }
     EXPECT_EQ((std::vector<std::string>{"0c:00:00:00:00:00", "0b:00:00:00:00:00", "0a:00:00:00:00:00"}), seen);
     sim.expect({got(2, "0c:00:00:00:00:00"), got(1, "0b:00:00:00:00:00"), got(0, "0a:00:00:00:00:00"),
                 log(4, ">>>>> Client index -1")});
@@ -172,7 +175,9 @@ SIM_TEST(client_tbl_lookup, counts_the_clients) {
         trace_enter("client_tbl_lock_client_get_num_entries") + trace_leave("client_tbl_lock_client_get_num_entries");
     EXPECT_EQ(0, client_tbl_lock_client_get_num_entries());
     sim.expect({traces});
-    for (unsigned i = 0; i < 5; i++) add(mac_number(i));
+    for (unsigned i = 0; i < 5; i++) {
+        add(mac_number(i));
+    }
     client_tbl_drv_mac_delete(2);
     sim.forget();
     EXPECT_EQ(4, client_tbl_lock_client_get_num_entries());
@@ -261,7 +266,9 @@ TEST(client_tbl_lookup, a_record_in_the_last_slot_may_fill_the_buffer) {
     EXPECT_EQ(2048 * RECORD, len);
     EXPECT_EQ(client_data(client_info_tbl[2047]), bytes(buffer.end() - RECORD, buffer.end()));
 
-    for (int32_t i = 0; i < 2047; i++) client_tbl_drv_mac_delete(i);
+    for (int32_t i = 0; i < 2047; i++) {
+        client_tbl_drv_mac_delete(i);
+    }
     sim.forget();
     len = RECORD;
     client_tbl_get_all(buffer.data(), &len);

@@ -36,7 +36,9 @@ client_info sample() {
     c.assoc_vlan = 4094;
     set_bytes(c.cl_ip, hex("c0 a8 05 17"));
     c.bssid_idx = 3;
-    for (uint8_t i = 0; i < 32; i++) c.pmk[i] = static_cast<uint8_t>(0x9a + 3 * i);
+    for (uint8_t i = 0; i < 32; i++) {
+        c.pmk[i] = static_cast<uint8_t>(0x9a + 3 * i);
+    }
     c.flag = 0x31;
     return c;
 }

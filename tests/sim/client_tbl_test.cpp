@@ -26,7 +26,9 @@ client_info full_record(const char *mac) {
     c.assoc_vlan = 0x61626364;
     set_bytes(c.cl_ip, hex("71 72 73 74"));
     c.bssid_idx = 0x0a0b0c0d;
-    for (uint8_t i = 0; i < 32; i++) c.pmk[i] = static_cast<uint8_t>(0x80 + i);
+    for (uint8_t i = 0; i < 32; i++) {
+        c.pmk[i] = static_cast<uint8_t>(0x80 + i);
+    }
     c.flag = 0xf1f2f3f4;
     return c;
 }
@@ -53,16 +55,20 @@ int32_t add(const char *mac) { return add(mac_bytes(mac)); }
 // Puts a used slot on the deleted list, as half of a delete does.
 void mark_deleted(int32_t idx) {
     client_info &s = client_info_tbl[idx];
-    if (s.prev != -1)
+    if (s.prev != -1) {
         client_info_tbl[s.prev].next = s.next;
-    if (s.next != -1)
+    }
+    if (s.next != -1) {
         client_info_tbl[s.next].prev = s.prev;
-    if (client_tbl_last_used == idx)
+    }
+    if (client_tbl_last_used == idx) {
         client_tbl_last_used = s.prev;
+    }
     s.next = -1;
     s.prev = client_tbl_last_deleted;
-    if (client_tbl_last_deleted != -1)
+    if (client_tbl_last_deleted != -1) {
         client_info_tbl[client_tbl_last_deleted].next = idx;
+    }
     client_tbl_last_deleted = idx;
     s.entry_flag = CLIENT_TBL_ENTRY_USED | CLIENT_TBL_ENTRY_DELETED;
 }
@@ -78,8 +84,9 @@ steps restored(int32_t idx) {
 std::vector<std::string> console_lines(site &sim) {
     std::vector<std::string> out;
     for (const std::string &line : sim.take_effects()) {
-        if (line.rfind("console", 0) == 0)
+        if (line.rfind("console", 0) == 0) {
             out.push_back(line);
+        }
     }
     return out;
 }
@@ -185,7 +192,9 @@ SIM_TEST(client_tbl, an_added_record_has_the_callers_data_and_the_tables_links) 
 }
 
 SIM_TEST(client_tbl, the_last_slot_freed_is_the_first_one_reused) {
-    for (unsigned i = 0; i < 5; i++) EXPECT_EQ(static_cast<int32_t>(i), add(mac_number(i)));
+    for (unsigned i = 0; i < 5; i++) {
+        EXPECT_EQ(static_cast<int32_t>(i), add(mac_number(i)));
+    }
     client_tbl_drv_mac_delete(3);
     client_tbl_drv_mac_delete(0);
     EXPECT_EQ(0, add(mac_number(10)));
@@ -229,7 +238,9 @@ SIM_TEST(client_tbl, adding_a_known_client_overwrites_its_data_in_place) {
 
 TEST(client_tbl, the_2049th_client_is_refused_and_all_others_stay) {
     site sim(4);
-    for (unsigned i = 0; i < 2048; i++) ASSERT_EQ(static_cast<int32_t>(i), add(mac_number(i)));
+    for (unsigned i = 0; i < 2048; i++) {
+        ASSERT_EQ(static_cast<int32_t>(i), add(mac_number(i)));
+    }
     sim.forget();
     const bytes before(reinterpret_cast<uint8_t *>(client_info_tbl),
                        reinterpret_cast<uint8_t *>(client_info_tbl) + sizeof(client_info_tbl));
@@ -273,7 +284,9 @@ SIM_TEST(client_tbl, the_newer_of_two_clients_in_a_bucket_comes_first) {
 }
 
 SIM_TEST(client_tbl, a_client_in_the_middle_of_a_chain_can_leave) {
-    for (unsigned i = 0; i < 3; i++) add(mac_of_bucket_0(i));
+    for (unsigned i = 0; i < 3; i++) {
+        add(mac_of_bucket_0(i));
+    }
     client_tbl_drv_mac_delete(1);
     EXPECT_EQ(0, client_info_tbl[2].hash_next);
     EXPECT_EQ(2, client_info_tbl[0].hash_prev);
@@ -282,7 +295,9 @@ SIM_TEST(client_tbl, a_client_in_the_middle_of_a_chain_can_leave) {
 
 TEST(client_tbl, a_chain_of_all_slots_finds_its_last_and_reports_a_stranger) {
     site sim(0);
-    for (unsigned i = 0; i < 2048; i++) ASSERT_EQ(static_cast<int32_t>(i), add(mac_of_bucket_0(i)));
+    for (unsigned i = 0; i < 2048; i++) {
+        ASSERT_EQ(static_cast<int32_t>(i), add(mac_of_bucket_0(i)));
+    }
     EXPECT_EQ(0, add(mac_of_bucket_0(0))) << "the oldest, in step 2048";
     EXPECT_EQ(std::vector<std::string>{}, console_lines(sim));
     // In bucket 0 like all the others, and not among them: 01 ^ 10 ^ 11 = 0.
@@ -508,7 +523,9 @@ SIM_TEST(client_tbl, a_slot_already_marked_is_not_deleted_again) {
 }
 
 SIM_TEST(client_tbl, clients_leave_the_used_list_from_everywhere) {
-    for (unsigned i = 0; i < 5; i++) add(mac_number(i));
+    for (unsigned i = 0; i < 5; i++) {
+        add(mac_number(i));
+    }
     client_tbl_drv_mac_delete(4);
     EXPECT_EQ((std::vector<int>{3, 2, 1, 0}), used_clients());
     client_tbl_drv_mac_delete(2);

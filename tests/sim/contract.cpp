@@ -24,8 +24,9 @@ std::string number(int64_t value) { return std::to_string(value); }
 
 // A pointer that the platform keeps or hands back, by the name of what it points to.
 std::string name_of(const void *pointer, const void *known, const char *name) {
-    if (pointer == nullptr)
+    if (pointer == nullptr) {
         return "null";
+    }
     return pointer == known ? name : "stray pointer";
 }
 
@@ -33,16 +34,18 @@ std::string ipc_name(kx_ipc_handle ipc) { return name_of(ipc, here().endpoint, "
 
 template <class F>
 std::string handler_name(F handler, F known, const char *name) {
-    if (handler == nullptr)
+    if (handler == nullptr) {
         return "null";
+    }
     return handler == known ? name : "stray handler";
 }
 
 // A NUL-terminated name that fits `room` bytes with its terminator.
 std::string name_text(const char *name, size_t room) {
     const size_t length = strnlen(name, room);
-    if (length == room)
+    if (length == room) {
         here().complain("a name without terminator: " + sim::escaped({name, room}));
+    }
     return {name, length};
 }
 
@@ -64,15 +67,17 @@ int kx_eloop_register_timeout(unsigned int secs, unsigned int usecs, kx_eloop_ti
                             handler_name(handler, client_mgr_acl_cache_expire, "client_mgr_acl_cache_expire") + ", " +
                             name_of(ctx1, ctx1, "ctx1") + ", " + name_of(ctx2, ctx2, "ctx2") + ")",
                         0);
-    if (result == 0)
+    if (result == 0) {
         here().arm(int64_t{secs} * 1000000 + usecs, handler, ctx1, ctx2);
+    }
     return result;
 }
 
 void kx_eloop_run(void) {
     here().record("kx_eloop_run()");
-    if (here().running)
+    if (here().running) {
         here().running();
+    }
 }
 
 // --- kx_ipc.h
@@ -90,8 +95,9 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
             break;
         }
     }
-    if (result < 0)
+    if (result < 0) {
         return result;
+    }
     here().rx_buf = static_cast<uint8_t *>(rx_buf);
     here().rx_buf_len = rx_buf_len;
     here().recv = recv;
@@ -102,16 +108,18 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
 kx_ipc_handle kx_ipc_eloop_get_ipc(void) { return here().endpoint; }
 
 int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len) {
-    if (rx != here().answering)
+    if (rx != here().answering) {
         here().complain("a response to something that is not the request");
+    }
     return here().recorded(
         "kx_ipc_eloop_resp",
         "kx_ipc_eloop_resp(" + number(len) + ", " + sim::show(static_cast<const uint8_t *>(body), len) + ")", 0);
 }
 
 int kx_ipc_send(const kx_ipc_send_desc *desc) {
-    if (desc->ipc != here().endpoint)
+    if (desc->ipc != here().endpoint) {
         here().complain("kx_ipc_send on a handle that is not the daemon's");
+    }
     const auto *msg = static_cast<const uint8_t *>(desc->msg);
     const uint32_t len =
         sim::IPC_HDR_SIZE + (uint32_t{msg[4]} << 24 | uint32_t{msg[5]} << 16 | uint32_t{msg[6]} << 8 | msg[7]);
@@ -157,8 +165,9 @@ void KX_LOG_SET_CFG(const void *payload) {
 int kx_get_node_radio_mac_addr(char *text, uint32_t text_len, uint32_t radio) {
     const int result = here().recorded(
         "kx_get_node_radio_mac_addr", "kx_get_node_radio_mac_addr(" + number(text_len) + ", " + number(radio) + ")", 0);
-    if (result == 0)
+    if (result == 0) {
         snprintf(text, text_len, "%s", here().radio_mac.c_str());
+    }
     return result;
 }
 
@@ -200,17 +209,20 @@ void apcomm_msg_rcvd(uint8_t *payload) {
 }
 
 int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags, apcomm_send_done_handler done) {
-    if (len > CLIENT_MGR_BUF_SIZE)
+    if (len > CLIENT_MGR_BUF_SIZE) {
         here().complain("a message of " + number(len) + " bytes to the controller");
-    if (done != client_mgr_apcomm_send_rslt)
+    }
+    if (done != client_mgr_apcomm_send_rslt) {
         here().complain("apcomm_send_msg without the daemon's completion callback");
+    }
     const int result =
         here().recorded("apcomm_send_msg",
                         "apcomm_send_msg(" + number(dest) + ", " + sim::show(static_cast<const uint8_t *>(msg), len) +
                             ", " + number(flags) + ")",
                         0);
-    if (result == 0 && done != nullptr)
+    if (result == 0 && done != nullptr) {
         done();
+    }
     return result;
 }
 
@@ -218,8 +230,9 @@ int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags
 
 int apcfg_vap_get_ifname_list(char (*list)[12], uint8_t *count) {
     const int result = here().outcome("apcfg_vap_get_ifname_list", 0);
-    if (result != 0)
+    if (result != 0) {
         return result;
+    }
     // Room for all of them is the contract, whatever their number.
     memset(list, 0xee, sizeof(*list) * APCFG_MAX_IFNAMES);
     *count = static_cast<uint8_t>(here().vaps.size());
@@ -233,14 +246,16 @@ int apcfg_vap_get_ifname_list(char (*list)[12], uint8_t *count) {
 int apcfg_vap_get_by_ifname(const char *ifname, apcfg_vap *vap) {
     int result = -1;
     for (const sim::listed_vap &v : here().vaps) {
-        if (result == 0 || !v.readable || v.ifname != name_text(ifname, 16))
+        if (result == 0 || !v.readable || v.ifname != name_text(ifname, 16)) {
             continue;
+        }
         *vap = v.record;
         result = 0;
     }
     const int wanted = here().outcome("apcfg_vap_get_by_ifname", result);
-    if (wanted != 0)
+    if (wanted != 0) {
         memset(vap, 0xee, sizeof(*vap));
+    }
     return wanted;
 }
 
@@ -248,20 +263,23 @@ int apcfg_vap_get_by_ifname(const char *ifname, apcfg_vap *vap) {
 
 int hostapd_config_open_connection(void *ctx, const char *client_name, int flags) {
     const auto *context = static_cast<const uint8_t *>(ctx);
-    if (sim::bytes(context, context + HOSTAPD_CONFIG_CTX_SIZE) != sim::zeros(HOSTAPD_CONFIG_CTX_SIZE))
+    if (sim::bytes(context, context + HOSTAPD_CONFIG_CTX_SIZE) != sim::zeros(HOSTAPD_CONFIG_CTX_SIZE)) {
         here().complain("the hostapd connection's context is not zero");
+    }
     const int result =
         here().recorded("hostapd_config_open_connection",
                         "hostapd_config_open_connection(" + std::string(client_name) + ", " + number(flags) + ")", 0);
     memset(ctx, 0xee, HOSTAPD_CONFIG_CTX_SIZE);
-    if (result >= 0)
+    if (result >= 0) {
         here().hostapd_connection = ctx;
+    }
     return result;
 }
 
 int hostapd_config_send_command(const void *cmd, void *ctx) {
-    if (ctx != here().hostapd_connection)
+    if (ctx != here().hostapd_connection) {
         here().complain("a command to hostapd without a connection");
+    }
     return here().recorded(
         "hostapd_config_send_command",
         "hostapd_config_send_command(" + sim::show(static_cast<const uint8_t *>(cmd), HOSTAPD_CONFIG_CMD_SIZE) + ")",
@@ -269,8 +287,9 @@ int hostapd_config_send_command(const void *cmd, void *ctx) {
 }
 
 int hostapd_config_close_connection(void *ctx) {
-    if (ctx != here().hostapd_connection)
+    if (ctx != here().hostapd_connection) {
         here().complain("a hostapd connection that is not open is closed");
+    }
     here().hostapd_connection = nullptr;
     return here().recorded("hostapd_config_close_connection", "hostapd_config_close_connection", 0);
 }

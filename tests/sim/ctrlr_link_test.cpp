@@ -106,7 +106,9 @@ SIM_TEST(ctrlr_link, status_0_takes_the_link_down) {
 
 SIM_TEST(ctrlr_link, any_other_status_is_ignored) {
     ready_to_talk();
-    for (uint32_t status : {2U, 3U, 256U, 0x01000000U, 0xffffffffU}) sim.controller_status(0x01020304, status);
+    for (uint32_t status : {2U, 3U, 256U, 0x01000000U, 0xffffffffU}) {
+        sim.controller_status(0x01020304, status);
+    }
     sim.expect_nothing();
     EXPECT_EQ(3U, g_cfg.status_flags);
     EXPECT_EQ(0x0a0b0c0dU, g_cfg.ctrlr_ip);
@@ -149,6 +151,8 @@ SIM_TEST(ctrlr_link, a_message_of_another_version_or_type_is_dropped) {
     sim.expect({RECEIVED, invalid(2, 0)});
     sim.controller(hex("01 0e ff 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
     sim.expect({RECEIVED, invalid(1, 255)});
+    sim.controller(hex("01 0e 01 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
+    sim.expect({RECEIVED, invalid(1, 1)});
     sim.controller(hex("00 0e 01 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
     sim.expect({RECEIVED, invalid(0, 1)});
 }
@@ -164,10 +168,11 @@ SIM_TEST(ctrlr_link, a_dropped_message_leaves_the_last_one_in_place) {
 
 SIM_TEST(ctrlr_link, the_buffer_is_the_message_and_zero_behind_it) {
     memset(g_cfg.ctrlr_msg_buf, 0xa5, BUF_SIZE);
+    memset(g_cfg.ipc_rx_buf, 0xa5, BUF_SIZE);
     const bytes msg = message(1, record(99, hex("11 22 33 44 55")));
     sim.controller(msg);
     EXPECT_EQ(msg + zeros(BUF_SIZE - msg.size()), bytes(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + BUF_SIZE));
-    EXPECT_EQ(zeros(BUF_SIZE), bytes(g_cfg.ipc_rx_buf, g_cfg.ipc_rx_buf + BUF_SIZE)) << "what lies behind";
+    EXPECT_EQ(bytes(BUF_SIZE, 0xa5), bytes(g_cfg.ipc_rx_buf, g_cfg.ipc_rx_buf + BUF_SIZE)) << "what lies behind";
     sim.forget();
 }
 
@@ -175,8 +180,9 @@ SIM_TEST(ctrlr_link, a_message_of_fewer_than_3_bytes_is_dropped) {
     for (const char *msg : {"", "01", "01 0e"}) {
         sim.controller(hex(msg));
         const std::vector<std::string> effects = sim.take_effects();
-        if (sim.log_level < 1)
+        if (sim.log_level < 1) {
             continue;
+        }
         EXPECT_EQ(0U, effects.back().rfind("log: Received Invalid version/type in msg hdr version ", 0));
         EXPECT_EQ(sim.log_level < 3 ? 1U : 2U, effects.size());
     }
@@ -257,8 +263,9 @@ SIM_TEST(ctrlr_link, every_received_type_has_its_line_and_its_handler) {
 SIM_TEST(ctrlr_link, any_other_type_is_skipped_silently) {
     const std::set<int> handled = {9, 10, 14, 15, 16, 17, 24, 26, 28};
     for (int type = 0; type < 256; type++) {
-        if (handled.count(type) != 0)
+        if (handled.count(type) != 0) {
             continue;
+        }
         sim.controller(message(2, record(static_cast<uint8_t>(type), hex("ffffffff")) + record(26, hex("00000000"))));
         sim.expect({RECEIVED, header_line(2, 14, 30), record_line(type, 4, 8), record_line(26, 4, 8),
                     log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"), log(3, "NUM OF CLIENT INFO: 0")});
@@ -327,8 +334,9 @@ SIM_TEST(ctrlr_link, a_record_of_length_0_is_met_again_until_the_count_ends) {
 }
 
 SIM_TEST(ctrlr_link, the_largest_count_ends_too) {
-    if (sim.log_level == 4)
+    if (sim.log_level == 4) {
         return;
+    }
     sim.controller(hex("01 0e 00 ffff 00 000e c1c2c3c4c5c6"));
     const std::vector<std::string> effects = sim.take_effects();
     EXPECT_EQ(sim.log_level == 3 ? 2U + 65535 : 0U, effects.size());
@@ -360,7 +368,9 @@ SIM_TEST(ctrlr_link, a_record_header_at_the_very_end_of_the_buffer_is_read) {
 
 SIM_TEST(ctrlr_link, a_record_that_would_leave_the_buffer_ends_the_walk) {
     // Behind the buffer the walk would meet records that it handles.
-    for (uint32_t i = 0; i < BUF_SIZE; i += 4) set_bytes(g_cfg.ipc_rx_buf + i, hex("1a 04 0004"));
+    for (uint32_t i = 0; i < BUF_SIZE; i += 4) {
+        set_bytes(g_cfg.ipc_rx_buf + i, hex("1a 04 0004"));
+    }
     for (int rec_len : {16367, 16368, 16369, 16370, 16371, 20000, 32754, 65535}) {
         bytes msg = message(3, hex("63 04") + big16(static_cast<uint16_t>(rec_len)));
         msg.resize(BUF_SIZE, 0x1a);

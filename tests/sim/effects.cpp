@@ -12,9 +12,12 @@ bool starts_with(const std::string &text, std::string_view start) { return text.
 // Replaces the digits behind position `at`, if there are any.
 void replace_number(std::string &text, size_t at) {
     size_t end = at;
-    while (end < text.size() && isdigit(static_cast<unsigned char>(text[end])) != 0) end++;
-    if (end > at)
+    while (end < text.size() && isdigit(static_cast<unsigned char>(text[end])) != 0) {
+        end++;
+    }
+    if (end > at) {
         text.replace(at, end - at, "LINE");
+    }
 }
 
 }  // namespace
@@ -28,12 +31,13 @@ std::string escaped(std::string_view text) {
     std::string out;
     for (char c : text) {
         char code[8];
-        if (c == '\n')
+        if (c == '\n') {
             out += "\\n";
-        else if (isprint(static_cast<unsigned char>(c)) != 0)
+        } else if (isprint(static_cast<unsigned char>(c)) != 0) {
             out += c;
-        else
+        } else {
             out.append(code, static_cast<size_t>(snprintf(code, sizeof(code), "\\x%02x", static_cast<uint8_t>(c))));
+        }
     }
     return out;
 }
@@ -47,10 +51,11 @@ std::string mac_text(const uint8_t *mac) {
 std::string without_source_line(std::string text) {
     const bool step = starts_with(text, ">>>>> ") || starts_with(text, "<<<<< ");
     const size_t call = text.find("() ");
-    if (step && call != std::string::npos && text.find_first_not_of("0123456789", call + 3) == std::string::npos)
+    if (step && call != std::string::npos && text.find_first_not_of("0123456789", call + 3) == std::string::npos) {
         replace_number(text, call + 3);
-    else if (starts_with(text, ">>> ") || starts_with(text, "<<< "))
+    } else if (starts_with(text, ">>> ") || starts_with(text, "<<< ")) {
         replace_number(text, std::min(text.find(' ', 4), text.size() - 1) + 1);
+    }
     return text;
 }
 

@@ -42,8 +42,9 @@ T field(const uint8_t *at) {
 
 std::string interface_name(const uint8_t *request) {
     const uint8_t *end = std::find(request, request + NAME_SIZE, 0);
-    if (std::any_of(end, request + NAME_SIZE, [](uint8_t b) { return b != 0; }))
+    if (std::any_of(end, request + NAME_SIZE, [](uint8_t b) { return b != 0; })) {
         here()->complain("an interface name with something behind its terminator");
+    }
     return {request, end};
 }
 
@@ -52,8 +53,9 @@ int get_hwaddr(uint8_t *request) {
     const auto known = here()->hwaddr.find(ifname);
     const int result = here()->outcome("ioctl", known == here()->hwaddr.end() ? -1 : 0);
     here()->record(sim::ioctl_text(GET_HWADDR, ifname, "") + (result < 0 ? " = " + std::to_string(result) : ""));
-    if (result >= 0 && known != here()->hwaddr.end())
+    if (result >= 0 && known != here()->hwaddr.end()) {
         memcpy(request + IFREQ_DATA, known->second.data(), 6);
+    }
     return result;
 }
 
@@ -62,11 +64,13 @@ int wireless_request(uint32_t number, uint8_t *request) {
     auto *body = field<uint8_t *>(request + NAME_SIZE);
     const auto length = field<uint16_t>(request + IWREQ_LENGTH);
     const auto flags = field<uint16_t>(request + IWREQ_LENGTH + 2);
-    if (std::any_of(request + IWREQ_END, request + IWREQ_SIZE, [](uint8_t b) { return b != 0; }))
+    if (std::any_of(request + IWREQ_END, request + IWREQ_SIZE, [](uint8_t b) { return b != 0; })) {
         here()->complain("a wireless request whose last bytes are not zero");
+    }
     std::string rest = ", " + std::to_string(length) + ", " + std::to_string(flags);
-    if (number != GET_STATIONS)
+    if (number != GET_STATIONS) {
         rest += ", " + sim::show(body, length);
+    }
     const int result = here()->recorded("ioctl", sim::ioctl_text(number, ifname, rest), 0);
     if (number == GET_STATIONS && result >= 0) {
         const sim::bytes &list = here()->stations[ifname];
@@ -86,8 +90,9 @@ bool is_dump_file(const char *path) { return here() != nullptr && strcmp(path, "
 
 // Whether a fault rule keeps the file from being opened.
 bool refused(const char *path) {
-    if (!is_dump_file(path) || here()->outcome("open", 0) >= 0)
+    if (!is_dump_file(path) || here()->outcome("open", 0) >= 0) {
         return false;
+    }
     errno = EACCES;
     return true;
 }
@@ -126,17 +131,20 @@ int __real_open64(const char *path, int flags, ...);
 FILE *__real_fdopen(int fd, const char *mode);
 
 time_t __wrap_time(time_t *out) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_time(out);
+    }
     const auto now = static_cast<time_t>(here()->wall_secs());
-    if (out != nullptr)
+    if (out != nullptr) {
         *out = now;
+    }
     return now;
 }
 
 int __wrap_clock_gettime(clockid_t clock, timespec *out) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_clock_gettime(clock, out);
+    }
     const bool wall = clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
     const int64_t usecs = wall ? here()->wall_usecs : here()->mono_usecs;
     out->tv_sec = static_cast<time_t>(usecs / 1000000);
@@ -145,8 +153,9 @@ int __wrap_clock_gettime(clockid_t clock, timespec *out) {
 }
 
 int __wrap_gettimeofday(timeval *out, void *zone) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_gettimeofday(out, zone);
+    }
     out->tv_sec = static_cast<time_t>(here()->wall_secs());
     out->tv_usec = static_cast<suseconds_t>(here()->wall_usecs % 1000000);
     return 0;
@@ -157,23 +166,27 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
     va_start(args, request);
     auto *arg = va_arg(args, uint8_t *);
     va_end(args);
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_ioctl(fd, request, arg);
+    }
     if (!here()->is_open(fd)) {
         errno = EBADF;
         return -1;
     }
     const int result = request == GET_HWADDR ? get_hwaddr(arg) : wireless_request(static_cast<uint32_t>(request), arg);
-    if (result < 0)
+    if (result < 0) {
         errno = ENODEV;
+    }
     return result;
 }
 
 int __wrap_socket(int domain, int type, int protocol) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_socket(domain, type, protocol);
-    if (domain != AF_INET || type != SOCK_STREAM || protocol != 0)
+    }
+    if (domain != AF_INET || type != SOCK_STREAM || protocol != 0) {
         here()->complain("a socket for the driver is an IPv4 stream socket");
+    }
     if (here()->recorded("socket", "socket", 0) < 0) {
         errno = EMFILE;
         return -1;
@@ -182,16 +195,18 @@ int __wrap_socket(int domain, int type, int protocol) {
 }
 
 int __wrap_close(int fd) {
-    if (here() == nullptr || !here()->is_open(fd))
+    if (here() == nullptr || !here()->is_open(fd)) {
         return __real_close(fd);
+    }
     here()->record("close");
     here()->close_socket(fd);
     return 0;
 }
 
 int __wrap_system(const char *command) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_system(command);
+    }
     return here()->recorded("system", "system(" + sim::escaped(command) + ")", 0);
 }
 
@@ -201,20 +216,23 @@ void __wrap_syslog(int priority, const char *fmt, ...) {
     char text[1024];
     vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
-    if (here() != nullptr)
+    if (here() != nullptr) {
         here()->record("syslog " + std::to_string(priority) + ": " + sim::escaped(text));
+    }
 }
 
 sighandler_t __wrap_signal(int number, sighandler_t handler) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_signal(number, handler);
+    }
     here()->record(std::string(handler == SIG_IGN ? "ignore " : "handle ") + signal_name(number));
     return SIG_DFL;
 }
 
 void __wrap_exit(int status) {
-    if (here() != nullptr && here()->inside_main)
+    if (here() != nullptr && here()->inside_main) {
         here()->leave_main(status);
+    }
     __real_exit(status);
 }
 
@@ -223,8 +241,9 @@ int __wrap_open(const char *path, int flags, ...) {
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
-    if (refused(path))
+    if (refused(path)) {
         return -1;
+    }
     return __real_open(redirected(path), flags, mode);
 }
 
@@ -234,14 +253,16 @@ int __wrap_open64(const char *path, int flags, ...) {
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
-    if (refused(path))
+    if (refused(path)) {
         return -1;
+    }
     return __real_open64(redirected(path), flags, mode);
 }
 
 FILE *__wrap_fdopen(int fd, const char *mode) {
-    if (here() == nullptr)
+    if (here() == nullptr) {
         return __real_fdopen(fd, mode);
+    }
     return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
                        {nullptr, stream_written, nullptr, stream_closed});
 }

@@ -182,8 +182,9 @@ SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
     ready_to_talk();
     const std::set<uint32_t> known = {13, 16, 17, 29, 60, 61, 63, 64, 65, 66, 123, 150, 161, 195};
     for (uint32_t id = 0; id < 300; id++) {
-        if (known.count(id) != 0)
+        if (known.count(id) != 0) {
             continue;
+        }
         sim.local(id, bytes(64, 0xff));
         sim.expect({notified(std::to_string(id))});
     }
@@ -226,8 +227,9 @@ SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
 
 SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
     for (uint32_t id = 0; id < 300; id++) {
-        if (id == 28 || id == 59)
+        if (id == 28 || id == 59) {
             continue;
+        }
         sim.local(id, {}, REQUEST);
         sim.expect({requested(std::to_string(id)), EMPTY_RESPONSE});
     }

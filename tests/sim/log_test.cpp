@@ -182,8 +182,9 @@ SIM_TEST(log, the_console_line_stays_when_the_file_is_rewound) {
     kx_log_conf_data.console = 1;
     kx_log_conf_data.max_file_size = 4;
     cur_log_size = 5;
-    if (sim.log_level < 3)
+    if (sim.log_level < 3) {
         return;
+    }
     event();
     sim.expect({did("log rewound"), log(3, EVENT), console(3, EVENT)});
 }

@@ -29,8 +29,9 @@ kx_ipc the_endpoint;
 
 std::string own_directory() {
     char name[] = "/tmp/client_mgr_sim.XXXXXX";
-    if (mkdtemp(name) == nullptr)
+    if (mkdtemp(name) == nullptr) {
         throw std::runtime_error("no directory of its own below /tmp");
+    }
     return name;
 }
 
@@ -89,12 +90,14 @@ void platform::fail_from(std::string_view call, unsigned n, int result) {
 void platform::on(std::string_view call, std::function<void()> what) { hooks[std::string(call)] = std::move(what); }
 
 int platform::outcome(std::string_view call, int normal) {
-    if (const auto hook = hooks.find(call); hook != hooks.end())
+    if (const auto hook = hooks.find(call); hook != hooks.end()) {
         hook->second();
+    }
     int result = normal;
     for (rule &r : rules) {
-        if (r.call != call)
+        if (r.call != call) {
             continue;
+        }
         r.calls++;
         if (r.calls == r.nth || (r.onwards && r.calls > r.nth)) {
             r.fired = true;
@@ -112,18 +115,21 @@ int platform::recorded(std::string_view call, const std::string &what, int norma
 
 void platform::end_rules() {
     for (const rule &r : rules) {
-        if (!r.fired)
+        if (!r.fired) {
             complain("the rule on call " + std::to_string(r.nth) + " of " + r.call + " never fired");
+        }
     }
     rules.clear();
 }
 
 void platform::finish() {
     end_rules();
-    if (!sockets.empty())
+    if (!sockets.empty()) {
         complain(std::to_string(sockets.size()) + " sockets are left open");
-    if (hostapd_connection != nullptr)
+    }
+    if (hostapd_connection != nullptr) {
         complain("the connection to hostapd is left open");
+    }
 }
 
 // --- time
@@ -137,8 +143,9 @@ void platform::advance(unsigned secs) {
     const auto earlier = [](const timer &a, const timer &b) { return a.due < b.due; };
     while (!timers.empty()) {
         const auto next = std::min_element(timers.begin(), timers.end(), earlier);
-        if (next->due > end_usecs)
+        if (next->due > end_usecs) {
             break;
+        }
         const timer due = *next;
         timers.erase(next);
         wall_usecs += due.due - mono_usecs;
@@ -158,10 +165,11 @@ ending platform::main() {
     controller_recv = nullptr;
     controller_status_cb = nullptr;
     inside_main = true;
-    if (setjmp(leave) == 0)
+    if (setjmp(leave) == 0) {
         end = {false, client_mgr_main()};
-    else
+    } else {
         end = {true, exit_status};
+    }
     inside_main = false;
     return end;
 }
@@ -169,8 +177,9 @@ ending platform::main() {
 void platform::main_until_exit() { client_mgr_main(); }
 
 const std::string &platform::dump_path() {
-    if (dump_file.empty())
+    if (dump_file.empty()) {
         dump_file = own_directory() + "/clientmgr_cli";
+    }
     return dump_file;
 }
 
@@ -180,11 +189,13 @@ void platform::leave_main(int status) {
 }
 
 void platform::local(uint32_t id, const bytes &payload, uint32_t flags) {
-    if (recv == nullptr)
+    if (recv == nullptr) {
         throw std::logic_error("no endpoint is open");
+    }
     const bytes msg = big32(id) + big32(static_cast<uint32_t>(payload.size())) + big32(flags) + payload;
-    if (msg.size() > rx_buf_len)
+    if (msg.size() > rx_buf_len) {
         throw std::invalid_argument("longer than the receive buffer");
+    }
     memset(rx_buf, 0, rx_buf_len);
     std::copy(msg.begin(), msg.end(), rx_buf);
     const bytes before(rx_buf, rx_buf + rx_buf_len);
@@ -196,8 +207,9 @@ void platform::local(uint32_t id, const bytes &payload, uint32_t flags) {
 
     const size_t scratch_end = IPC_HDR_SIZE + KX_IPC_RX_SCRATCH;
     if (memcmp(before.data(), rx_buf, IPC_HDR_SIZE) != 0 ||
-        memcmp(before.data() + scratch_end, rx_buf + scratch_end, rx_buf_len - scratch_end) != 0)
+        memcmp(before.data() + scratch_end, rx_buf + scratch_end, rx_buf_len - scratch_end) != 0) {
         complain("the handler of id " + std::to_string(id) + " wrote outside the scratch bytes of the message");
+    }
 }
 
 void platform::controller(const bytes &msg) {
@@ -205,8 +217,9 @@ void platform::controller(const bytes &msg) {
     const std::unique_ptr<uint8_t[]> copy(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), copy.get());
     controller_recv(nullptr, copy.get(), static_cast<uint32_t>(msg.size()));
-    if (!std::equal(msg.begin(), msg.end(), copy.get()))
+    if (!std::equal(msg.begin(), msg.end(), copy.get())) {
         complain("the controller's message was written to");
+    }
 }
 
 void platform::controller_status(uint32_t ip, uint32_t status) { controller_status_cb(ip, status); }
@@ -236,8 +249,9 @@ void platform::open_log() {
 
 void platform::close_log() {
     log_file_name = nullptr;
-    if (log_stream != nullptr)
+    if (log_stream != nullptr) {
         fclose(log_stream);
+    }
     log_stream = nullptr;
 }
 
@@ -246,8 +260,9 @@ ssize_t platform::log_written(void *self, const char *data, size_t len) {
 }
 
 int platform::log_seeked(void *self, off64_t *offset, int whence) {
-    if (whence == SEEK_SET && *offset == 0)
+    if (whence == SEEK_SET && *offset == 0) {
         static_cast<platform *>(self)->record("log rewound");
+    }
     return 0;
 }
 
@@ -259,8 +274,9 @@ bool platform::write_log(std::string_view chunk) {
         complain("not one whole line of this moment in one write: " + escaped(chunk));
         return true;
     }
-    if (outcome("log", 0) != 0)
+    if (outcome("log", 0) != 0) {
         return false;
+    }
     const std::string_view text = chunk.substr(prefix.size(), chunk.size() - prefix.size() - 1);
     record("log: " + escaped(without_source_line(std::string(text))));
     return true;
@@ -294,8 +310,9 @@ void platform::lend_stdout() {
 }
 
 std::vector<std::string> platform::take_effects() {
-    if (!console_line.empty())
+    if (!console_line.empty()) {
         record("console without newline: " + escaped(console_line));
+    }
     console_line.clear();
     return std::move(effects);
 }

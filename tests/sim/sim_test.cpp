@@ -7,22 +7,26 @@ namespace {
 
 std::string lines(const std::vector<std::string> &list) {
     std::string out;
-    for (const std::string &line : list) out += line + "\n";
+    for (const std::string &line : list) {
+        out += line + "\n";
+    }
     return out;
 }
 
 // Reports of the test runner go to the real standard output; its own printer runs between these two.
 class before_printer : public testing::EmptyTestEventListener {
     void OnTestPartResult(const testing::TestPartResult &) override {
-        if (platform::current != nullptr)
+        if (platform::current != nullptr) {
             platform::current->lend_stdout();
+        }
     }
 };
 
 class after_printer : public testing::EmptyTestEventListener {
     void OnTestPartResult(const testing::TestPartResult &) override {
-        if (platform::current != nullptr)
+        if (platform::current != nullptr) {
             platform::current->take_stdout();
+        }
     }
 };
 
@@ -33,8 +37,9 @@ void site::expect(std::initializer_list<steps> expected, const char *file, int l
     std::vector<std::string> wanted;
     for (const steps &some : expected) {
         for (const effect &e : some) {
-            if (e.level <= log_level)
+            if (e.level <= log_level) {
                 wanted.push_back(e.what);
+            }
         }
     }
     EXPECT_EQ(lines(wanted), lines(take_effects()));

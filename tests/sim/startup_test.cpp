@@ -78,8 +78,9 @@ TEST(startup, clears_the_state_before_the_tables_are_set_up) {
     spoil_state();
     int lines = 0;
     sim.on("log", [&] {
-        if (lines++ > 0)
+        if (lines++ > 0) {
             return;
+        }
         EXPECT_EQ(0U, kx_log_conf_data.console);
         EXPECT_EQ(zeros(sizeof(g_cfg)), state_block());
     });

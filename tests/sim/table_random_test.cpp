@@ -139,8 +139,9 @@ void run_trial() {
     trial<Table> t(seed_value);
     for (int32_t number = 0; number < 20000 && !testing::Test::HasFailure(); number++) {
         t.step(number);
-        if (number % 1000 == 999)
+        if (number % 1000 == 999) {
             t.check();
+        }
     }
     EXPECT_GT(t.size(), 1000U) << "the trial got nowhere";
     sim.expect_nothing();

@@ -29,7 +29,9 @@ bool is_erased(const acl_cache_entry &s) { return memcmp(&s, &NO_ENTRY, offsetof
 
 uint64_t number_of(const uint8_t *mac) {
     uint64_t number = 0;
-    for (int i = 0; i < 6; i++) number = number << 8 | mac[i];
+    for (int i = 0; i < 6; i++) {
+        number = number << 8 | mac[i];
+    }
     return number;
 }
 
@@ -46,16 +48,18 @@ struct inspection {
     std::vector<int> free_list() {
         std::vector<int> list;
         list.reserve(SIZE);
-        for (int i = first_free; i != NONE && step(list, i, "the free list goes astray"); i = slots[i].next)
+        for (int i = first_free; i != NONE && step(list, i, "the free list goes astray"); i = slots[i].next) {
             list.push_back(i);
+        }
         return list;
     }
 
     std::vector<int> used_list() {
         std::vector<int> list;
         list.reserve(SIZE);
-        for (int i = newest; i != NONE && step(list, i, "the used list goes astray"); i = slots[i].prev)
+        for (int i = newest; i != NONE && step(list, i, "the used list goes astray"); i = slots[i].prev) {
             list.push_back(i);
+        }
         return list;
     }
 
@@ -64,15 +68,18 @@ struct inspection {
         const std::vector<int> used = used_list();
         check(newest_deleted == NONE, "the deleted list is not empty");
         check(free.size() + used.size() == SIZE, "the lists do not hold every slot");
-        for (int i : free) check_free(i);
+        for (int i : free) {
+            check_free(i);
+        }
         check_used(used);
         check_chains(used.size());
         return faults;
     }
 
     void check(bool sound, const char *fault, int slot = NONE) {
-        if (!sound && faults.size() < 20)
+        if (!sound && faults.size() < 20) {
             faults.push_back((slot == NONE ? "" : "slot " + std::to_string(slot) + " ") + std::string(fault));
+        }
     }
 
     bool step(const std::vector<int> &list, int i, const char *fault) {
@@ -117,8 +124,9 @@ struct inspection {
         for (int bucket = 0; bucket < SIZE; bucket++) {
             int before = NONE;
             for (int i = buckets[bucket]; i != NONE; i = slots[i].hash_next) {
-                if (i < 0 || i >= SIZE || ++chained > SIZE)
+                if (i < 0 || i >= SIZE || ++chained > SIZE) {
                     return check(false, "stands in a chain that goes astray", i);
+                }
                 const Slot &s = slots[i];
                 check((s.entry_flag & 1) != 0, "is chained and not in use", i);
                 check(s.hash_prev == before, "does not know the slot before it in its chain", i);
@@ -141,7 +149,9 @@ inspection<acl_cache_entry> acl_entries() {
 }
 
 std::vector<std::string> prefixed(const std::string &prefix, std::vector<std::string> faults) {
-    for (std::string &fault : faults) fault.insert(0, prefix);
+    for (std::string &fault : faults) {
+        fault.insert(0, prefix);
+    }
     return faults;
 }
 

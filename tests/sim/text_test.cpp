@@ -49,7 +49,9 @@ TEST(text, a_short_mac_address_ends_at_its_terminator) {
 
 SIM_TEST(text, a_dump_has_16_bytes_a_line_each_begun_by_its_offset) {
     bytes data;
-    for (uint8_t i = 0; i < 18; i++) data.push_back(static_cast<uint8_t>(0xf0 + i));
+    for (uint8_t i = 0; i < 18; i++) {
+        data.push_back(static_cast<uint8_t>(0xf0 + i));
+    }
     dump_buf(data.data(), 18);
     sim.expect({console(0, ""), console(0, "0x0000: f0 f1 f2 f3 f4 f5 f6 f7 f8 f9 fa fb fc fd fe ff "),
                 did("console without newline: 0x0010: 00 01 ")});
