@@ -60,9 +60,19 @@ outbox site::handle(const message &from) {
 
 void site::take(const mac_address &ap, const record &said) {
     const handler how = handler_of(said.type());
-    if (how != nullptr && !must_wait(ap, said)) {
+    if (how != nullptr && !is_old_news(ap, said) && !must_wait(ap, said)) {
         (this->*how)(ap, said);
     }
+}
+
+// A roam from a VAP to itself is what an answer makes of a client that was there already. One that is elsewhere by now
+// has not moved because of it.
+bool site::is_old_news(const mac_address &ap, const record &said) const {
+    if (said.type() != record_type::foreign_client_assoc || said.body.mac("last_bssid") != said.body.mac("bssid")) {
+        return false;
+    }
+    const auto known = clients_.find(said.body.mac("client"));
+    return known != clients_.end() && known->second.now.ap != ap;
 }
 
 // An access point that was told to drop a client, and says that it associated, either drops it next or has it anew:
@@ -93,17 +103,17 @@ void site::settle_at(const mac_address &ap, const mac_address &station, const re
         }
     }
     doubts &in_doubt = aps_[ap].in_doubt;
-    const auto last = in_doubt.told_last(station);
-    if (!last) {
-        return;
-    }
-    in_doubt.has_heard(station);
-    in_doubt.confirm(station);
     const bool newly_associated = said.type() == record_type::client_assoc;
     const bool lost_address = said.body.number("ip") == 0 && clients_.at(station).ip != 0;
-    if (last == told::moved || (last == told::answer && newly_associated) ||
-        (last == told::association && lost_address)) {
+    const auto last = in_doubt.told_last(station);
+    if (last) {
+        in_doubt.has_heard(station);
+        in_doubt.confirm(station);
+    }
+    if (last == told::moved || (last == told::answer && newly_associated)) {
         in_doubt.correct(station, *last);
+    } else if (lost_address && (last == told::association || !newly_associated)) {
+        in_doubt.correct(station, told::association);
     }
 }
 
@@ -171,23 +181,28 @@ client site::guess_origin(const place &here, const mac_address &last_bssid) cons
     return {.home = origin, .now = origin, .home_vlan = vlan_of(origin), .ip = 0, .guest = guest_state::unknown};
 }
 
-// Only from where the client is: an access point that it left long ago may say so late.
+// Only from where the client is, or has just come to: an access point that it left long ago may say so late.
 void site::left(const mac_address &ap, const record &update) {
     const mac_address station = update.body.mac("client");
     const place here = {ap, update.body.mac("bssid")};
+    access_point &state = aps_[ap];
     const auto known = clients_.find(station);
-    aps_[ap].in_doubt.drop(station);
-    if (known != clients_.end() && known->second.now == here) {
-        aps_[ap].holds.erase(station);
+    const bool was_coming = state.in_doubt.holds_back(station);
+    state.in_doubt.drop(station);
+    if (was_coming || (known != clients_.end() && known->second.now == here)) {
+        state.holds.erase(station);
         forget(station);
     } else if (known == clients_.end() || known->second.now.ap != ap) {
-        aps_[ap].holds.erase(station);
+        state.holds.erase(station);
     }
 }
 
+// From where the client is, or is about to be: the address may overtake the use of an answer.
 void site::got_address(const mac_address &ap, const record &update) {
-    const auto known = clients_.find(update.body.mac("client"));
-    if (known != clients_.end() && known->second.now.ap == ap) {
+    const mac_address station = update.body.mac("client");
+    const auto known = clients_.find(station);
+    if (known != clients_.end() &&
+        (known->second.now.ap == ap || aps_[ap].in_doubt.told_last(station) == told::answer)) {
         known->second.ip = update.body.number("ip");
     }
 }

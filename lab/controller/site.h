@@ -101,6 +101,7 @@ private:
     static handler handler_of(record_type type);
 
     void take(const mac_address &ap, const record &said);
+    bool is_old_news(const mac_address &ap, const record &said) const;
     bool must_wait(const mac_address &ap, const record &said);
     void settle_at(const mac_address &ap, const mac_address &station, const record &said);
 

@@ -121,11 +121,11 @@ TEST(CrossedRemoval, IsNotSuspectedLongAfter) {
     }
 }
 
-TEST(CrossedRemoval, OfAStationThatLeftIsSettled) {
+TEST(CrossedRemoval, OfAStationThatCameAndLeftLeavesNobody) {
     site_rig rig = returned();
-    rig.leaves(A, a10, s1);
+    EXPECT_EQ(rig.leaves(A, a10, s1), remove_from("B", "s1"));
     EXPECT_EQ(rig.site.unsettled(), 0u);
-    EXPECT_EQ(rig.where(s1), s1_at_b);
+    EXPECT_EQ(rig.where(s1), "unknown");
 }
 
 TEST(CrossedRemoval, OfAStationThatAsksForItIsOver) {
@@ -184,6 +184,27 @@ TEST(CrossedMoveToAnotherVlan, OfAGuestKeepsItWaiting) {
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
     EXPECT_EQ(rig.tick(), treat_as_associated("A", "a10"));
+}
+
+TEST(CrossedAnswer, ThatIsUsedLateMovesNobody) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.associates(B, b20, s1).size(), 1u);
+    EXPECT_EQ(rig.roams_in(A, a10, s1, a10), nothing);
+    EXPECT_EQ(rig.where(s1), "at b20 of B, home b20 of B VLAN 20, 0.0.0.0");
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+}
+
+TEST(CrossedAnswer, WithoutTheAddressIsPutRight) {
+    site_rig rig;
+    rig.associates(A, a10, s1);
+    EXPECT_EQ(rig.fetches(B, b10, s1).size(), 1u);
+    rig.gets_address(B, b10, s1, ip1);
+    rig.roams_in(B, b10, s1, a10);
+    EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 10.0.0.1");
+    EXPECT_EQ(rig.tick(), entry_for("B", "home_bssid=b10 bssid=b10 home_vlan=10 ip=10.0.0.1 flags=0"));
+    rig.roams_in(B, b10, s1, b10, ip1);
+    EXPECT_EQ(rig.tick(), nothing);
 }
 
 // An association cannot give the address back that the daemon has lost without letting the guest in.
