@@ -20,8 +20,26 @@ def test_daemon_is_taken_up_again(lab):
     wait_for_line(access_point.log, LOADED, number=loads + 1)
     associate(access_point, client_mac(2))
     wait_for_association(lab, client_mac(2))
-    assert [client.mac for client in access_point.clients()] == [client_mac(2)]
-    assert len(events(lab.controller, "tunnel_up")) == 1  # apd, which holds it, went on
+    # To the controller the access point has come back.
+    assert len(events(lab.controller, "tunnel_up")) == 2
+    assert len(events(lab.controller, "tunnel_down")) == 1
+
+
+def test_daemon_that_lost_its_table_gets_it_back(lab, programs):
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    access_point.start_radio(programs.parent / "lab/captures/builtin.pcap")
+    access_point.start("client_mgr")
+    access_point.start("apd")
+    wait_until(lambda: any(each["name"] == DISASSOC for each in updates(lab.controller)), "the capture's last event",
+               log=lab.controller.output.file, check=lab.processes.check)
+    stations = {client.mac for client in access_point.clients()}
+    assert len(stations) == 2
+    access_point.kill("client_mgr")
+    daemon = access_point.start("client_mgr")
+    wait_for_line(access_point.running["apd"].err, f"client_mgr runs as process {daemon.pid}")
+    wait_until(lambda: {client.mac for client in access_point.clients()} == stations, "the stations in its table",
+               log=access_point.log, check=lab.processes.check)
 
 
 def test_radio_waits_for_a_daemon_that_is_restarted(lab, programs):

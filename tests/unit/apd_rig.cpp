@@ -34,7 +34,7 @@ played_daemon::~played_daemon() {
 }
 
 void played_daemon::send_to_monitor(std::uint32_t id, const std::vector<std::uint8_t> &payload) {
-    ASSERT_EQ(endpoint_.send(kx::endpoint_sysmon, id, 1, payload), kx::ipc_result::sent);
+    ASSERT_EQ(endpoint_->send(kx::endpoint_sysmon, id, 1, payload), kx::ipc_result::sent);
 }
 
 void played_daemon::announce(std::uint32_t id, std::uint32_t pid, std::uint32_t period_secs) {
@@ -91,9 +91,9 @@ void apd_rig::accept_tunnel() {
 
 void apd_rig::start_site() {
     start_apd();
-    accept_tunnel();
     daemon->connect();
     ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
+    accept_tunnel();
     for (std::uint32_t id : {KX_MSG_ID_SYSMON_HB, KX_MSG_ID_APCOMM_MSG, KX_MSG_ID_VAP_INIT}) {
         ASSERT_EQ(next_id(), id);
     }

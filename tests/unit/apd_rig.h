@@ -21,7 +21,8 @@ public:
     played_daemon(const played_daemon &) = delete;
     played_daemon &operator=(const played_daemon &) = delete;
 
-    std::optional<kx::ipc_message> receive() { return endpoint_.receive(); }
+    std::optional<kx::ipc_message> receive() { return endpoint_->receive(); }
+    void close_endpoint() { endpoint_.reset(); }
     void send_to_monitor(std::uint32_t id, const std::vector<std::uint8_t> &payload);
     void announce(std::uint32_t id, std::uint32_t pid, std::uint32_t period_secs);
     void connect();
@@ -31,7 +32,7 @@ public:
     bool is_disconnected() const;
 
 private:
-    kx::ipc_socket endpoint_;
+    std::optional<kx::ipc_socket> endpoint_;
     int connection_ = -1;
 };
 

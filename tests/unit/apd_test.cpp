@@ -58,6 +58,14 @@ bytes status(std::uint32_t state, std::uint32_t ctrl_ip) {
 
 class apd_test : public apd_rig {
 protected:
+    static int connect_to_apd() {
+        int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        kx::place(kx::endpoint_apcomm).copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        return fd;
+    }
     // Sends whenever there is room, counting in `sent`, until for a while there was none.
     void fill_until_stalled(std::uint32_t &sent, const std::function<bool()> &send) {
         auto progress = std::chrono::steady_clock::now();
@@ -152,12 +160,12 @@ TEST_F(apd_test, an_answered_heartbeat_is_no_miss) {
 TEST_F(apd_test, reports_the_tunnel_and_has_the_vaps_loaded) {
     start_apd();
     ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
-    accept_tunnel();
-    settle();
-    EXPECT_FALSE(daemon->receive().has_value());
-
     daemon->connect();
+    settle();
+    EXPECT_LT(listener.accept(), 0);  // nobody is there yet who could take what the controller has to say
+
     ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
+    accept_tunnel();
     expect_status(APCOMM_STATUS_UP, 0x7f000001);
     EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
 
@@ -237,30 +245,54 @@ TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
     EXPECT_TRUE(logged("3 messages of client_mgr dropped: there is no tunnel"));
 }
 
-TEST_F(apd_test, counts_messages_for_a_daemon_that_is_gone_and_finds_the_next_one) {
+TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_take_them) {
     start_site();
-    daemon.reset();
+    daemon->close_endpoint();
     ASSERT_TRUE(accepted.send({1}));
     ASSERT_TRUE(accepted.send(bytes(16384)));
     EXPECT_TRUE(logged("2 messages from the controller dropped"));
+}
+
+TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_has_a_new_one_for_the_next) {
+    start_site();
+    daemon.reset();
+    ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
+    accepted = {};
+    settle();
+    EXPECT_LT(listener.accept(), 0);
+
     daemon.emplace();
     daemon->announce(kx::sysmon_id_handshake, 5, 60);
     expect_taken_up();
+    daemon->connect();
+    ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
+    accept_tunnel();
     ASSERT_TRUE(accepted.send({7}));
+    EXPECT_EQ(next_id(), KX_MSG_ID_APCOMM_MSG);
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
     auto message = next_message();
     ASSERT_TRUE(message.has_value());
     EXPECT_EQ(message->payload.back(), 7);
+}
+
+TEST_F(apd_test, sends_what_a_daemon_left_behind_before_the_tunnel_ends) {
+    start_site();
+    accepted.tunnel->set_reading(false);
+    for (std::uint32_t i = 0; i < 20; i++) {
+        ASSERT_TRUE(run_until([&] { return daemon->send_packet(106, numbered(i, 8000)); }));
+    }
+    daemon.reset();
+    settle();
+    accepted.tunnel->set_reading(true);
+    ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
+    EXPECT_EQ(accepted.messages.size(), 20U);
 }
 
 TEST_F(apd_test, ends_a_connection_that_sends_garbage_and_keeps_the_other) {
     start_site();
     played_daemon *good = &*daemon;
     for (const bytes &garbage : {bytes(3), bytes(16384 + 5)}) {
-        int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        kx::place(kx::endpoint_apcomm).copy(address.sun_path, sizeof(address.sun_path) - 1);
-        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        int fd = connect_to_apd();
         ASSERT_GT(send(fd, garbage.data(), garbage.size(), 0), 0);
         char byte = 0;
         EXPECT_TRUE(run_until([&] { return recv(fd, &byte, 1, MSG_DONTWAIT) == 0; }));
@@ -268,6 +300,18 @@ TEST_F(apd_test, ends_a_connection_that_sends_garbage_and_keeps_the_other) {
     }
     ASSERT_TRUE(good->send_packet(106, {1}));
     EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
+}
+
+TEST_F(apd_test, the_end_of_a_stranger_that_registered_is_not_the_daemons) {
+    start_site();
+    int fd = connect_to_apd();
+    ASSERT_EQ(send(fd, "\0\0\0\0", 4, 0), 4);
+    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    close(fd);
+    ASSERT_TRUE(daemon->send_packet(106, {1}));
+    EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
+    settle();
+    EXPECT_TRUE(accepted.up());
 }
 
 TEST_F(apd_test, its_sockets_are_the_owners_alone) {
@@ -360,6 +404,8 @@ TEST_F(apd_test, speaks_the_notify_protocol) {
     EXPECT_TRUE(notified("READY=1"));
     EXPECT_TRUE(notified("STATUS=no tunnel, client_mgr has not started yet"));
     EXPECT_TRUE(notified("WATCHDOG=1"));
+    daemon->connect();
+    ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
     accept_tunnel();
     daemon->announce(kx::sysmon_id_handshake, 5, 60);
     EXPECT_TRUE(notified("STATUS=tunnel to 127.0.0.1 up, client_mgr (process 5) runs"));

@@ -42,13 +42,12 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file)
                         channel_.disconnect();
                     }}),
       monitor_(base, inbox_, [this] { publish_status(); }),
-      channel_(base, {[this] { report_link_to_daemon(); },
+      channel_(base, {[this] { daemon_registered(); }, [this] { daemon_lost(); },
                       [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                           return daemon_message_rcvd(destination, message);
                       }}),
       config_watch_(base, config_file_, [this] { config_changed(); }) {
     monitor_.start();
-    link_.start(config_.controller);
     service_manager::notify("READY=1");
     publish_status();
 }
@@ -57,6 +56,17 @@ void platform_daemon::stop() {
     service_manager::notify("STOPPING=1");
     link_.stop();
 }
+
+// The tunnel lives as long as a client manager does. Nothing from the controller arrives before somebody can take it,
+// and one that was restarted, its table lost, is an access point that came back to the controller.
+void platform_daemon::daemon_registered() {
+    if (!link_.is_started()) {
+        link_.start(config_.controller);
+    }
+    report_link_to_daemon();
+}
+
+void platform_daemon::daemon_lost() { link_.end("client_mgr has gone"); }
 
 void platform_daemon::tunnel_up() {
     report_link_to_daemon();
@@ -132,7 +142,9 @@ void platform_daemon::config_changed() {
     }
     if (fields_of(before.controller) != fields_of(config_.controller)) {
         log_line("the controller's settings have changed");
-        link_.start(config_.controller);
+        if (link_.is_started()) {
+            link_.start(config_.controller);
+        }
     }
     vap_changes changes = find_vap_changes(before.vaps, config_.vaps);
     for (const std::string &ifname : changes.updated) {

@@ -29,6 +29,8 @@ public:
     void stop();
 
 private:
+    void daemon_registered();
+    void daemon_lost();
     void tunnel_up();
     void tunnel_down();
     void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);

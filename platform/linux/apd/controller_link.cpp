@@ -1,5 +1,7 @@
 #include "platform/linux/apd/controller_link.h"
 
+#include <utility>
+
 #include "platform/linux/apd/log.h"
 
 namespace apd {
@@ -12,12 +14,26 @@ void controller_link::start(const kx::controller_config &controller) {
         return;
     }
     controller_ = controller;
+    started_ = true;
     backoff_.reset();
     if (tunnel_ != nullptr) {
         tunnel_->close();  // its end starts the new one
         return;
     }
     retry_.start(std::chrono::microseconds(0));
+}
+
+void controller_link::end(const std::string &reason) {
+    started_ = false;
+    retry_.stop();
+    if (tunnel_ != nullptr) {
+        tunnel_->close();
+    }
+    // What is left of the tunnel carries nothing any more.
+    if (std::exchange(up_, false)) {
+        log_line("tunnel down: " + reason);
+        handlers_.on_down();
+    }
 }
 
 void controller_link::stop() {
@@ -68,6 +84,9 @@ void controller_link::tunnel_down(const std::string &reason) {
     }
     if (stopping_) {
         handlers_.on_stopped();
+        return;
+    }
+    if (!started_) {
         return;
     }
     auto wait = backoff_.next();

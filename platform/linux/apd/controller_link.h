@@ -31,8 +31,11 @@ public:
 
     // Connects to `controller` and, whenever the tunnel fails, again; an existing tunnel to another one ends.
     void start(const kx::controller_config &controller);
+    // Ends the tunnel until the next start().
+    void end(const std::string &reason);
     // Sends what is queued and ends the tunnel for good.
     void stop();
+    bool is_started() const { return started_; }
 
     outcome send(std::uint32_t destination, std::span<const std::uint8_t> message);
     // As tunnel_connection::set_reading, for this tunnel and those to come.
@@ -49,6 +52,7 @@ private:
     callbacks handlers_;
     kx::controller_config controller_;
     std::unique_ptr<kx::tunnel_connection> tunnel_;
+    bool started_ = false;
     bool up_ = false;
     std::chrono::steady_clock::time_point up_since_;
     bool reading_ = true;

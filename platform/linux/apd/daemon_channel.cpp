@@ -56,6 +56,7 @@ daemon_channel::daemon_channel(event_base *base, callbacks handlers)
 }
 
 daemon_channel::~daemon_channel() {
+    handlers_.on_lost = [] {};
     disconnect();
     acceptable_.stop();
     unlink(path_.c_str());
@@ -81,7 +82,7 @@ void daemon_channel::read_packets(int fd) {
     constexpr int packets_per_wakeup = 64;
     // One byte more than any packet has, to see one that is too long.
     static std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer;
-    for (int i = 0; i < packets_per_wakeup && !refused_; i++) {
+    for (int i = 0; i < packets_per_wakeup && !refused_ && connections_.contains(fd); i++) {
         ssize_t size = recv(fd, buffer.data(), buffer.size(), 0);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;
@@ -97,16 +98,16 @@ void daemon_channel::read_packets(int fd) {
             drop(fd);
             return;
         }
-        take_packet({buffer.data(), length});
+        take_packet(fd, {buffer.data(), length});
     }
 }
 
-void daemon_channel::take_packet(std::span<const std::uint8_t> packet) {
+void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
     kx::apcomm_packet head{};
     std::memcpy(&head, packet.data(), sizeof(head));
     auto message = packet.subspan(sizeof(head));
     if (head.destination == kx::apcomm_destination_apd) {
-        registered_ = true;
+        registered_.insert(fd);
         handlers_.on_register();
         return;
     }
@@ -114,7 +115,7 @@ void daemon_channel::take_packet(std::span<const std::uint8_t> packet) {
         return;
     }
     refused_ = {head.destination, {message.begin(), message.end()}};
-    for (auto &[fd, readable] : connections_) {
+    for (auto &[each, readable] : connections_) {
         readable.stop();
     }
 }
@@ -130,9 +131,13 @@ void daemon_channel::resume() {
 }
 
 void daemon_channel::drop(int fd) {
-    connections_.erase(fd);
+    if (connections_.erase(fd) == 0) {
+        return;
+    }
     close(fd);
-    registered_ = registered_ && !connections_.empty();
+    if (registered_.erase(fd) > 0 && registered_.empty()) {
+        handlers_.on_lost();
+    }
 }
 
 void daemon_channel::disconnect() {

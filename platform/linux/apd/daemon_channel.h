@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@ class daemon_channel {
 public:
     struct callbacks {
         std::function<void()> on_register;
+        std::function<void()> on_lost;  // no registered connection is left
         // False when the message cannot be taken now: it is offered again by resume(), and nothing is read until then.
         std::function<bool(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
     };
@@ -31,7 +33,7 @@ public:
     daemon_channel &operator=(const daemon_channel &) = delete;
 
     // A client manager is connected and has registered.
-    bool is_registered() const { return registered_; }
+    bool is_registered() const { return !registered_.empty(); }
     void resume();
     // Ends all connections; a live client manager registers again.
     void disconnect();
@@ -46,7 +48,7 @@ private:
 
     void accept_connection();
     void read_packets(int fd);
-    void take_packet(std::span<const std::uint8_t> packet);
+    void take_packet(int fd, std::span<const std::uint8_t> packet);
     void drop(int fd);
 
     event_base *base_;
@@ -55,7 +57,7 @@ private:
     int listener_;
     watch acceptable_;
     std::map<int, watch> connections_;  // by file descriptor
-    bool registered_ = false;
+    std::set<int> registered_;          // those of them on which a client manager has registered
     std::optional<refused_message> refused_;
 };
 
