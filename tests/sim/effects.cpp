@@ -9,6 +9,8 @@ namespace {
 
 bool starts_with(const std::string &text, std::string_view start) { return text.rfind(start, 0) == 0; }
 
+bool is_printable(char c) { return c >= ' ' && c <= '~'; }
+
 // Replaces the digits behind position `at`, if there are any.
 void replace_number(std::string &text, size_t at) {
     size_t end = at;
@@ -28,12 +30,15 @@ steps operator+(steps front, const steps &back) {
 }
 
 std::string escaped(std::string_view text) {
+    if (std::all_of(text.begin(), text.end(), is_printable)) {
+        return std::string(text);
+    }
     std::string out;
     for (char c : text) {
         char code[8];
         if (c == '\n') {
             out += "\\n";
-        } else if (isprint(static_cast<unsigned char>(c)) != 0) {
+        } else if (is_printable(c)) {
             out += c;
         } else {
             out.append(code, static_cast<size_t>(snprintf(code, sizeof(code), "\\x%02x", static_cast<uint8_t>(c))));

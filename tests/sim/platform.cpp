@@ -43,6 +43,19 @@ void fresh_daemon() {
     memcpy(g_cfg.ap_mac, ap_mac, sizeof(ap_mac));
 }
 
+bool all_zero(const uint8_t *data, size_t count) {
+    return count == 0 || (data[0] == 0 && memcmp(data, data + 1, count - 1) == 0);
+}
+
+// Whether the buffer still holds the message, and zeros behind it, but for the bytes that a handler may write to.
+bool is_kept(bytes msg, const uint8_t *buf, size_t room) {
+    constexpr size_t scratch_end = IPC_HDR_SIZE + KX_IPC_RX_SCRATCH;
+    msg.resize(std::max(msg.size(), scratch_end));
+    return memcmp(msg.data(), buf, IPC_HDR_SIZE) == 0 &&
+           memcmp(msg.data() + scratch_end, buf + scratch_end, msg.size() - scratch_end) == 0 &&
+           all_zero(buf + msg.size(), room - msg.size());
+}
+
 }  // namespace
 
 platform *platform::current = nullptr;
@@ -198,16 +211,13 @@ void platform::local(uint32_t id, const bytes &payload, uint32_t flags) {
     }
     memset(rx_buf, 0, rx_buf_len);
     std::copy(msg.begin(), msg.end(), rx_buf);
-    const bytes before(rx_buf, rx_buf + rx_buf_len);
 
     kx_ipc_rx rx = {reinterpret_cast<kx_ipc_msg_hdr *>(rx_buf), rx_buf + IPC_HDR_SIZE};
     answering = &rx;
     recv(&rx);
     answering = nullptr;
 
-    const size_t scratch_end = IPC_HDR_SIZE + KX_IPC_RX_SCRATCH;
-    if (memcmp(before.data(), rx_buf, IPC_HDR_SIZE) != 0 ||
-        memcmp(before.data() + scratch_end, rx_buf + scratch_end, rx_buf_len - scratch_end) != 0) {
+    if (!is_kept(msg, rx_buf, rx_buf_len)) {
         complain("the handler of id " + std::to_string(id) + " wrote outside the scratch bytes of the message");
     }
 }
@@ -268,8 +278,12 @@ int platform::log_seeked(void *self, off64_t *offset, int whence) {
 
 // One write is one line: the prefix with the time of the real-time clock, the text, a newline. Whether it succeeds.
 bool platform::write_log(std::string_view chunk) {
-    const std::string prefix =
-        ":" + std::to_string(wall_secs()) + ":" + std::to_string(wall_usecs % 1000000 / 1000) + ": ";
+    // The seconds as this machine's clock can show them.
+    char text_of_now[40];
+    const auto length = static_cast<size_t>(snprintf(
+        text_of_now, sizeof text_of_now, ":%lld:%d: ", static_cast<long long>(static_cast<time_t>(wall_secs())),
+        static_cast<int>(wall_usecs % 1000000 / 1000)));
+    const std::string_view prefix(text_of_now, length);
     if (chunk.substr(0, prefix.size()) != prefix || chunk.back() != '\n') {
         complain("not one whole line of this moment in one write: " + escaped(chunk));
         return true;
@@ -278,7 +292,9 @@ bool platform::write_log(std::string_view chunk) {
         return false;
     }
     const std::string_view text = chunk.substr(prefix.size(), chunk.size() - prefix.size() - 1);
-    record("log: " + escaped(without_source_line(std::string(text))));
+    std::string effect = escaped(without_source_line(std::string(text)));
+    effect.insert(0, "log: ");
+    effects.push_back(std::move(effect));
     return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include "event.h"
 #include "kx/kx_ipc.h"
+#include "station_records.h"
 #include "tables.h"
 
 namespace sim {
@@ -13,7 +14,9 @@ namespace {
 
 constexpr size_t LOCAL_ROOM = 16384 - IPC_HDR_SIZE;
 constexpr size_t CONTROLLER_ROOM = 16384;
-constexpr int64_t LAST_SECOND = 2100000000;  // a 32-bit time_t has room for what a run adds
+// Where a 32-bit time_t goes negative, and where seconds of 32 bits begin again.
+constexpr int64_t WRAPS[] = {int64_t{1} << 31, int64_t{1} << 32};
+constexpr int64_t LAST_SECOND = int64_t{1} << 33;
 
 constexpr uint32_t LOCAL_IDS[] = {
     63,  63,  63,  63,  63, 63, 64, 64, 64, 64, 65, 65, 65, 66, 66,  161, 161, 161, 161, 150, 150, 150, 150,
@@ -102,9 +105,9 @@ event event_source::any_event() {
         return surroundings_change();
     if (chance < 997)
         return log_level();
-    if (chance < 999 && dice_.one_in(2))
+    if (chance < 999 && dice_.one_in(4))
         return {.kind = event::ACL_BURST, .number = dice_.below(4096), .data = bssid()};
-    if (dice_.one_in(3))
+    if (dice_.one_in(6))
         queue_full_table();
     return controller();
 }
@@ -301,6 +304,10 @@ event event_source::clock() {
     e.clock = std::clamp<int64_t>(wall_secs_ + dice_.any(steps), 0, LAST_SECOND);
     if (dice_.one_in(20))
         e.clock = dice_.one_in(2) ? 0 : 1700000000;
+    if (dice_.one_in(4)) {
+        const int64_t wrap = dice_.any(WRAPS);
+        e.clock = wrap - dice_.below(90);
+    }
     return e;
 }
 
@@ -351,19 +358,22 @@ listed_vap event_source::vap(const std::string &ifname) {
     return listed;
 }
 
-// As the driver writes it, in the host's order. A wrong length ends the list: one that led to the middle of a record
-// would have integers read where their bytes do not begin, and these lie differently on each machine.
+// As the driver writes it. A wrong length ends the list or leads to the middle of a record.
 bytes event_source::station_list() {
     constexpr uint16_t wrong_lengths[] = {0, 0x7fff, 0xffff};
-    bytes list;
+    station_records records;
     const uint32_t count = dice_.one_in(100) ? 120 : dice_.below(5);
     for (uint32_t i = 0; i < count; i++) {
-        const uint16_t size = dice_.one_in(4) ? static_cast<uint16_t>(156 + 4 * dice_.below(20)) : uint16_t{156};
-        const uint16_t length = dice_.one_in(50) ? dice_.any(wrong_lengths) : size;
-        const uint16_t inactivity = static_cast<uint16_t>(dice_.below(65536));
-        const bytes front = joined({host16(length), zeros(14), mac(), zeros(118)});
-        list = joined({list, front, host16(inactivity), zeros(size - 142u)});
+        const bytes address = mac();
+        const auto inactivity = static_cast<uint16_t>(dice_.below(65536));
+        uint32_t step = dice_.one_in(4) ? 156 + 4 * dice_.below(20) : 156;
+        if (dice_.one_in(20))
+            step = 1 + dice_.below(200);
+        records.add(address, inactivity, step);
+        if (dice_.one_in(50))
+            records.end(dice_.any(wrong_lengths));
     }
+    bytes list = records.list();
     if (dice_.one_in(30))
         list.resize(dice_.below(static_cast<uint32_t>(list.size()) + 1));
     return list;

@@ -3,6 +3,7 @@
 #include <getopt.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "event.h"
 #include "kx/kx_ipc.h"
@@ -41,15 +43,32 @@ struct options {
     bool trace = false;
 };
 
-// Fowler, Noll and Vo's hash FNV-1a of 64 bits.
-struct fnv {
+// As Fowler, Noll and Vo's FNV-1a of 64 bits, but eight bytes at a time: every step is a bijection of the value, so
+// that lines which differ once stay different while what follows is the same.
+struct line_hash {
     uint64_t value = 0xcbf29ce484222325;
 
     void add(const std::string &line) {
-        for (const char c : line) add(static_cast<uint8_t>(c));
-        add(uint8_t{'\n'});
+        size_t at = 0;
+        for (; at + 8 <= line.size(); at += 8) {
+            step(word(line.data() + at));
+        }
+        char rest[8] = {};
+        memcpy(rest, line.data() + at, line.size() - at);
+        step(word(rest));
+        step(line.size());
     }
-    void add(uint8_t byte) { value = (value ^ byte) * 0x100000001b3; }
+
+private:
+    static uint64_t word(const char *p) {
+        uint64_t w;
+        memcpy(&w, p, sizeof w);
+        return std::endian::native == std::endian::little ? __builtin_bswap64(w) : w;
+    }
+    void step(uint64_t w) {
+        value = (value ^ w) * 0x100000001b3;
+        value ^= value >> 32;
+    }
 };
 
 class random_run {
@@ -84,7 +103,7 @@ public:
 
 private:
     void account_for(std::string &effect) {
-        effect = sim::portable_text(effect);
+        effect = sim::portable_text(std::move(effect));
         hash_.add(effect);
         count_++;
         if (trace_ != nullptr)
@@ -112,7 +131,7 @@ private:
     sim::event_source source_;
     sim::platform sim_;
     FILE *trace_;
-    fnv hash_;
+    line_hash hash_;
     size_t count_ = 0;
 };
 

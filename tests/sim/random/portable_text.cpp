@@ -3,6 +3,7 @@
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "bytes.h"
 
@@ -37,6 +38,8 @@ std::string host_integer(const bytes &body, size_t at, size_t width) {
 
 std::string rest(const bytes &body, size_t at) { return show(body.data() + at, body.size() - at); }
 
+bool starts_with(const std::string &text, std::string_view start) { return text.compare(0, start.size(), start) == 0; }
+
 // Operation, SSID length, reason, station, SSID.
 std::string station_operation(const bytes &body) {
     return show(first(body, 2)) + ", reason " + host_integer(body, 2, 2) + ", " + rest(body, 4);
@@ -49,12 +52,16 @@ std::string acl_verdict(const bytes &body) {
 
 }  // namespace
 
-std::string portable_text(const std::string &effect) {
+std::string portable_text(std::string effect) {
+    if (!starts_with(effect, "dump: Entry ") && !starts_with(effect, "ioctl(")) {
+        return effect;
+    }
     const size_t address = effect.find(" @ 0x");
-    if (effect.rfind("dump: Entry ", 0) == 0 && address != std::string::npos)
+    if (starts_with(effect, "dump: Entry ") && address != std::string::npos) {
         return effect.substr(0, address);
-    const bool station = effect.rfind("ioctl(0x8be6, ", 0) == 0;
-    const bool verdict = effect.rfind("ioctl(0x89fc, ", 0) == 0;
+    }
+    const bool station = starts_with(effect, "ioctl(0x8be6, ");
+    const bool verdict = starts_with(effect, "ioctl(0x89fc, ");
     if (!station && !verdict)
         return effect;
     const size_t at = effect.rfind(", ") + 2;

@@ -8,7 +8,7 @@ namespace sim {
 
 // Requests to the driver carry integers in the host's order: they are shown as their fields. A dumped entry begins
 // with its address in memory: it is left out. Every other effect is returned as it is.
-std::string portable_text(const std::string &effect);
+std::string portable_text(std::string effect);
 
 }  // namespace sim
 
