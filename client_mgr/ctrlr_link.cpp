@@ -3,6 +3,7 @@
 #include "client_mgr/client_mgr.h"
 #include "client_mgr/ctrlr_record.h"
 #include "client_mgr/log.h"
+#include "client_mgr/wipe.h"
 #include "kx/apcomm.h"
 
 namespace {
@@ -12,6 +13,7 @@ constexpr uint32_t min_msg_len = 3;
 
 struct record_walk {
     int pmk_only;  // a type 14 came earlier in this message, or is being handled
+    bool keys;     // a record of a type that carries keys was there
 };
 
 struct record_type {
@@ -19,6 +21,7 @@ struct record_type {
     void (*handler)(uint8_t *rec, record_walk &walk);
     int level;
     const char *text;
+    bool carries_keys;  // its body is a list of client_entry
 };
 
 constexpr char info_fetch_success_text[] = "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS";
@@ -38,22 +41,22 @@ void req_bulk_info(uint8_t *, record_walk &) {
 
 constexpr record_type record_types[] = {
     {CLIENT_MGR_CLIENT_MOVE_NOTIFY, [](uint8_t *rec, record_walk &) { client_mgr_process_move_notify(rec); }, LOG_EVENT,
-     "Received client move notify"},
+     "Received client move notify", false},
     {ROAMING_MGR_CLIENT_BULK_INFO, [](uint8_t *rec, record_walk &) { client_mgr_proc_bulk_info(rec); }, LOG_EVENT,
-     "Received ROAMING_MGR_CLIENT_BULK_INFO"},
-    {CLIENT_MGR_PMK_FETCH_SUCCESS, pmk_fetch_success, LOG_EVENT, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"},
+     "Received ROAMING_MGR_CLIENT_BULK_INFO", true},
+    {CLIENT_MGR_PMK_FETCH_SUCCESS, pmk_fetch_success, LOG_EVENT, "Received CLIENT_MGR_PMK_FETCH_SUCCESS", true},
     {CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS,
      [](uint8_t *rec, record_walk &walk) { client_mgr_proc_fetch_cl_info(rec, walk.pmk_only); }, LOG_EVENT,
-     info_fetch_success_text},
-    {CLIENT_MGR_REQ_BULK_INFO, req_bulk_info, LOG_EVENT, "Received CLIENT_MGR_REQ_BULK_INFO"},
+     info_fetch_success_text, true},
+    {CLIENT_MGR_REQ_BULK_INFO, req_bulk_info, LOG_EVENT, "Received CLIENT_MGR_REQ_BULK_INFO", false},
     {CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, [](uint8_t *rec, record_walk &) { client_mgr_proc_remove_cl_bulk_info(rec); },
-     LOG_EVENT, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"},
+     LOG_EVENT, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO", true},
     {CLIENT_MGR_CLIENT_GUEST_AUTH, [](uint8_t *rec, record_walk &) { client_mgr_proc_client_guest_auth(rec); },
-     LOG_EVENT, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"},
+     LOG_EVENT, "Received CLIENT_MGR_CLIENT_GUEST_AUTH", false},
     {CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, [](uint8_t *rec, record_walk &) { client_mgr_treat_unkn_as_assoc(rec); },
-     LOG_EVENT, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"},
+     LOG_EVENT, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC", true},
     {CLIENT_MGR_CLIENT_ACL_AUTH_RESP, [](uint8_t *rec, record_walk &) { client_mgr_proc_client_acl_auth_resp(rec); },
-     LOG_TRACE, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "},
+     LOG_TRACE, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg ", false},
 };
 
 void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
@@ -62,9 +65,30 @@ void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
             continue;
         }
         CM_LOG(t.level, "%s", t.text);
+        walk.keys |= t.carries_keys;
         t.handler(rec, walk);
         return;
     }
+}
+
+// Returns whether the message carried keys.
+bool walk_records(uint8_t *msg) {
+    const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg);
+    CM_LOG(LOG_EVENT, "Received recs %d hdr_len %d tot_len %d", uint16_t{hdr.recs}, hdr.hdr_len, uint16_t{hdr.tot_len});
+    record_walk walk = {};
+    size_t offset = hdr.hdr_len;
+    for (uint32_t left = hdr.recs; left > 0; left--) {
+        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr))) {
+            break;
+        }
+        uint8_t *at = msg + offset;
+        const ctrlr_rec_hdr &rec = *reinterpret_cast<const ctrlr_rec_hdr *>(at);
+        const uint16_t rec_len = rec.rec_len;
+        CM_LOG(LOG_EVENT, "Received rec_type %d rec_hdr_len %d rec_len %d", rec.rec_type, rec.rec_hdr_len, rec_len);
+        dispatch(rec.rec_type, at, walk);
+        offset += rec_len;
+    }
+    return walk.keys;
 }
 
 }  // namespace
@@ -102,26 +126,12 @@ void client_mgr_apcomm_recv_msg(void *, const uint8_t *msg, uint32_t len) {
     }
     memcpy(g_cfg.ctrlr_msg_buf, msg, len);
     memset(g_cfg.ctrlr_msg_buf + len, 0, CLIENT_MGR_BUF_SIZE - len);
-    client_mgr_proc_ctrlr_msg(g_cfg.ctrlr_msg_buf);
-}
-
-void client_mgr_proc_ctrlr_msg(uint8_t *msg) {
-    const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg);
-    CM_LOG(LOG_EVENT, "Received recs %d hdr_len %d tot_len %d", uint16_t{hdr.recs}, hdr.hdr_len, uint16_t{hdr.tot_len});
-    record_walk walk = {};
-    size_t offset = hdr.hdr_len;
-    for (uint32_t left = hdr.recs; left > 0; left--) {
-        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr))) {
-            return;
-        }
-        uint8_t *at = msg + offset;
-        const ctrlr_rec_hdr &rec = *reinterpret_cast<const ctrlr_rec_hdr *>(at);
-        const uint16_t rec_len = rec.rec_len;
-        CM_LOG(LOG_EVENT, "Received rec_type %d rec_hdr_len %d rec_len %d", rec.rec_type, rec.rec_hdr_len, rec_len);
-        dispatch(rec.rec_type, at, walk);
-        offset += rec_len;
+    if (walk_records(g_cfg.ctrlr_msg_buf)) {
+        wipe(g_cfg.ctrlr_msg_buf, len);
     }
 }
+
+void client_mgr_proc_ctrlr_msg(uint8_t *msg) { walk_records(msg); }
 
 void client_mgr_apcomm_ctrl_status(uint32_t ctrl_ip, uint32_t status) {
     if (status == APCOMM_STATUS_UP) {

@@ -7,6 +7,7 @@
 #include "client_mgr/ctrlr_record.h"
 #include "client_mgr/log.h"
 #include "client_mgr/vap_config.h"
+#include "client_mgr/wipe.h"
 #include "kx/kxbr_api.h"
 
 namespace {
@@ -88,7 +89,8 @@ int client_mgr_proc_bulk_info(uint8_t *rec) {
     CM_LOG(LOG_EVENT, "NUM OF CLIENT INFO: %d", static_cast<int>(entries.count()));
     while (const client_entry *entry = entries.next()) {
         hand_over(entry->client);
-        const client_info client = make_foreign_client(*entry);
+        client_info client = make_foreign_client(*entry);
+        const wipe_guard guard(client.pmk);
         client_tbl_mac_update(&client, -1);
         CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARGS(client.cl_mac),
                MAC_ARGS(client.home_bssid), client.home_vlan);

@@ -8,6 +8,7 @@
 #include "client_mgr/ctrlr_record.h"
 #include "client_mgr/log.h"
 #include "client_mgr/vap_config.h"
+#include "client_mgr/wipe.h"
 
 namespace {
 
@@ -57,10 +58,12 @@ void install_pmk(const client_entry &entry, const client_info &known, int32_t sl
         return;
     }
     client_info client = known;
+    const wipe_guard client_guard(client.pmk);
     memcpy(client.pmk, entry.pmk, sizeof client.pmk);
     client.flag |= CLIENT_FLAG_PMK;
     client_tbl_mac_update(&client, slot);
     pmk_info_message msg = {};
+    const wipe_guard msg_guard(msg.pmk);
     msg.sub_type = HOSTAPD_PMK_FETCH_RESP;
     memcpy(msg.bssid, entry.bssid, sizeof msg.bssid);
     memcpy(msg.client, entry.client, sizeof msg.client);
@@ -82,6 +85,7 @@ bool complete_roam(const client_entry &entry, const client_info &known) {
         return false;
     }
     client_info client = {};
+    const wipe_guard guard(client.pmk);
     memcpy(client.cl_mac, entry.client, sizeof client.cl_mac);
     memcpy(client.home_bssid, entry.home_bssid, sizeof client.home_bssid);
     memcpy(client.assoc_bssid, entry.bssid, sizeof client.assoc_bssid);
@@ -116,6 +120,7 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
     syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
            MAC_ARGS(msg.bssid), MAC_ARGS(msg.client), MAC_ARGS(msg.last_bssid));
     client_info client = *known;
+    const wipe_guard guard(client.pmk);
     uint32_t vap_idx;
     if (client_mgr_get_vap_idx(msg.bssid, &vap_idx) != 0) {
         report_invalid_bss(msg);

@@ -9,6 +9,7 @@
 #include "client_mgr/guest_entries.h"
 #include "client_mgr/ipv4.h"
 #include "client_mgr/log.h"
+#include "client_mgr/wipe.h"
 
 namespace {
 
@@ -55,6 +56,7 @@ void client_mgr_send_client_ip_msg(uint8_t *payload) {
         return;
     }
     client_info client = *known;
+    const wipe_guard guard(client.pmk);
     memcpy(client.cl_ip, msg.ip.bytes, sizeof client.cl_ip);
     CM_LOG(LOG_EVENT, "[%s] Adding client ip 0x%08x for client " MAC_FMT, __func__, uint32_t{msg.ip},
            MAC_ARGS(msg.client));
@@ -86,6 +88,7 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
         return;
     }
     client_info client = *known;
+    const wipe_guard guard(client.pmk);
     client.flag &= ~CLIENT_FLAG_GUEST;
     client_tbl_mac_update(&client, slot);
     vap_cfg &vap = g_cfg.vaps[vap_idx];

@@ -2,6 +2,7 @@
 
 #include "client_mgr/client_mgr.h"
 #include "client_mgr/log.h"
+#include "client_mgr/wipe.h"
 #include "kx/hapdcfg.h"
 
 namespace {
@@ -20,6 +21,7 @@ int client_mgr_notify_hostapd(const pmk_info_message *msg) {
         return -1;
     }
     hostapd_command command = {};
+    const wipe_guard guard(command.info.pmk);
     command.code = hostapd_command_client_info;
     command.info = *msg;
     hostapd_config_send_command(&command, connection);

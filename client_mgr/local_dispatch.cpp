@@ -7,6 +7,7 @@
 #include "client_mgr/client_mgr.h"
 #include "client_mgr/client_tbl/client_tbl.h"
 #include "client_mgr/log.h"
+#include "client_mgr/wipe.h"
 #include "kx/apcomm.h"
 #include "kx/sysmon.h"
 
@@ -72,8 +73,14 @@ void dump_client_table() {
         CM_LOG(LOG_ERROR, "Unable to open %s", dump_file);
         return;
     }
+    // Not the stream's own: the keys in it would outlive the stream.
+    char buffer[4096];
+    const wipe_guard guard(buffer);
+    setvbuf(f, buffer, _IOFBF, sizeof buffer);
     client_tbl_dump(f);
-    if (fclose(f) != 0) {
+    // The close tells of the last write alone.
+    const bool failed = ferror(f) != 0;
+    if (fclose(f) != 0 || failed) {
         CM_LOG(LOG_ERROR, "Unable to write %s", dump_file);
     }
 }

@@ -6,6 +6,7 @@
 #include "client_mgr/ctrlr_record.h"
 #include "client_mgr/log.h"
 #include "client_mgr/vap_config.h"
+#include "client_mgr/wipe.h"
 #include "kx/kxbr_api.h"
 
 namespace {
@@ -23,6 +24,7 @@ constexpr size_t moved_away_text_max = sizeof(captive_message::text) - 1;
 
 int moved(const char *caller, const moved_body &body, const client_info &known, int32_t slot) {
     client_info client = known;
+    const wipe_guard guard(client.pmk);
     if ((client.flag & CLIENT_FLAG_LOCAL) == 0) {
         CM_LOG(LOG_EVENT, "Not a local client, but update rcvd");
         return -1;

@@ -4,6 +4,7 @@
 #include "client_mgr/ctrlr_link.h"
 #include "client_mgr/log.h"
 #include "client_mgr/pmk_text.h"
+#include "client_mgr/wipe.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ int send_pmk_add(const pmk_info_message &msg) {
     auto add = make_ctrlr_msg<client_key_message>(CLIENT_MGR_PMK_ADD);
     memcpy(add.client, msg.client, sizeof add.client);
     memcpy(add.bssid, msg.bssid, sizeof add.bssid);
+    const wipe_guard guard(add.pmk);
     memcpy(add.pmk, msg.pmk, sizeof add.pmk);
     return client_mgr_send_apcomm_msg(&add, sizeof add);
 }
@@ -34,6 +36,7 @@ client_info make_client(const pmk_info_message &msg, uint32_t vap_idx) {
 }  // namespace
 
 int client_mgr_handle_pmk_info(uint8_t *payload) {
+    const wipe_guard guard(reinterpret_cast<pmk_info_message *>(payload)->pmk);
     if (!client_mgr_ctrlr_ready()) {
         return ignored;
     }
@@ -55,6 +58,7 @@ int client_mgr_handle_pmk_add(uint8_t *payload) {
     CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(msg.client));
     CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARGS(msg.bssid));
     CM_LOG(LOG_EVENT, "Cur PMK %s", pmk_to_text(msg.pmk, 24).text);
+    wipe_stack_below();  // where the line was put together
     if (send_pmk_add(msg) != 0) {
         // The foreign client's text serves here as well, and so does the association's below.
         CM_LOG(LOG_ERROR, "Error sending Foreign Client Update");
@@ -73,6 +77,7 @@ int client_mgr_handle_pmk_add(uint8_t *payload) {
         CM_LOG(LOG_EVENT, "Client not present in local tbl, adding");
     }
     client_info client = known != nullptr ? *known : make_client(msg, vap_idx);
+    const wipe_guard guard(client.pmk);
     memcpy(client.pmk, msg.pmk, sizeof client.pmk);
     client.flag |= CLIENT_FLAG_PMK;
     client_tbl_mac_update(&client, slot);

@@ -4,8 +4,13 @@
 
 #include <cstdint>
 
+#include "client_mgr/wipe.h"
+
+// Erases itself.
 struct pmk_text {
     char text[256];
+
+    ~pmk_text() { wipe(text, sizeof text); }
 };
 
 // "0A 1B ... " in two rows of 16 bytes, each followed by a newline and `indent` blanks (at most 70).

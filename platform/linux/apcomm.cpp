@@ -82,6 +82,11 @@ void send_waiting(evutil_socket_t, short, void *) {
     }
 }
 
+void forget_parts() {
+    explicit_bzero(assembled.data(), assembled_length);
+    assembled_total = assembled_length = 0;
+}
+
 // No message gets through any more.
 void tunnel_lost(const char *why) {
     if (waiting.packets() > 0) {
@@ -89,7 +94,7 @@ void tunnel_lost(const char *why) {
         waiting.clear();
         event_del(&writable);
     }
-    assembled_total = assembled_length = 0;
+    forget_parts();
     tunnel_up = false;
 }
 
@@ -176,13 +181,15 @@ void status_rcvd(const kx::apcomm_status &report) {
     }
 }
 
-void deliver(const uint8_t *message, uint32_t length) {
+// Erases the message, which may hold keys, afterwards.
+void deliver(uint8_t *message, uint32_t length) {
     if (on_message != nullptr) {
         on_message(nullptr, message, length);
     }
+    explicit_bzero(message, length);
 }
 
-void part_rcvd(const kx::apcomm_part &part, const uint8_t *bytes) {
+void part_rcvd(const kx::apcomm_part &part, uint8_t *bytes) {
     if (part.total > kx::apcomm_message_max || part.length > kx::apcomm_part_max || part.offset > part.total ||
         part.length > part.total - part.offset) {
         reject("length out of bounds");
@@ -193,15 +200,16 @@ void part_rcvd(const kx::apcomm_part &part, const uint8_t *bytes) {
         return;
     }
     if (part.offset == 0) {
+        forget_parts();
         assembled_total = part.total;
-        assembled_length = 0;
     }
     if (part.total != assembled_total || part.offset != assembled_length) {
-        assembled_total = assembled_length = 0;
+        forget_parts();
         reject("a part is missing");
         return;
     }
     std::copy_n(bytes, static_cast<uint32_t>(part.length), assembled.begin() + assembled_length);
+    explicit_bzero(bytes, part.length);
     assembled_length += part.length;
     if (assembled_length == assembled_total) {
         assembled_total = assembled_length = 0;

@@ -32,8 +32,6 @@ constexpr std::uint32_t file_size_default = 1u << 20;
 constexpr std::uint32_t file_size_min = 4096;
 constexpr std::uint32_t file_size_max = 1u << 30;
 
-char stream_buffer[8192];
-
 struct log_cfg_record {
     be32 word0, word1, level, console, word4, max_file_size;
 };
@@ -73,7 +71,9 @@ FILE *open_log(const std::string &file, std::uint32_t &size) {
         }
         throw std::system_error(error, std::generic_category(), file);
     }
-    setvbuf(stream, stream_buffer, _IOFBF, sizeof(stream_buffer));
+    // The daemon writes whole lines; one of them may show a key, which no buffer of a stream shall keep.
+    setvbuf(stream, nullptr, _IONBF, 0);
+    setvbuf(stdout, nullptr, _IONBF, 0);
     size = static_cast<std::uint32_t>(std::min<off_t>(end, std::numeric_limits<std::uint32_t>::max()));
     return stream;
 }

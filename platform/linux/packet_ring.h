@@ -1,4 +1,4 @@
-// A queue of packets in a fixed array of bytes.
+// A queue of packets in a fixed array of bytes. What leaves it leaves nothing behind: packets may hold keys.
 #ifndef KX_LINUX_PACKET_RING_H
 #define KX_LINUX_PACKET_RING_H
 
@@ -45,13 +45,14 @@ public:
     }
 
     void pop() {
-        std::size_t size = sizeof(be32) + front_size();
-        start_ = (start_ + size) % capacity;
-        used_ -= size;
+        drop(sizeof(be32) + front_size());
         packets_--;
     }
 
-    void clear() { start_ = used_ = packets_ = 0; }
+    void clear() {
+        drop(used_);
+        packets_ = 0;
+    }
 
 private:
     void append(std::span<const std::uint8_t> piece) {
@@ -60,6 +61,14 @@ private:
         std::copy_n(piece.begin(), first, bytes_.begin() + static_cast<std::ptrdiff_t>(at));
         std::copy(piece.begin() + static_cast<std::ptrdiff_t>(first), piece.end(), bytes_.begin());
         used_ += piece.size();
+    }
+
+    void drop(std::size_t size) {
+        std::size_t first = std::min(size, capacity - start_);
+        explicit_bzero(&bytes_[start_], first);
+        explicit_bzero(bytes_.data(), size - first);
+        start_ = (start_ + size) % capacity;
+        used_ -= size;
     }
 
     std::size_t front_size() const {
