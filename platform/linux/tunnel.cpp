@@ -350,6 +350,7 @@ bool connection::take_frame(const frame_header &header) {
     if (!own && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
         alive->handlers.on_message(header.destination, {message.data(), header.length});
     }
+    explicit_bzero(message.data(), header.length);  // it may hold keys
     return true;
 }
 

@@ -40,6 +40,8 @@ std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::stri
     // Connections last for days: resumption would save nothing.
     SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(tls, 0);
+    // Messages may hold keys, which OpenSSL shall not keep until others have taken their place.
+    SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
 
     if (SSL_CTX_load_verify_file(tls, ca.c_str()) != 1) {
         fail(ca, "no CA certificate can be read");

@@ -99,6 +99,7 @@ void daemon_channel::read_packets(int fd) {
             return;
         }
         take_packet(fd, {buffer.data(), length});
+        explicit_bzero(buffer.data(), length);  // it may hold keys
     }
 }
 

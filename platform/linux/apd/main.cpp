@@ -11,8 +11,10 @@
 
 #include "platform/linux/ap_config.h"
 #include "platform/linux/apd/apd.h"
+#include "platform/linux/apd/clean_heap.h"
 #include "platform/linux/apd/events.h"
 #include "platform/linux/apd/log.h"
+#include "platform/linux/hardening.h"
 #include "platform/linux/paths.h"
 
 namespace {
@@ -48,6 +50,8 @@ int run(int argc, char **argv) {
 
     signal(SIGPIPE, SIG_IGN);
     openlog("apd", LOG_PID, LOG_DAEMON);
+    kx::harden_process();
+    apd::clean_libraries_heap();
     serve(config_file);
     return EX_OK;
 }

@@ -1,0 +1,73 @@
+#include "platform/linux/hardening.h"
+
+#include <linux/capability.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+
+// Set by the linker: where the program's own variables, the tables among them, begin and end (end(3)).
+extern "C" {
+extern char __data_start;  // NOLINT(bugprone-reserved-identifier)
+extern char end;
+}
+
+namespace kx {
+
+namespace {
+
+struct pages {
+    void *start;
+    std::size_t size;
+};
+
+pages own_variables() {
+    auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    auto first = reinterpret_cast<std::uintptr_t>(&__data_start) & ~(page - 1);
+    auto last = (reinterpret_cast<std::uintptr_t>(&end) + page - 1) & ~(page - 1);
+    return {reinterpret_cast<void *>(first), last - first};
+}
+
+bool may_exceed_limits() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+    return syscall(SYS_capget, &header, sets.data()) == 0 && (sets[0].effective & (1U << CAP_IPC_LOCK)) != 0;
+}
+
+// Everything, whatever is mapped later included, is locked only where nothing can exceed the limit: a stack that
+// reaches it kills the process.
+void lock_memory() {
+    rlimit limit{};
+    getrlimit(RLIMIT_MEMLOCK, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_MEMLOCK, &limit);
+    bool unlimited = limit.rlim_max == RLIM_INFINITY || may_exceed_limits();
+    if (unlimited && mlockall(MCL_CURRENT | MCL_FUTURE | MCL_ONFAULT) == 0) {
+        return;
+    }
+    pages variables = own_variables();
+    bool locked = mlock(variables.start, variables.size) == 0;
+    syslog(LOG_USER | LOG_WARNING,
+           "RLIMIT_MEMLOCK is %llu bytes: %s, keys may be swapped out; LimitMEMLOCK=infinity avoids that",
+           static_cast<unsigned long long>(limit.rlim_max),
+           locked ? "only the program's own variables are locked in memory" : "no memory is locked");
+}
+
+}  // namespace
+
+void harden_process() {
+    prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    pages variables = own_variables();
+    madvise(variables.start, variables.size, MADV_DONTDUMP);
+    lock_memory();
+}
+
+}  // namespace kx

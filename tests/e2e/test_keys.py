@@ -1,0 +1,292 @@
+"""A station's key is in the memory of client_mgr as long as the station is known, and nowhere after that."""
+
+import os
+import secrets
+import signal
+import socket
+import struct
+from contextlib import contextmanager, suppress
+from pathlib import Path
+
+import pytest
+
+from lab.site.access_point import mac_bytes
+from lab.site.local_ipc import DAEMON, LocalSocket
+from lab.site.waiting import wait_until
+from steps import (CLIENT_DISASSOCIATION, CLIENT_IP, LOG_CFG_GET, add_access_point, associate, bssid_of, client_mac,
+                   tell, wait_for_association, wait_for_line, wait_until_ready)
+
+# client_mgr/messages.h
+FOREIGN_ASSOCIATION, FOREIGN_DISASSOCIATION, PMK_INFO = 64, 66, 150
+PMK_FETCH, PMK_ADD = 1, 2
+MOVE_NOTIFY, BULK_INFO, PMK_ANSWER, INFO_ANSWER, REMOVE_BULK, GUEST_AUTH = 9, 10, 14, 15, 17, 24
+ENTRY_PMK = 1
+TO_CLIENT_MANAGER = 106  # platform/linux/tunnel.h
+
+STATION, ELSEWHERE = client_mac(1), "02:00:00:00:20:01"
+HOME_VLAN, OTHER_VLAN = 10, 77
+
+
+class Key:
+    """A key that is found again, whole or in part, as it is or as text."""
+
+    def __init__(self) -> None:
+        self.bytes = secrets.token_bytes(32)
+        parts = [self.bytes[at:at + 8] for at in range(0, 32, 8)]
+        self._marks = [*parts, *(form(part).encode() for part in parts for form in (
+            bytes.hex, lambda part: part.hex().upper(), lambda part: part.hex(" "),
+            lambda part: part.hex(" ").upper()))]
+
+    def is_in(self, data: bytes) -> bool:
+        return any(mark in data for mark in self._marks)
+
+
+def places_of(key, process):
+    """The writable mappings of a process that hold the key."""
+    found = []
+    with open(f"/proc/{process.pid}/maps") as maps, open(f"/proc/{process.pid}/mem", "rb", buffering=0) as memory:
+        for line in maps:
+            fields = line.split(maxsplit=5)
+            if not fields[1].startswith("rw"):
+                continue
+            start, end = (int(each, 16) for each in fields[0].split("-"))
+            if key.is_in(read_mapping(memory, start, end)):
+                found.append(fields[5].strip() if len(fields) > 5 else fields[0])
+    return found
+
+
+def read_mapping(memory, start, end):
+    """A sanitizer reserves far more than there is: only what was written to is looked at."""
+    pieces = []
+    page = os.sysconf("SC_PAGESIZE")
+    if end - start <= 1 << 26:
+        return os.pread(memory.fileno(), end - start, start)
+    with open(f"/proc/{Path(memory.name).parent.name}/pagemap", "rb", buffering=0) as pagemap:
+        chunk = 1 << 30
+        for at in range(start, end, chunk):
+            words = os.pread(pagemap.fileno(), min(chunk, end - at) // page * 8, at // page * 8)
+            if not any(words):
+                continue
+            pieces += [os.pread(memory.fileno(), page, at + number * page)
+                       for number, (word,) in enumerate(struct.iter_unpack("<Q", words)) if word >> 63]
+    return b"".join(pieces)
+
+
+@pytest.fixture
+def access_point(lab):
+    """One whose controller sends what the test says and nothing else."""
+    if os.geteuid() != 0:
+        pytest.skip("only root may look into a process that handles keys")
+    lab.controller.start("--passive")
+    made = add_access_point(lab)
+    made.start_all()
+    wait_until_ready(made)
+    associate(made, client_mac(9))  # before the first record the controller does not know who is at the other end
+    wait_for_association(lab, client_mac(9))
+    return made
+
+
+def handled(access_point):
+    """Returns when client_mgr has handled the local messages that it was sent before."""
+    with LocalSocket(access_point.root) as ipc:
+        ipc.request(DAEMON, LOG_CFG_GET)
+
+
+def key_message(access_point, what, client=STATION, key=bytes(32), bssid=None):
+    bssid = mac_bytes(bssid or bssid_of(access_point))
+    tell(access_point, PMK_INFO, struct.pack(">I", what) + bssid + bssid + mac_bytes(client) + key)
+
+
+def send_record(lab, access_point, record, body):
+    """Returns when client_mgr has handled it: a record of a type that there is not shows in the log behind it."""
+    number = send_record.number = getattr(send_record, "number", 0) + 1
+    records = struct.pack(">BBH", record, 4, 4 + len(body)) + body + struct.pack(">BBH", 200, 4, 4 + number)
+    header = struct.pack(">3BHBH6s", 1, 14, 0, 2, 0, 14 + len(records), mac_bytes(access_point.mac))
+    lab.controller.ask("send", access_point.mac, (header + records).hex())
+    wait_for_line(access_point.log, f"Received rec_type 200 rec_hdr_len 4 rec_len {4 + number}\n")
+
+
+def entry(access_point, key=bytes(32), client=STATION, vlan=HOME_VLAN):
+    return struct.pack(">6s6s6sI4s32sI", mac_bytes(client), mac_bytes(ELSEWHERE), mac_bytes(bssid_of(access_point)),
+                       vlan, bytes([10, 0, 10, 9]), key, ENTRY_PMK)
+
+
+def entries(*each):
+    return struct.pack(">I", len(each)) + b"".join(each)
+
+
+def reassociate(access_point):
+    bssid = mac_bytes(bssid_of(access_point))
+    tell(access_point, FOREIGN_ASSOCIATION, bytes(16) + mac_bytes(STATION) + bssid + mac_bytes(ELSEWHERE) + bytes(4))
+    handled(access_point)
+
+
+# How a key arrives. Afterwards the client is associated, as a home client or as one that is tunnelled home.
+
+def derived_here(lab, access_point, key):
+    key_message(access_point, PMK_ADD, key=key.bytes)
+    associated_client_gets_its_key_back(access_point, key)
+
+
+def associated_client_gets_its_key_back(access_point, key):
+    associate(access_point, STATION)
+    handled(access_point)
+    key_message(access_point, PMK_ADD, key=key.bytes)
+    handled(access_point)
+
+
+def fetched(lab, access_point, key):
+    associate(access_point, STATION)
+    key_message(access_point, PMK_FETCH)
+    handled(access_point)
+    send_record(lab, access_point, PMK_ANSWER, entries(entry(access_point, key.bytes)))
+
+
+def brought_along(lab, access_point, key):
+    reassociate(access_point)
+    send_record(lab, access_point, INFO_ANSWER, entries(entry(access_point, key.bytes)))
+    key_message(access_point, PMK_ADD, key=key.bytes)
+    handled(access_point)
+
+
+def brought_along_from_another_vlan(lab, access_point, key):
+    reassociate(access_point)
+    send_record(lab, access_point, INFO_ANSWER, entries(entry(access_point, key.bytes, vlan=OTHER_VLAN)))
+
+
+def listed(lab, access_point, key):
+    send_record(lab, access_point, BULK_INFO, entries(entry(access_point, key.bytes)))
+    reassociate(access_point)
+
+
+# How a client goes.
+
+def disassociated(lab, access_point):
+    tell(access_point, CLIENT_DISASSOCIATION,
+         bytes(16) + mac_bytes(STATION) + mac_bytes(bssid_of(access_point)) + bytes(4))
+    tell(access_point, FOREIGN_DISASSOCIATION,
+         bytes(16) + mac_bytes(STATION) + mac_bytes(bssid_of(access_point)) + bytes(10))
+    handled(access_point)
+
+
+def removed(lab, access_point):
+    send_record(lab, access_point, REMOVE_BULK, entries(entry(access_point)))
+
+
+def moved_away(lab, access_point):
+    send_record(lab, access_point, MOVE_NOTIFY, b"\1" + mac_bytes(STATION) + bytes(13))
+
+
+def handed_over(lab, access_point):
+    """It lives elsewhere now, with another key."""
+    send_record(lab, access_point, BULK_INFO, entries(entry(access_point, secrets.token_bytes(32))))
+
+
+def rekeyed(lab, access_point):
+    key_message(access_point, PMK_ADD, key=secrets.token_bytes(32))
+    handled(access_point)
+
+
+def use(lab, access_point):
+    """Everything that copies a client's record without changing its key."""
+    tell(access_point, CLIENT_IP, mac_bytes(STATION) + bytes(2) + bytes([10, 0, 10, 7]) + b"wlan0\0")
+    key_message(access_point, PMK_FETCH)
+    send_record(lab, access_point, GUEST_AUTH, mac_bytes(STATION))
+    send_record(lab, access_point, MOVE_NOTIFY,
+                b"\2" + mac_bytes(STATION) + 2 * mac_bytes(bssid_of(access_point)) + b"\x63")
+    reassociate(access_point)
+    assert STATION in [client.mac for client in access_point.clients()]
+
+
+def expect_nowhere(access_point, key):
+    for program in ("client_mgr", "apd"):
+        process = access_point.running[program]
+        wait_until(lambda: not places_of(key, process), f"{program} has forgotten the key", 5)
+
+
+@pytest.mark.parametrize(("arrive", "ways_to_go"), [
+    (derived_here, [disassociated, removed, moved_away, handed_over, rekeyed]),
+    (fetched, [disassociated, rekeyed]),
+    (brought_along, [disassociated, removed]),
+    (brought_along_from_another_vlan, [disassociated, moved_away]),
+    (listed, [disassociated, handed_over]),
+])
+def test_key_goes_with_its_client(lab, access_point, arrive, ways_to_go):
+    for go in ways_to_go:
+        key = Key()
+        arrive(lab, access_point, key)
+        assert places_of(key, access_point.running["client_mgr"])
+        wait_until(lambda: not places_of(key, access_point.running["apd"]), "apd has forgotten the key", 5)
+        use(lab, access_point)
+        assert places_of(key, access_point.running["client_mgr"]), go
+        go(lab, access_point)
+        expect_nowhere(access_point, key)
+
+
+# The key of a client of an unknown BSSID is handed on and not kept.
+
+# As many messages as the local socket of a stopped process takes, and some more, which its peer has to keep.
+MORE_THAN_A_SOCKET_TAKES = 500
+
+
+@contextmanager
+def stopped(access_point, program):
+    process = access_point.running[program]
+    process.signal(signal.SIGSTOP)
+    yield
+    process.signal(signal.SIGCONT)
+
+
+def test_key_that_waited_in_client_mgr_is_gone(lab, access_point):
+    key = Key()
+    with stopped(access_point, "apd"):
+        for _ in range(MORE_THAN_A_SOCKET_TAKES):
+            key_message(access_point, PMK_ADD, key=key.bytes, bssid=ELSEWHERE)
+        handled(access_point)
+        assert places_of(key, access_point.running["client_mgr"])
+    expect_nowhere(access_point, key)
+
+
+def test_key_that_waited_in_apd_is_gone(lab, access_point):
+    key = Key()
+    answer = entries(*[entry(access_point, key.bytes)] * 5)
+    number = struct.pack(">3BHBH6s", 1, 14, 0, 1, 0, 18 + len(answer), mac_bytes(access_point.mac))
+    message = (number + struct.pack(">BBH", PMK_ANSWER, 4, 4 + len(answer)) + answer).hex()
+    with stopped(access_point, "client_mgr"):
+        for _ in range(100):
+            lab.controller.ask("send", access_point.mac, message)
+        wait_until(lambda: places_of(key, access_point.running["apd"]), "the key waits in apd", 5)
+    expect_nowhere(access_point, key)
+
+
+def test_key_that_waited_for_the_controller_is_gone(lab, access_point):
+    """apd holds it back for a controller that does not read, until the controller goes."""
+    key = Key()
+    message = struct.pack(">I", TO_CLIENT_MANAGER) + key.bytes * 500
+    assert lab.controller.process
+    lab.controller.process.signal(signal.SIGSTOP)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as daemon:
+        daemon.connect(str(access_point.root / "kx/ipc/apcomm"))
+        daemon.settimeout(1)
+        with suppress(TimeoutError):
+            while True:
+                daemon.send(message)
+    assert places_of(key, access_point.running["apd"])
+    lab.controller.kill()
+    wait_for_line(access_point.log, "Rcvd tunl status down")
+    expect_nowhere(access_point, key)
+
+
+def test_key_is_in_no_file_and_no_command_line(lab, access_point):
+    """But for the one line of the log that is there for it."""
+    key = Key()
+    derived_here(lab, access_point, key)
+    use(lab, access_point)
+    shown = [line for line in access_point.log.read_text().splitlines() if key.is_in(line.encode())]
+    assert len(shown) % 2 == 0 and all(each.startswith(" " * 24) or "Cur PMK " in each for each in shown)
+    others = [file for file in lab.directory.rglob("*") if file.is_file() and file != access_point.log]
+    assert access_point.root / "apd.err" in others
+    assert [file for file in others if key.is_in(file.read_bytes())] == []
+    for process in lab.processes.all:
+        assert not key.is_in(Path(f"/proc/{process.pid}/cmdline").read_bytes())
+        assert not key.is_in(Path(f"/proc/{process.pid}/environ").read_bytes())
