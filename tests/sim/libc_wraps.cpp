@@ -97,6 +97,15 @@ bool refused(const char *path) {
     return true;
 }
 
+// Whether a fault rule fails a call on the dump file's descriptor.
+bool denied(const char *call) {
+    if (here() == nullptr || here()->outcome(call, 0) >= 0) {
+        return false;
+    }
+    errno = EIO;
+    return true;
+}
+
 // The daemon's dump file lies in the platform's own directory.
 const char *redirected(const char *path) { return is_dump_file(path) ? here()->dump_path().c_str() : path; }
 
@@ -129,6 +138,11 @@ sighandler_t __real_signal(int number, sighandler_t handler);
 int __real_open(const char *path, int flags, ...);
 int __real_open64(const char *path, int flags, ...);
 FILE *__real_fdopen(int fd, const char *mode);
+int __real_fstat(int fd, void *out);
+int __real_fstat64(int fd, void *out);
+int __real_fchmod(int fd, mode_t mode);
+int __real_ftruncate(int fd, off_t length);
+int __real_ftruncate64(int fd, int64_t length);
 
 time_t __wrap_time(time_t *out) {
     if (here() == nullptr) {
@@ -263,7 +277,21 @@ FILE *__wrap_fdopen(int fd, const char *mode) {
     if (here() == nullptr) {
         return __real_fdopen(fd, mode);
     }
+    if (denied("fdopen")) {
+        return nullptr;
+    }
     return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
                        {nullptr, stream_written, nullptr, stream_closed});
 }
+
+// struct stat or struct stat64, as the caller has it.
+int __wrap_fstat(int fd, void *out) { return denied("fstat") ? -1 : __real_fstat(fd, out); }
+
+int __wrap_fstat64(int fd, void *out) { return denied("fstat") ? -1 : __real_fstat64(fd, out); }
+
+int __wrap_fchmod(int fd, mode_t mode) { return denied("fchmod") ? -1 : __real_fchmod(fd, mode); }
+
+int __wrap_ftruncate(int fd, off_t length) { return denied("ftruncate") ? -1 : __real_ftruncate(fd, length); }
+
+int __wrap_ftruncate64(int fd, int64_t length) { return denied("ftruncate") ? -1 : __real_ftruncate64(fd, length); }
 }

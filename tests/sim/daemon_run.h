@@ -1,0 +1,150 @@
+// A daemon driven event by event, on a platform that fails by one rule, beside what each event must bring about.
+//
+// Written down is what happens at log level 1: each call of the platform with the lines that its failure costs, and
+// what the failure keeps from happening. Two VAPs: "ath0" for home clients, "ath1" for guests.
+#ifndef TESTS_SIM_DAEMON_RUN_H
+#define TESTS_SIM_DAEMON_RUN_H
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "lifecycle.h"
+
+namespace sim {
+
+inline constexpr std::string_view HOME_BSSID = BSSID;     // of "ath0", on VLAN 100
+inline constexpr std::string_view GUEST_BSSID = BSSID_2;  // of "ath1", on VLAN 200
+
+// The `nth` call of `call`, and with `onwards` every later one.
+struct failure {
+    std::string call;
+    unsigned nth;
+    bool onwards;
+};
+
+class daemon_run {
+public:
+    // The daemon can talk to the controller and has loaded its VAPs.
+    daemon_run();
+
+    // From here on calls are counted anew, and fail so.
+    void begin(const std::optional<failure> &rule);
+    void end();
+    // Calls since then.
+    std::map<std::string, unsigned> counts;
+    // The daemon runs: start-up did not end it.
+    bool alive = true;
+    site sim;
+
+    // An access point's everyday: its VAPs are loaded, a client comes, gets an address, is reported, leaves. Returns
+    // what was done.
+    std::string everyday();
+
+    // --- events; each one's effects are checked
+
+    void starts();
+    // System init, system ready, link up.
+    void is_brought_up();
+    void a_minute_passes();
+    void is_asked_for_a_heartbeat();
+    void is_asked_for_the_log_configuration();
+    void is_asked_for_the_dump();
+    void vap_updated(std::string_view ifname);
+    void associates(std::string_view mac, std::string_view bssid);
+    void roams_in(std::string_view mac, std::string_view bssid);
+    void gets_ip(std::string_view mac, const bytes &ip, std::string_view ifname);
+    void leaves(std::string_view mac, std::string_view bssid);
+    void foreign_leaves(std::string_view mac, std::string_view bssid);
+    void has_key(std::string_view mac, std::string_view bssid);
+    void needs_key(std::string_view mac, std::string_view bssid);
+    void may_it_associate(std::string_view mac, std::string_view bssid);
+
+    // --- the controller's word
+
+    void bulk_requested();
+    void handed_over(const listed_client &client);
+    void forgotten(std::string_view mac);
+    void moved_away(std::string_view mac);
+    // To a VLAN that is not the client's own.
+    void moved(std::string_view mac, std::string_view bssid);
+    void fetched(const listed_client &client);
+    void key_fetched(const listed_client &client);
+    void to_be_associated(std::string_view mac, std::string_view bssid);
+    void guest_authorised(std::string_view mac);
+    void verdict_on(std::string_view mac, std::string_view bssid, uint32_t verdict);
+
+private:
+    struct vap {
+        std::string ifname, ssid, portal;
+        std::string_view bssid;
+        uint16_t vlan;
+        bool guests;
+    };
+    struct entry {  // of the VAP table
+        std::string ifname;
+        const vap *loaded = nullptr;
+        unsigned guest_count = 0;
+    };
+    struct client {
+        int vap_idx;
+        std::string_view bssid;
+        std::string_view last_bssid;
+        int home_vlan;
+        bytes ip;
+        unsigned flag;
+        bytes pmk;
+    };
+
+    static const std::array<vap, 2> VAPS;
+
+    // One call: counted, and expected as it succeeds or fails. Whether it succeeds.
+    bool does(const std::string &call, const steps &effect = {});
+    // A line at level 1.
+    void says(std::string_view line);
+    void expects(const steps &effect) { wanted = wanted + effect; }
+    // What happened is what was expected.
+    void check();
+
+    int index_of(std::string_view bssid) const;
+    client *find(std::string_view mac);
+
+    void sends(const steps &message, std::string_view error);
+    void sends_update(uint8_t type, std::string_view mac, std::string_view bssid, const bytes &ip);
+    void sends_foreign_update(uint8_t type, std::string_view mac, const client &c, std::string_view bssid);
+    // A request on the throw-away socket; `error` is said before the socket is closed. Whether it succeeds.
+    bool asks_driver(const steps &request, std::string_view error, const steps &after = {});
+    bool reads_bssid(const std::string &ifname);
+    bool pushes_verdict(std::string_view bssid, uint32_t verdict);
+    void disassociates(const entry &on, std::string_view mac, int reason);
+    void tells_portal(std::string_view mac, std::string_view text, uint8_t id);
+    void tells_hostapd(std::string_view mac, std::string_view bssid, std::string_view previous, const bytes &pmk);
+    void adds_to_bridge(std::string_view mac, std::string_view ifname, std::string_view device, int vlan,
+                        const bytes &ip, int tunnel);
+    void removes_from_bridge(std::string_view mac);
+    void runs(std::string_view announcement, const std::string &command);
+    void removes_guest_entries(entry &on, const bytes &ip, std::string_view reason);
+
+    void loads_vaps();
+    void registers_client(std::string_view mac, std::string_view bssid);
+    void takes_up_roam(std::string_view mac, client &c, std::string_view bssid);
+    void fetches(std::string_view mac, std::string_view bssid, std::string_view last_bssid, uint8_t type);
+    void reports_vaps();
+    void reports_stations();
+
+    std::optional<failure> rule;
+    steps wanted;
+    std::string done;
+    std::array<entry, 2> table;
+    size_t num_vaps = 0;
+    std::map<std::string_view, client> clients;
+    std::map<std::string_view, unsigned> verdicts;
+    bool timer_armed = false;
+};
+
+}  // namespace sim
+
+#endif

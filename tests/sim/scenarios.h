@@ -1,0 +1,21 @@
+// A fixed set of scenarios that together make every call of the platform.
+#ifndef TESTS_SIM_SCENARIOS_H
+#define TESTS_SIM_SCENARIOS_H
+
+#include <vector>
+
+#include "daemon_run.h"
+
+namespace sim {
+
+struct scenario {
+    const char *name;
+    void (*before)(daemon_run &run);  // events for which every call succeeds
+    void (*events)(daemon_run &run);
+};
+
+extern const std::vector<scenario> SCENARIOS;
+
+}  // namespace sim
+
+#endif
