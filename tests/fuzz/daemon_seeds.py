@@ -1,0 +1,191 @@
+"""Seeds of the targets around the daemon: every message it knows, about the clients that daemon_rig.cpp arranges."""
+import struct
+
+NOTIFICATION, REQUEST = 1, 2
+BSSIDS = [bytes.fromhex("b0b1b2b3b4b5"), bytes.fromhex("b0b1b2b3b4b6"), bytes.fromhex("d0d1d2d3d4d5")]
+NOWHERE = bytes(6)
+PMK = bytes(range(0x40, 0x60))
+
+# First bytes of an input, the daemon's state: log level 4; 3, no link; 2, the driver fails; 1, the channel is full.
+STATES = [3, 2 | 4, 1 | 8, 0 | 16]
+
+
+def client(number):
+    return bytes([2, 0, 0, 0, 0, number])
+
+
+def address(number):
+    return bytes([10, 0, 0, number])
+
+
+# Clients of each kind and one nobody knows; on either VAP, and on one that is not ours.
+PLACES = [(number, bssid) for number in range(1, 7) for bssid in BSSIDS]
+
+
+# --- local messages: (id, flags, payload)
+
+
+def association(message, number, bssid):
+    return message, NOTIFICATION, bytes(16) + client(number) + bssid + address(number)
+
+
+def foreign_association(message, number, bssid, last):
+    return message, NOTIFICATION, bytes(16) + client(number) + bssid + last + address(number)
+
+
+def client_ip(number, ip, interface):
+    return 161, NOTIFICATION, client(number) + bytes(2) + ip + interface + b"\0"
+
+
+def pmk_info(sub_type, number, bssid, last):
+    return 150, NOTIFICATION, struct.pack(">I", sub_type) + bssid + last + client(number) + PMK
+
+
+def acl_auth(number, bssid, data):
+    return 195, NOTIFICATION, client(number) + bssid + struct.pack(">I", len(data)) + data
+
+
+def local_messages():
+    yield from [(13, NOTIFICATION, b""), (16, NOTIFICATION, b""), (17, NOTIFICATION, b""), (60, NOTIFICATION, b""),
+                (28, REQUEST, b""), (59, REQUEST, b""), (29, NOTIFICATION, bytes(range(24))),
+                (61, NOTIFICATION, b"ath0".ljust(12, b"\0")), (123, NOTIFICATION, struct.pack(">III", 1, 1, 0x0A000001))]
+    for number, bssid in PLACES:
+        yield association(63, number, bssid)
+        yield association(65, number, bssid)
+        yield foreign_association(64, number, bssid, BSSIDS[2])
+        yield foreign_association(66, number, bssid, BSSIDS[0])
+        yield client_ip(number, address(number + 1), b"br-lan")
+        yield pmk_info(1, number, bssid, NOWHERE)
+        yield pmk_info(2, number, bssid, BSSIDS[2])
+    for number in [1, 2, 6, 17, 18, 19, 20]:
+        yield acl_auth(number, BSSIDS[0], b"opaque data")
+    yield client_ip(2, address(2), b"a;reboot")
+    yield acl_auth(18, BSSIDS[1], bytes(200))
+
+
+def as_travelled(message, flags, payload):
+    return struct.pack(">II", message, flags) + payload
+
+
+# --- controller records: (type, body)
+
+
+def entry(number, home, now, flags=0, pmk=PMK):
+    return client(number) + home + now + struct.pack(">I", 100) + address(number) + pmk + struct.pack(">I", flags)
+
+
+def client_list(kind, *entries):
+    return kind, struct.pack(">I", len(entries)) + b"".join(entries)
+
+
+def move(kind, number, old, new, vlan):
+    return 9, bytes([kind]) + client(number) + old + new + bytes([vlan])
+
+
+def acl_verdict(number, bssid, verdict, data=b""):
+    numbers = struct.pack(">IIIII", 0, 1, 2, 3, len(data))
+    return 28, struct.pack(">I", verdict) + client(number) + bssid + bytes(6) + numbers + data
+
+
+def controller_records():
+    yield 16, b""
+    for number, bssid in PLACES:
+        yield move(1, number, bssid, BSSIDS[2], 100)
+        yield move(2, number, BSSIDS[0], bssid, 200)
+        yield 24, client(number)
+        for kind in [10, 14, 15, 17, 26]:
+            yield client_list(kind, entry(number, BSSIDS[2], bssid, flags=number & 3))
+        yield acl_verdict(number + 15, bssid, number & 1, b"data")
+    yield client_list(10, *(entry(number, bssid, bssid) for number, bssid in PLACES))
+
+
+def records(*all_records):
+    return b"\1" + b"".join(struct.pack(">BH", kind, len(body)) + body for kind, body in all_records)
+
+
+def whole_message(kind, body):
+    record = struct.pack(">BBH", kind, 4, 4 + len(body)) + body
+    return b"\0" + struct.pack(">BBBHBH", 1, 14, 0, 1, 0, 14 + len(record)) + bytes(6) + record
+
+
+# --- station lists, as a fuzzer's input
+
+
+def stations(*numbers):
+    return b"\1" + b"".join(bytes([number % 3]) + client(number) + struct.pack(">H", number) for number in numbers)
+
+
+def block(content):
+    return struct.pack(">H", len(content)) + content
+
+
+# --- sequences
+
+LOCAL, CONTROLLER, LINK, WAIT, CLOCK, FAIL, MEND, SURROUNDINGS, LOG_LEVEL = range(9)
+
+
+def event(kind, content=b""):
+    return bytes([kind]) + block(content)
+
+
+def local_event(message):
+    number, flags, payload = message
+    return event(LOCAL, bytes([number, flags]) + payload)
+
+
+def told(*all_records):
+    return event(CONTROLLER, records(*all_records))
+
+
+def wait(seconds):
+    return event(WAIT, struct.pack(">H", seconds))
+
+
+def vap(kind, vlan, last_byte, station_list):
+    return struct.pack(">BHB", kind, vlan, last_byte) + block(station_list)
+
+
+START = (event(LOG_LEVEL, b"\4\0") +
+         event(SURROUNDINGS, vap(0, 100, 0xB5, stations(1, 2)) + vap(1, 200, 0xB6, stations(3))) +
+         b"".join(local_event((message, NOTIFICATION, b"")) for message in (17, 16)) +
+         event(LINK, b"\1\x0a\x0b\x0c\x0d") + local_event((60, NOTIFICATION, b"")))
+
+
+def stories():
+    home, portal, away = BSSIDS
+    yield START + local_event(association(63, 1, home)) + local_event(client_ip(1, address(1), b"eth0")) + \
+        local_event(pmk_info(2, 1, home, NOWHERE)) + local_event(association(65, 1, home))
+    yield START + local_event(association(63, 2, portal)) + local_event(client_ip(2, address(2), b"br-lan")) + \
+        told((24, client(2))) + local_event(association(65, 2, portal))
+    yield START + told(client_list(10, entry(3, away, away, 1))) + \
+        local_event(foreign_association(64, 3, home, away)) + told(move(2, 3, home, portal, 200)) + \
+        local_event(association(66, 3, home))
+    yield START + local_event(foreign_association(64, 4, portal, away)) + \
+        told(client_list(15, entry(4, away, portal, 2)), client_list(14, entry(4, away, portal, 1))) + \
+        told(client_list(17, entry(4, away, portal)))
+    yield START + local_event(acl_auth(17, home, b"one")) + wait(5) + local_event(acl_auth(17, home, b"two")) + \
+        wait(12) + local_event(acl_auth(17, home, b"three")) + told(acl_verdict(17, home, 1, b"data")) + \
+        local_event(acl_auth(17, home, b"four")) + wait(61)
+    yield START + event(FAIL, b"\0\1\1") + local_event(association(63, 5, home)) + event(MEND) + told((16, b"")) + \
+        event(LINK, bytes(5)) + local_event(association(65, 5, home)) + event(CLOCK, struct.pack(">I", 1000))
+    yield START + wait(40) + told(client_list(26, entry(6, home, home)))
+
+
+def all_seeds():
+    messages = list(local_messages())
+    received = list(controller_records())
+    lists = [stations(), stations(1), stations(1, 2, 3, 4, 5, 6), stations(*range(100))]
+    raw = b"\0" + struct.pack("=H", 156) + bytes(14) + client(1) + bytes(134)
+    return {
+        "local_message": [bytes([STATES[0]]) + as_travelled(*message) for message in messages] +
+                         [bytes([state]) + as_travelled(*message) for state in STATES[1:] for message in messages[::5]],
+        "controller_message": [bytes([STATES[0]]) + records(record) for record in received] +
+                              [bytes([STATES[0]]) + records(*received[i:i + 7]) for i in range(0, len(received), 7)] +
+                              [bytes([state]) + whole_message(*record)
+                               for state in STATES for record in received[::11]],
+        "sequence": [b"\0" + story for story in stories()] + [bytes([state]) + story[len(START):]
+                                                              for state in STATES + [32] for story in stories()],
+        "driver_stations": [bytes([state]) + block(first) + second
+                            for state in STATES for first, second in zip(lists, lists[::-1] + [raw])] +
+                           [bytes([STATES[0]]) + block(raw) + lists[1]],
+    }

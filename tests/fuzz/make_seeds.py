@@ -1,0 +1,34 @@
+#!/usr/bin/env python3
+"""Writes the seeds of every fuzz target: well-formed inputs that the fuzzers start from.
+
+DIRECTORY/TARGET/ gets one file for each seed of the target, and DIRECTORY/TARGET.list names them and the target's
+regressions, separated by commas.
+"""
+import argparse
+import pathlib
+import sys
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+
+import daemon_seeds  # noqa: E402
+import lab_seeds  # noqa: E402
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("directory", type=pathlib.Path)
+    parser.add_argument("regressions", type=pathlib.Path)
+    arguments = parser.parse_args()
+    for target, seeds in {**daemon_seeds.all_seeds(), **lab_seeds.all_seeds()}.items():
+        place = arguments.directory / target
+        place.mkdir(parents=True)
+        files = []
+        for number, seed in enumerate(seeds):
+            files.append(place / f"{number:03}")
+            files[-1].write_bytes(seed)
+        files += sorted((arguments.regressions / target).glob("*"))
+        (arguments.directory / f"{target}.list").write_text(",".join(map(str, files)))
+
+
+if __name__ == "__main__":
+    main()
