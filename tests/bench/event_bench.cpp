@@ -1,0 +1,247 @@
+// CPU time of the real client manager per event, beside a process that does nothing but the same receives and sends and
+// beside one that also logs as a plain daemon does. All take turns in one run, on one CPU with the driver.
+#include <sched.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "tests/bench/event_kinds.h"
+#include "tests/bench/private_dev.h"
+#include "tests/bench/subject.h"
+
+namespace {
+
+using bench::subject;
+
+constexpr std::size_t window = 8;
+
+struct options {
+    std::string program, directory = "/tmp", json_file, only;
+    unsigned rounds = 15;
+    int cpu = 0;
+    std::vector<int> levels{1, 3, 4};
+};
+
+void play_window(subject &to, const bench::client_messages &make, std::size_t first, std::size_t end, unsigned round) {
+    for (std::size_t client = first; client < end; client++) {
+        for (const bench::bytes &message : make(client, round)) {
+            to.around().send(message);
+        }
+    }
+}
+
+// Unmeasured.
+void play(subject &to, const bench::client_messages &make, std::size_t clients, unsigned round) {
+    for (std::size_t first = 0; make && first < clients; first += window) {
+        play_window(to, make, first, std::min(first + window, clients), round);
+        to.around().settle();
+    }
+}
+
+// Microseconds of CPU time per event.
+double measure(subject &of, const bench::event_kind &kind, const bench::counts &per_event, unsigned round) {
+    double before = of.cpu_time();
+    for (std::size_t first = 0; first < kind.clients; first += window) {
+        std::size_t end = std::min(first + window, kind.clients);
+        play_window(of, kind.event, first, end, round);
+        bench::counts expected = per_event;
+        for (std::size_t &each : expected) {
+            each *= end - first;
+        }
+        if (std::accumulate(expected.begin(), expected.end(), std::size_t{0}) == 0) {
+            of.around().settle();  // nothing else tells that the events were handled
+        } else {
+            of.around().await(expected);
+        }
+    }
+    return (of.cpu_time() - before) * 1e6 / static_cast<double>(kind.clients);
+}
+
+double quantile(std::vector<double> values, double share) {
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+struct result {
+    std::string process;
+    std::vector<double> us_per_event;
+};
+
+// What the client manager at `level` sends and logs for one event.
+struct observed {
+    std::vector<bench::sent_message> outputs;
+    std::vector<std::string> lines;
+};
+
+observed observe(const options &wanted, const bench::event_kind &kind, const std::string &root, int level, int log) {
+    auto one = subject::client_manager(wanted.program, root, level, log);
+    auto single = [&](const bench::client_messages &make, std::size_t client) {
+        observed seen;
+        if (make) {
+            play_window(*one, make, client, client + 1, 1);
+            seen.outputs = one->around().settle();
+        }
+        seen.lines = one->new_log_lines();
+        return seen;
+    };
+    // What is said once a process is said by the first.
+    observed seen;
+    for (std::size_t client : {0U, 1U}) {
+        single(kind.before, client);
+        seen = single(kind.event, client);
+    }
+    return seen;
+}
+
+// Those that take part for one kind of event.
+struct contest {
+    std::vector<std::pair<std::string, std::unique_ptr<subject>>> processes;
+    std::map<std::string, bench::counts> per_event;
+    std::size_t lines_at_3 = 0;
+};
+
+contest make_contest(const options &wanted, const bench::event_kind &kind, const std::string &root, int log) {
+    contest made;
+    observed plain = observe(wanted, kind, root + "/observed1", 1, log);
+    observed chatty = observe(wanted, kind, root + "/observed3", 3, log);
+    made.lines_at_3 = chatty.lines.size();
+    std::vector<bench::sent_message> raw_outputs = plain.outputs;
+    std::erase_if(raw_outputs, [](const auto &each) { return each.to == bench::receiver::system_log; });
+    std::size_t messages = kind.event(0, 1).size();
+    auto add = [&](const std::string &name, std::unique_ptr<subject> process, bench::counts counts) {
+        if (log < 0) {
+            counts[static_cast<std::size_t>(bench::receiver::system_log)] = 0;
+        }
+        made.processes.emplace_back(name, std::move(process));
+        made.per_event[name] = counts;
+    };
+    add("raw exchange", subject::raw_exchange(root + "/raw", messages, raw_outputs, {}, log),
+        bench::count(raw_outputs));
+    auto with_log_line = raw_outputs;
+    with_log_line.push_back({bench::receiver::system_log, 0});
+    add("plain daemon's level 3",
+        subject::raw_exchange(root + "/plain", messages, raw_outputs, chatty.lines, log),
+        bench::count(chatty.lines.empty() ? raw_outputs : with_log_line));
+    for (int level : wanted.levels) {
+        std::string name = "client_mgr, level " + std::to_string(level);
+        add(name, subject::client_manager(wanted.program, root + "/level" + std::to_string(level), level, log),
+            bench::count(plain.outputs));
+    }
+    return made;
+}
+
+std::vector<result> run(const options &wanted, const bench::event_kind &kind, contest &those) {
+    std::vector<result> results;
+    for (auto &[name, process] : those.processes) {
+        results.push_back({name, {}});
+    }
+    // The first round warms up. Each round begins with another process.
+    for (unsigned round = 1; round <= wanted.rounds + 1; round++) {
+        for (std::size_t i = 0; i < results.size(); i++) {
+            std::size_t turn = (i + round) % results.size();
+            auto &[name, process] = those.processes[turn];
+            bool is_daemon = name.starts_with("client_mgr");
+            if (is_daemon) {
+                play(*process, kind.before, kind.clients, round);
+            }
+            double us = measure(*process, kind, those.per_event[name], round);
+            if (is_daemon) {
+                play(*process, kind.after, kind.clients, round);
+            }
+            if (round > 1) {
+                results[turn].us_per_event.push_back(us);
+            }
+        }
+    }
+    return results;
+}
+
+nlohmann::json report(const bench::event_kind &kind, const std::vector<result> &results, std::size_t lines_at_3) {
+    double raw = quantile(results[0].us_per_event, 0.5);
+    double plain = quantile(results[1].us_per_event, 0.5);
+    std::printf("\n%s (%zu lines at level 3)\n%-26s %10s %8s %15s %12s %12s\n", kind.name.c_str(), lines_at_3, "",
+                "events/s", "us", "quartiles", "of raw rate", "of plain CPU");
+    nlohmann::json processes = nlohmann::json::array();
+    for (const result &each : results) {
+        double median = quantile(each.us_per_event, 0.5);
+        double low = quantile(each.us_per_event, 0.25), high = quantile(each.us_per_event, 0.75);
+        std::printf("%-26s %10.0f %8.2f %7.2f-%-7.2f %12.2f %12.2f\n", each.process.c_str(), 1e6 / median, median, low,
+                    high, raw / median, median / plain);
+        processes.push_back({{"process", each.process},
+                             {"us_per_event", median},
+                             {"quartiles", {low, high}},
+                             {"rate_of_raw", raw / median},
+                             {"cpu_of_plain", median / plain}});
+    }
+    std::fflush(stdout);
+    return {{"event", kind.name}, {"lines_at_level_3", lines_at_3}, {"processes", processes}};
+}
+
+// A driver that is woken by each message must not push the measured process off the CPU that they share: in
+// SCHED_BATCH it waits until that process sleeps. The measured processes leave it when they start.
+void share_cpu(int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    sched_param none{};
+    if (sched_setaffinity(0, sizeof(set), &set) != 0 || sched_setscheduler(0, SCHED_BATCH, &none) != 0) {
+        throw std::runtime_error("CPU " + std::to_string(cpu) + " cannot be had");
+    }
+}
+
+int measure_all(const options &wanted) {
+    share_cpu(wanted.cpu);
+    std::string root = wanted.directory + "/client_mgr-bench.XXXXXX";
+    if (mkdtemp(root.data()) == nullptr) {
+        throw std::runtime_error(root + ": cannot be made");
+    }
+    int log = open_private_system_log();
+    if (log < 0) {
+        std::fprintf(stderr, "no /dev of our own (root is needed): system log lines cost a failed connection each\n");
+    }
+    nlohmann::json all = nlohmann::json::array();
+    int directory = 0;
+    for (const bench::event_kind &kind : bench::make_event_kinds()) {
+        if (kind.name.find(wanted.only) == std::string::npos) {
+            continue;
+        }
+        contest those = make_contest(wanted, kind, root + "/" + std::to_string(directory++), log);
+        all.push_back(report(kind, run(wanted, kind, those), those.lines_at_3));
+    }
+    std::filesystem::remove_all(root);
+    if (!wanted.json_file.empty()) {
+        std::ofstream(wanted.json_file) << all.dump(2) << "\n";
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    options wanted;
+    wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
+    CLI::App app{"CPU time of the client manager per event, beside a raw exchange of the same messages"};
+    app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
+    app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
+    app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")->capture_default_str();
+    app.add_option("--rounds", wanted.rounds, "turns of each process")->check(CLI::Range(1, 1000))->capture_default_str();
+    app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
+    app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
+    app.add_option("--only", wanted.only, "events whose name contains this text");
+    app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return measure_all(wanted);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "event_bench: %s\n", error.what());
+        return 1;
+    }
+}

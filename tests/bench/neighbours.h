@@ -1,0 +1,69 @@
+// Everybody that the client manager talks to, played by one process.
+#ifndef TESTS_BENCH_NEIGHBOURS_H
+#define TESTS_BENCH_NEIGHBOURS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+using bytes = std::vector<std::uint8_t>;
+
+// Whom a message of the measured process is for.
+enum class receiver : std::size_t { portal, hostapd, monitor, controller, system_log, radio };
+inline constexpr std::size_t receivers = 6;
+
+struct sent_message {
+    receiver to;
+    std::size_t size;
+};
+using counts = std::array<std::size_t, receivers>;
+counts count(const std::vector<sent_message> &messages);
+
+// The endpoints below one $KX_ROOT. The measured process is the one that connects to them and owns
+// "/kx/ipc/client_mgr". Throws std::runtime_error, also when the process does not do within 20 s what it is expected to.
+class neighbours {
+public:
+    // `system_log`: as open_private_system_log() returns it; it is shared with others.
+    neighbours(const std::string &root, int system_log);
+    ~neighbours();
+    neighbours(const neighbours &) = delete;
+    neighbours &operator=(const neighbours &) = delete;
+
+    const std::string &root() const { return root_; }
+    // Connects to the endpoint of the measured process, which has announced itself, and takes its connection for
+    // messages to the controller.
+    void connect();
+    // Makes one local message to the measured process wait in its queue.
+    void send(const bytes &message);
+    // Serves the endpoints until everything in `expected` has come.
+    void await(const counts &expected);
+    // Waits until the process has handled everything that it was sent. Returns what it sent meanwhile.
+    std::vector<sent_message> settle();
+    // The station list with which the radio answers from here on.
+    void set_stations(bytes records) { stations_ = std::move(records); }
+
+private:
+    // Waits until something comes, or `subject_events` of poll(2) hold for the socket to the measured process.
+    void serve(short subject_events = 0);
+    void take_all(receiver from);
+    bool answer_driver_request(int listener);
+
+    std::string root_;
+    std::array<int, receivers> fds_{};
+    int controller_listener_ = -1;
+    int subject_ = -1;
+    bytes stations_;
+    std::vector<sent_message> received_;
+};
+
+void append(bytes &to, const void *more, std::size_t size);
+// A local message: header and payload.
+bytes local_message(std::uint32_t id, const bytes &payload = {});
+
+}  // namespace bench
+
+#endif
