@@ -13,14 +13,11 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
-#include <deque>
 #include <new>
 #include <utility>
 
-#include "client_mgr/wire.h"
 #include "platform/linux/tcp_dialer.h"
 
 namespace kx {
@@ -31,11 +28,6 @@ using namespace std::chrono_literals;
 using monotonic = std::chrono::steady_clock;
 
 constexpr auto close_wait = 2s;
-
-struct frame_header {
-    be32 destination, length;
-};
-static_assert(sizeof(frame_header) == tunnel_header_size);
 
 timeval to_timeval(monotonic::duration wait) {
     auto microseconds = std::max<std::int64_t>(std::chrono::ceil<std::chrono::microseconds>(wait).count(), 0);
@@ -100,27 +92,6 @@ std::uint32_t ipv4_of_peer(int fd) {
     return ntohl(ipv4.sin_addr.s_addr);
 }
 
-// The frames in the queue, oldest first, so that those which were never sent can be counted.
-class frame_counter {
-public:
-    void add(std::size_t size) {
-        sizes_.push_back(size);
-        bytes_ += size;
-    }
-    // How many frames lie, whole or in part, in the `waiting` last bytes of the queue.
-    std::size_t count(std::size_t waiting) {
-        while (!sizes_.empty() && bytes_ - sizes_.front() >= waiting) {
-            bytes_ -= sizes_.front();
-            sizes_.pop_front();
-        }
-        return sizes_.size();
-    }
-
-private:
-    std::deque<std::size_t> sizes_;
-    std::size_t bytes_ = 0;
-};
-
 class connection final : public tunnel_connection {
 public:
     connection(event_base *base, ssl_ptr ssl, callbacks handlers, const tunnel_options &options)
@@ -182,7 +153,7 @@ private:
     std::size_t queued() const { return evbuffer_get_length(bufferevent_get_output(buffered_.get())); }
     void write(std::uint32_t destination, std::span<const std::uint8_t> message);
     void take_frames();
-    bool take_frame(const frame_header &header);
+    void deliver(const tunnel_frame &frame);
     void queue_shrunk();
     void event(short what);
     void go_up();
@@ -240,14 +211,10 @@ bool connection::send(std::uint32_t destination, std::span<const std::uint8_t> m
 }
 
 void connection::write(std::uint32_t destination, std::span<const std::uint8_t> message) {
-    frame_header header{};
-    header.destination = destination;
-    header.length = static_cast<std::uint32_t>(message.size());
     frames_.count(queued());
-    bufferevent_write(buffered_.get(), &header, sizeof(header));
-    bufferevent_write(buffered_.get(), message.data(), message.size());
+    put_tunnel_frame(bufferevent_get_output(buffered_.get()), destination, message);
     if (destination != tunnel_destination_own) {
-        frames_.add(sizeof(header) + message.size());
+        frames_.add(tunnel_header_size + message.size());
     }
     sent_ = monotonic::now();
 }
@@ -312,46 +279,34 @@ void connection::take_frames() {
         return;
     }
     auto alive = owner_;
-    frame_header header{};
-    while (reading_ && evbuffer_copyout(input, &header, sizeof(header)) == static_cast<ev_ssize_t>(sizeof(header)) &&
-           take_frame(header)) {
+    tunnel_frame frame;
+    std::string fault;
+    frame_state state = frame_state::partial;
+    while (reading_ && (state = take_tunnel_frame(input, frame, fault)) == frame_state::taken) {
+        deliver(frame);
+        explicit_bzero(frame.buffer.data(), frame.length);  // it may hold keys
         if (alive->gone || phase_ != phase::up) {
             return;
         }
     }
-    if (!alive->gone && phase_ == phase::up && reading_ && !pending_end_.empty()) {
+    if (state == frame_state::bad) {
+        end(fault);
+        return;
+    }
+    if (phase_ == phase::up && reading_ && !pending_end_.empty()) {
         end(std::exchange(pending_end_, {}));
     }
 }
 
-// False when no whole frame is there or the connection has ended; this may be gone after true.
-bool connection::take_frame(const frame_header &header) {
-    evbuffer *input = bufferevent_get_input(buffered_.get());
-    bool own = header.destination == tunnel_destination_own;
-    if (header.length > tunnel_message_max || (own && header.length != 1)) {
-        end("the peer sent a frame of " + std::to_string(header.length) + " bytes to " +
-            std::to_string(header.destination));
-        return false;
-    }
-    if (evbuffer_get_length(input) < sizeof(header) + header.length) {
-        return false;
-    }
-    std::array<std::uint8_t, tunnel_message_max> message;
-    evbuffer_drain(input, sizeof(header));
-    evbuffer_remove(input, message.data(), header.length);
-    if (own && message[0] != tunnel_keep_alive) {
-        end("the peer sent an unknown keep-alive");
-        return false;
-    }
+// This may be gone afterwards.
+void connection::deliver(const tunnel_frame &frame) {
     auto alive = owner_;
     if (phase_ == phase::setup) {
         go_up();
     }
-    if (!own && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
-        alive->handlers.on_message(header.destination, {message.data(), header.length});
+    if (!frame.is_keep_alive() && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
+        alive->handlers.on_message(frame.destination, frame.message());
     }
-    explicit_bzero(message.data(), header.length);  // it may hold keys
-    return true;
 }
 
 void connection::event(short what) {

@@ -1,14 +1,7 @@
 // The tunnel between an access point and its controller: TLS 1.3 over TCP with certificates on both sides. Both ends
-// send frames, all words big-endian:
-//
-//   offset  width  field
-//   0       4      destination: 106 for the client manager's messages, 0 for the tunnel's own
-//   4       4      length of the message, at most 16384
-//   8       length message
-//
-// A frame of destination 0 is a keep-alive: its message is one byte of value 1. Each end sends one when it has sent
-// nothing for 5 s, and gives the peer up when it has heard nothing for 15 s. An end that has stopped reading goes on
-// sending keep-alives, so its peer does not give it up, and does not judge the peer until it reads again.
+// send frames (tunnel_frames.h). Each end sends a keep-alive when it has sent nothing for 5 s, and gives the peer up
+// when it has heard nothing for 15 s. An end that has stopped reading goes on sending keep-alives, so its peer does not
+// give it up, and does not judge the peer until it reads again.
 //
 // In TLS 1.3 the connecting end finishes its handshake before the accepting end has checked its certificate. The
 // accepting end therefore sends a keep-alive as soon as it has, and for the connecting end the tunnel is up with the
@@ -24,15 +17,12 @@
 #include <span>
 #include <string>
 
+#include "platform/linux/tunnel_frames.h"
+
 struct event_base;
 typedef struct ssl_ctx_st SSL_CTX;
 
 namespace kx {
-
-inline constexpr std::size_t tunnel_header_size = 8;
-inline constexpr std::size_t tunnel_message_max = 16384;
-inline constexpr std::uint32_t tunnel_destination_own = 0;
-inline constexpr std::uint8_t tunnel_keep_alive = 1;
 
 struct tunnel_options {
     std::chrono::milliseconds ping_after{5'000};
