@@ -5,6 +5,7 @@
 #include "client_mgr/client_mgr.h"
 #include "client_mgr/client_mgr_acl/client_mgr_acl.h"
 #include "effects.h"
+#include "inside.h"
 #include "kx/apcfg.h"
 #include "kx/apcomm.h"
 #include "kx/hapdcfg.h"
@@ -56,11 +57,13 @@ extern "C" {
 // --- kx_eloop.h
 
 int kx_eloop_init(void *ctx) {
+    const sim::outside platform;
     return here().recorded("kx_eloop_init", "kx_eloop_init(" + name_of(ctx, ctx, "ctx") + ")", 0);
 }
 
 int kx_eloop_register_timeout(unsigned int secs, unsigned int usecs, kx_eloop_timeout_handler handler, void *ctx1,
                               void *ctx2) {
+    const sim::outside platform;
     const int result =
         here().recorded("kx_eloop_register_timeout",
                         "kx_eloop_register_timeout(" + number(secs) + ", " + number(usecs) + ", " +
@@ -74,6 +77,7 @@ int kx_eloop_register_timeout(unsigned int secs, unsigned int usecs, kx_eloop_ti
 }
 
 void kx_eloop_run(void) {
+    const sim::outside platform;
     here().record("kx_eloop_run()");
     if (here().running) {
         here().running();
@@ -83,6 +87,7 @@ void kx_eloop_run(void) {
 // --- kx_ipc.h
 
 int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv_handler recv, uint32_t flags) {
+    const sim::outside platform;
     const int result =
         here().recorded("kx_ipc_init",
                         "kx_ipc_init(" + std::string(path) + ", " +
@@ -108,6 +113,7 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
 kx_ipc_handle kx_ipc_eloop_get_ipc(void) { return here().endpoint; }
 
 int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len) {
+    const sim::outside platform;
     if (rx != here().answering) {
         here().complain("a response to something that is not the request");
     }
@@ -117,6 +123,7 @@ int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len) {
 }
 
 int kx_ipc_send(const kx_ipc_send_desc *desc) {
+    const sim::outside platform;
     if (desc->ipc != here().endpoint) {
         here().complain("kx_ipc_send on a handle that is not the daemon's");
     }
@@ -136,6 +143,7 @@ FILE *log_file_name;
 uint32_t cur_log_size;
 
 int KX_LOG_INIT(const char *name, int level, int flags) {
+    const sim::outside platform;
     const int result = here().recorded(
         "KX_LOG_INIT", "KX_LOG_INIT(" + std::string(name) + ", " + number(level) + ", " + number(flags) + ")", 0);
     if (result == 0) {
@@ -146,6 +154,7 @@ int KX_LOG_INIT(const char *name, int level, int flags) {
 }
 
 void KX_LOG_GET_CFG(void *body) {
+    const sim::outside platform;
     here().outcome("KX_LOG_GET_CFG", 0);
     for (size_t i = 0; i < KX_LOG_CFG_BODY_SIZE; i++) {
         if (static_cast<uint8_t *>(body)[i] != 0) {
@@ -157,12 +166,14 @@ void KX_LOG_GET_CFG(void *body) {
 }
 
 void KX_LOG_SET_CFG(const void *payload) {
+    const sim::outside platform;
     here().record("KX_LOG_SET_CFG(" + sim::show(static_cast<const uint8_t *>(payload), 24) + ")");
 }
 
 // --- kx_node.h, sysmon.h
 
 int kx_get_node_radio_mac_addr(char *text, uint32_t text_len, uint32_t radio) {
+    const sim::outside platform;
     const int result = here().recorded(
         "kx_get_node_radio_mac_addr", "kx_get_node_radio_mac_addr(" + number(text_len) + ", " + number(radio) + ")", 0);
     if (result == 0) {
@@ -172,17 +183,20 @@ int kx_get_node_radio_mac_addr(char *text, uint32_t text_len, uint32_t radio) {
 }
 
 int sysmon_send_handshake(kx_ipc_handle ipc, uint32_t period_secs) {
+    const sim::outside platform;
     return here().recorded("sysmon_send_handshake",
                            "sysmon_send_handshake(" + ipc_name(ipc) + ", " + number(period_secs) + ")", 0);
 }
 
 int sysmon_send_hb(kx_ipc_handle ipc, uint32_t period_secs) {
+    const sim::outside platform;
     return here().recorded("sysmon_send_hb", "sysmon_send_hb(" + ipc_name(ipc) + ", " + number(period_secs) + ")", 0);
 }
 
 // --- apcomm.h
 
 int apcomm_recv_register(apcomm_recv_handler recv) {
+    const sim::outside platform;
     here().controller_recv = recv;
     return here().recorded(
         "apcomm_recv_register",
@@ -191,6 +205,7 @@ int apcomm_recv_register(apcomm_recv_handler recv) {
 }
 
 int apcomm_status_register(apcomm_status_handler status) {
+    const sim::outside platform;
     here().controller_status_cb = status;
     return here().recorded("apcomm_status_register",
                            "apcomm_status_register(" +
@@ -200,15 +215,18 @@ int apcomm_status_register(apcomm_status_handler status) {
 }
 
 int apcomm_register_kx_ipc(kx_ipc_handle ipc) {
+    const sim::outside platform;
     return here().recorded("apcomm_register_kx_ipc", "apcomm_register_kx_ipc(" + ipc_name(ipc) + ")", 0);
 }
 
 void apcomm_msg_rcvd(uint8_t *payload) {
+    const sim::outside platform;
     here().record("apcomm_msg_rcvd(" + name_of(payload, here().rx_buf + sim::IPC_HDR_SIZE, "payload") + ")");
     here().outcome("apcomm_msg_rcvd", 0);
 }
 
 int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags, apcomm_send_done_handler done) {
+    const sim::outside platform;
     if (len > CLIENT_MGR_BUF_SIZE) {
         here().complain("a message of " + number(len) + " bytes to the controller");
     }
@@ -221,6 +239,7 @@ int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags
                             ", " + number(flags) + ")",
                         0);
     if (result == 0 && done != nullptr) {
+        const sim::inside daemon;
         done();
     }
     return result;
@@ -229,6 +248,7 @@ int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags
 // --- apcfg.h
 
 int apcfg_vap_get_ifname_list(char (*list)[12], uint8_t *count) {
+    const sim::outside platform;
     const int result = here().outcome("apcfg_vap_get_ifname_list", 0);
     if (result != 0) {
         return result;
@@ -244,6 +264,7 @@ int apcfg_vap_get_ifname_list(char (*list)[12], uint8_t *count) {
 }
 
 int apcfg_vap_get_by_ifname(const char *ifname, apcfg_vap *vap) {
+    const sim::outside platform;
     int result = -1;
     for (const sim::listed_vap &v : here().vaps) {
         if (result == 0 || !v.readable || v.ifname != name_text(ifname, 16)) {
@@ -262,6 +283,7 @@ int apcfg_vap_get_by_ifname(const char *ifname, apcfg_vap *vap) {
 // --- hapdcfg.h
 
 int hostapd_config_open_connection(void *ctx, const char *client_name, int flags) {
+    const sim::outside platform;
     const auto *context = static_cast<const uint8_t *>(ctx);
     if (sim::bytes(context, context + HOSTAPD_CONFIG_CTX_SIZE) != sim::zeros(HOSTAPD_CONFIG_CTX_SIZE)) {
         here().complain("the hostapd connection's context is not zero");
@@ -277,6 +299,7 @@ int hostapd_config_open_connection(void *ctx, const char *client_name, int flags
 }
 
 int hostapd_config_send_command(const void *cmd, void *ctx) {
+    const sim::outside platform;
     if (ctx != here().hostapd_connection) {
         here().complain("a command to hostapd without a connection");
     }
@@ -287,6 +310,7 @@ int hostapd_config_send_command(const void *cmd, void *ctx) {
 }
 
 int hostapd_config_close_connection(void *ctx) {
+    const sim::outside platform;
     if (ctx != here().hostapd_connection) {
         here().complain("a hostapd connection that is not open is closed");
     }
@@ -298,6 +322,7 @@ int hostapd_config_close_connection(void *ctx) {
 
 int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *device, uint32_t vlan, uint32_t ip,
                         int tunnel) {
+    const sim::outside platform;
     uint8_t octets[4];
     memcpy(octets, &ip, sizeof(octets));
     const std::string dotted =
@@ -309,6 +334,7 @@ int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *de
 }
 
 int kxbr_api_del_client(const uint8_t mac[6]) {
+    const sim::outside platform;
     return here().recorded("kxbr_api_del_client", "kxbr_api_del_client(" + sim::mac_text(mac) + ")", 0);
 }
 }

@@ -28,8 +28,8 @@ struct failure {
 
 class daemon_run {
 public:
-    // The daemon can talk to the controller and has loaded its VAPs.
-    daemon_run();
+    // The daemon can talk to the controller and has loaded its VAPs. At another log level than 1 it runs unchecked.
+    explicit daemon_run(int log_level = 1);
 
     // From here on calls are counted anew, and fail so.
     void begin(const std::optional<failure> &rule);

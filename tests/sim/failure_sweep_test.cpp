@@ -92,8 +92,6 @@ class failure_sweep : public testing::TestWithParam<scenario> {};
 
 }  // namespace
 
-static void PrintTo(const scenario &s, std::ostream *out) { *out << s.name; }
-
 TEST_P(failure_sweep, costs_each_call_its_own_lines_and_nothing_else) {
     const std::string everyday = undisturbed_everyday();
     for (const auto &[call, count] : calls_of(GetParam())) {

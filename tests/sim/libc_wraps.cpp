@@ -15,6 +15,7 @@
 #include <string>
 
 #include "effects.h"
+#include "inside.h"
 #include "platform.h"
 
 namespace {
@@ -99,6 +100,7 @@ bool refused(const char *path) {
 
 // Whether a fault rule fails a call on the dump file's descriptor.
 bool denied(const char *call) {
+    const sim::outside platform;
     if (here() == nullptr || here()->outcome(call, 0) >= 0) {
         return false;
     }
@@ -113,6 +115,7 @@ const char *redirected(const char *path) { return is_dump_file(path) ? here()->d
 int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
 ssize_t stream_written(void *cookie, const char *data, size_t len) {
+    const sim::outside platform;
     if (here() != nullptr && here()->outcome("write", 0) < 0) {
         errno = ENOSPC;
         return 0;
@@ -176,6 +179,7 @@ int __wrap_gettimeofday(timeval *out, void *zone) {
 }
 
 int __wrap_ioctl(int fd, unsigned long request, ...) {
+    const sim::outside platform;
     va_list args;
     va_start(args, request);
     auto *arg = va_arg(args, uint8_t *);
@@ -195,6 +199,7 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 }
 
 int __wrap_socket(int domain, int type, int protocol) {
+    const sim::outside platform;
     if (here() == nullptr) {
         return __real_socket(domain, type, protocol);
     }
@@ -209,6 +214,7 @@ int __wrap_socket(int domain, int type, int protocol) {
 }
 
 int __wrap_close(int fd) {
+    const sim::outside platform;
     if (here() == nullptr || !here()->is_open(fd)) {
         return __real_close(fd);
     }
@@ -218,6 +224,7 @@ int __wrap_close(int fd) {
 }
 
 int __wrap_system(const char *command) {
+    const sim::outside platform;
     if (here() == nullptr) {
         return __real_system(command);
     }
@@ -225,6 +232,7 @@ int __wrap_system(const char *command) {
 }
 
 void __wrap_syslog(int priority, const char *fmt, ...) {
+    const sim::outside platform;
     va_list args;
     va_start(args, fmt);
     char text[1024];
@@ -236,6 +244,7 @@ void __wrap_syslog(int priority, const char *fmt, ...) {
 }
 
 sighandler_t __wrap_signal(int number, sighandler_t handler) {
+    const sim::outside platform;
     if (here() == nullptr) {
         return __real_signal(number, handler);
     }
@@ -251,6 +260,7 @@ void __wrap_exit(int status) {
 }
 
 int __wrap_open(const char *path, int flags, ...) {
+    const sim::outside platform;
     va_list args;
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
@@ -263,6 +273,7 @@ int __wrap_open(const char *path, int flags, ...) {
 
 // What open is called with 64-bit file sizes.
 int __wrap_open64(const char *path, int flags, ...) {
+    const sim::outside platform;
     va_list args;
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
@@ -274,6 +285,7 @@ int __wrap_open64(const char *path, int flags, ...) {
 }
 
 FILE *__wrap_fdopen(int fd, const char *mode) {
+    const sim::outside platform;
     if (here() == nullptr) {
         return __real_fdopen(fd, mode);
     }

@@ -12,6 +12,7 @@
 #include "client_mgr/client_mgr_acl/client_mgr_acl.h"
 #include "client_mgr/client_tbl/client_tbl.h"
 #include "effects.h"
+#include "inside.h"
 #include "kx/kx_log.h"
 
 struct kx_ipc {
@@ -22,7 +23,6 @@ namespace sim {
 namespace {
 
 constexpr int FIRST_SOCKET = 1000000;  // the process itself has no such descriptor
-constexpr size_t LINE_ROOM = 4096;
 constexpr uint32_t MAX_LOG_SIZE = 1u << 30;
 
 kx_ipc the_endpoint;
@@ -163,6 +163,7 @@ void platform::advance(unsigned secs) {
         timers.erase(next);
         wall_usecs += due.due - mono_usecs;
         mono_usecs = due.due;
+        const inside daemon;
         due.handler(due.ctx1, due.ctx2);
     }
     wall_usecs += end_usecs - mono_usecs;
@@ -178,6 +179,7 @@ ending platform::main() {
     controller_recv = nullptr;
     controller_status_cb = nullptr;
     inside_main = true;
+    const inside daemon;
     if (setjmp(leave) == 0) {
         end = {false, client_mgr_main()};
     } else {
@@ -214,7 +216,10 @@ void platform::local(uint32_t id, const bytes &payload, uint32_t flags) {
 
     kx_ipc_rx rx = {reinterpret_cast<kx_ipc_msg_hdr *>(rx_buf), rx_buf + IPC_HDR_SIZE};
     answering = &rx;
-    recv(&rx);
+    {
+        const inside daemon;
+        recv(&rx);
+    }
     answering = nullptr;
 
     if (!is_kept(msg, rx_buf, rx_buf_len)) {
@@ -226,13 +231,19 @@ void platform::controller(const bytes &msg) {
     // On the heap and no longer than it is, so that a sanitizer sees a read past its end.
     const std::unique_ptr<uint8_t[]> copy(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), copy.get());
-    controller_recv(nullptr, copy.get(), static_cast<uint32_t>(msg.size()));
+    {
+        const inside daemon;
+        controller_recv(nullptr, copy.get(), static_cast<uint32_t>(msg.size()));
+    }
     if (!std::equal(msg.begin(), msg.end(), copy.get())) {
         complain("the controller's message was written to");
     }
 }
 
-void platform::controller_status(uint32_t ip, uint32_t status) { controller_status_cb(ip, status); }
+void platform::controller_status(uint32_t ip, uint32_t status) {
+    const inside daemon;
+    controller_status_cb(ip, status);
+}
 
 void platform::open_endpoint() { endpoint = &the_endpoint; }
 
@@ -253,7 +264,7 @@ void platform::close_socket(int fd) { sockets.erase(std::find(sockets.begin(), s
 void platform::open_log() {
     const cookie_io_functions_t functions = {nullptr, log_written, log_seeked, nullptr};
     log_stream = fopencookie(this, "w", functions);
-    setvbuf(log_stream, nullptr, _IOFBF, LINE_ROOM);
+    setvbuf(log_stream, log_room, _IOFBF, sizeof(log_room));
     log_file_name = log_stream;
 }
 
@@ -266,10 +277,12 @@ void platform::close_log() {
 }
 
 ssize_t platform::log_written(void *self, const char *data, size_t len) {
+    const outside own_code;
     return static_cast<platform *>(self)->write_log({data, len}) ? static_cast<ssize_t>(len) : 0;
 }
 
 int platform::log_seeked(void *self, off64_t *offset, int whence) {
+    const outside own_code;
     if (whence == SEEK_SET && *offset == 0) {
         static_cast<platform *>(self)->record("log rewound");
     }
@@ -299,6 +312,7 @@ bool platform::write_log(std::string_view chunk) {
 }
 
 ssize_t platform::console_written(void *self, const char *data, size_t len) {
+    const outside own_code;
     static_cast<platform *>(self)->write_console({data, len});
     return static_cast<ssize_t>(len);
 }

@@ -150,6 +150,7 @@ private:
     std::vector<timer> timers;
     std::vector<int> sockets;
     FILE *log_stream = nullptr;
+    char log_room[4096];
     FILE *real_stdout;
     std::string console_line;
     std::string dump_file;

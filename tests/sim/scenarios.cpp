@@ -1,6 +1,7 @@
 #include "scenarios.h"
 
 #include <array>
+#include <ostream>
 
 namespace sim {
 namespace {
@@ -131,6 +132,8 @@ void driver_asks(daemon_run &run) {
 void guest_is_known(daemon_run &run) { run.associates(GUEST, GUEST_BSSID); }
 
 }  // namespace
+
+void PrintTo(const scenario &s, std::ostream *out) { *out << s.name; }
 
 const std::vector<scenario> SCENARIOS = {
     {"starts", nothing, starts},

@@ -2,6 +2,7 @@
 #ifndef TESTS_SIM_SCENARIOS_H
 #define TESTS_SIM_SCENARIOS_H
 
+#include <iosfwd>
 #include <vector>
 
 #include "daemon_run.h"
@@ -13,6 +14,9 @@ struct scenario {
     void (*before)(daemon_run &run);  // events for which every call succeeds
     void (*events)(daemon_run &run);
 };
+
+// For the names of tests.
+void PrintTo(const scenario &s, std::ostream *out);
 
 extern const std::vector<scenario> SCENARIOS;
 
