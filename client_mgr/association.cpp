@@ -45,12 +45,12 @@ void client_mgr_send_assoc_msg(uint8_t *payload) {
     CM_LOG(LOG_EVENT, "Received association msg");
     assoc_notification &msg = *reinterpret_cast<assoc_notification *>(payload);
     msg.ip = 0;
-    syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
-           MAC_ARGS(msg.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
+                      MAC_ARGS(msg.client));
     uint32_t vap_idx;
     if (client_mgr_get_vap_idx(msg.bssid, &vap_idx) != 0) {
-        syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-               MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
+        client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
+                          MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
         CM_LOG(LOG_ERROR, "Invalid ap bssid in assoc msg");
         return;
     }

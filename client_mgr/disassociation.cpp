@@ -48,8 +48,8 @@ void client_mgr_send_disassoc_msg(uint8_t *payload) {
     }
     const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
     CM_LOG(LOG_EVENT, "Received dis-association msg");
-    syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
-           MAC_ARGS(msg.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
+                      MAC_ARGS(msg.client));
     int32_t slot = -1;
     const client_info *client = find_client(msg.client, slot);
     if (client == nullptr) {

@@ -13,8 +13,8 @@
 namespace {
 
 void report_invalid_bss(const foreign_assoc_notification &msg) {
-    syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-           MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
+    client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
+                      MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
     CM_LOG(LOG_ERROR, "Invalid ap bssid in foreign assoc msg");
 }
 
@@ -117,8 +117,9 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
         return;
     }
     memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
-    syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
-           MAC_ARGS(msg.bssid), MAC_ARGS(msg.client), MAC_ARGS(msg.last_bssid));
+    client_mgr_syslog(LOG_USER | LOG_INFO,
+                      "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
+                      MAC_ARGS(msg.bssid), MAC_ARGS(msg.client), MAC_ARGS(msg.last_bssid));
     client_info client = *known;
     const wipe_guard guard(client.pmk);
     uint32_t vap_idx;

@@ -33,9 +33,9 @@ void report_ip(const client_info &client) {
     memcpy(report.bssid, client.assoc_bssid, sizeof report.bssid);
     memcpy(report.ip.bytes, client.cl_ip, sizeof report.ip.bytes);
     client_mgr_send_client_update_msg(reinterpret_cast<const uint8_t *>(&report), CLIENT_MGR_CLIENT_IP);
-    syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Event " MAC_FMT " -- " MAC_FMT " [Set IP=%d.%d.%d.%d]",
-           MAC_ARGS(client.assoc_bssid), MAC_ARGS(client.cl_mac), client.cl_ip[0], client.cl_ip[1], client.cl_ip[2],
-           client.cl_ip[3]);
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Event " MAC_FMT " -- " MAC_FMT " [Set IP=%d.%d.%d.%d]",
+                      MAC_ARGS(client.assoc_bssid), MAC_ARGS(client.cl_mac), client.cl_ip[0], client.cl_ip[1],
+                      client.cl_ip[2], client.cl_ip[3]);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "client_mgr/log.h"
 
+#include <syslog.h>
+
 #include <cstdarg>
 #include <cstring>
 #include <ctime>
@@ -50,4 +52,15 @@ void client_mgr_log_line(const char *module, const char *fmt, ...) {
     if (kx_log_conf_data.console != 0) {
         write_line(stdout, line.data() + prefix_len, line.size() - prefix_len);
     }
+}
+
+void client_mgr_syslog(int priority, const char *fmt, ...) {
+    char buf[line_max];
+    text_buffer line(buf, sizeof buf - 1);
+    va_list args;
+    va_start(args, fmt);
+    line.put_format(fmt, args);
+    va_end(args);
+    buf[line.size()] = '\0';
+    syslog(priority, "%s", buf);
 }

@@ -25,6 +25,9 @@ enum {
             client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
+// Writes one line to the system log; `priority` as syslog takes it.
+[[gnu::format(printf, 2, 3)]] void client_mgr_syslog(int priority, const char *fmt, ...);
+
 #define MAC_FMT "%02x:%02x:%02x:%02x:%02x:%02x"
 #define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
 

@@ -44,8 +44,8 @@ int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const ui
     if (driver.request(driver_station_request, record) < 0) {
         CM_LOG(LOG_ERROR, "%s: Failed to disassoc STA", __func__);
     }
-    syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " MAC_FMT " -> " MAC_FMT " [reason %d]", MAC_ARGS(bssid),
-           MAC_ARGS(sta), reason);
+    client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " MAC_FMT " -> " MAC_FMT " [reason %d]",
+                      MAC_ARGS(bssid), MAC_ARGS(sta), reason);
     return 0;
 }
 

@@ -63,13 +63,15 @@ void text_buffer::put_decimal(long value) {
 }
 
 void text_buffer::put_hex(uint32_t value, int min_digits) {
-    int digits = 8;
-    while (digits > 1 && digits > min_digits && value >> (digits - 1) * 4 == 0) {
+    constexpr char digit[] = "0123456789abcdef";
+    int digits = min_digits;
+    while (digits < 8 && value >> digits * 4 != 0) {
+        digits++;
+    }
+    do {
         digits--;
-    }
-    while (digits-- > 0) {
-        put("0123456789abcdef"[value >> digits * 4 & 0xf]);
-    }
+        put(digit[value >> digits * 4 & 0xf]);
+    } while (digits > 0);
 }
 
 void text_buffer::put_format(const char *fmt, va_list args) {

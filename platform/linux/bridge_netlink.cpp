@@ -1,5 +1,7 @@
 #include "platform/linux/bridge_netlink.h"
 
+#include <event2/event.h>
+#include <event2/event_struct.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_link.h>
 #include <linux/neighbour.h>
@@ -12,6 +14,8 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+
+#include "platform/linux/event_base.h"
 
 namespace kx {
 
@@ -149,49 +153,61 @@ known_port ask_kernel(const char *ifname) {
     return known;
 }
 
-// Tells whether any link of this machine was made, changed or deleted since the last call.
-class link_watch {
+// What is known of ports, until a link of this machine is made, changed or deleted: the kernel tells the event loop, so
+// that nothing has to be asked for each client.
+class known_ports {
 public:
-    link_watch() : fd_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
+    known_ports() : fd_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
         sockaddr_nl address{};
         address.nl_family = AF_NETLINK;
         address.nl_groups = RTMGRP_LINK;
-        watching_ = bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+        auto link_changed = [](evutil_socket_t, short, void *self) { static_cast<known_ports *>(self)->forget(); };
+        watching_ = process_event_base() != nullptr &&
+                    bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+                    event_assign(&news_, process_event_base(), fd_, EV_READ | EV_PERSIST, link_changed, this) == 0 &&
+                    event_add(&news_, nullptr) == 0;
     }
 
-    bool changed() {
-        bool change = !watching_;
-        char first = 0;
-        // A full queue has lost news, which is news as well.
-        while (recv(fd_, &first, sizeof(first), MSG_TRUNC) >= 0 || errno == ENOBUFS) {
-            change = true;
+    const known_port *find(const char *ifname) const {
+        for (const known_port &each : ports_) {
+            if (std::strncmp(each.ifname, ifname, sizeof(each.ifname) - 1) == 0) {
+                return &each;
+            }
         }
-        return change;
+        return nullptr;
+    }
+
+    void add(const known_port &port) {
+        if (watching_) {
+            ports_[next_] = port;
+            next_ = (next_ + 1) % ports_.size();
+        }
     }
 
 private:
+    void forget() {
+        char first = 0;
+        // A full queue has lost news, which is news as well.
+        while (recv(fd_, &first, sizeof(first), MSG_TRUNC) >= 0 || errno == ENOBUFS) {
+        }
+        ports_ = {};
+    }
+
     int fd_;
+    event news_{};
     bool watching_ = false;
+    std::array<known_port, 16> ports_;
+    std::size_t next_ = 0;
 };
 
-// Asks the kernel only about interfaces that are not known since the last change of any link.
 known_port find_port(const char *ifname) {
-    static link_watch watch;
-    static std::array<known_port, 16> ports;
-    static std::size_t next_port = 0;
-
-    if (watch.changed()) {
-        ports = {};
-    }
-    for (const known_port &each : ports) {
-        if (std::strncmp(each.ifname, ifname, sizeof(each.ifname) - 1) == 0) {
-            return each;
-        }
+    static known_ports ports;
+    if (const known_port *known = ports.find(ifname)) {
+        return *known;
     }
     known_port found = ask_kernel(ifname);
     if (found.error == 0 || found.error == ENODEV || found.error == ENOTCONN) {
-        ports[next_port] = found;
-        next_port = (next_port + 1) % ports.size();
+        ports.add(found);
     }
     return found;
 }

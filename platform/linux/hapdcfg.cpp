@@ -1,8 +1,8 @@
-// A connection is a datagram socket connected to hostapd's endpoint; a command travels as hostapd_endpoint.h says.
+// A command travels as hostapd_endpoint.h says, over one datagram socket that is kept: to open a connection is to
+// connect it to whoever is hostapd then.
 #include "kx/hapdcfg.h"
 
 #include <sys/uio.h>
-#include <unistd.h>
 
 #include <array>
 #include <system_error>
@@ -24,14 +24,14 @@ struct message_header {
     be32 id, length, flags;
 };
 
+// Returns the socket, or -1 when there is no hostapd. Throws std::system_error.
 int connect_to_hostapd() {
     kx::ipc_address address = kx::make_ipc_address(kx::place(kx::endpoint_hostapd));
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && connect(fd, address.get(), address.length) != 0) {
-        close(fd);
-        return -1;
+    static int fd = -1;
+    if (fd < 0) {
+        fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     }
-    return fd;
+    return fd >= 0 && connect(fd, address.get(), address.length) == 0 ? fd : -1;
 }
 
 }  // namespace
@@ -58,4 +58,4 @@ int hostapd_config_send_command(const void *cmd, void *ctx) {
     return sendmsg(static_cast<connection *>(ctx)->fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? -1 : 0;
 }
 
-int hostapd_config_close_connection(void *ctx) { return close(static_cast<connection *>(ctx)->fd); }
+int hostapd_config_close_connection(void *) { return 0; }

@@ -1,5 +1,6 @@
 #include "kx/kxbr_api.h"
 
+#include <event2/event.h>
 #include <sched.h>
 
 #include <array>
@@ -7,6 +8,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "kx/kx_eloop.h"
+#include "platform/linux/event_base.h"
 #include "tests/unit/private_root.h"
 
 namespace {
@@ -36,6 +39,8 @@ bool enter_namespace() {
 class kxbr_api : public private_root {
 protected:
     void SetUp() override {
+        static const int loop = kx_eloop_init(nullptr);
+        ASSERT_EQ(loop, 0);
         if (!enter_namespace() || run("ip link add br0 type bridge && ip link add br1 type bridge") != 0) {
             GTEST_SKIP() << "network namespaces or bridges are not permitted here";
         }
@@ -56,7 +61,9 @@ protected:
         command.append(" && ip link set ").append(name).append(" master ").append(bridge);
         ASSERT_EQ(run(command), 0);
     }
+    // As the daemon does, after the event loop has served what came before.
     int add(const char *ifname, std::uint32_t vlan) {
+        event_base_loop(kx::process_event_base(), EVLOOP_NONBLOCK);
         return kxbr_api_add_client(sta_.data(), ifname, "eth0", vlan, 0, 0);
     }
     // The station's forwarding entries.
