@@ -1,0 +1,20 @@
+// What a target says of the code under test.
+#ifndef TESTS_FUZZ_REQUIRE_H
+#define TESTS_FUZZ_REQUIRE_H
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace fuzz {
+
+// Ends the process when it does not hold.
+inline void require(bool holds, const char *what) {
+    if (!holds) {
+        fprintf(stderr, "fault: not so: %s\n", what);
+        abort();
+    }
+}
+
+}  // namespace fuzz
+
+#endif

@@ -1,0 +1,113 @@
+// The frames of the tunnel, cut out of a stream that comes in pieces. Input: the length of a piece, less one, and the
+// stream.
+#include <event2/buffer.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "input.h"
+#include "platform/linux/tunnel_frames.h"
+#include "require.h"
+
+namespace {
+
+using buffer = std::unique_ptr<evbuffer, void (*)(evbuffer *)>;
+
+struct message {
+    uint32_t destination;
+    std::vector<uint8_t> bytes;
+    bool operator==(const message &) const = default;
+};
+
+// What the stream holds, read from the whole of it, and the length of its good frames.
+struct expectation {
+    std::vector<message> messages;
+    size_t length = 0;
+    bool bad = false;
+};
+
+expectation expect(std::span<const uint8_t> stream) {
+    expectation found;
+    while (stream.size() - found.length >= kx::tunnel_header_size) {
+        fuzz::input frame(stream.subspan(found.length));
+        const uint32_t destination = frame.word32();
+        const uint32_t length = frame.word32();
+        const auto bytes = frame.take(length);
+        const bool own = destination == 0;
+        found.bad = length > 16384 || (own && length != 1) || (own && bytes.size() == 1 && bytes[0] != 1);
+        if (found.bad || bytes.size() < length) {
+            break;
+        }
+        found.messages.push_back({destination, {bytes.begin(), bytes.end()}});
+        found.length += kx::tunnel_header_size + length;
+    }
+    return found;
+}
+
+// Takes what is whole; false after a bad frame.
+bool take_frames(evbuffer *input, std::vector<message> &taken) {
+    const auto frame = std::make_unique<kx::tunnel_frame>();
+    std::string fault;
+    for (;;) {
+        switch (kx::take_tunnel_frame(input, *frame, fault)) {
+            case kx::frame_state::taken:
+                taken.push_back({frame->destination, {frame->message().begin(), frame->message().end()}});
+                break;
+            case kx::frame_state::partial:
+                return true;
+            case kx::frame_state::bad:
+                fuzz::require(!fault.empty(), "a bad frame has a fault");
+                return false;
+        }
+    }
+}
+
+void check_reading(std::span<const uint8_t> stream, size_t piece, const expectation &expected) {
+    const buffer input(evbuffer_new(), evbuffer_free);
+    std::vector<message> taken;
+    bool good = true;
+    for (size_t at = 0; at < stream.size() && good; at += piece) {
+        const auto part = stream.subspan(at, std::min(piece, stream.size() - at));
+        evbuffer_add(input.get(), part.data(), part.size());
+        good = take_frames(input.get(), taken);
+    }
+    fuzz::require(good == !expected.bad, "the stream is bad when one of its frames is");
+    fuzz::require(taken == expected.messages, "the frames are those of the stream");
+}
+
+void check_writing(std::span<const uint8_t> stream, const expectation &expected) {
+    const buffer output(evbuffer_new(), evbuffer_free);
+    kx::frame_counter counter;
+    for (const message &each : expected.messages) {
+        kx::put_tunnel_frame(output.get(), each.destination, each.bytes);
+        counter.add(kx::tunnel_header_size + each.bytes.size());
+    }
+    std::vector<uint8_t> written(evbuffer_get_length(output.get()));
+    evbuffer_copyout(output.get(), written.data(), written.size());
+    fuzz::require(std::ranges::equal(written, stream.first(expected.length)), "frames are written as they are read");
+
+    size_t waiting = written.size();
+    size_t left = expected.messages.size();
+    for (const message &each : expected.messages) {
+        fuzz::require(counter.count(waiting) == left, "a frame of which nothing is sent counts");
+        waiting -= kx::tunnel_header_size + each.bytes.size() - 1;
+        fuzz::require(counter.count(waiting) == left, "a frame whose last byte waits counts");
+        waiting--;
+        left--;
+    }
+    fuzz::require(counter.count(0) == 0, "no frame is left");
+}
+
+}  // namespace
+
+void fuzz_one(std::span<const uint8_t> bytes) {
+    fuzz::input in(bytes);
+    const size_t piece = in.byte() + size_t{1};
+    const auto stream = in.rest();
+    const expectation expected = expect(stream);
+    check_reading(stream, piece, expected);
+    check_writing(stream, expected);
+}
