@@ -1,5 +1,11 @@
-// CPU time of the real client manager per event, beside a process that does nothing but the same receives and sends and
-// beside one that also logs as a plain daemon does. All take turns in one run, on one CPU with the driver.
+// CPU time of the real client manager per event, beside processes that make
+//
+//   raw exchange       the same receives and sends, nothing else
+//   its calls alone    also its lines for the system log and the log file, of bytes that lie ready: what no daemon with
+//                      these texts can do without
+//   a plain daemon     the same, the log file's lines with two fprintf and a flush each, the system log's with syslog
+//
+// All take turns in one run, on one CPU with the driver.
 #include <sched.h>
 
 #include <CLI/CLI.hpp>
@@ -108,32 +114,36 @@ struct contest {
     std::size_t lines_at_3 = 0;
 };
 
+std::string daemon_name(int level) { return "client_mgr, level " + std::to_string(level); }
+std::string calls_name(int level) { return "its calls alone, level " + std::to_string(level); }
+
+bool is_system_log(const bench::sent_message &message) { return message.to == bench::receiver::system_log; }
+
 contest make_contest(const options &wanted, const bench::event_kind &kind, const std::string &root, int log) {
     contest made;
-    observed plain = observe(wanted, kind, root + "/observed1", 1, log);
-    observed chatty = observe(wanted, kind, root + "/observed3", 3, log);
-    made.lines_at_3 = chatty.lines.size();
-    std::vector<bench::sent_message> raw_outputs = plain.outputs;
-    std::erase_if(raw_outputs, [](const auto &each) { return each.to == bench::receiver::system_log; });
-    std::size_t messages = kind.event(0, 1).size();
-    auto add = [&](const std::string &name, std::unique_ptr<subject> process, bench::counts counts) {
-        if (log < 0) {
-            counts[static_cast<std::size_t>(bench::receiver::system_log)] = 0;
-        }
+    auto add = [&](const std::string &name, std::unique_ptr<subject> process,
+                   const std::vector<bench::sent_message> &outputs) {
         made.processes.emplace_back(name, std::move(process));
-        made.per_event[name] = counts;
+        made.per_event[name] = bench::count(outputs);
     };
-    add("raw exchange", subject::raw_exchange(root + "/raw", messages, raw_outputs, {}, log),
-        bench::count(raw_outputs));
-    auto with_log_line = raw_outputs;
-    with_log_line.push_back({bench::receiver::system_log, 0});
-    add("plain daemon's level 3",
-        subject::raw_exchange(root + "/plain", messages, raw_outputs, chatty.lines, log),
-        bench::count(chatty.lines.empty() ? raw_outputs : with_log_line));
+    auto add_exchange = [&](const std::string &name, const bench::deeds &does) {
+        add(name, subject::exchange(root + "/exchange" + std::to_string(made.processes.size()), does, log),
+            does.outputs);
+    };
+    bench::deeds raw;
+    raw.messages = kind.event(0, 1).size();
+    observed chatty = observe(wanted, kind, root + "/observed3", 3, log);
+    raw.outputs = chatty.outputs;
+    std::erase_if(raw.outputs, is_system_log);
+    made.lines_at_3 = chatty.lines.size();
+    add_exchange("raw exchange", raw);
+    add_exchange("a plain daemon, level 3",
+                 {raw.messages, chatty.outputs, bench::deeds::style::plain_daemon, chatty.lines});
     for (int level : wanted.levels) {
-        std::string name = "client_mgr, level " + std::to_string(level);
-        add(name, subject::client_manager(wanted.program, root + "/level" + std::to_string(level), level, log),
-            bench::count(plain.outputs));
+        observed seen = observe(wanted, kind, root + "/observed" + std::to_string(level) + "again", level, log);
+        add_exchange(calls_name(level), {raw.messages, seen.outputs, bench::deeds::style::bare_calls, seen.lines});
+        add(daemon_name(level),
+            subject::client_manager(wanted.program, root + "/level" + std::to_string(level), level, log), seen.outputs);
     }
     return made;
 }
@@ -165,13 +175,16 @@ std::vector<result> run(const options &wanted, const bench::event_kind &kind, co
 }
 
 nlohmann::json report(const bench::event_kind &kind, const std::vector<result> &results, std::size_t lines_at_3) {
-    double raw = quantile(results[0].us_per_event, 0.5);
-    double plain = quantile(results[1].us_per_event, 0.5);
+    std::map<std::string, double> medians;
+    for (const result &each : results) {
+        medians[each.process] = quantile(each.us_per_event, 0.5);
+    }
+    double raw = medians.at("raw exchange"), plain = medians.at("a plain daemon, level 3");
     std::printf("\n%s (%zu lines at level 3)\n%-26s %10s %8s %15s %12s %12s\n", kind.name.c_str(), lines_at_3, "",
                 "events/s", "us", "quartiles", "of raw rate", "of plain CPU");
     nlohmann::json processes = nlohmann::json::array();
     for (const result &each : results) {
-        double median = quantile(each.us_per_event, 0.5);
+        double median = medians[each.process];
         double low = quantile(each.us_per_event, 0.25), high = quantile(each.us_per_event, 0.75);
         std::printf("%-26s %10.0f %8.2f %7.2f-%-7.2f %12.2f %12.2f\n", each.process.c_str(), 1e6 / median, median, low,
                     high, raw / median, median / plain);
@@ -205,7 +218,7 @@ int measure_all(const options &wanted) {
     }
     int log = open_private_system_log();
     if (log < 0) {
-        std::fprintf(stderr, "no /dev of our own (root is needed): system log lines cost a failed connection each\n");
+        throw std::runtime_error("no mount namespace can be had for the system log: run it as root");
     }
     nlohmann::json all = nlohmann::json::array();
     int directory = 0;
@@ -232,7 +245,9 @@ int main(int argc, char **argv) {
     app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
     app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
     app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")->capture_default_str();
-    app.add_option("--rounds", wanted.rounds, "turns of each process")->check(CLI::Range(1, 1000))->capture_default_str();
+    app.add_option("--rounds", wanted.rounds, "turns of each process")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
     app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
     app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
     app.add_option("--only", wanted.only, "events whose name contains this text");

@@ -24,7 +24,8 @@ using counts = std::array<std::size_t, receivers>;
 counts count(const std::vector<sent_message> &messages);
 
 // The endpoints below one $KX_ROOT. The measured process is the one that connects to them and owns
-// "/kx/ipc/client_mgr". Throws std::runtime_error, also when the process does not do within 20 s what it is expected to.
+// "/kx/ipc/client_mgr". Throws std::runtime_error, also when the process does not do within 20 s what it is expected
+// to.
 class neighbours {
 public:
     // `system_log`: as open_private_system_log() returns it; it is shared with others.

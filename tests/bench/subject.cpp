@@ -64,34 +64,39 @@ log_line split(const std::string &text) {
     return {text, "", {}, false};
 }
 
-class plain_log {
+// Goes on from the file's start where the daemon's would.
+constexpr long log_size_max = 1 << 20;
+
+class event_log {
 public:
-    plain_log(const std::string &file, const std::vector<std::string> &lines)
-        : stream_(std::fopen(file.c_str(), "w")) {
-        for (const std::string &line : lines) {
+    event_log(const std::string &file, const deeds &does) : style_(does.style), stream_(std::fopen(file.c_str(), "w")) {
+        std::setvbuf(stream_, nullptr, _IOFBF, 8192);
+        for (const std::string &line : does.log_lines) {
             lines_.push_back(split(line));
+            ready_.push_back(":1795252939:529: " + line + "\n");
         }
     }
 
     void write_event() {
-        if (lines_.empty()) {
+        if (size_ > log_size_max) {
+            std::rewind(stream_);
+            size_ = 0;
+        }
+        if (style_ == deeds::style::plain_daemon) {
+            for (const log_line &line : lines_) {
+                print(line);
+            }
             return;
         }
-        syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req %02x:%02x:%02x:%02x:%02x:%02x -- "
-               "%02x:%02x:%02x:%02x:%02x:%02x", 2, 0, 0, 0, 0x10, 1, 2, 0xaa, 0x17, 0, 0, 1);
-        for (const log_line &line : lines_) {
-            write(line);
+        for (const std::string &line : ready_) {
+            size_ += write(fileno(stream_), line.data(), line.size());
         }
     }
 
 private:
-    void write(const log_line &line) {
+    void print(const log_line &line) {
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
-        if (size_ > 1 << 20) {
-            std::rewind(stream_);
-            size_ = 0;
-        }
         int length = std::fprintf(stream_, ":%ld:%ld: ", static_cast<long>(now.tv_sec), now.tv_nsec / 1'000'000);
         const auto &mac = line.mac;
         length += line.has_mac ? std::fprintf(stream_, "%s%02x:%02x:%02x:%02x:%02x:%02x%s\n", line.before.c_str(),
@@ -101,8 +106,10 @@ private:
         size_ += length;
     }
 
+    enum deeds::style style_;
     std::FILE *stream_;
     std::vector<log_line> lines_;
+    std::vector<std::string> ready_;
     long size_ = 0;
 };
 
@@ -114,58 +121,64 @@ void ask_radio(const std::string &path, const bytes &request) {
     close(fd);
 }
 
-// The whole life of a raw process. Messages are as long as those of the client manager; what is in them does not
-// matter.
-[[noreturn]] void exchange(const std::string &root, std::size_t messages, const std::vector<sent_message> &outputs,
-                           const std::vector<std::string> &lines) {
-    auto place = [&](std::string_view path) { return root + std::string(path); };
-    int inbox = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    kx::ipc_address address = kx::make_ipc_address(place(kx::endpoint_client_mgr));
-    if (bind(inbox, address.get(), address.length) != 0) {
-        _exit(1);
+// The connections of a process that does deeds.
+class exchange_process {
+public:
+    exchange_process(const std::string &root, const deeds &does)
+        : root_(root), does_(does), log_(root + "/plain.log", does), inbox_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
+        kx::ipc_address address = kx::make_ipc_address(place(kx::endpoint_client_mgr));
+        if (bind(inbox_, address.get(), address.length) != 0) {
+            throw std::system_error(errno, std::generic_category(), "bind");
+        }
+        bool logs = count(does.outputs)[static_cast<std::size_t>(receiver::system_log)] > 0;
+        fds_[static_cast<std::size_t>(receiver::portal)] = connected(place(kx::endpoint_captive_app), SOCK_DGRAM);
+        fds_[static_cast<std::size_t>(receiver::hostapd)] = connected(place(kx::endpoint_hostapd), SOCK_DGRAM);
+        fds_[static_cast<std::size_t>(receiver::monitor)] = connected(place(kx::endpoint_sysmon), SOCK_DGRAM);
+        fds_[static_cast<std::size_t>(receiver::system_log)] = logs ? connected("/dev/log", SOCK_DGRAM) : -1;
+        answer_heartbeat();                                   // announces the process
+        recv(inbox_, received_.data(), received_.size(), 0);  // the system's start
+        fds_[static_cast<std::size_t>(receiver::controller)] = connected(place(kx::endpoint_apcomm), SOCK_SEQPACKET);
     }
-    const int portal = connected(place(kx::endpoint_captive_app), SOCK_DGRAM);
-    const int hostapd = connected(place(kx::endpoint_hostapd), SOCK_DGRAM);
-    const int monitor = connected(place(kx::endpoint_sysmon), SOCK_DGRAM);
-    static std::array<std::uint8_t, 16384> received, sent;
-    send(monitor, sent.data(), 20, MSG_NOSIGNAL);
-    recv(inbox, received.data(), received.size(), 0);  // the system's start
-    const int controller = connected(place(kx::endpoint_apcomm), SOCK_SEQPACKET);
-    const std::string radio = place(kx::radio_directory) + "/wlan0";
-    plain_log log(root + "/plain.log", lines);
 
-    for (std::size_t left = messages;;) {
-        ssize_t size = recv(inbox, received.data(), received.size(), 0);
-        if (size == static_cast<ssize_t>(sizeof(ipc_hdr))) {
-            send(monitor, sent.data(), 20, MSG_NOSIGNAL);
-            continue;
-        }
-        if (--left > 0) {
-            continue;
-        }
-        left = messages;
-        log.write_event();
-        for (const sent_message &output : outputs) {
-            switch (output.to) {
-                case receiver::portal:
-                    send(portal, sent.data(), output.size, MSG_NOSIGNAL);
-                    break;
-                case receiver::hostapd:
-                    send(hostapd, sent.data(), output.size, MSG_NOSIGNAL);
-                    break;
-                case receiver::controller:
-                    send(controller, sent.data(), output.size, MSG_NOSIGNAL);
-                    break;
-                case receiver::radio:
-                    ask_radio(radio, bytes(output.size));
-                    break;
-                case receiver::monitor:
-                case receiver::system_log:
-                    break;
+    [[noreturn]] void run() {
+        for (std::size_t left = does_.messages;;) {
+            ssize_t size = recv(inbox_, received_.data(), received_.size(), 0);
+            if (size == static_cast<ssize_t>(sizeof(ipc_hdr))) {
+                answer_heartbeat();
+                continue;
+            }
+            if (--left == 0) {
+                left = does_.messages;
+                answer_event();
             }
         }
     }
-}
+
+private:
+    std::string place(std::string_view path) const { return root_ + std::string(path); }
+    void answer_heartbeat() { send(fds_[static_cast<std::size_t>(receiver::monitor)], sent_.data(), 20, MSG_NOSIGNAL); }
+    void answer_event() {
+        log_.write_event();
+        for (const sent_message &output : does_.outputs) {
+            if (output.to == receiver::radio) {
+                ask_radio(place(kx::radio_directory) + "/wlan0", bytes(output.size));
+            } else if (output.to == receiver::system_log && does_.style == deeds::style::plain_daemon) {
+                syslog(LOG_USER | LOG_INFO,
+                       "<clmgr> Proc Association-Req %02x:%02x:%02x:%02x:%02x:%02x -- %02x:%02x:%02x:%02x:%02x:%02x", 2,
+                       0, 0, 0, 0x10, 1, 2, 0xaa, 0x17, 0, 0, 1);
+            } else {
+                send(fds_[static_cast<std::size_t>(output.to)], sent_.data(), output.size, MSG_NOSIGNAL);
+            }
+        }
+    }
+
+    std::string root_;
+    deeds does_;
+    event_log log_;
+    int inbox_;
+    std::array<int, receivers> fds_{};
+    std::array<std::uint8_t, 16384> received_{}, sent_{};
+};
 
 // As any process starts; and it does not outlive the driver.
 void begin_child() {
@@ -204,15 +217,13 @@ std::unique_ptr<subject> subject::client_manager(const std::string &program, con
     return made;
 }
 
-std::unique_ptr<subject> subject::raw_exchange(const std::string &root, std::size_t messages,
-                                               const std::vector<sent_message> &outputs,
-                                               const std::vector<std::string> &lines, int system_log) {
+std::unique_ptr<subject> subject::exchange(const std::string &root, const deeds &does, int system_log) {
     std::unique_ptr<subject> made(new subject(make_directory(root), system_log));
     made->pid_ = fork();
     if (made->pid_ == 0) {
         begin_child();
         try {
-            exchange(root, messages, outputs, lines);
+            exchange_process(root, does).run();
         } catch (const std::exception &error) {
             std::fprintf(stderr, "raw exchange: %s\n", error.what());
             _exit(1);

@@ -13,18 +13,25 @@
 
 namespace bench {
 
+// What the processes beside the client manager do for each event.
+struct deeds {
+    std::size_t messages = 1;  // are received
+    std::vector<sent_message> outputs;
+    enum class style {
+        bare_calls,    // the log's lines are bytes that lie ready: one write each
+        plain_daemon,  // two fprintf and a flush for each
+    } style = style::bare_calls;
+    std::vector<std::string> log_lines;
+};
+
 // A process and its surroundings below a directory of its own. Ends with the object.
 class subject {
 public:
     // The client manager, ready for clients.
     static std::unique_ptr<subject> client_manager(const std::string &program, const std::string &root, int level,
                                                    int system_log);
-    // A process that for each `messages` messages it receives sends `outputs`, and nothing else. With `lines`, it also
-    // writes them as a plain daemon would: the first to the system log, each to its log file with two fprintf and a
-    // flush.
-    static std::unique_ptr<subject> raw_exchange(const std::string &root, std::size_t messages,
-                                                 const std::vector<sent_message> &outputs,
-                                                 const std::vector<std::string> &lines, int system_log);
+    // A process that for each event does what `does` says, and nothing else.
+    static std::unique_ptr<subject> exchange(const std::string &root, const deeds &does, int system_log);
     ~subject();
     subject(const subject &) = delete;
     subject &operator=(const subject &) = delete;
