@@ -2,13 +2,15 @@
 """Writes the seeds of every fuzz target: well-formed inputs that the fuzzers start from.
 
 DIRECTORY/TARGET/ gets one file for each seed of the target, and DIRECTORY/TARGET.list names them and the target's
-regressions, separated by commas.
+regressions, separated by commas. DIRECTORY/TARGET.dict is the target's dictionary.
 """
 import argparse
 import pathlib
+import shutil
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).parent))
+HERE = pathlib.Path(__file__).parent
+sys.path.insert(0, str(HERE))
 
 import daemon_seeds  # noqa: E402
 import lab_seeds  # noqa: E402
@@ -28,6 +30,8 @@ def main():
             files[-1].write_bytes(seed)
         files += sorted((arguments.regressions / target).glob("*"))
         (arguments.directory / f"{target}.list").write_text(",".join(map(str, files)))
+        own = HERE / f"{target}.dict"
+        shutil.copyfile(own if own.exists() else HERE / "daemon.dict", arguments.directory / f"{target}.dict")
 
 
 if __name__ == "__main__":
