@@ -6,8 +6,6 @@
 //   a plain daemon     the same, the log file's lines with two fprintf and a flush each, the system log's with syslog
 //
 // All take turns in one run, on one CPU with the driver.
-#include <sched.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -20,14 +18,15 @@
 #include <numeric>
 
 #include "tests/bench/event_kinds.h"
-#include "tests/bench/private_dev.h"
+#include "tests/bench/measuring.h"
 #include "tests/bench/subject.h"
 
 namespace {
 
+using bench::play_window;
+using bench::quantile;
 using bench::subject;
-
-constexpr std::size_t window = 8;
+using bench::window;
 
 struct options {
     std::string program, directory = "/tmp", json_file, only;
@@ -35,22 +34,6 @@ struct options {
     int cpu = 0;
     std::vector<int> levels{1, 3, 4};
 };
-
-void play_window(subject &to, const bench::client_messages &make, std::size_t first, std::size_t end, unsigned round) {
-    for (std::size_t client = first; client < end; client++) {
-        for (const bench::bytes &message : make(client, round)) {
-            to.around().send(message);
-        }
-    }
-}
-
-// Unmeasured.
-void play(subject &to, const bench::client_messages &make, std::size_t clients, unsigned round) {
-    for (std::size_t first = 0; make && first < clients; first += window) {
-        play_window(to, make, first, std::min(first + window, clients), round);
-        to.around().settle();
-    }
-}
 
 // Microseconds of CPU time per event.
 double measure(subject &of, const bench::event_kind &kind, const bench::counts &per_event, unsigned round) {
@@ -69,11 +52,6 @@ double measure(subject &of, const bench::event_kind &kind, const bench::counts &
         }
     }
     return (of.cpu_time() - before) * 1e6 / static_cast<double>(kind.clients);
-}
-
-double quantile(std::vector<double> values, double share) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
 }
 
 struct result {
@@ -160,11 +138,11 @@ std::vector<result> run(const options &wanted, const bench::event_kind &kind, co
             auto &[name, process] = those.processes[turn];
             bool is_daemon = name.starts_with("client_mgr");
             if (is_daemon) {
-                play(*process, kind.before, kind.clients, round);
+                bench::play(*process, kind.before, kind.clients, round);
             }
             double us = measure(*process, kind, those.per_event[name], round);
             if (is_daemon) {
-                play(*process, kind.after, kind.clients, round);
+                bench::play(*process, kind.after, kind.clients, round);
             }
             if (round > 1) {
                 results[turn].us_per_event.push_back(us);
@@ -198,28 +176,11 @@ nlohmann::json report(const bench::event_kind &kind, const std::vector<result> &
     return {{"event", kind.name}, {"lines_at_level_3", lines_at_3}, {"processes", processes}};
 }
 
-// A driver that is woken by each message must not push the measured process off the CPU that they share: in
-// SCHED_BATCH it waits until that process sleeps. The measured processes leave it when they start.
-void share_cpu(int cpu) {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    sched_param none{};
-    if (sched_setaffinity(0, sizeof(set), &set) != 0 || sched_setscheduler(0, SCHED_BATCH, &none) != 0) {
-        throw std::runtime_error("CPU " + std::to_string(cpu) + " cannot be had");
-    }
-}
-
 int measure_all(const options &wanted) {
-    share_cpu(wanted.cpu);
-    std::string root = wanted.directory + "/client_mgr-bench.XXXXXX";
-    if (mkdtemp(root.data()) == nullptr) {
-        throw std::runtime_error(root + ": cannot be made");
-    }
-    int log = open_private_system_log();
-    if (log < 0) {
-        throw std::runtime_error("no mount namespace can be had for the system log: run it as root");
-    }
+    bench::share_cpu(wanted.cpu);
+    bench::workplace place(wanted.directory);
+    const std::string &root = place.root;
+    int log = place.system_log;
     nlohmann::json all = nlohmann::json::array();
     int directory = 0;
     for (const bench::event_kind &kind : bench::make_event_kinds()) {
@@ -229,7 +190,6 @@ int measure_all(const options &wanted) {
         contest those = make_contest(wanted, kind, root + "/" + std::to_string(directory++), log);
         all.push_back(report(kind, run(wanted, kind, those), those.lines_at_3));
     }
-    std::filesystem::remove_all(root);
     if (!wanted.json_file.empty()) {
         std::ofstream(wanted.json_file) << all.dump(2) << "\n";
     }

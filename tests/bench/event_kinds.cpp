@@ -8,6 +8,7 @@
 #include "client_mgr/messages.h"
 #include "kx/apcomm.h"
 #include "platform/linux/apcomm_channel.h"
+#include "platform/linux/radio_driver.h"
 
 namespace bench {
 
@@ -143,6 +144,19 @@ std::vector<bytes> client_list(std::size_t entries, unsigned round) {
         append(body, &entry, sizeof(entry));
     }
     return carry(controller_message(ROAMING_MGR_CLIENT_BULK_INFO, body));
+}
+
+std::vector<bytes> bulk_request() { return carry(controller_message(CLIENT_MGR_REQ_BULK_INFO, {})); }
+
+bytes station_records(std::size_t stations) {
+    bytes records;
+    for (std::size_t i = 0; i < stations; i++) {
+        kx::radio_station station{};
+        station.length = sizeof(station);
+        write_client(station.mac, i);
+        append(records, &station, sizeof(station));
+    }
+    return records;
 }
 
 std::vector<bytes> start_up_messages() {

@@ -29,6 +29,10 @@ bytes association(std::size_t client);
 bytes disassociation(std::size_t client);
 // Local messages that carry a controller message with `entries` clients of other access points.
 std::vector<bytes> client_list(std::size_t entries, unsigned round);
+// The controller asks for the VAPs and the stations on each.
+std::vector<bytes> bulk_request();
+// A driver's station list.
+bytes station_records(std::size_t stations);
 // The ones that bring a client manager to where it serves clients, in order.
 std::vector<bytes> start_up_messages();
 

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -75,7 +77,7 @@ bytes local_message(std::uint32_t id, const bytes &payload) {
     return message;
 }
 
-neighbours::neighbours(const std::string &root, int system_log) : root_(root) {
+neighbours::neighbours(const std::string &root, int system_log, unsigned vaps) : root_(root) {
     auto place = [&](std::string_view path) { return root + std::string(path); };
     fds_ = {bind_at(place(kx::endpoint_captive_app), SOCK_DGRAM),
             bind_at(place(kx::endpoint_hostapd), SOCK_DGRAM),
@@ -83,6 +85,9 @@ neighbours::neighbours(const std::string &root, int system_log) : root_(root) {
             -1,
             system_log,
             bind_at(place(kx::radio_directory) + "/wlan0", SOCK_SEQPACKET)};
+    for (unsigned i = 1; i < vaps; i++) {
+        std::filesystem::create_symlink("wlan0", place(kx::radio_directory) + "/wlan" + std::to_string(i));
+    }
     controller_listener_ = bind_at(place(kx::endpoint_apcomm), SOCK_SEQPACKET);
 }
 
@@ -152,6 +157,10 @@ void neighbours::await(const counts &expected) {
 
 std::vector<sent_message> neighbours::settle() {
     received_.clear();
+    return settle_all();
+}
+
+std::vector<sent_message> neighbours::settle_all() {
     send(local_message(KX_MSG_ID_SYSMON_HB));
     auto end = std::chrono::steady_clock::now() + patience;
     auto is_heartbeat = [](const sent_message &message) { return message.to == receiver::monitor; };
@@ -211,6 +220,7 @@ bool neighbours::answer_driver_request(int listener) {
     bytes data;
     if (request.request == SIOCGIFHWADDR) {
         data.assign(bssid_base.begin(), bssid_base.end());
+        data.back() = static_cast<std::uint8_t>(data.back() + std::atoi(request.ifname + std::strlen("wlan")));
     } else if (request.request == SIOCDEVPRIVATE + 6) {
         data = stations_;
     }

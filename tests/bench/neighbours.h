@@ -29,7 +29,8 @@ counts count(const std::vector<sent_message> &messages);
 class neighbours {
 public:
     // `system_log`: as open_private_system_log() returns it; it is shared with others.
-    neighbours(const std::string &root, int system_log);
+    // The radio owns wlan0 and as many more interfaces as `vaps` says.
+    neighbours(const std::string &root, int system_log, unsigned vaps);
     ~neighbours();
     neighbours(const neighbours &) = delete;
     neighbours &operator=(const neighbours &) = delete;
@@ -44,6 +45,8 @@ public:
     void await(const counts &expected);
     // Waits until the process has handled everything that it was sent. Returns what it sent meanwhile.
     std::vector<sent_message> settle();
+    // The same, with what it sent since the last call of settle() or await().
+    std::vector<sent_message> settle_all();
     // The station list with which the radio answers from here on.
     void set_stations(bytes records) { stations_ = std::move(records); }
 

@@ -187,18 +187,21 @@ void begin_child() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
 
-void write_config(const std::string &root) {
-    std::ofstream(root + "/ap.toml") << "[ap]\nmac = \"02:00:00:00:10:00\"\n[controller]\naddress = \"127.0.0.1\"\n"
-                                        "port = 1\nca = \"none\"\ncertificate = \"none\"\nkey = \"none\"\n"
-                                        "[[vap]]\nifname = \"wlan0\"\nssid = \"office\"\nvlan = 10\n";
+void write_config(const std::string &root, unsigned vaps) {
+    std::ofstream file(root + "/ap.toml");
+    file << "[ap]\nmac = \"02:00:00:00:10:00\"\n[controller]\naddress = \"127.0.0.1\"\n"
+            "port = 1\nca = \"none\"\ncertificate = \"none\"\nkey = \"none\"\n";
+    for (unsigned i = 0; i < vaps; i++) {
+        file << "[[vap]]\nifname = \"wlan" << i << "\"\nssid = \"office\"\nvlan = 10\n";
+    }
 }
 
 }  // namespace
 
 std::unique_ptr<subject> subject::client_manager(const std::string &program, const std::string &root, int level,
-                                                 int system_log) {
-    std::unique_ptr<subject> made(new subject(make_directory(root), system_log));
-    write_config(root);
+                                                 int system_log, unsigned vaps) {
+    std::unique_ptr<subject> made(new subject(make_directory(root), system_log, vaps));
+    write_config(root, vaps);
     made->pid_ = fork();
     if (made->pid_ == 0) {
         begin_child();
@@ -218,7 +221,7 @@ std::unique_ptr<subject> subject::client_manager(const std::string &program, con
 }
 
 std::unique_ptr<subject> subject::exchange(const std::string &root, const deeds &does, int system_log) {
-    std::unique_ptr<subject> made(new subject(make_directory(root), system_log));
+    std::unique_ptr<subject> made(new subject(make_directory(root), system_log, 1));
     made->pid_ = fork();
     if (made->pid_ == 0) {
         begin_child();

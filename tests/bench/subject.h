@@ -27,9 +27,9 @@ struct deeds {
 // A process and its surroundings below a directory of its own. Ends with the object.
 class subject {
 public:
-    // The client manager, ready for clients.
+    // The client manager, ready for clients on wlan0, the first of its `vaps` VAPs.
     static std::unique_ptr<subject> client_manager(const std::string &program, const std::string &root, int level,
-                                                   int system_log);
+                                                   int system_log, unsigned vaps = 1);
     // A process that for each event does what `does` says, and nothing else.
     static std::unique_ptr<subject> exchange(const std::string &root, const deeds &does, int system_log);
     ~subject();
@@ -44,7 +44,7 @@ public:
     std::vector<std::string> new_log_lines();
 
 private:
-    subject(const std::string &root, int system_log) : around_(root, system_log) {}
+    subject(const std::string &root, int system_log, unsigned vaps) : around_(root, system_log, vaps) {}
 
     pid_t pid_ = -1;
     neighbours around_;

@@ -1,0 +1,61 @@
+#include "tests/bench/measuring.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+#include "tests/bench/private_dev.h"
+
+namespace bench {
+
+workplace::workplace(const std::string &directory) : root(directory + "/client_mgr-bench.XXXXXX") {
+    if (mkdtemp(root.data()) == nullptr) {
+        throw std::runtime_error(root + ": cannot be made");
+    }
+    system_log = open_private_system_log();
+    if (system_log < 0) {
+        std::filesystem::remove_all(root);
+        throw std::runtime_error("no mount namespace can be had for the system log: run it as root");
+    }
+}
+
+workplace::~workplace() {
+    close(system_log);
+    std::filesystem::remove_all(root);
+}
+
+void share_cpu(int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    sched_param none{};
+    if (sched_setaffinity(0, sizeof(set), &set) != 0 || sched_setscheduler(0, SCHED_BATCH, &none) != 0) {
+        throw std::runtime_error("CPU " + std::to_string(cpu) + " cannot be had");
+    }
+}
+
+void play_window(subject &to, const client_messages &make, std::size_t first, std::size_t end, unsigned round) {
+    for (std::size_t client = first; client < end; client++) {
+        for (const bytes &message : make(client, round)) {
+            to.around().send(message);
+        }
+    }
+}
+
+void play(subject &to, const client_messages &make, std::size_t clients, unsigned round) {
+    for (std::size_t first = 0; make && first < clients; first += window) {
+        play_window(to, make, first, std::min(first + window, clients), round);
+        to.around().settle();
+    }
+}
+
+double quantile(std::vector<double> values, double share) {
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+}  // namespace bench

@@ -1,0 +1,43 @@
+// What the benchmarks of the whole daemon share.
+#ifndef TESTS_BENCH_MEASURING_H
+#define TESTS_BENCH_MEASURING_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "tests/bench/event_kinds.h"
+#include "tests/bench/subject.h"
+
+namespace bench {
+
+// Events that wait for the measured process at a time.
+inline constexpr std::size_t window = 8;
+
+// A directory for sockets and logs, removed with the object, and the system log of everything that is measured.
+// Throws std::runtime_error.
+struct workplace {
+    explicit workplace(const std::string &directory);
+    ~workplace();
+    workplace(const workplace &) = delete;
+    workplace &operator=(const workplace &) = delete;
+
+    std::string root;
+    int system_log;
+};
+
+// Puts this process, and those that it starts, on one CPU. A driver that is woken by each message must not push the
+// measured process off it: in SCHED_BATCH it waits until that process sleeps. The measured processes leave that class
+// when they start.
+void share_cpu(int cpu);
+
+// Sends what `make` makes for the clients from `first` to before `end`.
+void play_window(subject &to, const client_messages &make, std::size_t first, std::size_t end, unsigned round);
+// The same window by window for all clients below `clients`, until everything is handled. `make` may be empty.
+void play(subject &to, const client_messages &make, std::size_t clients, unsigned round);
+
+double quantile(std::vector<double> values, double share);
+
+}  // namespace bench
+
+#endif
