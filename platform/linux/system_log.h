@@ -1,0 +1,43 @@
+// Lines for the system log that never make the daemon wait: libc's own syslog blocks in its send for as long as the
+// system log does not read.
+#ifndef KX_LINUX_SYSTEM_LOG_H
+#define KX_LINUX_SYSTEM_LOG_H
+
+#include <array>
+#include <cstdarg>
+#include <cstddef>
+#include <ctime>
+#include <string>
+
+#include "platform/linux/ipc_endpoint.h"
+
+namespace kx {
+
+class system_log {
+public:
+    // The datagram socket that the system log reads, "/dev/log". Throws std::system_error when the path is too long.
+    explicit system_log(const std::string &path);
+    ~system_log();
+    system_log(const system_log &) = delete;
+    system_log &operator=(const system_log &) = delete;
+
+    // As vsyslog, with the facility in `priority`; one line, cut after 1 KiB. A line that nobody takes now is dropped;
+    // how many were is said ahead of the next one that gets through.
+    void write(int priority, const char *format, va_list arguments);
+
+private:
+    bool send_line(int priority, const char *text);
+    bool send_bytes(const char *line, std::size_t size);
+    const char *time_now();
+
+    ipc_address address_;
+    int fd_ = -1;
+    bool connected_ = false;
+    unsigned long dropped_ = 0;
+    std::time_t second_ = -1;
+    std::array<char, 32> time_text_{};  // of `second_`
+};
+
+}  // namespace kx
+
+#endif
