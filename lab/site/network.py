@@ -18,8 +18,11 @@ def enter_own_network() -> bool:
     """Moves this process into a new network namespace that has a loopback interface alone.
 
     The daemon changes addresses, routes and bridges of interfaces that bear its VAPs' names: as root it must not find
-    the machine's. False where that is not permitted.
+    the machine's. False where that is not permitted. With $LAB_OWN_NETWORK set to 1, who started this process has seen
+    to that already.
     """
+    if os.environ.get("LAB_OWN_NETWORK") == "1":
+        return True
     if os.geteuid() != 0 or _libc.unshare(CLONE_NEWNET) != 0:
         return False
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:

@@ -1,0 +1,92 @@
+"""What the daemons give up before they handle keys, and that they do their work with what is left."""
+
+import os
+import resource
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+from steps import add_access_point, wait_until_ready
+
+REPOSITORY = Path(__file__).parents[2]
+UNITS = REPOSITORY / "packaging/systemd"
+EXPOSURE_MAX = 2.0
+# Nobody's; root alone may look into processes that handle keys, and a user without a name has no rights by accident.
+OTHER_USER = 64_123
+
+
+def status_of(process):
+    lines = Path(f"/proc/{process.pid}/status").read_text().splitlines()
+    return dict(line.split(":\t", 1) for line in lines)
+
+
+@pytest.fixture
+def access_point(lab):
+    lab.controller.start()
+    made = add_access_point(lab)
+    made.start_all()
+    wait_until_ready(made)
+    return made
+
+
+@pytest.mark.parametrize("program", ["client_mgr", "apd"])
+def test_process_gives_up_what_it_does_not_need(access_point, program):
+    process = access_point.running[program]
+    assert status_of(process)["NoNewPrivs"] == "1"
+    assert resource.prlimit(process.pid, resource.RLIMIT_CORE) == (0, 0)
+    # One that dumps no core belongs to root, whoever runs it: see PR_SET_DUMPABLE in prctl(2).
+    assert os.stat(f"/proc/{process.pid}/mem").st_uid == 0
+
+
+@pytest.mark.parametrize("program", ["client_mgr", "apd"])
+def test_memory_is_locked(access_point, program):
+    process = access_point.running[program]
+    if b"__asan_init" in Path(f"/proc/{process.pid}/exe").read_bytes():
+        pytest.skip("AddressSanitizer locks nothing, its shadow would not fit")
+    assert int(status_of(process)["VmLck"].split()[0]) > 0
+
+
+@pytest.mark.parametrize("unit", ["client_mgr", "apd"])
+def test_unit_is_closed(unit):
+    if not shutil.which("systemd-analyze"):
+        pytest.skip("systemd-analyze is not here")
+    done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager",
+                           f"--threshold={int(EXPOSURE_MAX * 10)}", UNITS / f"{unit}.service"],
+                          capture_output=True, text=True, check=False)
+    assert done.returncode == 0, done.stdout + done.stderr
+
+
+def run_tests_inside(limits, programs, selection, tmp_path):
+    """The tests as another user in a network namespace of its own, with what `limits`, words of setpriv, leave."""
+    if os.geteuid() != 0:
+        pytest.skip("only root may become another user")
+    setpriv = ["setpriv", f"--reuid={OTHER_USER}", f"--regid={OTHER_USER}", "--clear-groups", "--no-new-privs", *limits]
+    if subprocess.run([*setpriv, "test", "-x", programs / "client_mgr", "-a", "-r", REPOSITORY / "lab/site"],
+                      check=False).returncode:
+        pytest.skip("another user cannot reach this directory")
+    directory = tmp_path / "theirs"
+    directory.mkdir()
+    os.chown(directory, OTHER_USER, OTHER_USER)
+    command = ["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh", *setpriv, sys.executable, "-B",
+               "-m", "pytest", "-q", "-p", "no:cacheprovider", f"--basetemp={directory / 'tmp'}", "--bin", programs,
+               *selection]
+    done = subprocess.run([str(word) for word in command], cwd=Path(__file__).parent, capture_output=True, text=True,
+                          env=os.environ | {"LAB_OWN_NETWORK": "1", "HOME": str(directory)}, check=False)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert "skipped" not in done.stdout, done.stdout
+
+
+def test_stations_come_roam_and_leave_without_any_privilege(programs, tmp_path):
+    run_tests_inside(["--bounding-set=-all", "--inh-caps=-all", "--ambient-caps=-all"], programs,
+                     ["test_flow.py", "test_operator.py", "test_two_access_points.py::test_each_reports_its_own_clients"],
+                     tmp_path)
+
+
+@pytest.mark.parametrize("test", ["test_guest_is_reachable_until_it_is_let_in",
+                                  "test_bridge_holds_the_client_while_it_is_here"])
+def test_kernel_is_changed_with_one_privilege(programs, tmp_path, test):
+    run_tests_inside(["--bounding-set=-all,+net_admin", "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin"],
+                     programs, [f"test_kernel.py::{test}"], tmp_path)
