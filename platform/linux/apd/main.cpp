@@ -1,7 +1,6 @@
 #include <event2/event.h>
 #include <signal.h>
 #include <sysexits.h>
-#include <syslog.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -49,7 +48,6 @@ int run(int argc, char **argv) {
     }
 
     signal(SIGPIPE, SIG_IGN);
-    openlog("apd", LOG_PID, LOG_DAEMON);
     kx::harden_process();
     apd::clean_libraries_heap();
     serve(config_file);
