@@ -1,0 +1,248 @@
+"""A site that is kept busy for as long as asked, in rounds that each begin and end with nobody on it.
+
+In each round stations come, roam, sleep and leave; meanwhile an access point's captive portal stops reading and its
+daemon's clock is set. When the site is at rest everybody has to agree on every station. Then, with the stations still
+there, the controller is killed and started again. In the end an operator removes everybody, the tables have to be empty,
+and the daemons must not hold more memory and descriptors than after the first rounds.
+"""
+
+import os
+import random
+import signal
+import struct
+import subprocess
+import time
+import tomllib
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from lab.site.access_point import AccessPoint, mac_bytes
+from lab.site.client_table import Client
+from lab.site.consistency import find_differences, take_views
+from lab.site.failure import LabFailure
+from lab.site.laboratory import Laboratory
+from lab.site.portal import Portal
+from lab.site.processes import Process, die_with_parent, environment_for
+from lab.site.settling import settle
+from lab.site.site_run import to_toml
+from lab.site.stepped_clock import SteppedClock
+from lab.site.waiting import wait_until
+
+DAEMONS = ("client_mgr", "apd")
+REMOVE_CLIENT_BULK_INFO = 17  # client_mgr/messages.h
+ENTRIES_MAX = 260             # client entries of one controller message
+CLOCK_STEPS = (86_400, -86_400, 3_600, -3_600, 31, -31)  # seconds
+PORTAL_TICK_SECONDS = 1
+SETTLE_SECONDS = 120
+
+
+@dataclass(frozen=True)
+class SoakPlan:
+    seconds: float = 60
+    clients: int = 2048
+    seed: int = 1
+    access_points: int = 3
+    lab_seconds: int = 20       # of a round's scenario
+    speed: float = 0.5            # lab seconds per second
+    lead_seconds: float = 5     # for the radios to read the scenario
+    warm_up_rounds: int = 2     # until everything has happened that makes a daemon touch memory for the first time
+
+
+@dataclass(frozen=True)
+class Holdings:
+    """What a daemon holds while nothing happens."""
+
+    private_pages: int
+    descriptors: int
+
+
+@dataclass
+class Tally:
+    rounds: int = 0
+    records: int = 0
+    roams: int = 0
+    clients: int = 0
+    controller_restarts: int = 0
+    found_again: int = 0  # stations that the restarted controllers learnt of
+    portal_stops: int = 0
+    clock_steps: int = 0
+    differences: int = 0
+    holdings: list[dict[str, Holdings]] = field(default_factory=list)  # of each round, by the process's name
+
+
+class Soak:
+    """`clock` steps the daemons' clocks where they can be given one; `measure_memory` where the programs are not
+    instrumented: a sanitizer keeps freed memory back."""
+
+    def __init__(self, lab: Laboratory, plan: SoakPlan, clock: SteppedClock | None, measure_memory: bool = True) -> None:
+        self.lab = lab
+        self.plan = plan
+        self.tally = Tally()
+        self._clock = clock
+        self._measure_memory = measure_memory
+        self._dice = random.Random(plan.seed)
+        self._scenario = lab.directory / "scenario.toml"
+        self._make_scenario()
+        lab.controller.start()
+        for access_point in tomllib.loads(self._scenario.read_text().partition("[[station]]")[0])["ap"]:
+            lab.add_access_point(access_point["mac"], "".join(map(to_toml, access_point["vaps"])))
+
+    def run(self, watch: Callable[["Soak"], None]) -> None:
+        """Rounds until the time is up, and as many as tell something; calls `watch` after each. Raises LabFailure."""
+        end = time.monotonic() + self.plan.seconds
+        with self._clock.given() if self._clock else no_context():
+            self.lab.start()
+        while time.monotonic() < end or self.tally.rounds <= self.plan.warm_up_rounds:
+            self._round()
+            watch(self)
+        self._check_holdings()
+
+    def growth(self) -> dict[str, int]:
+        """Private pages that each daemon holds more than it did after the warm-up."""
+        first, last = self.tally.holdings[self.plan.warm_up_rounds - 1], self.tally.holdings[-1]
+        return {name: last[name].private_pages - first[name].private_pages for name in first}
+
+    def _round(self) -> None:
+        self._play()
+        differences = find_differences(take_views(self.lab))
+        self.tally.differences += len(differences)
+        if differences:
+            raise LabFailure(f"{len(differences)} differences, the first: {differences[0]}; see {self.lab.directory}")
+        self._count()
+        self._restart_controller()
+        self._remove_everybody()
+        self.tally.holdings.append({process.name: holdings_of(process) for process in self._daemons()})
+        self.tally.rounds += 1
+        self._forget_output()
+
+    def _make_scenario(self) -> None:
+        plan = self.plan
+        command = [self.lab.processes.programs / "kx-scenario", "--aps", plan.access_points, "--stations", plan.clients,
+                   "--seconds", plan.lab_seconds, "--restricted", 10, "--seed", self._dice.getrandbits(32), "-o",
+                   self._scenario]
+        done = subprocess.run([str(word) for word in command], env=environment_for(None), capture_output=True,
+                              text=True, check=False, preexec_fn=die_with_parent)
+        if done.returncode != 0:
+            raise LabFailure(f"the scenario could not be made: {done.stderr.strip()}")
+
+    def _play(self) -> None:
+        self._make_scenario()
+        start = time.time() + self.plan.lead_seconds
+        for access_point in self.lab.access_points:
+            access_point.play("--scenario", self._scenario, "--ap", access_point.name, "--speed", self.plan.speed,
+                              "--start-at", int(start * 1000))
+        if time.time() > start:
+            raise LabFailure(f"the radios took more than {self.plan.lead_seconds:g} s to read {self._scenario}")
+        portal = Portal(self.lab)
+        with self._stopped_portal():
+            self._step_clock()
+            self._wait_until_played(portal)
+            self._step_clock()
+        settle(self.lab, SETTLE_SECONDS)
+        while portal.admit_guests():
+            settle(self.lab, SETTLE_SECONDS)
+
+    def _wait_until_played(self, portal: Portal) -> None:
+        next_tick = 0.0
+
+        def is_played() -> bool:
+            nonlocal next_tick
+            if time.monotonic() < next_tick:
+                return False
+            next_tick = time.monotonic() + PORTAL_TICK_SECONDS
+            portal.admit_guests()
+            return all([access_point.radio_state() == "played" for access_point in self.lab.access_points])
+
+        wait_until(is_played, "the scenario is played", self.plan.lab_seconds / self.plan.speed + 120,
+                   check=self.lab.processes.check)
+
+    @contextmanager
+    def _stopped_portal(self) -> Iterator[None]:
+        portal = self._dice.choice(self.lab.access_points).running["captive_app"]
+        portal.signal(signal.SIGSTOP)
+        self.tally.portal_stops += 1
+        yield
+        portal.signal(signal.SIGCONT)
+
+    def _step_clock(self) -> None:
+        if self._clock:
+            self._clock.step(self._dice.choice(CLOCK_STEPS))
+            self.tally.clock_steps += 1
+
+    def _count(self) -> None:
+        """The controller counts from its start."""
+        counted = self.lab.controller.ask_json("stats")
+        self.tally.records += counted["records"]
+        self.tally.roams += counted["roams"]
+        self.tally.clients += counted["clients"]
+
+    def _restart_controller(self) -> None:
+        """With it comes a report of every access point. What it believes then is not compared: a driver's list has room
+        for 105 stations of a VAP, and may still have one that has roamed."""
+        self.lab.controller.kill()
+        self.lab.controller.start()
+        self.tally.controller_restarts += 1
+        wait_until(lambda: len(self.lab.controller.ask_json("aps")) == len(self.lab.access_points),
+                   "all access points are back", 60, check=self.lab.processes.check)
+        settle(self.lab, SETTLE_SECONDS)
+        self.tally.found_again += self.lab.controller.ask_json("stats")["clients"]
+
+    def _remove_everybody(self) -> None:
+        """Their radios are gone by then: a station that is sent away would come back."""
+        for access_point in self.lab.access_points:
+            access_point.play(access_point.root / "silence.pcap")
+        for client in self.lab.controller.ask_json("clients"):
+            self.lab.controller.ask("remove", client["client"])
+        settle(self.lab, SETTLE_SECONDS)
+        for access_point in self.lab.access_points:
+            self._remove_from_table(access_point, access_point.clients())
+        settle(self.lab, SETTLE_SECONDS)
+        for access_point in self.lab.access_points:
+            if left := access_point.clients():
+                raise LabFailure(f"{access_point.name}: {len(left)} clients stay in the table, among them "
+                                 f"{left[0].mac}; see {access_point.log}")
+        if left := self.lab.controller.ask_json("clients"):
+            raise LabFailure(f"the controller still has {len(left)} clients, among them {left[0]['client']}")
+
+    def _remove_from_table(self, access_point: AccessPoint, clients: list[Client]) -> None:
+        """Those whose home this is and that the controller, restarted since, does not know to have one here."""
+        for first in range(0, len(clients), ENTRIES_MAX):
+            listed = clients[first:first + ENTRIES_MAX]
+            body = struct.pack(">I", len(listed)) + b"".join(mac_bytes(each.mac) + bytes(56) for each in listed)
+            record = struct.pack(">BBH", REMOVE_CLIENT_BULK_INFO, 4, 4 + len(body)) + body
+            header = struct.pack(">3BHBH6s", 1, 14, 0, 1, 0, 14 + len(record), mac_bytes(access_point.mac))
+            self.lab.controller.ask("send", access_point.mac, (header + record).hex())
+
+    def _forget_output(self) -> None:
+        """What the lab's own programs print would fill the disk."""
+        for file in self.lab.directory.rglob("*.out"):
+            os.truncate(file, 0)
+
+    def _daemons(self) -> list[Process]:
+        return [access_point.running[name] for name in DAEMONS for access_point in self.lab.access_points]
+
+    def _check_holdings(self) -> None:
+        first, last = self.tally.holdings[self.plan.warm_up_rounds - 1], self.tally.holdings[-1]
+        for name, before in first.items():
+            if last[name].descriptors != before.descriptors:
+                raise LabFailure(f"{name} holds {last[name].descriptors} descriptors, {before.descriptors} at first")
+        if self._measure_memory:
+            for name, pages in self.growth().items():
+                if pages > 0:
+                    raise LabFailure(f"{name} holds {pages} private pages more than after the warm-up")
+
+
+@contextmanager
+def no_context() -> Iterator[None]:
+    yield
+
+
+def holdings_of(process: Process) -> Holdings:
+    """Private are the pages that it alone has and has written to: those of its program that nobody else happens to run
+    count in one round and not in another."""
+    directory = Path(f"/proc/{process.pid}")
+    kilobytes = next(int(line.split()[1]) for line in (directory / "smaps_rollup").read_text().splitlines()
+                     if line.startswith("Private_Dirty:"))
+    return Holdings(kilobytes * 1024 // os.sysconf("SC_PAGESIZE"), len(os.listdir(directory / "fd")))

@@ -1,0 +1,40 @@
+"""A real-time clock of the lab's own that can be set.
+
+Setting the machine's would set everybody's, and a time namespace has no real-time clock of its own. A client_mgr that
+is started in the clock's context gets a library (lab/stepped_clock) in front of libc that adds an offset, which lies in
+a file, to what libc's functions say.
+"""
+
+import os
+import struct
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+LIBRARY = "libstepped_clock.so"
+
+
+class SteppedClock:
+    def __init__(self, programs: Path, directory: Path) -> None:
+        self._library = programs / LIBRARY
+        self._file = directory / "clock"
+        self._set(0)
+        self._offset = 0
+
+    @contextmanager
+    def given(self) -> Iterator[None]:
+        added = {"LD_PRELOAD": str(self._library), "STEPPED_CLOCK": str(self._file)}
+        os.environ.update(added)
+        try:
+            yield
+        finally:
+            for name in added:
+                del os.environ[name]
+
+    def step(self, seconds: int) -> None:
+        self._offset += seconds
+        self._set(self._offset)
+
+    def _set(self, offset: int) -> None:
+        with open(self._file, "r+b" if self._file.exists() else "wb") as file:
+            file.write(struct.pack("=q", offset))
