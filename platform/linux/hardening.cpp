@@ -1,14 +1,12 @@
 #include "platform/linux/hardening.h"
 
-#include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 
 // Set by the linker: where the program's own variables, the tables among them, begin and end (end(3)).
@@ -33,25 +31,31 @@ pages own_variables() {
     return {reinterpret_cast<void *>(first), last - first};
 }
 
-bool may_exceed_limits() {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
-    return syscall(SYS_capget, &header, sets.data()) == 0 && (sets[0].effective & (1U << CAP_IPC_LOCK)) != 0;
+// Asks the kernel: a capability that counts in a namespace alone does not lift the limit.
+bool may_exceed(rlim_t limit) {
+    auto size = static_cast<std::size_t>(limit) + static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void *probe = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (probe == MAP_FAILED) {
+        return false;
+    }
+    bool locked = mlock2(probe, size, MLOCK_ONFAULT) == 0;
+    munmap(probe, size);
+    return locked;
 }
 
 // Everything, whatever is mapped later included, is locked only where nothing can exceed the limit: a stack that
-// reaches it kills the process.
+// reaches it kills the process. Pages are locked when they are used: memory that is never touched stays unused.
 void lock_memory() {
     rlimit limit{};
     getrlimit(RLIMIT_MEMLOCK, &limit);
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_MEMLOCK, &limit);
-    bool unlimited = limit.rlim_max == RLIM_INFINITY || may_exceed_limits();
+    bool unlimited = limit.rlim_max == RLIM_INFINITY || may_exceed(limit.rlim_max);
     if (unlimited && mlockall(MCL_CURRENT | MCL_FUTURE | MCL_ONFAULT) == 0) {
         return;
     }
     pages variables = own_variables();
-    bool locked = mlock(variables.start, variables.size) == 0;
+    bool locked = mlock2(variables.start, variables.size, MLOCK_ONFAULT) == 0;
     syslog(LOG_USER | LOG_WARNING,
            "RLIMIT_MEMLOCK is %llu bytes: %s, keys may be swapped out; LimitMEMLOCK=infinity avoids that",
            static_cast<unsigned long long>(limit.rlim_max),
