@@ -4,30 +4,25 @@
 
 #include <cstddef>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FUZZ_HAS_ASAN
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define FUZZ_HAS_ASAN
-#endif
-
-#ifdef FUZZ_HAS_ASAN
-#include <sanitizer/asan_interface.h>
-#endif
+// AddressSanitizer's own (sanitizer/asan_interface.h); null in a program without it. Weak instead of a macro that the
+// compiler sets, for a program may have it although this file is compiled without.
+extern "C" {
+void __asan_poison_memory_region(const volatile void *begin, size_t size) __attribute__((weak));
+void __asan_unpoison_memory_region(const volatile void *begin, size_t size) __attribute__((weak));
+}
 
 namespace fuzz {
 
-inline void poison([[maybe_unused]] const void *begin, [[maybe_unused]] size_t size) {
-#ifdef FUZZ_HAS_ASAN
-    __asan_poison_memory_region(begin, size);
-#endif
+inline void poison(const void *begin, size_t size) {
+    if (__asan_poison_memory_region != nullptr) {
+        __asan_poison_memory_region(begin, size);
+    }
 }
 
-inline void unpoison([[maybe_unused]] const void *begin, [[maybe_unused]] size_t size) {
-#ifdef FUZZ_HAS_ASAN
-    __asan_unpoison_memory_region(begin, size);
-#endif
+inline void unpoison(const void *begin, size_t size) {
+    if (__asan_unpoison_memory_region != nullptr) {
+        __asan_unpoison_memory_region(begin, size);
+    }
 }
 
 }  // namespace fuzz
