@@ -5,7 +5,7 @@
 //
 //   T::slot                       the record; its links are named as in client_info
 //   T::SIZE                       number of slots, and of buckets
-//   T::slots(), T::buckets()      the arrays
+//   T::slots(), T::keys(), T::buckets()   the arrays
 //   T::free_index(), T::last_used(), T::last_deleted()   the heads of the lists, -1 when empty
 //   T::key(slot), T::key_text(slot)                      the MAC address and its text of 18 bytes
 //   T::erase(slot)                puts the data of a free slot in
@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "client_mgr/log.h"
+#include "client_mgr/slot_key.h"
 
 inline constexpr int32_t NO_SLOT = -1;
 
@@ -72,6 +73,7 @@ class slot_table {
     static constexpr size_t data_size = offsetof(slot, hash_index);
 
     static slot &at(int32_t idx) { return T::slots()[idx]; }
+    static slot_key &key_at(int32_t idx) { return T::keys()[idx]; }
     static bool in_range(int32_t idx) { return static_cast<uint32_t>(idx) < static_cast<uint32_t>(T::SIZE); }
 
     // --- lists of slots, newest first
@@ -112,7 +114,12 @@ class slot_table {
         T::free_index() = idx;
     }
 
-    // --- hash chains
+    // --- hash chains: walked along the keys. A record's hash_next repeats the link for who looks at the record alone.
+
+    static void set_hash_next(int32_t idx, int32_t next) {
+        key_at(idx).next = static_cast<int16_t>(next);
+        at(idx).hash_next = next;
+    }
 
     static void hash_add(int32_t idx) {
         CM_TRACE_ENTER(T::names.hash_add);
@@ -120,7 +127,7 @@ class slot_table {
         CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARGS(T::key(s)));
         int32_t &head = T::buckets()[s.hash_index];
         s.hash_prev = NO_SLOT;
-        s.hash_next = head;
+        set_hash_next(idx, head);
         if (head != NO_SLOT) {
             at(head).hash_prev = idx;
         }
@@ -134,24 +141,35 @@ class slot_table {
         slot &s = at(idx);
         CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARGS(T::key(s)));
         int32_t &head = T::buckets()[mac_hash(T::key(s))];
+        const int32_t next = key_at(idx).next;
         if (s.hash_prev != NO_SLOT) {
-            at(s.hash_prev).hash_next = s.hash_next;
+            set_hash_next(s.hash_prev, next);
         }
-        if (s.hash_next != NO_SLOT) {
-            at(s.hash_next).hash_prev = s.hash_prev;
+        if (next != NO_SLOT) {
+            at(next).hash_prev = s.hash_prev;
         }
         if (head == idx) {
-            head = s.hash_next;
+            head = next;
         }
         s.hash_prev = NO_SLOT;
-        s.hash_next = NO_SLOT;
+        set_hash_next(idx, NO_SLOT);
         CM_TRACE_LEAVE(T::names.hash_delete);
     }
 
     // --- the steps of add and delete
 
+    static void copy_mac_to_key(int32_t idx) { memcpy(key_at(idx).mac, T::key(at(idx)), sizeof(slot_key::mac)); }
+
     // Callers may copy a slot onto itself.
-    static void copy_data(slot &to, const slot &from) { memmove(&to, &from, data_size); }
+    static void copy_data(int32_t idx, const slot &from) {
+        memmove(&at(idx), &from, data_size);
+        copy_mac_to_key(idx);
+    }
+
+    static void erase_data(int32_t idx) {
+        T::erase(at(idx));
+        copy_mac_to_key(idx);
+    }
 
     static int32_t lock_add(const slot &rec) {
         const uint8_t *mac = T::key(rec);
@@ -170,7 +188,7 @@ class slot_table {
     }
 
     static void overwrite(int32_t idx, const slot &rec) {
-        copy_data(at(idx), rec);
+        copy_data(idx, rec);
         mac_to_text(T::key(at(idx)), T::key_text(at(idx)));
         T::restore(idx);
     }
@@ -183,7 +201,7 @@ class slot_table {
         }
         slot &s = at(idx);
         s.hash_index = mac_hash(T::key(rec));
-        copy_data(s, rec);
+        copy_data(idx, rec);
         mac_to_text(T::key(s), T::key_text(s));
         s.entry_flag |= SLOT_USED;
         hash_add(idx);
@@ -224,7 +242,7 @@ class slot_table {
             hash_delete(idx);
             deleted_list_delete(idx);
             push_free(idx);
-            T::erase(s);
+            erase_data(idx);
             s.entry_flag = 0;
             s.hash_index = 0;
             result = idx;
@@ -240,8 +258,8 @@ public:
         for (int32_t i = 0; i < T::SIZE; i++) {
             slot &s = at(i);
             T::buckets()[i] = NO_SLOT;
-            T::erase(s);
-            s.hash_next = NO_SLOT;
+            erase_data(i);
+            set_hash_next(i, NO_SLOT);
             s.hash_prev = NO_SLOT;
             s.next = i + 1;
             s.prev = NO_SLOT;
@@ -261,12 +279,12 @@ public:
         int32_t idx = T::buckets()[bucket];
         while (idx != NO_SLOT && steps < T::SIZE) {
             steps++;
-            if (mac_equal(T::key(at(idx)), mac)) {
+            if (mac_equal(key_at(idx).mac, mac)) {
                 CM_LOG(LOG_EVENT, "<<< %s %d: client indx %d", T::names.find, __LINE__, idx);
                 CM_TRACE_LEAVE(T::names.find);
                 return idx;
             }
-            idx = at(idx).hash_next;
+            idx = key_at(idx).next;
         }
         if (steps == T::SIZE) {
             T::warn_loop(bucket);
@@ -291,7 +309,7 @@ public:
         if (idx == NO_SLOT) {
             add(rec);
         } else {
-            copy_data(at(idx), rec);
+            copy_data(idx, rec);
             T::restore(idx);
             CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.update,
                    MAC_ARGS(T::key(at(idx))), idx);
@@ -305,8 +323,8 @@ public:
     static slot *get(const uint8_t *mac, int32_t *idx, Accept accept) {
         CM_TRACE_ENTER(T::names.get);
         CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", MAC_ARGS(mac), *idx);
-        for (int32_t i = T::buckets()[mac_hash(mac)]; i != NO_SLOT; i = at(i).hash_next) {
-            if (!mac_equal(T::key(at(i)), mac) || !accept(at(i))) {
+        for (int32_t i = T::buckets()[mac_hash(mac)]; i != NO_SLOT; i = key_at(i).next) {
+            if (!mac_equal(key_at(i).mac, mac) || !accept(at(i))) {
                 continue;
             }
             *idx = i;

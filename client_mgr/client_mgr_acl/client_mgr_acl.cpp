@@ -6,6 +6,7 @@
 #include "kx/kx_eloop.h"
 
 acl_cache_entry client_acl_cache[ACL_CACHE_SIZE];
+slot_key client_acl_keys[ACL_CACHE_SIZE];
 int32_t client_acl_hash[ACL_CACHE_SIZE];
 int32_t client_mgr_acl_free_index;
 int32_t client_mgr_acl_last_used = NO_SLOT;
@@ -33,6 +34,7 @@ struct verdicts {
     };
 
     static slot *slots() { return client_acl_cache; }
+    static slot_key *keys() { return client_acl_keys; }
     static int32_t *buckets() { return client_acl_hash; }
     static int32_t &free_index() { return client_mgr_acl_free_index; }
     static int32_t &last_used() { return client_mgr_acl_last_used; }
@@ -44,7 +46,7 @@ struct verdicts {
         const int32_t head = client_acl_hash[bucket];
         printf(" detected likely loop. hash_index=%u, client_acl_hash[%u]=%d\n", bucket, bucket, head);
         if (head != NO_SLOT) {
-            printf(" client_acl_cache[%d].hash_next=%d\n", head, client_acl_cache[head].hash_next);
+            printf(" client_acl_cache[%d].hash_next=%d\n", head, client_acl_keys[head].next);
         }
     }
     // Unlike the client table, the cache never takes a slot back from the deleted list.

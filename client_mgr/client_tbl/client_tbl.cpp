@@ -4,6 +4,7 @@
 #include "client_mgr/slot_table.h"
 
 client_info client_info_tbl[CLIENT_TBL_SIZE];
+slot_key client_key_tbl[CLIENT_TBL_SIZE];
 int32_t client_hash_tbl[CLIENT_TBL_SIZE];
 int32_t client_tbl_free_index;
 int32_t client_tbl_last_used = NO_SLOT;
@@ -33,6 +34,7 @@ struct clients {
     };
 
     static slot *slots() { return client_info_tbl; }
+    static slot_key *keys() { return client_key_tbl; }
     static int32_t *buckets() { return client_hash_tbl; }
     static int32_t &free_index() { return client_tbl_free_index; }
     static int32_t &last_used() { return client_tbl_last_used; }
@@ -49,8 +51,7 @@ struct clients {
         printf("ap_mgr_lock_find_client_bin: detected likely loop. hash_index=%u, client_hash_tbl[%u]=%d\n", bucket,
                bucket, head);
         if (head != NO_SLOT) {
-            printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head,
-                   client_info_tbl[head].hash_next);
+            printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head, client_key_tbl[head].next);
         }
     }
     static void restore(int32_t idx) { client_tbl_restore_deleted(idx); }

@@ -39,7 +39,7 @@ struct client_info {
 
     // The table's links; never taken from a caller.
     uint32_t hash_index;  // bucket; 0 on a free slot
-    int32_t hash_next;    // chain of the bucket, newest first
+    int32_t hash_next;    // chain of the bucket, newest first; a lookup follows the same link in slot_key
     int32_t hash_prev;
     int32_t next;         // used and deleted list: the newer neighbour; free list: the next free slot
     int32_t prev;         // used and deleted list: the older neighbour

@@ -3,8 +3,10 @@
 #define CLIENT_MGR_CLIENT_TBL_STATE_H
 
 #include "client_mgr/client_tbl/client_tbl.h"
+#include "client_mgr/slot_key.h"
 
 extern client_info client_info_tbl[CLIENT_TBL_SIZE];
+extern slot_key client_key_tbl[CLIENT_TBL_SIZE];  // of the slots, each at its slot's index
 extern int32_t client_hash_tbl[CLIENT_TBL_SIZE];  // newest slot of each bucket's chain
 extern int32_t client_tbl_free_index;
 extern int32_t client_tbl_last_used;

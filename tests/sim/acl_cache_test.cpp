@@ -80,6 +80,7 @@ TEST(acl_cache, hashes_and_prints_addresses_as_the_client_table_does) {
 
 SIM_TEST(acl_cache, a_fresh_cache_is_one_ascending_free_list) {
     memset(client_acl_cache, 0xa5, sizeof(client_acl_cache));
+    memset(client_acl_keys, 0xa5, sizeof(client_acl_keys));
     memset(client_acl_hash, 0xa5, sizeof(client_acl_hash));
     client_mgr_acl_free_index = client_mgr_acl_last_used = client_mgr_acl_last_deleted = 7;
     client_mgr_acl_cache_init();
@@ -317,7 +318,7 @@ SIM_TEST(acl_cache, the_newer_of_two_entries_in_a_bucket_comes_first) {
 SIM_TEST(acl_cache, a_corrupted_chain_cannot_hang_an_add) {
     add(verdict(mac_of_bucket_0(1)));
     add(verdict(mac_of_bucket_0(2)));
-    client_acl_cache[0].hash_next = 1;
+    client_acl_keys[0].next = 1;
     sim.forget();
     EXPECT_EQ(2, add(verdict(mac_of_bucket_0(3))));
     // A blank in front and no name, on standard output whatever the log level.

@@ -128,6 +128,7 @@ TEST(client_tbl, writes_an_address_as_lower_case_text) {
 
 SIM_TEST(client_tbl, a_fresh_table_is_one_ascending_free_list) {
     memset(client_info_tbl, 0xa5, sizeof(client_info_tbl));
+    memset(client_key_tbl, 0xa5, sizeof(client_key_tbl));
     memset(client_hash_tbl, 0xa5, sizeof(client_hash_tbl));
     client_tbl_free_index = client_tbl_last_used = client_tbl_last_deleted = 7;
     EXPECT_EQ(0, client_tbl_init());
@@ -312,7 +313,7 @@ TEST(client_tbl, a_chain_of_all_slots_finds_its_last_and_reports_a_stranger) {
 SIM_TEST(client_tbl, a_corrupted_chain_cannot_hang_an_add) {
     add(mac_of_bucket_0(1));
     add(mac_of_bucket_0(2));
-    client_info_tbl[0].hash_next = 1;
+    client_key_tbl[0].next = 1;
     sim.forget();
     EXPECT_EQ(2, add(mac_of_bucket_0(3)));
     // On standard output, whatever the log level.
@@ -395,6 +396,18 @@ SIM_TEST(client_tbl, an_update_in_place_takes_the_data_as_they_stand) {
     EXPECT_EQ(client_data(full_record(A)), client_data(client_info_tbl[0]));
     EXPECT_STREQ("the caller's text", client_info_tbl[0].cl_mac_str);
     EXPECT_EQ(0, memcmp(&before.hash_index, &client_info_tbl[0].hash_index, 24)) << "the links";
+}
+
+SIM_TEST(client_tbl, a_client_updated_to_another_address_is_found_by_that_one) {
+    add(mac_of_bucket_0(1));
+    const client_info other = with_mac(mac_of_bucket_0(2));
+    client_tbl_mac_update(&other, 0);
+    int32_t idx = -1;
+    EXPECT_EQ(nullptr, client_tbl_client_get_fast(mac_of_bucket_0(1).data(), &idx));
+    EXPECT_EQ(-1, client_tbl_find_client(mac_of_bucket_0(1).data()));
+    EXPECT_EQ(&client_info_tbl[0], client_tbl_client_get_fast(mac_of_bucket_0(2).data(), &idx));
+    EXPECT_EQ(0, client_tbl_find_client(mac_of_bucket_0(2).data()));
+    sim.forget();
 }
 
 SIM_TEST(client_tbl, a_record_can_be_updated_from_itself) {

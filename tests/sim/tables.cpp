@@ -38,6 +38,7 @@ uint64_t number_of(const uint8_t *mac) {
 template <class Slot>
 struct inspection {
     const Slot *slots;
+    const slot_key *keys;
     const int32_t *buckets;
     int32_t first_free;
     int32_t newest;
@@ -72,6 +73,7 @@ struct inspection {
             check_free(i);
         }
         check_used(used);
+        check_keys();
         check_chains(used.size());
         return faults;
     }
@@ -119,11 +121,18 @@ struct inspection {
         check(std::adjacent_find(macs.begin(), macs.end()) == macs.end(), "two used slots have one MAC address");
     }
 
+    void check_keys() {
+        for (int i = 0; i < SIZE; i++) {
+            check(memcmp(keys[i].mac, key(slots[i]), sizeof keys[i].mac) == 0, "has another MAC address in its key", i);
+            check(keys[i].next == slots[i].hash_next, "has another link in its key", i);
+        }
+    }
+
     void check_chains(size_t used) {
         size_t chained = 0;
         for (int bucket = 0; bucket < SIZE; bucket++) {
             int before = NONE;
-            for (int i = buckets[bucket]; i != NONE; i = slots[i].hash_next) {
+            for (int i = buckets[bucket]; i != NONE; i = keys[i].next) {
                 if (i < 0 || i >= SIZE || ++chained > SIZE) {
                     return check(false, "stands in a chain that goes astray", i);
                 }
@@ -140,12 +149,13 @@ struct inspection {
 };
 
 inspection<client_info> clients() {
-    return {client_info_tbl, client_hash_tbl, client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted};
+    return {client_info_tbl,       client_key_tbl,       client_hash_tbl,
+            client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted};
 }
 
 inspection<acl_cache_entry> acl_entries() {
-    return {client_acl_cache, client_acl_hash, client_mgr_acl_free_index, client_mgr_acl_last_used,
-            client_mgr_acl_last_deleted};
+    return {client_acl_cache,          client_acl_keys,          client_acl_hash,
+            client_mgr_acl_free_index, client_mgr_acl_last_used, client_mgr_acl_last_deleted};
 }
 
 std::vector<std::string> prefixed(const std::string &prefix, std::vector<std::string> faults) {

@@ -54,12 +54,13 @@ void check_fields(const Slot *slots, const char *what, std::vector<std::string> 
 template <class Slot>
 class sound_state {
 public:
-    bool is_still(const Slot *slots, const int32_t *buckets, std::array<int32_t, 3> heads) const {
+    bool is_still(const Slot *slots, const slot_key *keys, const int32_t *buckets, std::array<int32_t, 3> heads) const {
         return known_ && heads == heads_ && memcmp(slots, slots_, sizeof slots_) == 0 &&
-               memcmp(buckets, buckets_, sizeof buckets_) == 0;
+               memcmp(keys, keys_, sizeof keys_) == 0 && memcmp(buckets, buckets_, sizeof buckets_) == 0;
     }
-    void keep(const Slot *slots, const int32_t *buckets, std::array<int32_t, 3> heads) {
+    void keep(const Slot *slots, const slot_key *keys, const int32_t *buckets, std::array<int32_t, 3> heads) {
         memcpy(slots_, slots, sizeof slots_);
+        memcpy(keys_, keys, sizeof keys_);
         memcpy(buckets_, buckets, sizeof buckets_);
         heads_ = heads;
         known_ = true;
@@ -68,6 +69,7 @@ public:
 private:
     bool known_ = false;
     Slot slots_[2048];
+    slot_key keys_[2048];
     int32_t buckets_[2048];
     std::array<int32_t, 3> heads_;
 };
@@ -77,27 +79,28 @@ void add(std::vector<std::string> &all, const std::vector<std::string> &some) {
 }
 
 template <class Slot>
-void check_table(const char *what, const Slot *slots, const int32_t *buckets, std::array<int32_t, 3> heads,
-                 std::vector<std::string> (*table_faults)(), std::vector<std::string> &faults) {
+void check_table(const char *what, const Slot *slots, const slot_key *keys, const int32_t *buckets,
+                 std::array<int32_t, 3> heads, std::vector<std::string> (*table_faults)(),
+                 std::vector<std::string> &faults) {
     static sound_state<Slot> sound;
-    if (sound.is_still(slots, buckets, heads)) {
+    if (sound.is_still(slots, keys, buckets, heads)) {
         return;
     }
     const size_t before = faults.size();
     add(faults, table_faults());
     check_fields(slots, what, faults);
     if (faults.size() == before) {
-        sound.keep(slots, buckets, heads);
+        sound.keep(slots, keys, buckets, heads);
     }
 }
 
 void check_clients(std::vector<std::string> &faults) {
-    check_table("client", client_info_tbl, client_hash_tbl,
+    check_table("client", client_info_tbl, client_key_tbl, client_hash_tbl,
                 {client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted}, client_table_faults, faults);
 }
 
 void check_verdicts(std::vector<std::string> &faults) {
-    check_table("verdict", client_acl_cache, client_acl_hash,
+    check_table("verdict", client_acl_cache, client_acl_keys, client_acl_hash,
                 {client_mgr_acl_free_index, client_mgr_acl_last_used, client_mgr_acl_last_deleted}, acl_cache_faults,
                 faults);
 }
