@@ -1,5 +1,6 @@
 #include "bytes.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <stdexcept>
@@ -93,6 +94,21 @@ std::string show(const uint8_t *data, size_t count) {
         } else {
             out += digits;
             i++;
+        }
+    }
+    return out;
+}
+
+bytes shown(std::string_view text) {
+    bytes out;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(word.size() + 1, text.size()));
+        const size_t star = word.find('*');
+        const bytes some = hex(word.substr(0, star));
+        const size_t times = star == std::string_view::npos ? 1 : std::stoul(std::string(word.substr(star + 1)));
+        for (size_t i = 0; i < times; i++) {
+            out.insert(out.end(), some.begin(), some.end());
         }
     }
     return out;

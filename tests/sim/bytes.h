@@ -32,6 +32,8 @@ bytes first(const bytes &all, size_t count);
 // Hexadecimal digits; a run of 16 or more equal bytes is written as "xx*count".
 std::string show(const uint8_t *data, size_t count);
 std::string show(const bytes &data);
+// What show() wrote, as bytes again.
+bytes shown(std::string_view text);
 
 }  // namespace sim
 

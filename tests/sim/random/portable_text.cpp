@@ -1,7 +1,6 @@
 #include "portable_text.h"
 
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -9,19 +8,6 @@
 
 namespace sim {
 namespace {
-
-// What show() wrote, as bytes again.
-bytes shown(const std::string &text) {
-    std::istringstream words(text);
-    bytes out;
-    for (std::string word; words >> word;) {
-        const size_t star = word.find('*');
-        const bytes some = hex(word.substr(0, star));
-        const size_t times = star == std::string::npos ? 1 : std::stoul(word.substr(star + 1));
-        for (size_t i = 0; i < times; i++) out = out + some;
-    }
-    return out;
-}
 
 std::string host_integer(const bytes &body, size_t at, size_t width) {
     uint16_t narrow;

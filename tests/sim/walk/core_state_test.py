@@ -1,0 +1,43 @@
+"""Checks that no variable of the daemon is missed where its state is saved: every writable section of the library is
+core_state."""
+
+import argparse
+import re
+import subprocess
+import sys
+
+# Written by the loader alone, or a sanitizer's own.
+NOT_STATE = re.compile(r"\.data\.rel\.ro|\.init_array|\.fini_array|asan_globals|\.got|__patchable")
+
+
+def sections(objdump, library):
+    """Name, size and flags of every section of every member."""
+    output = subprocess.run([objdump, "-h", "-w", library], check=True, capture_output=True, text=True).stdout
+    for line in output.splitlines():
+        fields = line.split(None, 7)
+        if len(fields) == 8 and fields[0].isdigit():
+            yield fields[1], int(fields[2], 16), fields[7]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--objdump", required=True, help="objdump for the library's target")
+    parser.add_argument("--library", required=True, help="the library with its sections renamed")
+    args = parser.parse_args()
+
+    saved, missed = 0, []
+    for name, size, flags in sections(args.objdump, args.library):
+        if name == "core_state":
+            saved += size
+        elif size > 0 and "ALLOC" in flags and "READONLY" not in flags and not NOT_STATE.match(name):
+            missed.append(f"{name}, {size} bytes: {flags}")
+    print(f"{saved} bytes of state")
+    # Both tables and both message buffers at least.
+    if saved < 2048 * (112 + 56) + 2 * 16384:
+        sys.exit("that is less than the tables and buffers need")
+    if missed:
+        sys.exit("writable and not saved:\n" + "\n".join(missed))
+
+
+if __name__ == "__main__":
+    main()

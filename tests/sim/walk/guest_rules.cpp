@@ -1,0 +1,174 @@
+#include "guest_rules.h"
+
+#include <cstring>
+
+#include "client_mgr/client_mgr.h"
+#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "effects.h"
+#include "tables.h"
+
+namespace sim {
+namespace {
+
+const client_info *client_of(int station) {
+    const bytes mac = station_mac(station);
+    for (const int slot : used_clients()) {
+        const client_info &c = client_info_tbl[slot];
+        if (memcmp(c.cl_mac, mac.data(), mac.size()) == 0) {
+            return &c;
+        }
+    }
+    return nullptr;
+}
+
+bool is_guest(const client_info *client) { return client != nullptr && (client->flag & CLIENT_FLAG_GUEST) != 0; }
+
+bool ready() { return g_cfg.status_flags == 3 && g_cfg.ctrlr_ip != 0; }
+
+// The VAP that the daemon knows by this BSSID, -1 if none.
+int vap_with(const uint8_t *bssid) {
+    for (int v = 0; v < VAPS && v < static_cast<int>(g_cfg.num_vaps); v++) {
+        if (memcmp(g_cfg.vaps[v].bssid, bssid, 6) == 0) {
+            return v;
+        }
+    }
+    return -1;
+}
+
+bool is_known(int vap) { return vap >= 0 && vap < static_cast<int>(g_cfg.num_vaps); }
+
+std::string dotted(const uint8_t *ip) {
+    return std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." + std::to_string(ip[2]) + "." +
+           std::to_string(ip[3]);
+}
+
+bool is_zero(const uint8_t *ip) { return (ip[0] | ip[1] | ip[2] | ip[3]) == 0; }
+
+}  // namespace
+
+guest_rules::guest_rules(const step &s) {
+    for (int v = 0; v < VAPS; v++) {
+        counts_[static_cast<size_t>(v)] = g_cfg.vaps[v].guest_count;
+    }
+    for (int i = 0; i < STATIONS; i++) {
+        guest_[static_cast<size_t>(i)] = is_guest(client_of(i));
+    }
+    if (s.kind == step::LOCAL && s.id == KX_MSG_ID_CLIENT_IP) {
+        new_address(s);
+    } else if (s.kind == step::LOCAL && s.id == KX_MSG_ID_CLIENT_DISASSOCIATION) {
+        left(s);
+    } else if (s.kind == step::CONTROLLER && s.id == CLIENT_MGR_CLIENT_GUEST_AUTH) {
+        authorised(s);
+    }
+    who_is_guest(s);
+}
+
+void guest_rules::remove_entries(int vap, const std::string &address) {
+    uint32_t &count = counts_[static_cast<size_t>(vap)];
+    count--;
+    commands_.push_back("arp -d " + address);
+    commands_.push_back("route del " + address);
+    if (count == 0) {
+        commands_.push_back("ifconfig ath" + std::to_string(vap) + " 0.0.0.0");
+    }
+}
+
+// A guest's first address brings entries; another one takes those of the old one away before.
+void guest_rules::new_address(const step &s) {
+    const client_info *client = client_of(s.station);
+    if (!ready() || !is_guest(client) || memcmp(client->cl_ip, s.ip.data(), 4) == 0) {
+        return;
+    }
+    const int vap = vap_with(client->assoc_bssid);
+    if (vap < 0) {
+        return;
+    }
+    if (!is_zero(client->cl_ip)) {
+        remove_entries(vap, dotted(client->cl_ip));
+    }
+    uint32_t &count = counts_[static_cast<size_t>(vap)];
+    const uint8_t network[] = {s.ip[0], s.ip[1], s.ip[2], 0};
+    if (count == 0) {
+        commands_.push_back("ifconfig ath1 " + dotted(network));
+    }
+    count++;
+    const std::string address = dotted(s.ip.data());
+    commands_.push_back("arp -s " + address + " " + mac_text(client->cl_mac) + " dev ath1");
+    commands_.push_back("route add " + address + "/32 dev ath1");
+}
+
+// Whoever the controller lets through: entries go as long as the VAP counts any, also for one that had none.
+void guest_rules::authorised(const step &s) {
+    const client_info *client = client_of(s.station);
+    const int vap = client != nullptr ? vap_with(client->assoc_bssid) : -1;
+    if (vap < 0) {
+        return;
+    }
+    guest_[static_cast<size_t>(s.station)] = false;
+    if (counts_[static_cast<size_t>(vap)] != 0) {
+        remove_entries(vap, dotted(client->cl_ip));
+    }
+}
+
+// A guest that leaves the VAP it is on.
+void guest_rules::left(const step &s) {
+    const client_info *client = client_of(s.station);
+    const bool can_leave =
+        ready() && is_guest(client) && (client->flag & (CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL)) == 0;
+    if (!can_leave || !is_known(s.vap) || client->bssid_idx != s.vap) {
+        return;
+    }
+    if (counts_[static_cast<size_t>(s.vap)] != 0) {
+        remove_entries(s.vap, dotted(client->cl_ip));
+    }
+}
+
+// Those who associate to the guest VAP, and those of whom the controller says so.
+void guest_rules::who_is_guest(const step &s) {
+    const bool association = (s.kind == step::LOCAL && s.id == KX_MSG_ID_CLIENT_ASSOCIATION) ||
+                             (s.kind == step::CONTROLLER && s.id == CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC);
+    if (association && ready() && is_known(s.vap)) {
+        guest_[static_cast<size_t>(s.station)] = s.vap == 1;
+    }
+    if (s.kind != step::CONTROLLER) {
+        return;
+    }
+    if (s.id == ROAMING_MGR_CLIENT_BULK_INFO) {
+        for (int i = 0; i < STATIONS; i++) {
+            if (s.station < 0 || s.station == i) {
+                guest_[static_cast<size_t>(i)] = s.guest;
+            }
+        }
+    }
+    // What the controller says of a client that roams in does not tell that it is a guest.
+    if (s.id == CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS && is_known(s.vap)) {
+        guest_[static_cast<size_t>(s.station)] = false;
+    }
+}
+
+std::vector<std::string> guest_rules::faults(const std::vector<std::string> &commands) const {
+    std::vector<std::string> faults;
+    for (size_t i = 0; i < commands.size() || i < commands_.size(); i++) {
+        const std::string wanted = i < commands_.size() ? commands_[i] : "nothing";
+        const std::string ran = i < commands.size() ? commands[i] : "nothing";
+        if (wanted != ran) {
+            faults.push_back("the rules for guests want \"" + wanted + "\", the daemon ran \"" + ran + "\"");
+        }
+    }
+    for (size_t v = 0; v < VAPS; v++) {
+        if (g_cfg.vaps[v].guest_count != counts_[v]) {
+            faults.push_back("VAP " + std::to_string(v) + " counts " + std::to_string(g_cfg.vaps[v].guest_count) +
+                             " guests, by the rules " + std::to_string(counts_[v]));
+        }
+    }
+    for (int i = 0; i < STATIONS; i++) {
+        const client_info *client = client_of(i);
+        if (client != nullptr && is_guest(client) != guest_[static_cast<size_t>(i)]) {
+            faults.push_back("by the rules station " + mac_text(client->cl_mac) +
+                             (guest_[static_cast<size_t>(i)] ? " is a guest" : " is no guest"));
+        }
+    }
+    return faults;
+}
+
+}  // namespace sim
