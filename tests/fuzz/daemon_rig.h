@@ -38,8 +38,9 @@ private:
     sim::platform sim_;
 };
 
-// A controller message from input bytes. The first byte is 0: the rest is the message; otherwise the rest are records,
-// each as its type and a block with its body, and get the headers that belong to them.
+// A controller message from input bytes. The first byte is 0: the rest is the message, but for its count of records,
+// which is at most 15; otherwise the rest are records, each as its type and a block with its body, and get the headers
+// that belong to them.
 sim::bytes controller_message(input &in);
 
 // The driver's station list, in the host's order. The first byte is 0: the rest is the list; otherwise each station is
