@@ -176,6 +176,19 @@ SIM_TEST(ctrlr_link, the_buffer_is_the_message_and_zero_behind_it) {
     sim.forget();
 }
 
+SIM_TEST(ctrlr_link, a_message_that_may_carry_keys_is_erased_once_it_is_handled) {
+    const bytes no_list = zeros(4);
+    for (uint8_t type = 0; type < 30; type++) {
+        const bool carries_keys = type == 10 || type == 14 || type == 15 || type == 17 || type == 26;
+        const bytes msg = message(1, record(type, no_list)) + bytes(7, 0x5c);
+        sim.controller(msg);
+        EXPECT_EQ(carries_keys ? zeros(BUF_SIZE) : msg + zeros(BUF_SIZE - msg.size()),
+                  bytes(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + BUF_SIZE))
+            << "type " << int{type};
+    }
+    sim.forget();
+}
+
 SIM_TEST(ctrlr_link, a_message_of_fewer_than_3_bytes_is_dropped) {
     for (const char *msg : {"", "01", "01 0e"}) {
         sim.controller(hex(msg));

@@ -69,6 +69,21 @@ int handle(const bytes &msg) {
 
 }  // namespace
 
+SIM_TEST(pmk_fetch, the_key_of_a_message_is_erased_once_it_is_handled) {
+    for (const bool ready : {false, true}) {
+        if (ready) {
+            ready_to_talk();
+        }
+        for (const uint32_t sub_type : {1U, 2U, 3U}) {
+            bytes msg = message(sub_type);
+            client_mgr_handle_pmk_info(msg.data());
+            EXPECT_EQ(zeros(32), bytes(msg.begin() + 22, msg.end()));
+            EXPECT_EQ(first(message(sub_type), 22), first(msg, 22));
+        }
+    }
+    sim.forget();
+}
+
 SIM_TEST(pmk_info, is_dropped_silently_until_the_controller_can_be_told) {
     have_two_vaps();
     have_client(sim, known_client(0x11));
