@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <set>
 #include <stdexcept>
 #include <string_view>
@@ -28,6 +29,19 @@ std::set<bytes> clients() {
     for (const int slot : used_clients()) {
         const uint8_t *mac = client_info_tbl[slot].cl_mac;
         macs.insert(bytes(mac, mac + 6));
+    }
+    return macs;
+}
+
+// The clients that are on one of the VAPs; or, of clients known by the controller's word alone, nowhere.
+std::set<bytes> clients_on(std::initializer_list<bytes> bssids) {
+    std::set<bytes> macs;
+    for (const int slot : used_clients()) {
+        const client_info &c = client_info_tbl[slot];
+        const bytes bssid(c.assoc_bssid, c.assoc_bssid + 6);
+        if (std::find(bssids.begin(), bssids.end(), bssid) != bssids.end()) {
+            macs.insert(bytes(c.cl_mac, c.cl_mac + 6));
+        }
     }
     return macs;
 }
@@ -136,6 +150,7 @@ bool walk::expand(uint32_t state) {
 // Takes the step. What is wrong with its effects, and with what it leaves behind but for the tables.
 std::vector<std::string> walk::step_faults(const step &s) {
     const std::set<bytes> before = clients();
+    const std::set<bytes> here_before = clients_on({vap_bssid(0), vap_bssid(1)});
     const guest_rules rules(s);
     take(s, sim_);
     effects_ = sim_.take_effects();
@@ -147,10 +162,12 @@ std::vector<std::string> walk::step_faults(const step &s) {
         }
     }
     const std::set<bytes> after = clients();
+    const std::set<bytes> elsewhere = clients_on({zeros(6)});
     for (const bytes &mac : before) {
         const std::string gone = "kxbr_api_del_client(" + mac_text(mac.data()) + ")";
-        if (after.count(mac) == 0 && std::find(effects_.begin(), effects_.end(), gone) == effects_.end()) {
-            faults.push_back(mac_text(mac.data()) + " is no client any more but is left on the bridge");
+        const bool left = after.count(mac) == 0 || (here_before.count(mac) != 0 && elsewhere.count(mac) != 0);
+        if (left && std::find(effects_.begin(), effects_.end(), gone) == effects_.end()) {
+            faults.push_back(mac_text(mac.data()) + " is not here any more but is left on the bridge");
         }
     }
     const bool forget = s.kind == step::CONTROLLER && s.id == CLIENT_MGR_REMOVE_CLIENT_BULK_INFO;
