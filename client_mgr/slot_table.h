@@ -57,7 +57,7 @@ inline uint32_t mac_hash(const uint8_t *mac) {
 
 // "02:00:00:00:10:00" and a NUL. Returns 17.
 inline int mac_to_text(const uint8_t *mac, char *dst) {
-    constexpr char digits[] = "0123456789abcdef";
+    static constexpr char digits[] = "0123456789abcdef";
     for (int i = 0; i < 6; i++) {
         *dst++ = digits[mac[i] >> 4];
         *dst++ = digits[mac[i] & 0xf];
@@ -276,15 +276,18 @@ public:
         CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, MAC_ARGS(mac));
         const uint32_t bucket = mac_hash(mac);
         int32_t steps = 0;
-        int32_t idx = T::buckets()[bucket];
-        while (idx != NO_SLOT && steps < T::SIZE) {
+        // As wide as a pointer: so a step need not widen it before the load that it waits for.
+        intptr_t i = T::buckets()[bucket];
+        while (i != NO_SLOT && steps < T::SIZE) {
             steps++;
-            if (mac_equal(key_at(idx).mac, mac)) {
+            const slot_key &key = T::keys()[i];
+            if (mac_equal(key.mac, mac)) {
+                const auto idx = static_cast<int32_t>(i);
                 CM_LOG(LOG_EVENT, "<<< %s %d: client indx %d", T::names.find, __LINE__, idx);
                 CM_TRACE_LEAVE(T::names.find);
                 return idx;
             }
-            idx = key_at(idx).next;
+            i = key.next;
         }
         if (steps == T::SIZE) {
             T::warn_loop(bucket);

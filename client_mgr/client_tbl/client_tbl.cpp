@@ -14,6 +14,13 @@ namespace {
 
 void client_tbl_restore_deleted(int32_t idx);
 
+constexpr client_info no_client() {
+    client_info s = {};
+    s.bssid_idx = -1;
+    return s;
+}
+constexpr client_info NO_CLIENT = no_client();
+
 struct clients {
     using slot = client_info;
     static constexpr int32_t SIZE = CLIENT_TBL_SIZE;
@@ -41,10 +48,7 @@ struct clients {
     static int32_t &last_deleted() { return client_tbl_last_deleted; }
     static const uint8_t *key(const slot &s) { return s.cl_mac; }
     static char *key_text(slot &s) { return s.cl_mac_str; }
-    static void erase(slot &s) {
-        memset(&s, 0, offsetof(slot, hash_index));
-        s.bssid_idx = -1;
-    }
+    static void erase(slot &s) { memcpy(&s, &NO_CLIENT, offsetof(slot, hash_index)); }
     // The foreign name in both texts is intended: what reads the console looks for it.
     static void warn_loop(uint32_t bucket) {
         const int32_t head = client_hash_tbl[bucket];
