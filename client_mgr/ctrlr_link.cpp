@@ -106,6 +106,14 @@ bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len) {
     return false;
 }
 
+const uint8_t *ctrlr_body_bytes(const uint8_t *rec, size_t len) {
+    if (!ctrlr_readable(rec, 0, sizeof(ctrlr_rec_hdr))) {
+        return nullptr;
+    }
+    const size_t offset = reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len;
+    return ctrlr_readable(rec, offset, len) ? rec + offset : nullptr;
+}
+
 int client_mgr_send_apcomm_msg(const void *msg, uint32_t len) {
     if (apcomm_send_msg(APCOMM_DEST_CLIENT_MGR, msg, len, 0, client_mgr_apcomm_send_rslt) != 0) {
         CM_LOG(LOG_ERROR, "APComm Unable to send data");

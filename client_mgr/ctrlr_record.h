@@ -12,14 +12,12 @@
 // it. If not, one line at level 1 says so.
 bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len);
 
-// The body of a record, of which sizeof(Body) bytes may be read; null when they may not.
+// The first `len` bytes of a record's body; null when they may not be read.
+const uint8_t *ctrlr_body_bytes(const uint8_t *rec, size_t len);
+
 template <class Body>
 const Body *ctrlr_body(const uint8_t *rec) {
-    if (!ctrlr_readable(rec, 0, sizeof(ctrlr_rec_hdr))) {
-        return nullptr;
-    }
-    const size_t offset = reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len;
-    return ctrlr_readable(rec, offset, sizeof(Body)) ? reinterpret_cast<const Body *>(rec + offset) : nullptr;
+    return reinterpret_cast<const Body *>(ctrlr_body_bytes(rec, sizeof(Body)));
 }
 
 // The client entries of a record of type 10, 14, 15, 17 or 26, one after the other.

@@ -38,7 +38,8 @@ void run_command(const char *announce, const char *ifname, const char *fmt, ...)
     va_start(args, fmt);
     const int len = vsnprintf(command, sizeof command, fmt, args);
     va_end(args);
-    if (len < 0 || static_cast<size_t>(len) >= sizeof command) {
+    // The negative length of a failure is the greatest.
+    if (static_cast<size_t>(len) >= sizeof command) {
         CM_LOG(LOG_ERROR, "Command too long, not run");
         return;
     }

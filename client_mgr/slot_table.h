@@ -233,22 +233,17 @@ class slot_table {
         return idx;
     }
 
-    static int32_t clear(int32_t idx) {
+    // A slot that mark_deleted marked.
+    static void clear(int32_t idx) {
         CM_TRACE_ENTER(T::names.clear);
         CM_LOG(LOG_EVENT, ">>>>> Client index %d", idx);
-        slot &s = at(idx);
-        int32_t result = NO_SLOT;
-        if ((s.entry_flag & SLOT_USED) != 0 && (s.entry_flag & SLOT_DELETED) != 0) {
-            hash_delete(idx);
-            deleted_list_delete(idx);
-            push_free(idx);
-            erase_data(idx);
-            s.entry_flag = 0;
-            s.hash_index = 0;
-            result = idx;
-        }
+        hash_delete(idx);
+        deleted_list_delete(idx);
+        push_free(idx);
+        erase_data(idx);
+        at(idx).entry_flag = 0;
+        at(idx).hash_index = 0;
         CM_TRACE_LEAVE(T::names.clear);
-        return result;
     }
 
 public:
@@ -342,9 +337,9 @@ public:
     static int32_t remove(int32_t idx) {
         CM_TRACE_ENTER(T::names.remove);
         CM_LOG(LOG_EVENT, ">>>>> Client Index %d", idx);
-        int32_t result = mark_deleted(idx);
+        const int32_t result = mark_deleted(idx);
         if (result >= 0) {
-            result = clear(result);
+            clear(result);
         }
         CM_TRACE_LEAVE(T::names.remove);
         return result;

@@ -9,7 +9,6 @@ namespace {
 struct conversion {
     int width = 0;
     int precision = -1;
-    bool is_long = false;
 };
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -28,10 +27,6 @@ conversion read_conversion(const char *&fmt) {
     if (*fmt == '.') {
         fmt++;
         c.precision = read_number(fmt);
-    }
-    if (*fmt == 'l') {
-        fmt++;
-        c.is_long = true;
     }
     return c;
 }
@@ -88,10 +83,7 @@ void text_buffer::put_format(const char *fmt, va_list args) {
         const conversion c = read_conversion(fmt);
         switch (*fmt++) {
             case 'd':
-                put_decimal(c.is_long ? va_arg(args, long) : va_arg(args, int));
-                break;
-            case 'u':
-                put_unsigned(va_arg(args, unsigned));
+                put_decimal(va_arg(args, int));
                 break;
             case 'x':
                 put_hex(va_arg(args, unsigned), c.width);

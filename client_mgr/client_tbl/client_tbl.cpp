@@ -54,28 +54,21 @@ struct clients {
         const int32_t head = client_hash_tbl[bucket];
         printf("ap_mgr_lock_find_client_bin: detected likely loop. hash_index=%u, client_hash_tbl[%u]=%d\n", bucket,
                bucket, head);
-        if (head != NO_SLOT) {
-            printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head, client_key_tbl[head].next);
-        }
+        printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head, client_key_tbl[head].next);
     }
     static void restore(int32_t idx) { client_tbl_restore_deleted(idx); }
 };
 
 using table = slot_table<clients>;
 
-int32_t client_tbl_lock_mac_restore(int32_t idx) {
+// Of a deleted slot.
+void client_tbl_lock_mac_restore(int32_t idx) {
     CM_TRACE_ENTER(__func__);
     CM_LOG(LOG_TRACE, ">>>>> Client index %d", idx);
-    int32_t result = NO_SLOT;
-    if (static_cast<uint32_t>(idx) < CLIENT_TBL_SIZE &&
-        (client_info_tbl[idx].entry_flag & (CLIENT_TBL_ENTRY_USED | CLIENT_TBL_ENTRY_DELETED)) != 0) {
-        table::deleted_list_delete(idx);
-        table::used_list_add(idx);
-        client_info_tbl[idx].entry_flag &= ~CLIENT_TBL_ENTRY_DELETED;
-        result = idx;
-    }
+    table::deleted_list_delete(idx);
+    table::used_list_add(idx);
+    client_info_tbl[idx].entry_flag &= ~CLIENT_TBL_ENTRY_DELETED;
     CM_TRACE_LEAVE(__func__);
-    return result;
 }
 
 void client_tbl_restore_deleted(int32_t idx) {
