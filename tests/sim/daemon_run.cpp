@@ -58,6 +58,9 @@ bool daemon_run::does(const std::string &call, const steps &effect) {
 }
 
 void daemon_run::says(std::string_view line) {
+    if (sim.log_level < 1) {
+        return;
+    }
     const unsigned count = ++counts["log"];
     if (rule && rule->call == "log" && (count == rule->nth || (rule->onwards && count > rule->nth))) {
         return;
@@ -66,7 +69,7 @@ void daemon_run::says(std::string_view line) {
 }
 
 void daemon_run::check() {
-    if (sim.log_level != 1) {
+    if (sim.log_level > 1) {
         sim.forget();
         wanted.clear();
         return;

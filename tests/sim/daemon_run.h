@@ -28,7 +28,7 @@ struct failure {
 
 class daemon_run {
 public:
-    // The daemon can talk to the controller and has loaded its VAPs. At another log level than 1 it runs unchecked.
+    // The daemon can talk to the controller and has loaded its VAPs. At a log level above 1 it runs unchecked.
     explicit daemon_run(int log_level = 1);
 
     // From here on calls are counted anew, and fail so.

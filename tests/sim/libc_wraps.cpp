@@ -141,6 +141,7 @@ sighandler_t __real_signal(int number, sighandler_t handler);
 int __real_open(const char *path, int flags, ...);
 int __real_open64(const char *path, int flags, ...);
 FILE *__real_fdopen(int fd, const char *mode);
+uid_t __real_geteuid();
 int __real_fstat(int fd, void *out);
 int __real_fstat64(int fd, void *out);
 int __real_fchmod(int fd, mode_t mode);
@@ -295,6 +296,8 @@ FILE *__wrap_fdopen(int fd, const char *mode) {
     return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
                        {nullptr, stream_written, nullptr, stream_closed});
 }
+
+uid_t __wrap_geteuid() { return here() != nullptr ? here()->user : __real_geteuid(); }
 
 // struct stat or struct stat64, as the caller has it.
 int __wrap_fstat(int fd, void *out) { return denied("fstat") ? -1 : __real_fstat(fd, out); }

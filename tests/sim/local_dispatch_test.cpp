@@ -331,6 +331,20 @@ SIM_TEST(local_dispatch, the_dump_spares_a_file_that_has_another_name) {
 SIM_TEST(local_dispatch, a_pipe_in_the_dumps_place_does_not_stop_the_daemon) {
     ASSERT_EQ(0, mkfifo(sim.dump_path().c_str(), 0600));
     request_dump(sim);
+    const int reader = open(sim.dump_path().c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_LE(0, reader);
+    request_dump(sim);
+    char byte;
+    EXPECT_EQ(0, read(reader, &byte, 1)) << "nothing was written, and the pipe is closed again";
+    close(reader);
+}
+
+SIM_TEST(local_dispatch, the_dump_spares_another_users_file) {
+    have_client(sim, client_of(STA));
+    write_file(sim.dump_path(), "precious");
+    sim.user++;
+    request_dump(sim);
+    EXPECT_EQ("precious", content(sim.dump_path()));
 }
 
 SIM_TEST(local_dispatch, a_dump_that_cannot_be_opened_is_answered_all_the_same) {

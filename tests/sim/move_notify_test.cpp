@@ -59,6 +59,23 @@ int process(const bytes &record_body) {
 
 }  // namespace
 
+SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
+    uint8_t *end = g_cfg.ctrlr_msg_buf + sizeof(g_cfg.ctrlr_msg_buf);
+    for (std::ptrdiff_t left : {1, 2, 3}) {
+        EXPECT_EQ(-1, client_mgr_process_move_notify(end - left));
+        sim.expect({LEAVES_BUFFER});
+    }
+}
+
+SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouch_for) {
+    const bytes record = ctrlr_record(9, body(1));
+    uint8_t *rec = g_cfg.ctrlr_msg_buf - record.size();
+    std::copy(record.begin(), record.end(), rec);
+    EXPECT_EQ(-1, client_mgr_process_move_notify(rec));
+    sim.expect(
+        {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
+}
+
 SIM_TEST(move_notify, of_an_unknown_client_does_nothing) {
     for (uint8_t kind : {uint8_t{1}, uint8_t{2}, uint8_t{3}}) {
         sim.controller(one_record(9, body(kind)));

@@ -92,7 +92,7 @@ unsigned counted(void (*what)()) {
 TEST_P(no_heap, is_used_at_any_log_level) {
     for (int level = 0; level <= 4; level++) {
         daemon_run run(level);
-        kx_log_conf_data.console = level != 1 ? 1 : 0;
+        kx_log_conf_data.console = level > 1 ? 1 : 0;
         GetParam().before(run);
         GetParam().events(run);
         run.everyday();
@@ -122,7 +122,7 @@ TEST(no_heap_count, notices_every_way_to_allocate) {
     EXPECT_EQ(1U, counted([] { free(strndup("text", 2)); }));
     EXPECT_LE(1U, counted([] {
                   char *text = nullptr;
-                  EXPECT_EQ(1, asprintf(&text, "%d", 1));
+                  use(asprintf(&text, "%d", 1) == 1 ? text : nullptr);
                   free(text);
               }));
     EXPECT_LE(1U, counted([] { fclose(fopen("/dev/null", "r")); }));
@@ -130,7 +130,7 @@ TEST(no_heap_count, notices_every_way_to_allocate) {
                   char *line = nullptr;
                   size_t size = 0;
                   FILE *empty = fopen("/dev/null", "r");
-                  EXPECT_EQ(-1, getline(&line, &size, empty));
+                  use(getline(&line, &size, empty) < 0 ? line : nullptr);
                   fclose(empty);
                   free(line);
               }));

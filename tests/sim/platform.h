@@ -3,6 +3,8 @@
 #ifndef TESTS_SIM_PLATFORM_H
 #define TESTS_SIM_PLATFORM_H
 
+#include <unistd.h>
+
 #include <csetjmp>
 #include <cstdint>
 #include <cstdio>
@@ -52,6 +54,7 @@ public:
     std::map<std::string, bytes> stations;  // the driver's station list, by interface
     bytes log_cfg;                          // what KX_LOG_GET_CFG writes
     std::function<void()> running;          // runs inside kx_eloop_run, which then returns
+    uid_t user = geteuid();                 // whom the daemon takes itself for
 
     // The Nth call of `call` from now on (1 is the next), or every one from the Nth, does nothing and returns `result`.
     // A rule that never came to bear is a complaint.

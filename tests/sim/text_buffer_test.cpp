@@ -1,0 +1,66 @@
+// The log's own formatting says what libc's would.
+#include "client_mgr/text_buffer.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace sim {
+namespace {
+
+[[gnu::format(printf, 2, 3)]] std::string formatted(size_t room, const char *fmt, ...) {
+    char buf[256];
+    text_buffer text(buf, room);
+    va_list args;
+    va_start(args, fmt);
+    text.put_format(fmt, args);
+    va_end(args);
+    return {text.data(), text.size()};
+}
+
+template <class... Args>
+void expect_as_libc(const char *fmt, Args... args) {
+    char expected[256];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    snprintf(expected, sizeof(expected), fmt, args...);
+    EXPECT_EQ(expected, formatted(256, fmt, args...));
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+TEST(text_buffer, writes_numbers_as_libc_does) {
+    for (int value : {0, 1, -1, 9, 10, -10, 12345, INT_MAX, INT_MIN}) {
+        expect_as_libc("<%d>", value);
+    }
+    for (unsigned value : {0u, 1u, 0xfu, 0x10u, 0xabcu, 0x1000u, 0x12345678u, 0x80000000u, UINT_MAX}) {
+        expect_as_libc("%02x:%08x", value, value);
+    }
+}
+
+TEST(text_buffer, writes_texts_as_libc_does) {
+    expect_as_libc("nothing to fill in");
+    expect_as_libc("");
+    expect_as_libc("100 %% of them%%");
+    expect_as_libc("%s and %s", "one", "");
+    for (const char *text : {"", "abc", "abcd", "abcde"}) {
+        expect_as_libc("%.4s|%.0s|%.18s", text, text, text);
+    }
+    const char unterminated[4] = {'a', 'b', 'c', 'd'};
+    EXPECT_EQ("abcd", formatted(256, "%.4s", unterminated));
+}
+
+TEST(text_buffer, cuts_what_does_not_fit) {
+    const std::string whole = "a 12 cdef 7f end";
+    for (size_t room = 0; room <= whole.size() + 1; room++) {
+        EXPECT_EQ(whole.substr(0, room), formatted(room, "a %d %s %02x end", 12, "cdef", 0x7fu));
+        EXPECT_EQ(std::string("-12").substr(0, room), formatted(room, "%d", -12));
+    }
+}
+
+}  // namespace sim
