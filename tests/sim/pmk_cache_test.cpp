@@ -69,7 +69,7 @@ int handle(const bytes &msg) {
 
 }  // namespace
 
-SIM_TEST(pmk_fetch, the_key_of_a_message_is_erased_once_it_is_handled) {
+SIM_TEST(pmk_info, the_key_of_a_message_is_erased_once_it_is_handled) {
     for (const bool ready : {false, true}) {
         if (ready) {
             ready_to_talk();
