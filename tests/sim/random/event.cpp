@@ -62,10 +62,11 @@ void event::happen(platform &sim) const {
             sim.set_clock(clock, static_cast<int>(number));
             return;
         case FAIL:
-            if (flags != 0)
+            if (flags != 0) {
                 sim.fail_from(call, number);
-            else
+            } else {
                 sim.fail_nth(call, number);
+            }
             return;
         case MEND: {
             // Whether a rule came to bear is left to chance here.
@@ -84,8 +85,9 @@ void event::happen(platform &sim) const {
             kx_log_conf_data.console = flags;
             return;
         case ACL_BURST:
-            for (uint32_t i = number; i < number + ACL_BURST_SIZE; i++)
+            for (uint32_t i = number; i < number + ACL_BURST_SIZE; i++) {
                 sim.local(195, acl_request(mac_number(i % 4096), data));
+            }
             return;
     }
 }

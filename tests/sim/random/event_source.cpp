@@ -56,7 +56,9 @@ constexpr const char *SERVING[] = {"eth0", "br-lan",   "eth0.100",        "-x",
 
 bytes joined(std::initializer_list<bytes> parts) {
     bytes all;
-    for (const bytes &part : parts) all.insert(all.end(), part.begin(), part.end());
+    for (const bytes &part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
     return all;
 }
 
@@ -64,8 +66,9 @@ bytes joined(std::initializer_list<bytes> parts) {
 
 event_source::event_source(uint64_t seed) : dice_(seed) {
     // Most runs begin as the daemon's life does.
-    if (dice_.one_in(8))
+    if (dice_.one_in(8)) {
         return;
+    }
     queue_.push_back(surroundings_change());
     queue_.push_back({.kind = event::LOCAL, .number = 17, .flags = KX_IPC_FLAG_NOTIFICATION});
     queue_.push_back({.kind = event::LOCAL, .number = 16, .flags = KX_IPC_FLAG_NOTIFICATION});
@@ -74,41 +77,55 @@ event_source::event_source(uint64_t seed) : dice_(seed) {
 }
 
 event event_source::next() {
-    if (queue_.empty())
+    if (queue_.empty()) {
         queue_.push_back(any_event());
+    }
     const event e = queue_.front();
     queue_.pop_front();
-    if (e.kind == event::WAIT)
+    if (e.kind == event::WAIT) {
         wall_secs_ += e.number;
-    if (e.kind == event::CLOCK)
+    }
+    if (e.kind == event::CLOCK) {
         wall_secs_ = e.clock;
+    }
     return e;
 }
 
 event event_source::any_event() {
     const uint32_t chance = dice_.below(1000);
-    if (chance < 560)
+    if (chance < 560) {
         return local();
-    if (chance < 850)
+    }
+    if (chance < 850) {
         return controller();
-    if (chance < 920)
+    }
+    if (chance < 920) {
         return {.kind = event::WAIT, .number = dice_.any(WAITS)};
-    if (chance < 930)
+    }
+    if (chance < 930) {
         return clock();
-    if (chance < 945)
+    }
+    if (chance < 945) {
         return link();
-    if (chance < 965)
+    }
+    if (chance < 965) {
         return fail();
-    if (chance < 980)
+    }
+    if (chance < 980) {
         return {.kind = event::MEND};
-    if (chance < 988)
+    }
+    if (chance < 988) {
         return surroundings_change();
-    if (chance < 997)
+    }
+    if (chance < 997) {
         return log_level();
-    if (chance < 999 && dice_.one_in(4))
+    }
+    if (chance < 999 && dice_.one_in(4)) {
         return {.kind = event::ACL_BURST, .number = dice_.below(4096), .data = bssid()};
-    if (dice_.one_in(6))
+    }
+    if (dice_.one_in(6)) {
         queue_full_table();
+    }
     return controller();
 }
 
@@ -116,20 +133,26 @@ event event_source::any_event() {
 
 event event_source::local() {
     event e = {.kind = event::LOCAL, .number = dice_.any(LOCAL_IDS), .flags = KX_IPC_FLAG_NOTIFICATION};
-    if (dice_.one_in(40))
+    if (dice_.one_in(40)) {
         e.number = dice_.one_in(2) ? dice_.below(256) : dice_.any(EDGES);
+    }
     e.data = payload(e.number);
     const bool request = e.number == 28 || e.number == 59;
-    if (request != dice_.one_in(50))
+    if (request != dice_.one_in(50)) {
         e.flags = KX_IPC_FLAG_REQUEST;
-    if (dice_.one_in(60))
+    }
+    if (dice_.one_in(60)) {
         e.flags = dice_.any(EDGES);
-    if (dice_.one_in(40))
+    }
+    if (dice_.one_in(40)) {
         e.data.resize(dice_.below(static_cast<uint32_t>(e.data.size()) + 1));
-    if (dice_.one_in(60))
+    }
+    if (dice_.one_in(60)) {
         e.data = noise(dice_.below(100));
-    if (dice_.one_in(1000))
+    }
+    if (dice_.one_in(1000)) {
         e.data = noise(LOCAL_ROOM);
+    }
     return e;
 }
 
@@ -166,8 +189,9 @@ bytes event_source::payload(uint32_t id) {
 bytes event_source::acl_data(uint32_t &length) {
     const bytes data = noise(dice_.one_in(8) ? dice_.below(300) : dice_.below(8));
     length = static_cast<uint32_t>(data.size());
-    if (dice_.one_in(20))
+    if (dice_.one_in(20)) {
         length = dice_.any(EDGES);
+    }
     return data;
 }
 
@@ -176,19 +200,25 @@ bytes event_source::acl_data(uint32_t &length) {
 event event_source::controller() {
     std::vector<bytes> records;
     const uint32_t count = dice_.one_in(4) ? 2 + dice_.below(4) : 1;
-    for (uint32_t i = 0; i < count; i++) records.push_back(record());
+    for (uint32_t i = 0; i < count; i++) {
+        records.push_back(record());
+    }
     return {.kind = event::CONTROLLER, .data = message(records)};
 }
 
 bytes event_source::message(const std::vector<bytes> &records) {
     bytes body;
-    for (const bytes &r : records) body = body + r;
+    for (const bytes &r : records) {
+        body = body + r;
+    }
     const bytes ap_mac = noise(6);
     auto count = static_cast<uint16_t>(records.size());
-    if (dice_.one_in(60))
+    if (dice_.one_in(60)) {
         count = static_cast<uint16_t>(dice_.below(300));
-    if (dice_.one_in(4000))
+    }
+    if (dice_.one_in(4000)) {
         count = 0xffff;
+    }
     bytes msg = hex("01 0e 00") + big16(count) + hex("00") + big16(static_cast<uint16_t>(14 + body.size())) + ap_mac;
     // One byte of the header is any.
     if (dice_.one_in(60)) {
@@ -196,10 +226,12 @@ bytes event_source::message(const std::vector<bytes> &records) {
         msg[at] = dice_.byte();
     }
     msg = msg + body;
-    if (dice_.one_in(60))
+    if (dice_.one_in(60)) {
         msg.resize(1 + dice_.below(static_cast<uint32_t>(msg.size())));
-    if (dice_.one_in(500))
+    }
+    if (dice_.one_in(500)) {
         msg.resize(CONTROLLER_ROOM - 2 + dice_.below(4));
+    }
     msg.resize(std::min(msg.size(), CONTROLLER_ROOM + 1));
     return msg;
 }
@@ -208,8 +240,9 @@ bytes event_source::record() {
     const uint8_t type = dice_.one_in(40) ? dice_.byte() : dice_.any(RECORD_TYPES);
     const bytes body = record_body(type);
     auto length = static_cast<uint16_t>(4 + body.size());
-    if (dice_.one_in(80))
+    if (dice_.one_in(80)) {
         length = static_cast<uint16_t>(dice_.any(EDGES));
+    }
     const uint8_t header_length = dice_.one_in(100) ? dice_.byte() : uint8_t{4};
     return bytes{type, header_length} + big16(length) + body;
 }
@@ -228,9 +261,12 @@ bytes event_source::record_body(uint8_t type) {
         case 26: {
             uint32_t count = dice_.below(5);
             bytes list;
-            for (uint32_t i = 0; i < count; i++) list = list + client_entry();
-            if (dice_.one_in(60))
+            for (uint32_t i = 0; i < count; i++) {
+                list = list + client_entry();
+            }
+            if (dice_.one_in(60)) {
                 count = dice_.any(EDGES);
+            }
             return big32(count) + list;
         }
         case 24:
@@ -263,8 +299,9 @@ void event_source::queue_full_table() {
     for (const uint8_t type : {uint8_t{10}, uint8_t{17}}) {
         for (uint32_t n = 0; n < 2048; n += per_message) {
             bytes body = big32(per_message);
-            for (uint32_t i = n; i < n + per_message; i++)
+            for (uint32_t i = n; i < n + per_message; i++) {
                 body = body + (same_bucket ? mac_of_bucket_0(i) : mac_number(i)) + rest;
+            }
             const bytes record = bytes{type, 4} + big16(static_cast<uint16_t>(4 + body.size())) + body;
             const bytes msg = hex("01 0e 00 0001 00") + big16(static_cast<uint16_t>(14 + record.size())) + zeros(6);
             queue_.push_back({.kind = event::CONTROLLER, .data = msg + record});
@@ -274,25 +311,29 @@ void event_source::queue_full_table() {
             const event e = dice_.one_in(2) ? local() : controller();
             queue_.push_back(e);
         }
-        if (dice_.one_in(8))
+        if (dice_.one_in(8)) {
             return;
+        }
     }
 }
 
 event event_source::link() {
     event e = {.kind = event::LINK, .number = 0x0a0b0c0d, .flags = 1};
-    if (dice_.one_in(3))
+    if (dice_.one_in(3)) {
         e.flags = dice_.one_in(6) ? dice_.any(EDGES) : 2;
-    if (dice_.one_in(10))
+    }
+    if (dice_.one_in(10)) {
         e.number = dice_.any(EDGES);
+    }
     // A link that is down is up again soon: without one little happens.
     const bool ready = e.flags == 1 && e.number != 0;
     for (uint32_t i = dice_.below(10); !ready && i > 0; i--) {
         const event between = dice_.one_in(2) ? local() : controller();
         queue_.push_back(between);
     }
-    if (!ready)
+    if (!ready) {
         queue_.push_back({.kind = event::LINK, .number = 0x0a0b0c0d, .flags = 1});
+    }
     return e;
 }
 
@@ -302,8 +343,9 @@ event event_source::clock() {
     constexpr int64_t steps[] = {-100000, -3600, -61, -31, -30, -11, -1, 1, 10, 30, 3600, 100000};
     event e = {.kind = event::CLOCK, .number = dice_.below(1000)};
     e.clock = std::clamp<int64_t>(wall_secs_ + dice_.any(steps), 0, LAST_SECOND);
-    if (dice_.one_in(20))
+    if (dice_.one_in(20)) {
         e.clock = dice_.one_in(2) ? 0 : 1700000000;
+    }
     if (dice_.one_in(4)) {
         const int64_t wrap = dice_.any(WRAPS);
         e.clock = wrap - dice_.below(90);
@@ -367,15 +409,18 @@ bytes event_source::station_list() {
         const bytes address = mac();
         const auto inactivity = static_cast<uint16_t>(dice_.below(65536));
         uint32_t step = dice_.one_in(4) ? 156 + 4 * dice_.below(20) : 156;
-        if (dice_.one_in(20))
+        if (dice_.one_in(20)) {
             step = 1 + dice_.below(200);
+        }
         records.add(address, inactivity, step);
-        if (dice_.one_in(50))
+        if (dice_.one_in(50)) {
             records.end(dice_.any(wrong_lengths));
+        }
     }
     bytes list = records.list();
-    if (dice_.one_in(30))
+    if (dice_.one_in(30)) {
         list.resize(dice_.below(static_cast<uint32_t>(list.size()) + 1));
+    }
     return list;
 }
 
@@ -383,36 +428,43 @@ bytes event_source::station_list() {
 
 bytes event_source::mac() {
     const uint32_t n = dice_.below(26);
-    if (dice_.one_in(100))
+    if (dice_.one_in(100)) {
         return noise(6);
-    if (dice_.one_in(100))
+    }
+    if (dice_.one_in(100)) {
         return n < 13 ? zeros(6) : hex("ffffffffffff");
+    }
     return n < 12 ? mac_of_bucket_0(n + 1) : mac_number(n);
 }
 
 bytes event_source::bssid() {
-    if (dice_.one_in(40))
+    if (dice_.one_in(40)) {
         return dice_.one_in(2) ? zeros(6) : noise(6);
+    }
     return hex("b0b1b2b3b4") + bytes{static_cast<uint8_t>(0xb5 + dice_.below(6))};
 }
 
 bytes event_source::ip() {
-    if (dice_.one_in(8))
+    if (dice_.one_in(8)) {
         return zeros(4);
+    }
     return hex("0a0000") + bytes{static_cast<uint8_t>(1 + dice_.below(30))};
 }
 
 bytes event_source::noise(uint32_t count) {
     bytes out;
-    for (uint32_t i = 0; i < count; i++) out.push_back(dice_.byte());
+    for (uint32_t i = 0; i < count; i++) {
+        out.push_back(dice_.byte());
+    }
     return out;
 }
 
 bytes event_source::text_field(size_t width) {
     const uint32_t length = dice_.one_in(6) ? static_cast<uint32_t>(width) : dice_.below(12);
     std::string text;
-    for (uint32_t i = 0; i < length; i++)
+    for (uint32_t i = 0; i < length; i++) {
         text += static_cast<char>(dice_.one_in(100) ? dice_.byte() : 'a' + dice_.below(26));
+    }
     return padded(text, width);
 }
 

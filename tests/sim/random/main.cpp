@@ -79,12 +79,15 @@ public:
     bool run(uint32_t events) {
         for (uint32_t i = 1; i <= events; i++) {
             const sim::event e = source_.next();
-            if (trace_ != nullptr)
+            if (trace_ != nullptr) {
                 fprintf(trace_, "event %u: %s\n", i, e.text().c_str());
+            }
             e.happen(sim_);
             std::vector<std::string> effects = sim_.take_effects();
             add_dump(effects);
-            for (std::string &effect : effects) account_for(effect);
+            for (std::string &effect : effects) {
+                account_for(effect);
+            }
             const std::vector<std::string> faults = sim::faults_of_daemon(sim_);
             if (!faults.empty()) {
                 report(i, e, faults, effects);
@@ -106,25 +109,33 @@ private:
         effect = sim::portable_text(std::move(effect));
         hash_.add(effect);
         count_++;
-        if (trace_ != nullptr)
+        if (trace_ != nullptr) {
             fprintf(trace_, "  %s\n", effect.c_str());
+        }
     }
 
     // The table that the daemon dumped, line by line.
     void add_dump(std::vector<std::string> &effects) {
         std::ifstream file(sim_.dump_path());
-        if (!file)
+        if (!file) {
             return;
-        for (std::string line; std::getline(file, line);) effects.push_back("dump: " + line);
+        }
+        for (std::string line; std::getline(file, line);) {
+            effects.push_back("dump: " + line);
+        }
         unlink(sim_.dump_path().c_str());
     }
 
     void report(uint32_t index, const sim::event &e, const std::vector<std::string> &faults,
                 const std::vector<std::string> &effects) const {
         fprintf(stderr, "seed %llu, event %u: %s\n", static_cast<unsigned long long>(seed_), index, e.text().c_str());
-        for (const std::string &fault : faults) fprintf(stderr, "fault: %s\n", fault.c_str());
+        for (const std::string &fault : faults) {
+            fprintf(stderr, "fault: %s\n", fault.c_str());
+        }
         const size_t from = effects.size() > LAST_EFFECTS ? effects.size() - LAST_EFFECTS : 0;
-        for (size_t i = from; i < effects.size(); i++) fprintf(stderr, "  %s\n", effects[i].c_str());
+        for (size_t i = from; i < effects.size(); i++) {
+            fprintf(stderr, "  %s\n", effects[i].c_str());
+        }
     }
 
     uint64_t seed_;
@@ -143,8 +154,9 @@ private:
 uint64_t number(const std::string &text) {
     char *end = nullptr;
     const uint64_t value = strtoull(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || text[0] == '-')
+    if (text.empty() || *end != '\0' || text[0] == '-') {
         bad_usage("'" + text + "' is not a number");
+    }
     return value;
 }
 
@@ -180,22 +192,26 @@ options parse(int argc, char **argv) {
             exit(EXIT_USAGE);
         }
     }
-    if (optind < argc)
+    if (optind < argc) {
         bad_usage(std::string("unexpected argument '") + argv[optind] + "'");
-    if (o.first > o.last)
+    }
+    if (o.first > o.last) {
         bad_usage("the last seed is before the first");
+    }
     return o;
 }
 
 // The line of a seed in the file; empty if there is none.
 std::string expected_line(const std::string &path, uint64_t seed) {
     std::ifstream file(path);
-    if (!file)
+    if (!file) {
         bad_usage("cannot read " + path);
+    }
     const std::string start = std::to_string(seed) + " ";
     for (std::string line; std::getline(file, line);) {
-        if (line.rfind(start, 0) == 0)
+        if (line.rfind(start, 0) == 0) {
             return line;
+        }
     }
     return {};
 }
@@ -212,11 +228,13 @@ bool run_seed(uint64_t seed, const options &o) {
     }
     puts(line.c_str());
     fflush(stdout);
-    if (!good || o.hash_file.empty())
+    if (!good || o.hash_file.empty()) {
         return good;
+    }
     const std::string expected = expected_line(o.hash_file, seed);
-    if (line == expected)
+    if (line == expected) {
         return true;
+    }
     fprintf(stderr, "seed %llu: other effects than in %s, which has \"%s\"\n", static_cast<unsigned long long>(seed),
             o.hash_file.c_str(), expected.c_str());
     return false;
@@ -227,6 +245,8 @@ bool run_seed(uint64_t seed, const options &o) {
 int main(int argc, char **argv) {
     const options o = parse(argc, argv);
     bool good = true;
-    for (uint64_t seed = o.first; good && seed <= o.last; seed++) good = run_seed(seed, o);
+    for (uint64_t seed = o.first; good && seed <= o.last; seed++) {
+        good = run_seed(seed, o);
+    }
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,6 +1,7 @@
 #include "soundness.h"
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 
 #include "client_mgr/client_mgr.h"
@@ -18,24 +19,28 @@ constexpr uint32_t CLIENT_FLAGS =
 bool is_text_of(const char *text, const uint8_t *mac) {
     constexpr char digits[] = "0123456789abcdef";
     for (int i = 0; i < 6; i++) {
-        const char *at = text + i * 3;
-        if (at[0] != digits[mac[i] >> 4] || at[1] != digits[mac[i] & 15] || at[2] != (i < 5 ? ':' : '\0'))
+        const char *at = text + ptrdiff_t{3} * i;
+        if (at[0] != digits[mac[i] >> 4] || at[1] != digits[mac[i] & 15] || at[2] != (i < 5 ? ':' : '\0')) {
             return false;
+        }
     }
     return true;
 }
 
 const char *fault(const client_info &c) {
-    if (c.bssid_idx < 0 || c.bssid_idx >= static_cast<int32_t>(CLIENT_MGR_MAX_VAPS))
+    if (c.bssid_idx < 0 || c.bssid_idx >= static_cast<int32_t>(CLIENT_MGR_MAX_VAPS)) {
         return "is on a VAP that cannot be";
-    if ((c.flag & ~CLIENT_FLAGS) != 0)
+    }
+    if ((c.flag & ~CLIENT_FLAGS) != 0) {
         return "has an unknown flag";
+    }
     return is_text_of(c.cl_mac_str, c.cl_mac) ? nullptr : "has another text than its MAC address";
 }
 
 const char *fault(const acl_cache_entry &e) {
-    if (e.state != ACL_STATE_DENIED && e.state != ACL_STATE_ALLOWED && e.state != ACL_STATE_PENDING)
+    if (e.state != ACL_STATE_DENIED && e.state != ACL_STATE_ALLOWED && e.state != ACL_STATE_PENDING) {
         return "has an unknown state";
+    }
     // An entry that was asked about again has no text: the update of a slot takes it as the caller left it.
     return e.acl_mac_str[0] == '\0' || is_text_of(e.acl_mac_str, e.acl_mac) ? nullptr
                                                                             : "has another text than its MAC address";
@@ -45,8 +50,9 @@ template <class Slot>
 void check_fields(const Slot *slots, const char *what, std::vector<std::string> &faults) {
     for (int i = 0; i < 2048; i++) {
         const char *wrong = slots[i].entry_flag != 0 ? fault(slots[i]) : nullptr;
-        if (wrong != nullptr)
+        if (wrong != nullptr) {
             faults.push_back(std::string(what) + " " + std::to_string(i) + " " + wrong);
+        }
     }
 }
 
@@ -111,14 +117,18 @@ std::vector<std::string> faults_of_daemon(const platform &sim) {
     std::vector<std::string> faults = sim.complaints;
     check_clients(faults);
     check_verdicts(faults);
-    if (g_cfg.num_vaps > APCFG_MAX_IFNAMES)
+    if (g_cfg.num_vaps > APCFG_MAX_IFNAMES) {
         faults.push_back("there are more VAPs than the configuration can list");
-    if ((g_cfg.status_flags & ~(STATUS_SYS_READY | STATUS_CTRLR_LINK_UP)) != 0)
+    }
+    if ((g_cfg.status_flags & ~(STATUS_SYS_READY | STATUS_CTRLR_LINK_UP)) != 0) {
         faults.push_back("the status has an unknown flag");
-    if (sim.hostapd_connection != nullptr)
+    }
+    if (sim.hostapd_connection != nullptr) {
         faults.push_back("the connection to hostapd is left open");
-    if (sim.open_sockets() != 0)
+    }
+    if (sim.open_sockets() != 0) {
         faults.push_back("a socket is left open");
+    }
     return faults;
 }
 

@@ -152,7 +152,9 @@ std::vector<std::string> guest_rules::faults(const std::vector<std::string> &com
         const std::string wanted = i < commands_.size() ? commands_[i] : "nothing";
         const std::string ran = i < commands.size() ? commands[i] : "nothing";
         if (wanted != ran) {
-            faults.push_back("the rules for guests want \"" + wanted + "\", the daemon ran \"" + ran + "\"");
+            std::string fault = "the rules for guests want \"" + wanted;
+            fault += "\", the daemon ran \"" + ran + "\"";
+            faults.push_back(fault);
         }
     }
     for (size_t v = 0; v < VAPS; v++) {

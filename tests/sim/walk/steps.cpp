@@ -78,8 +78,8 @@ void add_answers(int s, int v) {
     const bytes bssid = vap_bssid(v);
     const std::string there = vap_name(v);
     for (const uint32_t home_vlan : VLAN) {
-        const std::string home = ", whose home is VLAN " + std::to_string(home_vlan);
-        add_record(s, v, CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, "it roams to " + there + home,
+        const std::string roams = "its home is VLAN " + std::to_string(home_vlan) + ", it roams to ";
+        add_record(s, v, CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, roams + there,
                    one_entry(entry(s, ELSEWHERE, bssid, home_vlan, CLIENT_ENTRY_PMK)));
     }
     add_record(s, v, CLIENT_MGR_PMK_FETCH_SUCCESS, "its PMK on " + there,
