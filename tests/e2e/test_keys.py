@@ -55,21 +55,22 @@ def places_of(key, process):
     return found
 
 
+# AddressSanitizer's map of the memory: what a process stores is never in there.
+SHADOW = 1 << 40
+LARGE = 1 << 26
+
+
 def read_mapping(memory, start, end):
-    """A sanitizer reserves far more than there is: only what was written to is looked at."""
-    pieces = []
-    page = os.sysconf("SC_PAGESIZE")
-    if end - start <= 1 << 26:
+    """Of a large one, only the pages that were ever used."""
+    if end - start >= SHADOW:
+        return b""
+    if end - start < LARGE:
         return os.pread(memory.fileno(), end - start, start)
-    with open(f"/proc/{Path(memory.name).parent.name}/pagemap", "rb", buffering=0) as pagemap:
-        chunk = 1 << 30
-        for at in range(start, end, chunk):
-            words = os.pread(pagemap.fileno(), min(chunk, end - at) // page * 8, at // page * 8)
-            if not any(words):
-                continue
-            pieces += [os.pread(memory.fileno(), page, at + number * page)
-                       for number, (word,) in enumerate(struct.iter_unpack("<Q", words)) if word >> 63]
-    return b"".join(pieces)
+    page = os.sysconf("SC_PAGESIZE")
+    with open(Path(memory.name).with_name("pagemap"), "rb", buffering=0) as pagemap:
+        words = os.pread(pagemap.fileno(), (end - start) // page * 8, start // page * 8)
+    return b"".join(os.pread(memory.fileno(), page, start + number * page)
+                    for number, (word,) in enumerate(struct.iter_unpack("<Q", words)) if word >> 63)
 
 
 @pytest.fixture
