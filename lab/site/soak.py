@@ -2,8 +2,8 @@
 
 In each round stations come, roam, sleep and leave; meanwhile an access point's captive portal stops reading and its
 daemon's clock is set. When the site is at rest everybody has to agree on every station. Then, with the stations still
-there, the controller is killed and started again. In the end an operator removes everybody, the tables have to be empty,
-and the daemons must not hold more memory and descriptors than after the first rounds.
+there, the controller is killed and started again. In the end an operator removes everybody, the tables have to be
+empty, and the daemons must not hold more memory and descriptors than after the first rounds.
 """
 
 import os
@@ -30,8 +30,8 @@ from lab.site.site_run import to_toml
 from lab.site.stepped_clock import SteppedClock
 from lab.site.waiting import wait_until
 
-# Each daemon, and how many private pages more than after the warm-up it may hold in the end. client_mgr allocates nothing.
-# apd's heap is as large as its longest queues were at one time, and those depend on who gets the processor when.
+# Each daemon, and how many private pages more than after the warm-up it may hold in the end. client_mgr allocates
+# nothing; apd's heap is as large as its longest queues ever were, which depends on who gets the processor when.
 DAEMONS = {"client_mgr": 0, "apd": 8}
 REMOVE_CLIENT_BULK_INFO = 17  # client_mgr/messages.h
 ENTRIES_MAX = 260             # client entries of one controller message
@@ -78,7 +78,8 @@ class Soak:
     """`clock` steps the daemons' clocks where they can be given one; `measure_memory` where the programs are not
     instrumented: a sanitizer keeps freed memory back."""
 
-    def __init__(self, lab: Laboratory, plan: SoakPlan, clock: SteppedClock | None, measure_memory: bool = True) -> None:
+    def __init__(self, lab: Laboratory, plan: SoakPlan, clock: SteppedClock | None,
+                 measure_memory: bool = True) -> None:
         self.lab = lab
         self.plan = plan
         self.tally = Tally()

@@ -105,8 +105,8 @@ def run_tests_inside(limits, programs, selection, tmp_path):
 
 def test_stations_come_roam_and_leave_without_any_privilege(filtered_programs, tmp_path):
     run_tests_inside(["--bounding-set=-all", "--inh-caps=-all", "--ambient-caps=-all"], filtered_programs,
-                     ["test_flow.py", "test_operator.py", "test_two_access_points.py::test_each_reports_its_own_clients"],
-                     tmp_path)
+                     ["test_flow.py", "test_operator.py",
+                      "test_two_access_points.py::test_each_reports_its_own_clients"], tmp_path)
 
 
 @pytest.mark.parametrize("test", ["test_guest_is_reachable_until_it_is_let_in",
