@@ -1,0 +1,69 @@
+// What the daemon's functions return, where no event shows it.
+#include <algorithm>
+
+#include "lifecycle.h"
+
+namespace sim {
+namespace {
+
+int pmk_add(std::string_view bssid) {
+    bytes msg = big32(2) + mac_bytes(bssid) + zeros(6) + mac_bytes(CLIENT) + pmk_bytes();
+    return client_mgr_handle_pmk_add(msg.data());
+}
+
+int updated(std::string_view ifname) {
+    const bytes name = padded(ifname, 12);
+    return client_mgr_vap_update(reinterpret_cast<const char *>(name.data()));
+}
+
+int handled(int (*handler)(uint8_t *rec), const bytes &body) {
+    bytes record = ctrlr_record(0, body);
+    return handler(record.data());
+}
+
+}  // namespace
+
+SIM_TEST(results, of_client_lists_are_0_whatever_is_in_them) {
+    have_two_vaps();
+    for (const auto handler :
+         {client_mgr_proc_bulk_info, client_mgr_proc_remove_cl_bulk_info, client_mgr_treat_unkn_as_assoc}) {
+        EXPECT_EQ(0, handled(handler, client_list({{CLIENT}})));
+        at_buffer_end({}, [handler](uint8_t *rec) { EXPECT_EQ(0, handler(rec)); });
+    }
+    sim.forget();
+}
+
+SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not) {
+    EXPECT_EQ(-1, updated("ath0")) << "not ready";
+    have_two_vaps();
+    EXPECT_EQ(0, updated("ath9")) << "not ours";
+    EXPECT_EQ(-1, updated("ath0")) << "no BSSID";
+    sim.hwaddr["ath0"] = mac_bytes(BSSID);
+    EXPECT_EQ(0, updated("ath0"));
+    sim.fail_nth("apcomm_send_msg", 1);
+    EXPECT_EQ(-1, updated("ath0"));
+    sim.forget();
+}
+
+SIM_TEST(results, of_a_key_added_tell_whether_it_was_stored) {
+    have_two_vaps();
+    EXPECT_EQ(0, pmk_add(BSSID));
+    EXPECT_EQ(-1, pmk_add(ELSEWHERE));
+    sim.fail_nth("apcomm_send_msg", 1);
+    EXPECT_EQ(-1, pmk_add(BSSID));
+    sim.forget();
+}
+
+SIM_TEST(results, of_a_client_fetch_tell_whether_the_controller_was_asked) {
+    have_two_vaps();
+    const bytes mac = mac_bytes(CLIENT);
+    const bytes bssid = mac_bytes(BSSID);
+    const bytes elsewhere = mac_bytes(ELSEWHERE);
+    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), 13));
+    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), elsewhere.data(), bssid.data(), 13));
+    sim.fail_nth("apcomm_send_msg", 1);
+    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), 13));
+    sim.forget();
+}
+
+}  // namespace sim
