@@ -14,7 +14,7 @@
 namespace {
 
 struct client {
-    uint8_t mac[6];
+    uint8_t mac[6] = {};
     bool used = false;
     kx::bridge_place place;  // interface 0: the kernel has no entry
 };
@@ -22,9 +22,9 @@ struct client {
 constexpr std::size_t max_clients = 2048;
 constexpr uint32_t max_vlan = 4094;
 
-// Open addressing: a client lies in the first slot from its MAC's own on that was free; twice the slots keep the ways
-// short.
-std::array<client, 2 * max_clients> clients;
+// Open addressing: a client lies in the first slot from its MAC's own on that was free. Even with all clients the ways
+// are short beside a call of the kernel, and every slot more is memory that a full table touches.
+constinit std::array<client, max_clients + max_clients / 4> clients{};
 std::size_t client_count;
 
 std::size_t next(std::size_t slot) { return (slot + 1) % clients.size(); }
