@@ -1,4 +1,5 @@
 // Runs a fuzz target on the inputs it is given: for compilers and machines without libFuzzer.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,7 +38,7 @@ void run(const fs::path &file) {
         stop("cannot read " + file.string());
     }
     const std::unique_ptr<uint8_t[]> copy(new uint8_t[content.size()]);
-    memcpy(copy.get(), content.data(), content.size());
+    std::copy(content.begin(), content.end(), copy.get());
     fprintf(stderr, "%s\n", file.c_str());
     fuzz_one({copy.get(), content.size()});
 }

@@ -69,7 +69,7 @@ SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
 
 SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouch_for) {
     const bytes record = ctrlr_record(9, body(1));
-    uint8_t *rec = g_cfg.ctrlr_msg_buf - record.size();
+    uint8_t *rec = reinterpret_cast<uint8_t *>(&g_cfg) + offsetof(client_mgr_cfg, ctrlr_msg_buf) - record.size();
     std::copy(record.begin(), record.end(), rec);
     EXPECT_EQ(-1, client_mgr_process_move_notify(rec));
     sim.expect(

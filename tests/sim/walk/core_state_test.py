@@ -10,26 +10,28 @@ import sys
 NOT_STATE = re.compile(r"\.data\.rel\.ro|\.init_array|\.fini_array|asan_globals|\.got|__patchable")
 
 
-def sections(objdump, library):
+# As readelf shows it: [number] name type address offset size entry-size flags link info alignment.
+SECTION = re.compile(r"\[ *\d+\] (\S+) +\S+ +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +([A-Za-z]*) +\d+ +\d+ +\d+")
+
+
+def sections(readelf, library):
     """Name, size and flags of every section of every member."""
-    output = subprocess.run([objdump, "-h", "-w", library], check=True, capture_output=True, text=True).stdout
-    for line in output.splitlines():
-        fields = line.split(None, 7)
-        if len(fields) == 8 and fields[0].isdigit():
-            yield fields[1], int(fields[2], 16), fields[7]
+    output = subprocess.run([readelf, "-S", "-W", library], check=True, capture_output=True, text=True).stdout
+    for name, size, flags in SECTION.findall(output):
+        yield name, int(size, 16), flags
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--objdump", required=True, help="objdump for the library's target")
+    parser.add_argument("--readelf", required=True, help="readelf for the library's target")
     parser.add_argument("--library", required=True, help="the library with its sections renamed")
     args = parser.parse_args()
 
     saved, missed = 0, []
-    for name, size, flags in sections(args.objdump, args.library):
+    for name, size, flags in sections(args.readelf, args.library):
         if name == "core_state":
             saved += size
-        elif size > 0 and "ALLOC" in flags and "READONLY" not in flags and not NOT_STATE.match(name):
+        elif size > 0 and "A" in flags and "W" in flags and not NOT_STATE.match(name):
             missed.append(f"{name}, {size} bytes: {flags}")
     print(f"{saved} bytes of state")
     # Both tables and both message buffers at least.
