@@ -47,6 +47,7 @@ protected:
         add_port("wlan0", "br0");
         add_port("wlan1", "br0");
         add_port("wlan2", "br1");
+        serve_events();
     }
     void TearDown() override {
         kxbr_api_del_client(sta_.data());
@@ -61,9 +62,10 @@ protected:
         command.append(" && ip link set ").append(name).append(" master ").append(bridge);
         ASSERT_EQ(run(command), 0);
     }
-    // As the daemon does, after the event loop has served what came before.
+    // News of links that the kernel has sent so far.
+    static void serve_events() { event_base_loop(kx::process_event_base(), EVLOOP_NONBLOCK); }
     int add(const char *ifname, std::uint32_t vlan) {
-        event_base_loop(kx::process_event_base(), EVLOOP_NONBLOCK);
+        serve_events();
         return kxbr_api_add_client(sta_.data(), ifname, "eth0", vlan, 0, 0);
     }
     // The station's forwarding entries.
