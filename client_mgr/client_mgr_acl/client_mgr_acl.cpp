@@ -14,6 +14,8 @@ int32_t client_mgr_acl_last_deleted = NO_SLOT;
 
 namespace {
 
+static_assert(ACL_CACHE_ENTRY_USED == SLOT_USED && ACL_CACHE_ENTRY_DELETED == SLOT_DELETED);
+
 struct verdicts {
     using slot = acl_cache_entry;
     static constexpr int32_t SIZE = ACL_CACHE_SIZE;

@@ -21,6 +21,8 @@ constexpr client_info no_client() {
 }
 constexpr client_info NO_CLIENT = no_client();
 
+static_assert(CLIENT_TBL_ENTRY_USED == SLOT_USED && CLIENT_TBL_ENTRY_DELETED == SLOT_DELETED);
+
 struct clients {
     using slot = client_info;
     static constexpr int32_t SIZE = CLIENT_TBL_SIZE;

@@ -155,6 +155,8 @@ SIM_TEST(ctrlr_link, a_message_of_another_version_or_type_is_dropped) {
     sim.expect({RECEIVED, invalid(1, 1)});
     sim.controller(hex("00 0e 01 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
     sim.expect({RECEIVED, invalid(0, 1)});
+    sim.controller(hex("01 0e 01"));
+    sim.expect({RECEIVED, invalid(1, 1)});
 }
 
 SIM_TEST(ctrlr_link, a_dropped_message_leaves_the_last_one_in_place) {
