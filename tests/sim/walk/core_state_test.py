@@ -6,8 +6,8 @@ import re
 import subprocess
 import sys
 
-# Written by the loader alone, or a sanitizer's own.
-NOT_STATE = re.compile(r"\.data\.rel\.ro|\.init_array|\.fini_array|asan_globals|\.got|__patchable")
+# Written by the loader alone, or a sanitizer's or a fuzzer's own.
+NOT_STATE = re.compile(r"\.data\.rel\.ro|\.init_array|\.fini_array|asan_globals|__sancov|\.got|__patchable")
 
 
 # As readelf shows it: [number] name type address offset size entry-size flags link info alignment.
