@@ -76,6 +76,16 @@ SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouc
         {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
 }
 
+SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_its_callers_to_vouch_for) {
+    const bytes record = ctrlr_record(9, body(1));
+    static_assert(offsetof(client_mgr_cfg, ipc_rx_buf) ==
+                  offsetof(client_mgr_cfg, ctrlr_msg_buf) + CLIENT_MGR_BUF_SIZE);
+    std::copy(record.begin(), record.end(), g_cfg.ipc_rx_buf);
+    EXPECT_EQ(-1, client_mgr_process_move_notify(g_cfg.ipc_rx_buf));
+    sim.expect(
+        {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
+}
+
 SIM_TEST(move_notify, of_an_unknown_client_does_nothing) {
     for (uint8_t kind : {uint8_t{1}, uint8_t{2}, uint8_t{3}}) {
         sim.controller(one_record(9, body(kind)));
