@@ -32,7 +32,7 @@ void recall_ip(assoc_notification &msg, uint32_t vap_idx) {
     if (known == nullptr || known->bssid_idx != static_cast<int32_t>(vap_idx)) {
         return;
     }
-    CM_LOG(LOG_EVENT, "Client already present in same BSS, might be already assocaited " MAC_FMT, MAC_ARGS(msg.client));
+    CM_LOG(LOG_EVENT, "Client already present in same BSS, might be already assocaited " MAC_FMT, MAC_ARG(msg.client));
     memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
 }
 
@@ -45,12 +45,12 @@ void client_mgr_send_assoc_msg(uint8_t *payload) {
     CM_LOG(LOG_EVENT, "Received association msg");
     assoc_notification &msg = *reinterpret_cast<assoc_notification *>(payload);
     msg.ip = 0;
-    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
-                      MAC_ARGS(msg.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, MAC_ARG(msg.bssid),
+                      MAC_ARG(msg.client));
     uint32_t vap_idx;
     if (client_mgr_get_vap_idx(msg.bssid, &vap_idx) != 0) {
         client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-                          MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
+                          MAC_ARG(msg.bssid), MAC_ARG(msg.client));
         CM_LOG(LOG_ERROR, "Invalid ap bssid in assoc msg");
         return;
     }
@@ -86,8 +86,8 @@ int client_mgr_treat_unkn_as_assoc(uint8_t *rec) {
 
 void client_mgr_send_client_update_msg(const uint8_t *payload, uint8_t type) {
     const assoc_notification &src = *reinterpret_cast<const assoc_notification *>(payload);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(src.client));
-    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARGS(src.bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(src.client));
+    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARG(src.bssid));
     CM_LOG(LOG_EVENT, "Client IP 0x%08x", uint32_t{src.ip});
     auto msg = make_ctrlr_msg<client_update_message>(type);
     memcpy(msg.client, src.client, sizeof msg.client);

@@ -7,8 +7,8 @@
 
 void log_bridge_add(const char *caller, const client_info &client) {
     CM_LOG(LOG_EVENT, "[%s] Adding client to kxbr_api_add_client", caller);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(client.cl_mac));
-    CM_LOG(LOG_EVENT, "BSSID  " MAC_FMT, MAC_ARGS(client.assoc_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(client.cl_mac));
+    CM_LOG(LOG_EVENT, "BSSID  " MAC_FMT, MAC_ARG(client.assoc_bssid));
     CM_LOG(LOG_EVENT, "VLAN   %d", client.home_vlan);
 }
 
@@ -21,5 +21,5 @@ void bridge_add_client(const char *caller, const client_info &client, const brid
 
 void log_bridge_delete(const char *caller, const uint8_t mac[6]) {
     CM_LOG(LOG_EVENT, "[%s] Deleting client to kxbr_api_del_client", caller);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(mac));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(mac));
 }

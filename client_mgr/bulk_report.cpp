@@ -87,7 +87,7 @@ bool read_vap(const char *name, uint8_t rec_type, apcfg_vap &vap, vap_record &re
 void fill_station_entry(station_entry &entry, const uint8_t mac[6]) {
     entry = {};
     memcpy(entry.mac, mac, sizeof entry.mac);
-    CM_LOG(LOG_EVENT, "CLIENT MAC  : " MAC_FMT, MAC_ARGS(mac));
+    CM_LOG(LOG_EVENT, "CLIENT MAC  : " MAC_FMT, MAC_ARG(mac));
     int32_t slot = -1;
     const client_info *client = client_tbl_client_get_fast(mac, &slot);
     if (client == nullptr) {

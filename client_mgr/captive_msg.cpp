@@ -15,7 +15,7 @@ uint32_t portal_flag(const uint8_t mac[6]) {
     int32_t idx = -1;
     const client_info *client = client_tbl_client_get_fast(mac, &idx);
     if (client == nullptr) {
-        CM_LOG(LOG_ERROR, "Captive cl failed " MAC_FMT, MAC_ARGS(mac));
+        CM_LOG(LOG_ERROR, "Captive cl failed " MAC_FMT, MAC_ARG(mac));
         return 1;
     }
     return (client->flag & CLIENT_FLAG_GUEST) != 0 ? 0 : 1;

@@ -66,7 +66,7 @@ void remove_client(const char *caller, const uint8_t mac[6]) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(mac, &slot);
     if (known == nullptr) {
-        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARGS(mac));
+        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARG(mac));
         return;
     }
     for (const vap_cfg &vap : g_cfg.vaps) {
@@ -92,8 +92,8 @@ int client_mgr_proc_bulk_info(uint8_t *rec) {
         client_info client = make_foreign_client(*entry);
         const wipe_guard guard(client.pmk);
         client_tbl_mac_update(&client, -1);
-        CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARGS(client.cl_mac),
-               MAC_ARGS(client.home_bssid), client.home_vlan);
+        CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARG(client.cl_mac),
+               MAC_ARG(client.home_bssid), client.home_vlan);
     }
     return 0;
 }

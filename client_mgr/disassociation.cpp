@@ -36,7 +36,7 @@ void forget_verdict(const uint8_t mac[6]) {
     if (client_mgr_acl_get_fast(mac, &slot) == nullptr) {
         return;
     }
-    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARGS(mac));
+    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(mac));
     client_mgr_acl_drv_mac_delete(slot);
 }
 
@@ -48,8 +48,8 @@ void client_mgr_send_disassoc_msg(uint8_t *payload) {
     }
     const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
     CM_LOG(LOG_EVENT, "Received dis-association msg");
-    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARGS(msg.bssid),
-                      MAC_ARGS(msg.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARG(msg.bssid),
+                      MAC_ARG(msg.client));
     int32_t slot = -1;
     const client_info *client = find_client(msg.client, slot);
     if (client == nullptr) {

@@ -14,7 +14,7 @@ namespace {
 
 void report_invalid_bss(const foreign_assoc_notification &msg) {
     client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-                      MAC_ARGS(msg.bssid), MAC_ARGS(msg.client));
+                      MAC_ARG(msg.bssid), MAC_ARG(msg.client));
     CM_LOG(LOG_ERROR, "Invalid ap bssid in foreign assoc msg");
 }
 
@@ -119,7 +119,7 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
     memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
     client_mgr_syslog(LOG_USER | LOG_INFO,
                       "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
-                      MAC_ARGS(msg.bssid), MAC_ARGS(msg.client), MAC_ARGS(msg.last_bssid));
+                      MAC_ARG(msg.bssid), MAC_ARG(msg.client), MAC_ARG(msg.last_bssid));
     client_info client = *known;
     const wipe_guard guard(client.pmk);
     uint32_t vap_idx;
@@ -173,9 +173,9 @@ int client_mgr_get_clinfo_frm_ctrlr(const uint8_t *mac, const uint8_t *bssid, co
 
 void client_mgr_send_foreign_client_update_msg(const uint8_t *payload, uint8_t type) {
     const foreign_assoc_notification &src = *reinterpret_cast<const foreign_assoc_notification *>(payload);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(src.client));
-    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARGS(src.bssid));
-    CM_LOG(LOG_EVENT, "From BSSID " MAC_FMT, MAC_ARGS(src.last_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(src.client));
+    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARG(src.bssid));
+    CM_LOG(LOG_EVENT, "From BSSID " MAC_FMT, MAC_ARG(src.last_bssid));
     auto msg = make_ctrlr_msg<client_update_message>(type);
     memcpy(msg.client, src.client, sizeof msg.client);
     memcpy(msg.bssid, src.bssid, sizeof msg.bssid);

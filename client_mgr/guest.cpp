@@ -34,7 +34,7 @@ void report_ip(const client_info &client) {
     memcpy(report.ip.bytes, client.cl_ip, sizeof report.ip.bytes);
     client_mgr_send_client_update_msg(reinterpret_cast<const uint8_t *>(&report), CLIENT_MGR_CLIENT_IP);
     client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Event " MAC_FMT " -- " MAC_FMT " [Set IP=%d.%d.%d.%d]",
-                      MAC_ARGS(client.assoc_bssid), MAC_ARGS(client.cl_mac), client.cl_ip[0], client.cl_ip[1],
+                      MAC_ARG(client.assoc_bssid), MAC_ARG(client.cl_mac), client.cl_ip[0], client.cl_ip[1],
                       client.cl_ip[2], client.cl_ip[3]);
 }
 
@@ -49,7 +49,7 @@ void client_mgr_send_client_ip_msg(uint8_t *payload) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(msg.client, &slot);
     if (known == nullptr) {
-        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARGS(msg.client));
+        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARG(msg.client));
         return;
     }
     if (msg.ip == 0 || memcmp(msg.ip.bytes, known->cl_ip, sizeof known->cl_ip) == 0) {
@@ -59,7 +59,7 @@ void client_mgr_send_client_ip_msg(uint8_t *payload) {
     const wipe_guard guard(client.pmk);
     memcpy(client.cl_ip, msg.ip.bytes, sizeof client.cl_ip);
     CM_LOG(LOG_EVENT, "[%s] Adding client ip 0x%08x for client " MAC_FMT, __func__, uint32_t{msg.ip},
-           MAC_ARGS(msg.client));
+           MAC_ARG(msg.client));
     if ((client.flag & CLIENT_FLAG_GUEST) != 0) {
         let_guest_reach_portal(*known, msg.ip.bytes, ifname);
     }
@@ -78,7 +78,7 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(body->client, &slot);
     if (known == nullptr) {
-        CM_LOG(LOG_ERROR, "Invalid client " MAC_FMT, MAC_ARGS(body->client));
+        CM_LOG(LOG_ERROR, "Invalid client " MAC_FMT, MAC_ARG(body->client));
         return;
     }
     uint32_t vap_idx;
@@ -96,7 +96,7 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
     if (vap.guest_count != 0) {
         remove_guest_entries(vap, client.cl_ip, "Client authenticated, removing arp and route");
     }
-    CM_LOG(LOG_EVENT, "Notifying client " MAC_FMT " authenticated in vap %.32s", MAC_ARGS(body->client),
+    CM_LOG(LOG_EVENT, "Notifying client " MAC_FMT " authenticated in vap %.32s", MAC_ARG(body->client),
            vap.captive_cfg);
     client_mgr_captive_msg_send(body->client, vap.captive_cfg, CAPTIVE_MSG_GUEST_AUTHENTICATED);
 }

@@ -37,6 +37,6 @@ void install_guest_entries(vap_cfg &vap, const uint8_t mac[6], const uint8_t ip[
     CM_LOG(LOG_ERROR, "Add arp and route entries for unauth client");
     vap.guest_count++;
     const ipv4_text address = ipv4_to_text(ip);
-    run_command(installing, ifname, "arp -s %s " MAC_FMT " dev %.16s", address.text, MAC_ARGS(mac), ifname);
+    run_command(installing, ifname, "arp -s %s " MAC_FMT " dev %.16s", address.text, MAC_ARG(mac), ifname);
     run_command(installing, ifname, "route add %s/32 dev %.16s", address.text, ifname);
 }

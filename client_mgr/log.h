@@ -28,7 +28,8 @@ enum {
 // Writes one line to the system log; `priority` as syslog takes it.
 [[gnu::format(printf, 2, 3)]] void client_mgr_syslog(int priority, const char *fmt, ...);
 
-#define MAC_FMT "%02x:%02x:%02x:%02x:%02x:%02x"
-#define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
+// A MAC address in the text of a line or a command: "02:00:00:00:10:00". MAC_ARG takes its six bytes.
+#define MAC_FMT "%pM"
+#define MAC_ARG(mac) static_cast<const void *>(mac)
 
 #endif

@@ -39,9 +39,9 @@ const uint8_t *data_of(const acl_auth_request &request) {
 void push_verdict(const acl_auth_request &request, uint32_t verdict) {
     // No blank behind "for", unlike the controller's path below.
     if (client_mgr_acl_auth_resp(verdict, request.client, request.bssid, data_of(request), request.data_len) == 0) {
-        CM_LOG(LOG_TRACE, "sending acl auth response to drv successful for " MAC_FMT " ", MAC_ARGS(request.client));
+        CM_LOG(LOG_TRACE, "sending acl auth response to drv successful for " MAC_FMT " ", MAC_ARG(request.client));
     } else {
-        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for" MAC_FMT " ", MAC_ARGS(request.client));
+        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for" MAC_FMT " ", MAC_ARG(request.client));
     }
 }
 
@@ -49,7 +49,7 @@ void ask_controller(const acl_auth_request &request, uint32_t vap_idx, int32_t c
     CM_LOG(LOG_TRACE,
            "client info not found in client manager list andin acl cache or auth is for diff bss id " MAC_FMT
            "send acl auth message to ap_mgr on controller ",
-           MAC_ARGS(request.client));
+           MAC_ARG(request.client));
     const vap_cfg &vap = g_cfg.vaps[vap_idx];
     client_mgr_get_acl_info_frm_ctrlr(request.client, request.bssid, g_cfg.ap_mac, vap_idx, vap.radius_idx,
                                       vap.mac_acl_idx, vap.radius_acl_type, request.data_len, data_of(request),
@@ -66,7 +66,7 @@ void ask_controller(const acl_auth_request &request, uint32_t vap_idx, int32_t c
 // Whether the controller has to be asked (again) although the cache holds an entry; answers the driver where the entry
 // allows it. `force`: a cached verdict is not for this VAP.
 bool must_ask(const acl_auth_request &request, const acl_cache_entry &cached, bool force) {
-    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARGS(request.client));
+    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(request.client));
     switch (cached.state) {
         case ACL_STATE_DENIED:
         case ACL_STATE_ALLOWED:
@@ -76,16 +76,16 @@ bool must_ask(const acl_auth_request &request, const acl_cache_entry &cached, bo
             push_verdict(request, static_cast<uint32_t>(cached.state));
             return false;
         case ACL_STATE_PENDING:
-            CM_LOG(LOG_TRACE, "acl auth already sent to controller for client  " MAC_FMT " ", MAC_ARGS(request.client));
+            CM_LOG(LOG_TRACE, "acl auth already sent to controller for client  " MAC_FMT " ", MAC_ARG(request.client));
             if (seconds_since(cached.timestamp, current_seconds()) < ask_again_after_secs) {
                 return false;
             }
             CM_LOG(LOG_TRACE, "acl auth sent to controller for client " MAC_FMT " timed out. resend auth",
-                   MAC_ARGS(request.client));
+                   MAC_ARG(request.client));
             return true;
         default:
             CM_LOG(LOG_EVENT, "acl authentication state (%d) for client  " MAC_FMT " ", cached.state,
-                   MAC_ARGS(request.client));
+                   MAC_ARG(request.client));
             return false;
     }
 }
@@ -96,10 +96,10 @@ void cache_verdict(const uint8_t mac[6], uint32_t verdict) {
     if (cached == nullptr) {
         return;
     }
-    CM_LOG(LOG_EVENT, "client found in client manager acl cache " MAC_FMT, MAC_ARGS(mac));
+    CM_LOG(LOG_EVENT, "client found in client manager acl cache " MAC_FMT, MAC_ARG(mac));
     if (cached->state != ACL_STATE_PENDING) {
         CM_LOG(LOG_ERROR, "acl auth resp from controller for client  " MAC_FMT " but client cached entry state is (%d)",
-               MAC_ARGS(mac), cached->state);
+               MAC_ARG(mac), cached->state);
     }
     acl_cache_entry entry = *cached;
     entry.timestamp = current_seconds();
@@ -120,7 +120,7 @@ void client_mgr_handle_acl_auth(uint8_t *payload) {
     int32_t slot = -1;
     const client_info *client = client_tbl_client_get_fast(request.client, &slot);
     if (client != nullptr) {
-        CM_LOG(LOG_TRACE, "client found in client manager list " MAC_FMT, MAC_ARGS(request.client));
+        CM_LOG(LOG_TRACE, "client found in client manager list " MAC_FMT, MAC_ARG(request.client));
         if (client->bssid_idx == static_cast<int32_t>(vap_idx)) {
             push_verdict(request, verdict_allowed);
             return;
@@ -169,12 +169,12 @@ void client_mgr_proc_client_acl_auth_resp(uint8_t *rec) {
         return;
     }
     const uint32_t verdict = body->verdict;
-    CM_LOG(LOG_TRACE, " Client " MAC_FMT " mac acl auth response (%s)", MAC_ARGS(body->client),
+    CM_LOG(LOG_TRACE, " Client " MAC_FMT " mac acl auth response (%s)", MAC_ARG(body->client),
            verdict == verdict_allowed ? "ALLOWED" : "DENIED");
     if (client_mgr_acl_auth_resp(verdict, body->client, body->bssid, data, data_len) != 0) {
-        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for " MAC_FMT " ", MAC_ARGS(body->client));
+        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for " MAC_FMT " ", MAC_ARG(body->client));
     } else {
-        CM_LOG(LOG_TRACE, "sending acl auth response to drv success for " MAC_FMT " ", MAC_ARGS(body->client));
+        CM_LOG(LOG_TRACE, "sending acl auth response to drv success for " MAC_FMT " ", MAC_ARG(body->client));
     }
     cache_verdict(body->client, verdict);
 }

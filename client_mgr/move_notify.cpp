@@ -45,7 +45,7 @@ int moved(const char *caller, const moved_body &body, const client_info &known, 
 int moved_away(const char *caller, const move_notify_body &body, const client_info &known, int32_t slot) {
     uint8_t bssid[6];
     memcpy(bssid, known.assoc_bssid, sizeof bssid);
-    CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, MAC_ARGS(bssid));
+    CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, MAC_ARG(bssid));
     for (const vap_cfg &vap : g_cfg.vaps) {
         if (memcmp(vap.bssid, bssid, sizeof bssid) != 0) {
             continue;
@@ -69,7 +69,7 @@ int client_mgr_process_move_notify(uint8_t *rec) {
     if (body == nullptr) {
         return -1;
     }
-    CM_LOG(LOG_EVENT, "Client MAC : " MAC_FMT, MAC_ARGS(body->client));
+    CM_LOG(LOG_EVENT, "Client MAC : " MAC_FMT, MAC_ARG(body->client));
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(body->client, &slot);
     if (known == nullptr) {

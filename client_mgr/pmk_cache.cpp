@@ -55,8 +55,8 @@ int client_mgr_handle_pmk_info(uint8_t *payload) {
 int client_mgr_handle_pmk_add(uint8_t *payload) {
     const pmk_info_message &msg = *reinterpret_cast<const pmk_info_message *>(payload);
     CM_LOG(LOG_EVENT, "Received PMK add msg");
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(msg.client));
-    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARGS(msg.bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(msg.client));
+    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARG(msg.bssid));
     CM_LOG(LOG_EVENT, "Cur PMK %s", pmk_to_text(msg.pmk, 24).text);
     wipe_stack_below();  // where the line was put together
     if (send_pmk_add(msg) != 0) {
@@ -87,9 +87,9 @@ int client_mgr_handle_pmk_add(uint8_t *payload) {
 int client_mgr_handle_pmk_fetch(uint8_t *payload) {
     pmk_info_message &msg = *reinterpret_cast<pmk_info_message *>(payload);
     CM_LOG(LOG_EVENT, "Received PMK fetch msg");
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARGS(msg.client));
-    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARGS(msg.bssid));
-    CM_LOG(LOG_EVENT, "Prev BSSID " MAC_FMT, MAC_ARGS(msg.prev_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(msg.client));
+    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARG(msg.bssid));
+    CM_LOG(LOG_EVENT, "Prev BSSID " MAC_FMT, MAC_ARG(msg.prev_bssid));
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(msg.client, &slot);
     if (known != nullptr && (known->flag & CLIENT_FLAG_PMK) != 0) {

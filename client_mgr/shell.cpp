@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "client_mgr/log.h"
+#include "client_mgr/text_buffer.h"
 
 namespace {
 
@@ -34,15 +35,16 @@ void run_command(const char *announce, const char *ifname, const char *fmt, ...)
         return;
     }
     char command[SHELL_COMMAND_SIZE];
+    text_buffer text(command, sizeof command);
     va_list args;
     va_start(args, fmt);
-    const int len = vsnprintf(command, sizeof command, fmt, args);
+    text.put_format(fmt, args);
     va_end(args);
-    // The negative length of a failure is the greatest.
-    if (static_cast<size_t>(len) >= sizeof command) {
+    if (text.size() == sizeof command) {
         CM_LOG(LOG_ERROR, "Command too long, not run");
         return;
     }
+    command[text.size()] = '\0';
     if (announce != nullptr) {
         CM_LOG(LOG_ERROR, "%s (%s)", announce, command);
     }

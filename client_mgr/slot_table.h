@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "client_mgr/log.h"
+#include "client_mgr/mac_text.h"
 #include "client_mgr/slot_key.h"
 
 inline constexpr int32_t NO_SLOT = -1;
@@ -53,17 +54,6 @@ inline bool mac_equal(const uint8_t *a, const uint8_t *b) { return memcmp(a, b, 
 inline uint32_t mac_hash(const uint8_t *mac) {
     const uint32_t x = static_cast<uint32_t>(mac[0] ^ mac[1] << 2 ^ mac[2] << 4 ^ mac[3] ^ mac[4] << 2 ^ mac[5] << 4);
     return x * 593 % 2048;
-}
-
-// "02:00:00:00:10:00" and a NUL. Returns 17.
-inline int mac_to_text(const uint8_t *mac, char *dst) {
-    static constexpr char digits[] = "0123456789abcdef";
-    for (int i = 0; i < 6; i++) {
-        *dst++ = digits[mac[i] >> 4];
-        *dst++ = digits[mac[i] & 0xf];
-        *dst++ = i < 5 ? ':' : '\0';
-    }
-    return 17;
 }
 
 template <class T>
@@ -124,7 +114,7 @@ class slot_table {
     static void hash_add(int32_t idx) {
         CM_TRACE_ENTER(T::names.hash_add);
         slot &s = at(idx);
-        CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARGS(T::key(s)));
+        CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARG(T::key(s)));
         int32_t &head = T::buckets()[s.hash_index];
         s.hash_prev = NO_SLOT;
         set_hash_next(idx, head);
@@ -139,7 +129,7 @@ class slot_table {
     static void hash_delete(int32_t idx) {
         CM_TRACE_ENTER(T::names.hash_delete);
         slot &s = at(idx);
-        CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARGS(T::key(s)));
+        CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARG(T::key(s)));
         int32_t &head = T::buckets()[mac_hash(T::key(s))];
         const int32_t next = key_at(idx).next;
         if (s.hash_prev != NO_SLOT) {
@@ -174,12 +164,12 @@ class slot_table {
     static int32_t lock_add(const slot &rec) {
         const uint8_t *mac = T::key(rec);
         CM_TRACE_ENTER(T::names.lock_add);
-        CM_LOG(LOG_TRACE, ">>>>> Adding client:" MAC_FMT, MAC_ARGS(mac));
+        CM_LOG(LOG_TRACE, ">>>>> Adding client:" MAC_FMT, MAC_ARG(mac));
         int32_t idx = find(mac);
         if (idx != NO_SLOT) {
             overwrite(idx, rec);
             CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.lock_add,
-                   MAC_ARGS(T::key(at(idx))), idx);
+                   MAC_ARG(T::key(at(idx))), idx);
         } else {
             idx = insert(rec);
         }
@@ -206,7 +196,7 @@ class slot_table {
         s.entry_flag |= SLOT_USED;
         hash_add(idx);
         used_list_add(idx);
-        CM_LOG(LOG_EVENT, "<<<<< %s: Added client:" MAC_FMT ", idx %d", T::names.lock_add, MAC_ARGS(T::key(s)), idx);
+        CM_LOG(LOG_EVENT, "<<<<< %s: Added client:" MAC_FMT ", idx %d", T::names.lock_add, MAC_ARG(T::key(s)), idx);
         return idx;
     }
 
@@ -268,7 +258,7 @@ public:
     // Slot of `mac`, whatever its state, or -1. Gives up on a chain after as many steps as there are slots.
     static int32_t find(const uint8_t *mac) {
         CM_TRACE_ENTER(T::names.find);
-        CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, MAC_ARGS(mac));
+        CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, MAC_ARG(mac));
         const uint32_t bucket = mac_hash(mac);
         int32_t steps = 0;
         // As wide as a pointer: so a step need not widen it before the load that it waits for.
@@ -294,23 +284,23 @@ public:
     static int32_t add(const slot &rec) {
         const uint8_t *mac = T::key(rec);
         CM_TRACE_ENTER(T::names.add);
-        CM_LOG(LOG_TRACE, ">>>>> Adding cl mac:" MAC_FMT, MAC_ARGS(mac));
+        CM_LOG(LOG_TRACE, ">>>>> Adding cl mac:" MAC_FMT, MAC_ARG(mac));
         const int32_t idx = lock_add(rec);
-        CM_LOG(LOG_TRACE, "Added client mac:" MAC_FMT ", cl idx %d", MAC_ARGS(mac), idx);
+        CM_LOG(LOG_TRACE, "Added client mac:" MAC_FMT ", cl idx %d", MAC_ARG(mac), idx);
         CM_TRACE_LEAVE(T::names.add);
         return idx;
     }
 
     static void update(const slot &rec, int32_t idx) {
         CM_TRACE_ENTER(T::names.update);
-        CM_LOG(LOG_TRACE, ">>>>> Updating client:" MAC_FMT " idx: %d", MAC_ARGS(T::key(rec)), idx);
+        CM_LOG(LOG_TRACE, ">>>>> Updating client:" MAC_FMT " idx: %d", MAC_ARG(T::key(rec)), idx);
         if (idx == NO_SLOT) {
             add(rec);
         } else {
             copy_data(idx, rec);
             T::restore(idx);
             CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.update,
-                   MAC_ARGS(T::key(at(idx))), idx);
+                   MAC_ARG(T::key(at(idx))), idx);
         }
         CM_TRACE_LEAVE(T::names.update);
     }
@@ -320,7 +310,7 @@ public:
     template <class Accept>
     static slot *get(const uint8_t *mac, int32_t *idx, Accept accept) {
         CM_TRACE_ENTER(T::names.get);
-        CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", MAC_ARGS(mac), *idx);
+        CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", MAC_ARG(mac), *idx);
         for (int32_t i = T::buckets()[mac_hash(mac)]; i != NO_SLOT; i = key_at(i).next) {
             if (!mac_equal(key_at(i).mac, mac) || !accept(at(i))) {
                 continue;

@@ -31,7 +31,7 @@ static_assert(sizeof(driver_station_op) == 42);
 
 int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const uint8_t sta[6], int reason) {
     const driver_socket driver;
-    CM_LOG(LOG_EVENT, "Sending disassoc to " MAC_FMT, MAC_ARGS(sta));
+    CM_LOG(LOG_EVENT, "Sending disassoc to " MAC_FMT, MAC_ARG(sta));
     driver_station_op body = {};
     body.op = driver_op_disassoc;
     // Always this one; the caller's reason is for the system log.
@@ -45,7 +45,7 @@ int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const ui
         CM_LOG(LOG_ERROR, "%s: Failed to disassoc STA", __func__);
     }
     client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " MAC_FMT " -> " MAC_FMT " [reason %d]",
-                      MAC_ARGS(bssid), MAC_ARGS(sta), reason);
+                      MAC_ARG(bssid), MAC_ARG(sta), reason);
     return 0;
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "client_mgr/mac_text.h"
+
 namespace {
 
 // What stands between '%' and the conversion's letter.
@@ -93,6 +95,10 @@ void text_buffer::put_format(const char *fmt, va_list args) {
                 put(text, c.precision >= 0 ? strnlen(text, static_cast<size_t>(c.precision)) : strlen(text));
                 break;
             }
+            case 'p':
+                fmt++;
+                put(mac_text(static_cast<const uint8_t *>(va_arg(args, const void *))).text, MAC_TEXT_LEN);
+                break;
             default:
                 put('%');
                 break;

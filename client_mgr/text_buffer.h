@@ -24,8 +24,8 @@ public:
     void put_decimal(long value);
     void put_hex(uint32_t value, int min_digits);
 
-    // As vsnprintf, for %d without width, %x with a width after 0, %s with a precision, and %%. `fmt` is checked where
-    // the caller's is.
+    // As vsnprintf, for %d without width, %x with a width after 0, %s with a precision, and %%; and %pM for the six
+    // bytes of a MAC address, which to the compiler's check of `fmt` is a pointer and a letter.
     void put_format(const char *fmt, va_list args);
 
 private:

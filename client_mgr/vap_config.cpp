@@ -51,7 +51,7 @@ void log_vap_status(const apcfg_vap &vap) {
     CM_LOG(LOG_EVENT, "vap %.16s status = %s", vap.ifname, vap.status == vap_enabled ? "AP_TRUE" : "AP_FALSE");
 }
 
-void log_bssid(const uint8_t bssid[6]) { CM_LOG(LOG_EVENT, "BSSID : " MAC_FMT, MAC_ARGS(bssid)); }
+void log_bssid(const uint8_t bssid[6]) { CM_LOG(LOG_EVENT, "BSSID : " MAC_FMT, MAC_ARG(bssid)); }
 
 void log_ssid_and_vlan(const char ssid[32], uint32_t vlan) {
     CM_LOG(LOG_EVENT, "SSID  %.32s", ssid);

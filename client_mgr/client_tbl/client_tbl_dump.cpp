@@ -1,12 +1,13 @@
 #include "client_mgr/client_tbl/client_tbl.h"
 #include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/mac_text.h"
 #include "client_mgr/pmk_text.h"
 #include "client_mgr/slot_table.h"
 
 int client_tbl_print(FILE *f, const client_info *rec) {
-    fprintf(f, "Client MAC   : %.18s (" MAC_FMT ")\n", rec->cl_mac_str, MAC_ARGS(rec->cl_mac));
-    fprintf(f, "Home Bssid   : " MAC_FMT "\n", MAC_ARGS(rec->home_bssid));
-    fprintf(f, "Assoc Bssid  : " MAC_FMT "\n", MAC_ARGS(rec->assoc_bssid));
+    fprintf(f, "Client MAC   : %.18s (%s)\n", rec->cl_mac_str, mac_text(rec->cl_mac).text);
+    fprintf(f, "Home Bssid   : %s\n", mac_text(rec->home_bssid).text);
+    fprintf(f, "Assoc Bssid  : %s\n", mac_text(rec->assoc_bssid).text);
     fprintf(f, "Home VLAN    : %d\n", rec->home_vlan);
     fprintf(f, "Assoc VLAN   : %d\n", rec->assoc_vlan);
     fprintf(f, "Client IP    : %d.%d.%d.%d\n", rec->cl_ip[0], rec->cl_ip[1], rec->cl_ip[2], rec->cl_ip[3]);

@@ -55,10 +55,17 @@ TEST(text_buffer, writes_texts_as_libc_does) {
     EXPECT_EQ("abcd", formatted(256, "%.4s", unterminated));
 }
 
+TEST(text_buffer, writes_mac_addresses) {
+    const uint8_t mac[6] = {0x00, 0x1a, 0xb0, 0x7f, 0x80, 0xff};
+    EXPECT_EQ("<00:1a:b0:7f:80:ff>M 7", formatted(256, "<%pM>M %d", static_cast<const void *>(mac), 7));
+}
+
 TEST(text_buffer, cuts_what_does_not_fit) {
-    const std::string whole = "a 12 cdef 7f end";
+    const uint8_t mac[6] = {0x02, 0, 0, 0, 0x10, 0xff};
+    const std::string whole = "a 12 cdef 7f 02:00:00:00:10:ff end";
     for (size_t room = 0; room <= whole.size() + 1; room++) {
-        EXPECT_EQ(whole.substr(0, room), formatted(room, "a %d %s %02x end", 12, "cdef", 0x7fu));
+        EXPECT_EQ(whole.substr(0, room),
+                  formatted(room, "a %d %s %02x %pM end", 12, "cdef", 0x7fu, static_cast<const void *>(mac)));
         EXPECT_EQ(std::string("-12").substr(0, room), formatted(room, "%d", -12));
     }
 }
