@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 
 namespace kx {
@@ -25,26 +26,34 @@ system_log::~system_log() {
 }
 
 void system_log::write(int priority, const char *format, va_list arguments) {
-    std::array<char, line_max> text;
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    if (dropped_ > 0) {
-        std::array<char, 64> gap;
-        std::snprintf(gap.data(), gap.size(), "%lu lines for the system log dropped", dropped_);
-        if (send_line(LOG_USER | LOG_WARNING, gap.data())) {
-            dropped_ = 0;
-        }
+    if (dropped_ > 0 && send_line(LOG_USER | LOG_WARNING, "%lu lines for the system log dropped", dropped_)) {
+        dropped_ = 0;
     }
-    if (dropped_ > 0 || !send_line(priority, text.data())) {
+    if (dropped_ > 0 || !vsend_line(priority, format, arguments)) {
         dropped_++;
     }
 }
 
+bool system_log::send_line(int priority, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    bool sent = vsend_line(priority, format, arguments);
+    va_end(arguments);
+    return sent;
+}
+
 // The line as libc's syslog sends it.
-bool system_log::send_line(int priority, const char *text) {
+bool system_log::vsend_line(int priority, const char *format, va_list arguments) {
     std::array<char, line_max + 128> line;
-    int size = std::snprintf(line.data(), line.size(), "<%d>%s %s: %s", priority, time_now(),
-                             program_invocation_short_name, text);
-    return size > 0 && send_bytes(line.data(), std::min(static_cast<std::size_t>(size), line.size() - 1));
+    char *end = line.data();
+    *end++ = '<';
+    end = std::to_chars(end, line.end(), priority).ptr;
+    *end++ = '>';
+    std::string_view head = line_head();
+    end = std::copy(head.begin(), head.end(), end);
+    int size = std::vsnprintf(end, line_max, format, arguments);
+    std::size_t text = std::min(static_cast<std::size_t>(std::max(size, 0)), line_max - 1);
+    return send_bytes(line.data(), static_cast<std::size_t>(end - line.data()) + text);
 }
 
 bool system_log::send_bytes(const char *line, std::size_t size) {
@@ -64,15 +73,17 @@ bool system_log::send_bytes(const char *line, std::size_t size) {
     return connected_ && send(fd_, line, size, MSG_NOSIGNAL) >= 0;
 }
 
-const char *system_log::time_now() {
+// "Nov  2 07:05:09 client_mgr: "
+std::string_view system_log::line_head() {
     std::time_t now = std::time(nullptr);
     if (now != second_) {
         std::tm local{};
         localtime_r(&now, &local);
-        std::strftime(time_text_.data(), time_text_.size(), "%b %e %T", &local);
+        std::size_t size = std::strftime(head_.data(), head_.size(), "%b %e %T ", &local);
+        std::snprintf(head_.data() + size, head_.size() - size, "%.64s: ", program_invocation_short_name);
         second_ = now;
     }
-    return time_text_.data();
+    return head_.data();
 }
 
 }  // namespace kx

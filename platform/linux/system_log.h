@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/ipc_endpoint.h"
 
@@ -26,16 +27,17 @@ public:
     void write(int priority, const char *format, va_list arguments);
 
 private:
-    bool send_line(int priority, const char *text);
+    [[gnu::format(printf, 3, 4)]] bool send_line(int priority, const char *format, ...);
+    bool vsend_line(int priority, const char *format, va_list arguments);
     bool send_bytes(const char *line, std::size_t size);
-    const char *time_now();
+    std::string_view line_head();
 
     ipc_address address_;
     int fd_ = -1;
     bool connected_ = false;
     unsigned long dropped_ = 0;
     std::time_t second_ = -1;
-    std::array<char, 32> time_text_{};  // of `second_`
+    std::array<char, 96> head_{};  // of `second_`
 };
 
 }  // namespace kx
