@@ -123,7 +123,7 @@ private:
         bool whole = true;                                                      // no VAP's list is missing
     };
     static report read_report(const message &from);
-    presence look_up(const report &, const mac_address &station) const;
+    presence look_up(const mac_address &ap, const report &, const mac_address &station) const;
     void ask_for_report(const mac_address &ap);
     void take_report(const mac_address &ap, const report &);
     void take_finding(const mac_address &ap, const report &, const doubts::finding &);

@@ -70,12 +70,14 @@ site::report site::read_report(const message &from) {
     return read;
 }
 
-presence site::look_up(const report &read, const mac_address &station) const {
+presence site::look_up(const mac_address &ap, const report &read, const mac_address &station) const {
     if (read.stations.contains(station)) {
         return presence::present;
     }
     const auto known = clients_.find(station);
-    const bool cut = known != clients_.end() && read.cut.contains(known->second.now.bssid);
+    const bool is_here = known != clients_.end() && known->second.now.ap == ap;
+    // One that may just be coming can be on any of the VAPs.
+    const bool cut = is_here ? read.cut.contains(known->second.now.bssid) : !read.cut.empty();
     return read.whole && !cut ? presence::absent : presence::unclear;
 }
 
@@ -84,7 +86,7 @@ void site::take_report(const mac_address &ap, const report &read) {
     if (!state.in_doubt.awaits_report()) {
         return;
     }
-    const auto findings = state.in_doubt.settle([&](const mac_address &station) { return look_up(read, station); });
+    const auto findings = state.in_doubt.settle([&](const mac_address &station) { return look_up(ap, read, station); });
     if (!state.caught_up) {
         state.caught_up = true;
         catch_up(ap, read);
@@ -131,7 +133,7 @@ void site::catch_up(const mac_address &ap, const report &read) {
         take_station(ap, station, where.first, where.second);
     }
     for (const auto &[station, known] : clients_) {
-        if (known.now.ap == ap && look_up(read, station) == presence::absent) {
+        if (known.now.ap == ap && look_up(ap, read, station) == presence::absent) {
             aps_[ap].in_doubt.missed(station);
         }
     }

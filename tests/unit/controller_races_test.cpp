@@ -28,6 +28,15 @@ lines entry_for(const char *ap, const std::string &entry) {
     return {std::string(ap) + " CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS\n     client=s1 " + entry};
 }
 
+// As many stations of a10 as the driver lists.
+std::vector<station_at> crowd() {
+    std::vector<station_at> stations;
+    for (unsigned n = 0; n < 105; n++) {
+        stations.push_back({a10, {6, 0, 0, 2, 0, static_cast<std::uint8_t>(n)}, ip1});
+    }
+    return stations;
+}
+
 // How many ticks pass before A is asked for a report; more than 10 when it is not.
 int ticks_until_asked(site_rig &rig) {
     int ticks = 1;
@@ -57,6 +66,14 @@ TEST(CrossedRemoval, IsFoundOutByAReport) {
     EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
     EXPECT_EQ(rig.site.unsettled(), 0u);
     EXPECT_EQ(ticks_until_asked(rig), 11);
+}
+
+TEST(CrossedRemoval, IsNotSeenInAReportThatMayLackStations) {
+    site_rig rig = returned();
+    EXPECT_EQ(rig.reports(A, crowd()),
+              lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10"});
+    EXPECT_EQ(rig.where(s1), s1_home);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
 TEST(CrossedRemoval, ThatTookTheStationFromTheTableAloneGivesItBack) {
@@ -245,11 +262,7 @@ TEST(Fetch, IsNotJudgedByAReportThatMayLackStations) {
     rig.fetches(A, a10, s1);
     rig.associates(A, a10, s1);
     EXPECT_EQ(ticks_until_asked(rig), 5);
-    std::vector<station_at> crowd;
-    for (unsigned n = 0; n < 105; n++) {
-        crowd.push_back({a10, {6, 0, 0, 2, 0, static_cast<std::uint8_t>(n)}, ip1});
-    }
-    rig.reports(A, crowd);
+    rig.reports(A, crowd());
     EXPECT_EQ(rig.site.unsettled(), 0u);
     EXPECT_EQ(rig.where(s1), s1_home);
 }
