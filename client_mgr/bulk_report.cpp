@@ -74,7 +74,6 @@ bool read_vap(const char *name, uint8_t rec_type, apcfg_vap &vap, vap_record &re
     }
     log_vap_status(vap);
     uint8_t bssid[6];
-    vap.ifname[sizeof vap.ifname - 1] = '\0';
     if (client_mgr_get_bssid(bssid, vap.ifname) != 0) {
         return false;
     }
@@ -164,7 +163,8 @@ void client_mgr_send_bulk_info(void) {
         CM_LOG(LOG_ERROR, "No room for %d VAPs and %d stations in the bulk info", static_cast<int>(vaps_left_out),
                static_cast<int>(stations_left_out));
     }
-    // The VAP table's own count is overwritten: VAPs that could not be read just now are not searched any more.
+    // The VAP table's own count is overwritten: for each VAP that is left out, one entry at the table's end is not
+    // searched any more.
     g_cfg.num_vaps = msg.records();
     if (msg.send() != 0) {
         CM_LOG(LOG_ERROR, "Error sending bulk info");

@@ -167,6 +167,27 @@ SIM_TEST(bulk_clients, reports_a_vap_without_stations_when_the_driver_fails) {
                     2, first_record() + list_record(BSSID_2, "second", 0x0304, entry(CLIENT, zeros(4)))))});
 }
 
+SIM_TEST(bulk_clients, asks_the_driver_by_the_name_in_the_vaps_record) {
+    have_ath0(sim);
+    for (const std::string name : {"wifi0", "wifi0vap-1234567"}) {
+        memcpy(sim.vaps[0].record.ifname, padded(name, 16).data(), 16);
+        sim.hwaddr = {{name, mac_bytes(BSSID)}};
+        sim.stations = {{name, station(CLIENT)}};
+        client_mgr_send_bulk_info();
+        sim.expect(
+            {begun(1), vap_read(name, BSSID, "first", 258), listed(seen(CLIENT), name), sent(entry(CLIENT, zeros(4)))});
+    }
+}
+
+SIM_TEST(bulk_clients, takes_any_result_of_the_driver_that_is_not_negative) {
+    have_ath0(sim);
+    sim.stations["ath0"] = station(CLIENT);
+    sim.fail_nth("ioctl", 2, 1);
+    client_mgr_send_bulk_info();
+    sim.expect(
+        {begun(1), first_vap(), failed(asked_driver(), 1), did("close"), seen(CLIENT), sent(entry(CLIENT, zeros(4)))});
+}
+
 SIM_TEST(bulk_clients, goes_to_the_driver_without_a_socket) {
     have_ath0(sim);
     sim.stations["ath0"] = station(CLIENT);

@@ -144,6 +144,18 @@ SIM_TEST(bulk_config, takes_names_and_ssids_without_terminator) {
                 to_controller(bulk_message(1, config_record(BSSID, ssid, 0xfffe)))});
 }
 
+// Its record's name, which may fill its field, and not the list's.
+SIM_TEST(bulk_config, reads_a_vap_by_the_name_in_its_record) {
+    ready_to_talk();
+    have_interface(sim, "ath0", "first", 0x0102, BSSID);
+    for (const std::string name : {"wifi0", "wifi0vap-1234567"}) {
+        memcpy(sim.vaps[0].record.ifname, padded(name, 16).data(), 16);
+        sim.hwaddr = {{name, mac_bytes(BSSID)}};
+        client_mgr_send_bulk_cfg();
+        sim.expect({begun(1), vap_read(name, BSSID, "first", 258), to_controller(bulk_message(1, first_record()))});
+    }
+}
+
 SIM_TEST(bulk_config, reports_as_many_vaps_as_can_be_listed) {
     ready_to_talk();
     steps all;
