@@ -106,6 +106,9 @@ int client_mgr_captive_msg_send(const uint8_t mac[6], const char *captive_text, 
 
 // --- VAP configuration (vap_config.cpp)
 
+// Loads the VAP table: the first CLIENT_MGR_MAX_VAPS of the configuration's VAPs that can be read; how many of the list
+// are left then is said in one level-1 line. While the controller cannot be talked to the table stays as it is, on
+// purpose.
 void client_mgr_vap_init(void);
 // `ifname`: 12 bytes, compared as memory. Returns 0 when the VAP was reported or is not one of ours, else -1.
 int client_mgr_vap_update(const char *ifname);
@@ -115,9 +118,13 @@ int client_mgr_get_vap_idx(const uint8_t bssid[6], uint32_t *idx);
 // --- bulk reports (bulk_report.cpp)
 
 void client_mgr_send_bulk_cfg(void);
+// What does not fit into CLIENT_MGR_BUF_SIZE bytes is left out of the message, which one level-1 line says. Sets
+// g_cfg.num_vaps to the number of records.
 void client_mgr_send_bulk_info(void);
-// Fills the station count and the entries behind `rec` from the driver's list for `ifname`; `room` bytes may be written
-// behind the record's fixed part, and stations for which they do not suffice are counted in *left_out.
+// Fills the station count and the entries behind `rec` from the driver's list for `ifname` (NUL-terminated unless it
+// fills 16 bytes); `room` bytes may be written behind the record's fixed part, and stations for which they do not
+// suffice are counted in *left_out. The walk over the list ends behind a station whose record has length 0 or runs past
+// the list's end.
 // Returns 0, or -1 when the driver gave no list.
 int client_mgr_get_client_bulk_info(vap_client_list_record *rec, const char *ifname, uint32_t room, uint32_t *left_out);
 

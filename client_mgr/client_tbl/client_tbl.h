@@ -9,7 +9,7 @@
 // client_info::flag
 enum : uint32_t {
     CLIENT_FLAG_LOCAL = 0x01,    // associated to a VAP of this access point as its home
-    CLIENT_FLAG_FOREIGN = 0x02,  // learnt from the controller: the client's home is another access point
+    CLIENT_FLAG_FOREIGN = 0x02,  // learnt from the controller, or asked of it: the home is another access point
     CLIENT_FLAG_TUNNEL = 0x08,   // bridged through the tunnel, because its VLAN differs from its home VLAN
     CLIENT_FLAG_PMK = 0x10,      // pmk is valid
     CLIENT_FLAG_GUEST = 0x20,    // associated to a guest VAP and not authorised yet
