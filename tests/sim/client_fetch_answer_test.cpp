@@ -131,18 +131,29 @@ SIM_TEST(client_info_answer, for_another_home_vlan_tunnels_the_client) {
     expect_stored(expected);
 }
 
-// The link went down since: home data are kept for the next re-association, which sets the VAP index.
+// The link went down since: home data are kept for the next re-association, which sets the VAP index; until then it is
+// that of VAP 0, here of a client on VAP 1.
 SIM_TEST(client_info_answer, is_kept_though_the_roam_cannot_be_completed) {
     have_two_vaps();
     whenever_not_ready([&] {
         client_info client = placeholder();
+        // Nothing of these outlives the answer.
         client.bssid_idx = 9;
+        client.home_vlan = 10;
+        client.assoc_vlan = 11;
+        client.flag = 0x29;
+        set_bytes(client.cl_ip, hex("08090a0b"));
+        set_bytes(client.pmk, other_pmk_bytes());
         have_client(sim, client);
-        const bytes list = client_list({answer()});
+        listed_client on_vap_1 = answer();
+        on_vap_1.bssid = BSSID_2;
+        const bytes list = client_list({on_vap_1});
         sim.controller(one_record(15, list));
         sim.expect({info_receipt(list, 1), restored(CLIENT, 0)});
         client_info expected = at_home(0x12, pmk_bytes());
         set_mac(expected.home_bssid, HOME);
+        set_mac(expected.assoc_bssid, BSSID_2);
+        expected.assoc_vlan = 200;
         expect_stored(expected);
     });
 }

@@ -133,6 +133,40 @@ SIM_TEST(foreign_association, on_another_vlan_tunnels_the_client_home) {
     expect_stored(arrived(roaming(0, 300), 0x1a));
 }
 
+SIM_TEST(foreign_association, is_to_the_vap_that_has_the_bssid) {
+    have_two_vaps();
+    client_info expected = roaming(0x01, 200);
+    set_mac(expected.assoc_bssid, BSSID_2);
+    expected.assoc_vlan = 200;
+    expected.bssid_idx = 1;
+    const steps reported =
+        taken_up(BSSID_2) + foreign_update(5, CLIENT, BSSID_2, ELSEWHERE, IP) + client_update_at(CLIENT, 0);
+    const steps told = captive_msg(CLIENT, "portal one", 167, 1);
+    const auto announced = [](int vlan, const char *ip) {
+        return adding_to_bridge("client_mgr_send_assoc_foreign_msg", CLIENT, BSSID_2, vlan) +
+               log(3, std::string("Client IP ") + ip);
+    };
+
+    have_client(sim, roaming(0x02, 200));
+    sim.local(64, notice(BSSID_2));
+    sim.expect(
+        {reported, announced(200, "0x0a5b5c5d"), bridge_add(CLIENT, "ath1", "eth0", 200, "10.91.92.93", 0), told});
+    set_mac(expected.home_bssid, BSSID_2);
+    expect_stored(expected);
+
+    have_client(sim, roaming(0x02, 100));
+    sim.local(64, notice(BSSID_2));
+    sim.expect({reported, announced(100, "0x00000000"), bridge_add(CLIENT, "ath1", "tun0", 100, "0.0.0.0", 1), told});
+    set_mac(expected.home_bssid, "e0:e1:e2:e3:e4:e5");
+    expected.home_vlan = 100;
+    expected.flag = 0x0a;
+    expect_stored(expected);
+
+    have_client(sim, roaming(0x22, 100));
+    sim.local(64, notice(BSSID_2));
+    sim.expect({taken_up(BSSID_2), sta_disassoc("ath1", BSSID_2, CLIENT, 1)});
+}
+
 SIM_TEST(foreign_association, turns_the_flags_as_the_home_vlan_demands) {
     have_two_vaps();
     for (const transition &t : TRANSITIONS) {
@@ -190,6 +224,33 @@ SIM_TEST(foreign_association, writes_the_known_address_into_the_notification) {
     const uint8_t *field = g_cfg.ipc_rx_buf + IPC_HDR_SIZE + 34;
     EXPECT_EQ(IP, bytes(field, field + 4));
     EXPECT_EQ(0, field[4]);
+}
+
+// The receive buffer is zero past a message: what is missing of a short one is zero.
+SIM_TEST(foreign_association, may_be_cut_at_any_length) {
+    have_two_vaps();
+    for (size_t len = 0; len <= 38; len++) {
+        SCOPED_TRACE(len);
+        have_client(sim, roaming(0x12, 100));
+        sim.local(64, first(notice(), len));
+        const bytes seen = first(notice(), len) + zeros(38 - len);
+        const std::string mac = mac_text(&seen[16]);
+        const std::string bssid = mac_text(&seen[22]);
+        const std::string last = mac_text(&seen[28]);
+        const steps heard =
+            syslog(14, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [Last BSS " + last + "]");
+        if (len < 22) {
+            sim.expect({receipt(), client_lookup(mac, false), log(3, "Unable to find client, req cntlr"),
+                        log(1, "Invalid ap bssid in assoc msg")});
+        } else if (len < 28) {
+            sim.expect({receipt(), client_lookup(mac, true), heard,
+                        syslog(10, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [Invalid BSS]"),
+                        log(1, "Invalid ap bssid in foreign assoc msg")});
+        } else {
+            sim.expect({receipt(), client_lookup(mac, true), heard, foreign_update(5, CLIENT, BSSID, last, IP),
+                        client_update_at(CLIENT, 0), bridged_locally(), portal_told()});
+        }
+    }
 }
 
 SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_told) {

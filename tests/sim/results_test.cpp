@@ -33,6 +33,18 @@ SIM_TEST(results, of_client_lists_are_0_whatever_is_in_them) {
     sim.forget();
 }
 
+SIM_TEST(results, of_fetch_answers_are_0_whatever_is_in_them) {
+    have_two_vaps();
+    have_client(sim, client_of(CLIENT));
+    for (int pmk_only : {0, 1}) {
+        for (const std::string_view bssid : {BSSID, ELSEWHERE}) {
+            bytes record = ctrlr_record(0, client_list({{CLIENT, ELSEWHERE, bssid}}));
+            EXPECT_EQ(0, client_mgr_proc_fetch_cl_info(record.data(), pmk_only));
+        }
+    }
+    sim.forget();
+}
+
 SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not) {
     EXPECT_EQ(-1, updated("ath0")) << "not ready";
     have_two_vaps();

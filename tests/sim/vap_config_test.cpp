@@ -12,6 +12,7 @@ const steps NOT_READY = log(1, "Not yet ready to talk to controller");
 
 const bytes BSSID_0 = hex("0a 1b 2c 3d 4e 50");
 const bytes BSSID_1 = hex("0a 1b 2c 3d 4e 61");
+constexpr const char *BSSID_OF_MANY = "0a:1b:2c:3d:4e:72";
 
 steps got(int count) { return log(3, "Got " + std::to_string(count) + " vap configuration"); }
 
@@ -204,23 +205,43 @@ SIM_TEST(vap_config, a_name_of_12_characters_has_no_terminator) {
     EXPECT_EQ(10U, g_cfg.vaps[0].vlan) << "the member behind the name";
 }
 
-// More interfaces than entries, as many as an 8-bit count can name.
+SIM_TEST(vap_config, a_vap_goes_by_the_name_in_its_record) {
+    ready_to_talk();
+    sim.vaps = {apcfg_entry("ath0", "home", 10)};
+    for (const std::string name : {"wifi0", "wifi0vap-1234567"}) {
+        memcpy(sim.vaps[0].record.ifname, padded(name, 16).data(), 16);
+        const std::string kept = name.substr(0, 12);
+        sim.hwaddr = {{kept, BSSID_0}};
+        client_mgr_vap_init();
+        steps all = loaded(kept, "0a:1b:2c:3d:4e:50", "home", 10);
+        all[0] = log(3, "vap " + name + " status = AP_TRUE")[0];
+        sim.expect({INITIALISING, got(1), all});
+        EXPECT_EQ(kept, name_of(g_cfg.vaps[0]));
+    }
+}
+
+// Up to as many interfaces as an 8-bit count can name.
 SIM_TEST(vap_config, stops_at_16_vaps) {
     ready_to_talk();
+    steps first_16;
     for (unsigned i = 0; i < 255; i++) {
         const std::string name = "ath" + std::to_string(i);
         sim.vaps.push_back(apcfg_entry(name, name, static_cast<uint16_t>(100 + i)));
-        sim.hwaddr[name] = hex("0a 1b 2c 3d 4e") + bytes{static_cast<uint8_t>(i)};
+        sim.hwaddr[name] = mac_bytes(BSSID_OF_MANY);
+        if (i < 16) {
+            first_16 = first_16 + loaded(name, BSSID_OF_MANY, name, static_cast<int>(100 + i));
+        }
     }
     memset(g_cfg.ctrlr_msg_buf, 0xa5, 256);
-    client_mgr_vap_init();
-    EXPECT_EQ(16U, g_cfg.num_vaps);
-    for (unsigned i = 0; i < 16; i++) {
-        EXPECT_EQ("ath" + std::to_string(i), name_of(g_cfg.vaps[i]));
+    for (int left_out : {239, 1, 0}) {
+        sim.vaps.resize(static_cast<size_t>(16 + left_out));
+        client_mgr_vap_init();
+        const std::string complaint = "No room for " + std::to_string(left_out) + " of the VAPs";
+        sim.expect({INITIALISING, got(16 + left_out), first_16, left_out > 0 ? log(1, complaint) : steps{}});
+        EXPECT_EQ(16U, g_cfg.num_vaps);
+        EXPECT_EQ("ath15", name_of(g_cfg.vaps[15]));
+        EXPECT_EQ(bytes(256, 0xa5), bytes(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + 256)) << "what lies behind";
     }
-    EXPECT_EQ(bytes(256, 0xa5), bytes(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + 256)) << "what lies behind";
-    const std::vector<std::string> effects = sim.take_effects();
-    EXPECT_EQ(16, std::count(effects.begin(), effects.end(), "socket"));
 }
 
 SIM_TEST(vap_config, the_first_16_that_can_be_read_are_taken) {
