@@ -326,6 +326,23 @@ SIM_TEST(vap_config, an_update_reports_the_vap_with_its_bssid_read_afresh) {
     EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(vap.bssid, vap.bssid + 6)) << "the entry is not refreshed";
 }
 
+// A VAP that moved up, because one before it cannot be read any more, leaves an old entry behind.
+SIM_TEST(vap_config, an_update_reports_the_first_entry_of_that_name) {
+    have_two_vaps(sim);
+    client_mgr_vap_init();
+    sim.vaps[0].readable = false;
+    sim.vaps[1] = apcfg_entry("ath1", "renamed", 30);
+    client_mgr_vap_init();
+    sim.forget();
+    EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
+    EXPECT_EQ("ath1", name_of(g_cfg.vaps[1]));
+    EXPECT_EQ(0, client_mgr_vap_update("ath1\0\0\0\0\0\0\0"));
+    sim.expect({log(3, "Rcvd vap update for ath1"), read_hwaddr("ath1"), log(3, "BSSID : 0a:1b:2c:3d:4e:61"),
+                log(3, "SSID  renamed"), log(3, "VLAN  30"),
+                to_controller(hex("01 0e 00 0001 00 003c a0a1a2a3a4a5  01 04 002e  0a1b2c3d4e61") +
+                              padded("renamed", 32) + hex("0000001e"))});
+}
+
 SIM_TEST(vap_config, an_update_of_an_unknown_interface_ends_with_its_receipt) {
     have_two_vaps(sim);
     client_mgr_vap_init();
