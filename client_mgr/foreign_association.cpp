@@ -29,7 +29,6 @@ void take_over(client_info &client, uint8_t *payload, bridge_entry &entry) {
     }
     entry.device = "eth0";
     memcpy(entry.ip, client.cl_ip, sizeof entry.ip);
-    entry.tunnel = 0;
 }
 
 // The VAP is on another VLAN: the client's traffic is carried to its home VLAN.
