@@ -1,4 +1,4 @@
-// The daemon: its one global state block and the functions that its parts, and only they, call of one another.
+// The daemon: its one global state block, and the functions that its parts call of one another and give the platform.
 #ifndef CLIENT_MGR_H
 #define CLIENT_MGR_H
 
@@ -39,8 +39,9 @@ struct client_mgr_cfg {
     uint32_t num_vaps;  // valid entries of vaps; a bulk report may leave any number here
     uint8_t ap_mac[6];
     vap_cfg vaps[CLIENT_MGR_MAX_VAPS];
-    uint8_t ctrlr_msg_buf[CLIENT_MGR_BUF_SIZE];  // copy of the controller message being processed, zero past its end
-    uint8_t ipc_rx_buf[CLIENT_MGR_BUF_SIZE];     // receive buffer of the local endpoint
+    // Copy of the controller message being processed, zero past its end; erased afterwards if it may have carried keys.
+    uint8_t ctrlr_msg_buf[CLIENT_MGR_BUF_SIZE];
+    uint8_t ipc_rx_buf[CLIENT_MGR_BUF_SIZE];  // receive buffer of the local endpoint
 };
 // A moved-away client's captive text is read one entry past the VAPs, that is, inside ctrlr_msg_buf (move_notify.cpp).
 static_assert(offsetof(client_mgr_cfg, vaps) == 20);
@@ -62,7 +63,7 @@ int client_mgr_main(void);
 // Value of a hexadecimal digit; 0 for any other character.
 int client_mgr_char_to_ascii(char c);
 // Six bytes from text: pairs of hexadecimal digits, each with or without a ':' behind it. The text is not checked;
-// another character counts as 0 and the text ends at its NUL.
+// another character counts as 0 and the text ends at its NUL. At most 18 characters are read.
 void client_mgr_mac_str_to_bin(const char *text, uint8_t mac[6]);
 // Hex dump to standard output, for a debugger's use.
 void dump_buf(const uint8_t *buf, uint32_t len);

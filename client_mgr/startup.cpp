@@ -29,7 +29,6 @@ void learn_ap_mac() {
         CM_LOG(LOG_ERROR, "Error retrieving the AP mac address");
         exit(-1);
     }
-    text[sizeof text - 1] = '\0';
     client_mgr_mac_str_to_bin(text, g_cfg.ap_mac);
 }
 
