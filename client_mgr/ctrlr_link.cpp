@@ -107,9 +107,6 @@ bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len) {
 }
 
 const uint8_t *ctrlr_body_bytes(const uint8_t *rec, size_t len) {
-    if (!ctrlr_readable(rec, 0, sizeof(ctrlr_rec_hdr))) {
-        return nullptr;
-    }
     const size_t offset = reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len;
     return ctrlr_readable(rec, offset, len) ? rec + offset : nullptr;
 }

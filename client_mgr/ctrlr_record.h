@@ -12,7 +12,7 @@
 // it. If not, one line at level 1 says so.
 bool ctrlr_readable(const uint8_t *p, size_t offset, size_t len);
 
-// The first `len` bytes of a record's body; null when they may not be read.
+// The first `len` bytes of the body of a record whose header may be read; null when they may not.
 const uint8_t *ctrlr_body_bytes(const uint8_t *rec, size_t len);
 
 template <class Body>

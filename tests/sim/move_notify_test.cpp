@@ -61,7 +61,7 @@ int process(const bytes &record_body) {
 
 SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
     uint8_t *end = g_cfg.ctrlr_msg_buf + sizeof(g_cfg.ctrlr_msg_buf);
-    for (std::ptrdiff_t left : {1, 2, 3}) {
+    for (std::ptrdiff_t left : {4, 5, 6}) {
         EXPECT_EQ(-1, client_mgr_process_move_notify(end - left));
         sim.expect({LEAVES_BUFFER});
     }
