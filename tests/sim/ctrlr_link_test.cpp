@@ -104,6 +104,22 @@ SIM_TEST(ctrlr_link, status_0_takes_the_link_down) {
     EXPECT_EQ(0U, g_cfg.ctrlr_ip);
 }
 
+TEST(ctrlr_link, a_status_counts_before_it_is_logged) {
+    site sim(3);
+    for (uint32_t status : {1U, 0U}) {
+        int lines = 0;
+        sim.on("log", [&] {
+            lines++;
+            EXPECT_EQ(2 * status, g_cfg.status_flags);
+            EXPECT_EQ(status * 0x0a0b0c0d, g_cfg.ctrlr_ip);
+        });
+        sim.controller_status(0x0a0b0c0d, status);
+        EXPECT_EQ(1, lines);
+    }
+    sim.forget();
+    sim.check_end();
+}
+
 SIM_TEST(ctrlr_link, any_other_status_is_ignored) {
     ready_to_talk();
     for (uint32_t status : {2U, 3U, 256U, 0x01000000U, 0xffffffffU}) {
@@ -193,7 +209,7 @@ SIM_TEST(ctrlr_link, a_message_that_may_carry_keys_is_erased_once_it_is_handled)
 
 SIM_TEST(ctrlr_link, a_message_of_fewer_than_3_bytes_is_dropped) {
     // What it lacks shows as 0.
-    for (const auto &[msg, version] : {std::pair("", 0), {"01", 1}, {"07", 7}, {"07 0e", 7}}) {
+    for (const auto &[msg, version] : {std::pair("", 0), {"01", 1}, {"01 0e", 1}, {"07", 7}, {"07 0e", 7}}) {
         sim.controller(hex(msg));
         sim.expect({RECEIVED, invalid(version, 0)});
     }

@@ -80,6 +80,15 @@ SIM_TEST(local_dispatch, system_ready_sets_both_bits) {
     }
 }
 
+TEST(local_dispatch, system_ready_is_logged_before_it_counts) {
+    site sim(3);
+    sim.on("log", [] { EXPECT_EQ(0U, g_cfg.status_flags); });
+    client_mgr_sys_ready_rcvd();
+    EXPECT_EQ(3U, g_cfg.status_flags);
+    sim.expect({log(3, "Received System Ready")});
+    sim.check_end();
+}
+
 SIM_TEST(local_dispatch, system_init_registers_with_the_controller_channel) {
     sim.local(17, {});
     sim.expect({notified("17"), log(3, "Received System Init"), did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"),
@@ -330,12 +339,14 @@ SIM_TEST(local_dispatch, the_dump_spares_a_file_that_has_another_name) {
 
 SIM_TEST(local_dispatch, a_pipe_in_the_dumps_place_does_not_stop_the_daemon) {
     ASSERT_EQ(0, mkfifo(sim.dump_path().c_str(), 0600));
+    ASSERT_EQ(0, chmod(sim.dump_path().c_str(), 0644));
     request_dump(sim);
     const int reader = open(sim.dump_path().c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_LE(0, reader);
     request_dump(sim);
     char byte;
     EXPECT_EQ(0, read(reader, &byte, 1)) << "nothing was written, and the pipe is closed again";
+    EXPECT_EQ(0644U, permissions(sim.dump_path())) << "left as it is";
     close(reader);
 }
 
