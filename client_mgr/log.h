@@ -17,15 +17,15 @@ enum {
 // Writes one line whatever the level. `fmt` ends in a newline.
 [[gnu::format(printf, 2, 3)]] void client_mgr_log_line(const char *module, const char *fmt, ...);
 
-// Logs printf-like text, given without its newline, at level `severity`. Above the configured level the arguments are
-// not evaluated and the call costs one comparison.
+// Logs text with the conversions of text_buffer.h, given without its newline, at level `severity`. Above the configured
+// level the arguments are not evaluated and the call costs one comparison.
 #define CM_LOG(severity, fmt, ...)                                                 \
     do {                                                                           \
         if (kx_log_conf_data.level >= (severity))                                  \
             client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
-// Writes one line to the system log; `priority` as syslog takes it.
+// Writes one line to the system log, with the same conversions; `priority` as syslog takes it.
 [[gnu::format(printf, 2, 3)]] void client_mgr_syslog(int priority, const char *fmt, ...);
 
 // A MAC address in the text of a line or a command: "02:00:00:00:10:00". MAC_ARG takes its six bytes.

@@ -23,8 +23,9 @@ typedef struct kx_log_conf {
 #define KX_LOG_CFG_BODY_SIZE 2060
 
 extern kx_log_conf kx_log_conf_data;
-/* The open log stream, null when there is none. The daemon hands it whole lines, with one fwrite and an fflush each. A
- * port that leaves it unbuffered has no keys in a stream's buffer: a line about a PMK add shows one. */
+/* The open log stream, null when there is none. The daemon hands it whole lines, with one fwrite and an fflush each,
+ * and rewinds it: a stream opened for appending would grow for ever. No other thread may use it. A port that leaves it
+ * unbuffered has no keys in a stream's buffer: a line about a PMK add shows one. */
 extern FILE *log_file_name;
 /* Bytes written to the log file since it was last rewound; kept by the writer of the lines. */
 extern uint32_t cur_log_size;
