@@ -6,10 +6,11 @@
 namespace sim {
 namespace {
 
-int pmk_add(std::string_view bssid) {
-    bytes msg = big32(2) + mac_bytes(bssid) + zeros(6) + mac_bytes(CLIENT) + pmk_bytes();
-    return client_mgr_handle_pmk_add(msg.data());
+bytes key_message(uint32_t sub_type, std::string_view bssid) {
+    return big32(sub_type) + mac_bytes(bssid) + zeros(6) + mac_bytes(CLIENT) + pmk_bytes();
 }
+
+int handled_locally(int (*handler)(uint8_t *payload), bytes payload) { return handler(payload.data()); }
 
 int updated(std::string_view ifname) {
     const bytes name = padded(ifname, 12);
@@ -59,10 +60,36 @@ SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not
 
 SIM_TEST(results, of_a_key_added_tell_whether_it_was_stored) {
     have_two_vaps();
-    EXPECT_EQ(0, pmk_add(BSSID));
-    EXPECT_EQ(-1, pmk_add(ELSEWHERE));
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_add, key_message(2, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(2, ELSEWHERE)));
     sim.fail_nth("apcomm_send_msg", 1);
-    EXPECT_EQ(-1, pmk_add(BSSID));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(2, BSSID)));
+    sim.forget();
+}
+
+SIM_TEST(results, of_a_key_message_are_those_of_its_handler) {
+    have_two_vaps();
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(2, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(2, ELSEWHERE)));
+    // From here on the key is known: hostapd gets it, whatever the BSSID.
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(1, ELSEWHERE)));
+    sim.fail_nth("hostapd_config_open_connection", 1);
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(1, BSSID)));
+    client_tbl_drv_mac_delete(0);
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(1, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(1, ELSEWHERE)));
+    sim.forget();
+}
+
+SIM_TEST(results, of_a_mac_acl_question_tell_whether_the_controller_was_asked) {
+    const bytes mac = mac_bytes(CLIENT);
+    const bytes data = hex("3031");
+    const auto ask = [&] {
+        return client_mgr_get_acl_info_frm_ctrlr(mac.data(), mac.data(), mac.data(), 0, 0, 0, 0, 2, data.data(), 27);
+    };
+    EXPECT_EQ(0, ask());
+    sim.fail_nth("apcomm_send_msg", 1);
+    EXPECT_EQ(-1, ask());
     sim.forget();
 }
 
