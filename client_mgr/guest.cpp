@@ -68,9 +68,6 @@ void client_mgr_send_client_ip_msg(uint8_t *payload) {
 }
 
 void client_mgr_proc_client_guest_auth(uint8_t *rec) {
-    struct guest_auth_body {
-        uint8_t client[6];
-    };
     const auto *body = ctrlr_body<guest_auth_body>(rec);
     if (body == nullptr) {
         return;

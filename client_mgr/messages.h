@@ -243,6 +243,12 @@ struct moved_body {
 };
 static_assert(sizeof(moved_body) == 20 && offsetof(moved_body, new_bssid) == 13);
 
+// Body of type 24.
+struct guest_auth_body {
+    uint8_t client[6];
+};
+static_assert(sizeof(guest_auth_body) == 6);
+
 // Body of types 27 and 28, followed by the opaque data: 128 bytes in type 27, data_len bytes in type 28.
 struct acl_auth_body {
     be32 verdict;  // 1: allowed; of the request: 0xffffffff
