@@ -164,6 +164,7 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec);
 
 // --- controller synchronisation (ctrlr_sync.cpp)
 
+// Both return 0.
 int client_mgr_proc_bulk_info(uint8_t *rec);
 int client_mgr_proc_remove_cl_bulk_info(uint8_t *rec);
 
@@ -174,25 +175,27 @@ int client_mgr_process_move_notify(uint8_t *rec);
 
 // --- PMK caching (pmk_cache.cpp)
 
-// `payload`: pmk_info_message, writable. Returns the sub-handler's result, or 2 when the message is ignored:
-// an unknown sub-type, or the controller cannot be talked to.
+// `payload`: pmk_info_message, writable; its key is erased in the end. Returns the sub-handler's result, or 2 when the
+// message is ignored: an unknown sub-type, or the controller cannot be talked to.
 int client_mgr_handle_pmk_info(uint8_t *payload);
+// Returns 0, or -1 when the controller could not be told or the BSSID is not ours.
 int client_mgr_handle_pmk_add(uint8_t *payload);
+// Writes the answer for hostapd over the message. Returns 0 when hostapd was answered or the controller asked, else -1.
 int client_mgr_handle_pmk_fetch(uint8_t *payload);
 
 // --- MAC ACL authentication (mac_acl.cpp)
 
 // `payload`: acl_auth_request with its data behind it.
 void client_mgr_handle_acl_auth(uint8_t *payload);
-// Asks the controller. At most 128 bytes of `data` are sent; the length field carries data_length.
-// Returns 0, or -1 when the send failed.
+// Asks the controller. At most 128 bytes of `data` are sent; the length field carries data_length. Of `record_type` the
+// low byte is sent. Returns 0, or -1 when the send failed.
 int client_mgr_get_acl_info_frm_ctrlr(const uint8_t *client_mac, const uint8_t *bssid, const uint8_t *ap_mac,
                                       uint32_t vap_index, uint32_t radius_idx, uint32_t mac_acl_idx,
                                       uint32_t radius_acl_type, uint32_t data_length, const uint8_t *data,
                                       uint32_t record_type);
 void client_mgr_proc_client_acl_auth_resp(uint8_t *rec);
-// Hands a verdict to the driver, which finds the client by `data` (at most 128 bytes of it are handed over), not by
-// client_mac.
+// Hands a verdict to the driver, which finds the client by `data`, not by client_mac. At most 128 bytes of `data` are
+// handed over; the length field carries data_length.
 // Returns 0, or -1 when the BSSID is not ours or the driver refused.
 int client_mgr_acl_auth_resp(uint32_t verdict, const uint8_t *client_mac, const uint8_t *bssid, const uint8_t *data,
                              uint32_t data_length);

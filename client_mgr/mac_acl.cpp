@@ -23,7 +23,7 @@ static_assert(driver_acl_verdict == 0x89FC);
 // In the host's order, as the driver reads it.
 struct acl_auth_verdict_record {
     uint32_t verdict;
-    uint32_t data_len;
+    uint32_t data_len;  // as it was given, which may be more than there is room for
     uint8_t data[ACL_AUTH_DATA_MAX];
 };
 static_assert(sizeof(acl_auth_verdict_record) == 136);
