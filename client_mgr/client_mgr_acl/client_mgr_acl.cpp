@@ -48,6 +48,7 @@ struct verdicts {
         const int32_t head = client_acl_hash[bucket];
         printf(" detected likely loop. hash_index=%u, client_acl_hash[%u]=%d\n", bucket, bucket, head);
         printf(" client_acl_cache[%d].hash_next=%d\n", head, client_acl_keys[head].next);
+        fflush(stdout);
     }
     // Unlike the client table, the cache never takes a slot back from the deleted list.
     static void restore(int32_t) {}

@@ -57,6 +57,7 @@ struct clients {
         printf("ap_mgr_lock_find_client_bin: detected likely loop. hash_index=%u, client_hash_tbl[%u]=%d\n", bucket,
                bucket, head);
         printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head, client_key_tbl[head].next);
+        fflush(stdout);
     }
     static void restore(int32_t idx) { client_tbl_restore_deleted(idx); }
 };

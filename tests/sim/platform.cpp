@@ -186,6 +186,7 @@ ending platform::main() {
         end = {true, exit_status};
     }
     inside_main = false;
+    fflush(stdout);  // as the end of the process does
     return end;
 }
 
@@ -331,7 +332,7 @@ void platform::write_console(std::string_view chunk) {
 void platform::take_stdout() {
     const cookie_io_functions_t functions = {nullptr, console_written, nullptr, nullptr};
     stdout = fopencookie(this, "w", functions);
-    setvbuf(stdout, nullptr, _IONBF, 0);
+    setvbuf(stdout, console_room, _IOFBF, sizeof(console_room));
 }
 
 void platform::lend_stdout() {

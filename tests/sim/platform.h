@@ -89,7 +89,7 @@ public:
     const int log_level;
     std::vector<std::string> effects;     // since the last look
     std::vector<std::string> complaints;  // breaches of the contract
-    // Effects up to now, output without a newline included.
+    // Effects up to now, output without a newline included; what the daemon has not flushed is not to be seen yet.
     std::vector<std::string> take_effects();
     // The file that the daemon opens as "/tmp/clientmgr_cli", in a directory of this platform's own.
     const std::string &dump_path();
@@ -154,6 +154,7 @@ private:
     std::vector<int> sockets;
     FILE *log_stream = nullptr;
     char log_room[4096];
+    char console_room[4096];
     FILE *real_stdout;
     std::string console_line;
     std::string dump_file;

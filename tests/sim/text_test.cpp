@@ -53,18 +53,21 @@ SIM_TEST(text, a_dump_has_16_bytes_a_line_each_begun_by_its_offset) {
         data.push_back(static_cast<uint8_t>(0xf0 + i));
     }
     dump_buf(data.data(), 18);
+    fflush(stdout);
     sim.expect({console(0, ""), console(0, "0x0000: f0 f1 f2 f3 f4 f5 f6 f7 f8 f9 fa fb fc fd fe ff "),
                 did("console without newline: 0x0010: 00 01 ")});
 }
 
 SIM_TEST(text, a_dump_of_16_bytes_has_no_second_line) {
     dump_buf(zeros(16).data(), 16);
+    fflush(stdout);
     sim.expect(
         {console(0, ""), did("console without newline: 0x0000: 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ")});
 }
 
 SIM_TEST(text, an_offset_above_four_digits_is_written_in_full) {
     dump_buf(zeros(0x10001).data(), 0x10001);
+    fflush(stdout);
     EXPECT_EQ("console without newline: 0x10000: 00 ", sim.take_effects().back());
 }
 
@@ -72,6 +75,7 @@ SIM_TEST(text, a_dump_of_nothing_prints_nothing) {
     const uint8_t byte = 1;
     dump_buf(nullptr, 5);
     dump_buf(&byte, 0);
+    fflush(stdout);
     sim.expect_nothing();
 }
 
