@@ -12,6 +12,10 @@
 namespace sim {
 namespace {
 
+// As the program's loader left them.
+const int32_t LAST_USED_AT_LOAD = client_mgr_acl_last_used;
+const int32_t LAST_DELETED_AT_LOAD = client_mgr_acl_last_deleted;
+
 constexpr const char *A = "02:11:22:33:44:55";
 constexpr const char *B = "02:a1:a2:a3:a4:a5";
 constexpr int32_t NOW = 1700000000;  // where the simulated clock starts
@@ -76,6 +80,11 @@ TEST(acl_cache, hashes_and_prints_addresses_as_the_client_table_does) {
         EXPECT_STREQ(mac, text);
     }
     EXPECT_EQ(281U, client_mgr_acl_hash_func(hex("01 02 03 04 05 06").data()));
+}
+
+TEST(acl_cache, the_lists_are_empty_before_the_first_initialisation) {
+    EXPECT_EQ(-1, LAST_USED_AT_LOAD);
+    EXPECT_EQ(-1, LAST_DELETED_AT_LOAD);
 }
 
 SIM_TEST(acl_cache, a_fresh_cache_is_one_ascending_free_list) {

@@ -12,6 +12,10 @@
 namespace sim {
 namespace {
 
+// As the program's loader left them.
+const int32_t LAST_USED_AT_LOAD = client_tbl_last_used;
+const int32_t LAST_DELETED_AT_LOAD = client_tbl_last_deleted;
+
 constexpr const char *A = "02:11:22:33:44:55";
 constexpr const char *B = "02:a1:a2:a3:a4:a5";
 constexpr const char *C = "06:b1:b2:b3:b4:b5";
@@ -125,6 +129,11 @@ TEST(client_tbl, writes_an_address_as_lower_case_text) {
 }
 
 // --- initialisation
+
+TEST(client_tbl, the_lists_are_empty_before_the_first_initialisation) {
+    EXPECT_EQ(-1, LAST_USED_AT_LOAD);
+    EXPECT_EQ(-1, LAST_DELETED_AT_LOAD);
+}
 
 SIM_TEST(client_tbl, a_fresh_table_is_one_ascending_free_list) {
     memset(client_info_tbl, 0xa5, sizeof(client_info_tbl));
@@ -486,6 +495,39 @@ SIM_TEST(client_tbl, a_delete_frees_the_slot_in_one_call) {
     EXPECT_EQ(-1, client_hash_tbl[1701]);
     EXPECT_EQ(-1, client_tbl_last_used);
     EXPECT_EQ(0, client_tbl_free_index);
+}
+
+// The lists and the slot's state at each line that a delete logs: the slot is on the deleted list from its mark until
+// it has left its chain.
+TEST(client_tbl, a_slot_is_on_the_deleted_list_while_a_delete_runs) {
+    site sim(4);
+    add(A);
+    add(B);
+    std::vector<std::string> seen;
+    sim.on("log", [&seen] {
+        seen.push_back(std::to_string(client_tbl_last_used) + " " + std::to_string(client_tbl_last_deleted) + " " +
+                       std::to_string(client_info_tbl[1].entry_flag));
+    });
+    client_tbl_drv_mac_delete(1);
+    const std::vector<std::string> lines(seen);
+    EXPECT_EQ((std::vector<std::string>{"1 -1 1", "1 -1 1", "1 -1 1", "1 -1 1",  // up to the mark
+                                        "0 1 3", "0 1 3", "0 1 3", "0 1 3", "0 1 3", "0 1 3", "0 1 3",
+                                        "0 -1 3",  // off the list
+                                        "0 -1 0", "0 -1 0"}),
+              lines);
+    sim.forget();
+    sim.check_end();
+}
+
+// The bucket is that of the address which the slot holds now, not of the one it was added with.
+SIM_TEST(client_tbl, a_slot_leaves_the_chain_of_its_present_address) {
+    add(A);
+    const client_info other = client_of(B);
+    client_tbl_mac_update(&other, 0);
+    client_tbl_drv_mac_delete(0);
+    EXPECT_EQ(0, client_hash_tbl[bucket_of(mac_bytes(A).data())]);
+    client_tbl_init();
+    sim.forget();
 }
 
 SIM_TEST(client_tbl, an_old_pointer_shows_an_erased_record) {
