@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// client_mgr_captive_msg_send for a text of at most `text_max` bytes (33 or fewer are sent).
+// client_mgr_captive_msg_send for a text of at most `text_max` bytes, NUL-terminated if shorter; of a longer text than
+// 33 bytes, the first 33 are sent.
 int captive_msg_send(const uint8_t mac[6], const char *text, size_t text_max, uint32_t msg_id);
 
 #endif

@@ -57,7 +57,7 @@ int32_t client_mgr_acl_mac_add(const acl_cache_entry *e);
 void client_mgr_acl_mac_update(const acl_cache_entry *e, int32_t idx);
 
 // The entry of `mac` that is less than 30 seconds old, with its slot in *idx; null, with *idx untouched, when there is
-// none. A pending entry is returned like a verdict.
+// none. A pending entry is returned like a verdict. As with client_tbl_client_get_fast, the pointer is for reading.
 acl_cache_entry *client_mgr_acl_get_fast(const uint8_t *mac, int32_t *idx);
 
 // Frees the slot. Returns idx, or -1 when no entry is in it.

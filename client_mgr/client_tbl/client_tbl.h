@@ -67,7 +67,8 @@ int32_t client_tbl_mac_add(const client_info *info);
 void client_tbl_mac_update(const client_info *info, int32_t idx);
 
 // The record of `mac`, with its slot in *idx; null, with *idx untouched, when there is none. The pointer points into
-// the table; once the client is deleted it shows a zeroed record.
+// the table and is for reading: changes go through client_tbl_mac_update, which keeps what a lookup searches in step
+// with the record. Once the client is deleted it shows an erased record: zero, and bssid_idx -1.
 client_info *client_tbl_client_get_fast(const uint8_t *mac, int32_t *idx);
 
 // Frees the slot. Returns idx, or -1 when no client is in it.
