@@ -1,16 +1,24 @@
 #include "kx/kx_node.h"
 
-#include "platform/linux/config_cache.h"
+#include "platform/linux/ap_config.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/start_failure.h"
 
+// Reads the file itself and not through the cache, whose errors are in the system log alone: without a radio the daemon
+// does not start, and whoever starts it by hand shall see why.
 int kx_get_node_radio_mac_addr(char *text, uint32_t text_len, uint32_t radio) {
-    const kx::ap_config *config = radio == 0 ? kx::current_ap_config() : nullptr;
-    if (config == nullptr) {
+    if (radio != 0) {
         return -1;
     }
-    std::string mac = kx::format_mac(config->mac);
-    if (mac.size() >= text_len) {
+    try {
+        std::string mac = kx::format_mac(kx::load_ap_config(kx::config_file()).mac);
+        if (mac.size() >= text_len) {
+            return -1;
+        }
+        text[mac.copy(text, text_len - 1)] = '\0';
+        return 0;
+    } catch (const kx::config_error &error) {
+        kx::report_start_failure(error.what());
         return -1;
     }
-    text[mac.copy(text, text_len - 1)] = '\0';
-    return 0;
 }

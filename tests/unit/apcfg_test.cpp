@@ -88,11 +88,20 @@ TEST_F(apcfg, an_error_is_in_the_system_log_once) {
 
 TEST_F(apcfg, the_node_has_one_radio_with_a_mac_address) {
     std::array<char, 24> text{};
-    EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), text.size(), 0), 0);
     write_file("ap.toml", base);
     EXPECT_EQ(kx_get_node_radio_mac_addr(text.data(), text.size(), 0), 0);
     EXPECT_STREQ(text.data(), "02:00:00:00:1a:0b");
     EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), text.size(), 1), 0);
     EXPECT_EQ(kx_get_node_radio_mac_addr(text.data(), 18, 0), 0);
     EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), 17, 0), 0);
+}
+
+TEST_F(apcfg, whoever_starts_the_daemon_sees_why_it_has_no_radio) {
+    std::array<char, 24> text{};
+    testing::internal::CaptureStderr();
+    EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), text.size(), 0), 0);
+    std::string file = root() + "/ap.toml";
+    std::string why = file + ": No such file or directory; the access point's configuration was expected here";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "client_mgr: " + why + "\n");
+    EXPECT_EQ(syslog_lines(), std::vector{why});
 }
