@@ -13,6 +13,7 @@ import struct
 import subprocess
 import time
 import tomllib
+from collections import Counter
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass, field
@@ -56,8 +57,12 @@ class SoakPlan:
 class Holdings:
     """What a daemon holds while nothing happens."""
 
-    private_pages: int
+    pages: Counter[str]  # private ones, by what they belong to
     descriptors: int
+
+    @property
+    def private_pages(self) -> int:
+        return self.pages.total()
 
 
 @dataclass
@@ -234,7 +239,9 @@ class Soak:
         if self._measure_memory:
             for name, pages in self.growth().items():
                 if pages > DAEMONS[Path(name).name]:
-                    raise LabFailure(f"{name} holds {pages} private pages more than after the warm-up")
+                    grown = last[name].pages - first[name].pages
+                    where = ", ".join(f"{more} in {part}" for part, more in grown.items())
+                    raise LabFailure(f"{name} holds {pages} private pages more than after the warm-up: {where}")
 
 
 @contextmanager
@@ -246,6 +253,13 @@ def holdings_of(process: Process) -> Holdings:
     """Private are the pages that it alone has and has written to: those of its program that nobody else happens to run
     count in one round and not in another."""
     directory = Path(f"/proc/{process.pid}")
-    kilobytes = next(int(line.split()[1]) for line in (directory / "smaps_rollup").read_text().splitlines()
-                     if line.startswith("Private_Dirty:"))
-    return Holdings(kilobytes * 1024 // os.sysconf("SC_PAGESIZE"), len(os.listdir(directory / "fd")))
+    pages: Counter[str] = Counter()
+    file = part = ""
+    for first, *rest in map(str.split, (directory / "smaps").read_text().splitlines()):
+        if not first.endswith(":"):  # addresses, rights, offset, device, inode, name
+            name = rest[4] if len(rest) > 4 else ""
+            file = name or file
+            part = name or f"memory behind {file}"
+        elif first == "Private_Dirty:":
+            pages[part] += int(rest[0]) * 1024 // os.sysconf("SC_PAGESIZE")
+    return Holdings(+pages, len(os.listdir(directory / "fd")))
