@@ -379,8 +379,7 @@ full_report have_full_vaps(site &sim, int count) {
 }  // namespace
 
 SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
-    const full_report full = have_full_vaps(sim, 12);
-    client_mgr_send_bulk_info();
+    const full_report full = have_full_vaps(sim, 10 + 61);
     steps vaps;
     bytes records;
     for (int i = 0; i < 9; i++) {
@@ -397,10 +396,18 @@ SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
     }
     records = records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, size_t{44} * 16));
     ASSERT_EQ(16384u - 6, 14 + records.size());
-    sim.expect({begun(12), vaps, tenth, vap_read("ath10", BSSID, "net", 1), vap_read("ath11", BSSID, "net", 1),
-                log(1, "No room for 2 VAPs and 61 stations in the bulk info"),
-                to_controller(bulk_message(10, records))});
-    EXPECT_EQ(10u, g_cfg.num_vaps);
+    for (int left_out : {61, 2, 0}) {
+        sim.vaps.resize(static_cast<size_t>(10 + left_out));
+        client_mgr_send_bulk_info();
+        steps others;
+        for (int i = 0; i < left_out; i++) {
+            others = others + vap_read("ath" + std::to_string(10 + i), BSSID, "net", 1);
+        }
+        sim.expect({begun(10 + left_out), vaps, tenth, others,
+                    log(1, "No room for " + std::to_string(left_out) + " VAPs and 61 stations in the bulk info"),
+                    to_controller(bulk_message(10, records))});
+        EXPECT_EQ(10u, g_cfg.num_vaps);
+    }
 }
 
 }  // namespace sim
