@@ -1,4 +1,5 @@
 // The bulk client information: the stations that the driver lists on each VAP.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -407,6 +408,30 @@ SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
                     log(1, "No room for " + std::to_string(left_out) + " VAPs and 61 stations in the bulk info"),
                     to_controller(bulk_message(10, records))});
         EXPECT_EQ(10u, g_cfg.num_vaps);
+    }
+}
+
+// 10 VAPs of 986 stations leave the 54 bytes that an eleventh without stations takes.
+SIM_TEST(bulk_clients, fills_the_message_to_its_last_byte) {
+    const full_report full = have_full_vaps(sim, 11);
+    sim.stations["ath9"].resize(size_t{41} * 156);
+    bytes records;
+    for (size_t i = 0; i < 10; i++) {
+        records =
+            records + list_record(BSSID, "net", 1, first(full.entries_of_a_full_vap, (i < 9 ? size_t{105} : 41) * 16));
+    }
+    records = records + list_record(BSSID, "net", 1);
+    ASSERT_EQ(16384u, 14 + records.size());
+    const std::string sent_whole = to_controller(bulk_message(11, records))[0].what;
+    for (size_t stations : {0u, 1u}) {
+        sim.stations["ath10"] = first(sim.stations["ath0"], stations * 156);
+        client_mgr_send_bulk_info();
+        const std::vector<std::string> effects = sim.take_effects();
+        EXPECT_EQ(sent_whole, effects.back());
+        EXPECT_EQ(stations != 0 && sim.log_level >= 1 ? 1 : 0,
+                  std::count(effects.begin(), effects.end(),
+                             log(1, "No room for 0 VAPs and 1 stations in the bulk info")[0].what));
+        EXPECT_EQ(11u, g_cfg.num_vaps);
     }
 }
 
