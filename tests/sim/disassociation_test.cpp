@@ -304,6 +304,16 @@ SIM_TEST(foreign_disassociation, from_another_vap_keeps_the_client) {
     expect_stored(associated(0x0a));
 }
 
+SIM_TEST(foreign_disassociation, compares_vap_indexes_not_bssids) {
+    have_two_vaps();
+    client_info client = associated(0x0a);
+    client.bssid_idx = 1;
+    have_client(sim, client);
+    sim.local(66, notice());
+    sim.expect({foreign_receipt(), client_lookup(CLIENT, true), log(1, "Frn Disassoc from wrong vap, Don't remove")});
+    expect_stored(client);
+}
+
 SIM_TEST(foreign_disassociation, goes_on_when_everything_fails) {
     have_two_vaps();
     have_client(sim, associated(0x0a));
