@@ -38,6 +38,12 @@ vap_cfg &have_vap(uint32_t idx, std::string_view ifname, std::string_view bssid,
     return vap;
 }
 
+void set_full_ifname(vap_cfg &vap) {
+    auto *name = reinterpret_cast<char *>(&vap) + offsetof(vap_cfg, ifname);
+    memset(name, 'm', offsetof(vap_cfg, vlan) - offsetof(vap_cfg, ifname));
+    std::copy(FULL_IFNAME.begin(), FULL_IFNAME.end(), name);
+}
+
 client_info client_of(std::string_view mac) {
     client_info client = {};
     set_mac(client.cl_mac, mac);

@@ -18,6 +18,10 @@ void ready_to_talk();
 // A VAP of no attributes; num_vaps is raised so that it is valid. MAC addresses are text.
 vap_cfg &have_vap(uint32_t idx, std::string_view ifname, std::string_view bssid, uint32_t vlan);
 
+// A name of 12 characters, which has no terminator; the record's padding behind it is made letters as well.
+inline constexpr std::string_view FULL_IFNAME = "abcdefghijkl";
+void set_full_ifname(vap_cfg &vap);
+
 // A client with the MAC address and all else zero, in no table.
 client_info client_of(std::string_view mac);
 // Adds it; returns its slot. Leaves no effect behind.

@@ -313,12 +313,12 @@ SIM_TEST(association, a_vlan_is_printed_as_a_signed_number) {
 
 SIM_TEST(association, texts_that_fill_their_fields_are_handed_on_whole) {
     have_vaps();
-    set_text(g_cfg.vaps[0].ifname, 12, "wlan0.vap123");
+    set_full_ifname(g_cfg.vaps[0]);
     set_text(g_cfg.vaps[0].captive_cfg, 32, "abcdefghijklmnopqrstuvwxyz012345");
     sim.local(63, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, false), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_added(STA, 0)),
-                bridged(BSSID, 0x1234, "0x00000000"), bridge_add(STA, "wlan0.vap123", "eth0", 0x1234, "0.0.0.0", 0),
+                bridged(BSSID, 0x1234, "0x00000000"), bridge_add(STA, FULL_IFNAME, "eth0", 0x1234, "0.0.0.0", 0),
                 captive_msg(STA, "abcdefghijklmnopqrstuvwxyz012345", 166, 1)});
 }
 

@@ -254,14 +254,16 @@ SIM_TEST(client_removal, of_count_0_does_nothing) {
 SIM_TEST(client_removal, disassociates_on_every_vap_with_the_bssid) {
     have_two_vaps();
     set_mac(g_cfg.vaps[1].bssid, BSSID);
-    set_text(have_vap(15, "ath15", BSSID, 100).captive_cfg, 32, "portal fifteen");
+    vap_cfg &last = have_vap(15, "", BSSID, 0);
+    set_text(last.captive_cfg, 32, "portal fifteen");
+    set_full_ifname(last);
     g_cfg.num_vaps = 1;
     have_client(sim, on(BSSID));
     const bytes list = client_list({{CLIENT}});
     sim.controller(forgotten(list));
     sim.expect({forgetting(list, 1), client_lookup(CLIENT, true), sta_disassoc("ath0", BSSID, CLIENT, 2),
                 captive_msg(CLIENT, "portal zero", 168, 1), sta_disassoc("ath1", BSSID, CLIENT, 2),
-                captive_msg(CLIENT, "portal one", 168, 1), sta_disassoc("ath15", BSSID, CLIENT, 2),
+                captive_msg(CLIENT, "portal one", 168, 1), sta_disassoc(FULL_IFNAME, BSSID, CLIENT, 2),
                 captive_msg(CLIENT, "portal fifteen", 168, 1), removed(CLIENT, 0)});
 }
 

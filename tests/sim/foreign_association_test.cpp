@@ -300,12 +300,11 @@ SIM_TEST(foreign_association, goes_on_when_bridge_and_portal_fail) {
 
 SIM_TEST(foreign_association, takes_an_interface_name_of_12_characters) {
     have_two_vaps();
-    set_text(g_cfg.vaps[0].ifname, 12, "abcdefghijkl");
-    g_cfg.vaps[0].vlan = 0x6d6d6d6d;
+    set_full_ifname(g_cfg.vaps[0]);
     have_client(sim, roaming(0x12, 300));
     sim.local(64, notice());
     sim.expect({taken_up(), update(), client_update_at(CLIENT, 0), bridged(300, "00000000"),
-                bridge_add(CLIENT, "abcdefghijkl", "tun0", 300, "0.0.0.0", 1), portal_told()});
+                bridge_add(CLIENT, FULL_IFNAME, "tun0", 300, "0.0.0.0", 1), portal_told()});
 }
 
 }  // namespace sim

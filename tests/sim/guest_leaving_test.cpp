@@ -124,8 +124,7 @@ SIM_TEST(guest_leaving, is_cleaned_up_after_though_it_cannot_be_reported) {
 // Twelve characters fill the name's field: what lies behind it is no part of the name.
 SIM_TEST(guest_leaving, clears_an_interface_whose_name_has_no_terminator) {
     have_two_vaps();
-    set_text(g_cfg.vaps[0].ifname, 12, "abcdefghijkl");
-    g_cfg.vaps[0].vlan = 0x6d6d6d6d;
+    set_full_ifname(g_cfg.vaps[0]);
     g_cfg.vaps[0].guest_count = 1;
     have_client(sim, guest());
     sim.local(65, NOTICE);

@@ -318,14 +318,13 @@ SIM_TEST(mac_acl, carries_at_most_128_bytes_of_data_and_the_length_it_was_given)
 
 SIM_TEST(mac_acl, cuts_an_interface_name_of_12_characters_at_its_end) {
     have_acl_vaps();
-    set_text(g_cfg.vaps[0].ifname, 12, "abcdefghijkl");
-    g_cfg.vaps[0].vlan = 0x6d6d6d6d;
+    set_full_ifname(g_cfg.vaps[0]);
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);
     EXPECT_EQ(0, client_mgr_acl_auth_resp(7, mac.data(), bssid.data(), DATA.data(), 10));
     bytes field = DATA;
     field.resize(128);
-    sim.expect({did("socket"), driver_request(0x89fc, "abcdefghijkl", host32(7) + host32(10) + field), did("close")});
+    sim.expect({did("socket"), driver_request(0x89fc, FULL_IFNAME, host32(7) + host32(10) + field), did("close")});
 }
 
 SIM_TEST(mac_acl, writes_the_low_byte_of_the_record_type) {

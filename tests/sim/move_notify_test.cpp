@@ -219,14 +219,14 @@ SIM_TEST(client_moved_away, is_taken_off_everything_in_order) {
 
 SIM_TEST(client_moved_away, is_disassociated_on_every_vap_with_its_bssid) {
     have_two_vaps();
-    have_vap(15, "abcdefghijkl", BSSID, 0x6d6d6d6d);
+    set_full_ifname(have_vap(15, "", BSSID, 0));
     set_mac(g_cfg.vaps[1].bssid, BSSID);
     g_cfg.num_vaps = 0;
     have_client(sim, on(BSSID));
     EXPECT_EQ(0, process(body(1)));
     sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true),
                 log(3, "CUR BSSID : b0:b1:b2:b3:b4:b5"), disassociated("ath0", BSSID), disassociated("ath1", BSSID),
-                disassociated("abcdefghijkl", BSSID), removed()});
+                disassociated(FULL_IFNAME, BSSID), removed()});
 }
 
 SIM_TEST(client_moved_away, without_bssid_is_disassociated_on_every_unused_vap) {
