@@ -7,8 +7,10 @@ namespace sim {
 namespace {
 
 bytes converted(const char *text) {
-    bytes mac(6, 0xee);
+    bytes mac(7, 0xee);
     client_mgr_mac_str_to_bin(text, mac.data());
+    EXPECT_EQ(0xee, mac.back()) << "behind the six bytes";
+    mac.pop_back();
     return mac;
 }
 
