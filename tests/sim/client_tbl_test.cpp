@@ -377,6 +377,18 @@ SIM_TEST(client_tbl, updating_a_deleted_client_takes_it_back) {
     sim.forget();
 }
 
+SIM_TEST(client_tbl, a_slot_is_taken_back_whatever_else_its_state_says) {
+    add(A);
+    mark_deleted(0);
+    client_info_tbl[0].entry_flag = CLIENT_TBL_ENTRY_DELETED;
+    const client_info c = client_of(A);
+    client_tbl_mac_update(&c, 0);
+    EXPECT_EQ(0U, client_info_tbl[0].entry_flag);
+    EXPECT_EQ(-1, client_tbl_last_deleted);
+    client_info_tbl[0].entry_flag = CLIENT_TBL_ENTRY_USED;
+    sim.forget();
+}
+
 // --- update
 
 SIM_TEST(client_tbl, an_update_without_slot_is_an_add) {
