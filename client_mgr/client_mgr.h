@@ -120,7 +120,7 @@ int client_mgr_get_vap_idx(const uint8_t bssid[6], uint32_t *idx);
 
 void client_mgr_send_bulk_cfg(void);
 // What does not fit into CLIENT_MGR_BUF_SIZE bytes is left out of the message, which one level-1 line says. Sets
-// g_cfg.num_vaps to the number of records.
+// g_cfg.num_vaps to the number of VAPs that could be read.
 void client_mgr_send_bulk_info(void);
 // Fills the station count and the entries behind `rec` from the driver's list for `ifname` (NUL-terminated unless it
 // fills 16 bytes); `room` bytes may be written behind the record's fixed part, and stations for which they do not
