@@ -20,6 +20,7 @@ ALL_SKIPPED = 77  # the exit status that ctest counts as skipped
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--bin", type=Path, required=True, help="directory of the programs")
+    parser.addoption("--thorough", action="store_true", help="run every test inside the sandbox, not a selection")
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -81,7 +81,14 @@ def filtered_programs(programs):
         yield place / "bin"
 
 
-def run_tests_inside(limits, programs, selection, tmp_path):
+@pytest.fixture
+def their_directory():
+    """Below /tmp: into the tests' own directory nobody else may look."""
+    with tempfile.TemporaryDirectory() as name:
+        yield Path(name)
+
+
+def run_tests_inside(limits, programs, selection, place):
     """The tests as another user in a network namespace of its own, with what `limits`, words of setpriv, leave."""
     if os.geteuid() != 0:
         pytest.skip("only root may become another user")
@@ -89,28 +96,34 @@ def run_tests_inside(limits, programs, selection, tmp_path):
     if subprocess.run([*setpriv, "test", "-x", programs / "client_mgr", "-a", "-r", REPOSITORY / "lab/site"],
                       check=False).returncode:
         pytest.skip("another user cannot reach this directory")
-    directory = tmp_path / "theirs"
-    directory.mkdir()
-    os.chown(directory, OTHER_USER, OTHER_USER)
+    os.chown(place, OTHER_USER, OTHER_USER)
     command = ["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh", *setpriv, sys.executable, "-B",
-               "-m", "pytest", "-q", "-p", "no:cacheprovider", f"--basetemp={directory / 'tmp'}", "--bin", programs,
+               "-m", "pytest", "-q", "-p", "no:cacheprovider", f"--basetemp={place / 'tmp'}", "--bin", programs,
                *selection]
     # The search for leaks stops the process with ptrace, which the filter does not let through.
-    settings = {"LAB_OWN_NETWORK": "1", "HOME": str(directory), "ASAN_OPTIONS": "detect_leaks=0"}
+    settings = {"LAB_OWN_NETWORK": "1", "HOME": str(place), "ASAN_OPTIONS": "detect_leaks=0"}
     done = subprocess.run([str(word) for word in command], cwd=Path(__file__).parent, capture_output=True, text=True,
                           env=os.environ | settings, check=False)
     assert done.returncode == 0, done.stdout + done.stderr
     assert "skipped" not in done.stdout, done.stdout
 
 
-def test_stations_come_roam_and_leave_without_any_privilege(filtered_programs, tmp_path):
+SELECTION = ["test_flow.py", "test_operator.py", "test_two_access_points.py::test_each_reports_its_own_clients"]
+# But those that look into the daemons' memory, and those that need a privilege.
+EVERYTHING = ["test_captures.py", "test_configuration.py", "test_controller_link.py", "test_flow.py", "test_garbage.py",
+              "test_operator.py", "test_restart.py", "test_site.py", "test_start.py", "test_two_access_points.py"]
+
+
+def test_stations_come_roam_and_leave_without_any_privilege(filtered_programs, their_directory, request):
     run_tests_inside(["--bounding-set=-all", "--inh-caps=-all", "--ambient-caps=-all"], filtered_programs,
-                     ["test_flow.py", "test_operator.py",
-                      "test_two_access_points.py::test_each_reports_its_own_clients"], tmp_path)
+                     EVERYTHING if request.config.getoption("--thorough") else SELECTION, their_directory)
 
 
-@pytest.mark.parametrize("test", ["test_guest_is_reachable_until_it_is_let_in",
-                                  "test_bridge_holds_the_client_while_it_is_here"])
-def test_kernel_is_changed_with_one_privilege(filtered_programs, tmp_path, test):
+@pytest.mark.parametrize("test", ["test_bridge_holds_the_client_while_it_is_here",
+                                  "test_guest_is_reachable_until_it_is_let_in",
+                                  "test_guest_that_leaves_takes_its_entries_along",
+                                  "test_guest_that_changes_its_address",
+                                  "test_interface_stays_as_long_as_there_is_a_guest"])
+def test_kernel_is_changed_with_one_privilege(filtered_programs, their_directory, test):
     run_tests_inside(["--bounding-set=-all,+net_admin", "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin"],
-                     filtered_programs, [f"test_kernel.py::{test}"], tmp_path)
+                     filtered_programs, [f"test_kernel.py::{test}"], their_directory)
