@@ -163,8 +163,8 @@ void client_mgr_send_bulk_info(void) {
         CM_LOG(LOG_ERROR, "No room for %d VAPs and %d stations in the bulk info", static_cast<int>(vaps_left_out),
                static_cast<int>(stations_left_out));
     }
-    // The VAP table's own count is overwritten: for each VAP that could not be read, one entry at the table's end is not
-    // searched any more. One for which there was only no room is served on.
+    // The VAP table's own count is overwritten: for each VAP that could not be read, one entry at the table's end is
+    // not searched any more. One for which there was only no room is served on.
     g_cfg.num_vaps = msg.records() + vaps_left_out;
     if (msg.send() != 0) {
         CM_LOG(LOG_ERROR, "Error sending bulk info");
