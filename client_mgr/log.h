@@ -2,6 +2,7 @@
 #ifndef CLIENT_MGR_LOG_H
 #define CLIENT_MGR_LOG_H
 
+#include "client_mgr/text_buffer.h"
 #include "kx/kx_log.h"
 
 // The module's name in front of each line. Empty in every module: a line begins with its ':'.
@@ -21,6 +22,7 @@ enum {
 // level the arguments are not evaluated and the call costs one comparison.
 #define CM_LOG(severity, fmt, ...)                                                 \
     do {                                                                           \
+        static_assert(text_buffer::knows(fmt));                                    \
         if (kx_log_conf_data.level >= (severity))                                  \
             client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)

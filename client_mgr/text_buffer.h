@@ -24,11 +24,40 @@ public:
     void put_decimal(long value);
     void put_hex(uint32_t value, int min_digits);
 
-    // As vsnprintf, for %d without width, %x with a width after 0, %s with a precision, and %%; and %pM for the six
-    // bytes of a MAC address, which to the compiler's check of `fmt` is a pointer and a letter.
+    // As vsnprintf, for the conversions that knows() lists; %pM writes the six bytes of a MAC address, which to the
+    // compiler's check of `fmt` is a pointer and a letter.
     void put_format(const char *fmt, va_list args);
 
+    // Whether the conversions of `fmt` are all among %d, %s, %.4s, %08x (with a width of 1 to 8), %pM and %%.
+    static constexpr bool knows(const char *fmt) {
+        while (*fmt != '\0') {
+            if (*fmt++ == '%' && !skip_conversion(fmt)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
 private:
+    static constexpr bool skip_conversion(const char *&fmt) {
+        switch (*fmt++) {
+            case 'd':
+            case 's':
+            case '%':
+                return true;
+            case 'p':
+                return *fmt++ == 'M';
+            case '0':
+                return *fmt >= '1' && *fmt <= '8' && *++fmt == 'x';
+            case '.':
+                while (*fmt >= '0' && *fmt <= '9') {
+                    fmt++;
+                }
+                return *fmt == 's';
+            default:
+                return false;
+        }
+    }
     void put_unsigned(unsigned long value);
 
     char *begin_;

@@ -60,6 +60,16 @@ TEST(text_buffer, writes_mac_addresses) {
     EXPECT_EQ("<00:1a:b0:7f:80:ff>M 7", formatted(256, "<%pM>M %d", static_cast<const void *>(mac), 7));
 }
 
+TEST(text_buffer, knows_its_conversions) {
+    for (const char *fmt : {"", "text", "%d", "%s", "100%%", "%.4s", "%.18s|%d", "0x%08x", "%pM%pM M"}) {
+        EXPECT_TRUE(text_buffer::knows(fmt)) << fmt;
+    }
+    for (const char *fmt :
+         {"%", "%u", "%ld", "%5d", "%c", "%x", "%0x", "%09x", "%08d", "%p", "%pm", "%.4d", "%-4s", "%d %", "%d%i"}) {
+        EXPECT_FALSE(text_buffer::knows(fmt)) << fmt;
+    }
+}
+
 TEST(text_buffer, cuts_what_does_not_fit) {
     const uint8_t mac[6] = {0x02, 0, 0, 0, 0x10, 0xff};
     const std::string whole = "a 12 cdef 7f 02:00:00:00:10:ff end";
