@@ -18,7 +18,8 @@ extern "C" {
  * `client_name` names the caller, `flags` is 0. Returns a negative value when hostapd cannot be reached. */
 int hostapd_config_open_connection(void *ctx, const char *client_name, int flags);
 
-/* Hands HOSTAPD_CONFIG_CMD_SIZE bytes to hostapd. Returns 0, or a negative value when they were not taken. */
+/* Hands HOSTAPD_CONFIG_CMD_SIZE bytes, at any address, to hostapd. Returns 0, or a negative value when they were not
+ * taken. */
 int hostapd_config_send_command(const void *cmd, void *ctx);
 
 /* Ends the connection; for every successful open, once. */

@@ -49,7 +49,7 @@ typedef struct kx_ipc_rx {
 typedef void (*kx_ipc_recv_handler)(kx_ipc_rx *rx);
 
 /* What kx_ipc_send sends and where to; the port keeps nothing of it after the call. `msg` points to a complete
- * message, whose length is 12 plus the header's len word. `dest` is NUL-terminated. */
+ * message, at any address, whose length is 12 plus the header's len word. `dest` is NUL-terminated. */
 typedef struct kx_ipc_send_desc {
     kx_ipc_handle ipc;
     uint32_t mode;
