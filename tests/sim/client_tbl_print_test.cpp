@@ -136,8 +136,13 @@ SIM_TEST(client_tbl_print, a_dump_has_every_client_in_slot_order_and_nothing_els
     sim.forget();
     std::string second_text = SAMPLE_TEXT;
     second_text.replace(0, second_text.find('\n'), "Client MAC   : 02:00:00:00:00:01 (02:00:00:00:00:01)");
-    EXPECT_EQ(entry_line(1) + second_text + entry_line(3) + SAMPLE_TEXT, written(client_tbl_dump));
+    const std::string all = entry_line(1) + second_text + entry_line(3) + SAMPLE_TEXT;
+    EXPECT_EQ(all, written(client_tbl_dump));
     sim.expect({trace_enter("client_tbl_dump"), trace_leave("client_tbl_dump")});
+    client_info_tbl[3].entry_flag |= CLIENT_TBL_ENTRY_DELETED;  // as while it is deleted
+    EXPECT_EQ(all, written(client_tbl_dump));
+    client_info_tbl[3].entry_flag = CLIENT_TBL_ENTRY_USED;
+    sim.forget();
 }
 
 }  // namespace sim
