@@ -61,7 +61,7 @@ void text_buffer::put_decimal(long value) {
 
 void text_buffer::put_hex(uint32_t value, int min_digits) {
     constexpr char digit[] = "0123456789abcdef";
-    int digits = min_digits;
+    int digits = std::max(min_digits, 1);
     while (digits < 8 && value >> digits * 4 != 0) {
         digits++;
     }
