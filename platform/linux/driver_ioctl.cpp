@@ -58,12 +58,12 @@ std::int64_t monotonic_us() {
     return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
-// Waits on the socket from here on for what is left until `deadline`, at least for a moment: 0 would mean for ever.
-void bound_waits(int fd, std::int64_t deadline) {
+// `kind`, SO_SNDTIMEO (for a connect as well) or SO_RCVTIMEO, waits from here on for what is left until `deadline`, at
+// least for a moment: 0 would mean for ever.
+void bound_wait(int fd, int kind, std::int64_t deadline) {
     std::int64_t left = std::max<std::int64_t>(deadline - monotonic_us(), 1);
     timeval wait{left / 1'000'000, left % 1'000'000};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
+    setsockopt(fd, SOL_SOCKET, kind, &wait, sizeof(wait));
 }
 
 // The errno of a driver request for a failed call on its socket: a radio that died is a device that went away.
@@ -77,15 +77,15 @@ int exchange(int fd, std::int64_t deadline, kx::radio_request head, std::span<st
     msghdr message{};
     message.msg_iov = out.data();
     message.msg_iovlen = out.size();
-    bound_waits(fd, deadline);
-    if (sendmsg(fd, &message, MSG_NOSIGNAL) < 0) {
+    // The connection is new: there is room for one packet.
+    if (sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
         return driver_error(errno);
     }
 
     kx::radio_reply reply{};
     std::array<iovec, 2> in{{{&reply, sizeof(reply)}, {answer.data(), answer.size()}}};
     message.msg_iov = in.data();
-    bound_waits(fd, deadline);
+    bound_wait(fd, SO_RCVTIMEO, deadline);
     ssize_t size = recvmsg(fd, &message, 0);
     if (size <= 0) {
         return size == 0 ? ENODEV : driver_error(errno);
@@ -113,7 +113,7 @@ int connect_to_radio(std::string_view ifname, std::int64_t deadline) {
     if (fd < 0) {
         return -1;
     }
-    bound_waits(fd, deadline);
+    bound_wait(fd, SO_SNDTIMEO, deadline);
     if (connect(fd, address.get(), address.length) != 0) {
         int error = errno == ENOENT || errno == ENOTDIR ? ENOENT : driver_error(errno);
         close(fd);
