@@ -11,8 +11,8 @@
 
 // Set by the linker: where the program's own variables, the tables among them, begin and end (end(3)).
 extern "C" {
-extern char __data_start;  // NOLINT(bugprone-reserved-identifier)
-extern char end;
+extern char __data_start[];  // NOLINT(bugprone-reserved-identifier)
+extern char end[];
 }
 
 namespace kx {
@@ -25,10 +25,10 @@ struct pages {
 };
 
 pages own_variables() {
-    auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    auto first = reinterpret_cast<std::uintptr_t>(&__data_start) & ~(page - 1);
-    auto last = (reinterpret_cast<std::uintptr_t>(&end) + page - 1) & ~(page - 1);
-    return {reinterpret_cast<void *>(first), last - first};
+    auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    char *first = __data_start - reinterpret_cast<std::uintptr_t>(__data_start) % page;
+    auto size = static_cast<std::size_t>(end - first);
+    return {first, (size + page - 1) / page * page};
 }
 
 // Asks the kernel: a capability that counts in a namespace alone does not lift the limit.
