@@ -12,6 +12,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -114,7 +115,7 @@ contest make_contest(const options &wanted, const bench::event_kind &kind, const
     raw.outputs = chatty.outputs;
     std::erase_if(raw.outputs, is_system_log);
     made.lines_at_3 = chatty.lines.size();
-    add_exchange("raw exchange", raw);
+    add_exchange("raw exchange", raw);  // first and second: what report() compares with
     add_exchange("a plain daemon, level 3",
                  {raw.messages, chatty.outputs, bench::deeds::style::plain_daemon, chatty.lines});
     for (int level : wanted.levels) {
@@ -152,25 +153,29 @@ std::vector<result> run(const options &wanted, const bench::event_kind &kind, co
     return results;
 }
 
+// The median of what one takes of the other's time in each round: a machine that is slower for a while is so for both.
+double ratio(const result &one, const result &other) {
+    std::vector<double> ratios(one.us_per_event.size());
+    std::ranges::transform(one.us_per_event, other.us_per_event, ratios.begin(), std::divides());
+    return quantile(ratios, 0.5);
+}
+
 nlohmann::json report(const bench::event_kind &kind, const std::vector<result> &results, std::size_t lines_at_3) {
-    std::map<std::string, double> medians;
-    for (const result &each : results) {
-        medians[each.process] = quantile(each.us_per_event, 0.5);
-    }
-    double raw = medians.at("raw exchange"), plain = medians.at("a plain daemon, level 3");
+    const result &raw = results[0], &plain = results[1];
     std::printf("\n%s (%zu lines at level 3)\n%-26s %10s %8s %15s %12s %12s\n", kind.name.c_str(), lines_at_3, "",
                 "events/s", "us", "quartiles", "of raw rate", "of plain CPU");
     nlohmann::json processes = nlohmann::json::array();
     for (const result &each : results) {
-        double median = medians[each.process];
+        double median = quantile(each.us_per_event, 0.5);
+        double rate_of_raw = ratio(raw, each), cpu_of_plain = ratio(each, plain);
         double low = quantile(each.us_per_event, 0.25), high = quantile(each.us_per_event, 0.75);
         std::printf("%-26s %10.0f %8.2f %7.2f-%-7.2f %12.2f %12.2f\n", each.process.c_str(), 1e6 / median, median, low,
-                    high, raw / median, median / plain);
+                    high, rate_of_raw, cpu_of_plain);
         processes.push_back({{"process", each.process},
                              {"us_per_event", median},
                              {"quartiles", {low, high}},
-                             {"rate_of_raw", raw / median},
-                             {"cpu_of_plain", median / plain}});
+                             {"rate_of_raw", rate_of_raw},
+                             {"cpu_of_plain", cpu_of_plain}});
     }
     std::fflush(stdout);
     return {{"event", kind.name}, {"lines_at_level_3", lines_at_3}, {"processes", processes}};
@@ -199,21 +204,22 @@ int measure_all(const options &wanted) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    options wanted;
-    wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
-    CLI::App app{"CPU time of the client manager per event, beside a raw exchange of the same messages"};
-    app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
-    app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
-    app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")->capture_default_str();
-    app.add_option("--rounds", wanted.rounds, "turns of each process")
-        ->check(CLI::Range(1, 1000))
-        ->capture_default_str();
-    app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
-    app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
-    app.add_option("--only", wanted.only, "events whose name contains this text");
-    app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
-    CLI11_PARSE(app, argc, argv);
     try {
+        options wanted;
+        wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
+        CLI::App app{"CPU time of the client manager per event, beside a raw exchange of the same messages"};
+        app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
+        app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
+        app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")
+            ->capture_default_str();
+        app.add_option("--rounds", wanted.rounds, "turns of each process")
+            ->check(CLI::Range(1, 1000))
+            ->capture_default_str();
+        app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
+        app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
+        app.add_option("--only", wanted.only, "events whose name contains this text");
+        app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
+        CLI11_PARSE(app, argc, argv);
         return measure_all(wanted);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "event_bench: %s\n", error.what());

@@ -178,19 +178,20 @@ int measure_all(const options &wanted) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    options wanted;
-    wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
-    CLI::App app{"How what the client manager costs grows with what it has to do"};
-    app.set_version_flag("--version", "growth_bench " CLIENT_MGR_VERSION);
-    app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
-    app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")->capture_default_str();
-    app.add_option("--rounds", wanted.rounds, "repetitions, of which the median counts")
-        ->check(CLI::Range(1, 1000))
-        ->capture_default_str();
-    app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
-    app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
-    CLI11_PARSE(app, argc, argv);
     try {
+        options wanted;
+        wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
+        CLI::App app{"How what the client manager costs grows with what it has to do"};
+        app.set_version_flag("--version", "growth_bench " CLIENT_MGR_VERSION);
+        app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
+        app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")
+            ->capture_default_str();
+        app.add_option("--rounds", wanted.rounds, "repetitions, of which the median counts")
+            ->check(CLI::Range(1, 1000))
+            ->capture_default_str();
+        app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
+        app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
+        CLI11_PARSE(app, argc, argv);
         return measure_all(wanted);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "growth_bench: %s\n", error.what());
