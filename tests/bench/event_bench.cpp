@@ -29,10 +29,8 @@ using bench::quantile;
 using bench::subject;
 using bench::window;
 
-struct options {
-    std::string program, directory = "/tmp", json_file, only;
-    unsigned rounds = 15;
-    int cpu = 0;
+struct options : bench::options {
+    std::string only;
     std::vector<int> levels{1, 3, 4};
 };
 
@@ -206,19 +204,11 @@ int measure_all(const options &wanted) {
 int main(int argc, char **argv) {
     try {
         options wanted;
-        wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
         CLI::App app{"CPU time of the client manager per event, beside a raw exchange of the same messages"};
         app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
-        app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
-        app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")
-            ->capture_default_str();
-        app.add_option("--rounds", wanted.rounds, "turns of each process")
-            ->check(CLI::Range(1, 1000))
-            ->capture_default_str();
+        bench::add_options(app, wanted, argv[0], "turns of each process");
         app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
-        app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
         app.add_option("--only", wanted.only, "events whose name contains this text");
-        app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
         CLI11_PARSE(app, argc, argv);
         return measure_all(wanted);
     } catch (const std::exception &error) {

@@ -18,11 +18,7 @@ namespace {
 
 using bench::subject;
 
-struct options {
-    std::string program, directory = "/tmp", json_file;
-    unsigned rounds = 15;
-    int cpu = 0;
-};
+using bench::options;
 
 constexpr int quiet = 1;
 constexpr std::size_t table_size = 2048;
@@ -180,17 +176,9 @@ int measure_all(const options &wanted) {
 int main(int argc, char **argv) {
     try {
         options wanted;
-        wanted.program = std::filesystem::path(argv[0]).replace_filename("client_mgr").string();
         CLI::App app{"How what the client manager costs grows with what it has to do"};
         app.set_version_flag("--version", "growth_bench " CLIENT_MGR_VERSION);
-        app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
-        app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")
-            ->capture_default_str();
-        app.add_option("--rounds", wanted.rounds, "repetitions, of which the median counts")
-            ->check(CLI::Range(1, 1000))
-            ->capture_default_str();
-        app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
-        app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
+        bench::add_options(app, wanted, argv[0], "repetitions, of which the median counts");
         CLI11_PARSE(app, argc, argv);
         return measure_all(wanted);
     } catch (const std::exception &error) {

@@ -12,6 +12,15 @@
 
 namespace bench {
 
+void add_options(CLI::App &app, options &wanted, const char *argv0, const char *rounds) {
+    wanted.program = std::filesystem::path(argv0).replace_filename("client_mgr").string();
+    app.add_option("--client-mgr", wanted.program, "the program to measure")->capture_default_str();
+    app.add_option("--directory", wanted.directory, "where the processes' sockets and logs lie")->capture_default_str();
+    app.add_option("--rounds", wanted.rounds, rounds)->check(CLI::Range(1, 1000))->capture_default_str();
+    app.add_option("--cpu", wanted.cpu, "the CPU that all run on")->capture_default_str();
+    app.add_option("--json", wanted.json_file, "where to write the figures as JSON");
+}
+
 workplace::workplace(const std::string &directory) : root(directory + "/client_mgr-bench.XXXXXX") {
     if (mkdtemp(root.data()) == nullptr) {
         throw std::runtime_error(root + ": cannot be made");

@@ -2,6 +2,7 @@
 #ifndef TESTS_BENCH_MEASURING_H
 #define TESTS_BENCH_MEASURING_H
 
+#include <CLI/CLI.hpp>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -13,6 +14,14 @@ namespace bench {
 
 // Events that wait for the measured process at a time.
 inline constexpr std::size_t window = 8;
+
+struct options {
+    std::string program, directory = "/tmp", json_file;
+    unsigned rounds = 15;
+    int cpu = 0;
+};
+// Adds them to the command line of the program `argv0`, whose rounds are what `rounds` says.
+void add_options(CLI::App &app, options &wanted, const char *argv0, const char *rounds);
 
 // A directory for sockets and logs, removed with the object, and the system log of everything that is measured.
 // Throws std::runtime_error.
