@@ -11,6 +11,7 @@
 #include "kx/kx_log.h"
 #include "poison.h"
 #include "random/soundness.h"
+#include "table_copy.h"
 #include "tables.h"
 
 namespace fuzz {
@@ -86,7 +87,15 @@ void add_verdict(uint8_t number, int32_t state, int64_t now) {
     client_mgr_acl_mac_add(&entry);
 }
 
+// Behind what is arranged, which is always the same: they are filled once.
 void fill_tables(int64_t now) {
+    static sim::table_copy<client_info> clients;
+    static sim::table_copy<acl_cache_entry> verdicts;
+    if (clients.is_taken()) {
+        clients.put_back();
+        verdicts.put_back();
+        return;
+    }
     for (unsigned i = 0; i < CLIENT_TBL_SIZE; i++) {
         client_info client = {};
         memcpy(client.cl_mac, sim::mac_number(i).data(), sizeof client.cl_mac);
@@ -96,6 +105,8 @@ void fill_tables(int64_t now) {
         entry.timestamp = static_cast<int32_t>(now);
         client_mgr_acl_mac_add(&entry);
     }
+    clients.take();
+    verdicts.take();
 }
 
 sim::bytes record(uint8_t type, std::span<const uint8_t> body) {

@@ -14,6 +14,7 @@
 #include "effects.h"
 #include "inside.h"
 #include "kx/kx_log.h"
+#include "table_copy.h"
 
 struct kx_ipc {
     int unused;
@@ -35,10 +36,20 @@ std::string own_directory() {
     return name;
 }
 
+// The tables are made empty once: fuzzing and emulated machines need it often and quickly.
 void fresh_daemon() {
+    static table_copy<client_info> no_clients;
+    static table_copy<acl_cache_entry> no_verdicts;
     g_cfg = {};
-    client_tbl_init();
-    client_mgr_acl_cache_init();
+    if (no_clients.is_taken()) {
+        no_clients.put_back();
+        no_verdicts.put_back();
+    } else {
+        client_tbl_init();
+        client_mgr_acl_cache_init();
+        no_clients.take();
+        no_verdicts.take();
+    }
     const uint8_t ap_mac[6] = {0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
     memcpy(g_cfg.ap_mac, ap_mac, sizeof(ap_mac));
 }

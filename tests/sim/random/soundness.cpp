@@ -1,6 +1,5 @@
 #include "soundness.h"
 
-#include <array>
 #include <cstddef>
 #include <cstring>
 
@@ -8,6 +7,7 @@
 #include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
 #include "client_mgr/client_tbl/client_tbl_state.h"
 #include "kx/apcfg.h"
+#include "table_copy.h"
 #include "tables.h"
 
 namespace sim {
@@ -56,67 +56,32 @@ void check_fields(const Slot *slots, const char *what, std::vector<std::string> 
     }
 }
 
-// Everything the state of one table consists of. What was found sound stays sound as long as it is the same.
-template <class Slot>
-class sound_state {
-public:
-    bool is_still(const Slot *slots, const slot_key *keys, const int32_t *buckets, std::array<int32_t, 3> heads) const {
-        return known_ && heads == heads_ && memcmp(slots, slots_, sizeof slots_) == 0 &&
-               memcmp(keys, keys_, sizeof keys_) == 0 && memcmp(buckets, buckets_, sizeof buckets_) == 0;
-    }
-    void keep(const Slot *slots, const slot_key *keys, const int32_t *buckets, std::array<int32_t, 3> heads) {
-        memcpy(slots_, slots, sizeof slots_);
-        memcpy(keys_, keys, sizeof keys_);
-        memcpy(buckets_, buckets, sizeof buckets_);
-        heads_ = heads;
-        known_ = true;
-    }
-
-private:
-    bool known_ = false;
-    Slot slots_[2048];
-    slot_key keys_[2048];
-    int32_t buckets_[2048];
-    std::array<int32_t, 3> heads_;
-};
-
 void add(std::vector<std::string> &all, const std::vector<std::string> &some) {
     all.insert(all.end(), some.begin(), some.end());
 }
 
+// What was found sound stays sound as long as it is the same.
 template <class Slot>
-void check_table(const char *what, const Slot *slots, const slot_key *keys, const int32_t *buckets,
-                 std::array<int32_t, 3> heads, std::vector<std::string> (*table_faults)(),
+void check_table(const char *what, const Slot *slots, std::vector<std::string> (*table_faults)(),
                  std::vector<std::string> &faults) {
-    static sound_state<Slot> sound;
-    if (sound.is_still(slots, keys, buckets, heads)) {
+    static table_copy<Slot> sound;
+    if (sound.is_current()) {
         return;
     }
     const size_t before = faults.size();
     add(faults, table_faults());
     check_fields(slots, what, faults);
     if (faults.size() == before) {
-        sound.keep(slots, keys, buckets, heads);
+        sound.take();
     }
-}
-
-void check_clients(std::vector<std::string> &faults) {
-    check_table("client", client_info_tbl, client_key_tbl, client_hash_tbl,
-                {client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted}, client_table_faults, faults);
-}
-
-void check_verdicts(std::vector<std::string> &faults) {
-    check_table("verdict", client_acl_cache, client_acl_keys, client_acl_hash,
-                {client_mgr_acl_free_index, client_mgr_acl_last_used, client_mgr_acl_last_deleted}, acl_cache_faults,
-                faults);
 }
 
 }  // namespace
 
 std::vector<std::string> faults_of_daemon(const platform &sim) {
     std::vector<std::string> faults = sim.complaints;
-    check_clients(faults);
-    check_verdicts(faults);
+    check_table("client", client_info_tbl, client_table_faults, faults);
+    check_table("verdict", client_acl_cache, acl_cache_faults, faults);
     if (g_cfg.num_vaps > APCFG_MAX_IFNAMES) {
         faults.push_back("there are more VAPs than the configuration can list");
     }
