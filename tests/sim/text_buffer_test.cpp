@@ -64,8 +64,8 @@ TEST(text_buffer, knows_its_conversions) {
     for (const char *fmt : {"", "text", "%d", "%s", "100%%", "%.4s", "%.18s|%d", "0x%08x", "%pM%pM M"}) {
         EXPECT_TRUE(text_buffer::knows(fmt)) << fmt;
     }
-    for (const char *fmt :
-         {"%", "%u", "%ld", "%5d", "%c", "%x", "%0x", "%09x", "%08d", "%p", "%pm", "%.4d", "%-4s", "%d %", "%d%i"}) {
+    for (const char *fmt : {"%", "%u", "%ld", "%5d", "%c", "%x", "%0x", "%0 x", "%09x", "%08d", "%p", "%pm", "%.4d",
+                            "%.*s", "%-4s", "%d %", "%d%i"}) {
         EXPECT_FALSE(text_buffer::knows(fmt)) << fmt;
     }
 }
