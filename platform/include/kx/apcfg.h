@@ -14,8 +14,9 @@ typedef struct apcfg_vap {
     uint32_t vap_attr;    /* non-zero: a guest VAP, whose clients must pass the portal */
     char ssid[32];        /* NUL-padded; an SSID of 32 bytes has no terminator */
     char captive_cfg[32]; /* text for the captive portal, NUL-padded; 32 bytes have no terminator */
-    uint16_t vlan;
-    uint32_t status;      /* 1: enabled */
+    uint16_t vlan;        /* VLAN id */
+    uint32_t status;      /* 1: enabled; in the log alone */
+    /* Sent to the controller with a MAC ACL question, as they are. */
     uint32_t radius_idx;  /* index of the RADIUS server profile */
     uint32_t mac_acl_idx; /* index of the MAC ACL */
     uint32_t radius_acl_type;

@@ -42,7 +42,7 @@ void apcomm_msg_rcvd(uint8_t *payload);
 
 /* Queues one message of `len` bytes (at most 16384), at any address, to peer `dest` of the controller; the channel
  * copies it. Messages arrive in the order in which they were queued. `flags` is 0. `done` (or null) is called once the
- * channel has taken the message over. Never blocks.
+ * channel has taken the message over, inside this call or later. Never blocks.
  * Returns 0 when the message was queued, another value when it was not: no tunnel, or a full queue. */
 int apcomm_send_msg(uint32_t dest, const void *msg, uint32_t len, uint32_t flags, apcomm_send_done_handler done);
 

@@ -1,4 +1,5 @@
-/* The event loop service of the platform. */
+/* The event loop service of the platform. The daemon has one thread: everything that it does after its start, calls of
+ * the other headers included, happens inside kx_eloop_run. */
 #ifndef KX_ELOOP_H
 #define KX_ELOOP_H
 

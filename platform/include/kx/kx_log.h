@@ -34,10 +34,12 @@ extern uint32_t cur_log_size;
  * Returns 0, or another value when the log cannot be opened. */
 int KX_LOG_INIT(const char *name, int level, int flags);
 
-/* Writes the configuration record into `body`, which has KX_LOG_CFG_BODY_SIZE zeroed bytes. */
+/* The daemon hands the configuration record through, as a local message brings it or takes it away: its layout is the
+ * platform's own. Writes it into `body`, which has KX_LOG_CFG_BODY_SIZE zeroed bytes. */
 void KX_LOG_GET_CFG(void *body);
 
-/* Takes the configuration record at `payload` over; one that makes no sense changes nothing. */
+/* Takes the configuration record at `payload` over, at any address; one that makes no sense changes nothing. The bytes
+ * past a short message are zero. */
 void KX_LOG_SET_CFG(const void *payload);
 
 #ifdef __cplusplus
