@@ -141,8 +141,12 @@ def print_table(console: Console, headings: Sequence[str], rows: Sequence[Sequen
 
 
 def show_clients(console: Console, access_point: AccessPoint, clients: list[Client]) -> None:
+    if not clients:
+        console.print("\n[bold]client_mgr[/] has no client in its table now.")
+        return
     networks = {vap["bssid"]: vap["ssid"] for vap in access_point.vaps}
-    console.print(f"\n[bold]client_mgr[/] has {len(clients)} clients in its table now:\n")
+    number = "1 client" if len(clients) == 1 else f"{len(clients)} clients"
+    console.print(f"\n[bold]client_mgr[/] has {number} in its table now:\n")
     print_table(console, ("client", "network", "VLAN", "address", "state"), [
         (client.mac, networks.get(client.bssid, client.bssid), str(client.vlan),
          "unknown" if client.ip == "0.0.0.0" else client.ip, client.describe_flags()) for client in clients])

@@ -52,7 +52,6 @@ class Laboratory:
         self.access_points.append(added)
         return added
 
-
     def start(self) -> None:
         """Returns when the controller has the first report of every access point."""
         for access_point in self.access_points:

@@ -37,22 +37,23 @@ class SiteScreen:
             self._live.update(draw(self._site, counters, access_points), refresh=True)
         elif self._site.lab_time() >= self._next_line:
             self._next_line += LINES_EVERY_LAB_SECONDS
-            self._console.print(f"  {describe_time(self._site)}  {describe_counters(counters)}", soft_wrap=True)
+            self._console.print(f"  {describe_progress(self._site, counters)}", soft_wrap=True)
 
 
 def draw(site: Site, counters: dict[str, Any], access_points: dict[str, dict[str, Any]]) -> Group:
     return Group(ProgressBar(total=site.plan.seconds, completed=site.lab_time(), width=60),
-                 Text(f"{describe_time(site)}  {describe_counters(counters)}"), Text(),
+                 Text(describe_progress(site, counters)), Text(),
                  access_point_table(site, access_points))
 
 
-def describe_time(site: Site) -> str:
-    return f"{site.lab_time():3.0f} of {site.plan.seconds} s"
+def describe_progress(site: Site, counters: dict[str, Any]) -> str:
+    return (f"{site.lab_time():3.0f} of {site.plan.seconds} s  {describe_counters(counters)} "
+            f"({counters['records_per_second']}/s)")
 
 
 def describe_counters(counters: dict[str, Any]) -> str:
     return (f"{counters['clients']} clients, {counters['roams']} roams, guests: {counters['guests_waiting']} waiting, "
-            f"{counters['guests_approved']} let in, {counters['records']} records ({counters['records_per_second']}/s)")
+            f"{counters['guests_approved']} let in, {counters['records']} records")
 
 
 def access_point_table(site: Site, access_points: dict[str, dict[str, Any]]) -> Table:
