@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "lab/captive_app/captive_message.h"
+#include "lab/command_line.h"
 #include "lab/endpoint_loop.h"
 #include "platform/linux/paths.h"
 
@@ -30,8 +31,10 @@ int main(int argc, char **argv) {
         CLI::App app("Receives and shows the daemon's messages to the captive portal, at $KX_ROOT/kx/ipc/captive_app.",
                      "captive_app");
         app.set_version_flag("--version", "captive_app " CLIENT_MGR_VERSION);
-        app.add_flag("--json", json, "print one JSON object per message");
-        CLI11_PARSE(app, argc, argv);
+        app.add_flag("--json", json, "Print one JSON object per message");
+        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+            return *status;
+        }
         run(json);
         return 0;
     } catch (const std::exception &error) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/command_line.h"
 #include "lab/controller/commands.h"
 
 namespace {
@@ -103,11 +104,15 @@ int main(int argc, char **argv) {
         std::vector<std::string> words;
         CLI::App app("Tells the lab's controller what to do, and asks it what it knows.", "controller-ctl");
         app.set_version_flag("--version", "controller-ctl " CLIENT_MGR_VERSION);
-        app.add_option("--control", control, "path of the controller's control socket")->required();
-        app.add_option("command", words, "the command and its arguments; --json has it answer in JSON")->required();
+        app.add_option("--control", control, "Path of the controller's control socket")->type_name("PATH")->required();
+        app.add_option("command", words, "The command and its arguments; --json has it answer in JSON")
+            ->type_name("")
+            ->required();
         app.prefix_command();
         app.footer("Commands:\n" + std::string(controller::command_summary()));
-        CLI11_PARSE(app, argc, argv);
+        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+            return *status;
+        }
         for (const std::string &rest : app.remaining()) {
             words.push_back(rest);
         }

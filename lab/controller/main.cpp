@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "lab/command_line.h"
 #include "lab/controller/commands.h"
 #include "lab/controller/control_server.h"
 #include "lab/controller/exchange.h"
@@ -34,26 +35,8 @@ struct options {
 using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
 using event_ptr = std::unique_ptr<event, void (*)(event *)>;
 
-void add_options(CLI::App &app, options &chosen) {
-    app.set_version_flag("--version", "controller " CLIENT_MGR_VERSION);
-    app.add_option("--listen", chosen.listen, "ADDRESS:PORT to listen on; port 0 takes a free one")
-        ->capture_default_str();
-    app.add_option("--port-file", chosen.port_file, "file to write the port to, once it listens");
-    app.add_option("--ca", chosen.ca, "certificate of the authority that signed the access points' certificates")
-        ->required();
-    app.add_option("--certificate", chosen.certificate, "the controller's own certificate")->required();
-    app.add_option("--key", chosen.key, "the key of its certificate")->required();
-    app.add_option("--control", chosen.control, "path of the control socket, for controller-ctl");
-    app.add_flag("--json", chosen.json, "print one JSON object per record");
-    app.add_flag("--events", chosen.events, "with --json, print objects for tunnel events and sent records too")
-        ->needs("--json");
-    auto *passive = app.add_flag("--passive", chosen.passive, "only listen: answer nothing, ask for nothing");
-    app.add_option("--acl", chosen.acl, "TOML file of the MAC access control lists; without it all are allowed")
-        ->excludes(passive);
-}
-
-// "[::1]:7443" gives "::1" and 7443.
-std::pair<std::string, std::uint16_t> split_address(const std::string &text) {
+// "[::1]:7443" gives "::1" and 7443; none when `text` is no address and port.
+std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::string &text) {
     const std::size_t colon = text.rfind(':');
     std::string host = text.substr(0, colon);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
@@ -62,9 +45,33 @@ std::pair<std::string, std::uint16_t> split_address(const std::string &text) {
     unsigned port = 0;
     if (colon == std::string::npos || host.empty() || !CLI::detail::lexical_cast(text.substr(colon + 1), port) ||
         port > 65535) {
-        throw std::runtime_error("--listen " + text + ": ADDRESS:PORT was expected");
+        return std::nullopt;
     }
-    return {host, static_cast<std::uint16_t>(port)};
+    return std::pair(host, static_cast<std::uint16_t>(port));
+}
+
+void add_options(CLI::App &app, options &chosen) {
+    app.set_version_flag("--version", "controller " CLIENT_MGR_VERSION);
+    app.add_option("--listen", chosen.listen, "Where to listen; port 0 takes a free one")
+        ->type_name("ADDRESS:PORT")
+        ->check([](const std::string &text) { return split_address(text) ? "" : "expected ADDRESS:PORT"; })
+        ->capture_default_str();
+    app.add_option("--port-file", chosen.port_file, "Write the port to this file, once it listens")->type_name("FILE");
+    app.add_option("--ca", chosen.ca, "Certificate of the authority that signed the access points' certificates")
+        ->type_name("FILE")
+        ->required();
+    app.add_option("--certificate", chosen.certificate, "The controller's own certificate")
+        ->type_name("FILE")
+        ->required();
+    app.add_option("--key", chosen.key, "The key of its certificate")->type_name("FILE")->required();
+    app.add_option("--control", chosen.control, "Path of the control socket, for controller-ctl")->type_name("PATH");
+    app.add_flag("--json", chosen.json, "Print one JSON object per record");
+    app.add_flag("--events", chosen.events, "With --json, print objects for tunnel events and sent records too")
+        ->needs("--json");
+    auto *passive = app.add_flag("--passive", chosen.passive, "Only listen: answer nothing, ask for nothing");
+    app.add_option("--acl", chosen.acl, "TOML file of the MAC access control lists; without it all are allowed")
+        ->type_name("FILE")
+        ->excludes(passive);
 }
 
 // Written aside and moved, so that whoever waits for the file finds the whole number in it.
@@ -103,7 +110,7 @@ event_ptr ends_loop(event_base *base, int signal) {
 
 int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
-    const auto [address, port] = split_address(chosen.listen);
+    const auto [address, port] = split_address(chosen.listen).value();
     const auto tls = kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key);
     const base_ptr base(event_base_new(), event_base_free);
     bool output_failed = false;
@@ -143,7 +150,9 @@ int main(int argc, char **argv) {
         options chosen;
         CLI::App app("Serves access points as their controller and shows every record they send.", "controller");
         add_options(app, chosen);
-        CLI11_PARSE(app, argc, argv);
+        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+            return *status;
+        }
         return run(chosen);
     } catch (const std::exception &error) {
         std::cerr << "controller: " << error.what() << '\n';

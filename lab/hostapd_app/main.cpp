@@ -8,6 +8,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "lab/command_line.h"
 #include "lab/endpoint_loop.h"
 #include "lab/hostapd_app/hostapd_command.h"
 #include "lab/radio/radio_control.h"
@@ -69,8 +70,10 @@ int main(int argc, char **argv) {
             "radio.",
             "hostapd_app");
         app.set_version_flag("--version", "hostapd_app " CLIENT_MGR_VERSION);
-        app.add_flag("--json", json, "print one JSON object per command");
-        CLI11_PARSE(app, argc, argv);
+        app.add_flag("--json", json, "Print one JSON object per command");
+        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+            return *status;
+        }
         run(json);
         return 0;
     } catch (const std::exception &error) {

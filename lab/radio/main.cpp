@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "lab/command_line.h"
 #include "lab/radio/capture_source.h"
 #include "lab/radio/radio_process.h"
 #include "lab/radio/scenario_source.h"
@@ -25,15 +26,29 @@ struct options {
     std::int64_t start_at = 0;
 };
 
+// What CLI11 cannot be told.
+void check(const options &given) {
+    if (given.capture.empty() && given.scenario.empty()) {
+        throw CLI::RequiredError("a capture or --scenario");
+    }
+    if (given.start_at != 0 && given.speed == "max") {
+        throw CLI::ValidationError("--start-at", "expected a number for --speed as well");
+    }
+}
+
 void declare(CLI::App &app, options &given) {
-    auto *capture = app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play");
-    auto *scenario = app.add_option("--scenario", given.scenario, "TOML file of stations and what they do, to play");
+    auto *capture =
+        app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play")->type_name("FILE");
+    auto *scenario = app.add_option("--scenario", given.scenario, "TOML file of stations and what they do, to play")
+                         ->type_name("FILE");
     scenario->excludes(capture);
-    auto *ap = app.add_option("--ap", given.ap, "which of the scenario's access points this is");
+    auto *ap = app.add_option("--ap", given.ap, "Which of the scenario's access points this is")->type_name("NAME");
     scenario->needs(ap);
     ap->needs(scenario);
-    app.add_option("--config", given.config, "access point's configuration; default: $KX_CONFIG or $KX_ROOT/ap.toml");
-    app.add_option("--speed", given.speed, "times real time, or max: as fast as the daemon takes it")
+    app.add_option("--config", given.config, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
+        ->type_name("FILE");
+    app.add_option("--speed", given.speed, "Times real time, or max: as fast as the daemon takes it")
+        ->type_name("N|max")
         ->check([](const std::string &text) -> std::string {
             char *end = nullptr;
             const double value = std::strtod(text.c_str(), &end);
@@ -42,19 +57,22 @@ void declare(CLI::App &app, options &given) {
         })
         ->capture_default_str();
     app.add_option("--start-at", given.start_at,
-                   "let lab time begin at this moment, in milliseconds of the real-time clock, instead of when the "
+                   "Let lab time begin at this moment, in milliseconds of the real-time clock, instead of when the "
                    "daemon is ready; needs a number for --speed")
-        ->check(CLI::PositiveNumber);
-    app.add_flag("--no-wait", given.no_wait, "send events whether or not the daemon can use them yet");
-    app.add_option("--patience", given.patience, "give up when the daemon takes nothing for so many seconds; 0: never")
+        ->type_name("MS")
+        ->check(CLI::PositiveNumber.description(""));
+    app.add_flag("--no-wait", given.no_wait, "Send events whether or not the daemon can use them yet");
+    app.add_option("--patience", given.patience, "Give up when the daemon takes nothing for so many seconds; 0: never")
         ->capture_default_str();
-    app.add_flag("--stay", given.stay, "serve the VAPs after the end, until SIGTERM");
-    app.add_flag("--json", given.json, "print one JSON object per event");
+    app.add_flag("--stay", given.stay, "Serve the VAPs after the end, until SIGTERM or SIGINT");
+    app.add_flag("--json", given.json, "Print one JSON object per event");
     app.add_flag("--discover", given.discover,
-                 "print the [[vap]] tables of the capture's or the scenario's access point and end");
-    app.add_option("--write-config", given.write_config, "with --discover: write them to this file instead")
+                 "Print the [[vap]] tables of the capture's or the scenario's access point and end");
+    app.add_option("--write-config", given.write_config, "With --discover: write them to this file instead")
+        ->type_name("FILE")
         ->needs("--discover");
     app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
+    app.final_callback([&given] { check(given); });
 }
 
 void write_text(const std::string &file, const std::string &text) {
@@ -111,8 +129,6 @@ radio::radio_process::settings make_settings(const options &given) {
     radio::radio_process::settings how;
     if (given.speed != "max") {
         how.play.speed = std::stod(given.speed);
-    } else if (given.start_at != 0) {
-        throw std::runtime_error("--start-at: expected a number for --speed as well");
     }
     if (given.start_at != 0) {
         how.play.start_at = std::chrono::system_clock::time_point(std::chrono::milliseconds(given.start_at));
@@ -144,9 +160,8 @@ int run(int argc, char **argv) {
     CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
     options given;
     declare(app, given);
-    CLI11_PARSE(app, argc, argv);
-    if (given.capture.empty() && given.scenario.empty()) {
-        throw std::runtime_error("expected a capture or --scenario; see --help");
+    if (const auto status = lab::parse_command_line(app, argc, argv)) {
+        return *status;
     }
     if (given.discover) {
         return discover(given);

@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "lab/command_line.h"
 #include "lab/radio/scenario_maker.h"
 
 namespace {
@@ -33,21 +34,23 @@ int run(int argc, char **argv) {
     radio::site_plan plan;
     std::optional<std::uint64_t> seed;
     std::string file = "-";
-    app.add_option("--aps", plan.access_points, "access points")->check(CLI::Range(1U, 250U))->capture_default_str();
-    app.add_option("--stations", plan.stations, "stations")->check(CLI::Range(1U, 65000U))->capture_default_str();
-    app.add_option("--seconds", plan.seconds, "of lab time; the last five are quiet")
+    app.add_option("--aps", plan.access_points, "Access points")->check(CLI::Range(1U, 250U))->capture_default_str();
+    app.add_option("--stations", plan.stations, "Stations")->check(CLI::Range(1U, 65000U))->capture_default_str();
+    app.add_option("--seconds", plan.seconds, "Length in lab time; the last five are quiet")
         ->check(CLI::Range(20U, 86400U))
         ->capture_default_str();
-    app.add_option("--guests", plan.guests, "per cent of the stations that are guests")
+    app.add_option("--guests", plan.guests, "Per cent of the stations that are guests")
         ->check(CLI::Range(0U, 100U))
         ->capture_default_str();
-    app.add_option("--restricted", plan.restricted, "per cent of the stations on the network with a MAC ACL")
+    app.add_option("--restricted", plan.restricted, "Per cent of the stations on the network with a MAC ACL")
         ->check(CLI::Range(0U, 100U))
         ->capture_default_str();
-    app.add_option("--seed", seed, "number that decides everything; default: a new one, which is printed");
-    app.add_option("-o,--output", file, "file to write; -: standard output")->capture_default_str();
+    app.add_option("--seed", seed, "Number that decides everything; default: a new one, which is printed");
+    app.add_option("-o,--output", file, "Where to write; -: standard output")->type_name("FILE")->capture_default_str();
     app.set_version_flag("--version", "kx-scenario " CLIENT_MGR_VERSION);
-    CLI11_PARSE(app, argc, argv);
+    if (const auto status = lab::parse_command_line(app, argc, argv)) {
+        return *status;
+    }
     plan.seed = seed ? *seed : std::random_device{}();
     return write_scenario(plan, file);
 }

@@ -283,17 +283,15 @@ TEST_F(radio_process_test, plays_what_it_can_of_a_damaged_capture) {
     }
 }
 
-TEST_F(radio_process_test, says_what_is_wrong_with_its_arguments) {
+TEST_F(radio_process_test, says_what_is_wrong_with_its_files) {
     write_file("empty.pcap", "");
     capture_command();
-    for (const strings &arguments :
-         {strings{}, strings{"/nonexistent.pcap"}, strings{root() + "/empty.pcap"},
-          strings{RADIO_BUILTIN_CAPTURE, "--speed", "0"}, strings{RADIO_BUILTIN_CAPTURE, "--start-at", "5"},
-          strings{RADIO_BUILTIN_CAPTURE, "--config", root() + "/none.toml"}}) {
+    for (const strings &arguments : {strings{"/nonexistent.pcap"}, strings{root() + "/empty.pcap"},
+                                     strings{RADIO_BUILTIN_CAPTURE, "--config", root() + "/none.toml"}}) {
         strings command = {RADIO_PROGRAM};
         command.insert(command.end(), arguments.begin(), arguments.end());
         child_process radio(command);
-        EXPECT_GT(radio.wait(), 0);
+        EXPECT_EQ(radio.wait(), 1);
         EXPECT_FALSE(radio.output().empty());
     }
 }
