@@ -3,6 +3,9 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <limits>
 #include <string_view>
 
@@ -98,9 +101,13 @@ mac_acl_list &mac_acl::list(std::uint32_t index) {
 }
 
 mac_acl mac_acl::load(const std::string &file) {
+    std::ifstream in(file);
+    if (!in) {
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    }
     toml::table root;
     try {
-        root = toml::parse_file(file);
+        root = toml::parse(in, file);
     } catch (const toml::parse_error &error) {
         throw std::runtime_error(file + ':' + std::to_string(error.source().begin.line) + ": " +
                                  std::string(error.description()));

@@ -80,6 +80,15 @@ struct wrong_file {
     const char *error;  // behind the file's name
 };
 
+std::string load_error(const std::string &file) {
+    try {
+        mac_acl::load(file);
+        return "none";
+    } catch (const std::runtime_error &error) {
+        return error.what();
+    }
+}
+
 TEST(MacAcl, FileIsChecked) {
     const wrong_file cases[] = {
         {"default = 1", ":1: default: \"allow\" or \"deny\" was expected"},
@@ -102,14 +111,9 @@ TEST(MacAcl, FileIsChecked) {
     };
     for (const wrong_file &each : cases) {
         const file config(each.text);
-        try {
-            mac_acl::load(config.path());
-            ADD_FAILURE() << each.text << " was taken";
-        } catch (const std::runtime_error &error) {
-            EXPECT_EQ(error.what(), config.path() + each.error);
-        }
+        EXPECT_EQ(load_error(config.path()), config.path() + each.error);
     }
-    EXPECT_THROW(mac_acl::load("/nonexistent/acl.toml"), std::runtime_error);
+    EXPECT_EQ(load_error("/nonexistent/acl.toml"), "/nonexistent/acl.toml: No such file or directory");
     const file broken("[[");
     EXPECT_THROW(mac_acl::load(broken.path()), std::runtime_error);
 }
