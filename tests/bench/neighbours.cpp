@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -220,7 +219,7 @@ bool neighbours::answer_driver_request(int listener) {
     bytes data;
     if (request.request == SIOCGIFHWADDR) {
         data.assign(bssid_base.begin(), bssid_base.end());
-        data.back() = static_cast<std::uint8_t>(data.back() + std::atoi(request.ifname + std::strlen("wlan")));
+        data.back() = static_cast<std::uint8_t>(data.back() + std::stoi(request.ifname + std::strlen("wlan")));
     } else if (request.request == SIOCDEVPRIVATE + 6) {
         data = stations_;
     }

@@ -17,10 +17,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "client_mgr/messages.h"
+#include "platform/linux/ap_config.h"
 #include "platform/linux/ipc_endpoint.h"
 #include "platform/linux/paths.h"
 
@@ -45,23 +48,16 @@ int connected(const std::string &path, int kind) {
 // The text up to a MAC address in it, the address, and the text behind: what a plain daemon formats.
 struct log_line {
     std::string before, after;
-    std::array<unsigned, 6> mac{};
-    bool has_mac = false;
+    std::optional<kx::mac_address> mac;
 };
 
 log_line split(const std::string &text) {
     for (std::size_t at = 0; at + 17 <= text.size(); at++) {
-        log_line line;
-        auto &mac = line.mac;
-        if (std::sscanf(text.c_str() + at, "%2x:%2x:%2x:%2x:%2x:%2x", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4],
-                        &mac[5]) == 6) {
-            line.before = text.substr(0, at);
-            line.after = text.substr(at + 17);
-            line.has_mac = true;
-            return line;
+        if (const std::optional<kx::mac_address> mac = kx::parse_mac(std::string_view(text).substr(at, 17))) {
+            return {text.substr(0, at), text.substr(at + 17), mac};
         }
     }
-    return {text, "", {}, false};
+    return {text, "", std::nullopt};
 }
 
 // Goes on from the file's start where the daemon's would.
@@ -98,10 +94,13 @@ private:
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
         int length = std::fprintf(stream_, ":%ld:%ld: ", static_cast<long>(now.tv_sec), now.tv_nsec / 1'000'000);
-        const auto &mac = line.mac;
-        length += line.has_mac ? std::fprintf(stream_, "%s%02x:%02x:%02x:%02x:%02x:%02x%s\n", line.before.c_str(),
-                                              mac[0], mac[1], mac[2], mac[3], mac[4], mac[5], line.after.c_str())
-                               : std::fprintf(stream_, "%s\n", line.before.c_str());
+        if (line.mac) {
+            const kx::mac_address &mac = *line.mac;
+            length += std::fprintf(stream_, "%s%02x:%02x:%02x:%02x:%02x:%02x%s\n", line.before.c_str(), mac[0], mac[1],
+                                   mac[2], mac[3], mac[4], mac[5], line.after.c_str());
+        } else {
+            length += std::fprintf(stream_, "%s\n", line.before.c_str());
+        }
         std::fflush(stream_);
         size_ += length;
     }
