@@ -39,7 +39,7 @@ sim::bytes as_bytes(std::span<const uint8_t> part) { return {part.begin(), part.
 
 void configure_vap(sim::platform &sim, unsigned idx, bool guest) {
     sim::listed_vap listed = {.ifname = IFNAME[idx]};
-    strcpy(listed.record.ifname, IFNAME[idx]);
+    listed.ifname.copy(listed.record.ifname, sizeof listed.record.ifname);
     strcpy(listed.record.ssid, "network");
     listed.record.vlan = static_cast<uint16_t>(VLAN[idx]);
     listed.record.vap_attr = guest ? 1 : 0;
@@ -50,7 +50,7 @@ void configure_vap(sim::platform &sim, unsigned idx, bool guest) {
     memcpy(vap.bssid, BSSID[idx], sizeof vap.bssid);
     memcpy(vap.ssid, listed.record.ssid, sizeof vap.ssid);
     memset(vap.captive_cfg, 'p', sizeof vap.captive_cfg);
-    strcpy(vap.ifname, IFNAME[idx]);
+    listed.ifname.copy(vap.ifname, sizeof vap.ifname);
     vap.vlan = VLAN[idx];
     vap.vap_attr = listed.record.vap_attr;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <utility>
 
 #include "event.h"
 #include "kx/kx_ipc.h"
@@ -80,7 +81,7 @@ event event_source::next() {
     if (queue_.empty()) {
         queue_.push_back(any_event());
     }
-    const event e = queue_.front();
+    event e = std::move(queue_.front());
     queue_.pop_front();
     if (e.kind == event::WAIT) {
         wall_secs_ += e.number;
@@ -187,7 +188,7 @@ bytes event_source::payload(uint32_t id) {
 }
 
 bytes event_source::acl_data(uint32_t &length) {
-    const bytes data = noise(dice_.one_in(8) ? dice_.below(300) : dice_.below(8));
+    bytes data = noise(dice_.one_in(8) ? dice_.below(300) : dice_.below(8));
     length = static_cast<uint32_t>(data.size());
     if (dice_.one_in(20)) {
         length = dice_.any(EDGES);

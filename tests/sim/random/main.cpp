@@ -54,7 +54,7 @@ struct line_hash {
             step(word(line.data() + at));
         }
         char rest[8] = {};
-        memcpy(rest, line.data() + at, line.size() - at);
+        line.copy(rest, sizeof rest, at);
         step(word(rest));
         step(line.size());
     }

@@ -12,8 +12,9 @@ namespace {
 std::string host_integer(const bytes &body, size_t at, size_t width) {
     uint16_t narrow;
     uint32_t wide;
-    if (at + width > body.size())
+    if (at + width > body.size()) {
         throw std::logic_error("a driver request that is too short");
+    }
     if (width == sizeof narrow) {
         memcpy(&narrow, body.data() + at, sizeof narrow);
         return std::to_string(narrow);
@@ -48,8 +49,9 @@ std::string portable_text(std::string effect) {
     }
     const bool station = starts_with(effect, "ioctl(0x8be6, ");
     const bool verdict = starts_with(effect, "ioctl(0x89fc, ");
-    if (!station && !verdict)
+    if (!station && !verdict) {
         return effect;
+    }
     const size_t at = effect.rfind(", ") + 2;
     const size_t end = effect.find(')', at);
     const bytes body = shown(effect.substr(at, end - at));
