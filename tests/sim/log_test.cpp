@@ -15,7 +15,8 @@ namespace {
 // A log file on disk in place of the simulated one.
 class log_file {
 public:
-    log_file() : file(tmpfile()) { log_file_name = file; }
+    log_file() : log_file(tmpfile()) {}
+    explicit log_file(FILE *opened) : file(opened) { log_file_name = file; }
     ~log_file() {
         log_file_name = nullptr;
         fclose(file);
@@ -102,6 +103,17 @@ TEST(log, a_file_of_exactly_its_maximum_grows_on) {
     event();
     EXPECT_EQ(2 * first_line, file.content().size());
     EXPECT_EQ(2 * first_line, cur_log_size);
+    sim.check_end();
+}
+
+TEST(log, a_full_disk_costs_the_line_and_nothing_else) {
+    site sim(3);
+    const log_file file(fopen("/dev/full", "w"));
+    kx_log_conf_data.console = 1;
+    sim.set_clock(1234567890, 7);
+    event();
+    sim.expect({console(3, EVENT)});
+    EXPECT_EQ((":1234567890:7: " + EVENT + "\n").size(), cur_log_size);
     sim.check_end();
 }
 
