@@ -18,7 +18,7 @@ std::string written(Write write) {
     FILE *f = open_memstream(&text, &len);
     write(f);
     fclose(f);
-    const std::string out(text, len);
+    std::string out(text, len);
     free(text);
     return out;
 }
