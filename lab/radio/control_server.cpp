@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "client_mgr/wire.h"
@@ -31,19 +29,10 @@ ordered_json describe(const mac_address &client, const station &each, const kx::
             {"since", since.count()}};
 }
 
-kx::ipc_socket open_endpoint() {
-    try {
-        return kx::ipc_socket::open(endpoint_radio);
-    } catch (const std::system_error &error) {
-        const bool taken = error.code() == std::errc::address_in_use;
-        throw std::runtime_error(std::string(error.what()) + (taken ? "; another radio serves this KX_ROOT" : ""));
-    }
-}
-
 }  // namespace
 
 control_server::control_server(loop &on, radio_stack &stack, callbacks ask)
-    : stack_(stack), ask_(std::move(ask)), socket_(open_endpoint()) {
+    : stack_(stack), ask_(std::move(ask)), socket_(kx::ipc_socket::open(endpoint_radio)) {
     readable_ = make_reader(on, socket_.fd(), [this] { serve_waiting(); });
 }
 

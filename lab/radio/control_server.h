@@ -19,7 +19,7 @@ public:
         std::function<bool(const mac_address &client, const mac_address &bssid)> is_here;
     };
 
-    // Throws std::runtime_error when another radio holds the endpoint.
+    // Throws std::system_error when another radio holds the endpoint.
     control_server(loop &on, radio_stack &stack, callbacks ask);
 
 private:

@@ -21,6 +21,8 @@ namespace {
     throw std::system_error(error, std::generic_category(), what);
 }
 
+[[noreturn]] void fail_taken(const std::string &path) { fail(EADDRINUSE, path + " is served by another process"); }
+
 class unique_fd {
 public:
     explicit unique_fd(int fd) : fd_(fd) {}
@@ -75,11 +77,14 @@ void remove_dead_socket(const ipc_address &address, const std::string &path) {
     }
     unique_fd probe = make_socket(path);
     if (connect(probe.get(), address.get(), address.length) == 0) {
-        fail(EADDRINUSE, path);
+        fail_taken(path);
     }
     // Any other error, such as another type of socket, shows that somebody lives there.
+    if (errno == ENOENT) {
+        fail(EAGAIN, path);
+    }
     if (errno != ECONNREFUSED) {
-        fail(errno == ENOENT ? EAGAIN : EADDRINUSE, path);
+        fail_taken(path);
     }
     if (unlink(path.c_str()) != 0) {
         fail(errno, path);

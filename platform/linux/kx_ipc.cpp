@@ -142,8 +142,7 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
     try {
         endpoint.fd = kx::open_ipc_endpoint(kx::place(path));
     } catch (const std::system_error &error) {
-        bool taken = error.code().value() == EADDRINUSE;
-        kx::report_start_failure(std::string(error.what()) + (taken ? "; another client_mgr serves this KX_ROOT" : ""));
+        kx::report_start_failure(error.what());
         return -1;
     }
     endpoint.buffer = {static_cast<std::uint8_t *>(rx_buf), rx_buf_len};
