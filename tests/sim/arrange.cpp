@@ -80,6 +80,11 @@ bytes client_data(const client_info &client) {
     return {start, start + offsetof(client_info, hash_index)};
 }
 
+bytes state_block() {
+    const auto *start = reinterpret_cast<const uint8_t *>(&g_cfg);
+    return {start, start + sizeof g_cfg};
+}
+
 listed_vap apcfg_entry(std::string_view ifname, std::string_view ssid, uint16_t vlan) {
     listed_vap entry = {.ifname = std::string(ifname)};
     set_text(entry.record.ifname, sizeof(entry.record.ifname), ifname);

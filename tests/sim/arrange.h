@@ -37,6 +37,9 @@ void set_text(char *dst, size_t width, std::string_view text);
 // The client data of a record: the 88 bytes that callers and the table exchange.
 bytes client_data(const client_info &client);
 
+// g_cfg, padding included.
+bytes state_block();
+
 // What the platform's configuration lists.
 listed_vap apcfg_entry(std::string_view ifname, std::string_view ssid, uint16_t vlan);
 

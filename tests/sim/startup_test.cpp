@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <string>
 
+#include "arrange.h"
 #include "client_mgr/client_mgr.h"
 #include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
 #include "client_mgr/client_tbl/client_tbl_state.h"
@@ -20,11 +22,6 @@ const steps RADIO = did("kx_get_node_radio_mac_addr(24, 0)");
 const steps RUNNING = did("sysmon_send_handshake(ipc, 60)") +
                       did("kx_eloop_register_timeout(60, 0, client_mgr_acl_cache_expire, null, null)") +
                       did("kx_eloop_run()");
-
-bytes state_block() {
-    const auto *start = reinterpret_cast<const uint8_t *>(&g_cfg);
-    return {start, start + sizeof(g_cfg)};
-}
 
 // What a process may find in its memory is not what start-up relies on.
 void spoil_state() {
@@ -58,10 +55,10 @@ SIM_TEST(startup, runs_its_steps_in_order) {
 SIM_TEST(startup, leaves_a_clean_state_and_the_radio_mac_address) {
     spoil_state();
     sim.running = [] {
-        client_mgr_cfg expected = {};
-        const uint8_t mac[6] = {0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
-        memcpy(expected.ap_mac, mac, sizeof(mac));
-        EXPECT_EQ(0, memcmp(&expected, &g_cfg, sizeof(g_cfg)));
+        const bytes mac = hex("a0a1a2a3a4a5");
+        bytes expected = zeros(sizeof g_cfg);
+        std::copy(mac.begin(), mac.end(), expected.begin() + offsetof(client_mgr_cfg, ap_mac));
+        EXPECT_EQ(expected, state_block());
     };
     sim.main();
     sim.forget();
