@@ -14,10 +14,13 @@ bytes notice(std::string_view bssid = BSSID) {
 
 steps receipt() { return notified(64, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"); }
 
+steps heard(int priority, const std::string &bssid, const std::string &mac, const std::string &remark) {
+    return syslog(priority, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [" + remark + "]");
+}
+
 steps taken_up(std::string_view bssid = BSSID) {
     return receipt() + client_lookup(CLIENT, true) +
-           syslog(14, "<clmgr> Proc Reassociation-Req " + std::string(bssid) +
-                          " -- 02:13:24:35:46:57 [Last BSS d0:d1:d2:d3:d4:d5]");
+           heard(14, std::string(bssid), "02:13:24:35:46:57", "Last BSS d0:d1:d2:d3:d4:d5");
 }
 
 steps update(uint8_t type = 5) { return foreign_update(type, CLIENT, BSSID, ELSEWHERE, IP); }
@@ -237,17 +240,15 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
         const std::string mac = mac_text(&seen[16]);
         const std::string bssid = mac_text(&seen[22]);
         const std::string last = mac_text(&seen[28]);
-        const steps heard =
-            syslog(14, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [Last BSS " + last + "]");
+        const steps moved = heard(14, bssid, mac, "Last BSS " + last);
         if (len < 22) {
             sim.expect({receipt(), client_lookup(mac, false), log(3, "Unable to find client, req cntlr"),
                         log(1, "Invalid ap bssid in assoc msg")});
         } else if (len < 28) {
-            sim.expect({receipt(), client_lookup(mac, true), heard,
-                        syslog(10, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [Invalid BSS]"),
+            sim.expect({receipt(), client_lookup(mac, true), moved, heard(10, bssid, mac, "Invalid BSS"),
                         log(1, "Invalid ap bssid in foreign assoc msg")});
         } else {
-            sim.expect({receipt(), client_lookup(mac, true), heard, foreign_update(5, CLIENT, BSSID, last, IP),
+            sim.expect({receipt(), client_lookup(mac, true), moved, foreign_update(5, CLIENT, BSSID, last, IP),
                         client_update_at(CLIENT, 0), bridged_locally(), portal_told()});
         }
     }
