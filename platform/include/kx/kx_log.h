@@ -23,10 +23,10 @@ typedef struct kx_log_conf {
 #define KX_LOG_CFG_BODY_SIZE 2060
 
 extern kx_log_conf kx_log_conf_data;
-/* The open log stream, null when there is none. The daemon writes whole lines, each with one write, and goes back to the
- * start when the file is full: a file opened for appending would grow for ever. A stream that has a descriptor is written
- * past, another one with an fwrite and an fflush. So nobody else may use it, and what a port writes before the daemon
- * starts it flushes. A line about a PMK add shows a key: of a file, none stays in a stream's buffer. */
+/* The open log stream, null when there is none. The daemon writes whole lines, each with one write, and goes back to
+ * the start when the file is full: a file opened for appending would grow for ever. A stream that has a descriptor is
+ * written past, another one with an fwrite and an fflush. So nobody else may use it, and what a port writes before the
+ * daemon starts it flushes. A line about a PMK add shows a key: of a file, none stays in a stream's buffer. */
 extern FILE *log_file_name;
 /* Bytes written to the log file since it was last rewound; kept by the writer of the lines. */
 extern uint32_t cur_log_size;
