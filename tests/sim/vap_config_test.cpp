@@ -234,7 +234,7 @@ SIM_TEST(vap_config, stops_at_16_vaps) {
     }
     memset(g_cfg.ctrlr_msg_buf, 0xa5, 256);
     for (int left_out : {239, 1, 0}) {
-        sim.vaps.resize(static_cast<size_t>(16 + left_out));
+        sim.vaps.resize(16 + static_cast<size_t>(left_out));
         client_mgr_vap_init();
         const std::string complaint = "No room for " + std::to_string(left_out) + " of the VAPs";
         sim.expect({INITIALISING, got(16 + left_out), first_16, left_out > 0 ? log(1, complaint) : steps{}});
