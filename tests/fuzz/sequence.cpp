@@ -15,6 +15,7 @@ using sim::event;
 constexpr unsigned EVENTS_MAX = 100;
 constexpr uint8_t KINDS = 9;
 
+// An input names one by its place, so that kept inputs only go on meaning the same while these places stay.
 constexpr std::array CALLS = {
     "apcomm_send_msg",
     "ioctl",
