@@ -1,4 +1,4 @@
-// A queue of packets in a fixed array of bytes. What leaves it leaves nothing behind: packets may hold keys.
+// A queue of packets in a fixed room. What leaves it leaves nothing behind: packets may hold keys.
 #ifndef KX_LINUX_PACKET_RING_H
 #define KX_LINUX_PACKET_RING_H
 
@@ -16,13 +16,15 @@ namespace kx {
 
 class packet_ring {
 public:
-    static constexpr std::size_t capacity =
-        std::size_t{256} * 1024;  // four of them per packet are used up by its length
+    static constexpr std::size_t overhead = sizeof(be32);  // of each packet, for its length
+
+    // `room` is the caller's and outlives the queue.
+    constexpr explicit packet_ring(std::span<std::uint8_t> room) : room_(room) {}
 
     // Appends the packet whose bytes are `head` and `body`. False, and nothing is queued, when it does not fit.
     bool push(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body) {
         std::size_t size = head.size() + body.size();
-        if (sizeof(be32) + size > capacity - used_) {
+        if (overhead + size > room_.size() - used_) {
             return false;
         }
         be32 length{};
@@ -35,17 +37,19 @@ public:
     }
 
     std::size_t packets() const { return packets_; }
+    // Of all packets together.
+    std::size_t bytes() const { return used_ - packets_ * overhead; }
 
     // The bytes of the oldest packet, which there must be, in two pieces.
     std::array<iovec, 2> front() {
-        std::size_t at = (start_ + sizeof(be32)) % capacity;
+        std::size_t at = (start_ + overhead) % room_.size();
         std::size_t size = front_size();
-        std::size_t first = std::min(size, capacity - at);
-        return {{{&bytes_[at], first}, {bytes_.data(), size - first}}};
+        std::size_t first = std::min(size, room_.size() - at);
+        return {{{&room_[at], first}, {room_.data(), size - first}}};
     }
 
     void pop() {
-        drop(sizeof(be32) + front_size());
+        drop(overhead + front_size());
         packets_--;
     }
 
@@ -56,30 +60,30 @@ public:
 
 private:
     void append(std::span<const std::uint8_t> piece) {
-        std::size_t at = (start_ + used_) % capacity;
-        std::size_t first = std::min(piece.size(), capacity - at);
-        std::copy_n(piece.begin(), first, bytes_.begin() + static_cast<std::ptrdiff_t>(at));
-        std::copy(piece.begin() + static_cast<std::ptrdiff_t>(first), piece.end(), bytes_.begin());
+        std::size_t at = (start_ + used_) % room_.size();
+        std::size_t first = std::min(piece.size(), room_.size() - at);
+        std::copy_n(piece.begin(), first, room_.begin() + static_cast<std::ptrdiff_t>(at));
+        std::copy(piece.begin() + static_cast<std::ptrdiff_t>(first), piece.end(), room_.begin());
         used_ += piece.size();
     }
 
     void drop(std::size_t size) {
-        std::size_t first = std::min(size, capacity - start_);
-        explicit_bzero(&bytes_[start_], first);
-        explicit_bzero(bytes_.data(), size - first);
-        start_ = (start_ + size) % capacity;
+        std::size_t first = std::min(size, room_.size() - start_);
+        explicit_bzero(&room_[start_], first);
+        explicit_bzero(room_.data(), size - first);
+        start_ = (start_ + size) % room_.size();
         used_ -= size;
     }
 
     std::size_t front_size() const {
         be32 length{};
         for (std::size_t i = 0; i < sizeof(length); i++) {
-            length.bytes[i] = bytes_[(start_ + i) % capacity];
+            length.bytes[i] = room_[(start_ + i) % room_.size()];
         }
         return length;
     }
 
-    std::array<std::uint8_t, capacity> bytes_;
+    std::span<std::uint8_t> room_;
     std::size_t start_ = 0, used_ = 0, packets_ = 0;
 };
 

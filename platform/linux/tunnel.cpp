@@ -16,9 +16,11 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "platform/linux/tcp_dialer.h"
+#include "platform/linux/tunnel_queue.h"
 
 namespace kx {
 
@@ -105,7 +107,7 @@ public:
 
     ~connection() override {
         owner_->gone = true;
-        if (phase_ == phase::up && queued() == 0) {
+        if (phase_ == phase::up && queue_->bytes() == 0) {
             notify_close();
         }
     }
@@ -150,8 +152,7 @@ private:
     static void on_timer(evutil_socket_t, short, void *self) { static_cast<connection *>(self)->time_passed(); }
 
     SSL *ssl() const { return bufferevent_openssl_get_ssl(buffered_.get()); }
-    std::size_t queued() const { return evbuffer_get_length(bufferevent_get_output(buffered_.get())); }
-    void write(std::uint32_t destination, std::span<const std::uint8_t> message);
+    void send_keep_alive();
     void take_frames();
     void deliver(const tunnel_frame &frame);
     void queue_shrunk();
@@ -172,7 +173,7 @@ private:
     monotonic::time_point timer_due_;
     std::unique_ptr<tcp_dialer> dialer_;
     std::unique_ptr<bufferevent, bufferevent_deleter> buffered_;
-    frame_counter frames_;
+    std::optional<tunnel_queue> queue_;  // since there is buffered_
     phase phase_ = phase::setup;
     bool accepting_ = false;
     bool reading_ = true;
@@ -194,28 +195,25 @@ void connection::start_tls(int fd, bufferevent_ssl_state role) {
         throw std::bad_alloc();
     }
     bufferevent_setcb(buffered_.get(), on_readable, on_writable, on_event, this);
-    bufferevent_setwatermark(buffered_.get(), EV_WRITE, options_.queue_max / 2, 0);
+    bufferevent_setwatermark(buffered_.get(), EV_WRITE, tunnel_queue::output_low, 0);
     bufferevent_enable(buffered_.get(), EV_READ | EV_WRITE);
+    queue_.emplace(bufferevent_get_output(buffered_.get()), options_.queue_max);
 }
 
 bool connection::send(std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (phase_ != phase::up || !pending_end_.empty() || message.size() > tunnel_message_max) {
         return false;
     }
-    if (queued() + tunnel_header_size + message.size() > options_.queue_max) {
+    if (!queue_->push(destination, message)) {
         refused_ = true;
         return false;
     }
-    write(destination, message);
+    sent_ = monotonic::now();
     return true;
 }
 
-void connection::write(std::uint32_t destination, std::span<const std::uint8_t> message) {
-    frames_.count(queued());
-    put_tunnel_frame(bufferevent_get_output(buffered_.get()), destination, message);
-    if (destination != tunnel_destination_own) {
-        frames_.add(tunnel_header_size + message.size());
-    }
+void connection::send_keep_alive() {
+    queue_->push_keep_alive();
     sent_ = monotonic::now();
 }
 
@@ -243,7 +241,6 @@ void connection::close() {
     start_timer(phase_ == phase::up ? close_wait : 0s);
     phase_ = phase::closing;
     if (buffered_ != nullptr) {
-        bufferevent_setwatermark(buffered_.get(), EV_WRITE, 0, 0);
         bufferevent_enable(buffered_.get(), EV_READ);
         bufferevent_trigger(buffered_.get(), EV_WRITE, BEV_TRIG_DEFER_CALLBACKS);
     }
@@ -256,13 +253,14 @@ void connection::notify_close() {
 }
 
 void connection::queue_shrunk() {
-    if (phase_ == phase::closing && queued() == 0) {
+    queue_->refill();
+    if (phase_ == phase::closing && queue_->bytes() == 0) {
         phase_ = phase::closed;
         notify_close();
         shutdown(bufferevent_getfd(buffered_.get()), SHUT_WR);
         return;
     }
-    if (phase_ == phase::up && refused_) {
+    if (phase_ == phase::up && refused_ && queue_->bytes() <= options_.queue_max / 2) {
         refused_ = false;
         if (auto alive = owner_; alive->handlers.on_drained) {
             alive->handlers.on_drained();
@@ -313,7 +311,7 @@ void connection::event(short what) {
     if ((what & BEV_EVENT_CONNECTED) != 0) {
         peer_name_ = common_name(ssl());
         if (accepting_ && phase_ == phase::setup) {
-            write(tunnel_destination_own, {&tunnel_keep_alive, 1});
+            send_keep_alive();
             go_up();
         }
         return;
@@ -371,8 +369,8 @@ void connection::keep_alive() {
         return;
     }
     if (now - sent_ >= options_.ping_after) {
-        if (queued() == 0) {
-            write(tunnel_destination_own, {&tunnel_keep_alive, 1});
+        if (queue_->bytes() == 0) {
+            send_keep_alive();
         }
         sent_ = now;  // a queue that waits for the peer to read needs no keep-alive behind it
     }
@@ -403,12 +401,13 @@ void connection::end(const std::string &reason) {
         return;
     }
     std::string text = reason;
-    if (std::size_t unsent = buffered_ == nullptr ? 0 : frames_.count(queued()); unsent > 0) {
+    if (std::size_t unsent = queue_ ? queue_->count_messages() : 0; unsent > 0) {
         text += "; " + std::to_string(unsent) + (unsent == 1 ? " message was" : " messages were") + " not sent";
     }
     phase_ = phase::ended;
     timer_.reset();
     dialer_.reset();
+    queue_.reset();
     buffered_.reset();
     if (auto alive = owner_; alive->handlers.on_down) {
         alive->handlers.on_down(text);

@@ -2,6 +2,8 @@
 
 #include <event2/buffer.h>
 
+#include <bit>
+
 #include "client_mgr/wire.h"
 
 namespace kx {
@@ -39,11 +41,16 @@ frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string 
     return frame_state::taken;
 }
 
-void put_tunnel_frame(evbuffer *output, std::uint32_t destination, std::span<const std::uint8_t> message) {
+std::array<std::uint8_t, tunnel_header_size> make_tunnel_header(std::uint32_t destination, std::size_t length) {
     frame_header header{};
     header.destination = destination;
-    header.length = static_cast<std::uint32_t>(message.size());
-    evbuffer_add(output, &header, sizeof(header));
+    header.length = static_cast<std::uint32_t>(length);
+    return std::bit_cast<std::array<std::uint8_t, tunnel_header_size>>(header);
+}
+
+void put_tunnel_frame(evbuffer *output, std::uint32_t destination, std::span<const std::uint8_t> message) {
+    auto header = make_tunnel_header(destination, message.size());
+    evbuffer_add(output, header.data(), header.size());
     evbuffer_add(output, message.data(), message.size());
 }
 

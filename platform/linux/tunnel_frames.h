@@ -43,6 +43,9 @@ enum class frame_state : std::uint8_t {
 // Moves the first frame of `input` to `frame`. When it is bad, `fault` says what is wrong.
 frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string &fault);
 
+// What stands before a message of `length` bytes.
+std::array<std::uint8_t, tunnel_header_size> make_tunnel_header(std::uint32_t destination, std::size_t length);
+
 // Appends a frame to `output`. `message` is no longer than tunnel_message_max.
 void put_tunnel_frame(evbuffer *output, std::uint32_t destination, std::span<const std::uint8_t> message);
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 
@@ -22,18 +23,19 @@ std::span<const std::uint8_t> bytes_of(const T &record) {
     return {reinterpret_cast<const std::uint8_t *>(&record), sizeof(record)};
 }
 
-std::vector<std::uint8_t> make_message(std::uint32_t id, std::span<const std::uint8_t> head,
-                                       std::span<const std::uint8_t> body) {
+ipc_hdr make_header(std::uint32_t id, std::size_t payload_size) {
     ipc_hdr header{};
     header.id = id;
-    header.len = static_cast<std::uint32_t>(head.size() + body.size());
+    header.len = static_cast<std::uint32_t>(payload_size);
     header.flags = KX_IPC_FLAG_NOTIFICATION;
-    auto start = bytes_of(header);
-    std::vector<std::uint8_t> message(start.begin(), start.end());
-    message.insert(message.end(), head.begin(), head.end());
-    message.insert(message.end(), body.begin(), body.end());
-    return message;
+    return header;
 }
+
+struct part_head {
+    ipc_hdr header;
+    kx::apcomm_part part;
+};
+static_assert(sizeof(part_head) == sizeof(ipc_hdr) + sizeof(kx::apcomm_part));
 
 int make_socket() {
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -63,32 +65,43 @@ daemon_inbox::~daemon_inbox() {
 }
 
 void daemon_inbox::send(std::uint32_t id, std::span<const std::uint8_t> payload) {
-    push({make_message(id, payload, {}), false});
+    push(bytes_of(make_header(id, payload.size())), payload);
 }
 
 void daemon_inbox::send_controller_message(std::span<const std::uint8_t> message) {
     std::size_t offset = 0;
     do {
         auto body = message.subspan(offset, std::min(message.size() - offset, kx::apcomm_part_max));
-        kx::apcomm_part part{};
-        part.kind = kx::apcomm_kind_part;
-        part.total = static_cast<std::uint32_t>(message.size());
-        part.offset = static_cast<std::uint32_t>(offset);
-        part.length = static_cast<std::uint32_t>(body.size());
+        part_head head{make_header(KX_MSG_ID_APCOMM_MSG, sizeof(kx::apcomm_part) + body.size()), {}};
+        head.part.kind = kx::apcomm_kind_part;
+        head.part.total = static_cast<std::uint32_t>(message.size());
+        head.part.offset = static_cast<std::uint32_t>(offset);
+        head.part.length = static_cast<std::uint32_t>(body.size());
         offset += body.size();
-        push({make_message(KX_MSG_ID_APCOMM_MSG, bytes_of(part), body), offset == message.size()});
+        if (!push(bytes_of(head), body)) {
+            lost_.add(1);
+            return;
+        }
     } while (offset < message.size());
+    to_message_end_ = waiting_.packets();
 }
 
-void daemon_inbox::push(entry added) {
-    waiting_.push_back(std::move(added));
-    if (waiting_.size() == 1) {
-        send_waiting();
+// False when the message is lost.
+bool daemon_inbox::push(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body) {
+    if (waiting_.empty()) {
+        std::array<iovec, 2> pieces{{{const_cast<std::uint8_t *>(head.data()), head.size()},
+                                     {const_cast<std::uint8_t *>(body.data()), body.size()}}};
+        if (outcome result = send_now(pieces); result != outcome::full) {
+            return result == outcome::sent;
+        }
+        writable_.start();
     }
-    if (waiting_.size() > waiting_max) {
-        drop_waiting();
-        handlers_.on_stuck();
+    if (waiting_.push(head, body)) {
+        return true;
     }
+    drop_waiting();
+    handlers_.on_stuck();
+    return false;
 }
 
 // The socket is connected, because only such a one tells when its peer has room.
@@ -97,10 +110,13 @@ bool daemon_inbox::connect() {
     return ::connect(fd_, address.get(), address.length) == 0;
 }
 
-daemon_inbox::outcome daemon_inbox::send_now(const std::vector<std::uint8_t> &message) {
+daemon_inbox::outcome daemon_inbox::send_now(std::span<iovec> pieces) {
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
     // A client manager that was restarted has another socket at the same path: the second turn finds it.
     for (bool again : {true, false}) {
-        if (::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
+        if (sendmsg(fd_, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
             return outcome::sent;
         }
         if (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM) {
@@ -115,9 +131,10 @@ daemon_inbox::outcome daemon_inbox::send_now(const std::vector<std::uint8_t> &me
 
 void daemon_inbox::send_waiting() {
     while (!waiting_.empty()) {
-        switch (send_now(waiting_.front().message)) {
+        auto pieces = waiting_.front();
+        switch (send_now(pieces)) {
             case outcome::sent:
-                waiting_.pop_front();
+                pop_waiting();
                 break;
             case outcome::full:
                 writable_.start();
@@ -129,9 +146,16 @@ void daemon_inbox::send_waiting() {
     }
 }
 
+void daemon_inbox::pop_waiting() {
+    waiting_.pop();
+    if (to_message_end_ > 0) {
+        to_message_end_--;
+    }
+}
+
 void daemon_inbox::drop_waiting() {
-    lost_.add(static_cast<std::size_t>(
-        std::count_if(waiting_.begin(), waiting_.end(), [](const entry &each) { return each.completes; })));
+    lost_.add(to_message_end_ > 0 ? 1 : 0);
+    to_message_end_ = 0;
     waiting_.clear();
 }
 

@@ -3,13 +3,12 @@
 #define KX_LINUX_APD_DAEMON_INBOX_H
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <span>
-#include <vector>
 
 #include "platform/linux/apd/events.h"
 #include "platform/linux/apd/loss_counter.h"
+#include "platform/linux/backlog.h"
 
 namespace apd {
 
@@ -17,12 +16,13 @@ namespace apd {
 // dropped: a client manager that starts is told everything anew.
 class daemon_inbox {
 public:
-    // More than a live client manager ever leaves waiting.
-    static constexpr std::size_t waiting_max = 1024;
+    // Bytes: more than a live client manager ever leaves waiting: the longest message from the controller and a
+    // thousand short ones.
+    static constexpr std::size_t room = std::size_t{64} * 1024;
 
     struct callbacks {
         std::function<void()> on_drained;  // nothing waits any more
-        std::function<void()> on_stuck;    // waiting_max was exceeded and everything that waited is dropped
+        std::function<void()> on_stuck;    // there was no more room and everything that waited is dropped
     };
 
     daemon_inbox(event_base *base, callbacks handlers);
@@ -31,28 +31,27 @@ public:
     daemon_inbox &operator=(const daemon_inbox &) = delete;
 
     void send(std::uint32_t id, std::span<const std::uint8_t> payload = {});
-    // A message of at most 16384 bytes from the controller, as local message 123 or several of them.
+    // A message of at most 16384 bytes from the controller, as local message 123 or several of them. Once is_full(),
+    // the caller takes no further one from the controller until on_drained.
     void send_controller_message(std::span<const std::uint8_t> message);
     // Messages wait: the client manager reads slower than they come.
     bool is_full() const { return !waiting_.empty(); }
 
 private:
     enum class outcome { sent, full, absent };
-    struct entry {
-        std::vector<std::uint8_t> message;
-        bool completes;  // a message from the controller
-    };
 
-    void push(entry added);
+    bool push(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body);
     bool connect();
-    outcome send_now(const std::vector<std::uint8_t> &message);
+    outcome send_now(std::span<iovec> pieces);
     void send_waiting();
+    void pop_waiting();
     void drop_waiting();
 
     callbacks handlers_;
     int fd_;
     watch writable_;
-    std::deque<entry> waiting_;
+    kx::backlog waiting_{room};
+    std::size_t to_message_end_ = 0;  // packets that wait up to the end of a message from the controller
     loss_counter lost_;
 };
 
