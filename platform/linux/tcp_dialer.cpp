@@ -20,6 +20,17 @@ void event_deleter::operator()(event *event) const { event_free(event); }
 
 tcp_dialer::tcp_dialer(event_base *base, std::string host, std::uint16_t port, result_handler handler)
     : base_(base), host_(std::move(host)), port_(port), handler_(std::move(handler)) {
+    in_addr address{};
+    if (inet_pton(AF_INET, host_.c_str(), &address) == 1) {
+        addresses_ = {address};
+        wakeup_.reset(event_new(base_, -1, 0, on_address, this));
+        event_active(wakeup_.get(), 0, 0);
+        return;
+    }
+    start_resolving();
+}
+
+void tcp_dialer::start_resolving() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
@@ -31,10 +42,10 @@ tcp_dialer::tcp_dialer(event_base *base, std::string host, std::uint16_t port, r
     event_add(wakeup_.get(), nullptr);
     // getaddrinfo cannot be interrupted: the thread shares nothing with this object and may outlive it.
     try {
-        std::thread([task = std::move(task), done = ends[1]]() mutable {
+        resolver_ = std::thread([task = std::move(task), done = ends[1]]() mutable {
             task();
             ::close(done);
-        }).detach();
+        });
     } catch (...) {
         ::close(ends[1]);
         drop_fd();
@@ -42,7 +53,12 @@ tcp_dialer::tcp_dialer(event_base *base, std::string host, std::uint16_t port, r
     }
 }
 
-tcp_dialer::~tcp_dialer() { drop_fd(); }
+tcp_dialer::~tcp_dialer() {
+    drop_fd();
+    if (resolver_.joinable()) {
+        resolver_.detach();
+    }
+}
 
 void tcp_dialer::drop_fd() {
     wakeup_.reset();
@@ -69,9 +85,14 @@ tcp_dialer::resolution tcp_dialer::resolve(const std::string &host) {
     return found;
 }
 
+void tcp_dialer::on_address(evutil_socket_t, short, void *self_pointer) {
+    static_cast<tcp_dialer *>(self_pointer)->try_next();
+}
+
 void tcp_dialer::on_resolved(evutil_socket_t, short, void *self_pointer) {
     auto *self = static_cast<tcp_dialer *>(self_pointer);
     self->drop_fd();
+    self->resolver_.join();  // it has nothing left to do, and the next one gets its stack
     resolution found = self->resolution_.get();
     self->addresses_ = std::move(found.addresses);
     self->last_error_ = self->host_ + ": " + found.error;

@@ -10,6 +10,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 struct event;
@@ -22,8 +23,8 @@ struct event_deleter {
 };
 using event_ptr = std::unique_ptr<event, event_deleter>;
 
-// One attempt: resolves `host` to IPv4 addresses in a thread of its own and tries them in turn. Destruction ends the
-// attempt.
+// One attempt: resolves `host`, unless it is an IPv4 address, in a thread of its own to such addresses and tries them
+// in turn. Destruction ends the attempt.
 class tcp_dialer {
 public:
     // Called once, from the loop, with a connected non-blocking socket that is the callee's, or with -1 and the reason.
@@ -42,9 +43,11 @@ private:
         std::string error;
     };
     static resolution resolve(const std::string &host);
+    static void on_address(evutil_socket_t, short, void *self_pointer);
     static void on_resolved(evutil_socket_t, short, void *self_pointer);
     static void on_connected(evutil_socket_t fd, short, void *self_pointer);
 
+    void start_resolving();
     void try_next();
     bool start_connect(const in_addr &address);
     void finish(int fd, const std::string &error);
@@ -54,6 +57,7 @@ private:
     std::string host_;
     std::uint16_t port_;
     result_handler handler_;
+    std::thread resolver_;
     std::future<resolution> resolution_;
     std::vector<in_addr> addresses_;  // those not tried yet, in reverse order
     std::string last_error_;
