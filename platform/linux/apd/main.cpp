@@ -12,6 +12,7 @@
 #include "platform/linux/apd/apd.h"
 #include "platform/linux/apd/clean_heap.h"
 #include "platform/linux/apd/events.h"
+#include "platform/linux/apd/heap_reserve.h"
 #include "platform/linux/apd/log.h"
 #include "platform/linux/hardening.h"
 #include "platform/linux/paths.h"
@@ -49,6 +50,7 @@ int run(int argc, char **argv) {
 
     signal(SIGPIPE, SIG_IGN);
     kx::harden_process();
+    apd::take_heap();
     apd::clean_libraries_heap();
     serve(config_file);
     return EX_OK;
