@@ -30,7 +30,7 @@ apcomm_status_handler on_status = nullptr;
 // The connection to apd, -1 when there is none.
 int connection = -1;
 event readable, writable;
-std::array<uint8_t, std::size_t{256} * 1024> waiting_room;
+std::array<uint8_t, kx::apcomm_waiting_max> waiting_room;
 kx::packet_ring waiting(waiting_room);  // for `writable`
 bool tunnel_up = false;
 unsigned retry_ms = first_retry_ms;

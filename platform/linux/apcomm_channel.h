@@ -18,6 +18,7 @@
 namespace kx {
 
 inline constexpr std::size_t apcomm_message_max = 16384;
+inline constexpr std::size_t apcomm_waiting_max = std::size_t{256} * 1024;  // of a packet_ring in the daemon
 inline constexpr std::uint32_t apcomm_destination_apd = 0;
 
 struct apcomm_packet {
