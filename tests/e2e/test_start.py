@@ -68,3 +68,13 @@ def test_beside_another_one(lab, programs):
     failed = start(programs, access_point.root, KX_LOG_LEVEL="0")
     assert (failed.returncode, failed.stdout) == (START_FAILED, "")
     assert log_texts(access_point.root) == ["Unable to open ipc"]
+
+
+def test_the_platform_daemon_names_a_certificate_it_cannot_use(lab):
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    config = access_point.root / "ap.toml"
+    config.write_text(config.read_text().replace(str(access_point.identity.certificate), str(config)))
+    told = access_point.start("apd").err
+    wait_until(lambda: "apd: waiting for client_mgr\n" in told.read_text(), "the platform daemon's start", log=told)
+    assert f"apd: there will be no tunnel: {config}: " in told.read_text()

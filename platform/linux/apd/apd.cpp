@@ -23,6 +23,15 @@ std::string dotted(std::uint32_t ip) {
            "." + std::to_string(ip & 0xff);
 }
 
+// There is no tunnel before there is a client manager; what is wrong with its certificates is told at once.
+void check_certificates(const kx::controller_config &controller) {
+    try {
+        kx::make_tls_context(controller.ca, controller.certificate, controller.key);
+    } catch (const std::exception &error) {
+        report(std::string("there will be no tunnel: ") + error.what());
+    }
+}
+
 }  // namespace
 
 platform_daemon::platform_daemon(event_base *base, std::string config_file)
@@ -48,6 +57,8 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file)
                       }}),
       config_watch_(base, config_file_, [this] { config_changed(); }) {
     monitor_.start();
+    check_certificates(config_.controller);
+    log_line("waiting for client_mgr");
     service_manager::notify("READY=1");
     publish_status();
 }
