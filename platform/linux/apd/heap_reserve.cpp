@@ -10,7 +10,7 @@ namespace {
 // With OpenSSL 3.0 and one tunnel 480 KiB are in use. What a tunnel that is full in both directions has outside its
 // backlog comes to 110 KiB more: two records and a message each way, the message that the daemon channel holds back and
 // the lengths of the shortest frames.
-constexpr std::size_t reserve = std::size_t{640} * 1024;
+constexpr std::size_t reserve = std::size_t{600} * 1024;
 
 }  // namespace
 
