@@ -15,6 +15,6 @@ endif()
 # fifth of the build.
 function(client_mgr_command_line)
   if(CLIENT_MGR_SANITIZE)
-    set_source_files_properties(${ARGV} PROPERTIES COMPILE_OPTIONS -O0)
+    set_source_files_properties(${ARGV} PROPERTIES COMPILE_OPTIONS "-O0;-fno-sanitize=all")
   endif()
 endfunction()
