@@ -165,8 +165,9 @@ def test_damaged_capture(lab_run, programs):
 @pytest.mark.parametrize("arguments", [["--speed", "0"], ["--speed", "fast"], ["--nonsense"], ["one", "two"]])
 def test_wrong_arguments(lab_run, arguments):
     done = lab_run.run(*arguments)
-    assert done.returncode == 2
+    assert (done.returncode, done.stdout) == (os.EX_USAGE, "")
     assert done.stderr.startswith("usage: run ")
+    assert "./run --help" in done.stderr
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
@@ -204,8 +205,26 @@ def test_reader_that_goes_away(lab_run):
     assert lab_run.processes() == []
 
 
-def test_help_needs_nothing(tmp_path):
-    done = subprocess.run([REPOSITORY / "run", "--help"], cwd=tmp_path, env={"PATH": os.environ["PATH"]}, text=True,
-                          capture_output=True, timeout=20, check=False)
+@pytest.fixture
+def command(tmp_path):
+    """`run` itself, for what needs no build."""
+    return lambda *arguments: subprocess.run([REPOSITORY / "run", *arguments], cwd=tmp_path, text=True,
+                                             env={"PATH": os.environ["PATH"]}, capture_output=True, timeout=20,
+                                             check=False)
+
+
+def test_help_needs_nothing(command):
+    done = command("--help")
     assert (done.returncode, done.stderr) == (0, "")
     assert "./run FILE" in done.stdout
+
+
+@pytest.mark.parametrize(("arguments", "status", "complaint"), [
+    (["--nonsense"], os.EX_USAGE, "--nonsense"), (["--seed", "1"], os.EX_USAGE, "--seed is for --site"),
+    (["missing.pcap"], 1, "run: missing.pcap: No such file or directory"),
+])
+def test_what_is_wrong_is_said_before_anything_is_built(command, arguments, status, complaint):
+    done = command(*arguments)
+    assert (done.returncode, done.stdout) == (status, "")
+    assert complaint in done.stderr
+    assert "Building" not in done.stderr

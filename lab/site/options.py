@@ -1,0 +1,63 @@
+"""What `run` is asked for. Needs Python alone, so that `run` says what is wrong with it before it builds anything."""
+
+import argparse
+import os
+import sys
+from pathlib import Path
+from typing import NoReturn
+
+from lab.site.failure import LabFailure
+
+USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N]"
+
+
+class _Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        self.print_usage(sys.stderr)
+        self.exit(os.EX_USAGE, f"run: {message}; ./run --help tells more\n")
+
+
+def read_options() -> argparse.Namespace:
+    """Ends the process when the command line is none. Raises LabFailure when the capture cannot be read."""
+    parser = _Parser(prog="run", usage=USAGE, add_help=False)
+    parser.add_argument("--build", type=Path, help=argparse.SUPPRESS)
+    parser.add_argument("--json", action="store_true")
+    parser.add_argument("--speed", type=speed)
+    parser.add_argument("--site", action="store_true")
+    parser.add_argument("--seed", type=int)
+    parser.add_argument("capture", nargs="?", type=Path)
+    options = parser.parse_args()
+    if options.site and (options.json or options.capture or options.speed == "max"):
+        parser.error("--site goes with --seed and a number for --speed alone")
+    if options.seed is not None and not options.site:
+        parser.error("--seed is for --site")
+    if options.capture:
+        _check_readable(options.capture)
+    return options
+
+
+def speed(text: str) -> str:
+    if text != "max" and not 0 < float(text) <= 1e6:
+        raise ValueError
+    return text
+
+
+def _check_readable(file: Path) -> None:
+    try:
+        with open(file, "rb"):
+            pass
+    except OSError as error:
+        raise LabFailure(f"{file}: {error.strerror}; a pcap or pcapng file of 802.11 traffic was expected") from None
+
+
+def main() -> int:
+    try:
+        read_options()
+    except LabFailure as failure:
+        print(f"run: {failure}", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
