@@ -1,4 +1,6 @@
 """Seeds of the targets around the daemon: every message it knows, about the clients that daemon_rig.cpp arranges."""
+import itertools
+import random
 import struct
 
 NOTIFICATION, REQUEST = 1, 2
@@ -171,6 +173,39 @@ def stories():
     yield START + wait(40) + told(client_list(26, entry(6, home, home)))
 
 
+def random_events(dice):
+    """Anything at any time."""
+    messages, received = list(local_messages()), list(controller_records())
+
+    def station_list():
+        return stations(*dice.sample(range(1, 30), dice.randrange(6)))
+
+    def surroundings():
+        return b"".join(vap(dice.choice([0, 0, 1, 1, 2, 4]), dice.choice([100, 200]), 0xB5 + number, station_list())
+                        for number in range(dice.randrange(4)))
+
+    kinds = {
+        lambda: local_event(dice.choice(messages)): 10,
+        lambda: told(*dice.choices(received, k=dice.randrange(1, 4))): 8,
+        lambda: wait(dice.choice([1, 5, 12, 29, 30, 61])): 2,
+        lambda: event(LINK, dice.choice([b"\1\x0a\x0b\x0c\x0d", b"\1\x0a\x0b\x0c\x0e", bytes(5)])): 1,
+        lambda: event(CLOCK, struct.pack(">I", dice.randrange(1 << 31))): 1,
+        lambda: event(FAIL, bytes([dice.randrange(3), dice.randrange(2), dice.randrange(17)])): 2,
+        lambda: event(MEND): 1,
+        lambda: event(SURROUNDINGS, surroundings()): 1,
+        lambda: event(LOG_LEVEL, bytes([dice.randrange(5), 0])): 1,
+    }
+    while True:
+        yield dice.choices(list(kinds), list(kinds.values()))[0]()
+
+
+def random_stories():
+    for seed in range(100):
+        dice = random.Random(seed)
+        yield dice.choice([b"\0" + START, *(bytes([state]) for state in STATES)]) + \
+            b"".join(itertools.islice(random_events(dice), 25))
+
+
 def all_seeds():
     messages = list(local_messages())
     received = list(controller_records())
@@ -184,7 +219,8 @@ def all_seeds():
                               [bytes([state]) + whole_message(*record)
                                for state in STATES for record in received[::11]],
         "sequence": [b"\0" + story for story in stories()] + [bytes([state]) + story[len(START):]
-                                                              for state in STATES + [32] for story in stories()],
+                                                              for state in STATES + [32] for story in stories()] +
+                    list(random_stories()),
         "driver_stations": [bytes([state]) + block(first) + second
                             for state in STATES for first, second in zip(lists, lists[::-1] + [raw])] +
                            [bytes([STATES[0]]) + block(raw) + lists[1]],

@@ -1,5 +1,7 @@
 """Seeds of the targets around the port and the lab."""
+import itertools
 import pathlib
+import random
 import struct
 import subprocess
 import sys
@@ -209,11 +211,41 @@ def site_life():
                 update(2, 1, OURS)[1])
 
 
+def random_events(dice):
+    """Anything at any time, of three access points and seven stations."""
+    def bssid():
+        return dice.choice([OURS, THEIRS, bytes([2, 0, 0, 0, 0xC, 10]), bytes(6)])
+
+    def record():
+        number = dice.randrange(7)
+        return dice.choice([
+            lambda: update(dice.choice([2, 3, 4, 5, 6, 25]), number, bssid(), bssid()),
+            lambda: key(dice.choice([11, 12, 13]), number, bssid(), dice.choice([bytes(32), bytes(range(32))])),
+            lambda: acl_request(number, bssid()),
+            lambda: bulk(bssid(), 10 * dice.randrange(1, 4), dice.sample(range(7), dice.randrange(7))),
+            lambda: (1, vap(bssid(), 10 * dice.randrange(1, 4))),
+        ])()
+
+    def from_anyone():
+        return from_ap(dice.randrange(3), *(record() for _ in range(dice.randrange(1, 5))))
+
+    def operator():
+        return event(dice.choice([4, 5, 6, 7]), bytes([dice.randrange(4), dice.randrange(7)]))
+
+    while True:
+        yield dice.choices([from_anyone, operator, lambda: TICK], [6, 2, 1])[0]()
+
+
+def random_lives():
+    for seed in range(100):
+        yield b"".join(itertools.islice(random_events(random.Random(seed)), 25))
+
+
 def all_seeds():
     return {
         "ap_config": configurations(),
         "capture_reader": list(captures()),
-        "controller_decoder": list(site_life()),
+        "controller_decoder": [*site_life(), *random_lives()],
         "port_receive": list(datagrams()),
         "tunnel_framing": list(streams()),
     }
