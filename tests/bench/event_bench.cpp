@@ -30,7 +30,7 @@ using bench::subject;
 using bench::window;
 
 struct options : bench::options {
-    std::string only;
+    std::string only, other_program;
     std::vector<int> levels{1, 3, 4};
 };
 
@@ -121,6 +121,11 @@ contest make_contest(const options &wanted, const bench::event_kind &kind, const
         add_exchange(calls_name(level), {raw.messages, seen.outputs, bench::deeds::style::bare_calls, seen.lines});
         add(daemon_name(level),
             subject::client_manager(wanted.program, root + "/level" + std::to_string(level), level, log), seen.outputs);
+        if (!wanted.other_program.empty()) {
+            add(daemon_name(level) + " (other)",
+                subject::client_manager(wanted.other_program, root + "/other" + std::to_string(level), level, log),
+                seen.outputs);
+        }
     }
     return made;
 }
@@ -208,6 +213,7 @@ int main(int argc, char **argv) {
         app.set_version_flag("--version", "event_bench " CLIENT_MGR_VERSION);
         bench::add_options(app, wanted, argv[0], "turns of each process");
         app.add_option("--levels", wanted.levels, "log levels")->delimiter(',')->capture_default_str();
+        app.add_option("--other", wanted.other_program, "another client_mgr, measured in turn with the first");
         app.add_option("--only", wanted.only, "events whose name contains this text");
         CLI11_PARSE(app, argc, argv);
         return measure_all(wanted);
