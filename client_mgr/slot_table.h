@@ -150,9 +150,11 @@ class slot_table {
 
     static void copy_mac_to_key(int32_t idx) { memcpy(key_at(idx).mac, T::key(at(idx)), sizeof(slot_key::mac)); }
 
-    // Callers may copy a slot onto itself.
     static void copy_data(int32_t idx, const slot &from) {
-        memmove(&at(idx), &from, data_size);
+        slot &to = at(idx);
+        if (&to != &from) {  // callers may copy a slot onto itself
+            memcpy(&to, &from, data_size);
+        }
         copy_mac_to_key(idx);
     }
 
