@@ -90,12 +90,16 @@ public:
         const uint8_t number = in.byte();
         const mac_address &ap = access_point(number);
         switch (kind % 9) {
-            case 0:
-                return receive(in.rest());
+            case 0: {
+                const auto content = in.rest();
+                show_what_is_sent(content);
+                return receive(content);
+            }
             case 1:
             case 2:
-            case 3:
                 return receive(framed(ap, in));
+            case 3:
+                return show_what_is_sent(framed(ap, in));
             case 4:
                 return number % 2 == 0 ? site_.ap_up(access_point(in.byte())) : site_.ap_down(access_point(in.byte()));
             case 5:
@@ -110,8 +114,12 @@ public:
     }
 
 private:
-    void receive(std::span<const uint8_t> content) {
+    // As if the controller had sent it.
+    static void show_what_is_sent(std::span<const uint8_t> content) {
         show(controller::decode(content, controller::direction::to_access_point));
+    }
+
+    void receive(std::span<const uint8_t> content) {
         const controller::message decoded = controller::decode(content, controller::direction::to_controller);
         show(decoded);
         if (decoded.ap) {
