@@ -69,6 +69,8 @@ TEST_F(system_log, a_long_line_is_cut) {
     reader reads(path_);
     write(LOG_USER | LOG_INFO, "%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(reads.next_text(), std::string(1023, 'x'));
+    write(LOG_USER | LOG_INFO, "%d%s", 7, std::string(5000, 'x').c_str());
+    EXPECT_EQ(reads.next_text(), '7' + std::string(1022, 'x'));
 }
 
 TEST_F(system_log, a_log_that_does_not_read_costs_lines_and_no_time) {
