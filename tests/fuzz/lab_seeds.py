@@ -237,7 +237,7 @@ def random_events(dice):
 
 
 def random_lives():
-    for seed in range(100):
+    for seed in range(50):
         yield b"".join(itertools.islice(random_events(random.Random(seed)), 25))
 
 
