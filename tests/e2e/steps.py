@@ -1,8 +1,11 @@
 """What the tests do again and again."""
 
+import os
 import struct
 from pathlib import Path
 from typing import Any
+
+import pytest
 
 from lab.site.access_point import AccessPoint, is_probe, mac_bytes
 from lab.site.controller import Controller
@@ -101,6 +104,24 @@ def associations(controller: Controller) -> list[tuple[str, str]]:
 def wait_for_association(lab: Laboratory, client: str) -> None:
     wait_until(lambda: client in dict(associations(lab.controller)), f"the controller hears of {client}",
                log=lab.controller.output.file, check=lab.processes.check)
+
+
+def introduce(lab: Laboratory, access_point: AccessPoint) -> None:
+    """Before the first record the controller does not know who is at the other end."""
+    associate(access_point, client_mac(9))
+    wait_until(lambda: lab.controller.ask_json("aps"), "the controller knows the access point")
+
+
+def start_for_inspection(lab: Laboratory) -> AccessPoint:
+    """One that may be looked into, whose controller knows it and sends what the test says and nothing else."""
+    if os.geteuid() != 0:
+        pytest.skip("only root may look into a process that handles keys")
+    lab.controller.start("--passive")
+    access_point = add_access_point(lab)
+    access_point.start_all()
+    wait_until_ready(access_point)
+    introduce(lab, access_point)
+    return access_point
 
 
 def events(controller: Controller, name: str) -> list[dict[str, Any]]:

@@ -13,8 +13,8 @@ import pytest
 from lab.site.access_point import mac_bytes
 from lab.site.local_ipc import DAEMON, LocalSocket
 from lab.site.waiting import wait_until
-from steps import (CLIENT_DISASSOCIATION, CLIENT_IP, LOG_CFG_GET, add_access_point, associate, bssid_of, client_mac,
-                   tell, wait_for_association, wait_for_line, wait_until_ready)
+from steps import (CLIENT_DISASSOCIATION, CLIENT_IP, LOG_CFG_GET, associate, bssid_of, client_mac,
+                   start_for_inspection, tell, wait_for_line)
 
 # client_mgr/messages.h
 FOREIGN_ASSOCIATION, FOREIGN_DISASSOCIATION, PMK_INFO = 64, 66, 150
@@ -75,16 +75,7 @@ def read_mapping(memory, start, end):
 
 @pytest.fixture
 def access_point(lab):
-    """One whose controller sends what the test says and nothing else."""
-    if os.geteuid() != 0:
-        pytest.skip("only root may look into a process that handles keys")
-    lab.controller.start("--passive")
-    made = add_access_point(lab)
-    made.start_all()
-    wait_until_ready(made)
-    associate(made, client_mac(9))  # before the first record the controller does not know who is at the other end
-    wait_for_association(lab, client_mac(9))
-    return made
+    return start_for_inspection(lab)
 
 
 def handled(access_point):

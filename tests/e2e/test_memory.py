@@ -13,7 +13,7 @@ from lab.site.access_point import mac_bytes
 from lab.site.failure import LabFailure
 from lab.site.soak import holdings_of
 from lab.site.waiting import wait_until
-from steps import add_access_point, associate, client_mac, wait_for_line, wait_until_ready
+from steps import introduce, start_for_inspection, wait_for_line
 
 TO_CLIENT_MANAGER = 106  # platform/linux/tunnel_frames.h
 LONGEST = 16384
@@ -24,20 +24,7 @@ QUEUE_PAGES = (1 << 20) // os.sysconf("SC_PAGESIZE")  # queue_max of platform/li
 def access_point(lab, programs):
     if b"__asan_init" in (programs / "apd").read_bytes():
         pytest.skip("a sanitizer keeps freed memory back")
-    if os.geteuid() != 0:
-        pytest.skip("only root may look into a process that handles keys")
-    lab.controller.start("--passive")
-    made = add_access_point(lab)
-    made.start_all()
-    wait_until_ready(made)
-    introduce(lab, made)
-    return made
-
-
-def introduce(lab, access_point):
-    """Before the first record the controller does not know who is at the other end."""
-    associate(access_point, client_mac(9))
-    wait_until(lambda: lab.controller.ask_json("aps"), "the controller knows the access point")
+    return start_for_inspection(lab)
 
 
 @contextmanager
