@@ -6,7 +6,7 @@
 #include <span>
 
 #include "client_mgr/wire.h"
-#include "platform/linux/ap_config.h"
+#include "platform/linux/mac_address.h"
 
 namespace captive {
 

@@ -12,10 +12,9 @@
 
 #include <cstdint>
 #include <map>
-#include <stdexcept>
 #include <string>
 
-#include "platform/linux/ap_config.h"
+#include "platform/linux/mac_address.h"
 
 namespace controller {
 
@@ -39,7 +38,7 @@ public:
     verdict otherwise() const { return otherwise_; }
     const std::map<std::uint32_t, mac_acl_list> &lists() const { return lists_; }
 
-    // Throws std::runtime_error: "<file>:<line>: <key>: <what was expected>".
+    // Throws kx::config_error (platform/linux/toml_table.h).
     static mac_acl load(const std::string &file);
 
 private:

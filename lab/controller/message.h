@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "lab/controller/layouts.h"
-#include "platform/linux/ap_config.h"
+#include "platform/linux/mac_address.h"
 
 namespace controller {
 

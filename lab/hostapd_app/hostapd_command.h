@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/ap_config.h"
 #include "platform/linux/local_ipc.h"
+#include "platform/linux/mac_address.h"
 
 namespace hostapd {
 

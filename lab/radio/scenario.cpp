@@ -6,42 +6,23 @@
 #include <array>
 #include <set>
 
-#include "lab/radio/toml_table.h"
 #include "lab/radio/vap_list.h"
+#include "platform/linux/toml_table.h"
 
 namespace radio {
 namespace {
 
-constexpr std::int64_t u32_max = 0xffffffff;
+using kx::toml_table;
+
 constexpr double seconds_max = 1e7;
+constexpr std::size_t file_mib_max = 64;
 
-bool is_interface_name(std::string_view name) {
-    return !name.starts_with('-') && name != "." && name != ".." && std::ranges::all_of(name, [](char c) {
-        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
-               c == '-';
-    });
-}
-
-kx::vap_config read_vap(const toml_table &from) {
-    from.allow_only(
-        {"ifname", "ssid", "vlan", "guest", "captive", "radius_index", "mac_acl_index", "radius_acl_type", "bssid"});
-    const auto optional_number = [&](std::string_view key) {
-        return from.has(key) ? static_cast<std::uint32_t>(from.integer(key, 0, u32_max)) : 0;
-    };
-    kx::vap_config vap;
-    vap.ifname = from.text("ifname", 1, 12);
-    if (!is_interface_name(vap.ifname)) {
-        from.fail("ifname", "expected an interface name of A-Z a-z 0-9 . _ -");
+mac_address read_address(const toml_table &from, std::string_view key) {
+    const mac_address address = from.mac(key);
+    if (is_group(address)) {
+        from.fail(key, "expected a station's address, not a group's");
     }
-    vap.ssid = from.text("ssid", 0, 32);
-    vap.vlan = static_cast<std::uint16_t>(from.integer("vlan", 0, 4094));
-    vap.vap_attr = from.has("guest") && from.boolean("guest") ? 1 : 0;
-    vap.captive = from.has("captive") ? from.text("captive", 0, 32) : "";
-    vap.radius_index = optional_number("radius_index");
-    vap.mac_acl_index = optional_number("mac_acl_index");
-    vap.radius_acl_type = optional_number("radius_acl_type");
-    vap.bssid = from.mac("bssid");
-    return vap;
+    return address;
 }
 
 template <std::size_t Size>
@@ -100,9 +81,10 @@ private:
     }
 
     mac_address read_vap_name(const toml_table &from, std::string_view key) const {
-        const auto found = vaps_.find(from.text(key, 1, 300));
+        constexpr std::string_view expected = "an access point's name, / and an interface name";
+        const auto found = vaps_.find(from.text(key, 1, 300, expected));
         if (found == vaps_.end()) {
-            from.fail(key, "no such VAP; expected an access point's name, / and an interface name");
+            from.fail(key, "no such VAP; expected " + std::string(expected));
         }
         return found->second;
     }
@@ -139,18 +121,20 @@ private:
     }
 
     static void fill_address(const toml_table &from, air_event &event) {
+        constexpr std::string_view expected = "an IPv4 address such as \"10.0.10.5\"";
         in_addr address{};
-        if (inet_pton(AF_INET, from.text("address", 1, 15).c_str(), &address) != 1 || address.s_addr == 0) {
-            from.fail("address", "expected an IPv4 address such as \"10.0.10.5\"");
+        if (inet_pton(AF_INET, from.text("address", 1, 15, expected).c_str(), &address) != 1 || address.s_addr == 0) {
+            from.fail("address", "expected " + std::string(expected));
         }
         event.what = air::address;
         event.ip = ntohl(address.s_addr);
     }
 
     static void fill_key(const toml_table &from, air_event &event) {
-        const auto key = parse_hex<32>(from.text("pmk", 1, 64));
+        constexpr std::string_view expected = "64 digits of 0-9 a-f";
+        const auto key = parse_hex<32>(from.text("pmk", 64, 64, expected));
         if (!key) {
-            from.fail("pmk", "expected 64 digits of 0-9 a-f");
+            from.fail("pmk", "expected " + std::string(expected));
         }
         event.what = air::pmk_add;
         event.key = *key;
@@ -163,22 +147,22 @@ private:
 };
 
 scenario_ap read_ap(const toml_table &from) {
+    constexpr std::string_view name_expected = "a name of 1 to 64 bytes without /";
     from.allow_only({"name", "mac", "vaps"});
     scenario_ap ap;
-    ap.name = from.text("name", 1, 64);
+    ap.name = from.text("name", 1, 64, name_expected);
     if (ap.name.find('/') != std::string::npos) {
-        from.fail("name", "expected a name without /");
+        from.fail("name", "expected " + std::string(name_expected));
     }
-    ap.mac = from.mac("mac");
-    for (const toml_table &table : from.tables("vaps")) {
-        const kx::vap_config vap = read_vap(table);
-        if (std::ranges::find(ap.vaps, vap.ifname, &kx::vap_config::ifname) != ap.vaps.end()) {
-            table.fail("ifname", "another VAP of this access point has this name");
-        }
-        ap.vaps.push_back(vap);
-    }
-    if (ap.vaps.empty() || ap.vaps.size() > vaps_max) {
+    ap.mac = read_address(from, "mac");
+    ap.vaps = kx::read_vaps(from, "vaps", vaps_max);
+    if (ap.vaps.empty()) {
         from.fail("vaps", "expected 1 to " + std::to_string(vaps_max) + " VAPs");
+    }
+    for (const kx::vap_config &vap : ap.vaps) {
+        if (!vap.bssid || is_group(*vap.bssid)) {
+            from.fail("vaps", "expected a bssid for " + vap.ifname + ", which is no group's address");
+        }
     }
     return ap;
 }
@@ -191,8 +175,7 @@ const scenario_ap *scenario::find_ap(std::string_view name) const {
 }
 
 scenario load_scenario(const std::string &file) {
-    const toml::table table = parse_toml(file);
-    const toml_table top(file, table);
+    const toml_table top = toml_table::read(file, "a scenario", file_mib_max);
     top.allow_only({"come_back_ms", "ap", "station"});
     scenario result;
     if (top.has("come_back_ms")) {
@@ -215,7 +198,7 @@ scenario load_scenario(const std::string &file) {
     }
     for (const toml_table &each : top.tables("station")) {
         each.allow_only({"mac", "events"});
-        const mac_address client = each.mac("mac");
+        const mac_address client = read_address(each, "mac");
         if (!addresses.insert(client).second) {
             each.fail("mac", "another station or VAP has this address");
         }

@@ -28,12 +28,12 @@
 #include <chrono>
 #include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "lab/radio/air_event.h"
+#include "platform/linux/ap_config.h"
 
 namespace radio {
 
@@ -51,12 +51,7 @@ struct scenario {
     const scenario_ap *find_ap(std::string_view name) const;
 };
 
-// what(): "<file>:<line>: <what is wrong>"
-struct scenario_error : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// Reads and checks the whole file. Throws scenario_error.
+// Reads and checks the whole file. Throws kx::config_error (platform/linux/toml_table.h).
 scenario load_scenario(const std::string &file);
 
 }  // namespace radio

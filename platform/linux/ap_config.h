@@ -24,22 +24,16 @@
 #ifndef KX_LINUX_AP_CONFIG_H
 #define KX_LINUX_AP_CONFIG_H
 
-#include <array>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/mac_address.h"
+#include "platform/linux/toml_table.h"
+
 namespace kx {
-
-using mac_address = std::array<std::uint8_t, 6>;
-
-// Twelve hexadecimal digits, in pairs that ':' may separate; none when `text` is anything else.
-std::optional<mac_address> parse_mac(std::string_view text);
-// "02:00:00:00:10:00"
-std::string format_mac(const mac_address &mac);
 
 struct controller_config {
     std::string address;
@@ -66,10 +60,8 @@ struct ap_config {
     std::vector<vap_config> vaps;  // at most 255, interface names all different
 };
 
-// what(): "<file>:<line>: <key>: <what was expected>", without the line when the file cannot be read.
-struct config_error : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+// The [[vap]] tables, which a file may call otherwise: at most `most`. Throws config_error.
+std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, std::size_t most);
 
 // Reads and checks the whole file; an unknown key is an error as well. Throws config_error.
 ap_config load_ap_config(const std::string &file);

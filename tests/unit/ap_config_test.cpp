@@ -105,8 +105,9 @@ TEST_F(ap_config, errors_of_the_tables) {
     EXPECT_EQ(error_of(std::string(ap) + controller + "keys = 1\n"),
               "9: controller.keys: unknown key; expected one of address, port, ca, certificate, key");
     EXPECT_EQ(error_of(std::string(ap) + controller + "[vap]\nifname = \"wlan0\"\n"),
-              "9: vap: expected one [[vap]] table for each VAP");
-    EXPECT_EQ(error_of("vap = 1\n" + std::string(ap) + controller), "1: vap: expected one [[vap]] table for each VAP");
+              "9: vap: expected an array of tables, each [[vap]] or {...}");
+    EXPECT_EQ(error_of("vap = 1\n" + std::string(ap) + controller),
+              "1: vap: expected an array of tables, each [[vap]] or {...}");
 }
 
 TEST_F(ap_config, errors_of_the_access_point) {

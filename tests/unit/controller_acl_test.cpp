@@ -91,29 +91,34 @@ std::string load_error(const std::string &file) {
 
 TEST(MacAcl, FileIsChecked) {
     const wrong_file cases[] = {
-        {"default = 1", ":1: default: \"allow\" or \"deny\" was expected"},
-        {"default = \"maybe\"", ":1: default: \"allow\" or \"deny\" was expected"},
-        {"defualt = \"deny\"", ":1: defualt: unknown key"},
-        {"list = 3", ":1: list: tables [[list]] were expected"},
-        {"list = [1]", ":1: list: tables [[list]] were expected"},
-        {"list = [{mac_acl_index = 1}, 2]", ":1: list: tables [[list]] were expected"},
-        {"[[list]]\n", ":1: mac_acl_index: a number from 0 to 4294967295 was expected"},
-        {"[[list]]\nmac_acl_index = -1", ":2: mac_acl_index: a number from 0 to 4294967295 was expected"},
-        {"[[list]]\nmac_acl_index = 4294967296", ":2: mac_acl_index: a number from 0 to 4294967295 was expected"},
-        {"[[list]]\nmac_acl_index = 1\ncolour = 2", ":3: colour: unknown key"},
-        {"[[list]]\nmac_acl_index = 1\nallow = \"02\"", ":3: allow: a list of MAC addresses was expected"},
-        {"[[list]]\nmac_acl_index = 1\nallow = [\"02\"]", ":3: allow: a MAC address was expected"},
-        {"[[list]]\nmac_acl_index = 1\ndeny = [7]", ":3: deny: a MAC address was expected"},
+        {"default = 1", ":1: default: expected \"allow\" or \"deny\""},
+        {"default = \"maybe\"", ":1: default: expected \"allow\" or \"deny\""},
+        {"defualt = \"deny\"", ":1: defualt: unknown key; expected one of default, list"},
+        {"list = 3", ":1: list: expected an array of tables, each [[list]] or {...}"},
+        {"list = [1]", ":1: list: expected a table"},
+        {"list = [{mac_acl_index = 1}, 2]", ":1: list: expected a table"},
+        {"[[list]]\n", ":1: list.mac_acl_index: missing; expected an integer from 0 to 4294967295"},
+        {"[[list]]\nmac_acl_index = -1", ":2: list.mac_acl_index: expected an integer from 0 to 4294967295"},
+        {"[[list]]\nmac_acl_index = 4294967296", ":2: list.mac_acl_index: expected an integer from 0 to 4294967295"},
+        {"[[list]]\nmac_acl_index = 1\ncolour = 2",
+         ":3: list.colour: unknown key; expected one of mac_acl_index, default, allow, deny"},
+        {"[[list]]\nmac_acl_index = 1\nallow = \"02\"", ":3: list.allow: expected an array of MAC addresses"},
+        {"[[list]]\nmac_acl_index = 1\nallow = [\"02\"]",
+         ":3: list.allow: expected a MAC address such as \"02:00:00:00:10:00\""},
+        {"[[list]]\nmac_acl_index = 1\ndeny = [7]",
+         ":3: list.deny: expected a MAC address such as \"02:00:00:00:10:00\""},
         {"[[list]]\nmac_acl_index = 1\n[[list]]\nmac_acl_index = 1",
-         ":3: mac_acl_index: another list has the same index"},
+         ":4: list.mac_acl_index: another list has the same index"},
         {"[[list]]\nmac_acl_index = 1\nallow = [\"020000002001\"]\ndeny = [\"02:00:00:00:20:01\"]",
-         ":4: deny: the client is in the list's other half"},
+         ":4: list.deny: 02:00:00:00:20:01 is in the list's other half"},
     };
     for (const wrong_file &each : cases) {
         const file config(each.text);
         EXPECT_EQ(load_error(config.path()), config.path() + each.error);
     }
-    EXPECT_EQ(load_error("/nonexistent/acl.toml"), "/nonexistent/acl.toml: No such file or directory");
+    EXPECT_EQ(load_error("/nonexistent/acl.toml"),
+              "/nonexistent/acl.toml: No such file or directory; "
+              "a file of MAC access control lists was expected here");
     const file broken("[[");
     EXPECT_THROW(mac_acl::load(broken.path()), std::runtime_error);
 }

@@ -39,7 +39,7 @@ protected:
     std::string error_of(const std::string &text) {
         try {
             load(text);
-        } catch (const radio::scenario_error &error) {
+        } catch (const kx::config_error &error) {
             const std::string what = error.what();
             return what.substr(root().size() + 1);
         }
@@ -82,42 +82,52 @@ TEST_F(radio_scenario, reads_every_action) {
 TEST_F(radio_scenario, names_file_line_and_key_of_an_error) {
     EXPECT_EQ(error_of("x = 1"), "s.toml:1: x: unknown key; expected one of come_back_ms, ap, station");
     EXPECT_EQ(error_of("\n[[ap]\n").substr(0, 20), "s.toml:2: not TOML: ");
-    EXPECT_EQ(error_of("[[ap]]\nname = \"a/b\"\n"), "s.toml:2: name: expected a name without /");
+    EXPECT_EQ(error_of("[[ap]]\nname = \"a/b\"\n"), "s.toml:2: ap.name: expected a name of 1 to 64 bytes without /");
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00\"\n"),
-              "s.toml:3: mac: expected a station's address such as \"02:57:00:00:00:01\"");
-    EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"), "s.toml:1: vaps: expected 1 to 16 VAPs");
+              "s.toml:3: ap.mac: expected a MAC address such as \"02:00:00:00:10:00\"");
+    EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"03:00:00:00:00:01\"\n"),
+              "s.toml:3: ap.mac: expected a station's address, not a group's");
+    EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"),
+              "s.toml:1: ap.vaps: expected 1 to 16 VAPs");
+    for (const char *const bssid : {"", ", bssid = \"03:00:00:00:00:02\""}) {
+        EXPECT_EQ(error_of(std::string("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"
+                                       "vaps = [{ifname = \"wlan0\", ssid = \"office\", vlan = 10") +
+                           bssid + "}]"),
+                  "s.toml:4: ap.vaps: expected a bssid for wlan0, which is no group's address");
+    }
     EXPECT_EQ(error_of(two_aps + two_aps.substr(two_aps.find("[[station]]"))),
-              "s.toml:13: mac: another station or VAP has this address");
+              "s.toml:13: station.mac: another station or VAP has this address");
 }
 
 TEST_F(radio_scenario, names_what_is_wrong_with_an_event) {
-    EXPECT_EQ(error_of_events("{at = 1}"), "s.toml:12: an event without an action");
-    EXPECT_EQ(error_of_events("{associate = \"ap1/wlan0\"}"), "s.toml:12: at: missing");
+    EXPECT_EQ(error_of_events("{at = 1}"), "s.toml:12: events: an event without an action");
+    EXPECT_EQ(error_of_events("{associate = \"ap1/wlan0\"}"),
+              "s.toml:12: events.at: missing; expected a number from 0 to 10000000");
     EXPECT_EQ(error_of_events("{at = 1, associate = \"ap3/wlan0\"}"),
-              "s.toml:12: associate: no such VAP; expected an access point's name, / and an interface name");
+              "s.toml:12: events.associate: no such VAP; expected an access point's name, / and an interface name");
     EXPECT_EQ(error_of_events("{at = 1, associate = \"ap1/wlan0\", leave = 3}"),
-              "s.toml:12: leave: an event has one action, and this one has associate already");
+              "s.toml:12: events.leave: an event has one action, and this one has associate already");
     EXPECT_EQ(error_of_events("{at = 1, reassociate = \"ap1/wlan0\"}"),
-              "s.toml:12: reassociate: the station is on no access point at that time");
+              "s.toml:12: events.reassociate: the station is on no access point at that time");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"},\n{at = 1, leave = 3}"),
-              "s.toml:13: at: earlier than the station's event before");
+              "s.toml:13: events.at: earlier than the station's event before");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"},\n{at = 3, leave = 3},\n{at = 4, leave = 3}"),
-              "s.toml:14: leave: the station is on no access point at that time");
+              "s.toml:14: events.leave: the station is on no access point at that time");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, address = \"10.0.0\"}"),
-              "s.toml:12: address: expected an IPv4 address such as \"10.0.10.5\"");
+              "s.toml:12: events.address: expected an IPv4 address such as \"10.0.10.5\"");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, pmk = \"00\"}"),
-              "s.toml:12: pmk: expected 64 digits of 0-9 a-f");
+              "s.toml:12: events.pmk: expected 64 digits of 0-9 a-f");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, dropped = 65536}"),
-              "s.toml:12: dropped: expected an integer from 1 to 65535");
-    EXPECT_EQ(error_of_events("{at = -1, associate = \"ap1/wlan0\"}").substr(0, 36),
-              "s.toml:12: at: expected a number fro");
-    EXPECT_EQ(error_of_events("{at = nan, associate = \"ap1/wlan0\"}").substr(0, 36),
-              "s.toml:12: at: expected a number fro");
-    EXPECT_EQ(error_of_events("3"), "s.toml:12: events: expected a table");
+              "s.toml:12: events.dropped: expected an integer from 1 to 65535");
+    EXPECT_EQ(error_of_events("{at = -1, associate = \"ap1/wlan0\"}"),
+              "s.toml:12: events.at: expected a number from 0 to 10000000");
+    EXPECT_EQ(error_of_events("{at = nan, associate = \"ap1/wlan0\"}"),
+              "s.toml:12: events.at: expected a number from 0 to 10000000");
+    EXPECT_EQ(error_of_events("3"), "s.toml:12: station.events: expected a table");
 }
 
 TEST_F(radio_scenario, names_a_file_that_is_not_there) {
-    EXPECT_THROW(radio::load_scenario(root() + "/none.toml"), radio::scenario_error);
+    EXPECT_THROW(radio::load_scenario(root() + "/none.toml"), kx::config_error);
 }
 
 std::vector<radio::timed_event> all_of(radio::scenario_source &source) {
