@@ -21,8 +21,8 @@ struct config_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// One table of a file that was read whole; its copies share it. Everything throws config_error: a value that is
-// missing, of another type or beyond its limits, both of which are allowed themselves.
+// One table of a file that was read whole; copies share it. Everything throws config_error when a value is missing, of
+// another type or beyond its limits, which are inclusive.
 class toml_table {
 public:
     // The file's top. A regular file of at most `max_mib` MiB; `purpose` is what the error calls one that is not there.

@@ -9,7 +9,6 @@
 #include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -21,6 +20,7 @@
 
 #include "platform/linux/tcp_dialer.h"
 #include "platform/linux/tunnel_queue.h"
+#include "platform/linux/tunnel_tls.h"
 
 namespace kx {
 
@@ -39,49 +39,6 @@ timeval to_timeval(monotonic::duration wait) {
 struct bufferevent_deleter {
     void operator()(bufferevent *buffered) const { bufferevent_free(buffered); }
 };
-
-struct ssl_deleter {
-    void operator()(SSL *ssl) const { SSL_free(ssl); }
-};
-using ssl_ptr = std::unique_ptr<SSL, ssl_deleter>;
-
-ssl_ptr make_ssl(SSL_CTX *tls) {
-    ssl_ptr ssl(SSL_new(tls));
-    if (ssl == nullptr) {
-        throw std::bad_alloc();
-    }
-    return ssl;
-}
-
-// Has OpenSSL check that the peer's certificate is valid for `host`, an address or a name.
-void require_host(SSL *ssl, const std::string &host) {
-    X509_VERIFY_PARAM *param = SSL_get0_param(ssl);
-    if (X509_VERIFY_PARAM_set1_ip_asc(param, host.c_str()) == 1) {
-        return;
-    }
-    X509_VERIFY_PARAM_set_hostflags(param, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
-    if (X509_VERIFY_PARAM_set1_host(param, host.c_str(), host.size()) != 1 ||
-        SSL_set_tlsext_host_name(ssl, host.c_str()) != 1) {
-        throw std::bad_alloc();
-    }
-}
-
-std::string common_name(const SSL *ssl) {
-    const X509 *certificate = SSL_get0_peer_certificate(ssl);
-    const X509_NAME *subject = certificate == nullptr ? nullptr : X509_get_subject_name(certificate);
-    int index = subject == nullptr ? -1 : X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
-    if (index < 0) {
-        return {};
-    }
-    unsigned char *text = nullptr;
-    int size = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
-    if (size < 0) {
-        return {};
-    }
-    std::string name(reinterpret_cast<char *>(text), static_cast<std::size_t>(size));
-    OPENSSL_free(text);
-    return name;
-}
 
 std::uint32_t ipv4_of_peer(int fd) {
     sockaddr_storage address{};
@@ -309,7 +266,7 @@ void connection::deliver(const tunnel_frame &frame) {
 
 void connection::event(short what) {
     if ((what & BEV_EVENT_CONNECTED) != 0) {
-        peer_name_ = common_name(ssl());
+        peer_name_ = common_name_of_peer(ssl());
         if (accepting_ && phase_ == phase::setup) {
             send_keep_alive();
             go_up();

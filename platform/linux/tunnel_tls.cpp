@@ -1,6 +1,7 @@
-// The tunnel's TLS context.
+#include "platform/linux/tunnel_tls.h"
+
 #include <openssl/err.h>
-#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 
 #include <new>
 #include <stdexcept>
@@ -53,6 +54,43 @@ std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::stri
         fail(key, "no key can be read that belongs to " + certificate);
     }
     return context;
+}
+
+ssl_ptr make_ssl(SSL_CTX *tls) {
+    ssl_ptr ssl(SSL_new(tls));
+    if (ssl == nullptr) {
+        throw std::bad_alloc();
+    }
+    return ssl;
+}
+
+void require_host(SSL *ssl, const std::string &host) {
+    X509_VERIFY_PARAM *param = SSL_get0_param(ssl);
+    if (X509_VERIFY_PARAM_set1_ip_asc(param, host.c_str()) == 1) {
+        return;
+    }
+    X509_VERIFY_PARAM_set_hostflags(param, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+    if (X509_VERIFY_PARAM_set1_host(param, host.c_str(), host.size()) != 1 ||
+        SSL_set_tlsext_host_name(ssl, host.c_str()) != 1) {
+        throw std::bad_alloc();
+    }
+}
+
+std::string common_name_of_peer(const SSL *ssl) {
+    const X509 *certificate = SSL_get0_peer_certificate(ssl);
+    const X509_NAME *subject = certificate == nullptr ? nullptr : X509_get_subject_name(certificate);
+    int index = subject == nullptr ? -1 : X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+    if (index < 0) {
+        return {};
+    }
+    unsigned char *text = nullptr;
+    int size = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
+    if (size < 0) {
+        return {};
+    }
+    std::string name(reinterpret_cast<char *>(text), static_cast<std::size_t>(size));
+    OPENSSL_free(text);
+    return name;
 }
 
 }  // namespace kx
