@@ -107,9 +107,10 @@ def wait_for_association(lab: Laboratory, client: str) -> None:
 
 
 def introduce(lab: Laboratory, access_point: AccessPoint) -> None:
-    """Before the first record the controller does not know who is at the other end."""
+    """Before the first record the controller does not know who is at the other end of a tunnel."""
     associate(access_point, client_mac(9))
-    wait_until(lambda: lab.controller.ask_json("aps"), "the controller knows the access point")
+    wait_until(lambda: (access_point.mac, True) in [(each["ap"], each["up"]) for each in lab.controller.ask_json("aps")],
+               "the controller knows the access point")
 
 
 def start_for_inspection(lab: Laboratory) -> AccessPoint:
