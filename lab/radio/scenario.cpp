@@ -17,10 +17,10 @@ using kx::toml_table;
 constexpr double seconds_max = 1e7;
 constexpr std::size_t file_mib_max = 64;
 
-mac_address read_address(const toml_table &from, std::string_view key) {
+mac_address read_individual_address(const toml_table &from, std::string_view key) {
     const mac_address address = from.mac(key);
     if (is_group(address)) {
-        from.fail(key, "expected a station's address, not a group's");
+        from.fail(key, "expected an individual address, not a group's");
     }
     return address;
 }
@@ -154,14 +154,14 @@ scenario_ap read_ap(const toml_table &from) {
     if (ap.name.find('/') != std::string::npos) {
         from.fail("name", "expected " + std::string(name_expected));
     }
-    ap.mac = read_address(from, "mac");
+    ap.mac = read_individual_address(from, "mac");
     ap.vaps = kx::read_vaps(from, "vaps", vaps_max);
     if (ap.vaps.empty()) {
         from.fail("vaps", "expected 1 to " + std::to_string(vaps_max) + " VAPs");
     }
     for (const kx::vap_config &vap : ap.vaps) {
         if (!vap.bssid || is_group(*vap.bssid)) {
-            from.fail("vaps", "expected a bssid for " + vap.ifname + ", which is no group's address");
+            from.fail("vaps", "expected a bssid for " + vap.ifname + ", an individual address");
         }
     }
     return ap;
@@ -198,7 +198,7 @@ scenario load_scenario(const std::string &file) {
     }
     for (const toml_table &each : top.tables("station")) {
         each.allow_only({"mac", "events"});
-        const mac_address client = read_address(each, "mac");
+        const mac_address client = read_individual_address(each, "mac");
         if (!addresses.insert(client).second) {
             each.fail("mac", "another station or VAP has this address");
         }

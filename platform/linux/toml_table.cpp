@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
-#include <sstream>
 
 namespace kx {
 
@@ -48,12 +48,10 @@ std::string read_file(const std::string &file, std::string_view purpose, std::si
     throw config_error(file + ":" + std::to_string(at.begin.line) + ": " + std::string(what));
 }
 
-template <class Number>
-std::string range_expected(std::string_view what, Number least, Number most) {
-    std::ostringstream text;
-    text.precision(std::numeric_limits<double>::digits10);
-    text << what << " from " << least << " to " << most;
-    return text.str();
+std::string text_of(double number) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "%.15g", number);
+    return text;
 }
 
 std::optional<mac_address> as_mac(const toml::node &node) {
@@ -151,7 +149,7 @@ std::string toml_table::text(std::string_view key, std::size_t least, std::size_
 }
 
 std::int64_t toml_table::integer(std::string_view key, std::int64_t least, std::int64_t most) const {
-    std::string expected = range_expected("an integer", least, most);
+    std::string expected = "an integer from " + std::to_string(least) + " to " + std::to_string(most);
     const toml::node &node = at_->need(key, expected);
     const toml::value<std::int64_t> *value = node.as_integer();
     if (value == nullptr || value->get() < least || value->get() > most) {
@@ -167,7 +165,7 @@ std::uint32_t toml_table::u32(std::string_view key) const {
 std::uint32_t toml_table::optional_u32(std::string_view key) const { return has(key) ? u32(key) : 0; }
 
 double toml_table::number(std::string_view key, double least, double most) const {
-    std::string expected = range_expected("a number", least, most);
+    std::string expected = "a number from " + text_of(least) + " to " + text_of(most);
     const toml::node &node = at_->need(key, expected);
     const std::optional<double> value = node.is_number() ? node.value<double>() : std::nullopt;
     if (!value || std::isnan(*value) || *value < least || *value > most) {

@@ -77,6 +77,7 @@ TEST_F(ap_config, optional_keys_have_defaults) {
 
 TEST_F(ap_config, an_access_point_may_have_no_vap_and_at_most_255) {
     EXPECT_TRUE(load(std::string(ap) + controller).vaps.empty());
+    EXPECT_TRUE(load("vap = []\n" + std::string(ap) + controller).vaps.empty());
     std::string text = std::string(ap) + controller;
     for (int i = 0; i < 255; i++) {
         text += "[[vap]]\nifname = \"wlan" + std::to_string(i) + "\"\nssid = \"office\"\nvlan = 10\n";

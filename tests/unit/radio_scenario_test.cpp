@@ -86,14 +86,14 @@ TEST_F(radio_scenario, names_file_line_and_key_of_an_error) {
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00\"\n"),
               "s.toml:3: ap.mac: expected a MAC address such as \"02:00:00:00:10:00\"");
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"03:00:00:00:00:01\"\n"),
-              "s.toml:3: ap.mac: expected a station's address, not a group's");
+              "s.toml:3: ap.mac: expected an individual address, not a group's");
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"),
               "s.toml:1: ap.vaps: expected 1 to 16 VAPs");
     for (const char *const bssid : {"", ", bssid = \"03:00:00:00:00:02\""}) {
         EXPECT_EQ(error_of(std::string("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"
                                        "vaps = [{ifname = \"wlan0\", ssid = \"office\", vlan = 10") +
                            bssid + "}]"),
-                  "s.toml:4: ap.vaps: expected a bssid for wlan0, which is no group's address");
+                  "s.toml:4: ap.vaps: expected a bssid for wlan0, an individual address");
     }
     EXPECT_EQ(error_of(two_aps + two_aps.substr(two_aps.find("[[station]]"))),
               "s.toml:13: station.mac: another station or VAP has this address");
