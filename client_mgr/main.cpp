@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
+#include "client_mgr/startup.h"
 
 namespace {
 

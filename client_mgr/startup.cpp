@@ -1,17 +1,23 @@
+
+
+#include "client_mgr/startup.h"
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
-#include "client_mgr/client_tbl/client_tbl.h"
-#include "client_mgr/log.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/base/log.h"
+#include "client_mgr/base/text.h"
+#include "client_mgr/dispatch/local_dispatch.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "kx/kx_eloop.h"
+#include "kx/kx_ipc.h"
+#include "kx/kx_log.h"
 #include "kx/kx_node.h"
 #include "kx/sysmon.h"
-
-client_mgr_cfg g_cfg;
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "platform/linux/local_ipc.h"
+#include "common/local_ipc.h"
 
 namespace lab {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <span>
 
-#include "client_mgr/wire.h"
-#include "platform/linux/mac_address.h"
+#include "common/mac_address.h"
+#include "wire/big_endian.h"
 
 namespace captive {
 

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "platform/linux/local_ipc.h"
+#include "common/local_ipc.h"
 
 namespace captive {
 

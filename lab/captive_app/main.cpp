@@ -4,10 +4,10 @@
 #include <exception>
 #include <iostream>
 
+#include "common/command_line.h"
+#include "common/paths.h"
 #include "lab/captive_app/captive_message.h"
-#include "lab/command_line.h"
 #include "lab/endpoint_loop.h"
-#include "platform/linux/paths.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ int main(int argc, char **argv) {
                      "captive_app");
         app.set_version_flag("--version", "captive_app " CLIENT_MGR_VERSION);
         app.add_flag("--json", json, "Print one JSON object per message");
-        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+        if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;
         }
         run(json);

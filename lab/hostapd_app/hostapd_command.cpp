@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "client_mgr/wire.h"
+#include "common/key_fingerprint.h"
 #include "kx/hapdcfg.h"
-#include "lab/key_fingerprint.h"
-#include "platform/linux/hostapd_endpoint.h"
+#include "wire/big_endian.h"
+#include "wire/hostapd_endpoint.h"
 
 namespace hostapd {
 
@@ -84,14 +84,14 @@ std::string to_json(const command &what, outcome became) {
     if (what.previous_bssid != kx::mac_address{}) {
         object["previous_bssid"] = kx::format_mac(what.previous_bssid);
     }
-    object["pmk"] = lab::key_fingerprint(what.pmk);
+    object["pmk"] = kx::key_fingerprint(what.pmk);
     object["outcome"] = name_of(became);
     return object.dump();
 }
 
 std::string to_text(const command &what, outcome became) {
     return kx::format_mac(what.client) + " on " + kx::format_mac(what.bssid) + ": PMK " +
-           lab::key_fingerprint(what.pmk) + ", " + name_of(became);
+           kx::key_fingerprint(what.pmk) + ", " + name_of(became);
 }
 
 std::string error_to_json(const std::string &text) { return nlohmann::ordered_json{{"error", text}}.dump(); }

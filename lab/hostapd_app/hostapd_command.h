@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/local_ipc.h"
-#include "platform/linux/mac_address.h"
+#include "common/local_ipc.h"
+#include "common/mac_address.h"
 
 namespace hostapd {
 

@@ -8,11 +8,11 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "lab/command_line.h"
+#include "common/command_line.h"
+#include "common/paths.h"
 #include "lab/endpoint_loop.h"
 #include "lab/hostapd_app/hostapd_command.h"
 #include "lab/radio/radio_control.h"
-#include "platform/linux/paths.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ int main(int argc, char **argv) {
             "hostapd_app");
         app.set_version_flag("--version", "hostapd_app " CLIENT_MGR_VERSION);
         app.add_flag("--json", json, "Print one JSON object per command");
-        if (const auto status = lab::parse_command_line(app, argc, argv)) {
+        if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;
         }
         run(json);

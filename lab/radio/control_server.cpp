@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "client_mgr/wire.h"
 #include "lab/radio/radio_control.h"
+#include "wire/big_endian.h"
 
 namespace radio {
 namespace {

@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
+#include "common/local_ipc.h"
 #include "lab/radio/loop.h"
 #include "lab/radio/radio_stack.h"
-#include "platform/linux/local_ipc.h"
 
 namespace radio {
 

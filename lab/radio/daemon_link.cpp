@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 
 namespace radio {
 namespace {

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "common/local_ipc.h"
 #include "lab/radio/loop.h"
 #include "lab/radio/notifications.h"
-#include "platform/linux/local_ipc.h"
 
 namespace radio {
 

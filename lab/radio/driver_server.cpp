@@ -14,8 +14,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/paths.h"
-#include "platform/linux/radio_driver.h"
+#include "common/paths.h"
+#include "wire/driver_service.h"
 
 namespace radio {
 namespace {

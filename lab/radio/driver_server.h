@@ -1,4 +1,4 @@
-// The sockets on which the daemon's driver requests arrive (platform/linux/radio_driver.h), one per VAP.
+// The sockets on which the daemon's driver requests arrive (wire/driver_service.h), one per VAP.
 #ifndef LAB_RADIO_DRIVER_SERVER_H
 #define LAB_RADIO_DRIVER_SERVER_H
 

@@ -1,7 +1,7 @@
 #ifndef LAB_RADIO_MAC_H
 #define LAB_RADIO_MAC_H
 
-#include "platform/linux/mac_address.h"
+#include "common/mac_address.h"
 
 namespace radio {
 

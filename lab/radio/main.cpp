@@ -6,13 +6,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "lab/command_line.h"
+#include "common/ap_config.h"
+#include "common/command_line.h"
+#include "common/paths.h"
 #include "lab/radio/capture_source.h"
 #include "lab/radio/radio_process.h"
 #include "lab/radio/scenario_source.h"
 #include "lab/radio/vap_list.h"
-#include "platform/linux/ap_config.h"
-#include "platform/linux/paths.h"
 
 namespace {
 
@@ -160,7 +160,7 @@ int run(int argc, char **argv) {
     CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
     options given;
     declare(app, given);
-    if (const auto status = lab::parse_command_line(app, argc, argv)) {
+    if (const auto status = kx::parse_command_line(app, argc, argv)) {
         return *status;
     }
     if (given.discover) {

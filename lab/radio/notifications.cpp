@@ -4,7 +4,8 @@
 #include <cstring>
 #include <iterator>
 
-#include "client_mgr/messages.h"
+#include "wire/big_endian.h"
+#include "wire/local_messages.h"
 
 namespace radio {
 namespace {

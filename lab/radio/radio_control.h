@@ -25,7 +25,7 @@ enum : std::uint32_t {
     // of the association, in milliseconds of the real-time clock.
     RADIO_MSG_STATIONS = 1001,
 
-    // Notification: installs a PMK. Payload: the 54 bytes of pmk_info_message (client_mgr/messages.h), as hostapd gets
+    // Notification: installs a PMK. Payload: the 54 bytes of pmk_info_message (wire/local_messages.h), as hostapd gets
     // them from the daemon; sub-type 129. One for a station that is not on that BSSID is counted and ignored.
     RADIO_MSG_INSTALL_PMK = 1002,
 };

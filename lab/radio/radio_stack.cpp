@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "client_mgr/messages.h"
+#include "wire/local_messages.h"
 
 namespace radio {
 

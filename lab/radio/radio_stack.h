@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ap_config.h"
 #include "lab/radio/report.h"
 #include "lab/radio/station_table.h"
-#include "platform/linux/ap_config.h"
 
 namespace radio {
 
@@ -46,7 +46,7 @@ public:
     std::function<void(const mac_address &client, const mac_address &bssid)> on_ordered_off;  // may be empty
 
     void hear(const air_event &event, clock::time_point now);
-    // Serves one driver request for the VAP of that index (platform/linux/radio_driver.h).
+    // Serves one driver request for the VAP of that index (wire/driver_service.h).
     driver_answer serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
                         clock::time_point now);
     void install_pmk(std::span<const std::uint8_t> message);

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "client_mgr/wire.h"
 #include "lab/radio/radio_stack.h"
+#include "wire/big_endian.h"
 
 namespace radio {
 namespace {

@@ -6,8 +6,8 @@
 #include <array>
 #include <set>
 
+#include "common/toml_table.h"
 #include "lab/radio/vap_list.h"
-#include "platform/linux/toml_table.h"
 
 namespace radio {
 namespace {

@@ -32,8 +32,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ap_config.h"
 #include "lab/radio/air_event.h"
-#include "platform/linux/ap_config.h"
 
 namespace radio {
 
@@ -51,7 +51,7 @@ struct scenario {
     const scenario_ap *find_ap(std::string_view name) const;
 };
 
-// Reads and checks the whole file. Throws kx::config_error (platform/linux/toml_table.h).
+// Reads and checks the whole file. Throws kx::config_error (common/toml_table.h).
 scenario load_scenario(const std::string &file);
 
 }  // namespace radio

@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-#include "lab/command_line.h"
+#include "common/command_line.h"
 #include "lab/radio/scenario_maker.h"
 
 namespace {
@@ -48,7 +48,7 @@ int run(int argc, char **argv) {
     app.add_option("--seed", seed, "Number that decides everything; default: a new one, which is printed");
     app.add_option("-o,--output", file, "Where to write; -: standard output")->type_name("FILE")->capture_default_str();
     app.set_version_flag("--version", "kx-scenario " CLIENT_MGR_VERSION);
-    if (const auto status = lab::parse_command_line(app, argc, argv)) {
+    if (const auto status = kx::parse_command_line(app, argc, argv)) {
         return *status;
     }
     plan.seed = seed ? *seed : std::random_device{}();

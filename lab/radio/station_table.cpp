@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/linux/radio_driver.h"
+#include "wire/driver_service.h"
 
 namespace radio {
 

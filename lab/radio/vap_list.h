@@ -1,4 +1,4 @@
-// The [[vap]] part of an access point's configuration (platform/linux/ap_config.h), written by the radio for the
+// The [[vap]] part of an access point's configuration (common/ap_config.h), written by the radio for the
 // access points that it found in a capture or a scenario.
 #ifndef LAB_RADIO_VAP_LIST_H
 #define LAB_RADIO_VAP_LIST_H
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/ap_config.h"
 #include "lab/radio/capture_source.h"
-#include "platform/linux/ap_config.h"
 
 namespace radio {
 

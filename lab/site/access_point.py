@@ -17,7 +17,7 @@ from lab.site.processes import Process, Processes
 from lab.site.waiting import wait_until
 
 STATIONS_REQUEST = 1001      # lab/radio/radio_control.h
-MAC_ACL_AUTH = 195           # client_mgr/messages.h
+MAC_ACL_AUTH = 195           # wire/local_messages.h
 EMPTY_CAPTURE = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 127)  # pcap of radiotap frames
 ACL_AUTH_REQ = "CLIENT_MGR_CLIENT_ACL_AUTH_REQ"
 

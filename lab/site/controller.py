@@ -26,13 +26,13 @@ class Controller:
         self._control = directory / "controller.sock"
         self.port = port
         self.process: Process | None = None
-        self.output = JsonLines(directory / "controller.out")
+        self.output = JsonLines(directory / "site_controller.out")
 
     def start(self, *options: object) -> None:
         port_file = self._directory / "controller.port"
         port_file.unlink(missing_ok=True)
         self.process = self._processes.start(
-            "controller",
+            "site_controller",
             ["--listen", f"{ADDRESS}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
              "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self._control,
              "--json", "--events", *options],

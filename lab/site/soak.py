@@ -32,7 +32,7 @@ from lab.site.stepped_clock import SteppedClock
 from lab.site.waiting import wait_until
 
 DAEMONS = ("client_mgr", "apd")
-REMOVE_CLIENT_BULK_INFO = 17  # client_mgr/messages.h
+REMOVE_CLIENT_BULK_INFO = 17  # wire/local_messages.h
 ENTRIES_MAX = 260             # client entries of one controller message
 CLOCK_STEPS = (86_400, -86_400, 3_600, -3_600, 31, -31)  # seconds
 PORTAL_TICK_SECONDS = 1

@@ -13,12 +13,13 @@
 #include <span>
 #include <system_error>
 
+#include "common/ipc_endpoint.h"
+#include "common/packet_ring.h"
+#include "common/paths.h"
 #include "kx/kx_eloop.h"
-#include "platform/linux/apcomm_channel.h"
 #include "platform/linux/event_base.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/packet_ring.h"
-#include "platform/linux/paths.h"
+#include "wire/apcomm_channel.h"
+#include "wire/big_endian.h"
 
 namespace {
 

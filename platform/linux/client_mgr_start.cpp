@@ -1,6 +1,6 @@
 // What client_mgr does on Linux before the daemon, which knows libc and the platform contract alone, begins.
 
-#include "platform/linux/hardening.h"
+#include "common/hardening.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <tuple>
 
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 
 namespace kx {
 

@@ -2,7 +2,7 @@
 #ifndef KX_LINUX_CONFIG_CACHE_H
 #define KX_LINUX_CONFIG_CACHE_H
 
-#include "platform/linux/ap_config.h"
+#include "common/ap_config.h"
 
 namespace kx {
 

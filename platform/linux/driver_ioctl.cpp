@@ -20,9 +20,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/radio_driver.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
+#include "wire/driver_service.h"
 
 extern "C" {
 int __real_ioctl(int fd, unsigned long request, ...);

@@ -7,11 +7,11 @@
 #include <array>
 #include <system_error>
 
-#include "client_mgr/wire.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "kx/kx_ipc.h"
-#include "platform/linux/hostapd_endpoint.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
+#include "wire/big_endian.h"
+#include "wire/hostapd_endpoint.h"
 
 namespace {
 

@@ -12,13 +12,13 @@
 #include <span>
 #include <system_error>
 
-#include "client_mgr/wire.h"
-#include "platform/linux/drop_log.h"
+#include "common/drop_log.h"
+#include "common/ipc_endpoint.h"
+#include "common/local_ipc.h"
+#include "common/paths.h"
 #include "platform/linux/event_base.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/local_ipc.h"
-#include "platform/linux/paths.h"
 #include "platform/linux/start_failure.h"
+#include "wire/big_endian.h"
 
 namespace {
 

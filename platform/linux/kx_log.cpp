@@ -16,9 +16,9 @@
 #include <string>
 #include <system_error>
 
-#include "client_mgr/wire.h"
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "platform/linux/start_failure.h"
+#include "wire/big_endian.h"
 
 kx_log_conf kx_log_conf_data;
 FILE *log_file_name;

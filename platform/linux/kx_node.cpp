@@ -1,7 +1,7 @@
 #include "kx/kx_node.h"
 
-#include "platform/linux/ap_config.h"
-#include "platform/linux/paths.h"
+#include "common/ap_config.h"
+#include "common/paths.h"
 #include "platform/linux/start_failure.h"
 
 // Reads the file itself and not through the cache, whose errors are in the system log alone: without a radio the daemon

@@ -2,9 +2,10 @@
 
 #include <unistd.h>
 
+#include "common/paths.h"
 #include "kx/kx_eloop.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/sysmon_messages.h"
+#include "wire/big_endian.h"
+#include "wire/sysmon_messages.h"
 
 namespace {
 

@@ -4,11 +4,12 @@
 #include <array>
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/messages.h"
 #include "kx/apcomm.h"
-#include "platform/linux/apcomm_channel.h"
-#include "platform/linux/radio_driver.h"
+#include "wire/apcomm_channel.h"
+#include "wire/big_endian.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/driver_service.h"
+#include "wire/local_messages.h"
 
 namespace bench {
 

@@ -11,8 +11,8 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "client_mgr/messages.h"
 #include "tests/bench/measuring.h"
+#include "wire/local_messages.h"
 
 namespace {
 

@@ -16,11 +16,11 @@
 #include <system_error>
 #include <utility>
 
-#include "client_mgr/messages.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "kx/kx_ipc.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/radio_driver.h"
+#include "wire/driver_service.h"
+#include "wire/local_messages.h"
 
 namespace bench {
 

@@ -22,10 +22,10 @@
 #include <string_view>
 #include <system_error>
 
-#include "client_mgr/messages.h"
-#include "platform/linux/ap_config.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
+#include "common/ap_config.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
+#include "wire/local_messages.h"
 
 namespace bench {
 

@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "client_mgr/tables/client_tbl.h"
 #include "kx/kx_log.h"
 #include "tests/bench/table_bench_report.h"
 #include "tests/bench/table_bench_rivals.h"

@@ -21,8 +21,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "client_mgr/client_tbl/client_tbl_state.h"
-#include "client_mgr/slot_table.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
+#include "client_mgr/tables/slot_table.h"
+#include "wire/mac_text.h"
 
 namespace bench {
 

@@ -13,7 +13,7 @@ from lab.site.laboratory import Laboratory
 from lab.site.local_ipc import DAEMON, LocalSocket
 from lab.site.waiting import wait_until
 
-# Local messages, client_mgr/messages.h.
+# Local messages, wire/local_messages.h.
 LOG_CFG_GET, LOG_CFG_SET = 28, 29
 CLIENT_ASSOCIATION, CLIENT_DISASSOCIATION, CLIENT_IP = 63, 65, 161
 

@@ -11,7 +11,7 @@ from lab.site.processes import environment_for
 MAN = Path(__file__).parents[2] / "man"
 USAGE = 64
 PAGES = {"apd.8": ["apd"], "captive_app.1": ["captive_app"], "client_mgr.8": ["client_mgr"],
-         "controller.1": ["controller", "controller-ctl"], "hostapd_app.1": ["hostapd_app"],
+         "site_controller.1": ["site_controller", "sitectl"], "hostapd_app.1": ["hostapd_app"],
          "kx-scenario.1": ["kx-scenario"], "radio.1": ["radio"]}
 PROGRAMS = [name for names in PAGES.values() for name in names]
 
@@ -46,10 +46,10 @@ def test_wrong_use(run, name):
     (["radio"], "a capture or --scenario is required"),
     (["radio", "a.pcap", "--start-at", "5"], "--start-at: expected a number for --speed as well"),
     (["radio", "a.pcap", "--speed", "0"], "--speed: expected max or a number"),
-    (["controller", "--ca", "a", "--certificate", "b", "--key", "c", "--listen", "localhost"],
+    (["site_controller", "--ca", "a", "--certificate", "b", "--key", "c", "--listen", "localhost"],
      "--listen: expected ADDRESS:PORT"),
-    (["controller", "--ca", "a"], "--certificate is required"),
-    (["controller-ctl", "--control", "a"], "command is required"),
+    (["site_controller", "--ca", "a"], "--certificate is required"),
+    (["sitectl", "--control", "a"], "command is required"),
     (["kx-scenario", "--aps", "0"], "--aps: Value 0 not in range"),
 ])
 def test_wrong_values(run, command, complaint):

@@ -16,12 +16,12 @@ from lab.site.waiting import wait_until
 from steps import (CLIENT_DISASSOCIATION, CLIENT_IP, LOG_CFG_GET, associate, bssid_of, client_mac,
                    start_for_inspection, tell, wait_for_line)
 
-# client_mgr/messages.h
+# wire/local_messages.h
 FOREIGN_ASSOCIATION, FOREIGN_DISASSOCIATION, PMK_INFO = 64, 66, 150
 PMK_FETCH, PMK_ADD = 1, 2
 MOVE_NOTIFY, BULK_INFO, PMK_ANSWER, INFO_ANSWER, REMOVE_BULK, GUEST_AUTH = 9, 10, 14, 15, 17, 24
 ENTRY_PMK = 1
-TO_CLIENT_MANAGER = 106  # platform/linux/tunnel.h
+TO_CLIENT_MANAGER = 106  # tunnel/tunnel.h
 
 STATION, ELSEWHERE = client_mac(1), "02:00:00:00:20:01"
 HOME_VLAN, OTHER_VLAN = 10, 77

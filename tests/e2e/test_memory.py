@@ -15,9 +15,9 @@ from lab.site.soak import holdings_of
 from lab.site.waiting import wait_until
 from steps import introduce, start_for_inspection, wait_for_line
 
-TO_CLIENT_MANAGER = 106  # platform/linux/tunnel_frames.h
+TO_CLIENT_MANAGER = 106  # tunnel/tunnel_frames.h
 LONGEST = 16384
-QUEUE_PAGES = (1 << 20) // os.sysconf("SC_PAGESIZE")  # queue_max of platform/linux/tunnel.h
+QUEUE_PAGES = (1 << 20) // os.sysconf("SC_PAGESIZE")  # queue_max of tunnel/tunnel.h
 
 
 @pytest.fixture

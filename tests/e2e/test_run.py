@@ -182,7 +182,7 @@ def test_signal_ends_everything(lab_run, number):
 
 def test_interrupt_while_it_starts(lab_run):
     running = lab_run.start()
-    wait_for_processes(lab_run, lambda found: "controller" in found, "the first process runs")
+    wait_for_processes(lab_run, lambda found: "site_controller" in found, "the first process runs")
     os.killpg(running.pid, signal.SIGINT)
     assert running.wait(20) == 128 + signal.SIGINT
     assert lab_run.processes() == []

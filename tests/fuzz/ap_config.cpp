@@ -1,5 +1,5 @@
 // The access point's configuration file. Input: the file.
-#include "platform/linux/ap_config.h"
+#include "common/ap_config.h"
 
 #include <algorithm>
 #include <set>

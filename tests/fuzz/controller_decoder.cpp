@@ -2,10 +2,10 @@
 // and a block.
 #include <array>
 
+#include "controller/message.h"
+#include "controller/render.h"
+#include "controller/site.h"
 #include "input.h"
-#include "lab/controller/message.h"
-#include "lab/controller/render.h"
-#include "lab/controller/site.h"
 #include "require.h"
 
 namespace {

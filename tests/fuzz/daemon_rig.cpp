@@ -5,14 +5,17 @@
 #include <cstring>
 #include <string>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
-#include "client_mgr/client_tbl/client_tbl.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "kx/kx_ipc.h"
 #include "kx/kx_log.h"
 #include "poison.h"
 #include "random/soundness.h"
 #include "table_copy.h"
 #include "tables.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/local_messages.h"
 
 namespace fuzz {
 namespace {

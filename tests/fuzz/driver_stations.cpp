@@ -1,6 +1,6 @@
 // A bulk report over the station lists that the driver answers with. Input: the daemon's state (daemon_rig), the first
 // VAP's station list as a block, the second one's in the rest.
-#include "client_mgr/client_mgr.h"
+#include "client_mgr/clients/bulk_report.h"
 #include "daemon_rig.h"
 
 void fuzz_one(std::span<const uint8_t> bytes) {

@@ -12,14 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "common/ipc_endpoint.h"
+#include "common/local_ipc.h"
+#include "common/paths.h"
 #include "input.h"
 #include "kx/apcomm.h"
 #include "kx/kx_eloop.h"
 #include "kx/kx_ipc.h"
 #include "platform/linux/event_base.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/local_ipc.h"
-#include "platform/linux/paths.h"
 #include "require.h"
 
 // Dropped messages are reported there.

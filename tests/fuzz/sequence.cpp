@@ -3,7 +3,7 @@
 #include <array>
 #include <string>
 
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl.h"
 #include "daemon_rig.h"
 #include "kx/apcfg.h"
 #include "kx/kx_eloop.h"

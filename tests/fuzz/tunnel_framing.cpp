@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "input.h"
-#include "platform/linux/tunnel_frames.h"
 #include "require.h"
+#include "tunnel/tunnel_frames.h"
 
 namespace {
 

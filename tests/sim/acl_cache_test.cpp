@@ -4,7 +4,8 @@
 #include <vector>
 
 #include "arrange.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 #include "tables.h"

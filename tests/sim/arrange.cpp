@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "daemon_steps.h"
 
 namespace sim {

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
-#include "client_mgr/client_tbl/client_tbl.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "sim_test.h"
 
 namespace sim {

@@ -1,10 +1,14 @@
+#include "client_mgr/clients/association.h"
+
 #include <cstring>
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 #include "tables.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 namespace {

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/clients/bulk_report.h"
+#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "station_list.h"
 
 namespace sim {

@@ -1,6 +1,9 @@
 // The bulk VAP configuration, and what both bulk reports have in common.
+#include "client_mgr/clients/bulk_report.h"
+
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
 #include "lifecycle.h"
 
 namespace sim {

@@ -1,4 +1,7 @@
+#include "client_mgr/neighbours/captive_msg.h"
+
 #include "arrange.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

@@ -1,7 +1,10 @@
 // The controller's answers about clients that roamed in: their home data, or their keys alone.
 #include <string>
 
+#include "client_mgr/clients/foreign_association.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

@@ -3,7 +3,7 @@
 #define TESTS_SIM_CLIENT_TBL_CLIENTS_H
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 
 namespace sim {

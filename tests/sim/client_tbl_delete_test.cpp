@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "client_tbl_clients.h"
 #include "daemon_steps.h"
 #include "sim_test.h"

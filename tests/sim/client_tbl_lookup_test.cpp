@@ -1,13 +1,17 @@
+#include "client_mgr/tables/client_tbl_lookup.h"
+
 #include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 #include "tables.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 namespace {

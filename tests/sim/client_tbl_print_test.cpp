@@ -3,7 +3,9 @@
 #include <string>
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_dump.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

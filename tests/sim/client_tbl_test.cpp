@@ -1,10 +1,13 @@
+#include "client_mgr/tables/client_tbl.h"
+
 #include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/tables/client_tbl_lookup.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "client_tbl_clients.h"
 #include "daemon_steps.h"
 #include "sim_test.h"

@@ -2,8 +2,11 @@
 #include <cstring>
 #include <string>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/dispatch/ctrlr_dispatch.h"
+#include "client_mgr/dispatch/local_dispatch.h"
+#include "client_mgr/neighbours/ctrlr_link.h"
+#include "client_mgr/tables/client_mgr_acl.h"
 #include "effects.h"
 #include "inside.h"
 #include "kx/apcfg.h"
@@ -16,6 +19,7 @@
 #include "kx/kxbr_api.h"
 #include "kx/sysmon.h"
 #include "platform.h"
+#include "wire/mac_text.h"
 
 namespace {
 

@@ -1,10 +1,16 @@
+#include "client_mgr/neighbours/ctrlr_link.h"
+
 #include <cstring>
 #include <memory>
 #include <set>
 
 #include "arrange.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/dispatch/ctrlr_dispatch.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

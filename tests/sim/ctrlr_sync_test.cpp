@@ -1,6 +1,10 @@
 // Lists of clients that the controller hands over or has forgotten.
+#include "client_mgr/clients/ctrlr_sync.h"
+
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

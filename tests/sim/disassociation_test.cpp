@@ -1,5 +1,8 @@
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

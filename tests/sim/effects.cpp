@@ -4,6 +4,9 @@
 #include <cctype>
 #include <cstdio>
 
+#include "wire/local_messages.h"
+#include "wire/mac_text.h"
+
 namespace sim {
 namespace {
 

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "bytes.h"
+#include "wire/local_messages.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 

@@ -1,6 +1,9 @@
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 namespace {

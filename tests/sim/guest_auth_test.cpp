@@ -1,6 +1,9 @@
 // The controller authorises a guest.
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/clients/guest.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

@@ -1,6 +1,8 @@
 // A guest that leaves before it is authorised: its ARP entry and host route go with it.
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

@@ -1,6 +1,8 @@
 // A client's address, and what it means for a guest that is not authorised yet.
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

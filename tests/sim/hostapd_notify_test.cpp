@@ -1,7 +1,9 @@
+#include "client_mgr/neighbours/hostapd_notify.h"
+
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
 #include "lifecycle.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

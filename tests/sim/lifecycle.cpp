@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "wire/mac_text.h"
+
 namespace sim {
 namespace {
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "arrange.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

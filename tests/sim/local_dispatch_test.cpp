@@ -1,3 +1,5 @@
+#include "client_mgr/dispatch/local_dispatch.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,9 +10,10 @@
 #include <string>
 
 #include "arrange.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/neighbours/ctrlr_link.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
-#include "kx/kx_log.h"
 #include "sim_test.h"
 #include "tables.h"
 

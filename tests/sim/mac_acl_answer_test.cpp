@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <string>
 
+#include "client_mgr/clients/mac_acl.h"
+#include "client_mgr/tables/client_mgr_acl.h"
 #include "lifecycle.h"
 
 namespace sim {

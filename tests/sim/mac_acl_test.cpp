@@ -1,8 +1,13 @@
 // The driver's questions: answered from the client table or the cache, or passed on to the controller.
+#include "client_mgr/clients/mac_acl.h"
+
 #include <algorithm>
 #include <cstring>
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

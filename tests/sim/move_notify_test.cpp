@@ -1,6 +1,10 @@
+#include "client_mgr/clients/move_notify.h"
+
 #include <algorithm>
 #include <string>
 
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
 namespace sim {

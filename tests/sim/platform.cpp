@@ -8,11 +8,17 @@
 #include <memory>
 #include <stdexcept>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
-#include "client_mgr/client_tbl/client_tbl.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/dispatch/ctrlr_dispatch.h"
+#include "client_mgr/dispatch/local_dispatch.h"
+#include "client_mgr/neighbours/ctrlr_link.h"
+#include "client_mgr/startup.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
 #include "effects.h"
 #include "inside.h"
+#include "kx/kx_eloop.h"
+#include "kx/kx_ipc.h"
 #include "kx/kx_log.h"
 #include "table_copy.h"
 

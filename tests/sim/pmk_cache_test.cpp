@@ -1,6 +1,10 @@
+#include "client_mgr/clients/pmk_cache.h"
+
 #include <string>
 
+#include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

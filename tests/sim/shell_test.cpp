@@ -1,4 +1,5 @@
-#include "client_mgr/shell.h"
+
+#include "client_mgr/neighbours/shell.h"
 
 #include <string>
 

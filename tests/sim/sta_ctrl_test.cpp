@@ -1,3 +1,5 @@
+#include "client_mgr/neighbours/sta_ctrl.h"
+
 #include "arrange.h"
 #include "daemon_steps.h"
 #include "sim_test.h"

@@ -4,9 +4,11 @@
 #include <string>
 
 #include "arrange.h"
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "daemon_steps.h"
 #include "kx/kx_log.h"
 #include "sim_test.h"

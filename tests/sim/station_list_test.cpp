@@ -5,6 +5,9 @@
 #include <cstring>
 #include <string>
 
+#include "client_mgr/clients/bulk_report.h"
+#include "wire/ctrlr_messages.h"
+
 namespace sim {
 
 SIM_TEST(station_list, of_155_bytes_holds_no_station) {

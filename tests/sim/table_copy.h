@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdint>
 
-#include "client_mgr/client_mgr_acl/client_mgr_acl.h"
-#include "client_mgr/client_tbl/client_tbl.h"
-#include "client_mgr/slot_key.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/slot_key.h"
 
 namespace sim {
 

@@ -5,8 +5,10 @@
 #include <string>
 
 #include "arrange.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "sim_test.h"
 #include "tables.h"
 

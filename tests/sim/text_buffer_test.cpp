@@ -1,5 +1,6 @@
 // The log's own formatting says what libc's would.
-#include "client_mgr/text_buffer.h"
+
+#include "client_mgr/base/text_buffer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
+#include "client_mgr/base/text.h"
+
 #include <string>
 
-#include "client_mgr/client_mgr.h"
 #include "sim_test.h"
 
 namespace sim {

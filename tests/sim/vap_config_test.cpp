@@ -1,6 +1,9 @@
+#include "client_mgr/clients/vap_config.h"
+
 #include <cstring>
 
 #include "arrange.h"
+#include "client_mgr/base/client_mgr_cfg.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/ap_config.h"
+#include "common/ap_config.h"
 
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+
 #include "kx/apcfg.h"
 
 #include <array>

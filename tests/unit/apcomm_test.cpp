@@ -14,12 +14,13 @@
 #include <system_error>
 #include <utility>
 
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "kx/kx_eloop.h"
-#include "platform/linux/apcomm_channel.h"
 #include "platform/linux/event_base.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
 #include "tests/unit/private_root.h"
+#include "wire/apcomm_channel.h"
+#include "wire/big_endian.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/apd/backoff.h"
+#include "apd/backoff.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "client_mgr/messages.h"
-#include "platform/linux/apcomm_channel.h"
-#include "platform/linux/apd/daemon_inbox.h"
-#include "platform/linux/paths.h"
+#include "apd/daemon_inbox.h"
+#include "common/paths.h"
 #include "tests/unit/event_rig.h"
 #include "tests/unit/private_root.h"
+#include "wire/apcomm_channel.h"
+#include "wire/local_messages.h"
 
 namespace {
 

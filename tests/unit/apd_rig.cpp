@@ -9,11 +9,11 @@
 #include <csignal>
 #include <system_error>
 
-#include "client_mgr/messages.h"
-#include "platform/linux/apcomm_channel.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/sysmon_messages.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
+#include "wire/apcomm_channel.h"
+#include "wire/big_endian.h"
+#include "wire/local_messages.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/apd/apd.h"
-#include "platform/linux/local_ipc.h"
+#include "apd/apd.h"
+#include "common/local_ipc.h"
 #include "tests/unit/private_root.h"
 #include "tests/unit/tunnel_rig.h"
 

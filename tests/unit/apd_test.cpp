@@ -7,12 +7,13 @@
 #include <filesystem>
 #include <fstream>
 
-#include "client_mgr/messages.h"
+#include "common/paths.h"
 #include "kx/apcomm.h"
-#include "platform/linux/apcomm_channel.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/sysmon_messages.h"
 #include "tests/unit/apd_rig.h"
+#include "wire/apcomm_channel.h"
+#include "wire/big_endian.h"
+#include "wire/local_messages.h"
+#include "wire/sysmon_messages.h"
 
 namespace {
 

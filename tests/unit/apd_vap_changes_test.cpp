@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/apd/vap_changes.h"
+#include "apd/vap_changes.h"
 
 namespace {
 

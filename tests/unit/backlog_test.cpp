@@ -1,4 +1,4 @@
-#include "platform/linux/backlog.h"
+#include "tunnel/backlog.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "lab/controller/mac_acl.h"
+#include "controller/mac_acl.h"
 
 namespace {
 

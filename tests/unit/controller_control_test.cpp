@@ -8,8 +8,8 @@
 #include <fstream>
 #include <string>
 
-#include "lab/controller/commands.h"
-#include "lab/controller/control_server.h"
+#include "controller/commands.h"
+#include "controller/control_server.h"
 #include "tests/unit/certificates.h"
 #include "tests/unit/controller_site_rig.h"
 #include "tests/unit/event_rig.h"

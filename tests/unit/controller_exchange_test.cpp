@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "lab/controller/commands.h"
-#include "lab/controller/exchange.h"
+#include "controller/commands.h"
+#include "controller/exchange.h"
 #include "tests/unit/tunnel_rig.h"
 
 namespace {

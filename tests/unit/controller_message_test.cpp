@@ -5,8 +5,8 @@
 #include <map>
 #include <string>
 
-#include "lab/controller/message.h"
-#include "lab/controller/render.h"
+#include "controller/message.h"
+#include "controller/render.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lab/controller/render.h"
+#include "controller/render.h"
 
 namespace controller_test {
 

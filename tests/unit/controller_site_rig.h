@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "lab/controller/site.h"
+#include "controller/site.h"
 
 namespace controller_test {
 

@@ -1,7 +1,7 @@
 // The controller's rules for one event at a time.
 #include <gtest/gtest.h>
 
-#include "lab/controller/render.h"
+#include "controller/render.h"
 #include "tests/unit/controller_site_rig.h"
 
 namespace {

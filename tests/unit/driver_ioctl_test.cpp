@@ -12,11 +12,11 @@
 #include <numeric>
 #include <thread>
 
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/radio_driver.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/private_root.h"
+#include "wire/driver_service.h"
 
 namespace {
 

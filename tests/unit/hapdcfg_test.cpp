@@ -3,10 +3,10 @@
 #include <array>
 #include <numeric>
 
-#include "platform/linux/hostapd_endpoint.h"
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/private_root.h"
+#include "wire/hostapd_endpoint.h"
 
 class hapdcfg : public private_root {
 protected:

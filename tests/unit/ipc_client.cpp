@@ -8,10 +8,10 @@
 #include <chrono>
 #include <cstring>
 
-#include "client_mgr/wire.h"
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "tests/unit/private_root.h"
+#include "wire/big_endian.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/local_ipc.h"
+#include "common/local_ipc.h"
 
 using bytes = std::vector<std::uint8_t>;
 

@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client_mgr/wire.h"
 #include "kx/kx_eloop.h"
 #include "kx/kx_ipc.h"
+#include "wire/big_endian.h"
 
 namespace {
 

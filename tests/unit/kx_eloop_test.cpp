@@ -1,3 +1,4 @@
+
 #include "kx/kx_eloop.h"
 
 #include <sys/wait.h>
@@ -7,7 +8,7 @@
 #include <csignal>
 #include <vector>
 
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/ipc_daemon.h"
 #include "tests/unit/private_root.h"

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/ipc_daemon.h"
 #include "tests/unit/private_root.h"

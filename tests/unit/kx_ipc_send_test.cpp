@@ -1,5 +1,4 @@
-#include "kx/kx_ipc.h"
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/ipc_daemon.h"
 #include "tests/unit/private_root.h"

@@ -1,4 +1,3 @@
-#include "kx/kx_ipc.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,8 +6,8 @@
 #include <csignal>
 #include <numeric>
 
-#include "platform/linux/ipc_endpoint.h"
-#include "platform/linux/paths.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/ipc_daemon.h"
 #include "tests/unit/private_root.h"

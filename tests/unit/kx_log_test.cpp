@@ -1,3 +1,4 @@
+
 #include "kx/kx_log.h"
 
 #include <fcntl.h>

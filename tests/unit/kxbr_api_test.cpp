@@ -1,3 +1,4 @@
+
 #include "kx/kxbr_api.h"
 
 #include <event2/event.h>

@@ -1,9 +1,9 @@
-#include "platform/linux/local_ipc.h"
+#include "common/local_ipc.h"
 
 #include <filesystem>
 #include <system_error>
 
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 #include "tests/unit/ipc_client.h"
 #include "tests/unit/private_root.h"
 

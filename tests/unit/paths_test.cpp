@@ -1,4 +1,4 @@
-#include "platform/linux/paths.h"
+#include "common/paths.h"
 
 #include <sys/stat.h>
 

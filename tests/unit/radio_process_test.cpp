@@ -9,8 +9,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "common/paths.h"
 #include "lab/radio/radio_control.h"
-#include "platform/linux/paths.h"
 #include "tests/unit/private_root.h"
 #include "tests/unit/radio_rig.h"
 

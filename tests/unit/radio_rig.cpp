@@ -14,10 +14,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/paths.h"
 #include "lab/radio/radio_control.h"
-#include "platform/linux/paths.h"
-#include "platform/linux/radio_driver.h"
 #include "tests/unit/private_root.h"
+#include "wire/driver_service.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/local_ipc.h"
+#include "common/local_ipc.h"
 
 // A running program: its standard output and error arrive line by line.
 class child_process {

@@ -8,9 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client_mgr/messages.h"
-#include "platform/linux/radio_driver.h"
 #include "tests/unit/radio_frames.h"
+#include "wire/driver_service.h"
 
 namespace {
 

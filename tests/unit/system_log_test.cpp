@@ -1,4 +1,4 @@
-#include "platform/linux/system_log.h"
+#include "common/system_log.h"
 
 #include <sys/socket.h>
 #include <syslog.h>

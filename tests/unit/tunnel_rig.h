@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/tunnel.h"
 #include "tests/unit/certificates.h"
 #include "tests/unit/event_rig.h"
+#include "tunnel/tunnel.h"
 
 // A listening TCP socket on 127.0.0.1 that hands out its connections one by one.
 class loopback_listener {

@@ -1,4 +1,4 @@
-#include "platform/linux/tunnel.h"
+#include "tunnel/tunnel.h"
 
 #include <event2/buffer.h>
 #include <event2/bufferevent_ssl.h>

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "kx/kx_ipc.h"
 #include "kx/kx_log.h"
 #include "tables.h"
 

@@ -10,6 +10,7 @@
 
 #include "dice.h"
 #include "platform.h"
+#include "wire/ctrlr_messages.h"
 
 namespace sim {
 

@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "event.h"
+#include "kx/apcfg.h"
 #include "kx/kx_ipc.h"
 #include "station_records.h"
 #include "tables.h"
+#include "wire/ctrlr_messages.h"
 
 namespace sim {
 namespace {

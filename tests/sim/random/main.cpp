@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "event.h"
-#include "kx/kx_ipc.h"
 #include "portable_text.h"
 #include "soundness.h"
 

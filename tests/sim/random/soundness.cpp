@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "kx/apcfg.h"
 #include "table_copy.h"
 #include "tables.h"

@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "client_mgr/client_mgr.h"
+#include "client_mgr/base/client_mgr_cfg.h"
 
 // The linker's own names of the section's bounds.
 extern "C" uint8_t __start_core_state[];

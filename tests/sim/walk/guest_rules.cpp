@@ -2,10 +2,14 @@
 
 #include <cstring>
 
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "effects.h"
 #include "tables.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/local_messages.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 namespace {

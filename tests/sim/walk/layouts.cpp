@@ -5,9 +5,10 @@
 #include <string_view>
 
 #include "bytes.h"
-#include "client_mgr/messages.h"
 #include "kx/hapdcfg.h"
 #include "steps.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/messages.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {

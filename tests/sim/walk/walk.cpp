@@ -9,13 +9,18 @@
 #include <string_view>
 
 #include "../random/soundness.h"
-#include "client_mgr/client_mgr.h"
-#include "client_mgr/client_mgr_acl/client_mgr_acl_state.h"
-#include "client_mgr/client_tbl/client_tbl_state.h"
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/tables/client_mgr_acl.h"
+#include "client_mgr/tables/client_mgr_acl_state.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
 #include "effects.h"
 #include "guest_rules.h"
 #include "layouts.h"
 #include "tables.h"
+#include "wire/ctrlr_messages.h"
+#include "wire/local_messages.h"
+#include "wire/mac_text.h"
 
 namespace sim {
 namespace {

@@ -1,0 +1,184 @@
+#include "apd/apd.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "apd/log.h"
+#include "apd/vap_changes.h"
+#include "kx/apcomm.h"
+#include "wire/apcomm_channel.h"
+#include "wire/local_messages.h"
+
+namespace apd {
+
+namespace {
+
+auto fields_of(const kx::controller_config &controller) {
+    return std::tie(controller.address, controller.port, controller.ca, controller.certificate, controller.key);
+}
+
+std::string dotted(std::uint32_t ip) {
+    return std::to_string(ip >> 24) + "." + std::to_string(ip >> 16 & 0xff) + "." + std::to_string(ip >> 8 & 0xff) +
+           "." + std::to_string(ip & 0xff);
+}
+
+// There is no tunnel before there is a client manager; what is wrong with its certificates is told at once.
+void check_certificates(const kx::controller_config &controller) {
+    try {
+        kx::make_tls_context(controller.ca, controller.certificate, controller.key);
+    } catch (const std::exception &error) {
+        report(std::string("there will be no tunnel: ") + error.what());
+    }
+}
+
+}  // namespace
+
+platform_daemon::platform_daemon(event_base *base, std::string config_file)
+    : base_(base),
+      config_file_(std::move(config_file)),
+      config_(kx::load_ap_config(config_file_)),
+      service_manager_(base),
+      lost_(base, "messages of client_mgr dropped: there is no tunnel"),
+      link_(base, {[this] { tunnel_up(); }, [this] { tunnel_down(); },
+                   [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                       controller_message_rcvd(destination, message);
+                   },
+                   [this] { channel_.resume(); }, [this] { event_base_loopbreak(base_); }}),
+      inbox_(base, {[this] { link_.set_reading(true); },
+                    [this] {
+                        report("client_mgr does not read its messages");
+                        channel_.disconnect();
+                    }}),
+      monitor_(base, inbox_, [this] { publish_status(); }),
+      channel_(base, {[this] { daemon_registered(); }, [this] { daemon_lost(); },
+                      [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                          return daemon_message_rcvd(destination, message);
+                      }}),
+      config_watch_(base, config_file_, [this] { config_changed(); }) {
+    monitor_.start();
+    check_certificates(config_.controller);
+    log_line("waiting for client_mgr");
+    service_manager::notify("READY=1");
+    publish_status();
+}
+
+void platform_daemon::stop() {
+    service_manager::notify("STOPPING=1");
+    link_.stop();
+}
+
+// The tunnel lives as long as a client manager does. Nothing from the controller arrives before somebody can take it,
+// and one that was restarted, its table lost, is an access point that came back to the controller.
+void platform_daemon::daemon_registered() {
+    if (!link_.is_started()) {
+        link_.start(config_.controller);
+    }
+    report_link_to_daemon();
+}
+
+void platform_daemon::daemon_lost() { link_.end("client_mgr has gone"); }
+
+void platform_daemon::tunnel_up() {
+    report_link_to_daemon();
+    publish_status();
+}
+
+void platform_daemon::tunnel_down() {
+    if (channel_.is_registered()) {
+        send_status(APCOMM_STATUS_DOWN, 0);
+    }
+    channel_.resume();
+    publish_status();
+}
+
+void platform_daemon::report_link_to_daemon() {
+    if (!link_.is_up() || !channel_.is_registered()) {
+        return;
+    }
+    send_status(APCOMM_STATUS_UP, link_.controller_ip());
+    // The client manager loads its VAPs only while it knows a controller.
+    inbox_.send(KX_MSG_ID_VAP_INIT);
+}
+
+void platform_daemon::send_status(std::uint32_t status, std::uint32_t ctrl_ip) {
+    kx::apcomm_status report{};
+    report.kind = kx::apcomm_kind_status;
+    report.status = status;
+    report.ctrl_ip = ctrl_ip;
+    inbox_.send(KX_MSG_ID_APCOMM_MSG, {reinterpret_cast<const std::uint8_t *>(&report), sizeof(report)});
+}
+
+void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
+    if (destination != APCOMM_DEST_CLIENT_MGR) {
+        log_line("dropped a message from the controller to unknown peer " + std::to_string(destination));
+        return;
+    }
+    inbox_.send_controller_message(message);
+    if (inbox_.is_full()) {
+        link_.set_reading(false);
+    }
+}
+
+bool platform_daemon::daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
+    switch (link_.send(destination, message)) {
+        case controller_link::outcome::full:
+            return false;
+        case controller_link::outcome::down:
+            lost_.add(1);
+            break;
+        case controller_link::outcome::sent:
+            break;
+    }
+    return true;
+}
+
+bool platform_daemon::read_config() {
+    try {
+        config_ = kx::load_ap_config(config_file_);
+        return true;
+    } catch (const kx::config_error &error) {
+        report(std::string(error.what()) + "; the configuration stays as it was");
+        return false;
+    }
+}
+
+void platform_daemon::config_changed() {
+    kx::ap_config before = config_;
+    if (!read_config()) {
+        return;
+    }
+    if (before.mac != config_.mac) {
+        log_line("the access point's address has changed: client_mgr takes it when it is restarted");
+    }
+    if (fields_of(before.controller) != fields_of(config_.controller)) {
+        log_line("the controller's settings have changed");
+        if (link_.is_started()) {
+            link_.start(config_.controller);
+        }
+    }
+    vap_changes changes = find_vap_changes(before.vaps, config_.vaps);
+    for (const std::string &ifname : changes.updated) {
+        log_line("VAP " + ifname + " has changed");
+        std::array<std::uint8_t, 12> name{};
+        std::copy_n(ifname.begin(), std::min(ifname.size(), name.size()), name.begin());
+        inbox_.send(KX_MSG_ID_VAP_UPDATE, name);
+    }
+    if (changes.reload) {
+        log_line("the list of VAPs has changed");
+        inbox_.send(KX_MSG_ID_VAP_INIT);
+    }
+}
+
+void platform_daemon::reload() {
+    log_line("reading " + config_file_ + " again");
+    config_changed();
+    inbox_.send(KX_MSG_ID_VAP_INIT);
+}
+
+void platform_daemon::publish_status() {
+    std::string tunnel = link_.is_up() ? "tunnel to " + dotted(link_.controller_ip()) + " up" : "no tunnel";
+    service_manager::notify("STATUS=" + tunnel + ", " + monitor_.status());
+}
+
+}  // namespace apd

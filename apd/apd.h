@@ -1,0 +1,58 @@
+// The platform daemon: stands between the client manager, the controller and the configuration file.
+#ifndef APD_APD_H
+#define APD_APD_H
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+
+#include "apd/config_watch.h"
+#include "apd/controller_link.h"
+#include "apd/daemon_channel.h"
+#include "apd/daemon_inbox.h"
+#include "apd/loss_counter.h"
+#include "apd/monitor.h"
+#include "apd/service_manager.h"
+#include "common/ap_config.h"
+
+namespace apd {
+
+class platform_daemon {
+public:
+    // Opens the endpoints and starts everything. Throws kx::config_error and std::system_error.
+    platform_daemon(event_base *base, std::string config_file);
+
+    // Reads the configuration file again and has the client manager load its VAPs again, changed or not.
+    void reload();
+    // Ends the tunnel in good order, then the event loop.
+    void stop();
+
+private:
+    void daemon_registered();
+    void daemon_lost();
+    void tunnel_up();
+    void tunnel_down();
+    void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    bool daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    void report_link_to_daemon();
+    void send_status(std::uint32_t status, std::uint32_t ctrl_ip);
+    void config_changed();
+    bool read_config();
+    void publish_status();
+
+    event_base *base_;
+    std::string config_file_;
+    kx::ap_config config_;
+    service_manager service_manager_;
+    loss_counter lost_;
+    controller_link link_;
+    daemon_inbox inbox_;
+    monitor monitor_;
+    daemon_channel channel_;
+    config_watch config_watch_;
+};
+
+}  // namespace apd
+
+#endif

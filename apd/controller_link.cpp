@@ -1,0 +1,113 @@
+#include "apd/controller_link.h"
+
+#include <utility>
+
+#include "apd/log.h"
+
+namespace apd {
+
+controller_link::controller_link(event_base *base, callbacks handlers)
+    : base_(base), handlers_(std::move(handlers)), retry_(base, -1, 0, [this] { connect(); }) {}
+
+void controller_link::start(const kx::controller_config &controller) {
+    if (stopping_) {
+        return;
+    }
+    controller_ = controller;
+    started_ = true;
+    backoff_.reset();
+    if (tunnel_ != nullptr) {
+        tunnel_->close();  // its end starts the new one
+        return;
+    }
+    retry_.start(std::chrono::microseconds(0));
+}
+
+void controller_link::end(const std::string &reason) {
+    started_ = false;
+    retry_.stop();
+    if (tunnel_ != nullptr) {
+        tunnel_->close();
+    }
+    // What is left of the tunnel carries nothing any more.
+    if (std::exchange(up_, false)) {
+        log_line("tunnel down: " + reason);
+        handlers_.on_down();
+    }
+}
+
+void controller_link::stop() {
+    stopping_ = true;
+    retry_.stop();
+    if (tunnel_ != nullptr) {
+        tunnel_->close();
+        return;
+    }
+    handlers_.on_stopped();
+}
+
+// The certificates are read anew for each attempt: new ones are taken up without a restart.
+void controller_link::connect() {
+    try {
+        auto tls = kx::make_tls_context(controller_.ca, controller_.certificate, controller_.key);
+        tunnel_ = kx::tunnel_connection::connect(
+            base_, tls.get(), controller_.address, controller_.port,
+            {[this] { tunnel_up(); },
+             [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                 handlers_.on_message(destination, message);
+             },
+             [this](const std::string &reason) { tunnel_down(reason); }, [this] { handlers_.on_drained(); }});
+        tunnel_->set_reading(reading_);
+    } catch (const std::exception &error) {
+        tunnel_down(error.what());
+    }
+}
+
+void controller_link::tunnel_up() {
+    up_ = true;
+    up_since_ = std::chrono::steady_clock::now();
+    log_line("tunnel up: controller " + tunnel_->peer_name() + " at " + controller_.address + " port " +
+             std::to_string(controller_.port));
+    handlers_.on_up();
+}
+
+void controller_link::tunnel_down(const std::string &reason) {
+    tunnel_.reset();
+    bool was_up = std::exchange(up_, false);
+    if (was_up) {
+        // A controller that ends each tunnel at once is no reason to connect ever faster.
+        if (std::chrono::steady_clock::now() - up_since_ >= backoff::last) {
+            backoff_.reset();
+        }
+        log_line("tunnel down: " + reason);
+        handlers_.on_down();
+    }
+    if (stopping_) {
+        handlers_.on_stopped();
+        return;
+    }
+    if (!started_) {
+        return;
+    }
+    auto wait = backoff_.next();
+    retry_.start(wait);
+    if (!was_up) {
+        log_line("no tunnel: " + reason + "; next attempt in " + std::to_string(wait.count()) + " ms");
+    }
+}
+
+controller_link::outcome controller_link::send(std::uint32_t destination, std::span<const std::uint8_t> message) {
+    if (!up_) {
+        return outcome::down;
+    }
+    return tunnel_->send(destination, message) ? outcome::sent : outcome::full;
+}
+
+void controller_link::set_reading(bool on) {
+    reading_ = on;
+    if (tunnel_ != nullptr) {
+        tunnel_->set_reading(on);
+    }
+}
+
+}  // namespace apd

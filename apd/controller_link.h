@@ -1,0 +1,66 @@
+// The access point's tunnel to its controller, kept up.
+#ifndef APD_CONTROLLER_LINK_H
+#define APD_CONTROLLER_LINK_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "apd/backoff.h"
+#include "apd/events.h"
+#include "common/ap_config.h"
+#include "tunnel/tunnel.h"
+
+namespace apd {
+
+class controller_link {
+public:
+    struct callbacks {
+        std::function<void()> on_up;
+        std::function<void()> on_down;  // after on_up only
+        std::function<void(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
+        std::function<void()> on_drained;  // after a send() that was `full`: try again
+        std::function<void()> on_stopped;  // after stop()
+    };
+    enum class outcome { sent, full, down };
+
+    controller_link(event_base *base, callbacks handlers);
+
+    // Connects to `controller` and, whenever the tunnel fails, again; an existing tunnel to another one ends.
+    void start(const kx::controller_config &controller);
+    // Ends the tunnel until the next start().
+    void end(const std::string &reason);
+    // Sends what is queued and ends the tunnel for good.
+    void stop();
+    bool is_started() const { return started_; }
+
+    outcome send(std::uint32_t destination, std::span<const std::uint8_t> message);
+    // As tunnel_connection::set_reading, for this tunnel and those to come.
+    void set_reading(bool on);
+    bool is_up() const { return up_; }
+    std::uint32_t controller_ip() const { return up_ ? tunnel_->peer_ipv4() : 0; }
+
+private:
+    void connect();
+    void tunnel_up();
+    void tunnel_down(const std::string &reason);
+
+    event_base *base_;
+    callbacks handlers_;
+    kx::controller_config controller_;
+    std::unique_ptr<kx::tunnel_connection> tunnel_;
+    bool started_ = false;
+    bool up_ = false;
+    std::chrono::steady_clock::time_point up_since_;
+    bool reading_ = true;
+    bool stopping_ = false;
+    backoff backoff_;
+    watch retry_;
+};
+
+}  // namespace apd
+
+#endif

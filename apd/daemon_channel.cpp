@@ -1,0 +1,150 @@
+#include "apd/daemon_channel.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "apd/log.h"
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
+#include "wire/apcomm_channel.h"
+
+namespace apd {
+
+namespace {
+
+int listen_at(const std::string &path) {
+    kx::ipc_address address = kx::make_ipc_address(path);
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    unlink(path.c_str());
+    // The mode of an unbound socket is that of the file that bind makes.
+    if (fd < 0 || fchmod(fd, S_IRUSR | S_IWUSR) != 0 || bind(fd, address.get(), address.length) != 0 ||
+        listen(fd, 8) != 0) {
+        int error = errno;
+        if (fd >= 0) {
+            close(fd);
+        }
+        throw std::system_error(error, std::generic_category(), path);
+    }
+    return fd;
+}
+
+bool is_trusted(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == geteuid())) {
+        return true;
+    }
+    report("refused a connection of process " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid));
+    return false;
+}
+
+}  // namespace
+
+daemon_channel::daemon_channel(event_base *base, callbacks handlers)
+    : base_(base),
+      handlers_(std::move(handlers)),
+      path_(kx::place(kx::endpoint_apcomm)),
+      listener_(listen_at(path_)),
+      acceptable_(base, listener_, EV_READ | EV_PERSIST, [this] { accept_connection(); }) {
+    acceptable_.start();
+}
+
+daemon_channel::~daemon_channel() {
+    handlers_.on_lost = [] {};
+    disconnect();
+    acceptable_.stop();
+    unlink(path_.c_str());
+    close(listener_);
+}
+
+void daemon_channel::accept_connection() {
+    int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    if (!is_trusted(fd) || connections_.size() == connections_max) {
+        close(fd);
+        return;
+    }
+    auto added = connections_.try_emplace(fd, base_, fd, EV_READ | EV_PERSIST, [this, fd] { read_packets(fd); });
+    if (!refused_) {
+        added.first->second.start();
+    }
+}
+
+void daemon_channel::read_packets(int fd) {
+    constexpr int packets_per_wakeup = 64;
+    // One byte more than any packet has, to see one that is too long.
+    static std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer;
+    for (int i = 0; i < packets_per_wakeup && !refused_ && connections_.contains(fd); i++) {
+        ssize_t size = recv(fd, buffer.data(), buffer.size(), 0);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+            return;
+        }
+        if (size <= 0) {
+            log_detail("client_mgr's connection has ended");
+            drop(fd);
+            return;
+        }
+        auto length = static_cast<std::size_t>(size);
+        if (length < sizeof(kx::apcomm_packet) || length == buffer.size()) {
+            log_line("ended a connection that sent a packet of the wrong size");
+            drop(fd);
+            return;
+        }
+        take_packet(fd, {buffer.data(), length});
+        explicit_bzero(buffer.data(), length);  // it may hold keys
+    }
+}
+
+void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
+    kx::apcomm_packet head{};
+    std::memcpy(&head, packet.data(), sizeof(head));
+    auto message = packet.subspan(sizeof(head));
+    if (head.destination == kx::apcomm_destination_apd) {
+        registered_.insert(fd);
+        handlers_.on_register();
+        return;
+    }
+    if (handlers_.on_message(head.destination, message)) {
+        return;
+    }
+    refused_ = {head.destination, {message.begin(), message.end()}};
+    for (auto &[each, readable] : connections_) {
+        readable.stop();
+    }
+}
+
+void daemon_channel::resume() {
+    if (!refused_ || !handlers_.on_message(refused_->destination, refused_->bytes)) {
+        return;
+    }
+    refused_.reset();
+    for (auto &[fd, readable] : connections_) {
+        readable.start();
+    }
+}
+
+void daemon_channel::drop(int fd) {
+    if (connections_.erase(fd) == 0) {
+        return;
+    }
+    close(fd);
+    if (registered_.erase(fd) > 0 && registered_.empty()) {
+        handlers_.on_lost();
+    }
+}
+
+void daemon_channel::disconnect() {
+    while (!connections_.empty()) {
+        drop(connections_.begin()->first);
+    }
+}
+
+}  // namespace apd

@@ -1,0 +1,56 @@
+// libevent's events as members that call a method of their owner.
+#ifndef APD_EVENTS_H
+#define APD_EVENTS_H
+
+#include <event2/event.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace apd {
+
+// A timer, a signal or a file descriptor's readiness, waited for until the object is destroyed, which its own handler
+// may do.
+class watch {
+public:
+    using handler = std::function<void()>;
+
+    // `what` as event_new has it; for a timer, fd is -1 and `what` 0.
+    watch(event_base *base, int fd, short what, handler call) : call_(std::move(call)) {
+        event_.reset(event_new(base, fd, what, on_event, this));
+        if (event_ == nullptr) {
+            throw std::bad_alloc();
+        }
+    }
+    watch(const watch &) = delete;
+    watch &operator=(const watch &) = delete;
+
+    void start() { event_add(event_.get(), nullptr); }
+    void start(std::chrono::microseconds wait) {
+        timeval time{wait.count() / 1'000'000, wait.count() % 1'000'000};
+        event_add(event_.get(), &time);
+    }
+    void stop() { event_del(event_.get()); }
+    bool waiting() const {
+        return event_pending(event_.get(), EV_READ | EV_WRITE | EV_TIMEOUT | EV_SIGNAL, nullptr) != 0;
+    }
+
+private:
+    static void on_event(int, short, void *self) {
+        handler call = static_cast<watch *>(self)->call_;  // a copy, because the call may destroy the object
+        call();
+    }
+
+    struct deleter {
+        void operator()(event *event) const { event_free(event); }
+    };
+    handler call_;
+    std::unique_ptr<event, deleter> event_;
+};
+
+}  // namespace apd
+
+#endif

@@ -1,0 +1,38 @@
+#include "apd/log.h"
+
+#include <syslog.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+namespace apd {
+
+bool verbose = false;
+
+void log_line(const std::string &text) {
+    using namespace std::chrono;
+    auto now = system_clock::now();
+    std::time_t seconds = system_clock::to_time_t(now);
+    auto milliseconds =
+        static_cast<int>(duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    std::array<char, 32> time{};
+    std::strftime(time.data(), time.size(), "%F %T", &local);
+    std::fprintf(stderr, "%s.%03d apd: %s\n", time.data(), milliseconds, text.c_str());
+}
+
+void log_detail(const std::string &text) {
+    if (verbose) {
+        log_line(text);
+    }
+}
+
+void report(const std::string &text) {
+    log_line(text);
+    syslog(LOG_DAEMON | LOG_WARNING, "%s", text.c_str());
+}
+
+}  // namespace apd

@@ -1,0 +1,44 @@
+// Lost messages, counted.
+#ifndef APD_LOSS_COUNTER_H
+#define APD_LOSS_COUNTER_H
+
+#include <cstddef>
+#include <string>
+
+#include "apd/events.h"
+#include "apd/log.h"
+
+namespace apd {
+
+// Reports losses, one line for all within a second.
+class loss_counter {
+public:
+    // `text` follows the number in the line.
+    loss_counter(event_base *base, std::string text)
+        : text_(std::move(text)), timer_(base, -1, 0, [this] { flush(); }) {}
+    ~loss_counter() { flush(); }
+    loss_counter(const loss_counter &) = delete;
+    loss_counter &operator=(const loss_counter &) = delete;
+
+    void add(std::size_t count) {
+        if (count > 0 && lost_ == 0) {
+            timer_.start(std::chrono::seconds(1));
+        }
+        lost_ += count;
+    }
+
+private:
+    void flush() {
+        if (lost_ > 0) {
+            report(std::to_string(std::exchange(lost_, 0)) + " " + text_);
+        }
+    }
+
+    std::string text_;
+    std::size_t lost_ = 0;
+    watch timer_;
+};
+
+}  // namespace apd
+
+#endif

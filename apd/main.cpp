@@ -1,0 +1,71 @@
+#include <event2/event.h>
+#include <signal.h>
+#include <sysexits.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "apd/apd.h"
+#include "apd/clean_heap.h"
+#include "apd/events.h"
+#include "apd/heap_reserve.h"
+#include "apd/log.h"
+#include "common/ap_config.h"
+#include "common/hardening.h"
+#include "common/paths.h"
+
+namespace {
+
+void serve(const std::string &config_file) {
+    std::unique_ptr<event_base, void (*)(event_base *)> base(event_base_new(), event_base_free);
+    apd::platform_daemon daemon(base.get(), config_file);
+    apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
+    apd::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
+    apd::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
+    terminated.start();
+    interrupted.start();
+    hung_up.start();
+    event_base_dispatch(base.get());
+    apd::log_line("ended");
+}
+
+int run(int argc, char **argv) {
+    CLI::App options(
+        "The access point's platform daemon: takes the client manager up, watches it, and carries its messages to and "
+        "from the controller.\nEverything lives below $KX_ROOT (default /run/kx).",
+        "apd");
+    std::string config_file = kx::config_file();
+    options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
+        ->type_name("FILE");
+    options.add_flag("--verbose", apd::verbose, "Tell every step on standard error");
+    options.set_version_flag("--version", "apd " CLIENT_MGR_VERSION);
+    try {
+        options.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return options.exit(error) == 0 ? EX_OK : EX_USAGE;
+    }
+
+    signal(SIGPIPE, SIG_IGN);
+    kx::harden_process();
+    apd::take_heap();
+    apd::clean_libraries_heap();
+    serve(config_file);
+    return EX_OK;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return run(argc, argv);
+    } catch (const kx::config_error &error) {
+        std::fprintf(stderr, "apd: %s\n", error.what());
+        return EX_CONFIG;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "apd: %s\n", error.what());
+        return EX_OSERR;
+    }
+}

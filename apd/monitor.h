@@ -1,0 +1,52 @@
+// The system monitor: takes the client manager up and watches that it answers.
+#ifndef APD_MONITOR_H
+#define APD_MONITOR_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "apd/daemon_inbox.h"
+#include "apd/events.h"
+#include "common/local_ipc.h"
+
+namespace apd {
+
+class monitor {
+public:
+    // Throws std::system_error when the endpoint cannot be opened. `inbox` must outlive the monitor. `on_change` is
+    // called when status() has changed.
+    monitor(event_base *base, daemon_inbox &inbox, std::function<void()> on_change);
+
+    // Asks a client manager that runs already for a sign of life.
+    void start();
+    // "client_mgr runs as process 123"
+    std::string status() const;
+
+private:
+    static constexpr unsigned missed_max = 3;
+
+    struct process {
+        std::uint32_t pid;
+        std::uint32_t period_secs;
+        bool answered = false;
+        unsigned missed = 0;
+    };
+
+    void read_messages();
+    void message_rcvd(const kx::ipc_message &message);
+    void take_up(std::uint32_t pid, std::uint32_t period_secs);
+    void period_passed();
+
+    daemon_inbox &inbox_;
+    std::function<void()> on_change_;
+    kx::ipc_socket socket_;
+    watch readable_;
+    watch period_;
+    std::optional<process> daemon_;
+};
+
+}  // namespace apd
+
+#endif

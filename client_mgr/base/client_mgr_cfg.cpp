@@ -1,0 +1,5 @@
+
+
+#include "client_mgr/base/client_mgr_cfg.h"
+
+client_mgr_cfg g_cfg;

@@ -1,0 +1,33 @@
+// Erasing keys from memory that is used no more. A plain memset there is one that the compiler may leave out.
+#ifndef CLIENT_MGR_BASE_WIPE_H
+#define CLIENT_MGR_BASE_WIPE_H
+
+#include <cstddef>
+#include <cstring>
+
+inline void wipe(void *data, size_t size) {
+    memset(data, 0, size);
+    __asm__ volatile("" : : "r"(data) : "memory");
+}
+
+// Erases an object when the scope ends in which the guard was made.
+class wipe_guard {
+public:
+    template <class T>
+    explicit wipe_guard(T &object) : data_(&object), size_(sizeof object) {}
+    ~wipe_guard() { wipe(data_, size_); }
+    wipe_guard(const wipe_guard &) = delete;
+    wipe_guard &operator=(const wipe_guard &) = delete;
+
+private:
+    void *data_;
+    size_t size_;
+};
+
+// Erases what functions that the caller called before, and that have returned, left behind on the stack: 1 KiB.
+[[gnu::noinline]] inline void wipe_stack_below() {
+    char left_behind[1024];
+    wipe(left_behind, sizeof left_behind);
+}
+
+#endif

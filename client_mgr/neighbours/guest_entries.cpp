@@ -1,0 +1,45 @@
+
+
+#include "client_mgr/neighbours/guest_entries.h"
+
+#include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/base/ipv4.h"
+#include "client_mgr/base/log.h"
+#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/neighbours/shell.h"
+
+namespace {
+
+// An installation says "cmd" where a removal says "command".
+constexpr char removing[] = "Executing command";
+constexpr char installing[] = "Executing cmd";
+
+}  // namespace
+
+void remove_guest_entries(vap_cfg &vap, const uint8_t ip[4], const char *reason) {
+    const ipv4_text address = ipv4_to_text(ip);
+    vap.guest_count--;
+    if (reason != nullptr) {
+        CM_LOG(LOG_ERROR, "%s", reason);
+    }
+    run_command(removing, nullptr, "arp -d %s", address.text);
+    run_command(removing, nullptr, "route del %s", address.text);
+    if (vap.guest_count != 0) {
+        return;
+    }
+    CM_LOG(LOG_ERROR, "removing ip from intf");
+    const vap_ifname ifname = make_vap_ifname(vap.ifname);
+    run_command(nullptr, ifname.text, "ifconfig %s 0.0.0.0", ifname.text);
+}
+
+void install_guest_entries(vap_cfg &vap, const uint8_t mac[6], const uint8_t ip[4], const char *ifname) {
+    if (vap.guest_count == 0) {
+        const uint8_t network[4] = {ip[0], ip[1], ip[2], 0};
+        run_command("Add IP to intf", ifname, "ifconfig %.16s %s", ifname, ipv4_to_text(network).text);
+    }
+    CM_LOG(LOG_ERROR, "Add arp and route entries for unauth client");
+    vap.guest_count++;
+    const ipv4_text address = ipv4_to_text(ip);
+    run_command(installing, ifname, "arp -s %s " MAC_FMT " dev %.16s", address.text, MAC_ARG(mac), ifname);
+    run_command(installing, ifname, "route add %s/32 dev %.16s", address.text, ifname);
+}

@@ -1,0 +1,18 @@
+// The client table as text.
+#ifndef CLIENT_MGR_TABLES_CLIENT_TBL_DUMP_H
+#define CLIENT_MGR_TABLES_CLIENT_TBL_DUMP_H
+
+#include <cstdio>
+
+#include "client_mgr/tables/client_tbl.h"
+
+extern "C" {
+
+// Writes one record as text. Returns the result of the last write.
+int client_tbl_print(FILE *f, const client_info *rec);
+
+// Writes every client, in slot order. Contains the keys: the stream must be the owner's alone.
+void client_tbl_dump(FILE *f);
+}
+
+#endif

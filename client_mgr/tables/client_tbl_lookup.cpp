@@ -1,0 +1,92 @@
+// Lookups by text, by slot and over all clients. They change nothing.
+
+#include "client_mgr/tables/client_tbl_lookup.h"
+
+#include "client_mgr/base/log.h"
+#include "client_mgr/base/text.h"
+#include "client_mgr/tables/client_tbl.h"
+#include "client_mgr/tables/client_tbl_state.h"
+#include "client_mgr/tables/slot_table.h"
+#include "wire/mac_text.h"
+
+namespace {
+
+constexpr uint32_t client_data_size = offsetof(client_info, hash_index);
+
+bool in_use(const client_info &rec) { return (rec.entry_flag & CLIENT_TBL_ENTRY_USED) != 0; }
+
+int32_t client_tbl_lock_find_client_str(const char *mac_text) {
+    CM_TRACE_ENTER(__func__);
+    uint8_t mac[6];
+    client_mgr_mac_str_to_bin(mac_text, mac);
+    const int32_t idx = client_tbl_lock_find_client_bin(mac);
+    CM_TRACE_LEAVE(__func__);
+    return idx;
+}
+
+}  // namespace
+
+int client_tbl_char_to_ascii(char c) { return client_mgr_char_to_ascii(c); }
+
+int32_t client_tbl_find_client_str(const char *mac_text) {
+    CM_TRACE_ENTER(__func__);
+    const int32_t idx = client_tbl_lock_find_client_str(mac_text);
+    CM_TRACE_LEAVE(__func__);
+    return idx;
+}
+
+int32_t client_tbl_find_client(const uint8_t *mac) {
+    CM_LOG(LOG_EVENT, ">>>>> cl_mac:" MAC_FMT, MAC_ARG(mac));
+    const int32_t idx = client_tbl_lock_find_client_bin(mac);
+    CM_LOG(LOG_EVENT, "<<<<< Client Index %d", idx);
+    return idx;
+}
+
+client_info *client_tbl_client_get(int32_t idx, int32_t *prev) {
+    CM_LOG(LOG_TRACE, ">>>>> Client index %d", idx);
+    if (static_cast<uint32_t>(idx) >= CLIENT_TBL_SIZE) {
+        return nullptr;
+    }
+    client_info *rec = &client_info_tbl[idx];
+    if (prev != nullptr) {
+        *prev = rec->prev;
+    }
+    CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, MAC_ARG(rec->cl_mac));
+    return rec;
+}
+
+client_info *client_tbl_get_first(int32_t *prev) { return client_tbl_client_get(client_tbl_last_used, prev); }
+
+int32_t client_tbl_lock_client_get_num_entries(void) {
+    CM_TRACE_ENTER(__func__);
+    int32_t count = 0;
+    for (const client_info &rec : client_info_tbl) {
+        if (in_use(rec)) {
+            count++;
+        }
+    }
+    CM_TRACE_LEAVE(__func__);
+    return count;
+}
+
+void client_tbl_get_all(uint8_t *buf, uint32_t *len) {
+    CM_TRACE_ENTER(__func__);
+    uint32_t need = client_data_size;
+    for (const client_info &rec : client_info_tbl) {
+        // Tested before every slot, used or not: a buffer that the stored records fill to the last byte gets no count
+        // back unless the last of them lies in the last slot.
+        if (need > *len) {
+            CM_LOG(LOG_EVENT, "<<<<< No space left in the buffer");
+            CM_TRACE_LEAVE(__func__);
+            return;
+        }
+        if (!in_use(rec)) {
+            continue;
+        }
+        memcpy(buf, &rec, client_data_size);
+        buf += client_data_size;
+        need += client_data_size;
+    }
+    *len = need - client_data_size;
+    CM_TRACE_LEAVE(__func__);
+}

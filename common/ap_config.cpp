@@ -1,0 +1,96 @@
+#include "common/ap_config.h"
+
+#include <algorithm>
+#include <climits>
+#include <filesystem>
+#include <string_view>
+
+namespace kx {
+
+namespace {
+
+constexpr std::size_t max_vaps = 255;
+constexpr std::size_t max_text = 32;
+constexpr std::size_t max_ifname = 12;
+
+bool is_interface_name(std::string_view name) {
+    auto permitted = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+               c == '-';
+    };
+    return !name.empty() && name.size() <= max_ifname && name != "." && name != ".." && !name.starts_with('-') &&
+           std::all_of(name.begin(), name.end(), permitted);
+}
+
+controller_config read_controller(const toml_table &from, const std::filesystem::path &directory) {
+    from.allow_only({"address", "port", "ca", "certificate", "key"});
+    auto file = [&](std::string_view key) {
+        return (directory / from.text(key, 1, PATH_MAX, "a file name")).lexically_normal().string();
+    };
+    controller_config config;
+    config.address = from.text("address", 1, 253, "a host name or address");
+    config.port = static_cast<std::uint16_t>(from.integer("port", 1, 65535));
+    config.ca = file("ca");
+    config.certificate = file("certificate");
+    config.key = file("key");
+    return config;
+}
+
+vap_config read_vap(const toml_table &from) {
+    constexpr std::string_view name_expected =
+        "an interface name of 1 to 12 characters of A-Z a-z 0-9 . _ -, not starting with -";
+    from.allow_only({"ifname", "ssid", "vlan", "enabled", "guest", "captive", "radius_index", "mac_acl_index",
+                     "radius_acl_type", "bssid"});
+    vap_config vap;
+    vap.ifname = from.text("ifname", 1, max_ifname, name_expected);
+    if (!is_interface_name(vap.ifname)) {
+        from.fail("ifname", "expected " + std::string(name_expected));
+    }
+    vap.ssid = from.text("ssid", 0, max_text, "a text of at most 32 bytes");
+    vap.vlan = static_cast<std::uint16_t>(from.integer("vlan", 0, 4094));
+    vap.enabled = !from.has("enabled") || from.boolean("enabled");
+    vap.vap_attr = from.has("guest") && from.boolean("guest") ? 1 : 0;
+    if (from.has("captive")) {
+        vap.captive = from.text("captive", 0, max_text, "a text of at most 32 bytes");
+    }
+    vap.radius_index = from.optional_u32("radius_index");
+    vap.mac_acl_index = from.optional_u32("mac_acl_index");
+    vap.radius_acl_type = from.optional_u32("radius_acl_type");
+    if (from.has("bssid")) {
+        vap.bssid = from.mac("bssid");
+    }
+    return vap;
+}
+
+}  // namespace
+
+std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, std::size_t most) {
+    std::vector<vap_config> vaps;
+    for (const toml_table &table : from.tables(key)) {
+        if (vaps.size() == most) {
+            table.fail("expected at most " + std::to_string(most) + " VAPs");
+        }
+        vap_config vap = read_vap(table);
+        if (std::ranges::find(vaps, vap.ifname, &vap_config::ifname) != vaps.end()) {
+            table.fail("ifname", "expected a name that no other VAP has, not \"" + vap.ifname + "\"");
+        }
+        vaps.push_back(std::move(vap));
+    }
+    return vaps;
+}
+
+ap_config load_ap_config(const std::string &file) {
+    toml_table top = toml_table::read(file, "the access point's configuration", 1);
+    top.allow_only({"ap", "controller", "vap"});
+    toml_table ap = top.table("ap");
+    ap.allow_only({"mac"});
+    std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
+
+    ap_config config;
+    config.mac = ap.mac("mac");
+    config.controller = read_controller(top.table("controller"), directory);
+    config.vaps = read_vaps(top, "vap", max_vaps);
+    return config;
+}
+
+}  // namespace kx

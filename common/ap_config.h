@@ -1,0 +1,71 @@
+// The access point's configuration file, TOML:
+//
+//   [ap]
+//   mac = "02:00:00:00:10:00"          # radio 0
+//
+//   [controller]
+//   address = "127.0.0.1"              # name or address
+//   port = 7443
+//   ca = "ca.pem"                      # file names are relative to the configuration file's directory
+//   certificate = "ap.pem"
+//   key = "ap.key"
+//
+//   [[vap]]
+//   ifname = "wlan0"                   # 1 to 12 characters of A-Z a-z 0-9 . _ -
+//   ssid = "office"                    # at most 32 bytes
+//   vlan = 10                          # 0 to 4094
+//   enabled = true                     # optional, true
+//   guest = false                      # optional, false; true gives vap_attr 1
+//   captive = ""                       # optional, at most 32 bytes: the captive portal's text
+//   radius_index = 0                   # optional, 0 .. 2^32 - 1, like the two below
+//   mac_acl_index = 0
+//   radius_acl_type = 0
+//   bssid = "02:00:00:00:10:01"        # optional: the address that the lab's radio gives the interface
+#ifndef COMMON_AP_CONFIG_H
+#define COMMON_AP_CONFIG_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/mac_address.h"
+#include "common/toml_table.h"
+
+namespace kx {
+
+struct controller_config {
+    std::string address;
+    std::uint16_t port = 0;
+    std::string ca, certificate, key;  // paths, made absolute with the configuration file's directory
+};
+
+struct vap_config {
+    std::string ifname;
+    std::string ssid;
+    std::uint16_t vlan = 0;
+    bool enabled = true;
+    std::uint32_t vap_attr = 0;
+    std::string captive;
+    std::uint32_t radius_index = 0, mac_acl_index = 0, radius_acl_type = 0;
+    std::optional<mac_address> bssid;
+
+    bool operator==(const vap_config &) const = default;
+};
+
+struct ap_config {
+    mac_address mac{};
+    controller_config controller;
+    std::vector<vap_config> vaps;  // at most 255, interface names all different
+};
+
+// The [[vap]] tables, which a file may call otherwise: at most `most`. Throws config_error.
+std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, std::size_t most);
+
+// Reads and checks the whole file; an unknown key is an error as well. Throws config_error.
+ap_config load_ap_config(const std::string &file);
+
+}  // namespace kx
+
+#endif

@@ -1,0 +1,125 @@
+#include "common/local_ipc.h"
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "common/ipc_endpoint.h"
+#include "common/paths.h"
+#include "wire/big_endian.h"
+
+namespace kx {
+
+namespace {
+
+struct header {
+    be32 id, length, flags;
+};
+static_assert(sizeof(header) == ipc_header_size);
+
+// Datagrams that one receive() drops before it gives the caller's other work a turn.
+constexpr int drops_per_call = 64;
+
+// A sender's path lies below root() already.
+std::string file_of(std::string_view endpoint) {
+    return endpoint.starts_with(place("/kx/")) ? std::string(endpoint) : place(endpoint);
+}
+
+ipc_result classify(int error) {
+    switch (error) {
+        case EAGAIN:
+        case ENOBUFS:
+            return ipc_result::full;
+        case ENOENT:
+        case ENOTDIR:
+        case ECONNREFUSED:
+            return ipc_result::absent;
+        default:
+            throw std::system_error(error, std::generic_category(), "sending a local message");
+    }
+}
+
+}  // namespace
+
+ipc_socket ipc_socket::open(std::string_view platform_path) {
+    std::string path = place(platform_path);
+    return {open_ipc_endpoint(path), path};
+}
+
+ipc_socket ipc_socket::anonymous() {
+    static std::atomic<unsigned> count{0};
+    std::string path = place("/kx/ipc/anonymous." + std::to_string(getpid()) + "." + std::to_string(count++));
+    return {open_ipc_endpoint(path), path};
+}
+
+ipc_socket::ipc_socket(ipc_socket &&other) noexcept
+    : on_dropped(std::move(other.on_dropped)),
+      fd_(std::exchange(other.fd_, -1)),
+      path_(std::move(other.path_)),
+      drops_(other.drops_) {}
+
+ipc_socket &ipc_socket::operator=(ipc_socket &&other) noexcept {
+    std::swap(on_dropped, other.on_dropped);
+    std::swap(fd_, other.fd_);
+    std::swap(path_, other.path_);
+    std::swap(drops_, other.drops_);
+    return *this;
+}
+
+ipc_socket::~ipc_socket() {
+    if (fd_ >= 0) {
+        // While the socket lives nobody else takes the path over, so it is still this one's.
+        unlink(path_.c_str());
+        close(fd_);
+    }
+}
+
+ipc_result ipc_socket::send(std::string_view endpoint, std::uint32_t id, std::uint32_t flags,
+                            std::span<const std::uint8_t> payload) {
+    if (payload.size() > ipc_message_max - ipc_header_size) {
+        throw std::length_error("a local message of " + std::to_string(payload.size()) + " bytes of payload");
+    }
+    ipc_address address = make_ipc_address(file_of(endpoint));
+    header head{};
+    head.id = id;
+    head.length = static_cast<std::uint32_t>(payload.size());
+    head.flags = flags;
+    std::array<iovec, 2> parts{{{&head, sizeof(head)}, {const_cast<std::uint8_t *>(payload.data()), payload.size()}}};
+    msghdr message{};
+    message.msg_name = &address.name;
+    message.msg_namelen = address.length;
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return sendmsg(fd_, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? classify(errno) : ipc_result::sent;
+}
+
+std::optional<ipc_message> ipc_socket::receive() {
+    std::array<std::uint8_t, ipc_message_max> buffer;
+    ipc_datagram datagram;
+    for (int drops = 0; drops < drops_per_call && receive_ipc_datagram(fd_, buffer, datagram); drops++) {
+        if (datagram.fault == nullptr) {
+            header head{};
+            std::memcpy(&head, buffer.data(), sizeof(head));
+            return ipc_message{
+                head.id,
+                head.flags,
+                {buffer.begin() + sizeof(head), buffer.begin() + static_cast<std::ptrdiff_t>(datagram.size)},
+                std::string(datagram.sender.path())};
+        }
+        if (on_dropped) {
+            on_dropped(describe_drop(datagram));
+        } else {
+            drops_.write(datagram);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace kx

@@ -1,0 +1,47 @@
+#include "common/mac_address.h"
+
+namespace kx {
+
+namespace {
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+}  // namespace
+
+std::optional<mac_address> parse_mac(std::string_view text) {
+    mac_address mac{};
+    for (std::size_t i = 0; i < mac.size(); i++) {
+        if (i > 0 && text.starts_with(':')) {
+            text.remove_prefix(1);
+        }
+        if (text.size() < 2 || hex_digit(text[0]) < 0 || hex_digit(text[1]) < 0) {
+            return std::nullopt;
+        }
+        mac[i] = static_cast<std::uint8_t>(hex_digit(text[0]) << 4 | hex_digit(text[1]));
+        text.remove_prefix(2);
+    }
+    return text.empty() ? std::optional(mac) : std::nullopt;
+}
+
+std::string format_mac(const mac_address &mac) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (std::uint8_t byte : mac) {
+        if (!text.empty()) {
+            text += ':';
+        }
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+}  // namespace kx

@@ -1,0 +1,21 @@
+#ifndef COMMON_MAC_ADDRESS_H
+#define COMMON_MAC_ADDRESS_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kx {
+
+using mac_address = std::array<std::uint8_t, 6>;
+
+// Twelve hexadecimal digits, in pairs that ':' may separate; none when `text` is anything else.
+std::optional<mac_address> parse_mac(std::string_view text);
+// "02:00:00:00:10:00"
+std::string format_mac(const mac_address &mac);
+
+}  // namespace kx
+
+#endif

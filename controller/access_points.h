@@ -1,0 +1,48 @@
+// The access points behind the tunnels. A tunnel belongs to the access point whose MAC address its first message bears,
+// and an access point's messages go to the newest of its tunnels.
+#ifndef CONTROLLER_ACCESS_POINTS_H
+#define CONTROLLER_ACCESS_POINTS_H
+
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "controller/message.h"
+#include "controller/tunnels.h"
+
+namespace controller {
+
+struct access_point_link {
+    peer other;
+    std::optional<mac_address> ap;  // none before its first message
+    std::uint64_t records = 0;      // received, the malformed ones included
+};
+
+class access_points {
+public:
+    void add(tunnel_id id, const peer &other) { links_[id].other = other; }
+    // Returns what was known of the tunnel.
+    access_point_link remove(tunnel_id id);
+
+    // What the claim of a message to come from `ap` makes of its tunnel.
+    enum class claim {
+        known,    // as before
+        taken,    // the tunnel belongs to `ap` from now on
+        foreign,  // the tunnel belongs to another access point
+        held,     // `ap` has a tunnel with another certificate
+    };
+    claim identify(tunnel_id id, const mac_address &ap);
+
+    void count_records(tunnel_id id, std::size_t number) { links_.at(id).records += number; }
+
+    std::optional<tunnel_id> tunnel_of(const mac_address &ap) const;
+    std::vector<tunnel_id> unidentified() const;
+    const std::map<tunnel_id, access_point_link> &links() const { return links_; }
+
+private:
+    std::map<tunnel_id, access_point_link> links_;
+};
+
+}  // namespace controller
+
+#endif

@@ -1,0 +1,151 @@
+#include "controller/control_server.h"
+
+#include <event2/buffer.h>
+#include <event2/bufferevent.h>
+#include <event2/listener.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace controller {
+
+namespace {
+
+constexpr std::size_t connections_max = 64;
+constexpr timeval idle_limit = {10, 0};
+
+[[noreturn]] void fail(const std::string &path, const std::string &why) {
+    throw std::runtime_error("control socket " + path + ": " + why);
+}
+
+sockaddr_un address_of(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
+        fail(path, "a name of 1 to " + std::to_string(sizeof(address.sun_path) - 1) + " bytes was expected");
+    }
+    path.copy(address.sun_path, path.size());
+    return address;
+}
+
+class descriptor {
+public:
+    explicit descriptor(int fd) : fd_(fd) {}
+    ~descriptor() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    descriptor(descriptor &&other) noexcept : fd_(other.release()) {}
+    descriptor &operator=(descriptor &&) = delete;
+    int get() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
+
+descriptor make_socket(const std::string &path) {
+    descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (made.get() < 0) {
+        fail(path, std::strerror(errno));
+    }
+    return made;
+}
+
+// Removes what a dead process left at `path`.
+void make_room(const std::string &path, const sockaddr_un &address) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return;
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        fail(path, "there is something else than a socket");
+    }
+    const descriptor probe = make_socket(path);
+    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 ||
+        errno != ECONNREFUSED) {
+        fail(path, "another process listens there");
+    }
+    unlink(path.c_str());
+}
+
+bool is_trusted(int fd) {
+    ucred other{};
+    socklen_t length = sizeof(other);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &other, &length) == 0 && (other.uid == 0 || other.uid == geteuid());
+}
+
+// Bound with a mask, so that there is no moment in which others may connect.
+int bind_privately(int fd, const sockaddr_un &address) {
+    const mode_t before = umask(S_IRWXG | S_IRWXO);
+    const int result = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    umask(before);
+    return result;
+}
+
+}  // namespace
+
+control_server::control_server(event_base *base, std::string path, handler answer)
+    : base_(base), path_(std::move(path)), answer_(std::move(answer)), listener_(nullptr, evconnlistener_free) {
+    const sockaddr_un address = address_of(path_);
+    make_room(path_, address);
+    descriptor made = make_socket(path_);
+    if (bind_privately(made.get(), address) != 0) {
+        fail(path_, std::strerror(errno));
+    }
+    const auto accepted = [](evconnlistener *, evutil_socket_t fd, sockaddr *, int, void *self) {
+        static_cast<control_server *>(self)->accept(fd);
+    };
+    listener_.reset(
+        evconnlistener_new(base, accepted, this, LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, 16, made.get()));
+    if (!listener_) {
+        fail(path_, "cannot listen");
+    }
+    static_cast<void>(made.release());
+}
+
+control_server::~control_server() { unlink(path_.c_str()); }
+
+void control_server::accept(int fd) {
+    if (!is_trusted(fd) || connections_.size() >= connections_max) {
+        ::close(fd);
+        return;
+    }
+    bufferevent *made = bufferevent_socket_new(base_, fd, BEV_OPT_CLOSE_ON_FREE);
+    connections_.emplace(made, connection(made, bufferevent_free));
+    const auto readable = [](bufferevent *from, void *self) { static_cast<control_server *>(self)->read(from); };
+    const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
+    bufferevent_setcb(made, readable, nullptr, ended, this);
+    bufferevent_set_timeouts(made, &idle_limit, &idle_limit);
+    bufferevent_enable(made, EV_READ | EV_WRITE);
+}
+
+void control_server::read(bufferevent *from) {
+    evbuffer *input = bufferevent_get_input(from);
+    std::size_t length = 0;
+    std::string answer;
+    if (char *line = evbuffer_readln(input, &length, EVBUFFER_EOL_LF)) {
+        answer = answer_(std::string(line, length));
+        free(line);
+    } else if (evbuffer_get_length(input) > control_line_max) {
+        answer = "error the command is longer than " + std::to_string(control_line_max) + " bytes\n";
+    } else {
+        return;
+    }
+    bufferevent_disable(from, EV_READ);
+    bufferevent_write(from, answer.data(), answer.size());
+    const auto written = [](bufferevent *done, void *self) { static_cast<control_server *>(self)->drop(done); };
+    const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
+    bufferevent_setcb(from, nullptr, written, ended, this);
+}
+
+void control_server::drop(bufferevent *gone) { connections_.erase(gone); }
+
+}  // namespace controller

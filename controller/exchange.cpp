@@ -1,0 +1,120 @@
+#include "controller/exchange.h"
+
+#include <algorithm>
+
+namespace controller {
+
+namespace {
+
+constexpr unsigned ticks_to_ask_again = 3;
+
+}  // namespace
+
+tunnels::callbacks exchange::callbacks() {
+    return {
+        .on_up = [this](tunnel_id id, const peer &other) { came_up(id, other); },
+        .on_message = [this](tunnel_id id, std::span<const std::uint8_t> content) { received(id, content); },
+        .on_down = [this](tunnel_id id, const std::string &reason) { went_down(id, reason); },
+        .on_refused = [this](const peer &other, const std::string &reason) { output_.tunnel_refused(other, reason); },
+        .on_accept_error = [this](const std::string &reason) { output_.note("cannot accept a tunnel: " + reason); },
+    };
+}
+
+void exchange::tick() {
+    records_last_second_ = counters_.records - records_at_last_tick_;
+    records_at_last_tick_ = counters_.records;
+    if (site_) {
+        send(site_->tick());
+        if (++ticks_ % ticks_to_ask_again == 0) {
+            request_reports();
+        }
+    }
+}
+
+// Asks those that have not said yet who they are: an access point that is not ready drops the request.
+void exchange::request_reports() {
+    for (tunnel_id each : access_points_.unidentified()) {
+        tunnels_->send(each, encode({}, record(record_type::req_bulk_info)));
+    }
+}
+
+void exchange::send(const outbox &messages) {
+    for (const outgoing &each : messages) {
+        send(each.ap, encode(each.ap, each.records));
+    }
+}
+
+bool exchange::send(const mac_address &ap, std::span<const std::uint8_t> content) {
+    const auto tunnel = access_points_.tunnel_of(ap);
+    if (!tunnel) {
+        return false;
+    }
+    if (!tunnels_->send(*tunnel, content)) {
+        tunnels_->close(*tunnel, "the access point does not take what it is sent");
+        return false;
+    }
+    counters_.sent++;
+    output_.sent(ap, content);
+    return true;
+}
+
+void exchange::came_up(tunnel_id id, const peer &other) {
+    access_points_.add(id, other);
+    output_.tunnel_up(other);
+    if (site_) {
+        tunnels_->send(id, encode({}, record(record_type::req_bulk_info)));
+    }
+}
+
+void exchange::received(tunnel_id id, std::span<const std::uint8_t> content) {
+    message decoded = decode(content, direction::to_controller);
+    const bool answered = identify(id, decoded) && site_;
+    count(id, decoded);
+    output_.received(decoded);
+    if (answered) {
+        send(site_->handle(decoded));
+    }
+}
+
+void exchange::went_down(tunnel_id id, const std::string &reason) {
+    const access_point_link gone = access_points_.remove(id);
+    output_.tunnel_down(gone.other, gone.ap, reason);
+    if (site_ && gone.ap && !access_points_.tunnel_of(*gone.ap)) {
+        site_->ap_down(*gone.ap);
+    }
+}
+
+bool exchange::identify(tunnel_id id, message &decoded) {
+    if (!decoded.ap) {
+        return false;
+    }
+    const auto former = access_points_.tunnel_of(*decoded.ap);
+    switch (access_points_.identify(id, *decoded.ap)) {
+        case access_points::claim::known:
+            return true;
+        case access_points::claim::taken:
+            if (former) {
+                tunnels_->close(*former, "the access point has opened another tunnel");
+            }
+            if (site_) {
+                site_->ap_up(*decoded.ap);
+            }
+            return true;
+        case access_points::claim::foreign:
+            decoded.items = {malformation{8, std::nullopt, "the tunnel belongs to another access point"}};
+            return false;
+        case access_points::claim::held:
+            decoded.items = {malformation{8, std::nullopt, "the access point has a tunnel with another certificate"}};
+            return false;
+    }
+    return false;
+}
+
+void exchange::count(tunnel_id id, const message &decoded) {
+    access_points_.count_records(id, decoded.items.size());
+    counters_.records += decoded.items.size();
+    counters_.malformed += static_cast<std::uint64_t>(std::ranges::count_if(
+        decoded.items, [](const item &each) { return std::holds_alternative<malformation>(each); }));
+}
+
+}  // namespace controller

@@ -1,0 +1,168 @@
+#include "controller/listings.h"
+
+#include <algorithm>
+
+#include "controller/render.h"
+
+namespace controller {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+const char *name_of(verdict decision) { return decision == verdict::allow ? "allow" : "deny"; }
+
+const char *name_of(guest_state state) {
+    switch (state) {
+        case guest_state::none:
+            return "none";
+        case guest_state::waiting:
+            return "waiting";
+        case guest_state::approved:
+            return "approved";
+        case guest_state::unknown:
+            return "unknown";
+    }
+    return "unknown";
+}
+
+std::span<const std::uint8_t> bytes_of(const std::string &text) {
+    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
+}
+
+std::string ssid_text(const vap &of) {
+    const auto end =
+        std::ranges::find_if(of.ssid.rbegin(), of.ssid.rend(), [](std::uint8_t byte) { return byte != 0; });
+    return {of.ssid.begin(), end.base()};
+}
+
+std::int64_t stations_at(const site &of, const mac_address &ap) {
+    return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.now.ap == ap; });
+}
+
+void add_link(listing &to, const access_point_link &link) {
+    json &one = to.json.emplace_back(json{{"ap", nullptr}, {"up", true}});
+    if (link.ap) {
+        one["ap"] = kx::format_mac(*link.ap);
+    }
+    one.update(json{{"peer", link.other.name}, {"address", link.other.address}, {"records", link.records}});
+    to.text += (link.ap ? kx::format_mac(*link.ap) : "(not known yet)  ") + "  " +
+               printable(bytes_of(link.other.name)) + "  " + link.other.address + "  " + std::to_string(link.records) +
+               " records";
+}
+
+void add_site_state(listing &to, const site &of, const mac_address &ap) {
+    const auto stations = stations_at(of, ap);
+    json &one = to.json.back();
+    one["stations"] = stations;
+    one["vaps"] = json::array();
+    to.text += "  " + std::to_string(stations) + " stations";
+    for (const auto &[bssid, config] : of.aps().at(ap).vaps) {
+        const std::string name = ssid_text(config);
+        one["vaps"].push_back({{"bssid", kx::format_mac(bssid)}, {"ssid", name}, {"vlan", config.vlan}});
+        to.text += "\n    " + kx::format_mac(bssid) + "  VLAN " + std::to_string(config.vlan) + "  \"" +
+                   printable(bytes_of(name)) + '"';
+    }
+}
+
+json addresses(const mac_acl_list &list, verdict decision) {
+    json found = json::array();
+    for (const auto &[client, decided] : list.clients) {
+        if (decided == decision) {
+            found.push_back(kx::format_mac(client));
+        }
+    }
+    return found;
+}
+
+std::int64_t guests(const site &of, guest_state state) {
+    return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.guest == state; });
+}
+
+}  // namespace
+
+listing list_access_points(exchange &with) {
+    listing made{json::array(), ""};
+    const site *known = with.answering();
+    for (const auto &[id, link] : with.known().links()) {
+        add_link(made, link);
+        if (known != nullptr && link.ap) {
+            add_site_state(made, *known, *link.ap);
+        }
+        made.text += '\n';
+    }
+    if (known == nullptr) {
+        return made;
+    }
+    for (const auto &[ap, state] : known->aps()) {
+        if (!state.up) {
+            made.json.push_back({{"ap", kx::format_mac(ap)}, {"up", false}});
+            made.text += kx::format_mac(ap) + "  no tunnel";
+            add_site_state(made, *known, ap);
+            made.text += '\n';
+        }
+    }
+    return made;
+}
+
+listing list_clients(const site &of) {
+    listing made{json::array(), ""};
+    for (const auto &[station, known] : of.clients()) {
+        json &one = made.json.emplace_back(json{{"client", kx::format_mac(station)},
+                                                {"ap", kx::format_mac(known.now.ap)},
+                                                {"bssid", kx::format_mac(known.now.bssid)},
+                                                {"home_ap", kx::format_mac(known.home.ap)},
+                                                {"home_bssid", kx::format_mac(known.home.bssid)},
+                                                {"home_vlan", nullptr},
+                                                {"ip", format_ipv4(known.ip)},
+                                                {"guest", name_of(known.guest)},
+                                                {"pmk", of.has_pmk(station)}});
+        if (known.home_vlan) {
+            one["home_vlan"] = *known.home_vlan;
+        }
+        made.text += kx::format_mac(station) + "  at " + kx::format_mac(known.now.bssid) + " of " +
+                     kx::format_mac(known.now.ap) + "  home " + kx::format_mac(known.home.bssid) + "  VLAN " +
+                     (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + "  " + format_ipv4(known.ip);
+        made.text += known.guest == guest_state::none ? "" : std::string("  guest: ") + name_of(known.guest);
+        made.text += '\n';
+    }
+    return made;
+}
+
+listing list_stats(exchange &with) {
+    listing made{{{"tunnels", with.known().links().size()},
+                  {"records", with.counted().records},
+                  {"records_per_second", with.records_per_second()},
+                  {"malformed", with.counted().malformed},
+                  {"messages_sent", with.counted().sent}},
+                 ""};
+    if (const site *known = with.answering()) {
+        made.json.update(json{{"clients", known->clients().size()},
+                              {"roams", known->roams()},
+                              {"guests_waiting", guests(*known, guest_state::waiting)},
+                              {"guests_approved", guests(*known, guest_state::approved)},
+                              {"unsettled", known->unsettled()}});
+    }
+    for (const auto &[key, value] : made.json.items()) {
+        made.text += key + ' ' + value.dump() + '\n';
+    }
+    return made;
+}
+
+listing list_mac_acl(const mac_acl &of) {
+    listing made{{{"default", name_of(of.otherwise())}, {"lists", json::array()}}, ""};
+    made.text = std::string("without a list: ") + name_of(of.otherwise()) + '\n';
+    for (const auto &[index, list] : of.lists()) {
+        made.json["lists"].push_back({{"mac_acl_index", index},
+                                      {"default", name_of(list.otherwise)},
+                                      {"allow", addresses(list, verdict::allow)},
+                                      {"deny", addresses(list, verdict::deny)}});
+        made.text += "list " + std::to_string(index) + ": " + name_of(list.otherwise) + '\n';
+        for (const auto &[client, decided] : list.clients) {
+            made.text += "    " + kx::format_mac(client) + ' ' + name_of(decided) + '\n';
+        }
+    }
+    return made;
+}
+
+}  // namespace controller

@@ -1,0 +1,35 @@
+// What the controller knows, as lists for the operator.
+#ifndef CONTROLLER_LISTINGS_H
+#define CONTROLLER_LISTINGS_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "controller/exchange.h"
+
+namespace controller {
+
+struct listing {
+    nlohmann::ordered_json json;
+    std::string text;  // the same for people, lines
+};
+
+// [{"ap": MAC or null, "up": bool, "peer": name, "address": text, "records": N, "stations": N,
+//   "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]; "up" false without peer, address and records, and null for
+// the access point of a tunnel that has not said yet whose it is
+listing list_access_points(exchange &with);
+
+// [{"client": MAC, "ap": MAC, "bssid": MAC, "home_ap": MAC, "home_bssid": MAC, "home_vlan": N or null, "ip": address,
+//   "guest": "none" | "waiting" | "approved" | "unknown", "pmk": bool}]
+listing list_clients(const site &of);
+
+// {"tunnels", "records", "records_per_second", "malformed", "messages_sent"} and, unless the controller only listens,
+// {"clients", "roams", "guests_waiting", "guests_approved", "unsettled"}
+listing list_stats(exchange &with);
+
+// {"default": verdict, "lists": [{"mac_acl_index": N, "default": verdict, "allow": [MAC], "deny": [MAC]}]}
+listing list_mac_acl(const mac_acl &of);
+
+}  // namespace controller
+
+#endif

@@ -1,0 +1,53 @@
+// The MAC access control lists that the controller answers from. They are configured in a TOML file:
+//
+//   default = "allow"                       # for indexes without a list; "allow" when not given
+//
+//   [[list]]
+//   mac_acl_index = 1                       # of the VAPs that the list is for
+//   default = "deny"                        # for clients that are in neither
+//   allow = ["02:00:00:00:20:01"]           # optional, as is
+//   deny = ["02:00:00:00:20:02"]            # no client may be in both
+#ifndef CONTROLLER_MAC_ACL_H
+#define CONTROLLER_MAC_ACL_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "common/mac_address.h"
+
+namespace controller {
+
+enum class verdict : std::uint32_t { deny = 0, allow = 1 };
+
+struct mac_acl_list {
+    verdict otherwise = verdict::allow;
+    std::map<kx::mac_address, verdict> clients;
+};
+
+class mac_acl {
+public:
+    verdict decide(std::uint32_t index, const kx::mac_address &client) const;
+
+    // An index that had no list gets one, which decides everything else as before.
+    void set(std::uint32_t index, const kx::mac_address &client, verdict decision);
+    void set_default(std::uint32_t index, verdict decision);
+    // Leaves the client to the list's default. False when it was in neither.
+    bool remove(std::uint32_t index, const kx::mac_address &client);
+
+    verdict otherwise() const { return otherwise_; }
+    const std::map<std::uint32_t, mac_acl_list> &lists() const { return lists_; }
+
+    // Throws kx::config_error (common/toml_table.h).
+    static mac_acl load(const std::string &file);
+
+private:
+    mac_acl_list &list(std::uint32_t index);
+
+    verdict otherwise_ = verdict::allow;
+    std::map<std::uint32_t, mac_acl_list> lists_;
+};
+
+}  // namespace controller
+
+#endif

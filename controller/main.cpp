@@ -1,0 +1,161 @@
+// The lab's controller.
+#include <event2/event.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "common/command_line.h"
+#include "controller/commands.h"
+#include "controller/control_server.h"
+#include "controller/exchange.h"
+#include "controller/output.h"
+#include "controller/tunnels.h"
+#include "tunnel/tunnel.h"
+
+namespace {
+
+struct options {
+    std::string listen = "127.0.0.1:7443";
+    std::string port_file;
+    std::string ca, certificate, key;
+    std::string control;
+    bool json = false;
+    bool events = false;
+    bool passive = false;
+    std::string acl;
+};
+
+using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
+using event_ptr = std::unique_ptr<event, void (*)(event *)>;
+
+// "[::1]:7443" gives "::1" and 7443; none when `text` is no address and port.
+std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::string &text) {
+    const std::size_t colon = text.rfind(':');
+    std::string host = text.substr(0, colon);
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    }
+    unsigned port = 0;
+    if (colon == std::string::npos || host.empty() || !CLI::detail::lexical_cast(text.substr(colon + 1), port) ||
+        port > 65535) {
+        return std::nullopt;
+    }
+    return std::pair(host, static_cast<std::uint16_t>(port));
+}
+
+void add_options(CLI::App &app, options &chosen) {
+    app.set_version_flag("--version", "site_controller " CLIENT_MGR_VERSION);
+    app.add_option("--listen", chosen.listen, "Where to listen; port 0 takes a free one")
+        ->type_name("ADDRESS:PORT")
+        ->check([](const std::string &text) { return split_address(text) ? "" : "expected ADDRESS:PORT"; })
+        ->capture_default_str();
+    app.add_option("--port-file", chosen.port_file, "Write the port to this file, once it listens")->type_name("FILE");
+    app.add_option("--ca", chosen.ca, "Certificate of the authority that signed the access points' certificates")
+        ->type_name("FILE")
+        ->required();
+    app.add_option("--certificate", chosen.certificate, "The controller's own certificate")
+        ->type_name("FILE")
+        ->required();
+    app.add_option("--key", chosen.key, "The key of its certificate")->type_name("FILE")->required();
+    app.add_option("--control", chosen.control, "Path of the control socket, for sitectl")->type_name("PATH");
+    app.add_flag("--json", chosen.json, "Print one JSON object per record");
+    app.add_flag("--events", chosen.events, "With --json, print objects for tunnel events and sent records too")
+        ->needs("--json");
+    auto *passive = app.add_flag("--passive", chosen.passive, "Only listen: answer nothing, ask for nothing");
+    app.add_option("--acl", chosen.acl, "TOML file of the MAC access control lists; without it all are allowed")
+        ->type_name("FILE")
+        ->excludes(passive);
+}
+
+// Written aside and moved, so that whoever waits for the file finds the whole number in it.
+void write_port(const std::string &file, std::uint16_t port) {
+    const std::string aside = file + ".new";
+    std::ofstream(aside) << port << '\n';
+    if (std::ifstream(aside).peek() == std::ifstream::traits_type::eof() ||
+        std::rename(aside.c_str(), file.c_str()) != 0) {
+        throw std::runtime_error(file + ": cannot be written");
+    }
+}
+
+std::optional<controller::site> make_site(const options &chosen) {
+    if (chosen.passive) {
+        return std::nullopt;
+    }
+    return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
+}
+
+event_ptr every_second(event_base *base, controller::exchange &what) {
+    const auto tick = [](evutil_socket_t, short, void *of) { static_cast<controller::exchange *>(of)->tick(); };
+    event_ptr timer(event_new(base, -1, EV_PERSIST, tick, &what), event_free);
+    const timeval second = {1, 0};
+    event_add(timer.get(), &second);
+    return timer;
+}
+
+event_ptr ends_loop(event_base *base, int signal) {
+    const auto end = [](evutil_socket_t, short, void *of) {
+        event_base_loopexit(static_cast<event_base *>(of), nullptr);
+    };
+    event_ptr watch(evsignal_new(base, signal, end, base), event_free);
+    event_add(watch.get(), nullptr);
+    return watch;
+}
+
+int run(const options &chosen) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto [address, port] = split_address(chosen.listen).value();
+    const auto tls = kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key);
+    const base_ptr base(event_base_new(), event_base_free);
+    bool output_failed = false;
+    const auto on_failure = [&] {
+        output_failed = true;
+        event_base_loopexit(base.get(), nullptr);
+    };
+    controller::output shown(chosen.json ? controller::output::format::json : controller::output::format::text,
+                             chosen.events, on_failure);
+    controller::exchange exchange(shown, make_site(chosen));
+    controller::tunnels tunnels(base.get(), tls, address, port, exchange.callbacks());
+    exchange.use(tunnels);
+    controller::commands commands(exchange);
+    std::unique_ptr<controller::control_server> control;
+    if (!chosen.control.empty()) {
+        control = std::make_unique<controller::control_server>(
+            base.get(), chosen.control, [&commands](const std::string &line) { return commands.run(line); });
+    }
+    const event_ptr ticking = every_second(base.get(), exchange);
+    const event_ptr on_interrupt = ends_loop(base.get(), SIGINT);
+    const event_ptr on_terminate = ends_loop(base.get(), SIGTERM);
+    shown.note("listening on " + address + " port " + std::to_string(tunnels.port()));
+    if (!chosen.port_file.empty()) {
+        write_port(chosen.port_file, tunnels.port());
+    }
+    event_base_dispatch(base.get());
+    if (output_failed) {
+        throw std::runtime_error("standard output takes no more lines");
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        options chosen;
+        CLI::App app("Serves access points as their controller and shows every record they send.", "site_controller");
+        add_options(app, chosen);
+        if (const auto status = kx::parse_command_line(app, argc, argv)) {
+            return *status;
+        }
+        return run(chosen);
+    } catch (const std::exception &error) {
+        std::cerr << "site_controller: " << error.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,106 @@
+#include "controller/output.h"
+
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+
+#include "controller/render.h"
+
+namespace controller {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string clock_text() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char text[16];
+    std::strftime(text, sizeof(text), "%H:%M:%S", &local);
+    char whole[32];
+    std::snprintf(whole, sizeof(whole), "%s.%03ld ", text, now.tv_nsec / 1000000);
+    return whole;
+}
+
+}  // namespace
+
+void output::received(const message &from_access_point) {
+    for (const item &each : from_access_point.items) {
+        const auto *good = std::get_if<record>(&each);
+        const auto *bad = std::get_if<malformation>(&each);
+        if (json_) {
+            line(
+                to_line(good != nullptr ? to_json(*from_access_point.ap, *good) : to_json(from_access_point.ap, *bad)));
+        } else {
+            line(clock_text() +
+                 (good != nullptr ? to_text(*from_access_point.ap, *good) : to_text(from_access_point.ap, *bad)));
+        }
+    }
+}
+
+void output::sent(const mac_address &ap, std::span<const std::uint8_t> content) {
+    if (json_ && !events_) {
+        return;
+    }
+    for (const item &each : decode(content, direction::to_access_point).items) {
+        const auto *good = std::get_if<record>(&each);
+        const auto *bad = std::get_if<malformation>(&each);
+        if (json_) {
+            json event = {{"event", "sent"}};
+            event.update(good != nullptr ? to_json(ap, *good) : to_json(ap, *bad));
+            line(to_line(event));
+        } else {
+            line(clock_text() + "to " + (good != nullptr ? to_text(ap, *good) : to_text(ap, *bad)));
+        }
+    }
+}
+
+void output::tunnel_up(const peer &other) { tunnel_event("tunnel_up", other, std::nullopt, ""); }
+
+void output::tunnel_down(const peer &other, const std::optional<mac_address> &ap, const std::string &reason) {
+    tunnel_event("tunnel_down", other, ap, reason);
+}
+
+void output::tunnel_refused(const peer &other, const std::string &reason) {
+    tunnel_event("tunnel_refused", other, std::nullopt, reason);
+}
+
+void output::note(const std::string &text) { std::cerr << "site_controller: " << text << std::endl; }
+
+void output::tunnel_event(const char *event, const peer &other, const std::optional<mac_address> &ap,
+                          const std::string &reason) {
+    if (json_ && events_) {
+        json object = {{"event", event}, {"peer", other.name}, {"address", other.address}};
+        if (ap) {
+            object["ap"] = kx::format_mac(*ap);
+        }
+        if (!reason.empty()) {
+            object["reason"] = reason;
+        }
+        line(to_line(object));
+        return;
+    }
+    const std::span name(reinterpret_cast<const std::uint8_t *>(other.name.data()), other.name.size());
+    std::string text = clock_text() + event + ' ' + (other.name.empty() ? "" : printable(name) + ' ') + other.address;
+    if (ap) {
+        text += ' ' + kx::format_mac(*ap);
+    }
+    if (!reason.empty()) {
+        text += ": " + reason;
+    }
+    if (json_) {
+        std::cerr << text << std::endl;
+    } else {
+        line(text);
+    }
+}
+
+void output::line(const std::string &text) {
+    if (std::cout && !(std::cout << text << std::endl)) {
+        on_failure_();
+    }
+}
+
+}  // namespace controller

@@ -1,0 +1,180 @@
+#include "controller/render.h"
+
+#include <algorithm>
+
+#include "common/key_fingerprint.h"
+
+namespace controller {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string hex(std::span<const std::uint8_t> content) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (std::uint8_t byte : content) {
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+bool all_zero(std::span<const std::uint8_t> content) {
+    return std::ranges::all_of(content, [](std::uint8_t byte) { return byte == 0; });
+}
+
+std::string format_mac_of(std::span<const std::uint8_t> content) {
+    mac_address mac{};
+    std::ranges::copy(content, mac.begin());
+    return kx::format_mac(mac);
+}
+
+std::span<const std::uint8_t> without_padding(std::span<const std::uint8_t> content) {
+    while (!content.empty() && content.back() == 0) {
+        content = content.first(content.size() - 1);
+    }
+    return content;
+}
+
+bool is_text(std::span<const std::uint8_t> content) {
+    const std::string text(content.begin(), content.end());
+    try {
+        static_cast<void>(json(text).dump());
+        return true;
+    } catch (const json::type_error &) {
+        return false;
+    }
+}
+
+void add_ssid(json &to, const char *key, std::span<const std::uint8_t> content) {
+    const auto name = without_padding(content);
+    to[key] = std::string(name.begin(), name.end());
+    if (!is_text(name)) {
+        to[std::string(key) + "_hex"] = hex(name);
+    }
+}
+
+std::span<const std::uint8_t> used_data(const values &body) {
+    const auto data = body.raw("data");
+    return data.first(std::min<std::size_t>(body.number("data_length"), data.size()));
+}
+
+void add_field(json &to, const values &from, const field &each) {
+    const auto content = from.raw(each);
+    switch (each.kind) {
+        case field_kind::number:
+            to[each.key] = from.number(each.key);
+            break;
+        case field_kind::mac:
+            to[each.key] = format_mac_of(content);
+            break;
+        case field_kind::mac_or_none:
+            if (!all_zero(content)) {
+                to[each.key] = format_mac_of(content);
+            }
+            break;
+        case field_kind::ipv4:
+            to[each.key] = format_ipv4(from.number(each.key));
+            break;
+        case field_kind::ssid:
+            add_ssid(to, each.key, content);
+            break;
+        case field_kind::pmk:
+            if (!all_zero(content)) {
+                to[each.key] = kx::key_fingerprint(content);
+            }
+            break;
+        case field_kind::data:
+            to[each.key] = hex(used_data(from));
+            break;
+        case field_kind::count:
+        case field_kind::zero:
+            break;
+    }
+}
+
+void add_fields(json &to, const values &from) {
+    for (const field &each : from.layout()) {
+        add_field(to, from, each);
+    }
+}
+
+std::string text_of(const values &from) {
+    json fields = json::object();
+    add_fields(fields, from);
+    std::string text;
+    for (const field &each : from.layout()) {
+        if (each.key == nullptr || !fields.contains(each.key)) {
+            continue;
+        }
+        const json &value = fields[each.key];
+        text.append(" ").append(each.key).append("=");
+        if (each.kind == field_kind::ssid) {
+            text.append("\"").append(printable(without_padding(from.raw(each)))).append("\"");
+        } else {
+            text.append(value.is_string() ? value.get<std::string>() : value.dump());
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string format_ipv4(std::uint32_t ip) {
+    return std::to_string(ip >> 24) + '.' + std::to_string(ip >> 16 & 255) + '.' + std::to_string(ip >> 8 & 255) + '.' +
+           std::to_string(ip & 255);
+}
+
+std::string printable(std::span<const std::uint8_t> text) {
+    std::string result;
+    for (std::uint8_t byte : text) {
+        if (byte >= 0x20 && byte < 0x7f && byte != '\\' && byte != '"') {
+            result += static_cast<char>(byte);
+        } else {
+            result += "\\x" + hex({&byte, 1});
+        }
+    }
+    return result;
+}
+
+json to_json(const mac_address &ap, const record &one) {
+    json result = {{"ap", kx::format_mac(ap)}, {"type", static_cast<unsigned>(one.type())}, {"name", one.layout->name}};
+    add_fields(result, one.body);
+    if (one.layout->list_key == nullptr) {
+        return result;
+    }
+    json &list = result[one.layout->list_key] = json::array();
+    for (const values &entry : one.entries) {
+        add_fields(list.emplace_back(json::object()), entry);
+    }
+    return result;
+}
+
+json to_json(const std::optional<mac_address> &ap, const malformation &what) {
+    json result = {{"ap", nullptr}, {"error", what.text}, {"offset", what.offset}};
+    if (ap) {
+        result["ap"] = kx::format_mac(*ap);
+    }
+    if (what.type) {
+        result["type"] = *what.type;
+    }
+    return result;
+}
+
+std::string to_line(const json &one) { return one.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+std::string to_text(const mac_address &ap, const record &one) {
+    std::string text = kx::format_mac(ap) + ' ' + one.layout->name + text_of(one.body);
+    for (const values &entry : one.entries) {
+        text += "\n    " + text_of(entry);
+    }
+    return text;
+}
+
+std::string to_text(const std::optional<mac_address> &ap, const malformation &what) {
+    return (ap ? kx::format_mac(*ap) : std::string("unknown access point")) + " malformed: " + what.text +
+           " (at byte " + std::to_string(what.offset) + ")";
+}
+
+}  // namespace controller

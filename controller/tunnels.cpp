@@ -1,0 +1,128 @@
+#include "controller/tunnels.h"
+
+#include <event2/listener.h>
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace controller {
+
+namespace {
+
+// The client manager's messages; frames of other destinations belong to services that this controller does not have.
+constexpr std::uint32_t client_manager_destination = 106;
+
+std::string format_address(const sockaddr *address, socklen_t length) {
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    if (getnameinfo(address, length, host, sizeof(host), port, sizeof(port), NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "unknown address";
+    }
+    return address->sa_family == AF_INET6 ? '[' + std::string(host) + "]:" + port : std::string(host) + ':' + port;
+}
+
+struct address_list {
+    addrinfo *first = nullptr;
+    address_list(const std::string &host, std::uint16_t port) {
+        addrinfo hints{};
+        hints.ai_flags = AI_PASSIVE | AI_NUMERICHOST | AI_NUMERICSERV;
+        hints.ai_socktype = SOCK_STREAM;
+        const int failed = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
+        if (failed != 0) {
+            throw std::runtime_error(host + ": " + gai_strerror(failed) + "; a numeric address was expected");
+        }
+    }
+    ~address_list() { freeaddrinfo(first); }
+    address_list(const address_list &) = delete;
+    address_list &operator=(const address_list &) = delete;
+};
+
+std::uint16_t local_port(int fd) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof(address);
+    char port[NI_MAXSERV];
+    auto *generic = reinterpret_cast<sockaddr *>(&address);
+    if (getsockname(fd, generic, &length) != 0 ||
+        getnameinfo(generic, length, nullptr, 0, port, sizeof(port), NI_NUMERICSERV) != 0) {
+        throw std::runtime_error("cannot tell the port that was chosen");
+    }
+    return static_cast<std::uint16_t>(std::stoi(port));
+}
+
+}  // namespace
+
+tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
+                 callbacks handlers)
+    : base_(base), tls_(std::move(tls)), handlers_(std::move(handlers)), listener_(nullptr, evconnlistener_free) {
+    const address_list list(address, port);
+    const auto accepted = [](evconnlistener *, evutil_socket_t fd, sockaddr *from, int length, void *self) {
+        static_cast<tunnels *>(self)->accept(fd, format_address(from, static_cast<socklen_t>(length)));
+    };
+    const auto failed = [](evconnlistener *, void *self) {
+        static_cast<tunnels *>(self)->handlers_.on_accept_error(std::strerror(errno));
+    };
+    listener_.reset(evconnlistener_new_bind(base, accepted, this,
+                                            LEV_OPT_CLOSE_ON_FREE | LEV_OPT_REUSEABLE | LEV_OPT_CLOSE_ON_EXEC, -1,
+                                            list.first->ai_addr, static_cast<int>(list.first->ai_addrlen)));
+    if (!listener_) {
+        throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
+                                 std::strerror(errno));
+    }
+    evconnlistener_set_error_cb(listener_.get(), failed);
+    port_ = local_port(evconnlistener_get_fd(listener_.get()));
+}
+
+tunnels::~tunnels() = default;
+
+bool tunnels::send(tunnel_id to, std::span<const std::uint8_t> message) {
+    const auto found = tunnels_.find(to);
+    return found != tunnels_.end() && found->second.up &&
+           found->second.connection->send(client_manager_destination, message);
+}
+
+void tunnels::close(tunnel_id which, const std::string &reason) {
+    if (tunnels_.contains(which)) {
+        went_down(which, reason);
+    }
+}
+
+void tunnels::accept(int fd, const std::string &address) {
+    const tunnel_id id = ++last_;
+    tunnel &added = tunnels_[id];
+    added.other.address = address;
+    added.connection = kx::tunnel_connection::accept(
+        base_, tls_.get(), fd,
+        {.on_up = [this, id] { came_up(id); },
+         .on_message = [this, id](std::uint32_t destination,
+                                  std::span<const std::uint8_t> message) { received(id, destination, message); },
+         .on_down = [this, id](const std::string &reason) { went_down(id, reason); },
+         .on_drained = nullptr});
+}
+
+void tunnels::came_up(tunnel_id which) {
+    tunnel &now_up = tunnels_.at(which);
+    now_up.up = true;
+    now_up.other.name = now_up.connection->peer_name();
+    handlers_.on_up(which, now_up.other);
+}
+
+void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message) {
+    if (destination == client_manager_destination) {
+        handlers_.on_message(from, message);
+    }
+}
+
+void tunnels::went_down(tunnel_id which, const std::string &reason) {
+    const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    if (gone.up) {
+        handlers_.on_down(which, reason);
+    } else {
+        handlers_.on_refused(gone.other, reason);
+    }
+}
+
+}  // namespace controller

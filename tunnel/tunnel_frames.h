@@ -1,0 +1,66 @@
+// Frames of the tunnel between an access point and its controller, in a stream of bytes. All words big-endian:
+//
+//   offset  width  field
+//   0       4      destination: 106 for the client manager's messages, 0 for the tunnel's own
+//   4       4      length of the message, at most 16384
+//   8       length message
+//
+// A frame of destination 0 is a keep-alive: its message is one byte of value 1.
+#ifndef TUNNEL_TUNNEL_FRAMES_H
+#define TUNNEL_TUNNEL_FRAMES_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <string>
+
+struct evbuffer;
+
+namespace kx {
+
+inline constexpr std::size_t tunnel_header_size = 8;
+inline constexpr std::size_t tunnel_message_max = 16384;
+inline constexpr std::uint32_t tunnel_destination_own = 0;
+inline constexpr std::uint8_t tunnel_keep_alive = 1;
+
+struct tunnel_frame {
+    std::uint32_t destination;
+    std::size_t length;
+    std::array<std::uint8_t, tunnel_message_max> buffer;
+
+    bool is_keep_alive() const { return destination == tunnel_destination_own; }
+    std::span<const std::uint8_t> message() const { return {buffer.data(), length}; }
+};
+
+enum class frame_state : std::uint8_t {
+    taken,
+    partial,  // no whole frame is there yet
+    bad,      // what is there is no frame, and neither is anything that follows
+};
+
+// Moves the first frame of `input` to `frame`. When it is bad, `fault` says what is wrong.
+frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string &fault);
+
+// What stands before a message of `length` bytes.
+std::array<std::uint8_t, tunnel_header_size> make_tunnel_header(std::uint32_t destination, std::size_t length);
+
+// Appends a frame to `output`. `message` is no longer than tunnel_message_max.
+void put_tunnel_frame(evbuffer *output, std::uint32_t destination, std::span<const std::uint8_t> message);
+
+// The frames in a queue of bytes, oldest first, so that those which were never sent can be counted.
+class frame_counter {
+public:
+    void add(std::size_t size);
+    // How many frames lie, whole or in part, in the `waiting` last bytes of the queue.
+    std::size_t count(std::size_t waiting);
+
+private:
+    std::deque<std::size_t> sizes_;
+    std::size_t bytes_ = 0;
+};
+
+}  // namespace kx
+
+#endif

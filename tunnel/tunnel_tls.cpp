@@ -1,0 +1,96 @@
+#include "tunnel/tunnel_tls.h"
+
+#include <openssl/err.h>
+#include <openssl/x509v3.h>
+
+#include <new>
+#include <stdexcept>
+#include <system_error>
+
+#include "tunnel/tunnel.h"
+
+namespace kx {
+
+namespace {
+
+// The earliest entry of OpenSSL's error queue is the cause, those after it are its consequences.
+[[noreturn]] void fail(const std::string &file, const std::string &what) {
+    unsigned long error = ERR_get_error();
+    ERR_clear_error();
+    const char *reason = ERR_reason_error_string(error);
+    std::string text = reason != nullptr ? reason : "no reason known";
+    if (ERR_SYSTEM_ERROR(error)) {
+        text = std::generic_category().message(ERR_GET_REASON(error));
+    }
+    throw std::runtime_error(file + ": " + what + ": " + text);
+}
+
+}  // namespace
+
+std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate,
+                                          const std::string &key) {
+    ERR_clear_error();
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_method()), SSL_CTX_free);
+    if (context == nullptr) {
+        throw std::bad_alloc();
+    }
+    SSL_CTX *tls = context.get();
+    SSL_CTX_set_min_proto_version(tls, TLS1_3_VERSION);
+    SSL_CTX_set_max_proto_version(tls, TLS1_3_VERSION);
+    SSL_CTX_set_verify(tls, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    // Connections last for days: resumption would save nothing.
+    SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_num_tickets(tls, 0);
+    // Messages may hold keys, which OpenSSL shall not keep until others have taken their place.
+    SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
+
+    if (SSL_CTX_load_verify_file(tls, ca.c_str()) != 1) {
+        fail(ca, "no CA certificate can be read");
+    }
+    if (SSL_CTX_use_certificate_chain_file(tls, certificate.c_str()) != 1) {
+        fail(certificate, "no certificate can be read");
+    }
+    if (SSL_CTX_use_PrivateKey_file(tls, key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        fail(key, "no key can be read that belongs to " + certificate);
+    }
+    return context;
+}
+
+ssl_ptr make_ssl(SSL_CTX *tls) {
+    ssl_ptr ssl(SSL_new(tls));
+    if (ssl == nullptr) {
+        throw std::bad_alloc();
+    }
+    return ssl;
+}
+
+void require_host(SSL *ssl, const std::string &host) {
+    X509_VERIFY_PARAM *param = SSL_get0_param(ssl);
+    if (X509_VERIFY_PARAM_set1_ip_asc(param, host.c_str()) == 1) {
+        return;
+    }
+    X509_VERIFY_PARAM_set_hostflags(param, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+    if (X509_VERIFY_PARAM_set1_host(param, host.c_str(), host.size()) != 1 ||
+        SSL_set_tlsext_host_name(ssl, host.c_str()) != 1) {
+        throw std::bad_alloc();
+    }
+}
+
+std::string common_name_of_peer(const SSL *ssl) {
+    const X509 *certificate = SSL_get0_peer_certificate(ssl);
+    const X509_NAME *subject = certificate == nullptr ? nullptr : X509_get_subject_name(certificate);
+    int index = subject == nullptr ? -1 : X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+    if (index < 0) {
+        return {};
+    }
+    unsigned char *text = nullptr;
+    int size = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
+    if (size < 0) {
+        return {};
+    }
+    std::string name(reinterpret_cast<char *>(text), static_cast<std::size_t>(size));
+    OPENSSL_free(text);
+    return name;
+}
+
+}  // namespace kx
