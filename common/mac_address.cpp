@@ -31,17 +31,6 @@ std::optional<mac_address> parse_mac(std::string_view text) {
     return text.empty() ? std::optional(mac) : std::nullopt;
 }
 
-std::string format_mac(const mac_address &mac) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (std::uint8_t byte : mac) {
-        if (!text.empty()) {
-            text += ':';
-        }
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
-}
+std::string format_mac(const mac_address &mac) { return mac_text(mac).text; }
 
 }  // namespace kx

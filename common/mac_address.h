@@ -1,15 +1,16 @@
+// MAC addresses from and to text, as files and people write them.
 #ifndef COMMON_MAC_ADDRESS_H
 #define COMMON_MAC_ADDRESS_H
 
-#include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "wire/mac_address.h"
+
 namespace kx {
 
-using mac_address = std::array<std::uint8_t, 6>;
+using ::mac_address;
 
 // Twelve hexadecimal digits, in pairs that ':' may separate; none when `text` is anything else.
 std::optional<mac_address> parse_mac(std::string_view text);

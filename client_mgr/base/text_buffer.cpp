@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "client_mgr/tables/slot_key.h"
 #include "client_mgr/tables/slot_table.h"
 #include "kx/kx_eloop.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 acl_cache_entry client_acl_cache[ACL_CACHE_SIZE];
 slot_key client_acl_keys[ACL_CACHE_SIZE];

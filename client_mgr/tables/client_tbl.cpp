@@ -6,7 +6,7 @@
 #include "client_mgr/tables/client_tbl_state.h"
 #include "client_mgr/tables/slot_key.h"
 #include "client_mgr/tables/slot_table.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 client_info client_info_tbl[CLIENT_TBL_SIZE];
 slot_key client_key_tbl[CLIENT_TBL_SIZE];

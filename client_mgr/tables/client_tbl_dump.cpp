@@ -6,7 +6,7 @@
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
 #include "client_mgr/tables/slot_table.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 int client_tbl_print(FILE *f, const client_info *rec) {
     fprintf(f, "Client MAC   : %.18s (%s)\n", rec->cl_mac_str, mac_text(rec->cl_mac).text);

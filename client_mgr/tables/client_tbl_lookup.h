@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "client_mgr/tables/client_tbl.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 extern "C" {
 

@@ -23,7 +23,7 @@
 
 #include "client_mgr/base/log.h"
 #include "client_mgr/tables/slot_key.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 inline constexpr int32_t NO_SLOT = -1;
 

@@ -24,7 +24,7 @@
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
 #include "client_mgr/tables/slot_table.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace bench {
 

@@ -8,7 +8,7 @@
 #include "daemon_steps.h"
 #include "sim_test.h"
 #include "tables.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 namespace {

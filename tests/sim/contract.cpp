@@ -19,7 +19,7 @@
 #include "kx/kxbr_api.h"
 #include "kx/sysmon.h"
 #include "platform.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace {
 

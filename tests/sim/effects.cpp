@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "wire/local_messages.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "bytes.h"
 #include "wire/local_messages.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 

@@ -3,7 +3,7 @@
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 namespace {

@@ -6,7 +6,7 @@
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/tables/client_mgr_acl.h"
 #include "client_mgr/tables/client_tbl.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 namespace {

@@ -20,7 +20,7 @@
 #include "tables.h"
 #include "wire/ctrlr_messages.h"
 #include "wire/local_messages.h"
-#include "wire/mac_text.h"
+#include "wire/mac_address.h"
 
 namespace sim {
 namespace {
