@@ -5,6 +5,7 @@
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "lifecycle.h"
+#include "wire/ctrlr_messages.h"
 
 namespace sim {
 namespace {
@@ -193,6 +194,33 @@ SIM_TEST(bulk_request, is_answered_by_configuration_and_clients_in_this_order) {
         to_controller(
             bulk_message(1, hex("00 04 0036 b0b1b2b3b4b5") + padded("first", 32) + hex("00000102") + zeros(8))),
     });
+}
+
+SIM_TEST(bulk_request, is_answered_by_two_bare_headers_when_no_bssid_can_be_read) {
+    ready_to_talk();
+    have_two_interfaces(sim);
+    sim.hwaddr.clear();
+    g_cfg.num_vaps = 2;
+    const auto without_bssid = [](const std::string &ifname) {
+        return log(3, "vap " + ifname + " status = AP_TRUE") + did("socket") +
+               failed(did(ioctl_text(0x8927, ifname, ""))) + log(1, "Error obtaining the BSSID for " + ifname) +
+               did("close");
+    };
+    sim.controller(one_record(CLIENT_MGR_REQ_BULK_INFO, {}));
+    sim.expect({
+        received(CLIENT_MGR_REQ_BULK_INFO, 0),
+        log(3, "Received CLIENT_MGR_REQ_BULK_INFO"),
+        begun(2),
+        without_bssid("ath0"),
+        without_bssid("ath1"),
+        to_controller(hex("01 0e 00 0000 00 000e a0a1a2a3a4a5")),
+        log(3, "Sending bulk info"),
+        log(3, "Got 2 vap configuration"),
+        without_bssid("ath0"),
+        without_bssid("ath1"),
+        to_controller(hex("01 0e 00 0000 00 000e a0a1a2a3a4a5")),
+    });
+    EXPECT_EQ(0u, g_cfg.num_vaps);
 }
 
 }  // namespace sim

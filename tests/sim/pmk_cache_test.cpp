@@ -4,6 +4,7 @@
 
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
+#include "tables.h"
 #include "wire/local_messages.h"
 
 namespace sim {
@@ -22,12 +23,14 @@ steps key_line(std::string_view first_row, std::string_view second_row) {
     return log(3, "Cur PMK " + std::string(first_row) + gap + std::string(second_row) + gap);
 }
 
-steps add_receipt(std::string_view bssid = BSSID) {
-    return receipt() + log(3, "HOSTAPD_PMK_ADD rcvd") + log(3, "Received PMK add msg") +
-           log(3, "Client 02:13:24:35:46:57") + log(3, "Cur BSSID " + std::string(bssid)) +
+steps added(std::string_view bssid) {
+    return log(3, "HOSTAPD_PMK_ADD rcvd") + log(3, "Received PMK add msg") + log(3, "Client 02:13:24:35:46:57") +
+           log(3, "Cur BSSID " + std::string(bssid)) +
            key_line("40 41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F ",
                     "50 51 52 53 54 55 56 57 58 59 5A 5B 5C 5D 5E 5F ");
 }
+
+steps add_receipt(std::string_view bssid = BSSID) { return receipt() + added(bssid); }
 
 steps fetch_receipt(std::string_view bssid = BSSID) {
     return receipt() + log(3, "HOSTAPD_PMK_FETCH rcvd") + log(3, "Received PMK fetch msg") +
@@ -163,6 +166,18 @@ SIM_TEST(pmk_add, on_a_bssid_that_is_not_ours_is_reported_and_not_recorded) {
     sim.local(150, message(2, ELSEWHERE));
     sim.expect({add_receipt(ELSEWHERE), reported(ELSEWHERE), log(1, "Invalid ap bssid in assoc msg")});
     expect_stored(known_client(0x01));
+}
+
+SIM_TEST(pmk_add, of_an_unknown_client_on_a_bssid_that_is_not_ours_is_reported_and_stores_nothing) {
+    have_two_vaps();
+    EXPECT_EQ(-1, handle(message(HOSTAPD_PMK_ADD, ELSEWHERE)));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD, ELSEWHERE));
+    const steps reported_alone = to_controller(
+        hex("01 0e 00 0001 00 0044 a0a1a2a3a4a5  0b 04 0036  021324354657 d0d1d2d3d4d5 000000000000"
+            "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"));
+    sim.expect({added(ELSEWHERE), reported_alone, log(1, "Invalid ap bssid in assoc msg"), add_receipt(ELSEWHERE),
+                reported_alone, log(1, "Invalid ap bssid in assoc msg")});
+    EXPECT_EQ(std::vector<int>(), used_clients());
 }
 
 SIM_TEST(pmk_add, with_a_full_table_is_reported) {
