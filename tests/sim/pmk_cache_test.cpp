@@ -172,9 +172,9 @@ SIM_TEST(pmk_add, of_an_unknown_client_on_a_bssid_that_is_not_ours_is_reported_a
     have_two_vaps();
     EXPECT_EQ(-1, handle(message(HOSTAPD_PMK_ADD, ELSEWHERE)));
     sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD, ELSEWHERE));
-    const steps reported_alone = to_controller(
-        hex("01 0e 00 0001 00 0044 a0a1a2a3a4a5  0b 04 0036  021324354657 d0d1d2d3d4d5 000000000000"
-            "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"));
+    const steps reported_alone =
+        to_controller(hex("01 0e 00 0001 00 0044 a0a1a2a3a4a5  0b 04 0036  021324354657 d0d1d2d3d4d5 000000000000"
+                          "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"));
     sim.expect({added(ELSEWHERE), reported_alone, log(1, "Invalid ap bssid in assoc msg"), add_receipt(ELSEWHERE),
                 reported_alone, log(1, "Invalid ap bssid in assoc msg")});
     EXPECT_EQ(std::vector<int>(), used_clients());
