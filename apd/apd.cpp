@@ -6,6 +6,7 @@
 
 #include "apd/log.h"
 #include "apd/vap_changes.h"
+#include "common/ipv4.h"
 #include "kx/apcomm.h"
 #include "wire/apcomm_channel.h"
 #include "wire/local_messages.h"
@@ -16,11 +17,6 @@ namespace {
 
 auto fields_of(const kx::controller_config &controller) {
     return std::tie(controller.address, controller.port, controller.ca, controller.certificate, controller.key);
-}
-
-std::string dotted(std::uint32_t ip) {
-    return std::to_string(ip >> 24) + "." + std::to_string(ip >> 16 & 0xff) + "." + std::to_string(ip >> 8 & 0xff) +
-           "." + std::to_string(ip & 0xff);
 }
 
 // There is no tunnel before there is a client manager; what is wrong with its certificates is told at once.
@@ -177,7 +173,7 @@ void platform_daemon::reload() {
 }
 
 void platform_daemon::publish_status() {
-    std::string tunnel = link_.is_up() ? "tunnel to " + dotted(link_.controller_ip()) + " up" : "no tunnel";
+    std::string tunnel = link_.is_up() ? "tunnel to " + kx::format_ipv4(link_.controller_ip()) + " up" : "no tunnel";
     service_manager::notify("STATUS=" + tunnel + ", " + monitor_.status());
 }
 

@@ -6,9 +6,10 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <new>
 #include <utility>
+
+#include "common/event_ptr.h"
 
 namespace apd {
 
@@ -44,11 +45,8 @@ private:
         call();
     }
 
-    struct deleter {
-        void operator()(event *event) const { event_free(event); }
-    };
     handler call_;
-    std::unique_ptr<event, deleter> event_;
+    kx::event_ptr event_;
 };
 
 }  // namespace apd

@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <string>
 
 #include "apd/apd.h"
@@ -14,13 +13,14 @@
 #include "apd/heap_reserve.h"
 #include "apd/log.h"
 #include "common/ap_config.h"
+#include "common/event_ptr.h"
 #include "common/hardening.h"
 #include "common/paths.h"
 
 namespace {
 
 void serve(const std::string &config_file) {
-    std::unique_ptr<event_base, void (*)(event_base *)> base(event_base_new(), event_base_free);
+    kx::event_base_ptr base(event_base_new());
     apd::platform_daemon daemon(base.get(), config_file);
     apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
     apd::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });

@@ -1,20 +1,8 @@
 #include "common/mac_address.h"
 
+#include "wire/hex.h"
+
 namespace kx {
-
-namespace {
-
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-}  // namespace
 
 std::optional<mac_address> parse_mac(std::string_view text) {
     mac_address mac{};
@@ -22,10 +10,10 @@ std::optional<mac_address> parse_mac(std::string_view text) {
         if (i > 0 && text.starts_with(':')) {
             text.remove_prefix(1);
         }
-        if (text.size() < 2 || hex_digit(text[0]) < 0 || hex_digit(text[1]) < 0) {
+        if (text.size() < 2 || hex_value(text[0]) < 0 || hex_value(text[1]) < 0) {
             return std::nullopt;
         }
-        mac[i] = static_cast<std::uint8_t>(hex_digit(text[0]) << 4 | hex_digit(text[1]));
+        mac[i] = static_cast<std::uint8_t>(hex_value(text[0]) << 4 | hex_value(text[1]));
         text.remove_prefix(2);
     }
     return text.empty() ? std::optional(mac) : std::nullopt;

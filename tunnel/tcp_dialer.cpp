@@ -1,7 +1,6 @@
 #include "tunnel/tcp_dialer.h"
 
 #include <arpa/inet.h>
-#include <event2/event.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <sys/socket.h>
@@ -14,9 +13,9 @@
 #include <thread>
 #include <utility>
 
-namespace kx {
+#include "common/ipv4.h"
 
-void event_deleter::operator()(event *event) const { event_free(event); }
+namespace kx {
 
 tcp_dialer::tcp_dialer(event_base *base, std::string host, std::uint16_t port, result_handler handler)
     : base_(base), host_(std::move(host)), port_(port), handler_(std::move(handler)) {
@@ -116,9 +115,7 @@ bool tcp_dialer::start_connect(const in_addr &address) {
     to.sin_family = AF_INET;
     to.sin_port = htons(port_);
     to.sin_addr = address;
-    std::array<char, INET_ADDRSTRLEN> text{};
-    inet_ntop(AF_INET, &address, text.data(), text.size());
-    last_error_ = std::string(text.data()) + " port " + std::to_string(port_) + ": ";
+    last_error_ = format_ipv4(ntohl(address.s_addr)) + " port " + std::to_string(port_) + ": ";
 
     fd_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd_ >= 0 && (connect(fd_, reinterpret_cast<const sockaddr *>(&to), sizeof(to)) == 0 || errno == EINPROGRESS)) {

@@ -2,26 +2,18 @@
 #ifndef TUNNEL_TCP_DIALER_H
 #define TUNNEL_TCP_DIALER_H
 
-#include <event2/util.h>
 #include <netinet/in.h>
 
 #include <cstdint>
 #include <functional>
 #include <future>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-struct event;
-struct event_base;
+#include "common/event_ptr.h"
 
 namespace kx {
-
-struct event_deleter {
-    void operator()(event *event) const;
-};
-using event_ptr = std::unique_ptr<event, event_deleter>;
 
 // One attempt: resolves `host`, unless it is an IPv4 address, in a thread of its own to such addresses and tries them
 // in turn. Destruction ends the attempt.

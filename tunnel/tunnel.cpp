@@ -18,6 +18,7 @@
 #include <optional>
 #include <utility>
 
+#include "common/event_ptr.h"
 #include "tunnel/tcp_dialer.h"
 #include "tunnel/tunnel_queue.h"
 #include "tunnel/tunnel_tls.h"
@@ -35,10 +36,6 @@ timeval to_timeval(monotonic::duration wait) {
     auto microseconds = std::max<std::int64_t>(std::chrono::ceil<std::chrono::microseconds>(wait).count(), 0);
     return {microseconds / 1'000'000, microseconds % 1'000'000};
 }
-
-struct bufferevent_deleter {
-    void operator()(bufferevent *buffered) const { bufferevent_free(buffered); }
-};
 
 std::uint32_t ipv4_of_peer(int fd) {
     sockaddr_storage address{};
@@ -129,7 +126,7 @@ private:
     event_ptr timer_;
     monotonic::time_point timer_due_;
     std::unique_ptr<tcp_dialer> dialer_;
-    std::unique_ptr<bufferevent, bufferevent_deleter> buffered_;
+    bufferevent_ptr buffered_;
     std::optional<tunnel_queue> queue_;  // since there is buffered_
     phase phase_ = phase::setup;
     bool accepting_ = false;

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/hex.h"
+
 // An EUI-48 (IEEE 802-2014, 8.2) in the order of transmission: of a station, an access point or, as a BSSID, of a VAP.
 // Six bytes at any address, so a message's fields may be of this type. All zero means none where a field may be unset.
 struct mac_address {
@@ -35,10 +37,9 @@ inline constexpr int MAC_TEXT_LEN = 17;
 // Writes "02:00:00:00:10:00" and a NUL to `dst`, which has room for MAC_TEXT_LEN + 1. `mac` is six bytes. Returns
 // MAC_TEXT_LEN.
 inline int mac_to_text(const uint8_t *mac, char *dst) {
-    static constexpr char digits[] = "0123456789abcdef";
     for (int i = 0; i < 6; i++) {
-        *dst++ = digits[mac[i] >> 4];
-        *dst++ = digits[mac[i] & 0xf];
+        *dst++ = hex_digit(mac[i] >> 4u);
+        *dst++ = hex_digit(mac[i]);
         *dst++ = i < 5 ? ':' : '\0';
     }
     return MAC_TEXT_LEN;

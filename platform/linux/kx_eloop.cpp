@@ -7,8 +7,8 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 
+#include "common/event_ptr.h"
 #include "platform/linux/event_base.h"
 
 namespace {
@@ -22,7 +22,7 @@ struct timer {
     std::int64_t due;  // nanoseconds of the monotonic clock
 };
 
-std::unique_ptr<event_base, void (*)(event_base *)> base{nullptr, event_base_free};
+kx::event_base_ptr base;
 std::array<timer, 32> timers{};
 
 std::int64_t monotonic_now() {

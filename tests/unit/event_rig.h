@@ -6,10 +6,11 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
+
+#include "common/event_ptr.h"
 
 struct event_rig {
-    std::unique_ptr<event_base, void (*)(event_base *)> base{event_base_new(), event_base_free};
+    kx::event_base_ptr base{event_base_new()};
 
     // Serves events until `done`; false when that takes longer than `limit`.
     bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
