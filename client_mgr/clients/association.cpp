@@ -21,9 +21,9 @@ namespace {
 client_info make_home_client(const assoc_notification &msg, uint32_t vap_idx) {
     const vap_cfg &vap = g_cfg.vaps[vap_idx];
     client_info client = {};
-    memcpy(client.cl_mac, msg.client, sizeof client.cl_mac);
-    memcpy(client.home_bssid, msg.bssid, sizeof client.home_bssid);
-    memcpy(client.assoc_bssid, msg.bssid, sizeof client.assoc_bssid);
+    memcpy(client.cl_mac.bytes, msg.client, sizeof client.cl_mac);
+    memcpy(client.home_bssid.bytes, msg.bssid, sizeof client.home_bssid);
+    memcpy(client.assoc_bssid.bytes, msg.bssid, sizeof client.assoc_bssid);
     client.home_vlan = static_cast<int32_t>(vap.vlan);
     client.assoc_vlan = static_cast<int32_t>(vap.vlan);
     memcpy(client.cl_ip, msg.ip.bytes, sizeof client.cl_ip);
@@ -40,7 +40,7 @@ void recall_ip(assoc_notification &msg, uint32_t vap_idx) {
         return;
     }
     CM_LOG(LOG_EVENT, "Client already present in same BSS, might be already assocaited " MAC_FMT, MAC_ARG(msg.client));
-    memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
+    memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip);
 }
 
 }  // namespace

@@ -38,11 +38,11 @@ void turn_away(const vap_cfg &vap, const uint8_t mac[6], int reason) {
 void hand_over(const uint8_t mac[6]) {
     int32_t slot = -1;
     const client_info *known = client_tbl_client_get_fast(mac, &slot);
-    if (known == nullptr || is_zero(known->assoc_bssid)) {
+    if (known == nullptr || is_zero(known->assoc_bssid.bytes)) {
         return;
     }
     for (const vap_cfg &vap : g_cfg.vaps) {
-        if (!is_on(vap, known->assoc_bssid)) {
+        if (!is_on(vap, known->assoc_bssid.bytes)) {
             continue;
         }
         turn_away(vap, mac, reason_handed_over);
@@ -54,8 +54,8 @@ void hand_over(const uint8_t mac[6]) {
 
 client_info make_foreign_client(const client_entry &entry) {
     client_info client = {};
-    memcpy(client.cl_mac, entry.client, sizeof client.cl_mac);
-    memcpy(client.home_bssid, entry.home_bssid, sizeof client.home_bssid);
+    memcpy(client.cl_mac.bytes, entry.client, sizeof client.cl_mac);
+    memcpy(client.home_bssid.bytes, entry.home_bssid, sizeof client.home_bssid);
     client.home_vlan = static_cast<int32_t>(uint32_t{entry.home_vlan});
     memcpy(client.cl_ip, entry.ip, sizeof client.cl_ip);
     memcpy(client.pmk, entry.pmk, sizeof client.pmk);
@@ -77,7 +77,7 @@ void remove_client(const char *caller, const uint8_t mac[6]) {
         return;
     }
     for (const vap_cfg &vap : g_cfg.vaps) {
-        if (is_on(vap, known->assoc_bssid)) {
+        if (is_on(vap, known->assoc_bssid.bytes)) {
             turn_away(vap, mac, reason_removed);
         }
     }
@@ -99,8 +99,8 @@ int client_mgr_proc_bulk_info(uint8_t *rec) {
         client_info client = make_foreign_client(*entry);
         const wipe_guard guard(client.pmk);
         client_tbl_mac_update(&client, -1);
-        CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARG(client.cl_mac),
-               MAC_ARG(client.home_bssid), client.home_vlan);
+        CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARG(client.cl_mac.bytes),
+               MAC_ARG(client.home_bssid.bytes), client.home_vlan);
     }
     return 0;
 }

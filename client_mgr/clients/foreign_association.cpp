@@ -28,7 +28,7 @@ void report_invalid_bss(const foreign_assoc_notification &msg) {
 
 // The VAP carries the client's home VLAN: it becomes a home client of the VAP.
 void take_over(client_info &client, uint8_t *payload, bridge_entry &entry) {
-    memcpy(client.home_bssid, client.assoc_bssid, sizeof client.home_bssid);
+    client.home_bssid = client.assoc_bssid;
     const uint32_t old_flag = client.flag;
     client.flag = CLIENT_FLAG_LOCAL | (old_flag & CLIENT_FLAG_PMK);
     if ((old_flag & CLIENT_FLAG_GUEST) != 0) {
@@ -49,9 +49,9 @@ void tunnel_home(client_info &client, bridge_entry &entry) {
 client_info make_placeholder(const uint8_t *mac, const uint8_t *bssid, const uint8_t *last_bssid, uint32_t vap_idx) {
     const auto vlan = static_cast<int32_t>(g_cfg.vaps[vap_idx].vlan);
     client_info client = {};
-    memcpy(client.cl_mac, mac, sizeof client.cl_mac);
-    memcpy(client.home_bssid, last_bssid, sizeof client.home_bssid);
-    memcpy(client.assoc_bssid, bssid, sizeof client.assoc_bssid);
+    memcpy(client.cl_mac.bytes, mac, sizeof client.cl_mac);
+    memcpy(client.home_bssid.bytes, last_bssid, sizeof client.home_bssid);
+    memcpy(client.assoc_bssid.bytes, bssid, sizeof client.assoc_bssid);
     client.home_vlan = vlan;
     client.assoc_vlan = vlan;
     client.bssid_idx = static_cast<int32_t>(vap_idx);
@@ -85,7 +85,7 @@ bool complete_roam(const client_entry &entry, const client_info &known) {
     memcpy(msg.client, entry.client, sizeof msg.client);
     memcpy(msg.bssid, entry.bssid, sizeof msg.bssid);
     // Of a placeholder, the BSS that the client came from.
-    memcpy(msg.last_bssid, known.home_bssid, sizeof msg.last_bssid);
+    memcpy(msg.last_bssid, known.home_bssid.bytes, sizeof msg.last_bssid);
     uint32_t vap_idx;
     if (client_mgr_get_vap_idx(entry.bssid, &vap_idx) != 0) {
         CM_LOG(LOG_ERROR, "Invalid ap bssid in fetch client info msg");
@@ -93,9 +93,9 @@ bool complete_roam(const client_entry &entry, const client_info &known) {
     }
     client_info client = {};
     const wipe_guard guard(client.pmk);
-    memcpy(client.cl_mac, entry.client, sizeof client.cl_mac);
-    memcpy(client.home_bssid, entry.home_bssid, sizeof client.home_bssid);
-    memcpy(client.assoc_bssid, entry.bssid, sizeof client.assoc_bssid);
+    memcpy(client.cl_mac.bytes, entry.client, sizeof client.cl_mac);
+    memcpy(client.home_bssid.bytes, entry.home_bssid, sizeof client.home_bssid);
+    memcpy(client.assoc_bssid.bytes, entry.bssid, sizeof client.assoc_bssid);
     client.home_vlan = static_cast<int32_t>(uint32_t{entry.home_vlan});
     client.assoc_vlan = static_cast<int32_t>(g_cfg.vaps[vap_idx].vlan);
     memcpy(client.cl_ip, entry.ip, sizeof client.cl_ip);
@@ -123,7 +123,7 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
         client_mgr_get_clinfo_frm_ctrlr(msg.client, msg.bssid, msg.last_bssid, CLIENT_MGR_CLIENT_INFO_FETCH);
         return;
     }
-    memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip.bytes);
+    memcpy(msg.ip.bytes, known->cl_ip, sizeof msg.ip);
     client_mgr_syslog(LOG_USER | LOG_INFO,
                       "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
                       MAC_ARG(msg.bssid), MAC_ARG(msg.client), MAC_ARG(msg.last_bssid));
@@ -138,11 +138,11 @@ void client_mgr_send_assoc_foreign_msg(uint8_t *payload) {
     const vap_ifname ifname = make_vap_ifname(vap.ifname);
     const auto vlan = static_cast<int32_t>(vap.vlan);
     if ((client.flag & CLIENT_FLAG_GUEST) != 0 && vlan != client.home_vlan) {
-        client_mgr_sta_disassoc(ifname.text, msg.bssid, client.cl_mac, 1);
+        client_mgr_sta_disassoc(ifname.text, msg.bssid, client.cl_mac.bytes, 1);
         return;
     }
     client_mgr_send_foreign_client_update_msg(payload, CLIENT_MGR_FOREIGN_CLIENT_ASSOC);
-    memcpy(client.assoc_bssid, msg.bssid, sizeof client.assoc_bssid);
+    memcpy(client.assoc_bssid.bytes, msg.bssid, sizeof client.assoc_bssid);
     client.bssid_idx = static_cast<int32_t>(vap_idx);
     client.assoc_vlan = vlan;
     bridge_entry entry = {.ifname = ifname.text, .device = nullptr, .ip = {}, .tunnel = 0};

@@ -23,7 +23,7 @@ namespace {
 // Lets a guest reach the portal from its new address and, if it had one, no longer from its old one.
 void let_guest_reach_portal(const client_info &known, const uint8_t new_ip[4], const char *ifname) {
     uint32_t vap_idx;
-    if (client_mgr_get_vap_idx(known.assoc_bssid, &vap_idx) != 0) {
+    if (client_mgr_get_vap_idx(known.assoc_bssid.bytes, &vap_idx) != 0) {
         CM_LOG(LOG_ERROR, "Get VAP Index failed, captive portal set failed");
         return;
     }
@@ -31,17 +31,17 @@ void let_guest_reach_portal(const client_info &known, const uint8_t new_ip[4], c
     if (ipv4_number(known.cl_ip) != 0) {
         remove_guest_entries(vap, known.cl_ip, nullptr);
     }
-    install_guest_entries(vap, known.cl_mac, new_ip, ifname);
+    install_guest_entries(vap, known.cl_mac.bytes, new_ip, ifname);
 }
 
 void report_ip(const client_info &client) {
     assoc_notification report = {};
-    memcpy(report.client, client.cl_mac, sizeof report.client);
-    memcpy(report.bssid, client.assoc_bssid, sizeof report.bssid);
-    memcpy(report.ip.bytes, client.cl_ip, sizeof report.ip.bytes);
+    memcpy(report.client, client.cl_mac.bytes, sizeof report.client);
+    memcpy(report.bssid, client.assoc_bssid.bytes, sizeof report.bssid);
+    memcpy(report.ip.bytes, client.cl_ip, sizeof report.ip);
     client_mgr_send_client_update_msg(reinterpret_cast<const uint8_t *>(&report), CLIENT_MGR_CLIENT_IP);
     client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Event " MAC_FMT " -- " MAC_FMT " [Set IP=%d.%d.%d.%d]",
-                      MAC_ARG(client.assoc_bssid), MAC_ARG(client.cl_mac), client.cl_ip[0], client.cl_ip[1],
+                      MAC_ARG(client.assoc_bssid.bytes), MAC_ARG(client.cl_mac.bytes), client.cl_ip[0], client.cl_ip[1],
                       client.cl_ip[2], client.cl_ip[3]);
 }
 
@@ -86,7 +86,7 @@ void client_mgr_proc_client_guest_auth(uint8_t *rec) {
         return;
     }
     uint32_t vap_idx;
-    if (client_mgr_get_vap_idx(known->assoc_bssid, &vap_idx) != 0) {
+    if (client_mgr_get_vap_idx(known->assoc_bssid.bytes, &vap_idx) != 0) {
         // The association's text serves here as well.
         CM_LOG(LOG_ERROR, "Invalid ap bssid in assoc msg");
         return;

@@ -62,7 +62,7 @@ void ask_controller(const acl_auth_request &request, uint32_t vap_idx, int32_t c
     // Pending even when the request could not be sent: it is repeated when the driver asks again, 11 seconds or more
     // later.
     acl_cache_entry pending = {};
-    memcpy(pending.acl_mac, request.client, sizeof pending.acl_mac);
+    memcpy(pending.acl_mac.bytes, request.client, sizeof pending.acl_mac);
     pending.timestamp = current_seconds();
     pending.state = ACL_STATE_PENDING;
     client_mgr_acl_mac_update(&pending, cache_slot);

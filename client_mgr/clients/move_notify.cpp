@@ -35,14 +35,14 @@ int moved(const char *caller, const moved_body &body, const client_info &known, 
         CM_LOG(LOG_EVENT, "Not a local client, but update rcvd");
         return -1;
     }
-    memcpy(client.assoc_bssid, body.new_bssid, sizeof client.assoc_bssid);
+    memcpy(client.assoc_bssid.bytes, body.new_bssid, sizeof client.assoc_bssid);
     client.assoc_vlan = body.new_vlan;
     // One byte on the wire: a home VLAN above 255 never matches. On a match nothing is stored, not even the BSSID.
     if (client.assoc_vlan == client.home_vlan) {
         return 0;
     }
     client.flag |= CLIENT_FLAG_TUNNEL;
-    kxbr_api_add_client(client.cl_mac, "tun0", "eth0", static_cast<uint32_t>(client.home_vlan), 0, 0);
+    kxbr_api_add_client(client.cl_mac.bytes, "tun0", "eth0", static_cast<uint32_t>(client.home_vlan), 0, 0);
     client_tbl_mac_update(&client, slot);
     log_bridge_add(caller, client);
     return 0;
@@ -50,7 +50,7 @@ int moved(const char *caller, const moved_body &body, const client_info &known, 
 
 int moved_away(const char *caller, const move_notify_body &body, const client_info &known, int32_t slot) {
     uint8_t bssid[6];
-    memcpy(bssid, known.assoc_bssid, sizeof bssid);
+    memcpy(bssid, known.assoc_bssid.bytes, sizeof bssid);
     CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, MAC_ARG(bssid));
     for (const vap_cfg &vap : g_cfg.vaps) {
         if (memcmp(vap.bssid, bssid, sizeof bssid) != 0) {

@@ -31,9 +31,9 @@ int send_pmk_add(const pmk_info_message &msg) {
 client_info make_client(const pmk_info_message &msg, uint32_t vap_idx) {
     const auto vlan = static_cast<int32_t>(g_cfg.vaps[vap_idx].vlan);
     client_info client = {};
-    memcpy(client.cl_mac, msg.client, sizeof client.cl_mac);
-    memcpy(client.home_bssid, msg.bssid, sizeof client.home_bssid);
-    memcpy(client.assoc_bssid, msg.bssid, sizeof client.assoc_bssid);
+    memcpy(client.cl_mac.bytes, msg.client, sizeof client.cl_mac);
+    memcpy(client.home_bssid.bytes, msg.bssid, sizeof client.home_bssid);
+    memcpy(client.assoc_bssid.bytes, msg.bssid, sizeof client.assoc_bssid);
     client.home_vlan = vlan;
     client.assoc_vlan = vlan;
     client.bssid_idx = static_cast<int32_t>(vap_idx);

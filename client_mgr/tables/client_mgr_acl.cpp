@@ -46,7 +46,7 @@ struct verdicts {
     static int32_t &free_index() { return client_mgr_acl_free_index; }
     static int32_t &last_used() { return client_mgr_acl_last_used; }
     static int32_t &last_deleted() { return client_mgr_acl_last_deleted; }
-    static const uint8_t *key(const slot &s) { return s.acl_mac; }
+    static const uint8_t *key(const slot &s) { return s.acl_mac.bytes; }
     static char *key_text(slot &s) { return s.acl_mac_str; }
     static void erase(slot &s) { memset(&s, 0, offsetof(slot, hash_index)); }
     static void warn_loop(uint32_t bucket) {
@@ -83,6 +83,12 @@ void client_mgr_acl_mac_update(const acl_cache_entry *e, int32_t idx) { table::u
 acl_cache_entry *client_mgr_acl_get_fast(const uint8_t *mac, int32_t *idx) {
     const int32_t now = current_seconds();
     return table::get(mac, idx, [now](const acl_cache_entry &e) { return !expired(e, now); });
+}
+
+acl_lookup find_acl_entry(const mac_address &mac) {
+    acl_lookup found;
+    found.record = client_mgr_acl_get_fast(mac.bytes, &found.slot);
+    return found;
 }
 
 int32_t client_mgr_acl_drv_mac_delete(int32_t idx) { return table::remove(idx); }

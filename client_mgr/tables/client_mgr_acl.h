@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/mac_address.h"
+
 // acl_cache_entry::state
 enum : int32_t {
     ACL_STATE_DENIED = 0,
@@ -25,7 +27,7 @@ inline constexpr unsigned ACL_CACHE_SWEEP_SECS = 60;
 // One verdict. Integers in the host's order; indexes are -1 for none.
 struct acl_cache_entry {
     // What add and update take from the caller.
-    uint8_t acl_mac[6];    // the key
+    mac_address acl_mac;   // the key
     char acl_mac_str[18];  // acl_mac as text; written by an add
     int32_t timestamp;     // seconds of time(): when the request was sent or the verdict arrived
     int32_t state;         // ACL_STATE_*
@@ -66,5 +68,16 @@ int32_t client_mgr_acl_drv_mac_delete(int32_t idx);
 // Timer callback: frees every entry of 30 seconds or more and arms the next run in 60 seconds.
 void client_mgr_acl_cache_expire(void *ctx1, void *ctx2);
 }
+
+// What a lookup found: the entry and its slot; null and -1 when there is no valid entry.
+struct acl_lookup {
+    acl_cache_entry *record = nullptr;
+    int32_t slot = -1;
+
+    explicit operator bool() const { return record != nullptr; }
+};
+
+// client_mgr_acl_get_fast for a caller that has no slot yet: its trace shows the slot as -1.
+acl_lookup find_acl_entry(const mac_address &mac);
 
 #endif

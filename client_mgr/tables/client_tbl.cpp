@@ -53,7 +53,7 @@ struct clients {
     static int32_t &free_index() { return client_tbl_free_index; }
     static int32_t &last_used() { return client_tbl_last_used; }
     static int32_t &last_deleted() { return client_tbl_last_deleted; }
-    static const uint8_t *key(const slot &s) { return s.cl_mac; }
+    static const uint8_t *key(const slot &s) { return s.cl_mac.bytes; }
     static char *key_text(slot &s) { return s.cl_mac_str; }
     static void erase(slot &s) { memcpy(&s, &NO_CLIENT, offsetof(slot, hash_index)); }
     // The foreign name in both texts is intended: what reads the console looks for it.
@@ -104,6 +104,12 @@ void client_tbl_mac_update(const client_info *info, int32_t idx) { table::update
 
 client_info *client_tbl_client_get_fast(const uint8_t *mac, int32_t *idx) {
     return table::get(mac, idx, [](const client_info &) { return true; });
+}
+
+client_lookup find_client(const mac_address &mac) {
+    client_lookup found;
+    found.record = client_tbl_client_get_fast(mac.bytes, &found.slot);
+    return found;
 }
 
 int32_t client_tbl_drv_mac_delete(int32_t idx) { return table::remove(idx); }

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/mac_address.h"
+
 // client_info::flag
 enum : uint32_t {
     CLIENT_FLAG_LOCAL = 0x01,    // associated to a VAP of this access point as its home
@@ -25,10 +27,10 @@ inline constexpr int32_t CLIENT_TBL_SIZE = 2048;
 // One client. Integers in the host's order; indexes are -1 for none.
 struct client_info {
     // The client's data: what add and update take from the caller.
-    uint8_t cl_mac[6];       // the key
-    char cl_mac_str[18];     // cl_mac as "02:00:00:00:10:00"; written by an add
-    uint8_t home_bssid[6];   // VAP of the client's home access point
-    uint8_t assoc_bssid[6];  // VAP the client is on; zero for a client known by the controller's word alone
+    mac_address cl_mac;       // the key
+    char cl_mac_str[18];      // cl_mac as "02:00:00:00:10:00"; written by an add
+    mac_address home_bssid;   // VAP of the client's home access point
+    mac_address assoc_bssid;  // VAP the client is on; zero for a client known by the controller's word alone
     int32_t home_vlan;
     int32_t assoc_vlan;  // of the VAP the client is on
     uint8_t cl_ip[4];    // IPv4 address, network order
@@ -73,5 +75,16 @@ client_info *client_tbl_client_get_fast(const uint8_t *mac, int32_t *idx);
 // Frees the slot. Returns idx, or -1 when no client is in it.
 int32_t client_tbl_drv_mac_delete(int32_t idx);
 }
+
+// What a lookup found: the record and its slot; null and -1 when there is no such client.
+struct client_lookup {
+    client_info *record = nullptr;
+    int32_t slot = -1;
+
+    explicit operator bool() const { return record != nullptr; }
+};
+
+// client_tbl_client_get_fast for a caller that has no slot yet: its trace shows the slot as -1.
+client_lookup find_client(const mac_address &mac);
 
 #endif

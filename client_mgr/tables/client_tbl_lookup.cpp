@@ -51,7 +51,7 @@ client_info *client_tbl_client_get(int32_t idx, int32_t *prev) {
     if (prev != nullptr) {
         *prev = rec->prev;
     }
-    CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, MAC_ARG(rec->cl_mac));
+    CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, MAC_ARG(rec->cl_mac.bytes));
     return rec;
 }
 

@@ -84,7 +84,7 @@ template <class Table>
 void fill(Table &table, const std::vector<mac_address> &addresses, std::size_t residents) {
     client_info client = {};
     for (std::size_t i = 0; i < residents; i++) {
-        std::memcpy(client.cl_mac, addresses[i].data(), sizeof client.cl_mac);
+        client.cl_mac = addresses[i];
         table.add(client);
     }
 }
@@ -135,7 +135,7 @@ void churn(benchmark::State &state, const address_set &set, std::size_t resident
     for (auto _ : state) {
         for (std::size_t i = 0; i < stream_length; i++) {
             table.remove(addresses[oldest]);
-            std::memcpy(client.cl_mac, addresses[next].data(), sizeof client.cl_mac);
+            client.cl_mac = addresses[next];
             table.add(client);
             oldest = (oldest + 1) % stream_length;
             next = (next + 1) % stream_length;

@@ -28,8 +28,6 @@
 
 namespace bench {
 
-using mac_address = std::array<std::uint8_t, 6>;
-
 inline constexpr std::size_t most_clients = CLIENT_TBL_SIZE;
 
 // What the others store.
@@ -45,12 +43,6 @@ struct client_data {
     std::array<std::uint8_t, 64> rest;
 };
 static_assert(sizeof(client_data) == offsetof(client_info, hash_index));
-
-inline mac_address mac_of(const client_info &client) {
-    mac_address mac;
-    std::memcpy(mac.data(), client.cl_mac, mac.size());
-    return mac;
-}
 
 class daemon_table {
 public:
@@ -68,7 +60,7 @@ public:
     [[gnu::noinline]] std::int32_t find(const mac_address &mac) {
         std::int32_t at = client_hash_tbl[mac_hash(mac.data())];
         for (int steps = 0; at != NO_SLOT && steps < CLIENT_TBL_SIZE; steps++) {
-            if (mac_equal(client_info_tbl[at].cl_mac, mac.data())) {
+            if (mac_equal(client_info_tbl[at].cl_mac.bytes, mac.data())) {
                 return at;
             }
             at = client_info_tbl[at].hash_next;
@@ -81,7 +73,7 @@ public:
 template <class Map>
 class map_table {
 public:
-    void add(const client_info &client) { map_.emplace(number(mac_of(client)), client); }
+    void add(const client_info &client) { map_.emplace(number(client.cl_mac), client); }
     void remove(const mac_address &mac) { map_.erase(number(mac)); }
     const client_data *find(const mac_address &mac) {
         auto found = map_.find(number(mac));

@@ -66,11 +66,11 @@ void set_mac(uint8_t mac[6], uint8_t number) {
 
 void add_client(uint8_t number, uint32_t flag, unsigned vap, bool associated, int32_t home_vlan) {
     client_info client = {};
-    set_mac(client.cl_mac, number);
+    set_mac(client.cl_mac.bytes, number);
     const bool local = (flag & CLIENT_FLAG_LOCAL) != 0;
-    memcpy(client.home_bssid, local ? BSSID[vap] : BSSID_ELSEWHERE, sizeof client.home_bssid);
+    memcpy(client.home_bssid.bytes, local ? BSSID[vap] : BSSID_ELSEWHERE, sizeof client.home_bssid);
     if (associated) {
-        memcpy(client.assoc_bssid, BSSID[vap], sizeof client.assoc_bssid);
+        memcpy(client.assoc_bssid.bytes, BSSID[vap], sizeof client.assoc_bssid);
     }
     client.home_vlan = home_vlan;
     client.assoc_vlan = static_cast<int32_t>(VLAN[vap]);
@@ -84,7 +84,7 @@ void add_client(uint8_t number, uint32_t flag, unsigned vap, bool associated, in
 
 void add_verdict(uint8_t number, int32_t state, int64_t now) {
     acl_cache_entry entry = {};
-    set_mac(entry.acl_mac, number);
+    set_mac(entry.acl_mac.bytes, number);
     entry.state = state;
     entry.timestamp = static_cast<int32_t>(now);
     client_mgr_acl_mac_add(&entry);
@@ -101,10 +101,10 @@ void fill_tables(int64_t now) {
     }
     for (unsigned i = 0; i < CLIENT_TBL_SIZE; i++) {
         client_info client = {};
-        memcpy(client.cl_mac, sim::mac_number(i).data(), sizeof client.cl_mac);
+        memcpy(client.cl_mac.bytes, sim::mac_number(i).data(), sizeof client.cl_mac);
         client_tbl_mac_add(&client);
         acl_cache_entry entry = {};
-        memcpy(entry.acl_mac, client.cl_mac, sizeof entry.acl_mac);
+        entry.acl_mac = client.cl_mac;
         entry.timestamp = static_cast<int32_t>(now);
         client_mgr_acl_mac_add(&entry);
     }

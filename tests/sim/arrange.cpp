@@ -61,17 +61,21 @@ int32_t have_client(site &sim, const client_info &client) {
 
 const client_info *stored_client(std::string_view mac) {
     return slot_with<client_info>(
-        client_info_tbl, [](const client_info &s) { return s.cl_mac; }, mac);
+        client_info_tbl, [](const client_info &s) { return s.cl_mac.bytes; }, mac);
 }
 
 const acl_cache_entry *stored_verdict(std::string_view mac) {
     return slot_with<acl_cache_entry>(
-        client_acl_cache, [](const acl_cache_entry &s) { return s.acl_mac; }, mac);
+        client_acl_cache, [](const acl_cache_entry &s) { return s.acl_mac.bytes; }, mac);
 }
 
 void set_mac(uint8_t dst[6], std::string_view mac) { set_bytes(dst, mac_bytes(mac)); }
 
+void set_mac(mac_address &dst, std::string_view mac) { set_mac(dst.bytes, mac); }
+
 void set_bytes(uint8_t *dst, const bytes &value) { std::copy(value.begin(), value.end(), dst); }
+
+void set_bytes(mac_address &dst, const bytes &value) { set_bytes(dst.bytes, value); }
 
 void set_text(char *dst, size_t width, std::string_view text) {
     const bytes field = padded(text, width);

@@ -32,7 +32,9 @@ const client_info *stored_client(std::string_view mac);
 const acl_cache_entry *stored_verdict(std::string_view mac);
 
 void set_mac(uint8_t dst[6], std::string_view mac);
+void set_mac(mac_address &dst, std::string_view mac);
 void set_bytes(uint8_t *dst, const bytes &value);
+void set_bytes(mac_address &dst, const bytes &value);
 void set_text(char *dst, size_t width, std::string_view text);
 // The client data of a record: the 88 bytes that callers and the table exchange.
 bytes client_data(const client_info &client);

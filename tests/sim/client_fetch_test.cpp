@@ -128,7 +128,7 @@ SIM_TEST(client_request, leaves_a_known_client_as_it_is) {
     client.flag = 0x01;
     have_client(sim, client);
     const bytes bssid = mac_bytes(BSSID);
-    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(client.cl_mac, bssid.data(), bssid.data(), 13));
+    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(client.cl_mac.bytes, bssid.data(), bssid.data(), 13));
     sim.expect({client_lookup(CLIENT, true), fetch_request(13, CLIENT, BSSID)});
     expect_stored(client);
 }

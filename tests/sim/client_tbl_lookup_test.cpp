@@ -24,7 +24,7 @@ int32_t add(const bytes &mac) {
     return client_tbl_mac_add(&c);
 }
 
-std::string mac_string(const client_info *c) { return c == nullptr ? "none" : mac_text(c->cl_mac); }
+std::string mac_string(const client_info *c) { return c == nullptr ? "none" : mac_text(c->cl_mac.bytes); }
 
 steps find_by_text(std::string_view mac, int idx) {
     return trace_enter("client_tbl_find_client_str") + trace_enter("client_tbl_lock_find_client_str") +

@@ -61,7 +61,7 @@ void whenever_not_ready(const std::function<void()> &event) {
 void expect_stored(const client_info &expected, const char *file, int line) {
     const testing::ScopedTrace here(file, line, "expected here");
     client_info wanted = expected;
-    const std::string mac = mac_text(expected.cl_mac);
+    const std::string mac = mac_text(expected.cl_mac.bytes);
     set_text(wanted.cl_mac_str, sizeof(wanted.cl_mac_str), mac);
     const client_info *stored = stored_client(mac);
     ASSERT_NE(nullptr, stored);

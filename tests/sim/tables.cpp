@@ -15,8 +15,8 @@ namespace {
 constexpr int SIZE = 2048;
 constexpr int NONE = -1;
 
-const uint8_t *key(const client_info &s) { return s.cl_mac; }
-const uint8_t *key(const acl_cache_entry &s) { return s.acl_mac; }
+const uint8_t *key(const client_info &s) { return s.cl_mac.bytes; }
+const uint8_t *key(const acl_cache_entry &s) { return s.acl_mac.bytes; }
 
 constexpr client_info no_client() {
     client_info s = {};

@@ -36,7 +36,7 @@ const char *fault(const client_info &c) {
     if ((c.flag & ~CLIENT_FLAGS) != 0) {
         return "has an unknown flag";
     }
-    return is_text_of(c.cl_mac_str, c.cl_mac) ? nullptr : "has another text than its MAC address";
+    return is_text_of(c.cl_mac_str, c.cl_mac.bytes) ? nullptr : "has another text than its MAC address";
 }
 
 const char *fault(const acl_cache_entry &e) {
@@ -44,8 +44,9 @@ const char *fault(const acl_cache_entry &e) {
         return "has an unknown state";
     }
     // An entry that was asked about again has no text: the update of a slot takes it as the caller left it.
-    return e.acl_mac_str[0] == '\0' || is_text_of(e.acl_mac_str, e.acl_mac) ? nullptr
-                                                                            : "has another text than its MAC address";
+    return e.acl_mac_str[0] == '\0' || is_text_of(e.acl_mac_str, e.acl_mac.bytes)
+               ? nullptr
+               : "has another text than its MAC address";
 }
 
 template <class Slot>

@@ -18,7 +18,7 @@ const client_info *client_of(int station) {
     const bytes mac = station_mac(station);
     for (const int slot : used_clients()) {
         const client_info &c = client_info_tbl[slot];
-        if (memcmp(c.cl_mac, mac.data(), mac.size()) == 0) {
+        if (memcmp(c.cl_mac.bytes, mac.data(), mac.size()) == 0) {
             return &c;
         }
     }
@@ -83,7 +83,7 @@ void guest_rules::new_address(const step &s) {
     if (!ready() || !is_guest(client) || memcmp(client->cl_ip, s.ip.data(), 4) == 0) {
         return;
     }
-    const int vap = vap_with(client->assoc_bssid);
+    const int vap = vap_with(client->assoc_bssid.bytes);
     if (vap < 0) {
         return;
     }
@@ -97,14 +97,14 @@ void guest_rules::new_address(const step &s) {
     }
     count++;
     const std::string address = dotted(s.ip.data());
-    commands_.push_back("arp -s " + address + " " + mac_text(client->cl_mac) + " dev ath1");
+    commands_.push_back("arp -s " + address + " " + mac_text(client->cl_mac.bytes) + " dev ath1");
     commands_.push_back("route add " + address + "/32 dev ath1");
 }
 
 // Whoever the controller lets through: entries go as long as the VAP counts any, also for one that had none.
 void guest_rules::authorised(const step &s) {
     const client_info *client = client_of(s.station);
-    const int vap = client != nullptr ? vap_with(client->assoc_bssid) : -1;
+    const int vap = client != nullptr ? vap_with(client->assoc_bssid.bytes) : -1;
     if (vap < 0) {
         return;
     }
@@ -170,7 +170,7 @@ std::vector<std::string> guest_rules::faults(const std::vector<std::string> &com
     for (int i = 0; i < STATIONS; i++) {
         const client_info *client = client_of(i);
         if (client != nullptr && is_guest(client) != guest_[static_cast<size_t>(i)]) {
-            faults.push_back("by the rules station " + mac_text(client->cl_mac) +
+            faults.push_back("by the rules station " + mac_text(client->cl_mac.bytes) +
                              (guest_[static_cast<size_t>(i)] ? " is a guest" : " is no guest"));
         }
     }

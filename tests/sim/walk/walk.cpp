@@ -32,7 +32,7 @@ constexpr std::string_view COMMAND = "system(";
 std::set<bytes> clients() {
     std::set<bytes> macs;
     for (const int slot : used_clients()) {
-        const uint8_t *mac = client_info_tbl[slot].cl_mac;
+        const uint8_t *mac = client_info_tbl[slot].cl_mac.bytes;
         macs.insert(bytes(mac, mac + 6));
     }
     return macs;
@@ -43,9 +43,9 @@ std::set<bytes> clients_on(std::initializer_list<bytes> bssids) {
     std::set<bytes> macs;
     for (const int slot : used_clients()) {
         const client_info &c = client_info_tbl[slot];
-        const bytes bssid(c.assoc_bssid, c.assoc_bssid + 6);
+        const bytes bssid(c.assoc_bssid.bytes, c.assoc_bssid.bytes + 6);
         if (std::find(bssids.begin(), bssids.end(), bssid) != bssids.end()) {
-            macs.insert(bytes(c.cl_mac, c.cl_mac + 6));
+            macs.insert(bytes(c.cl_mac.bytes, c.cl_mac.bytes + 6));
         }
     }
     return macs;
