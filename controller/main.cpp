@@ -1,4 +1,4 @@
-// The lab's controller.
+// site_controller: the controller of the access points of a site.
 #include <event2/event.h>
 
 #include <CLI/CLI.hpp>
@@ -35,7 +35,7 @@ struct options {
 using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
 using event_ptr = std::unique_ptr<event, void (*)(event *)>;
 
-// "[::1]:7443" gives "::1" and 7443; none when `text` is no address and port.
+// "[::1]:7443" gives "::1" and 7443. Returns none when `text` is not an address and a port.
 std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::string &text) {
     const std::size_t colon = text.rfind(':');
     std::string host = text.substr(0, colon);
@@ -52,35 +52,36 @@ std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::st
 
 void add_options(CLI::App &app, options &chosen) {
     app.set_version_flag("--version", "site_controller " CLIENT_MGR_VERSION);
-    app.add_option("--listen", chosen.listen, "Where to listen; port 0 takes a free one")
+    app.add_option("--listen", chosen.listen, "Address and port to listen on; port 0 is any free port")
         ->type_name("ADDRESS:PORT")
         ->check([](const std::string &text) { return split_address(text) ? "" : "expected ADDRESS:PORT"; })
         ->capture_default_str();
-    app.add_option("--port-file", chosen.port_file, "Write the port to this file, once it listens")->type_name("FILE");
-    app.add_option("--ca", chosen.ca, "Certificate of the authority that signed the access points' certificates")
+    app.add_option("--port-file", chosen.port_file, "Write the port to this file once the controller listens")
+        ->type_name("FILE");
+    app.add_option("--ca", chosen.ca, "Certificate of the authority that signs the access points' certificates")
         ->type_name("FILE")
         ->required();
     app.add_option("--certificate", chosen.certificate, "The controller's own certificate")
         ->type_name("FILE")
         ->required();
-    app.add_option("--key", chosen.key, "The key of its certificate")->type_name("FILE")->required();
-    app.add_option("--control", chosen.control, "Path of the control socket, for sitectl")->type_name("PATH");
+    app.add_option("--key", chosen.key, "The key of the controller's certificate")->type_name("FILE")->required();
+    app.add_option("--control", chosen.control, "Path of the control socket for sitectl")->type_name("PATH");
     app.add_flag("--json", chosen.json, "Print one JSON object per record");
-    app.add_flag("--events", chosen.events, "With --json, print objects for tunnel events and sent records too")
+    app.add_flag("--events", chosen.events, "With --json, also print objects for tunnel events and sent records")
         ->needs("--json");
-    auto *passive = app.add_flag("--passive", chosen.passive, "Only listen: answer nothing, ask for nothing");
-    app.add_option("--acl", chosen.acl, "TOML file of the MAC access control lists; without it all are allowed")
+    auto *passive = app.add_flag("--passive", chosen.passive, "Only listen: send no answers and no requests");
+    app.add_option("--acl", chosen.acl, "TOML file of MAC access control lists; without it every client is allowed")
         ->type_name("FILE")
         ->excludes(passive);
 }
 
-// Written aside and moved, so that whoever waits for the file finds the whole number in it.
+// Writes a temporary file and renames it, so that a reader never finds an incomplete number.
 void write_port(const std::string &file, std::uint16_t port) {
     const std::string aside = file + ".new";
     std::ofstream(aside) << port << '\n';
     if (std::ifstream(aside).peek() == std::ifstream::traits_type::eof() ||
         std::rename(aside.c_str(), file.c_str()) != 0) {
-        throw std::runtime_error(file + ": cannot be written");
+        throw std::runtime_error("cannot write " + file);
     }
 }
 
@@ -138,7 +139,7 @@ int run(const options &chosen) {
     }
     event_base_dispatch(base.get());
     if (output_failed) {
-        throw std::runtime_error("standard output takes no more lines");
+        throw std::runtime_error("cannot write to standard output");
     }
     return 0;
 }
@@ -148,7 +149,7 @@ int run(const options &chosen) {
 int main(int argc, char **argv) {
     try {
         options chosen;
-        CLI::App app("Serves access points as their controller and shows every record they send.", "site_controller");
+        CLI::App app("Controls the access points of a site and prints every record they send.", "site_controller");
         add_options(app, chosen);
         if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;

@@ -1,4 +1,4 @@
-// An operator's command to the lab's controller.
+// sitectl: sends an operator's command to the site controller.
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -21,7 +21,8 @@ namespace {
 constexpr timeval wait_limit = {10, 0};
 
 [[noreturn]] void fail(const std::string &path) {
-    throw std::runtime_error(path + ": " + (errno == EAGAIN ? "the controller does not answer" : std::strerror(errno)));
+    throw std::runtime_error(path + ": " +
+                             (errno == EAGAIN ? "no answer from the controller within 10 s" : std::strerror(errno)));
 }
 
 class connection {
@@ -30,7 +31,7 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         if (path.size() >= sizeof(address.sun_path)) {
-            throw std::runtime_error(path + ": the name is too long for a socket");
+            throw std::runtime_error(path + ": too long for the name of a socket");
         }
         path.copy(address.sun_path, path.size());
         fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -44,7 +45,8 @@ public:
     connection(const connection &) = delete;
     connection &operator=(const connection &) = delete;
 
-    // A controller that refuses the command may answer and close before it has read all of it.
+    // A controller that refuses the command may close the connection before it has read the whole command; its answer
+    // can be read all the same.
     void send(std::string_view text) {
         while (!text.empty()) {
             const ssize_t size = write(fd_, text.data(), text.size());
@@ -82,7 +84,7 @@ int run(const std::string &control, const std::vector<std::string> &words) {
         line += (line.empty() ? "" : " ") + word;
     }
     if (line.find('\n') != std::string::npos) {
-        throw std::runtime_error("a command is one line");
+        throw std::runtime_error("the command contains a line break");
     }
     connection to(control);
     to.send(line + '\n');
@@ -92,7 +94,7 @@ int run(const std::string &control, const std::vector<std::string> &words) {
         return std::cout ? 0 : 1;
     }
     throw std::runtime_error(answer.starts_with("error ") ? answer.substr(6, answer.find('\n') - 6)
-                                                          : "the controller went away without an answer");
+                                                          : "the controller closed the connection without an answer");
 }
 
 }  // namespace
@@ -102,10 +104,10 @@ int main(int argc, char **argv) {
         std::signal(SIGPIPE, SIG_IGN);
         std::string control;
         std::vector<std::string> words;
-        CLI::App app("Tells the lab's controller what to do, and asks it what it knows.", "sitectl");
+        CLI::App app("Sends a command to the site controller and prints the answer.", "sitectl");
         app.set_version_flag("--version", "sitectl " CLIENT_MGR_VERSION);
         app.add_option("--control", control, "Path of the controller's control socket")->type_name("PATH")->required();
-        app.add_option("command", words, "The command and its arguments; --json has it answer in JSON")
+        app.add_option("command", words, "The command and its arguments; with --json lists are printed as JSON")
             ->type_name("")
             ->required();
         app.prefix_command();

@@ -1,4 +1,4 @@
-"""The lab's controller as a process, and what it says."""
+"""The site controller's process and its output."""
 
 import json
 import socket
