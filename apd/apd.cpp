@@ -7,7 +7,6 @@
 #include "apd/log.h"
 #include "apd/vap_changes.h"
 #include "common/ipv4.h"
-#include "kx/apcomm.h"
 #include "wire/apcomm_channel.h"
 #include "wire/local_messages.h"
 
@@ -82,7 +81,7 @@ void platform_daemon::tunnel_up() {
 
 void platform_daemon::tunnel_down() {
     if (channel_.is_registered()) {
-        send_status(APCOMM_STATUS_DOWN, 0);
+        send_status(kx::apcomm_status_down, 0);
     }
     channel_.resume();
     publish_status();
@@ -92,7 +91,7 @@ void platform_daemon::report_link_to_daemon() {
     if (!link_.is_up() || !channel_.is_registered()) {
         return;
     }
-    send_status(APCOMM_STATUS_UP, link_.controller_ip());
+    send_status(kx::apcomm_status_up, link_.controller_ip());
     // The client manager loads its VAPs only while it knows a controller.
     inbox_.send(KX_MSG_ID_VAP_INIT);
 }
@@ -106,7 +105,7 @@ void platform_daemon::send_status(std::uint32_t status, std::uint32_t ctrl_ip) {
 }
 
 void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
-    if (destination != APCOMM_DEST_CLIENT_MGR) {
+    if (destination != kx::apcomm_destination_client_mgr) {
         log_line("dropped a message from the controller to unknown peer " + std::to_string(destination));
         return;
     }

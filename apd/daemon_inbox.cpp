@@ -10,7 +10,6 @@
 
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
-#include "kx/kx_ipc.h"
 #include "wire/apcomm_channel.h"
 #include "wire/local_messages.h"
 
@@ -27,7 +26,7 @@ ipc_hdr make_header(std::uint32_t id, std::size_t payload_size) {
     ipc_hdr header{};
     header.id = id;
     header.len = static_cast<std::uint32_t>(payload_size);
-    header.flags = KX_IPC_FLAG_NOTIFICATION;
+    header.flags = kx::ipc_flag_notification;
     return header;
 }
 

@@ -12,11 +12,9 @@
 #include <vector>
 
 #include "common/drop_log.h"
+#include "wire/local_ipc.h"
 
 namespace kx {
-
-inline constexpr std::size_t ipc_header_size = 12;
-inline constexpr std::size_t ipc_message_max = 16384;  // header included
 
 struct ipc_message {
     std::uint32_t id = 0;

@@ -12,14 +12,15 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "common/local_ipc.h"
 #include "wire/big_endian.h"
+#include "wire/local_ipc.h"
 
 namespace kx {
 
 inline constexpr std::size_t apcomm_message_max = 16384;
 inline constexpr std::size_t apcomm_waiting_max = std::size_t{256} * 1024;  // of a packet_ring in the daemon
 inline constexpr std::uint32_t apcomm_destination_apd = 0;
+inline constexpr std::uint32_t apcomm_destination_client_mgr = 106;  // the client manager's peer on the controller
 
 struct apcomm_packet {
     be32 destination;
@@ -28,9 +29,12 @@ struct apcomm_packet {
 inline constexpr std::uint32_t apcomm_kind_status = 1;
 inline constexpr std::uint32_t apcomm_kind_part = 2;
 
+inline constexpr std::uint32_t apcomm_status_down = 0;
+inline constexpr std::uint32_t apcomm_status_up = 1;
+
 struct apcomm_status {
     be32 kind;
-    be32 status;   // APCOMM_STATUS_DOWN or APCOMM_STATUS_UP
+    be32 status;   // apcomm_status_down or apcomm_status_up
     be32 ctrl_ip;  // as a number; 0 when down
 };
 

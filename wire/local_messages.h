@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "wire/big_endian.h"
+#include "wire/local_ipc.h"
 
 // Local message ids: what arrives at "/kx/ipc/client_mgr". Notifications unless marked.
 enum : uint32_t {
@@ -43,14 +44,6 @@ enum : uint32_t {
     HOSTAPD_PMK_ADD = 2,
     HOSTAPD_PMK_FETCH_RESP = 129,
 };
-
-// Local message header.
-struct ipc_hdr {
-    be32 id;
-    be32 len;  // of the payload
-    be32 flags;
-};
-static_assert(sizeof(ipc_hdr) == 12);
 
 // Payload of KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_DISASSOCIATION and KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION.
 struct assoc_notification {

@@ -23,6 +23,9 @@
 
 namespace {
 
+static_assert(kx::apcomm_status_down == APCOMM_STATUS_DOWN && kx::apcomm_status_up == APCOMM_STATUS_UP);
+static_assert(kx::apcomm_destination_client_mgr == APCOMM_DEST_CLIENT_MGR);
+
 constexpr unsigned first_retry_ms = 100, last_retry_ms = 3200;
 
 apcomm_recv_handler on_message = nullptr;

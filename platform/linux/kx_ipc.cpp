@@ -22,6 +22,8 @@
 
 namespace {
 
+static_assert(kx::ipc_flag_notification == KX_IPC_FLAG_NOTIFICATION && kx::ipc_flag_request == KX_IPC_FLAG_REQUEST);
+
 // Messages served before timers and other sockets get a turn.
 constexpr int messages_per_wakeup = 64;
 

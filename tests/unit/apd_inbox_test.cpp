@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "apd/daemon_inbox.h"
+#include "common/local_ipc.h"
 #include "common/paths.h"
 #include "tests/unit/event_rig.h"
 #include "tests/unit/private_root.h"

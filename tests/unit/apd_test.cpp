@@ -8,7 +8,6 @@
 #include <fstream>
 
 #include "common/paths.h"
-#include "kx/apcomm.h"
 #include "tests/unit/apd_rig.h"
 #include "wire/apcomm_channel.h"
 #include "wire/big_endian.h"
@@ -167,13 +166,13 @@ TEST_F(apd_test, reports_the_tunnel_and_has_the_vaps_loaded) {
 
     ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
     accept_tunnel();
-    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    expect_status(kx::apcomm_status_up, 0x7f000001);
     EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
 
     accepted = {};
-    expect_status(APCOMM_STATUS_DOWN, 0);
+    expect_status(kx::apcomm_status_down, 0);
     accept_tunnel();
-    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    expect_status(kx::apcomm_status_up, 0x7f000001);
     EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
 }
 
@@ -239,7 +238,7 @@ TEST_F(apd_test, passes_the_pressure_of_a_full_tunnel_on) {
 TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
     start_site();
     accepted = {};
-    expect_status(APCOMM_STATUS_DOWN, 0);
+    expect_status(kx::apcomm_status_down, 0);
     for (int i = 0; i < 3; i++) {
         ASSERT_TRUE(daemon->send_packet(106, {1}));
     }
@@ -307,7 +306,7 @@ TEST_F(apd_test, the_end_of_a_stranger_that_registered_is_not_the_daemons) {
     start_site();
     int fd = connect_to_apd();
     ASSERT_EQ(send(fd, "\0\0\0\0", 4, 0), 4);
-    expect_status(APCOMM_STATUS_UP, 0x7f000001);
+    expect_status(kx::apcomm_status_up, 0x7f000001);
     close(fd);
     ASSERT_TRUE(daemon->send_packet(106, {1}));
     EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
@@ -362,7 +361,7 @@ TEST_F(apd_test, moves_to_another_controller) {
     start_site();
     loopback_listener other;
     write_file("ap.toml", config(other.port(), ""));
-    expect_status(APCOMM_STATUS_DOWN, 0);
+    expect_status(kx::apcomm_status_down, 0);
     EXPECT_EQ(accepted.reason, "closed by the peer");
     int fd = -1;
     ASSERT_TRUE(run_until([&] { return (fd = other.accept()) >= 0; }));
