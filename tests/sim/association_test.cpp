@@ -36,12 +36,12 @@ void have_vaps() {
 }
 
 steps heard(const std::string &bssid, const std::string &client) {
-    return syslog(14, "<clmgr> Proc Association-Req " + bssid + " -- " + client);
+    return syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " + bssid + " -- " + client);
 }
 
 steps invalid(const std::string &bssid, const std::string &client) {
     return heard(bssid, client) +
-           syslog(10, "<clmgr> Proc Association-Req " + bssid + " -- " + client + " [Invalid BSS]") +
+           syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Association-Req " + bssid + " -- " + client + " [Invalid BSS]") +
            log(1, "Invalid ap bssid in assoc msg");
 }
 
@@ -67,7 +67,7 @@ steps first_association(const steps &table) {
     return ACCEPTED + heard(BSSID, STA) + client_lookup(STA, false) + update_lines(BSSID, "0x00000000") +
            to_controller(update_msg("02", "50", "00000000")) + client_update(STA, table) +
            bridged(BSSID, 0x1234, "0x00000000") + bridge_add(STA, "ath0", "eth0", 0x1234, "0.0.0.0", 0) +
-           captive_msg(STA, "welcome", 166, 1);
+           captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1);
 }
 
 bytes entry(const char *mac, const char *bssid) {
@@ -102,11 +102,12 @@ const client_info &record_of(const char *mac) {
 
 SIM_TEST(association, reports_records_bridges_and_announces_a_client) {
     have_vaps();
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect(
         {RECEIVED, log(3, "Received association msg"),
-         syslog(14, "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:50 -- 02:11:22:33:44:55"), client_lookup(STA, false),
-         log(3, "Client 02:11:22:33:44:55"), log(3, "To BSSID 0a:1b:2c:3d:4e:50"), log(3, "Client IP 0x00000000"),
+         syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:50 -- 02:11:22:33:44:55"),
+         client_lookup(STA, false), log(3, "Client 02:11:22:33:44:55"), log(3, "To BSSID 0a:1b:2c:3d:4e:50"),
+         log(3, "Client IP 0x00000000"),
          to_controller(hex("01 0e 00"           // version, header length, type
                            "0001 00 0028"       // one record, 40 bytes
                            "a0 a1 a2 a3 a4 a5"  // this access point
@@ -125,7 +126,7 @@ SIM_TEST(association, reports_records_bridges_and_announces_a_client) {
 
 SIM_TEST(association, the_record_is_that_of_a_home_client) {
     have_vaps();
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info expected = client_of(STA);
     set_text(expected.cl_mac_str, sizeof(expected.cl_mac_str), STA);
     set_mac(expected.home_bssid, BSSID);
@@ -150,7 +151,7 @@ SIM_TEST(association, is_dropped_silently_before_the_controller_can_be_talked_to
             client_mgr_send_assoc_msg(payload.data());
             sim.expect_nothing();
             EXPECT_EQ(NOTIFICATION, payload);
-            sim.local(63, NOTIFICATION);
+            sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
             sim.expect({RECEIVED});
         }
     }
@@ -162,8 +163,9 @@ SIM_TEST(association, to_an_unknown_bssid_is_an_alarm_and_nothing_else) {
     bytes payload = hex("00000000000000000000000000000000 021122334455 0a1b2c3d4eff e1e2e3e4");
     client_mgr_send_assoc_msg(payload.data());
     sim.expect({log(3, "Received association msg"),
-                syslog(14, "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:ff -- 02:11:22:33:44:55"),
-                syslog(10, "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:ff -- 02:11:22:33:44:55 [Invalid BSS]"),
+                syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:ff -- 02:11:22:33:44:55"),
+                syslog(LOG_USER | LOG_CRIT,
+                       "<clmgr> Proc Association-Req 0a:1b:2c:3d:4e:ff -- 02:11:22:33:44:55 [Invalid BSS]"),
                 log(1, "Invalid ap bssid in assoc msg")});
     EXPECT_EQ(std::vector<int>{}, used_clients());
 }
@@ -183,17 +185,18 @@ SIM_TEST(association, writes_the_address_into_the_notification) {
 
 SIM_TEST(association, repeated_on_the_same_vap_keeps_the_address) {
     have_vaps();
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info client = record_of(STA);
     set_bytes(client.cl_ip, hex("c0 a8 05 17"));
     client_tbl_mac_update(&client, 0);
     sim.forget();
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, true),
                 log(3, "Client already present in same BSS, might be already assocaited 02:11:22:33:44:55"),
                 update_lines(BSSID, "0xc0a80517"), to_controller(update_msg("02", "50", "c0a80517")),
                 client_update(STA, client_overwritten(STA, 0)), bridged(BSSID, 0x1234, "0xc0a80517"),
-                bridge_add(STA, "ath0", "eth0", 0x1234, "192.168.5.23", 0), captive_msg(STA, "welcome", 166, 1)});
+                bridge_add(STA, "ath0", "eth0", 0x1234, "192.168.5.23", 0),
+                captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
     EXPECT_EQ(hex("c0 a8 05 17"), bytes(record_of(STA).cl_ip, record_of(STA).cl_ip + 4));
 }
 
@@ -203,11 +206,11 @@ SIM_TEST(association, on_another_vap_starts_without_address) {
     client.bssid_idx = 1;
     set_bytes(client.cl_ip, hex("c0 a8 05 17"));
     have_client(sim, client);
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, true), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_overwritten(STA, 0)),
                 bridged(BSSID, 0x1234, "0x00000000"), bridge_add(STA, "ath0", "eth0", 0x1234, "0.0.0.0", 0),
-                captive_msg(STA, "welcome", 166, 1)});
+                captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
     EXPECT_EQ(zeros(4), bytes(record_of(STA).cl_ip, record_of(STA).cl_ip + 4));
     EXPECT_EQ(0, record_of(STA).bssid_idx);
 }
@@ -222,7 +225,7 @@ SIM_TEST(association, replaces_whatever_was_known_of_the_client) {
     memset(roamed.pmk, 0xbb, sizeof(roamed.pmk));
     set_bytes(roamed.cl_ip, hex("0a 01 02 03"));
     have_client(sim, roamed);
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info expected = client_of(STA);
     set_text(expected.cl_mac_str, sizeof(expected.cl_mac_str), STA);
     set_mac(expected.home_bssid, BSSID);
@@ -236,12 +239,13 @@ SIM_TEST(association, replaces_whatever_was_known_of_the_client) {
 
 SIM_TEST(association, on_a_guest_vap_is_reported_twice_before_it_is_recorded) {
     have_vaps();
-    sim.local(63, GUEST_NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, GUEST_NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(GUEST_BSSID, STA), client_lookup(STA, false),
                 update_lines(GUEST_BSSID, "0x00000000"), to_controller(update_msg("02", "61", "00000000")),
                 update_lines(GUEST_BSSID, "0x00000000"), to_controller(update_msg("19", "61", "00000000")),
                 client_update(STA, client_added(STA, 0)), bridged(GUEST_BSSID, 20, "0x00000000"),
-                bridge_add(STA, "ath1", "eth0", 20, "0.0.0.0", 0), captive_msg(STA, "guests only", 166, 0)});
+                bridge_add(STA, "ath1", "eth0", 20, "0.0.0.0", 0),
+                captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
     EXPECT_EQ(CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST, record_of(STA).flag);
     EXPECT_EQ(1, record_of(STA).bssid_idx);
 }
@@ -252,25 +256,27 @@ SIM_TEST(association, repeated_on_a_guest_vap_has_its_address_in_both_reports) {
     client.bssid_idx = 1;
     set_bytes(client.cl_ip, hex("c0 a8 05 17"));
     have_client(sim, client);
-    sim.local(63, GUEST_NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, GUEST_NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(GUEST_BSSID, STA), client_lookup(STA, true),
                 log(3, "Client already present in same BSS, might be already assocaited 02:11:22:33:44:55"),
                 update_lines(GUEST_BSSID, "0xc0a80517"), to_controller(update_msg("02", "61", "c0a80517")),
                 update_lines(GUEST_BSSID, "0xc0a80517"), to_controller(update_msg("19", "61", "c0a80517")),
                 client_update(STA, client_overwritten(STA, 0)), bridged(GUEST_BSSID, 20, "0xc0a80517"),
-                bridge_add(STA, "ath1", "eth0", 20, "192.168.5.23", 0), captive_msg(STA, "guests only", 166, 0)});
+                bridge_add(STA, "ath1", "eth0", 20, "192.168.5.23", 0),
+                captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
 }
 
 SIM_TEST(association, is_recorded_although_the_controller_did_not_hear_of_it) {
     have_vaps();
     sim.fail_from("apcomm_send_msg", 1);
-    sim.local(63, GUEST_NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, GUEST_NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(GUEST_BSSID, STA), client_lookup(STA, false),
                 update_lines(GUEST_BSSID, "0x00000000"), failed(to_controller(update_msg("02", "61", "00000000"))),
                 SEND_FAILED, update_lines(GUEST_BSSID, "0x00000000"),
                 failed(to_controller(update_msg("19", "61", "00000000"))), SEND_FAILED,
                 client_update(STA, client_added(STA, 0)), bridged(GUEST_BSSID, 20, "0x00000000"),
-                bridge_add(STA, "ath1", "eth0", 20, "0.0.0.0", 0), captive_msg(STA, "guests only", 166, 0)});
+                bridge_add(STA, "ath1", "eth0", 20, "0.0.0.0", 0),
+                captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
     EXPECT_EQ(std::vector<int>{0}, used_clients());
 }
 
@@ -278,11 +284,12 @@ SIM_TEST(association, goes_on_whatever_the_bridge_and_the_portal_answer) {
     have_vaps();
     sim.fail_nth("kxbr_api_add_client", 1);
     sim.fail_nth("kx_ipc_send", 1);
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, false), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_added(STA, 0)),
                 bridged(BSSID, 0x1234, "0x00000000"), failed(bridge_add(STA, "ath0", "eth0", 0x1234, "0.0.0.0", 0)),
-                failed(captive_msg(STA, "welcome", 166, 1)), log(1, " Send Assoc to Captive application failed!")});
+                failed(captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)),
+                log(1, " Send Assoc to Captive application failed!")});
 }
 
 TEST(association, goes_on_when_the_table_is_full) {
@@ -294,7 +301,7 @@ TEST(association, goes_on_when_the_table_is_full) {
         client_tbl_mac_add(&c);
     }
     sim.forget();
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect(
         {RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, false), update_lines(BSSID, "0x00000000"),
          to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_refused(STA)),
@@ -308,36 +315,36 @@ TEST(association, goes_on_when_the_table_is_full) {
 SIM_TEST(association, a_vlan_is_printed_as_a_signed_number) {
     have_vaps();
     g_cfg.vaps[0].vlan = 0xfffffff0;
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, false), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_added(STA, 0)),
                 bridged(BSSID, -16, "0x00000000"), bridge_add(STA, "ath0", "eth0", 0xfffffff0, "0.0.0.0", 0),
-                captive_msg(STA, "welcome", 166, 1)});
+                captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
 }
 
 SIM_TEST(association, texts_that_fill_their_fields_are_handed_on_whole) {
     have_vaps();
     set_full_ifname(g_cfg.vaps[0]);
     set_text(g_cfg.vaps[0].captive_cfg, 32, "abcdefghijklmnopqrstuvwxyz012345");
-    sim.local(63, NOTIFICATION);
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, false), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_added(STA, 0)),
                 bridged(BSSID, 0x1234, "0x00000000"), bridge_add(STA, FULL_IFNAME, "eth0", 0x1234, "0.0.0.0", 0),
-                captive_msg(STA, "abcdefghijklmnopqrstuvwxyz012345", 166, 1)});
+                captive_msg(STA, "abcdefghijklmnopqrstuvwxyz012345", CAPTIVE_MSG_ASSOCIATION, 1)});
 }
 
 // The receive buffer is zero past a message: what is missing of a short one is zero.
 SIM_TEST(association, a_notification_cut_at_any_length_names_no_vap) {
     have_vaps();
     for (size_t len = 0; len < 28; len++) {
-        sim.local(63, first(NOTIFICATION, len));
+        sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, first(NOTIFICATION, len));
         const bytes seen = first(NOTIFICATION, len) + zeros(28 - len);
         sim.expect({RECEIVED, ACCEPTED, invalid(mac_text(&seen[22]), mac_text(&seen[16]))});
     }
     for (size_t len = 28; len <= 32; len++) {
         client_tbl_init();
         sim.forget();
-        sim.local(63, first(NOTIFICATION, len));
+        sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, first(NOTIFICATION, len));
         sim.expect({RECEIVED, first_association(client_added(STA, 0))});
     }
 }
@@ -382,7 +389,7 @@ SIM_TEST(association, every_client_of_a_list_associates) {
                 to_controller(update_msg("02", "61", "00000000")), update_lines(GUEST_BSSID, "0x00000000"),
                 to_controller(update_msg("19", "61", "00000000")), client_update(STA, client_overwritten(STA, 0)),
                 bridged(GUEST_BSSID, 20, "0x00000000"), bridge_add(STA, "ath1", "eth0", 20, "0.0.0.0", 0),
-                captive_msg(STA, "guests only", 166, 0)});
+                captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
 }
 
 SIM_TEST(association, a_list_that_comes_too_early_is_counted_and_dropped) {

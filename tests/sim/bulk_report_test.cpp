@@ -178,9 +178,9 @@ SIM_TEST(bulk_config, reports_as_many_vaps_as_can_be_listed) {
 SIM_TEST(bulk_request, is_answered_by_configuration_and_clients_in_this_order) {
     ready_to_talk();
     have_interface(sim, "ath0", "first", 0x0102, BSSID);
-    sim.controller(one_record(16, {}));
+    sim.controller(one_record(CLIENT_MGR_REQ_BULK_INFO, {}));
     sim.expect({
-        received(16, 0),
+        received(CLIENT_MGR_REQ_BULK_INFO, 0),
         log(3, "Received CLIENT_MGR_REQ_BULK_INFO"),
         begun(1),
         first_vap(),

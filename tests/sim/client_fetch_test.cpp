@@ -17,8 +17,8 @@ bytes notice(std::string_view bssid = BSSID) {
 }
 
 steps asked() {
-    return notified(64, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd") + client_lookup(CLIENT, false) +
-           log(3, "Unable to find client, req cntlr");
+    return notified(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd") +
+           client_lookup(CLIENT, false) + log(3, "Unable to find client, req cntlr");
 }
 
 steps placed(std::string_view mac = CLIENT) {
@@ -31,7 +31,7 @@ client_info placeholder() {
     set_mac(client.assoc_bssid, BSSID);
     client.home_vlan = 100;
     client.assoc_vlan = 100;
-    client.flag = 0x02;
+    client.flag = CLIENT_FLAG_FOREIGN;
     return client;
 }
 
@@ -39,9 +39,9 @@ client_info placeholder() {
 
 SIM_TEST(client_fetch, leaves_a_placeholder_and_asks_the_controller) {
     have_two_vaps();
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({
-        notified(64, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"),
+        notified(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"),
         client_lookup(CLIENT, false),
         log(3, "Unable to find client, req cntlr"),
         client_lookup(CLIENT, false),
@@ -56,8 +56,8 @@ SIM_TEST(client_fetch, leaves_a_placeholder_and_asks_the_controller) {
 
 SIM_TEST(client_fetch, takes_index_and_vlan_of_the_vap) {
     have_two_vaps();
-    sim.local(64, notice(BSSID_2));
-    sim.expect({asked(), placed(), fetch_request(13, CLIENT, BSSID_2)});
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(BSSID_2));
+    sim.expect({asked(), placed(), fetch_request(CLIENT_MGR_CLIENT_INFO_FETCH, CLIENT, BSSID_2)});
     client_info expected = placeholder();
     set_mac(expected.assoc_bssid, BSSID_2);
     expected.home_vlan = 200;
@@ -68,7 +68,7 @@ SIM_TEST(client_fetch, takes_index_and_vlan_of_the_vap) {
 
 SIM_TEST(client_fetch, for_a_bssid_that_is_not_ours_does_nothing) {
     have_two_vaps();
-    sim.local(64, notice("cc:cd:ce:cf:ca:cb"));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice("cc:cd:ce:cf:ca:cb"));
     sim.expect({asked(), log(1, "Invalid ap bssid in assoc msg")});
     EXPECT_EQ(nullptr, stored_client(CLIENT));
 }
@@ -76,8 +76,8 @@ SIM_TEST(client_fetch, for_a_bssid_that_is_not_ours_does_nothing) {
 SIM_TEST(client_fetch, keeps_the_placeholder_of_a_request_that_cannot_be_sent) {
     have_two_vaps();
     sim.fail_nth("apcomm_send_msg", 1);
-    sim.local(64, notice());
-    sim.expect({asked(), placed(), failed(fetch_request(13, CLIENT, BSSID)), NOT_SENT,
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
+    sim.expect({asked(), placed(), failed(fetch_request(CLIENT_MGR_CLIENT_INFO_FETCH, CLIENT, BSSID)), NOT_SENT,
                 log(1, "Error sending Foreign Client Update")});
     expect_stored(placeholder());
 }
@@ -85,25 +85,26 @@ SIM_TEST(client_fetch, keeps_the_placeholder_of_a_request_that_cannot_be_sent) {
 // The placeholder counts as known: the client is served as if VAP 0 had its home VLAN.
 SIM_TEST(client_fetch, is_not_repeated_while_the_placeholder_is_there) {
     have_two_vaps();
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.forget();
-    sim.local(64, notice());
-    sim.expect({notified(64, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"), client_lookup(CLIENT, true),
-                syslog(14,
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
+    sim.expect({notified(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"),
+                client_lookup(CLIENT, true),
+                syslog(LOG_USER | LOG_INFO,
                        "<clmgr> Proc Reassociation-Req b0:b1:b2:b3:b4:b5 -- 02:13:24:35:46:57 "
                        "[Last BSS d0:d1:d2:d3:d4:d5]"),
-                foreign_update(5, CLIENT, BSSID, ELSEWHERE, zeros(4)), client_update_at(CLIENT, 0),
-                adding_to_bridge("client_mgr_send_assoc_foreign_msg", CLIENT, BSSID, 100),
+                foreign_update(CLIENT_MGR_FOREIGN_CLIENT_ASSOC, CLIENT, BSSID, ELSEWHERE, zeros(4)),
+                client_update_at(CLIENT, 0), adding_to_bridge("client_mgr_send_assoc_foreign_msg", CLIENT, BSSID, 100),
                 log(3, "Client IP 0x00000000"), bridge_add(CLIENT, "ath0", "eth0", 100, "0.0.0.0", 0),
-                captive_msg(CLIENT, "portal zero", 167, 1)});
+                captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_FOREIGN_ASSOCIATION, 1)});
 }
 
 SIM_TEST(client_fetch, asks_though_the_table_is_full) {
     have_two_vaps();
     have_full_table(sim);
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({asked(), client_lookup(CLIENT, false), client_update(CLIENT, client_refused(CLIENT)),
-                fetch_request(13, CLIENT, BSSID)});
+                fetch_request(CLIENT_MGR_CLIENT_INFO_FETCH, CLIENT, BSSID)});
 }
 
 SIM_TEST(client_request, carries_the_type_it_is_given) {
@@ -125,11 +126,12 @@ SIM_TEST(client_request, leaves_a_known_client_as_it_is) {
     set_mac(client.home_bssid, HOME);
     set_mac(client.assoc_bssid, BSSID_2);
     client.bssid_idx = 1;
-    client.flag = 0x01;
+    client.flag = CLIENT_FLAG_LOCAL;
     have_client(sim, client);
     const bytes bssid = mac_bytes(BSSID);
-    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(client.cl_mac.bytes, bssid.data(), bssid.data(), 13));
-    sim.expect({client_lookup(CLIENT, true), fetch_request(13, CLIENT, BSSID)});
+    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(client.cl_mac.bytes, bssid.data(), bssid.data(),
+                                                 CLIENT_MGR_CLIENT_INFO_FETCH));
+    sim.expect({client_lookup(CLIENT, true), fetch_request(CLIENT_MGR_CLIENT_INFO_FETCH, CLIENT, BSSID)});
     expect_stored(client);
 }
 
@@ -140,8 +142,8 @@ SIM_TEST(client_request, does_not_look_at_the_link) {
     g_cfg.ctrlr_ip = 0;
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);
-    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), bssid.data(), 12));
-    sim.expect({placed(), fetch_request(12, CLIENT, BSSID)});
+    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), bssid.data(), CLIENT_MGR_PMK_FETCH));
+    sim.expect({placed(), fetch_request(CLIENT_MGR_PMK_FETCH, CLIENT, BSSID)});
 }
 
 SIM_TEST(client_request, says_how_it_went) {
@@ -149,11 +151,11 @@ SIM_TEST(client_request, says_how_it_went) {
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);
     const bytes unknown = mac_bytes(ELSEWHERE);
-    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), unknown.data(), bssid.data(), 12));
+    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), unknown.data(), bssid.data(), CLIENT_MGR_PMK_FETCH));
     sim.expect({log(1, "Invalid ap bssid in assoc msg")});
     sim.fail_nth("apcomm_send_msg", 1, 4);
-    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), bssid.data(), 12));
-    sim.expect({placed(), failed(fetch_request(12, CLIENT, BSSID), 4), NOT_SENT,
+    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), bssid.data(), CLIENT_MGR_PMK_FETCH));
+    sim.expect({placed(), failed(fetch_request(CLIENT_MGR_PMK_FETCH, CLIENT, BSSID), 4), NOT_SENT,
                 log(1, "Error sending Foreign Client Update")});
 }
 

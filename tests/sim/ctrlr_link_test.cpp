@@ -10,6 +10,7 @@
 #include "client_mgr/dispatch/ctrlr_dispatch.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
+#include "wire/ctrlr_messages.h"
 #include "wire/local_messages.h"
 
 namespace sim {
@@ -139,11 +140,11 @@ SIM_TEST(ctrlr_link, any_other_status_is_ignored) {
 SIM_TEST(ctrlr_link, system_ready_after_link_down_brings_the_link_up_without_an_address) {
     ready_to_talk();
     sim.controller_status(0, 0);
-    sim.local(16, {});
+    sim.local(KX_MSG_ID_SYS_READY, {});
     EXPECT_EQ(3U, g_cfg.status_flags);
     EXPECT_EQ(0U, g_cfg.ctrlr_ip);
     sim.forget();
-    sim.local(60, {});
+    sim.local(KX_MSG_ID_VAP_INIT, {});
     sim.expect({log(4, "Received Msg ID : 60"), log(4, "Notification message"), log(3, "Initializing vap config"),
                 log(1, "Not yet ready to talk to controller")});
 }
@@ -153,7 +154,7 @@ SIM_TEST(ctrlr_link, the_address_alone_is_not_enough_to_send) {
     sim.forget();
     client_mgr_vap_init();
     sim.expect({log(3, "Initializing vap config"), log(1, "Not yet ready to talk to controller")});
-    sim.local(16, {});
+    sim.local(KX_MSG_ID_SYS_READY, {});
     sim.forget();
     client_mgr_vap_init();
     sim.expect({log(3, "Initializing vap config"), log(3, "Got 0 vap configuration")});
@@ -164,7 +165,7 @@ SIM_TEST(ctrlr_link, the_address_alone_is_not_enough_to_send) {
 SIM_TEST(ctrlr_link, a_message_without_records_is_two_lines) {
     sim.controller(message(0, {}));
     sim.expect({RECEIVED, header_line(0, 14, 14)});
-    sim.controller(message(0, record(26, hex("00000001"))));
+    sim.controller(message(0, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000001"))));
     sim.expect({RECEIVED, header_line(0, 14, 22)});
 }
 
@@ -201,9 +202,12 @@ SIM_TEST(ctrlr_link, the_buffer_is_the_message_and_zero_behind_it) {
 }
 
 SIM_TEST(ctrlr_link, a_message_that_may_carry_keys_is_erased_once_it_is_handled) {
+    const std::set<int> with_keys = {ROAMING_MGR_CLIENT_BULK_INFO, CLIENT_MGR_PMK_FETCH_SUCCESS,
+                                     CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, CLIENT_MGR_REMOVE_CLIENT_BULK_INFO,
+                                     CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC};
     const bytes no_list = zeros(4);
     for (uint8_t type = 0; type < 30; type++) {
-        const bool carries_keys = type == 10 || type == 14 || type == 15 || type == 17 || type == 26;
+        const bool carries_keys = with_keys.count(type) != 0;
         const bytes msg = message(1, record(type, no_list)) + bytes(7, 0x5c);
         sim.controller(msg);
         EXPECT_EQ(carries_keys ? zeros(BUF_SIZE) : msg + zeros(BUF_SIZE - msg.size()),
@@ -259,8 +263,8 @@ SIM_TEST(ctrlr_link, a_message_may_fill_the_buffer_and_not_more) {
 SIM_TEST(ctrlr_link, messages_are_taken_in_any_state_of_the_link) {
     for (uint32_t flags : {0U, 1U, 2U, 3U}) {
         g_cfg.status_flags = flags;
-        sim.controller(message(1, record(26, hex("00000000"))));
-        sim.expect({RECEIVED, header_line(1, 14, 22), record_line(26, 4, 8),
+        sim.controller(message(1, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000"))));
+        sim.expect({RECEIVED, header_line(1, 14, 22), record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 8),
                     log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"), log(3, "NUM OF CLIENT INFO: 0")});
     }
 }
@@ -294,22 +298,30 @@ SIM_TEST(ctrlr_link, every_received_type_has_its_line_and_its_handler) {
 }
 
 SIM_TEST(ctrlr_link, any_other_type_is_skipped_silently) {
-    const std::set<int> handled = {9, 10, 14, 15, 16, 17, 24, 26, 28};
+    const std::set<int> handled = {CLIENT_MGR_CLIENT_MOVE_NOTIFY,  ROAMING_MGR_CLIENT_BULK_INFO,
+                                   CLIENT_MGR_PMK_FETCH_SUCCESS,   CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS,
+                                   CLIENT_MGR_REQ_BULK_INFO,       CLIENT_MGR_REMOVE_CLIENT_BULK_INFO,
+                                   CLIENT_MGR_CLIENT_GUEST_AUTH,   CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC,
+                                   CLIENT_MGR_CLIENT_ACL_AUTH_RESP};
     for (int type = 0; type < 256; type++) {
         if (handled.count(type) != 0) {
             continue;
         }
-        sim.controller(message(2, record(static_cast<uint8_t>(type), hex("ffffffff")) + record(26, hex("00000000"))));
-        sim.expect({RECEIVED, header_line(2, 14, 30), record_line(type, 4, 8), record_line(26, 4, 8),
+        sim.controller(message(2, record(static_cast<uint8_t>(type), hex("ffffffff")) +
+                                      record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000"))));
+        sim.expect({RECEIVED, header_line(2, 14, 30), record_line(type, 4, 8),
+                    record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 8),
                     log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"), log(3, "NUM OF CLIENT INFO: 0")});
     }
 }
 
 SIM_TEST(ctrlr_link, records_are_handled_in_their_order) {
-    sim.controller(message(2, record(15, hex("00000000")) + record(28, zeros(42))));
-    sim.expect({RECEIVED, header_line(2, 14, 68), record_line(15, 4, 8),
+    sim.controller(message(2, record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000000")) +
+                                  record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, zeros(42))));
+    sim.expect({RECEIVED, header_line(2, 14, 68), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 8),
                 log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 0"),
-                record_line(28, 4, 46), log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "),
+                record_line(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, 4, 46),
+                log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "),
                 log(4, " Client 00:00:00:00:00:00 mac acl auth response (DENIED)"),
                 log(1, "Invalid ap bssid in acl auth resp msg"),
                 log(1, "sending acl auth response to drv failed for 00:00:00:00:00:00 "),
@@ -318,34 +330,37 @@ SIM_TEST(ctrlr_link, records_are_handled_in_their_order) {
 
 SIM_TEST(ctrlr_link, a_client_information_answer_of_its_own_is_more_than_a_key) {
     have_station(sim);
-    sim.controller(message(1, record(15, hex("00000001") + client_entry_of(STA, true))));
-    sim.expect({RECEIVED, header_line(1, 14, 84), record_line(15, 4, 70),
+    sim.controller(
+        message(1, record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true))));
+    sim.expect({RECEIVED, header_line(1, 14, 84), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
                 log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"),
                 client_lookup(STA, true), log(1, "Invalid ap bssid in fetch client info msg")});
 }
 
 SIM_TEST(ctrlr_link, a_key_answer_brings_keys_alone) {
     have_station(sim);
-    sim.controller(message(1, record(14, hex("00000001") + client_entry_of(STA, true))));
-    sim.expect(
-        {RECEIVED, header_line(1, 14, 84), record_line(14, 4, 70), log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"),
-         log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"), key_installed()});
+    sim.controller(message(1, record(CLIENT_MGR_PMK_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true))));
+    sim.expect({RECEIVED, header_line(1, 14, 84), record_line(CLIENT_MGR_PMK_FETCH_SUCCESS, 4, 70),
+                log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"),
+                log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"),
+                key_installed()});
 }
 
 SIM_TEST(ctrlr_link, behind_a_key_answer_a_client_information_answer_brings_keys_alone_too) {
     have_station(sim);
-    const bytes info = record(15, hex("00000001") + client_entry_of(STA, true));
+    const bytes info = record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true));
     // Through any number of records in between.
-    sim.controller(message(4, record(14, hex("00000000")) + info + record(99, {}) + info));
+    sim.controller(message(4, record(CLIENT_MGR_PMK_FETCH_SUCCESS, hex("00000000")) + info + record(99, {}) + info));
     sim.expect(
-        {RECEIVED, header_line(4, 14, 166), record_line(14, 4, 8), log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"),
-         log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 0"),
-         record_line(15, 4, 70), log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"),
-         log(3, "NUM OF CLIENT INFO: 1"), key_installed(), record_line(99, 4, 4), record_line(15, 4, 70),
+        {RECEIVED, header_line(4, 14, 166), record_line(CLIENT_MGR_PMK_FETCH_SUCCESS, 4, 8),
+         log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS"), log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"),
+         log(3, "NUM OF CLIENT INFO: 0"), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
+         log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"), key_installed(),
+         record_line(99, 4, 4), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
          log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"), key_installed()});
     // But not into the next message.
     sim.controller(message(1, info));
-    sim.expect({RECEIVED, header_line(1, 14, 84), record_line(15, 4, 70),
+    sim.expect({RECEIVED, header_line(1, 14, 84), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
                 log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"),
                 client_lookup(STA, true), log(1, "Invalid ap bssid in fetch client info msg")});
 }
@@ -361,8 +376,8 @@ SIM_TEST(ctrlr_link, neither_total_length_nor_message_length_limits_the_walk) {
 
 SIM_TEST(ctrlr_link, a_record_of_length_0_is_met_again_until_the_count_ends) {
     sim.controller(message(3, hex("1a 04 0000 00000000")));
-    const steps again = record_line(26, 4, 0) + log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC") +
-                        log(3, "NUM OF CLIENT INFO: 0");
+    const steps again = record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 0) +
+                        log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC") + log(3, "NUM OF CLIENT INFO: 0");
     sim.expect({RECEIVED, header_line(3, 14, 22), again, again, again});
 }
 
@@ -387,7 +402,7 @@ SIM_TEST(ctrlr_link, a_header_length_below_14_is_honoured) {
 SIM_TEST(ctrlr_link, a_record_header_length_below_4_is_honoured) {
     // The body is the record's own header: the client is 18:00:00:06:01:02.
     sim.controller(message(1, hex("18 00 0006 0102")));
-    sim.expect({RECEIVED, header_line(1, 14, 20), record_line(24, 0, 6),
+    sim.expect({RECEIVED, header_line(1, 14, 20), record_line(CLIENT_MGR_CLIENT_GUEST_AUTH, 0, 6),
                 log(3, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"), client_lookup("18:00:00:06:01:02", false),
                 log(1, "Invalid client 18:00:00:06:01:02")});
 }
@@ -419,24 +434,24 @@ SIM_TEST(ctrlr_link, a_body_that_would_leave_the_buffer_is_not_handled) {
         sim.expect({RECEIVED, header_line(2, 14, 16384), record_line(99, 4, 16366), record_line(type, 4, 4), receipt,
                     LEAVES_BUFFER});
     };
-    at_the_end(9, log(3, "Received client move notify"));
-    at_the_end(10, log(3, "Received ROAMING_MGR_CLIENT_BULK_INFO"));
-    at_the_end(
-        14, log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS") + log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"));
-    at_the_end(15, log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"));
-    at_the_end(17, log(3, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"));
-    at_the_end(24, log(3, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"));
-    at_the_end(26, log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"));
-    at_the_end(28, log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "));
+    at_the_end(CLIENT_MGR_CLIENT_MOVE_NOTIFY, log(3, "Received client move notify"));
+    at_the_end(ROAMING_MGR_CLIENT_BULK_INFO, log(3, "Received ROAMING_MGR_CLIENT_BULK_INFO"));
+    at_the_end(CLIENT_MGR_PMK_FETCH_SUCCESS, log(3, "Received CLIENT_MGR_PMK_FETCH_SUCCESS") +
+                                                 log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"));
+    at_the_end(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"));
+    at_the_end(CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, log(3, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"));
+    at_the_end(CLIENT_MGR_CLIENT_GUEST_AUTH, log(3, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"));
+    at_the_end(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"));
+    at_the_end(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "));
 }
 
 SIM_TEST(ctrlr_link, a_record_outside_the_controllers_buffer_is_its_callers_to_vouch_for) {
-    const bytes msg = message(1, record(26, hex("00000000")));
+    const bytes msg = message(1, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000")));
     const std::unique_ptr<uint8_t[]> own(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), own.get());
     client_mgr_proc_ctrlr_msg(own.get());
-    sim.expect({header_line(1, 14, 22), record_line(26, 4, 8), log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"),
-                log(3, "NUM OF CLIENT INFO: 0")});
+    sim.expect({header_line(1, 14, 22), record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 8),
+                log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"), log(3, "NUM OF CLIENT INFO: 0")});
 }
 
 }  // namespace sim

@@ -12,16 +12,17 @@ namespace {
 
 constexpr std::string_view HOME = "e0:e1:e2:e3:e4:e5";
 
-bytes handed_over(const bytes &list) { return one_record(10, list); }
-bytes forgotten(const bytes &list) { return one_record(17, list); }
+bytes handed_over(const bytes &list) { return one_record(ROAMING_MGR_CLIENT_BULK_INFO, list); }
+bytes forgotten(const bytes &list) { return one_record(CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, list); }
 
 steps handing_over(const bytes &list, int count) {
-    return received(10, list.size()) + log(3, "Received ROAMING_MGR_CLIENT_BULK_INFO") +
+    return received(ROAMING_MGR_CLIENT_BULK_INFO, list.size()) + log(3, "Received ROAMING_MGR_CLIENT_BULK_INFO") +
            log(3, "NUM OF CLIENT INFO: " + std::to_string(count));
 }
 
 steps forgetting(const bytes &list, int count) {
-    return received(17, list.size()) + log(3, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO") +
+    return received(CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, list.size()) +
+           log(3, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO") +
            log(3, "NUM OF DEL CLIENT INFO: " + std::to_string(count));
 }
 
@@ -36,7 +37,7 @@ steps removed(std::string_view mac, int slot) {
 }
 
 // A client whose current BSSID is this.
-client_info on(std::string_view bssid, uint32_t flag = 0x01) {
+client_info on(std::string_view bssid, uint32_t flag = CLIENT_FLAG_LOCAL) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, BSSID);
     set_mac(client.assoc_bssid, bssid);
@@ -71,24 +72,24 @@ SIM_TEST(bulk_client_info, of_a_client_that_is_here_sends_it_away) {
     have_two_vaps();
     set_text(have_vap(3, "ath3", ELSEWHERE, 400).captive_cfg, 32, "portal three");
     have_client(sim, client_of(CLIENT_2));
-    EXPECT_EQ(1, have_client(sim, on(ELSEWHERE, 0x21)));
+    EXPECT_EQ(1, have_client(sim, on(ELSEWHERE, CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST)));
     const bytes list =
         hex("00000001 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 01020304 0a5b5c5d"
             "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f 00000003");
     sim.controller(handed_over(list));
     sim.expect({
-        received(10, 66),
+        received(ROAMING_MGR_CLIENT_BULK_INFO, 66),
         log(3, "Received ROAMING_MGR_CLIENT_BULK_INFO"),
         log(3, "NUM OF CLIENT INFO: 1"),
         client_lookup(CLIENT, true),
         sta_disassoc("ath3", ELSEWHERE, CLIENT, 0),
-        captive_msg(CLIENT, "portal three", 168, 0),
+        captive_msg(CLIENT, "portal three", CAPTIVE_MSG_DISASSOCIATION, 0),
         client_deleted(CLIENT, 1),
         bridge_del(CLIENT),
         client_update(CLIENT, client_added(CLIENT, 1)),
         log(3, "Added cl:02:13:24:35:46:57 Home bssid:e0:e1:e2:e3:e4:e5 home_vlan 16909060"),
     });
-    client_info expected = known_elsewhere(0x32);
+    client_info expected = known_elsewhere(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST);
     expected.home_vlan = 0x01020304;
     expect_stored(expected);
 }
@@ -116,7 +117,7 @@ SIM_TEST(bulk_client_info, is_taken_whatever_the_state_of_the_link) {
         sim.controller(handed_over(list));
         sim.expect({handing_over(list, 1), client_lookup(CLIENT, true),
                     client_update(CLIENT, client_overwritten(CLIENT, 0)), added(CLIENT, HOME, 300)});
-        expect_stored(known_elsewhere(0x12));
+        expect_stored(known_elsewhere(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK));
     });
 }
 
@@ -142,8 +143,8 @@ SIM_TEST(bulk_client_info, stops_at_the_first_vap_with_the_bssid) {
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));
     sim.expect({handing_over(list, 1), client_lookup(CLIENT, true), sta_disassoc("ath0", BSSID, CLIENT, 0),
-                captive_msg(CLIENT, "portal zero", 168, 1), client_deleted(CLIENT, 0), bridge_del(CLIENT),
-                client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
+                captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION, 1), client_deleted(CLIENT, 0),
+                bridge_del(CLIENT), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
 
 SIM_TEST(bulk_client_info, searches_all_16_vaps) {
@@ -153,8 +154,8 @@ SIM_TEST(bulk_client_info, searches_all_16_vaps) {
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));
     sim.expect({handing_over(list, 1), client_lookup(CLIENT, true), sta_disassoc("ath15", BSSID, CLIENT, 0),
-                captive_msg(CLIENT, "portal fifteen", 168, 1), client_deleted(CLIENT, 0), bridge_del(CLIENT),
-                client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
+                captive_msg(CLIENT, "portal fifteen", CAPTIVE_MSG_DISASSOCIATION, 1), client_deleted(CLIENT, 0),
+                bridge_del(CLIENT), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
 
 // An all-zero current BSSID is that of no VAP, though unused entries of the table have it as well.
@@ -164,7 +165,7 @@ SIM_TEST(bulk_client_info, of_a_client_without_bssid_disassociates_nobody) {
     sim.controller(handed_over(list));
     sim.expect({handing_over(list, 1), client_lookup(CLIENT, true),
                 client_update(CLIENT, client_overwritten(CLIENT, 0)), added(CLIENT, HOME, 300)});
-    expect_stored(known_elsewhere(0x02));
+    expect_stored(known_elsewhere(CLIENT_FLAG_FOREIGN));
 }
 
 SIM_TEST(bulk_client_info, goes_on_when_driver_portal_and_bridge_fail) {
@@ -176,7 +177,7 @@ SIM_TEST(bulk_client_info, goes_on_when_driver_portal_and_bridge_fail) {
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));
     sim.expect({handing_over(list, 1), client_lookup(CLIENT, true), sta_disassoc_refused("ath0", BSSID, CLIENT, 0),
-                failed(captive_msg(CLIENT, "portal zero", 168, 1)),
+                failed(captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION, 1)),
                 log(1, " Send Assoc to Captive application failed!"), client_deleted(CLIENT, 0),
                 failed(bridge_del(CLIENT)), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
@@ -211,16 +212,16 @@ SIM_TEST(bulk_client_info, ends_at_the_end_of_the_buffer) {
 SIM_TEST(client_removal, takes_the_client_off_everything_in_order) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
-    EXPECT_EQ(1, have_client(sim, on(BSSID, 0x21)));
+    EXPECT_EQ(1, have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST)));
     const bytes list = client_list({{CLIENT}});
     sim.controller(forgotten(list));
     sim.expect({
-        received(17, 66),
+        received(CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, 66),
         log(3, "Received CLIENT_MGR_REMOVE_CLIENT_BULK_INFO"),
         log(3, "NUM OF DEL CLIENT INFO: 1"),
         client_lookup(CLIENT, true),
         sta_disassoc("ath0", BSSID, CLIENT, 2),
-        captive_msg(CLIENT, "portal zero", 168, 0),
+        captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION, 0),
         client_deleted(CLIENT, 1),
         log(3, "[client_mgr_proc_remove_cl_bulk_info] Deleting client to kxbr_api_del_client"),
         log(3, "Client 02:13:24:35:46:57"),
@@ -265,10 +266,11 @@ SIM_TEST(client_removal, disassociates_on_every_vap_with_the_bssid) {
     have_client(sim, on(BSSID));
     const bytes list = client_list({{CLIENT}});
     sim.controller(forgotten(list));
-    sim.expect({forgetting(list, 1), client_lookup(CLIENT, true), sta_disassoc("ath0", BSSID, CLIENT, 2),
-                captive_msg(CLIENT, "portal zero", 168, 1), sta_disassoc("ath1", BSSID, CLIENT, 2),
-                captive_msg(CLIENT, "portal one", 168, 1), sta_disassoc(FULL_IFNAME, BSSID, CLIENT, 2),
-                captive_msg(CLIENT, "portal fifteen", 168, 1), removed(CLIENT, 0)});
+    sim.expect(
+        {forgetting(list, 1), client_lookup(CLIENT, true), sta_disassoc("ath0", BSSID, CLIENT, 2),
+         captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION, 1), sta_disassoc("ath1", BSSID, CLIENT, 2),
+         captive_msg(CLIENT, "portal one", CAPTIVE_MSG_DISASSOCIATION, 1), sta_disassoc(FULL_IFNAME, BSSID, CLIENT, 2),
+         captive_msg(CLIENT, "portal fifteen", CAPTIVE_MSG_DISASSOCIATION, 1), removed(CLIENT, 0)});
 }
 
 // Unlike a hand-over: an all-zero BSSID is compared like any other, and unused entries have it.
@@ -279,7 +281,8 @@ SIM_TEST(client_removal, of_a_client_without_bssid_disassociates_on_every_unused
     sim.controller(forgotten(list));
     steps turned_away;
     for (int i = 2; i < 16; i++) {
-        turned_away = turned_away + sta_disassoc("", NOWHERE, CLIENT, 2) + captive_msg(CLIENT, "", 168, 1);
+        turned_away =
+            turned_away + sta_disassoc("", NOWHERE, CLIENT, 2) + captive_msg(CLIENT, "", CAPTIVE_MSG_DISASSOCIATION, 1);
     }
     sim.expect({forgetting(list, 1), client_lookup(CLIENT, true), turned_away, removed(CLIENT, 0)});
 }
@@ -292,12 +295,12 @@ SIM_TEST(client_removal, goes_on_when_driver_portal_and_bridge_fail) {
     sim.fail_nth("kxbr_api_del_client", 1);
     const bytes list = client_list({{CLIENT}});
     sim.controller(forgotten(list));
-    sim.expect({forgetting(list, 1), client_lookup(CLIENT, true), failed(did("socket")),
-                log(3, "Sending disassoc to 02:13:24:35:46:57"),
-                log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"),
-                syslog(10, "<clmgr> Send Disassociation b0:b1:b2:b3:b4:b5 -> 02:13:24:35:46:57 [reason 2]"),
-                failed(captive_msg(CLIENT, "portal zero", 168, 1)),
-                log(1, " Send Assoc to Captive application failed!"), failed(removed(CLIENT, 0))});
+    sim.expect(
+        {forgetting(list, 1), client_lookup(CLIENT, true), failed(did("socket")),
+         log(3, "Sending disassoc to 02:13:24:35:46:57"), log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"),
+         syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation b0:b1:b2:b3:b4:b5 -> 02:13:24:35:46:57 [reason 2]"),
+         failed(captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION, 1)),
+         log(1, " Send Assoc to Captive application failed!"), failed(removed(CLIENT, 0))});
 }
 
 SIM_TEST(client_removal, ends_at_the_end_of_the_buffer) {

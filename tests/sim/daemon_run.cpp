@@ -144,11 +144,11 @@ void daemon_run::starts() {
 }
 
 void daemon_run::is_brought_up() {
-    sim.local(17, {});
+    sim.local(KX_MSG_ID_SYS_INIT, {});
     does("apcomm_recv_register", did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"));
     does("apcomm_status_register", did("apcomm_status_register(client_mgr_apcomm_ctrl_status)"));
     does("apcomm_register_kx_ipc", did("apcomm_register_kx_ipc(ipc)"));
-    sim.local(16, {});
+    sim.local(KX_MSG_ID_SYS_READY, {});
     sim.controller_status(CTRLR_IP, APCOMM_STATUS_UP);
     check();
 }
@@ -163,19 +163,19 @@ void daemon_run::a_minute_passes() {
 }
 
 void daemon_run::is_asked_for_a_heartbeat() {
-    sim.local(13, {});
+    sim.local(KX_MSG_ID_SYSMON_HB, {});
     does("sysmon_send_hb", did("sysmon_send_hb(ipc, 60)"));
     check();
 }
 
 void daemon_run::is_asked_for_the_log_configuration() {
-    sim.local(28, {}, REQUEST);
+    sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     does("kx_ipc_eloop_resp", response(zeros(2060)));
     check();
 }
 
 void daemon_run::is_asked_for_the_dump() {
-    sim.local(59, {}, REQUEST);
+    sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {}, REQUEST);
     if (!does("open") || !does("fstat") || !does("fchmod") || !does("ftruncate") || !does("fdopen")) {
         says("Unable to open /tmp/clientmgr_cli");
     } else {
@@ -194,7 +194,7 @@ void daemon_run::is_asked_for_the_dump() {
 // --- VAPs
 
 void daemon_run::vap_updated(std::string_view ifname) {
-    sim.local(61, padded(ifname, 12));
+    sim.local(KX_MSG_ID_VAP_UPDATE, padded(ifname, 12));
     loads_vaps();
     const auto named =
         std::find_if(table.begin(), table.end(), [ifname](const entry &e) { return e.ifname == ifname; });
@@ -234,7 +234,7 @@ void daemon_run::loads_vaps() {
 }
 
 void daemon_run::bulk_requested() {
-    sim.controller(one_record(16, {}));
+    sim.controller(one_record(CLIENT_MGR_REQ_BULK_INFO, {}));
     reports_vaps();
     reports_stations();
     check();
@@ -316,8 +316,8 @@ bool daemon_run::reads_bssid(const std::string &ifname) {
 void daemon_run::disassociates(const entry &on, std::string_view mac, int reason) {
     asks_driver(driver_request(0x8be6, on.ifname, hex("02 00") + host16(1) + mac_bytes(mac) + zeros(32)),
                 "client_mgr_sta_disassoc: Failed to disassoc STA",
-                syslog(10, "<clmgr> Send Disassociation " + std::string(on.loaded->bssid) + " -> " + std::string(mac) +
-                               " [reason " + std::to_string(reason) + "]"));
+                syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " + std::string(on.loaded->bssid) + " -> " +
+                                                std::string(mac) + " [reason " + std::to_string(reason) + "]"));
 }
 
 void daemon_run::tells_portal(std::string_view mac, std::string_view text, uint8_t id) {
@@ -325,7 +325,7 @@ void daemon_run::tells_portal(std::string_view mac, std::string_view text, uint8
     if (known == nullptr) {
         says("Captive cl failed " + std::string(mac));
     }
-    const bool must_pass = known != nullptr && (known->flag & 0x20) != 0;
+    const bool must_pass = known != nullptr && (known->flag & CLIENT_FLAG_GUEST) != 0;
     const bytes msg = hex("000000") + bytes{id} + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) +
                       big32(must_pass ? 0 : 1);
     if (!does("kx_ipc_send", to_captive_portal(msg))) {

@@ -25,23 +25,23 @@ std::string text(std::string_view view) { return std::string(view); }
 // --- association and disassociation
 
 void daemon_run::associates(std::string_view mac, std::string_view bssid) {
-    sim.local(63, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + zeros(4));
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + zeros(4));
     registers_client(mac, bssid);
     check();
 }
 
 void daemon_run::to_be_associated(std::string_view mac, std::string_view bssid) {
-    sim.controller(one_record(26, client_list({{.mac = mac, .bssid = bssid}})));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, client_list({{.mac = mac, .bssid = bssid}})));
     registers_client(mac, bssid);
     check();
 }
 
 void daemon_run::registers_client(std::string_view mac, std::string_view bssid) {
     const std::string line = "<clmgr> Proc Association-Req " + text(bssid) + " -- " + text(mac);
-    expects(syslog(14, line));
+    expects(syslog(LOG_USER | LOG_INFO, line));
     const int idx = index_of(bssid);
     if (idx < 0) {
-        expects(syslog(10, line + " [Invalid BSS]"));
+        expects(syslog(LOG_USER | LOG_CRIT, line + " [Invalid BSS]"));
         says("Invalid ap bssid in assoc msg");
         return;
     }
@@ -58,8 +58,8 @@ void daemon_run::registers_client(std::string_view mac, std::string_view bssid) 
 }
 
 void daemon_run::leaves(std::string_view mac, std::string_view bssid) {
-    sim.local(65, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + zeros(4));
-    expects(syslog(14, "<clmgr> Proc Disassociation " + text(bssid) + " -- " + text(mac)));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + zeros(4));
+    expects(syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " + text(bssid) + " -- " + text(mac)));
     const client *known = find(mac);
     if (known != nullptr && (known->flag & (FOREIGN | TUNNEL)) == 0) {
         const int idx = index_of(bssid);
@@ -85,7 +85,8 @@ void daemon_run::leaves(std::string_view mac, std::string_view bssid) {
 // --- roaming
 
 void daemon_run::roams_in(std::string_view mac, std::string_view bssid) {
-    sim.local(64, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + zeros(4));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION,
+              zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + zeros(4));
     if (client *known = find(mac)) {
         takes_up_roam(mac, *known, bssid);
     } else {
@@ -100,10 +101,10 @@ void daemon_run::sends_foreign_update(uint8_t type, std::string_view mac, const 
 
 void daemon_run::takes_up_roam(std::string_view mac, client &c, std::string_view bssid) {
     const std::string line = "<clmgr> Proc Reassociation-Req " + text(bssid) + " -- " + text(mac);
-    expects(syslog(14, line + " [Last BSS " + text(ELSEWHERE) + "]"));
+    expects(syslog(LOG_USER | LOG_INFO, line + " [Last BSS " + text(ELSEWHERE) + "]"));
     const int idx = index_of(bssid);
     if (idx < 0) {
-        expects(syslog(10, line + " [Invalid BSS]"));
+        expects(syslog(LOG_USER | LOG_CRIT, line + " [Invalid BSS]"));
         says("Invalid ap bssid in foreign assoc msg");
         return;
     }
@@ -113,7 +114,7 @@ void daemon_run::takes_up_roam(std::string_view mac, client &c, std::string_view
         disassociates(on, mac, 1);
         return;
     }
-    sends_foreign_update(5, mac, c, bssid);
+    sends_foreign_update(CLIENT_MGR_FOREIGN_CLIENT_ASSOC, mac, c, bssid);
     c.bssid = bssid;
     c.vap_idx = idx;
     if (vlan != c.home_vlan) {
@@ -121,7 +122,7 @@ void daemon_run::takes_up_roam(std::string_view mac, client &c, std::string_view
         adds_to_bridge(mac, on.ifname, "tun0", c.home_vlan, zeros(4), 1);
     } else {
         if ((c.flag & GUEST) != 0) {
-            sends_foreign_update(25, mac, c, bssid);
+            sends_foreign_update(CLIENT_MGR_CLIENT_GUEST_ASSOC, mac, c, bssid);
         }
         c.flag = LOCAL | (c.flag & (PMK | GUEST));
         adds_to_bridge(mac, on.ifname, "eth0", c.home_vlan, c.ip, 0);
@@ -143,7 +144,7 @@ void daemon_run::fetches(std::string_view mac, std::string_view bssid, std::stri
 }
 
 void daemon_run::fetched(const listed_client &answer) {
-    sim.controller(one_record(15, client_list({answer})));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, client_list({answer})));
     if (find(answer.mac) != nullptr) {
         if (index_of(answer.bssid) < 0) {
             says("Invalid ap bssid in fetch client info msg");
@@ -158,7 +159,8 @@ void daemon_run::fetched(const listed_client &answer) {
 }
 
 void daemon_run::foreign_leaves(std::string_view mac, std::string_view bssid) {
-    sim.local(66, zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + zeros(4));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION,
+              zeros(16) + mac_bytes(mac) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + zeros(4));
     const client *known = find(mac);
     const unsigned flag = known != nullptr ? known->flag & (LOCAL | FOREIGN | TUNNEL) : 0;
     const bool roamed_on = flag == FOREIGN || flag == (LOCAL | TUNNEL);
@@ -169,7 +171,8 @@ void daemon_run::foreign_leaves(std::string_view mac, std::string_view bssid) {
         } else if (known->vap_idx != idx) {
             says("Frn Disassoc from wrong vap, Don't remove");
         } else {
-            sends(foreign_update(6, mac, bssid, ELSEWHERE, zeros(4)), "Error sending Foreign Client Update");
+            sends(foreign_update(CLIENT_MGR_FOREIGN_CLIENT_DISASSOC, mac, bssid, ELSEWHERE, zeros(4)),
+                  "Error sending Foreign Client Update");
             clients.erase(mac);
             tells_portal(mac, table[static_cast<size_t>(idx)].loaded->portal, 169);
             removes_from_bridge(mac);
@@ -181,7 +184,7 @@ void daemon_run::foreign_leaves(std::string_view mac, std::string_view bssid) {
 // --- addresses and guests
 
 void daemon_run::gets_ip(std::string_view mac, const bytes &ip, std::string_view ifname) {
-    sim.local(161, mac_bytes(mac) + zeros(2) + ip + bytes(ifname.begin(), ifname.end()) + zeros(1));
+    sim.local(KX_MSG_ID_CLIENT_IP, mac_bytes(mac) + zeros(2) + ip + bytes(ifname.begin(), ifname.end()) + zeros(1));
     client *known = find(mac);
     if (known == nullptr || known->ip == ip) {
         return check();
@@ -206,8 +209,8 @@ void daemon_run::gets_ip(std::string_view mac, const bytes &ip, std::string_view
     }
     known->ip = ip;
     sends_update(4, mac, known->bssid, ip);
-    expects(
-        syslog(14, "<clmgr> Proc Event " + text(known->bssid) + " -- " + text(mac) + " [Set IP=" + dotted(ip) + "]"));
+    expects(syslog(LOG_USER | LOG_INFO,
+                   "<clmgr> Proc Event " + text(known->bssid) + " -- " + text(mac) + " [Set IP=" + dotted(ip) + "]"));
     check();
 }
 
@@ -225,7 +228,7 @@ void daemon_run::removes_guest_entries(entry &on, const bytes &ip, std::string_v
 }
 
 void daemon_run::guest_authorised(std::string_view mac) {
-    sim.controller(one_record(24, mac_bytes(mac)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_GUEST_AUTH, mac_bytes(mac)));
     client *known = find(mac);
     const int idx = known != nullptr ? index_of(known->bssid) : -1;
     if (known == nullptr) {
@@ -246,7 +249,7 @@ void daemon_run::guest_authorised(std::string_view mac) {
 // --- what the controller hands over and takes back
 
 void daemon_run::handed_over(const listed_client &c) {
-    sim.controller(one_record(10, client_list({c})));
+    sim.controller(one_record(ROAMING_MGR_CLIENT_BULK_INFO, client_list({c})));
     if (const client *known = find(c.mac)) {
         for (const entry &e : table) {
             if (e.loaded != nullptr && e.loaded->bssid == known->bssid) {
@@ -263,7 +266,7 @@ void daemon_run::handed_over(const listed_client &c) {
 }
 
 void daemon_run::forgotten(std::string_view mac) {
-    sim.controller(one_record(17, client_list({{.mac = mac}})));
+    sim.controller(one_record(CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, client_list({{.mac = mac}})));
     if (const client *known = find(mac)) {
         for (const entry &e : table) {
             if (e.loaded != nullptr && e.loaded->bssid == known->bssid) {
@@ -278,7 +281,7 @@ void daemon_run::forgotten(std::string_view mac) {
 }
 
 void daemon_run::moved_away(std::string_view mac) {
-    sim.controller(one_record(9, hex("01") + mac_bytes(mac) + zeros(13)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, hex("01") + mac_bytes(mac) + zeros(13)));
     if (const client *known = find(mac)) {
         for (const entry &e : table) {
             if (e.loaded != nullptr && e.loaded->bssid == known->bssid) {
@@ -295,7 +298,8 @@ void daemon_run::moved_away(std::string_view mac) {
 }
 
 void daemon_run::moved(std::string_view mac, std::string_view bssid) {
-    sim.controller(one_record(9, hex("02") + mac_bytes(mac) + zeros(6) + mac_bytes(bssid) + hex("2c")));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY,
+                              hex("02") + mac_bytes(mac) + zeros(6) + mac_bytes(bssid) + hex("2c")));
     if (client *known = find(mac)) {
         adds_to_bridge(mac, "tun0", "eth0", known->home_vlan, zeros(4), 0);
         known->bssid = bssid;
@@ -309,9 +313,9 @@ void daemon_run::moved(std::string_view mac, std::string_view bssid) {
 // --- keys
 
 void daemon_run::has_key(std::string_view mac, std::string_view bssid) {
-    sim.local(150, big32(2) + mac_bytes(bssid) + zeros(6) + mac_bytes(mac) + pmk_bytes());
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, big32(2) + mac_bytes(bssid) + zeros(6) + mac_bytes(mac) + pmk_bytes());
     const bytes body = mac_bytes(mac) + mac_bytes(bssid) + zeros(6) + pmk_bytes();
-    if (!does("apcomm_send_msg", to_controller(bulk_message(1, ctrlr_record(11, body))))) {
+    if (!does("apcomm_send_msg", to_controller(bulk_message(1, ctrlr_record(CLIENT_MGR_PMK_ADD, body))))) {
         says("APComm Unable to send data");
         says("Error sending Foreign Client Update");
     } else if (const int idx = index_of(bssid); idx < 0) {
@@ -328,7 +332,8 @@ void daemon_run::has_key(std::string_view mac, std::string_view bssid) {
 }
 
 void daemon_run::needs_key(std::string_view mac, std::string_view bssid) {
-    sim.local(150, big32(1) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + mac_bytes(mac) + zeros(32));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO,
+              big32(1) + mac_bytes(bssid) + mac_bytes(ELSEWHERE) + mac_bytes(mac) + zeros(32));
     const client *known = find(mac);
     if (known != nullptr && (known->flag & PMK) != 0) {
         tells_hostapd(mac, bssid, ELSEWHERE, known->pmk);
@@ -339,7 +344,7 @@ void daemon_run::needs_key(std::string_view mac, std::string_view bssid) {
 }
 
 void daemon_run::key_fetched(const listed_client &answer) {
-    sim.controller(one_record(14, client_list({answer})));
+    sim.controller(one_record(CLIENT_MGR_PMK_FETCH_SUCCESS, client_list({answer})));
     if (client *known = find(answer.mac)) {
         known->flag |= PMK;
         known->pmk = answer.pmk;
@@ -351,7 +356,7 @@ void daemon_run::key_fetched(const listed_client &answer) {
 // --- MAC ACL
 
 void daemon_run::may_it_associate(std::string_view mac, std::string_view bssid) {
-    sim.local(195, mac_bytes(mac) + mac_bytes(bssid) + big32(10) + QUESTION_DATA);
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, mac_bytes(mac) + mac_bytes(bssid) + big32(10) + QUESTION_DATA);
     const int idx = index_of(bssid);
     const client *known = find(mac);
     const auto cached = verdicts.find(mac);
@@ -366,15 +371,16 @@ void daemon_run::may_it_associate(std::string_view mac, std::string_view bssid) 
         data.resize(128);
         const bytes body = hex("ffffffff") + mac_bytes(mac) + mac_bytes(bssid) + hex("a0a1a2a3a4a5") +
                            big32(static_cast<uint32_t>(idx)) + zeros(12) + big32(10) + data;
-        sends(to_controller(bulk_message(1, ctrlr_record(27, body))), "Error sending mac acl auth to ctrlr ");
+        sends(to_controller(bulk_message(1, ctrlr_record(CLIENT_MGR_CLIENT_ACL_AUTH_REQ, body))),
+              "Error sending mac acl auth to ctrlr ");
         verdicts[mac] = PENDING;
     }
     check();
 }
 
 void daemon_run::verdict_on(std::string_view mac, std::string_view bssid, uint32_t verdict) {
-    sim.controller(
-        one_record(28, big32(verdict) + mac_bytes(mac) + mac_bytes(bssid) + zeros(22) + big32(10) + QUESTION_DATA));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, big32(verdict) + mac_bytes(mac) + mac_bytes(bssid) +
+                                                                   zeros(22) + big32(10) + QUESTION_DATA));
     if (!pushes_verdict(bssid, verdict)) {
         says("sending acl auth response to drv failed for " + text(mac) + " ");
     }

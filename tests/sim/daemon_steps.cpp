@@ -123,15 +123,15 @@ steps acl_not_deleted(int idx) { return ACL.not_deleted(idx); }
 steps sta_disassoc(std::string_view ifname, std::string_view bssid, std::string_view mac, int reason) {
     const bytes body = hex("02 00") + host16(1) + mac_bytes(mac) + zeros(32);
     return did("socket") + log(3, with("Sending disassoc to ", mac)) + driver_request(0x8be6, ifname, body) +
-           syslog(10, with("<clmgr> Send Disassociation ", bssid) + with(" -> ", mac) + " [reason " + number(reason) +
-                          "]") +
+           syslog(LOG_USER | LOG_CRIT, with("<clmgr> Send Disassociation ", bssid) + with(" -> ", mac) + " [reason " +
+                                           number(reason) + "]") +
            did("close");
 }
 
-steps captive_msg(std::string_view mac, std::string_view text, uint8_t id, uint8_t portal_flag) {
+steps captive_msg(std::string_view mac, std::string_view text, uint32_t id, uint8_t portal_flag) {
     return client_lookup(mac, true) + log(3, "Sending Assoc IPC to /kx/ipc/captive_app") +
-           to_captive_portal(hex("000000") + bytes{id} + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) +
-                             hex("000000") + bytes{portal_flag});
+           to_captive_portal(big32(id) + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) + hex("000000") +
+                             bytes{portal_flag});
 }
 
 bytes mac_bytes(std::string_view mac) {

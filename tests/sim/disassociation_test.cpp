@@ -19,25 +19,32 @@ bytes notice(std::string_view bssid = BSSID) {
 const bytes IP_FIELD = hex("f0f1f2f3");
 
 steps local_receipt(std::string_view bssid = BSSID) {
-    return notified(65, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd") + log(3, "Received dis-association msg") +
-           syslog(14, "<clmgr> Proc Disassociation " + std::string(bssid) + " -- " + std::string(CLIENT));
+    return notified(KX_MSG_ID_CLIENT_DISASSOCIATION, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd") +
+           log(3, "Received dis-association msg") +
+           syslog(LOG_USER | LOG_INFO,
+                  "<clmgr> Proc Disassociation " + std::string(bssid) + " -- " + std::string(CLIENT));
 }
 
-steps foreign_receipt() { return notified(66, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd"); }
+steps foreign_receipt() {
+    return notified(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd");
+}
 
 steps removal(int slot) {
     return client_deleted(CLIENT, slot) + deleting_from_bridge("client_mgr_send_disassoc_msg", CLIENT) +
-           captive_msg_of_stranger(CLIENT, "portal zero", 168) + bridge_del(CLIENT) + acl_lookup(CLIENT, false);
+           captive_msg_of_stranger(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION) + bridge_del(CLIENT) +
+           acl_lookup(CLIENT, false);
 }
 
 steps foreign_removal(int slot) {
     return client_deleted(CLIENT, slot) + deleting_from_bridge("client_mgr_send_disassoc_foreign_msg", CLIENT) +
-           captive_msg_of_stranger(CLIENT, "portal zero", 169) + bridge_del(CLIENT);
+           captive_msg_of_stranger(CLIENT, "portal zero", CAPTIVE_MSG_FOREIGN_DISASSOCIATION) + bridge_del(CLIENT);
 }
 
-steps local_update() { return client_update(3, CLIENT, BSSID, IP_FIELD); }
+steps local_update() { return client_update(CLIENT_MGR_CLIENT_DISASSOC, CLIENT, BSSID, IP_FIELD); }
 
-steps foreign_leave_update() { return foreign_update(6, CLIENT, BSSID, "f0:f1:f2:f3:f4:f5", hex("f6f7f8f9")); }
+steps foreign_leave_update() {
+    return foreign_update(CLIENT_MGR_FOREIGN_CLIENT_DISASSOC, CLIENT, BSSID, "f0:f1:f2:f3:f4:f5", hex("f6f7f8f9"));
+}
 
 // On VAP 0, with every field set.
 client_info associated(uint32_t flag) {
@@ -76,8 +83,8 @@ static_assert(std::size(COMBINATIONS) == 32);
 SIM_TEST(disassociation, takes_the_client_off_everything_in_order) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
-    EXPECT_EQ(1, have_client(sim, associated(0x11)));
-    sim.local(65, notice());
+    EXPECT_EQ(1, have_client(sim, associated(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK)));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({
         local_receipt(),
         client_lookup(CLIENT, true),
@@ -102,17 +109,17 @@ SIM_TEST(disassociation, takes_the_client_off_everything_in_order) {
 
 SIM_TEST(disassociation, is_dropped_silently_until_the_controller_can_be_told) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
     whenever_not_ready([&] {
-        sim.local(65, notice());
-        sim.expect({notified(65, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd")});
+        sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
+        sim.expect({notified(KX_MSG_ID_CLIENT_DISASSOCIATION, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd")});
     });
-    expect_stored(associated(0x01));
+    expect_stored(associated(CLIENT_FLAG_LOCAL));
 }
 
 SIM_TEST(disassociation, of_an_unknown_client_does_nothing) {
     have_two_vaps();
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, false), log(3, "Unable to find client")});
 }
 
@@ -121,7 +128,7 @@ SIM_TEST(disassociation, spares_clients_that_roamed) {
     for (const combination &c : COMBINATIONS) {
         SCOPED_TRACE(c.flag);
         const int slot = have_client(sim, associated(c.flag));
-        sim.local(65, notice());
+        sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
         if (c.leaves) {
             sim.expect({local_receipt(), client_lookup(CLIENT, true), local_update(), removal(slot)});
             EXPECT_EQ(nullptr, stored_client(CLIENT));
@@ -135,89 +142,90 @@ SIM_TEST(disassociation, spares_clients_that_roamed) {
 // The tests come one after the other: flags, BSSID, VAP.
 SIM_TEST(disassociation, looks_at_the_flags_before_the_bssid) {
     have_two_vaps();
-    have_client(sim, associated(0x02));
-    sim.local(65, notice(ELSEWHERE));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice(ELSEWHERE));
     sim.expect(
         {local_receipt(ELSEWHERE), client_lookup(CLIENT, true), log(3, "Frn/Local L3 Roam client Don't remove")});
 }
 
 SIM_TEST(disassociation, from_a_bssid_that_is_not_ours_keeps_the_client) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
-    sim.local(65, notice(ELSEWHERE));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice(ELSEWHERE));
     sim.expect({local_receipt(ELSEWHERE), client_lookup(CLIENT, true), log(1, "Invalid ap bssid in disassoc msg")});
-    expect_stored(associated(0x01));
+    expect_stored(associated(CLIENT_FLAG_LOCAL));
 }
 
 SIM_TEST(disassociation, from_another_vap_keeps_the_client) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
-    sim.local(65, notice(BSSID_2));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice(BSSID_2));
     sim.expect({local_receipt(BSSID_2), client_lookup(CLIENT, true), log(1, "Disassoc from wrong vap, Don't remove")});
-    expect_stored(associated(0x01));
+    expect_stored(associated(CLIENT_FLAG_LOCAL));
 }
 
 SIM_TEST(disassociation, compares_vap_indexes_not_bssids) {
     have_two_vaps();
-    client_info client = associated(0x01);
+    client_info client = associated(CLIENT_FLAG_LOCAL);
     client.bssid_idx = 1;
     have_client(sim, client);
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), log(1, "Disassoc from wrong vap, Don't remove")});
     expect_stored(client);
 }
 
 SIM_TEST(disassociation, goes_on_when_it_cannot_be_reported) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
     sim.fail_nth("apcomm_send_msg", 1);
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), failed(local_update()), NOT_SENT,
                 log(1, "Error sending Client Update"), removal(0)});
 }
 
 SIM_TEST(disassociation, goes_on_when_portal_and_bridge_fail) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
     sim.fail_nth("kx_ipc_send", 1);
     sim.fail_nth("kxbr_api_del_client", 1);
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), local_update(), client_deleted(CLIENT, 0),
                 deleting_from_bridge("client_mgr_send_disassoc_msg", CLIENT),
-                failed(captive_msg_of_stranger(CLIENT, "portal zero", 168)),
+                failed(captive_msg_of_stranger(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION)),
                 log(1, " Send Assoc to Captive application failed!"), failed(bridge_del(CLIENT)),
                 acl_lookup(CLIENT, false)});
 }
 
 SIM_TEST(disassociation, drops_the_cached_verdict) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
     const auto now = static_cast<int32_t>(sim.wall_secs());
     have_verdict(sim, CLIENT_2, ACL_STATE_DENIED, now);
     EXPECT_EQ(1, have_verdict(sim, CLIENT, ACL_STATE_ALLOWED, now - 29));
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), local_update(), client_deleted(CLIENT, 0),
                 deleting_from_bridge("client_mgr_send_disassoc_msg", CLIENT),
-                captive_msg_of_stranger(CLIENT, "portal zero", 168), bridge_del(CLIENT), acl_lookup(CLIENT, true),
-                log(4, "client found in client manager acl cache 02:13:24:35:46:57"), acl_deleted(CLIENT, 1)});
+                captive_msg_of_stranger(CLIENT, "portal zero", CAPTIVE_MSG_DISASSOCIATION), bridge_del(CLIENT),
+                acl_lookup(CLIENT, true), log(4, "client found in client manager acl cache 02:13:24:35:46:57"),
+                acl_deleted(CLIENT, 1)});
     EXPECT_EQ(nullptr, stored_verdict(CLIENT));
     EXPECT_NE(nullptr, stored_verdict(CLIENT_2));
 }
 
 SIM_TEST(disassociation, leaves_an_outdated_verdict_to_the_sweep) {
     have_two_vaps();
-    have_client(sim, associated(0x01));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL));
     have_verdict(sim, CLIENT, ACL_STATE_ALLOWED, static_cast<int32_t>(sim.wall_secs()) - 30);
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), local_update(), removal(0)});
     EXPECT_NE(nullptr, stored_verdict(CLIENT));
 }
 
 SIM_TEST(disassociation, keeps_the_verdict_of_a_client_that_stays) {
     have_two_vaps();
-    have_client(sim, associated(0x02));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN));
     have_verdict(sim, CLIENT, ACL_STATE_ALLOWED, static_cast<int32_t>(sim.wall_secs()));
-    sim.local(65, notice());
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, notice());
     sim.expect({local_receipt(), client_lookup(CLIENT, true), log(3, "Frn/Local L3 Roam client Don't remove")});
     EXPECT_NE(nullptr, stored_verdict(CLIENT));
 }
@@ -227,9 +235,9 @@ SIM_TEST(disassociation, keeps_the_verdict_of_a_client_that_stays) {
 SIM_TEST(foreign_disassociation, takes_the_client_off_everything_in_order) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
-    EXPECT_EQ(1, have_client(sim, associated(0x1a)));
+    EXPECT_EQ(1, have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK)));
     have_verdict(sim, CLIENT, ACL_STATE_ALLOWED, static_cast<int32_t>(sim.wall_secs()));
-    sim.local(66, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
     sim.expect({
         foreign_receipt(),
         client_lookup(CLIENT, true),
@@ -253,17 +261,17 @@ SIM_TEST(foreign_disassociation, takes_the_client_off_everything_in_order) {
 
 SIM_TEST(foreign_disassociation, is_dropped_silently_until_the_controller_can_be_told) {
     have_two_vaps();
-    have_client(sim, associated(0x0a));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
     whenever_not_ready([&] {
-        sim.local(66, notice());
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
         sim.expect({foreign_receipt()});
     });
-    expect_stored(associated(0x0a));
+    expect_stored(associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
 }
 
 SIM_TEST(foreign_disassociation, of_an_unknown_client_does_nothing) {
     have_two_vaps();
-    sim.local(66, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
     sim.expect({foreign_receipt(), client_lookup(CLIENT, false), log(3, "Unable to find client")});
 }
 
@@ -272,7 +280,7 @@ SIM_TEST(foreign_disassociation, spares_clients_that_roamed) {
     for (const combination &c : COMBINATIONS) {
         SCOPED_TRACE(c.flag);
         const int slot = have_client(sim, associated(c.flag));
-        sim.local(66, notice());
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
         if (c.leaves_foreign) {
             sim.expect({foreign_receipt(), client_lookup(CLIENT, true), foreign_leave_update(), foreign_removal(slot)});
             EXPECT_EQ(nullptr, stored_client(CLIENT));
@@ -286,56 +294,56 @@ SIM_TEST(foreign_disassociation, spares_clients_that_roamed) {
 
 SIM_TEST(foreign_disassociation, looks_at_the_flags_before_the_bssid) {
     have_two_vaps();
-    have_client(sim, associated(0x09));
-    sim.local(66, notice(ELSEWHERE));
+    have_client(sim, associated(CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice(ELSEWHERE));
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), log(3, "Frn client which has roamed. Don't remove")});
 }
 
 SIM_TEST(foreign_disassociation, from_a_bssid_that_is_not_ours_keeps_the_client) {
     have_two_vaps();
-    have_client(sim, associated(0x0a));
-    sim.local(66, notice(ELSEWHERE));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice(ELSEWHERE));
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), log(1, "Invalid ap bssid in frn disassoc msg")});
-    expect_stored(associated(0x0a));
+    expect_stored(associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
 }
 
 SIM_TEST(foreign_disassociation, from_another_vap_keeps_the_client) {
     have_two_vaps();
-    have_client(sim, associated(0x0a));
-    sim.local(66, notice(BSSID_2));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice(BSSID_2));
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), log(1, "Frn Disassoc from wrong vap, Don't remove")});
-    expect_stored(associated(0x0a));
+    expect_stored(associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
 }
 
 SIM_TEST(foreign_disassociation, compares_vap_indexes_not_bssids) {
     have_two_vaps();
-    client_info client = associated(0x0a);
+    client_info client = associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL);
     client.bssid_idx = 1;
     have_client(sim, client);
-    sim.local(66, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), log(1, "Frn Disassoc from wrong vap, Don't remove")});
     expect_stored(client);
 }
 
 SIM_TEST(foreign_disassociation, goes_on_when_everything_fails) {
     have_two_vaps();
-    have_client(sim, associated(0x0a));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
     sim.fail_nth("apcomm_send_msg", 1);
     sim.fail_nth("kx_ipc_send", 1);
     sim.fail_nth("kxbr_api_del_client", 1);
-    sim.local(66, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), failed(foreign_leave_update()), NOT_SENT,
                 log(1, "Error sending Foreign Client Update"), client_deleted(CLIENT, 0),
                 deleting_from_bridge("client_mgr_send_disassoc_foreign_msg", CLIENT),
-                failed(captive_msg_of_stranger(CLIENT, "portal zero", 169)),
+                failed(captive_msg_of_stranger(CLIENT, "portal zero", CAPTIVE_MSG_FOREIGN_DISASSOCIATION)),
                 log(1, " Send Assoc to Captive application failed!"), failed(bridge_del(CLIENT))});
 }
 
 SIM_TEST(foreign_disassociation, does_not_clean_up_after_a_guest) {
     have_two_vaps();
     g_cfg.vaps[0].guest_count = 1;
-    have_client(sim, associated(0x2a));
-    sim.local(66, notice());
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, notice());
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true), foreign_leave_update(), foreign_removal(0)});
     EXPECT_EQ(1u, g_cfg.vaps[0].guest_count);
 }
@@ -343,10 +351,11 @@ SIM_TEST(foreign_disassociation, does_not_clean_up_after_a_guest) {
 // A notification shorter than the update message reads it: what is missing is zero.
 SIM_TEST(foreign_disassociation, of_32_bytes_reports_the_rest_as_zero) {
     have_two_vaps();
-    have_client(sim, associated(0x0a));
-    sim.local(66, first(notice(), 32));
+    have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, first(notice(), 32));
     sim.expect({foreign_receipt(), client_lookup(CLIENT, true),
-                foreign_update(6, CLIENT, BSSID, "f0:f1:f2:f3:00:00", zeros(4)), foreign_removal(0)});
+                foreign_update(CLIENT_MGR_FOREIGN_CLIENT_DISASSOC, CLIENT, BSSID, "f0:f1:f2:f3:00:00", zeros(4)),
+                foreign_removal(0)});
 }
 
 }  // namespace sim

@@ -3,6 +3,8 @@
 #ifndef TESTS_SIM_EFFECTS_H
 #define TESTS_SIM_EFFECTS_H
 
+#include <syslog.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,6 +30,7 @@ steps operator+(steps front, const steps &back);
 steps log(int level, std::string_view text);
 // A line on standard output.
 steps console(int level, std::string_view text);
+// A line in the system log; `priority` is facility and level: LOG_USER | LOG_INFO.
 steps syslog(int priority, std::string_view text);
 // Any other effect, as the platform words it.
 steps did(std::string_view what);

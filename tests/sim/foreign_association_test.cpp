@@ -15,7 +15,7 @@ bytes notice(std::string_view bssid = BSSID) {
            hex("f6f7f8f9");
 }
 
-steps receipt() { return notified(64, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"); }
+steps receipt() { return notified(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"); }
 
 steps heard(int priority, const std::string &bssid, const std::string &mac, const std::string &remark) {
     return syslog(priority, "<clmgr> Proc Reassociation-Req " + bssid + " -- " + mac + " [" + remark + "]");
@@ -41,7 +41,9 @@ steps bridged_through_tunnel() {
     return bridged(300, "00000000") + bridge_add(CLIENT, "ath0", "tun0", 300, "0.0.0.0", 1);
 }
 
-steps portal_told(uint8_t flag = 1) { return captive_msg(CLIENT, "portal zero", 167, flag); }
+steps portal_told(uint8_t flag = 1) {
+    return captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_FOREIGN_ASSOCIATION, flag);
+}
 
 // Known from elsewhere.
 client_info roaming(uint32_t flag, int32_t home_vlan) {
@@ -94,12 +96,12 @@ static_assert(std::size(TRANSITIONS) == 32);
 SIM_TEST(foreign_association, on_the_home_vlan_makes_the_client_ours) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
-    EXPECT_EQ(1, have_client(sim, roaming(0x12, 100)));
-    sim.local(64, notice());
+    EXPECT_EQ(1, have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100)));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({
         receipt(),
         client_lookup(CLIENT, true),
-        syslog(14,
+        syslog(LOG_USER | LOG_INFO,
                "<clmgr> Proc Reassociation-Req b0:b1:b2:b3:b4:b5 -- 02:13:24:35:46:57 [Last BSS d0:d1:d2:d3:d4:d5]"),
         log(3, "Client 02:13:24:35:46:57"),
         log(3, "To BSSID b0:b1:b2:b3:b4:b5"),
@@ -117,13 +119,13 @@ SIM_TEST(foreign_association, on_the_home_vlan_makes_the_client_ours) {
         log(3, "Sending Assoc IPC to /kx/ipc/captive_app"),
         to_captive_portal(hex("000000a7 0000002c 00000001 021324354657") + padded("portal zero", 34) + hex("00000001")),
     });
-    expect_stored(at_home(0x11));
+    expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
 SIM_TEST(foreign_association, on_another_vlan_tunnels_the_client_home) {
     have_two_vaps();
-    have_client(sim, roaming(0x12, 300));
-    sim.local(64, notice());
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 300));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({
         taken_up(),
         update(),
@@ -141,35 +143,36 @@ SIM_TEST(foreign_association, on_another_vlan_tunnels_the_client_home) {
 
 SIM_TEST(foreign_association, is_to_the_vap_that_has_the_bssid) {
     have_two_vaps();
-    client_info expected = roaming(0x01, 200);
+    client_info expected = roaming(CLIENT_FLAG_LOCAL, 200);
     set_mac(expected.assoc_bssid, BSSID_2);
     expected.assoc_vlan = 200;
     expected.bssid_idx = 1;
-    const steps reported =
-        taken_up(BSSID_2) + foreign_update(5, CLIENT, BSSID_2, ELSEWHERE, IP) + client_update_at(CLIENT, 0);
-    const steps told = captive_msg(CLIENT, "portal one", 167, 1);
+    const steps reported = taken_up(BSSID_2) +
+                           foreign_update(CLIENT_MGR_FOREIGN_CLIENT_ASSOC, CLIENT, BSSID_2, ELSEWHERE, IP) +
+                           client_update_at(CLIENT, 0);
+    const steps told = captive_msg(CLIENT, "portal one", CAPTIVE_MSG_FOREIGN_ASSOCIATION, 1);
     const auto announced = [](int vlan, const char *ip) {
         return adding_to_bridge("client_mgr_send_assoc_foreign_msg", CLIENT, BSSID_2, vlan) +
                log(3, std::string("Client IP ") + ip);
     };
 
-    have_client(sim, roaming(0x02, 200));
-    sim.local(64, notice(BSSID_2));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN, 200));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(BSSID_2));
     sim.expect(
         {reported, announced(200, "0x0a5b5c5d"), bridge_add(CLIENT, "ath1", "eth0", 200, "10.91.92.93", 0), told});
     set_mac(expected.home_bssid, BSSID_2);
     expect_stored(expected);
 
-    have_client(sim, roaming(0x02, 100));
-    sim.local(64, notice(BSSID_2));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN, 100));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(BSSID_2));
     sim.expect({reported, announced(100, "0x00000000"), bridge_add(CLIENT, "ath1", "tun0", 100, "0.0.0.0", 1), told});
     set_mac(expected.home_bssid, "e0:e1:e2:e3:e4:e5");
     expected.home_vlan = 100;
-    expected.flag = 0x0a;
+    expected.flag = CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL;
     expect_stored(expected);
 
-    have_client(sim, roaming(0x22, 100));
-    sim.local(64, notice(BSSID_2));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 100));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(BSSID_2));
     sim.expect({taken_up(BSSID_2), sta_disassoc("ath1", BSSID_2, CLIENT, 1)});
 }
 
@@ -178,7 +181,7 @@ SIM_TEST(foreign_association, turns_the_flags_as_the_home_vlan_demands) {
     for (const transition &t : TRANSITIONS) {
         SCOPED_TRACE(t.before);
         have_client(sim, roaming(t.before, 100));
-        sim.local(64, notice());
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
         const bool guest = t.before >= 0x20;
         sim.expect({taken_up(), update(), guest ? update(25) : steps{}, client_update_at(CLIENT, 0), bridged_locally(),
                     portal_told(guest ? 0 : 1)});
@@ -191,7 +194,7 @@ SIM_TEST(foreign_association, on_another_vlan_keeps_the_flags_and_turns_guests_a
     for (const transition &t : TRANSITIONS) {
         SCOPED_TRACE(t.before);
         have_client(sim, roaming(t.before, 300));
-        sim.local(64, notice());
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
         if (t.before < 0x20) {
             sim.expect({taken_up(), update(), client_update_at(CLIENT, 0), bridged_through_tunnel(), portal_told()});
             expect_stored(arrived(roaming(0, 300), t.on_other_vlan));
@@ -204,8 +207,8 @@ SIM_TEST(foreign_association, on_another_vlan_keeps_the_flags_and_turns_guests_a
 
 SIM_TEST(foreign_association, of_a_guest_reports_it_as_one) {
     have_two_vaps();
-    have_client(sim, roaming(0x22, 100));
-    sim.local(64, notice());
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 100));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({taken_up(), update(), log(3, "Client 02:13:24:35:46:57"), log(3, "To BSSID b0:b1:b2:b3:b4:b5"),
                 log(3, "From BSSID d0:d1:d2:d3:d4:d5"),
                 to_controller(hex("01 0e 00 0001 00 0028 a0a1a2a3a4a5  19 04 001a  021324354657 b0b1b2b3b4b5"
@@ -215,17 +218,17 @@ SIM_TEST(foreign_association, of_a_guest_reports_it_as_one) {
 
 SIM_TEST(foreign_association, turns_a_guest_away_though_the_driver_refuses) {
     have_two_vaps();
-    have_client(sim, roaming(0x22, 300));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 300));
     sim.fail_nth("ioctl", 1);
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({taken_up(), sta_disassoc_refused("ath0", BSSID, CLIENT, 1)});
-    expect_stored(roaming(0x22, 300));
+    expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 300));
 }
 
 SIM_TEST(foreign_association, writes_the_known_address_into_the_notification) {
     have_two_vaps();
-    have_client(sim, roaming(0x12, 100));
-    sim.local(64, notice(ELSEWHERE));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(ELSEWHERE));
     sim.forget();
     const uint8_t *field = g_cfg.ipc_rx_buf + IPC_HDR_SIZE + 34;
     EXPECT_EQ(IP, bytes(field, field + 4));
@@ -237,8 +240,8 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
     have_two_vaps();
     for (size_t len = 0; len <= 38; len++) {
         SCOPED_TRACE(len);
-        have_client(sim, roaming(0x12, 100));
-        sim.local(64, first(notice(), len));
+        have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, first(notice(), len));
         const bytes seen = first(notice(), len) + zeros(38 - len);
         const std::string mac = mac_text(&seen[16]);
         const std::string bssid = mac_text(&seen[22]);
@@ -251,7 +254,8 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
             sim.expect({receipt(), client_lookup(mac, true), moved, heard(10, bssid, mac, "Invalid BSS"),
                         log(1, "Invalid ap bssid in foreign assoc msg")});
         } else {
-            sim.expect({receipt(), client_lookup(mac, true), moved, foreign_update(5, CLIENT, BSSID, last, IP),
+            sim.expect({receipt(), client_lookup(mac, true), moved,
+                        foreign_update(CLIENT_MGR_FOREIGN_CLIENT_ASSOC, CLIENT, BSSID, last, IP),
                         client_update_at(CLIENT, 0), bridged_locally(), portal_told()});
         }
     }
@@ -259,54 +263,55 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
 
 SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_told) {
     have_two_vaps();
-    have_client(sim, roaming(0x12, 100));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     whenever_not_ready([&] {
-        sim.local(64, notice());
+        sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
         sim.expect({receipt()});
     });
-    expect_stored(roaming(0x12, 100));
+    expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
 }
 
 SIM_TEST(foreign_association, to_a_bssid_that_is_not_ours_changes_nothing) {
     have_two_vaps();
-    have_client(sim, roaming(0x12, 100));
-    sim.local(64, notice("cc:cd:ce:cf:ca:cb"));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice("cc:cd:ce:cf:ca:cb"));
     sim.expect({
         taken_up("cc:cd:ce:cf:ca:cb"),
-        syslog(10, "<clmgr> Proc Reassociation-Req cc:cd:ce:cf:ca:cb -- 02:13:24:35:46:57 [Invalid BSS]"),
+        syslog(LOG_USER | LOG_CRIT,
+               "<clmgr> Proc Reassociation-Req cc:cd:ce:cf:ca:cb -- 02:13:24:35:46:57 [Invalid BSS]"),
         log(1, "Invalid ap bssid in foreign assoc msg"),
     });
-    expect_stored(roaming(0x12, 100));
+    expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
 }
 
 SIM_TEST(foreign_association, goes_on_when_it_cannot_be_reported) {
     have_two_vaps();
-    have_client(sim, roaming(0x32, 100));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST, 100));
     sim.fail_nth("apcomm_send_msg", 1);
     sim.fail_nth("apcomm_send_msg", 2, 3);
     const steps not_sent = NOT_SENT + log(1, "Error sending Foreign Client Update");
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({taken_up(), failed(update()), not_sent, failed(update(25), 3), not_sent, client_update_at(CLIENT, 0),
                 bridged_locally(), portal_told(0)});
-    expect_stored(at_home(0x31));
+    expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST));
 }
 
 SIM_TEST(foreign_association, goes_on_when_bridge_and_portal_fail) {
     have_two_vaps();
-    have_client(sim, roaming(0x12, 100));
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     sim.fail_nth("kxbr_api_add_client", 1);
     sim.fail_nth("kx_ipc_send", 1);
-    sim.local(64, notice());
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({taken_up(), update(), client_update_at(CLIENT, 0), failed(bridged_locally()), failed(portal_told()),
                 log(1, " Send Assoc to Captive application failed!")});
-    expect_stored(at_home(0x11));
+    expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
 SIM_TEST(foreign_association, takes_an_interface_name_of_12_characters) {
     have_two_vaps();
     set_full_ifname(g_cfg.vaps[0]);
-    have_client(sim, roaming(0x12, 300));
-    sim.local(64, notice());
+    have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 300));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
     sim.expect({taken_up(), update(), client_update_at(CLIENT, 0), bridged(300, "00000000"),
                 bridge_add(CLIENT, FULL_IFNAME, "tun0", 300, "0.0.0.0", 1), portal_told()});
 }

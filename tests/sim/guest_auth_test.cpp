@@ -9,7 +9,7 @@
 namespace sim {
 namespace {
 
-client_info guest(uint32_t flag = 0x31) {
+client_info guest(uint32_t flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, ELSEWHERE);
     set_mac(client.assoc_bssid, BSSID);
@@ -22,7 +22,7 @@ client_info guest(uint32_t flag = 0x31) {
     return client;
 }
 
-steps receipt() { return received(24, 6) + log(3, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"); }
+steps receipt() { return received(CLIENT_MGR_CLIENT_GUEST_AUTH, 6) + log(3, "Received CLIENT_MGR_CLIENT_GUEST_AUTH"); }
 
 steps entries_removed(const std::string &ip) {
     return log(1, "Client authenticated, removing arp and route") + log(1, "Executing command (arp -d " + ip + ")") +
@@ -33,10 +33,10 @@ steps address_cleared() { return log(1, "removing ip from intf") + ran("ifconfig
 
 steps portal_told() {
     return log(3, "Notifying client 02:13:24:35:46:57 authenticated in vap portal zero") +
-           captive_msg(CLIENT, "portal zero", 67, 1);
+           captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_GUEST_AUTHENTICATED, 1);
 }
 
-const bytes AUTH = one_record(24, mac_bytes(CLIENT));
+const bytes AUTH = one_record(CLIENT_MGR_CLIENT_GUEST_AUTH, mac_bytes(CLIENT));
 
 }  // namespace
 
@@ -64,7 +64,7 @@ SIM_TEST(guest_auth, of_the_last_guest_clears_the_interface) {
     });
     EXPECT_EQ(0u, g_cfg.vaps[0].guest_count);
     EXPECT_EQ(1u, g_cfg.vaps[1].guest_count);
-    expect_stored(guest(0x11));
+    expect_stored(guest(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
 SIM_TEST(guest_auth, of_one_of_several_removes_its_entries_alone) {
@@ -82,7 +82,7 @@ SIM_TEST(guest_auth, with_no_guest_counted_clears_the_flag_alone) {
     have_client(sim, guest());
     sim.controller(AUTH);
     sim.expect({receipt(), client_lookup(CLIENT, true), client_update_at(CLIENT, 0), portal_told()});
-    expect_stored(guest(0x11));
+    expect_stored(guest(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
 // It has no entries of its own, but the count is lowered all the same.
@@ -115,7 +115,7 @@ SIM_TEST(guest_auth, is_taken_whatever_the_state_of_the_link) {
         have_client(sim, guest());
         sim.controller(AUTH);
         sim.expect({receipt(), client_lookup(CLIENT, true), client_update_at(CLIENT, 0), portal_told()});
-        expect_stored(guest(0x11));
+        expect_stored(guest(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
     });
 }
 
@@ -159,7 +159,7 @@ SIM_TEST(guest_auth, shows_a_portal_text_of_32_bytes_and_nothing_behind_it) {
     sim.controller(AUTH);
     sim.expect({receipt(), client_lookup(CLIENT, true), client_update_at(CLIENT, 0),
                 log(3, "Notifying client 02:13:24:35:46:57 authenticated in vap " + text),
-                captive_msg(CLIENT, text, 67, 1)});
+                captive_msg(CLIENT, text, CAPTIVE_MSG_GUEST_AUTHENTICATED, 1)});
 }
 
 SIM_TEST(guest_auth, finds_its_body_behind_a_longer_record_header) {

@@ -153,8 +153,8 @@ steps sta_disassoc_refused(std::string_view ifname, std::string_view bssid, std:
     return did("socket") + log(3, "Sending disassoc to " + std::string(mac)) +
            failed(driver_request(0x8be6, ifname, hex("02 00") + host16(1) + mac_bytes(mac) + zeros(32))) +
            log(1, "client_mgr_sta_disassoc: Failed to disassoc STA") +
-           syslog(10, "<clmgr> Send Disassociation " + std::string(bssid) + " -> " + std::string(mac) + " [reason " +
-                          std::to_string(reason) + "]") +
+           syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " + std::string(bssid) + " -> " + std::string(mac) +
+                                           " [reason " + std::to_string(reason) + "]") +
            did("close");
 }
 
@@ -169,10 +169,10 @@ steps deleting_from_bridge(std::string_view function, std::string_view mac) {
            log(3, "Client " + std::string(mac));
 }
 
-steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint8_t id) {
+steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint32_t id) {
     return client_lookup(mac, false) + log(1, "Captive cl failed " + std::string(mac)) +
            log(3, "Sending Assoc IPC to /kx/ipc/captive_app") +
-           to_captive_portal(hex("000000") + bytes{id} + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) +
+           to_captive_portal(big32(id) + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) +
                              hex("00000001"));
 }
 

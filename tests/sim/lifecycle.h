@@ -11,6 +11,7 @@
 #include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
+#include "wire/ctrlr_messages.h"
 
 namespace sim {
 
@@ -77,7 +78,7 @@ inline const steps LEAVES_BUFFER = log(1, "Record leaves the controller message 
 steps client_update(uint8_t type, std::string_view mac, std::string_view bssid, const bytes &ip);
 steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid, std::string_view last_bssid,
                      const bytes &ip);
-// The request for a client (13) or its PMK (12).
+// The request for a client (CLIENT_MGR_CLIENT_INFO_FETCH) or its PMK (CLIENT_MGR_PMK_FETCH).
 steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid);
 // A bulk report of these records.
 bytes bulk_message(uint8_t count, const bytes &records);
@@ -94,7 +95,7 @@ steps vap_read(std::string_view ifname, std::string_view bssid, std::string_view
 // sta_disassoc of daemon_steps.h, with a request that the driver refuses.
 steps sta_disassoc_refused(std::string_view ifname, std::string_view bssid, std::string_view mac, int reason);
 // captive_msg of daemon_steps.h, for a client that the table does not hold.
-steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint8_t id);
+steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint32_t id);
 
 }  // namespace sim
 

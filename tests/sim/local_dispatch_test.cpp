@@ -20,6 +20,21 @@
 namespace sim {
 namespace {
 
+const std::set<uint32_t> NOTIFICATIONS = {KX_MSG_ID_SYSMON_HB,
+                                          KX_MSG_ID_SYS_READY,
+                                          KX_MSG_ID_SYS_INIT,
+                                          KX_MSG_ID_LOG_CFG_SET,
+                                          KX_MSG_ID_VAP_INIT,
+                                          KX_MSG_ID_VAP_UPDATE,
+                                          KX_MSG_ID_CLIENT_ASSOCIATION,
+                                          KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION,
+                                          KX_MSG_ID_CLIENT_DISASSOCIATION,
+                                          KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION,
+                                          KX_MSG_ID_APCOMM_MSG,
+                                          KX_MSG_ID_CLIENT_MGR_PMK_INFO,
+                                          KX_MSG_ID_CLIENT_IP,
+                                          KX_MSG_ID_MAC_ACL_AUTH};
+
 constexpr uint32_t REQUEST = 2;
 constexpr const char *STA = "02:11:22:33:44:55";
 
@@ -56,7 +71,7 @@ bool is_dump_of(const std::string &text, const char *mac) {
 }
 
 void request_dump(site &sim) {
-    sim.local(59, {}, REQUEST);
+    sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {}, REQUEST);
     const std::vector<std::string> effects = sim.take_effects();
     EXPECT_EQ(EMPTY_RESPONSE[0].what, effects.back()) << "the response comes whatever became of the dump";
 }
@@ -66,17 +81,17 @@ void request_dump(site &sim) {
 // --- notifications, row by row
 
 SIM_TEST(local_dispatch, a_heartbeat_is_answered_with_the_announced_period) {
-    sim.local(13, {});
+    sim.local(KX_MSG_ID_SYSMON_HB, {});
     sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
     sim.fail_nth("sysmon_send_hb", 1);
-    sim.local(13, {});
+    sim.local(KX_MSG_ID_SYSMON_HB, {});
     sim.expect({notified("13"), failed(did("sysmon_send_hb(ipc, 60)"))});
 }
 
 SIM_TEST(local_dispatch, system_ready_sets_both_bits) {
     for (uint32_t before : {0U, 1U, 2U, 3U, 0xfffffff0U}) {
         g_cfg.status_flags = before;
-        sim.local(16, {});
+        sim.local(KX_MSG_ID_SYS_READY, {});
         sim.expect({notified("16"), log(3, "Received System Ready")});
         EXPECT_EQ(before | 3U, g_cfg.status_flags);
         EXPECT_EQ(0U, g_cfg.ctrlr_ip);
@@ -93,7 +108,7 @@ TEST(local_dispatch, system_ready_is_logged_before_it_counts) {
 }
 
 SIM_TEST(local_dispatch, system_init_registers_with_the_controller_channel) {
-    sim.local(17, {});
+    sim.local(KX_MSG_ID_SYS_INIT, {});
     sim.expect({notified("17"), log(3, "Received System Init"), did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"),
                 did("apcomm_status_register(client_mgr_apcomm_ctrl_status)"), did("apcomm_register_kx_ipc(ipc)")});
 }
@@ -112,12 +127,12 @@ SIM_TEST(local_dispatch, system_init_returns_the_last_registrations_result) {
 
 SIM_TEST(local_dispatch, a_log_configuration_is_handed_on) {
     const bytes configuration = hex("01020304 11121314 21222324 31323334 41424344 51525354");
-    sim.local(29, configuration);
+    sim.local(KX_MSG_ID_LOG_CFG_SET, configuration);
     sim.expect({notified("29"), did("KX_LOG_SET_CFG(" + show(configuration) + ")")});
 }
 
 SIM_TEST(local_dispatch, vap_init_loads_the_vaps) {
-    sim.local(60, {});
+    sim.local(KX_MSG_ID_VAP_INIT, {});
     sim.expect({notified("60"), VAP_NOT_LOADED});
 }
 
@@ -125,7 +140,7 @@ SIM_TEST(local_dispatch, vap_update_loads_the_vaps_first) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     sim.hwaddr = {{"ath0", hex("0a 1b 2c 3d 4e 50")}};
-    sim.local(61, padded("ath0", 12));
+    sim.local(KX_MSG_ID_VAP_UPDATE, padded("ath0", 12));
     sim.expect({notified("61"), log(3, "Initializing vap config"), log(3, "Got 1 vap configuration"),
                 log(3, "vap ath0 status = AP_TRUE"), read_hwaddr("ath0"), log(3, "BSSID : 0a:1b:2c:3d:4e:50"),
                 log(3, "SSID  home"), log(3, "VLAN  10"), log(3, "Radius Index  0"), log(3, "MAC Acl Index  0"),
@@ -136,65 +151,65 @@ SIM_TEST(local_dispatch, vap_update_loads_the_vaps_first) {
 }
 
 SIM_TEST(local_dispatch, vap_update_without_controller_says_so_twice) {
-    sim.local(61, padded("ath0", 12));
+    sim.local(KX_MSG_ID_VAP_UPDATE, padded("ath0", 12));
     sim.expect({notified("61"), VAP_NOT_LOADED, log(3, "Rcvd vap update for ath0"),
                 log(1, "Not yet ready to talk to controller")});
 }
 
 SIM_TEST(local_dispatch, client_events_are_received_before_they_are_dropped) {
     // Nobody can be told yet: the receipt is all.
-    sim.local(63, zeros(32));
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(32));
     sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd")});
-    sim.local(64, zeros(38));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, zeros(38));
     sim.expect({notified("64"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd")});
-    sim.local(65, zeros(32));
+    sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, zeros(32));
     sim.expect({notified("65"), log(3, "KX_MSG_ID_CLIENT_DISASSOCIATION rcvd")});
-    sim.local(66, zeros(32));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, zeros(32));
     sim.expect({notified("66"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd")});
-    sim.local(150, hex("00000001") + zeros(50));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, hex("00000001") + zeros(50));
     sim.expect({notified("150"), log(3, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd")});
-    sim.local(161, zeros(16));
+    sim.local(KX_MSG_ID_CLIENT_IP, zeros(16));
     sim.expect({notified("161"), log(3, "KX_MSG_ID_CLIENT_IP rcvd ")});
 }
 
 SIM_TEST(local_dispatch, client_events_reach_their_handlers) {
     ready_to_talk();
-    sim.local(63, zeros(32));
+    sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(32));
     sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd"), log(3, "Received association msg"),
-                syslog(14, "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00"),
-                syslog(10, "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00 [Invalid BSS]"),
+                syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00"),
+                syslog(LOG_USER | LOG_CRIT,
+                       "<clmgr> Proc Association-Req 00:00:00:00:00:00 -- 00:00:00:00:00:00 [Invalid BSS]"),
                 log(1, "Invalid ap bssid in assoc msg")});
-    sim.local(64, zeros(38));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, zeros(38));
     sim.expect({notified("64"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION rcvd"),
                 client_lookup("00:00:00:00:00:00", false), log(3, "Unable to find client, req cntlr"),
                 log(1, "Invalid ap bssid in assoc msg")});
-    sim.local(66, zeros(32));
+    sim.local(KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, zeros(32));
     sim.expect({notified("66"), log(3, "KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION rcvd"),
                 client_lookup("00:00:00:00:00:00", false), log(3, "Unable to find client")});
-    sim.local(150, hex("00000003") + zeros(50));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, hex("00000003") + zeros(50));
     sim.expect({notified("150"), log(3, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd")});
-    sim.local(161, zeros(16));
+    sim.local(KX_MSG_ID_CLIENT_IP, zeros(16));
     sim.expect({notified("161"), log(3, "KX_MSG_ID_CLIENT_IP rcvd "), client_lookup("00:00:00:00:00:00", false),
                 log(3, "Unable to find client 00:00:00:00:00:00")});
 }
 
 SIM_TEST(local_dispatch, the_channels_traffic_is_handed_back_to_it) {
     sim.on("apcomm_msg_rcvd", [] { client_mgr_apcomm_ctrl_status(0x0a0b0c0d, 1); });
-    sim.local(123, hex("01 02 03"));
+    sim.local(KX_MSG_ID_APCOMM_MSG, hex("01 02 03"));
     sim.expect({notified("123"), did("apcomm_msg_rcvd(payload)"),
                 log(3, "client_mgr_apcomm_ctrl_status: Rcvd tunl status up. ctrl ip = 0x0a0b0c0d")});
 }
 
 SIM_TEST(local_dispatch, the_mac_acl_line_is_one_level_above_its_neighbours) {
-    sim.local(195, zeros(16));
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, zeros(16));
     sim.expect({notified("195"), log(4, "KX_MSG_ID_MAC_ACL_AUTH rcvd"), log(1, "Invalid ap bssid in acl auth msg")});
 }
 
 SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
     ready_to_talk();
-    const std::set<uint32_t> known = {13, 16, 17, 29, 60, 61, 63, 64, 65, 66, 123, 150, 161, 195};
     for (uint32_t id = 0; id < 300; id++) {
-        if (known.count(id) != 0) {
+        if (NOTIFICATIONS.count(id) != 0) {
             continue;
         }
         sim.local(id, bytes(64, 0xff));
@@ -216,11 +231,11 @@ SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
 
 SIM_TEST(local_dispatch, the_bit_of_value_2_alone_makes_a_request) {
     for (uint32_t flags : {2U, 3U, 6U, 0xffffffffU}) {
-        sim.local(13, {}, flags);
+        sim.local(KX_MSG_ID_SYSMON_HB, {}, flags);
         sim.expect({requested("13"), EMPTY_RESPONSE});
     }
     for (uint32_t flags : {0U, 1U, 4U, 5U, 0xfffffffdU, 0x02000000U}) {
-        sim.local(13, {}, flags);
+        sim.local(KX_MSG_ID_SYSMON_HB, {}, flags);
         sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
     }
 }
@@ -229,7 +244,7 @@ SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
     ready_to_talk();
     have_vap(0, "ath0", "0a:1b:2c:3d:4e:50", 10);
     const bytes association = zeros(16) + hex("021122334455 0a1b2c3d4e50 00000000");
-    for (uint32_t id : {13U, 16U, 17U, 29U, 60U, 61U, 63U, 64U, 65U, 66U, 123U, 150U, 161U, 195U}) {
+    for (uint32_t id : NOTIFICATIONS) {
         sim.local(id, association, REQUEST);
         sim.expect({requested(std::to_string(id)), EMPTY_RESPONSE});
     }
@@ -239,7 +254,7 @@ SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
 
 SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
     for (uint32_t id = 0; id < 300; id++) {
-        if (id == 28 || id == 59) {
+        if (id == KX_MSG_ID_LOG_CFG_GET || id == KX_MSG_ID_CLIENT_TBL_DUMP) {
             continue;
         }
         sim.local(id, {}, REQUEST);
@@ -249,23 +264,23 @@ SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
 
 SIM_TEST(local_dispatch, the_log_configuration_is_told_on_request) {
     sim.log_cfg = hex("01020304 11121314 21222324 31323334 41424344 51525354");
-    sim.local(28, {}, REQUEST);
+    sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     sim.expect({requested("28"), response(sim.log_cfg + zeros(2060 - 24))});
     sim.log_cfg = bytes(2060, 0xbb);
-    sim.local(28, {}, REQUEST);
+    sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     sim.expect({requested("28"), response(bytes(2060, 0xbb))});
 }
 
 SIM_TEST(local_dispatch, an_answer_that_is_not_taken_is_not_repeated) {
     sim.fail_nth("kx_ipc_eloop_resp", 1);
-    sim.local(28, {}, REQUEST);
+    sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     sim.expect({requested("28"), failed(EMPTY_RESPONSE)});
 }
 
 SIM_TEST(local_dispatch, requests_without_their_bit_are_unknown_notifications) {
     sim.log_cfg = hex("01020304");
-    sim.local(28, {});
-    sim.local(59, {});
+    sim.local(KX_MSG_ID_LOG_CFG_GET, {});
+    sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {});
     sim.expect({notified("28"), notified("59")});
     EXPECT_NE(0, access(sim.dump_path().c_str(), F_OK)) << "no dump";
 }
@@ -274,7 +289,7 @@ SIM_TEST(local_dispatch, requests_without_their_bit_are_unknown_notifications) {
 
 SIM_TEST(local_dispatch, the_client_table_is_dumped_on_request) {
     have_client(sim, client_of(STA));
-    sim.local(59, {}, REQUEST);
+    sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {}, REQUEST);
     sim.expect({dumped(), EMPTY_RESPONSE});
     EXPECT_TRUE(is_dump_of(content(sim.dump_path()), STA));
 }
@@ -370,7 +385,7 @@ SIM_TEST(local_dispatch, a_dump_that_cannot_be_opened_is_answered_all_the_same) 
 // --- payloads
 
 SIM_TEST(local_dispatch, a_message_may_fill_the_receive_buffer) {
-    sim.local(13, bytes(CLIENT_MGR_BUF_SIZE - 12, 0xff));
+    sim.local(KX_MSG_ID_SYSMON_HB, bytes(CLIENT_MGR_BUF_SIZE - 12, 0xff));
     sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
 }
 

@@ -215,7 +215,7 @@ SIM_TEST(log, an_argument_is_never_taken_for_a_format) {
 
 SIM_TEST(log, a_line_of_a_level_comes_at_that_level_and_above) {
     g_cfg.status_flags = 0;
-    sim.local(60, {});  // one line of level 4, one more, one of level 3, one of level 1
+    sim.local(KX_MSG_ID_VAP_INIT, {});  // one line of level 4, one more, one of level 3, one of level 1
     sim.expect({log(4, "Received Msg ID : 60"), log(4, "Notification message"), log(3, "Initializing vap config"),
                 log(1, "Not yet ready to talk to controller")});
 }

@@ -17,7 +17,7 @@ bytes answer(uint32_t value, const bytes &data = DATA, uint32_t length = 10, std
 }
 
 steps receipt(std::string_view word, size_t size = 52) {
-    return received(28, size) + log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg ") +
+    return received(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, size) + log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg ") +
            log(4, " Client 02:13:24:35:46:57 mac acl auth response (" + std::string(word) + ")");
 }
 
@@ -57,10 +57,11 @@ SIM_TEST(mac_acl_answer, reaches_driver_and_cache) {
     have_two_vaps();
     have_verdict(sim, CLIENT_2, ACL_STATE_PENDING, now(sim));
     EXPECT_EQ(1, have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 7));
-    sim.controller(one_record(28, hex("00000001 021324354657 b0b1b2b3b4b5 a0a1a2a3a4a5 00000000 11121314 21222324"
-                                      "31323334 0000000a 30313233343536373839")));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP,
+                              hex("00000001 021324354657 b0b1b2b3b4b5 a0a1a2a3a4a5 00000000 11121314 21222324"
+                                  "31323334 0000000a 30313233343536373839")));
     sim.expect({
-        received(28, 52),
+        received(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, 52),
         log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "),
         log(4, " Client 02:13:24:35:46:57 mac acl auth response (ALLOWED)"),
         did("socket"),
@@ -79,7 +80,7 @@ SIM_TEST(mac_acl_answer, is_handed_on_as_it_is_and_cached_as_a_verdict) {
     for (uint32_t value : {0u, 1u, 2u, 7u, 0x01000000u, 0xffffffffu}) {
         SCOPED_TRACE(value);
         have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 29);
-        sim.controller(one_record(28, answer(value)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(value)));
         sim.expect(
             {receipt(value == 1 ? "ALLOWED" : "DENIED"), driver_told(value), cached(), acl_update_at(CLIENT, 0)});
         expect_cached(value == 1 ? 1 : 0, now(sim));
@@ -88,7 +89,7 @@ SIM_TEST(mac_acl_answer, is_handed_on_as_it_is_and_cached_as_a_verdict) {
 
 SIM_TEST(mac_acl_answer, for_no_entry_reaches_the_driver_alone) {
     have_two_vaps();
-    sim.controller(one_record(28, answer(1)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1)));
     sim.expect({receipt("ALLOWED"), driver_told(1), acl_lookup(CLIENT, false)});
     EXPECT_EQ(nullptr, stored_verdict(CLIENT));
 }
@@ -96,7 +97,7 @@ SIM_TEST(mac_acl_answer, for_no_entry_reaches_the_driver_alone) {
 SIM_TEST(mac_acl_answer, for_an_outdated_entry_reaches_the_driver_alone) {
     have_two_vaps();
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 30);
-    sim.controller(one_record(28, answer(1)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1)));
     sim.expect({receipt("ALLOWED"), driver_told(1), acl_lookup(CLIENT, false)});
     expect_cached(2, now(sim) - 30);
 }
@@ -105,7 +106,7 @@ SIM_TEST(mac_acl_answer, that_nobody_waits_for_is_complained_about_and_taken) {
     have_two_vaps();
     for (int32_t state : {0, 1, 3, -1}) {
         have_verdict(sim, CLIENT, state, now(sim) - 5);
-        sim.controller(one_record(28, answer(state == 0 ? 1 : 0)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(state == 0 ? 1 : 0)));
         sim.expect({receipt(state == 0 ? "ALLOWED" : "DENIED"), driver_told(state == 0 ? 1 : 0), cached(),
                     unexpected(state), acl_update_at(CLIENT, 0)});
         expect_cached(state == 0 ? 1 : 0, now(sim));
@@ -116,7 +117,7 @@ SIM_TEST(mac_acl_answer, is_taken_whatever_the_state_of_the_link) {
     have_two_vaps();
     whenever_not_ready([&] {
         have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim));
-        sim.controller(one_record(28, answer(1)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1)));
         sim.expect({receipt("ALLOWED"), driver_told(1), cached(), acl_update_at(CLIENT, 0)});
     });
 }
@@ -124,7 +125,7 @@ SIM_TEST(mac_acl_answer, is_taken_whatever_the_state_of_the_link) {
 SIM_TEST(mac_acl_answer, for_a_bssid_that_is_not_ours_is_cached) {
     have_two_vaps();
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 3);
-    sim.controller(one_record(28, answer(1, DATA, 10, ELSEWHERE)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1, DATA, 10, ELSEWHERE)));
     sim.expect({receipt("ALLOWED"), log(1, "Invalid ap bssid in acl auth resp msg"),
                 log(1, "sending acl auth response to drv failed for 02:13:24:35:46:57 "), cached(),
                 acl_update_at(CLIENT, 0)});
@@ -135,7 +136,7 @@ SIM_TEST(mac_acl_answer, that_the_driver_refuses_is_cached) {
     have_two_vaps();
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 3);
     sim.fail_nth("ioctl", 1);
-    sim.controller(one_record(28, answer(0)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(0)));
     sim.expect({receipt("DENIED"), failed(pushed(0)), did("close"),
                 log(1, "sending acl auth response to drv failed for 02:13:24:35:46:57 "), cached(),
                 acl_update_at(CLIENT, 0)});
@@ -150,7 +151,7 @@ SIM_TEST(mac_acl_answer, carries_at_most_128_bytes_of_data_and_the_length_it_was
     }
     for (uint32_t length : {0u, 1u, 127u, 128u, 129u, 200u, 0xffffffffu}) {
         SCOPED_TRACE(length);
-        sim.controller(one_record(28, answer(1, data, length)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1, data, length)));
         sim.expect({receipt("ALLOWED", 242), driver_told(1, first(data, std::min(length, 128u)), length),
                     acl_lookup(CLIENT, false)});
     }
@@ -159,7 +160,7 @@ SIM_TEST(mac_acl_answer, carries_at_most_128_bytes_of_data_and_the_length_it_was
 // What is not there of the data is read as the zeros behind the message.
 SIM_TEST(mac_acl_answer, with_less_data_than_it_says_is_filled_with_zeros) {
     have_two_vaps();
-    sim.controller(one_record(28, answer(1, DATA, 0xffffffff)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1, DATA, 0xffffffff)));
     sim.expect({receipt("ALLOWED"), driver_told(1, DATA, 0xffffffff), acl_lookup(CLIENT, false)});
 }
 
@@ -206,7 +207,7 @@ size_t asked_at(int32_t then, int64_t clock) {
     have_two_vaps();
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, then);
     sim.set_clock(clock);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     const size_t count = sim.take_effects().size();
     sim.check_end();
     return count;
@@ -235,7 +236,7 @@ SIM_TEST(mac_acl_clock, is_read_again_when_the_entry_is_written) {
     have_two_vaps();
     const int32_t before = now(sim);
     sim.on("apcomm_send_msg", [&] { sim.set_clock(before + 4, 123); });
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.forget();
     expect_cached(2, before + 4);
 }
@@ -245,7 +246,7 @@ SIM_TEST(mac_acl_clock, is_read_again_when_a_verdict_is_cached) {
     const int32_t before = now(sim);
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, before);
     sim.on("ioctl", [&] { sim.set_clock(before + 4, 123); });
-    sim.controller(one_record(28, answer(1)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1)));
     sim.forget();
     expect_cached(1, before + 4);
 }

@@ -21,7 +21,7 @@ bytes question(const bytes &data, uint32_t length, std::string_view bssid = BSSI
 
 bytes question() { return question(DATA, 10); }
 
-steps receipt() { return notified(195, "KX_MSG_ID_MAC_ACL_AUTH rcvd", 4); }
+steps receipt() { return notified(KX_MSG_ID_MAC_ACL_AUTH, "KX_MSG_ID_MAC_ACL_AUTH rcvd", 4); }
 
 steps not_here() { return client_lookup(CLIENT, false); }
 
@@ -95,9 +95,9 @@ void have_client_on(site &sim, int32_t vap_idx) {
 
 SIM_TEST(mac_acl, asks_the_controller_about_an_unknown_client) {
     have_acl_vaps();
-    sim.local(195, hex("021324354657 b0b1b2b3b4b5 0000000a 30313233343536373839"));
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, hex("021324354657 b0b1b2b3b4b5 0000000a 30313233343536373839"));
     sim.expect({
-        notified(195, "KX_MSG_ID_MAC_ACL_AUTH rcvd", 4),
+        notified(KX_MSG_ID_MAC_ACL_AUTH, "KX_MSG_ID_MAC_ACL_AUTH rcvd", 4),
         client_lookup(CLIENT, false),
         acl_lookup(CLIENT, false),
         log(4,
@@ -118,7 +118,7 @@ SIM_TEST(mac_acl, names_the_vap_that_was_asked_about) {
     g_cfg.vaps[1].radius_idx = 0x41424344;
     g_cfg.vaps[1].mac_acl_idx = 0x51525354;
     g_cfg.vaps[1].radius_acl_type = 0x61626364;
-    sim.local(195, question(DATA, 10, BSSID_2));
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question(DATA, 10, BSSID_2));
     sim.expect({receipt(), not_here(), acl_lookup(CLIENT, false), asking(),
                 to_controller(hex("01 0e 00 0001 00 00bc a0a1a2a3a4a5  1b 04 00ae"
                                   "ffffffff 021324354657 c0c1c2c3c4c5 a0a1a2a3a4a5 00000001 41424344 51525354 61626364"
@@ -133,12 +133,12 @@ SIM_TEST(mac_acl, waits_for_the_answer_for_11_seconds) {
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, asked_at);
     for (unsigned step : {0u, 5u, 5u}) {
         sim.advance(step);
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect({receipt(), not_here(), pending()});
         expect_cached(2, asked_at);
     }
     sim.advance(1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), not_here(), pending(), timed_out(), asked(), acl_update_at(CLIENT, 0)});
     // What is written in place brings no text of its own.
     expect_cached(2, asked_at + 11, "");
@@ -147,7 +147,7 @@ SIM_TEST(mac_acl, waits_for_the_answer_for_11_seconds) {
 SIM_TEST(mac_acl, asks_again_once_a_pending_entry_is_outdated) {
     have_acl_vaps();
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 30);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect(
         {receipt(), not_here(), acl_lookup(CLIENT, false), asked(), acl_update(CLIENT, acl_overwritten(CLIENT, 0))});
     expect_cached(2, now(sim));
@@ -158,12 +158,12 @@ SIM_TEST(mac_acl, answers_with_a_cached_verdict) {
     for (int32_t state : {0, 1}) {
         for (int32_t age : {0, 29}) {
             have_verdict(sim, CLIENT, state, now(sim) - age);
-            sim.local(195, question());
+            sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
             sim.expect({receipt(), not_here(), cached(), answered(static_cast<uint32_t>(state))});
             expect_cached(state, now(sim) - age);
         }
         have_verdict(sim, CLIENT, state, now(sim) - 30);
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect({receipt(), not_here(), acl_lookup(CLIENT, false), asked(),
                     acl_update(CLIENT, acl_overwritten(CLIENT, 0))});
         expect_cached(2, now(sim));
@@ -175,7 +175,7 @@ SIM_TEST(mac_acl, does_not_trust_a_verdict_for_another_vap) {
     have_client_on(sim, 1);
     for (int32_t state : {0, 1}) {
         have_verdict(sim, CLIENT, state, now(sim) - 3);
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect({receipt(), on_another_vap(), cached(), asked(), acl_update_at(CLIENT, 0)});
         expect_cached(2, now(sim), "");
     }
@@ -184,7 +184,7 @@ SIM_TEST(mac_acl, does_not_trust_a_verdict_for_another_vap) {
 SIM_TEST(mac_acl, asks_about_a_client_of_another_vap_that_is_not_cached) {
     have_acl_vaps();
     have_client_on(sim, -1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect(
         {receipt(), on_another_vap(), acl_lookup(CLIENT, false), asked(), acl_update(CLIENT, acl_added(CLIENT, 0))});
     expect_cached(2, now(sim));
@@ -194,11 +194,11 @@ SIM_TEST(mac_acl, waits_for_the_answer_about_a_client_of_another_vap_as_well) {
     have_acl_vaps();
     have_client_on(sim, 1);
     have_verdict(sim, CLIENT, ACL_STATE_PENDING, now(sim) - 10);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), on_another_vap(), pending()});
     expect_cached(2, now(sim) - 10);
     sim.advance(1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), on_another_vap(), pending(), timed_out(), asked(), acl_update_at(CLIENT, 0)});
     expect_cached(2, now(sim), "");
 }
@@ -207,7 +207,7 @@ SIM_TEST(mac_acl, drops_a_question_that_meets_an_unknown_state) {
     have_acl_vaps();
     for (int32_t state : {3, 0x7fffffff, -1, static_cast<int32_t>(0x80000000)}) {
         have_verdict(sim, CLIENT, state, now(sim));
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect({receipt(), not_here(), cached(),
                     log(3, "acl authentication state (" + std::to_string(state) + ") for client  02:13:24:35:46:57 ")});
         expect_cached(state, now(sim));
@@ -219,12 +219,12 @@ SIM_TEST(mac_acl, allows_a_client_of_the_same_vap_whatever_is_cached) {
     have_client_on(sim, 0);
     const steps allowed =
         client_lookup(CLIENT, true) + log(4, "client found in client manager list 02:13:24:35:46:57") + answered(1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), allowed});
     EXPECT_EQ(nullptr, stored_verdict(CLIENT));
     for (int32_t state : {0, 2, 7}) {
         have_verdict(sim, CLIENT, state, now(sim) - 20);
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect({receipt(), allowed});
         expect_cached(state, now(sim) - 20);
     }
@@ -234,7 +234,7 @@ SIM_TEST(mac_acl, allows_a_client_of_the_same_vap_whatever_is_cached) {
 
 SIM_TEST(mac_acl, does_not_answer_for_a_bssid_that_is_not_ours) {
     have_acl_vaps();
-    sim.local(195, question(DATA, 10, ELSEWHERE));
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question(DATA, 10, ELSEWHERE));
     sim.expect({receipt(), log(1, "Invalid ap bssid in acl auth msg")});
     EXPECT_EQ(nullptr, stored_verdict(CLIENT));
 }
@@ -242,11 +242,11 @@ SIM_TEST(mac_acl, does_not_answer_for_a_bssid_that_is_not_ours) {
 SIM_TEST(mac_acl, waits_though_the_question_could_not_be_passed_on) {
     have_acl_vaps();
     sim.fail_nth("apcomm_send_msg", 1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), not_here(), acl_lookup(CLIENT, false), asking(), failed(to_controller(request(DATA, 10))),
                 NOT_SENT, log(1, "Error sending mac acl auth to ctrlr "), acl_update(CLIENT, acl_added(CLIENT, 0))});
     expect_cached(2, now(sim));
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), not_here(), pending()});
 }
 
@@ -254,13 +254,13 @@ SIM_TEST(mac_acl, says_that_the_driver_refused) {
     have_acl_vaps();
     have_client_on(sim, 0);
     sim.fail_nth("ioctl", 1, -2);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), client_lookup(CLIENT, true), log(4, "client found in client manager list 02:13:24:35:46:57"),
                 failed(verdict(1), -2), did("close"),
                 log(1, "sending acl auth response to drv failed for02:13:24:35:46:57 ")});
     sim.end_rules();
     sim.fail_nth("socket", 1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), client_lookup(CLIENT, true), log(4, "client found in client manager list 02:13:24:35:46:57"),
                 failed(did("socket")), log(1, "sending acl auth response to drv failed for02:13:24:35:46:57 ")});
 }
@@ -269,7 +269,7 @@ SIM_TEST(mac_acl, takes_any_other_result_of_the_driver_for_success) {
     have_acl_vaps();
     have_client_on(sim, 0);
     sim.fail_nth("ioctl", 1, 1);
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), client_lookup(CLIENT, true), log(4, "client found in client manager list 02:13:24:35:46:57"),
                 failed(verdict(1), 1), did("close"),
                 log(4, "sending acl auth response to drv successful for 02:13:24:35:46:57 ")});
@@ -283,14 +283,14 @@ SIM_TEST(mac_acl, asks_though_the_cache_is_full) {
         client_mgr_acl_mac_add(&entry);
     }
     sim.forget();
-    sim.local(195, question());
+    sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), not_here(), acl_lookup(CLIENT, false), asked(), acl_update(CLIENT, acl_refused(CLIENT))});
 }
 
 SIM_TEST(mac_acl, asks_whatever_the_state_of_the_link) {
     have_acl_vaps();
     whenever_not_ready([&] {
-        sim.local(195, question());
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
         sim.expect(
             {receipt(), not_here(), acl_lookup(CLIENT, false), asked(), acl_update(CLIENT, acl_added(CLIENT, 0))});
         client_mgr_acl_drv_mac_delete(0);
@@ -309,11 +309,11 @@ SIM_TEST(mac_acl, carries_at_most_128_bytes_of_data_and_the_length_it_was_given)
     for (uint32_t length : {0u, 1u, 127u, 128u, 129u, 200u, 0xffffffffu}) {
         SCOPED_TRACE(length);
         const bytes carried = first(data, std::min(length, 128u));
-        sim.local(195, question(data, length));
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question(data, length));
         sim.expect({receipt(), not_here(), acl_lookup(CLIENT, false), asked(carried, length),
                     acl_update(CLIENT, acl_added(CLIENT, 0))});
         have_verdict(sim, CLIENT, ACL_STATE_DENIED, now(sim));
-        sim.local(195, question(data, length));
+        sim.local(KX_MSG_ID_MAC_ACL_AUTH, question(data, length));
         sim.expect({receipt(), not_here(), cached(), verdict(0, carried, length), did("close"),
                     log(4, "sending acl auth response to drv successful for 02:13:24:35:46:57 ")});
         client_mgr_acl_drv_mac_delete(0);

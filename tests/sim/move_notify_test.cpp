@@ -18,7 +18,8 @@ bytes body(uint8_t kind, uint8_t vlan = 44) {
 }
 
 steps receipt(size_t size = 20) {
-    return received(9, size) + log(3, "Received client move notify") + log(3, "Client MAC : 02:13:24:35:46:57");
+    return received(CLIENT_MGR_CLIENT_MOVE_NOTIFY, size) + log(3, "Received client move notify") +
+           log(3, "Client MAC : 02:13:24:35:46:57");
 }
 
 steps disassociated(std::string_view ifname, std::string_view bssid) {
@@ -27,7 +28,7 @@ steps disassociated(std::string_view ifname, std::string_view bssid) {
 
 steps removed(std::string_view text = "") {
     return client_deleted(CLIENT, 0) + deleting_from_bridge("client_mgr_process_move_notify", CLIENT) +
-           captive_msg_of_stranger(CLIENT, text, 168) + bridge_del(CLIENT);
+           captive_msg_of_stranger(CLIENT, text, CAPTIVE_MSG_DISASSOCIATION) + bridge_del(CLIENT);
 }
 
 steps tunnelled(int vlan) {
@@ -35,7 +36,7 @@ steps tunnelled(int vlan) {
            adding_to_bridge("client_mgr_process_move_notify", CLIENT, NEW, vlan);
 }
 
-client_info on(std::string_view bssid, uint32_t flag = 0x01, int32_t home_vlan = 100) {
+client_info on(std::string_view bssid, uint32_t flag = CLIENT_FLAG_LOCAL, int32_t home_vlan = 100) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, BSSID);
     set_mac(client.assoc_bssid, bssid);
@@ -57,7 +58,7 @@ client_info moved(client_info client, int32_t vlan, uint32_t flag) {
 
 // Outside the controller message buffer.
 int process(const bytes &record_body) {
-    bytes record = ctrlr_record(9, record_body);
+    bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, record_body);
     return client_mgr_process_move_notify(record.data());
 }
 
@@ -72,7 +73,7 @@ SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
 }
 
 SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouch_for) {
-    const bytes record = ctrlr_record(9, body(1));
+    const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     uint8_t *rec = reinterpret_cast<uint8_t *>(&g_cfg) + offsetof(client_mgr_cfg, ctrlr_msg_buf) - record.size();
     std::copy(record.begin(), record.end(), rec);
     EXPECT_EQ(-1, client_mgr_process_move_notify(rec));
@@ -81,7 +82,7 @@ SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouc
 }
 
 SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_its_callers_to_vouch_for) {
-    const bytes record = ctrlr_record(9, body(1));
+    const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     static_assert(offsetof(client_mgr_cfg, ipc_rx_buf) ==
                   offsetof(client_mgr_cfg, ctrlr_msg_buf) + CLIENT_MGR_BUF_SIZE);
     std::copy(record.begin(), record.end(), g_cfg.ipc_rx_buf);
@@ -92,7 +93,7 @@ SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_its_callers_
 
 SIM_TEST(move_notify, of_an_unknown_client_does_nothing) {
     for (uint8_t kind : {uint8_t{1}, uint8_t{2}, uint8_t{3}}) {
-        sim.controller(one_record(9, body(kind)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(kind)));
         sim.expect({receipt(), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
         EXPECT_EQ(-1, process(body(kind)));
         sim.forget();
@@ -106,7 +107,7 @@ SIM_TEST(move_notify, of_another_kind_does_nothing) {
         if (kind == 1 || kind == 2) {
             continue;
         }
-        sim.controller(one_record(9, body(static_cast<uint8_t>(kind))));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(static_cast<uint8_t>(kind))));
         sim.expect({receipt(), client_lookup(CLIENT, true)});
     }
     EXPECT_EQ(0, process(body(3)));
@@ -118,7 +119,7 @@ SIM_TEST(move_notify, is_taken_whatever_the_state_of_the_link) {
     have_two_vaps();
     whenever_not_ready([&] {
         have_client(sim, on(ELSEWHERE));
-        sim.controller(one_record(9, body(1)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1)));
         sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : d0:d1:d2:d3:d4:d5"), removed()});
     });
 }
@@ -126,10 +127,10 @@ SIM_TEST(move_notify, is_taken_whatever_the_state_of_the_link) {
 // --- kind 2: a client whose home is here moved
 
 SIM_TEST(client_moved, to_another_vlan_is_tunnelled) {
-    have_client(sim, on(BSSID, 0x31));
-    sim.controller(one_record(9, hex("02 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
+    have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, hex("02 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
     sim.expect({
-        received(9, 20),
+        received(CLIENT_MGR_CLIENT_MOVE_NOTIFY, 20),
         log(3, "Received client move notify"),
         log(3, "Client MAC : 02:13:24:35:46:57"),
         client_lookup(CLIENT, true),
@@ -140,7 +141,7 @@ SIM_TEST(client_moved, to_another_vlan_is_tunnelled) {
         log(3, "BSSID  f0:f1:f2:f3:f4:f5"),
         log(3, "VLAN   100"),
     });
-    expect_stored(moved(on(BSSID), 44, 0x39));
+    expect_stored(moved(on(BSSID), 44, CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST));
 }
 
 SIM_TEST(client_moved, to_its_home_vlan_is_not_recorded) {
@@ -152,57 +153,60 @@ SIM_TEST(client_moved, to_its_home_vlan_is_not_recorded) {
 
 // The VLAN is one byte of the notice: 44 is not 300, whose low byte it is.
 SIM_TEST(client_moved, with_a_home_vlan_above_255_never_comes_home) {
-    have_client(sim, on(BSSID, 0x01, 300));
+    have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL, 300));
     for (int i = 0; i < 2; i++) {
-        sim.controller(one_record(9, body(2, 44)));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(2, 44)));
         sim.expect({receipt(), client_lookup(CLIENT, true), tunnelled(300)});
-        expect_stored(moved(on(BSSID, 0, 300), 44, 0x09));
+        expect_stored(moved(on(BSSID, 0, 300), 44, CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL));
     }
 }
 
 SIM_TEST(client_moved, reads_the_vlan_as_unsigned) {
-    have_client(sim, on(BSSID, 0x01, 255));
+    have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL, 255));
     EXPECT_EQ(0, process(body(2, 255)));
     sim.forget();
-    expect_stored(on(BSSID, 0x01, 255));
+    expect_stored(on(BSSID, CLIENT_FLAG_LOCAL, 255));
     EXPECT_EQ(0, process(body(2, 254)));
     sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true), tunnelled(255)});
-    expect_stored(moved(on(BSSID, 0, 255), 254, 0x09));
+    expect_stored(moved(on(BSSID, 0, 255), 254, CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL));
 }
 
 SIM_TEST(client_moved, must_be_local) {
-    for (uint32_t flag : {0x00u, 0x02u, 0x0au, 0x3au}) {
+    for (uint32_t flag : {0u, +CLIENT_FLAG_FOREIGN, CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL,
+                          CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST}) {
         have_client(sim, on(BSSID, flag));
         EXPECT_EQ(-1, process(body(2)));
         sim.expect({log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, true),
                     log(3, "Not a local client, but update rcvd")});
         expect_stored(on(BSSID, flag));
     }
-    for (uint32_t flag : {0x01u, 0x03u, 0x09u, 0x3bu}) {
+    for (uint32_t flag :
+         {+CLIENT_FLAG_LOCAL, CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN, CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL,
+          CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST}) {
         have_client(sim, on(BSSID, flag));
         EXPECT_EQ(0, process(body(2)));
         sim.forget();
-        expect_stored(moved(on(BSSID), 44, flag | 0x08));
+        expect_stored(moved(on(BSSID), 44, flag | CLIENT_FLAG_TUNNEL));
     }
 }
 
 SIM_TEST(client_moved, is_recorded_though_the_bridge_fails) {
     have_client(sim, on(BSSID));
     sim.fail_nth("kxbr_api_add_client", 1);
-    sim.controller(one_record(9, body(2)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(2)));
     sim.expect({receipt(), client_lookup(CLIENT, true), failed(bridge_add(CLIENT, "tun0", "eth0", 100, "0.0.0.0", 0)),
                 client_update_at(CLIENT, 0), adding_to_bridge("client_mgr_process_move_notify", CLIENT, NEW, 100)});
-    expect_stored(moved(on(BSSID), 44, 0x09));
+    expect_stored(moved(on(BSSID), 44, CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL));
 }
 
 // --- kind 1: a client moved away
 
 SIM_TEST(client_moved_away, is_taken_off_everything_in_order) {
     have_two_vaps();
-    have_client(sim, on(BSSID, 0x21));
-    sim.controller(one_record(9, hex("01 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
+    have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, hex("01 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 2c")));
     sim.expect({
-        received(9, 20),
+        received(CLIENT_MGR_CLIENT_MOVE_NOTIFY, 20),
         log(3, "Received client move notify"),
         log(3, "Client MAC : 02:13:24:35:46:57"),
         client_lookup(CLIENT, true),
@@ -236,7 +240,7 @@ SIM_TEST(client_moved_away, is_disassociated_on_every_vap_with_its_bssid) {
 SIM_TEST(client_moved_away, without_bssid_is_disassociated_on_every_unused_vap) {
     have_two_vaps();
     have_client(sim, on(NOWHERE));
-    sim.controller(one_record(9, body(1)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1)));
     steps unused;
     for (int i = 2; i < 16; i++) {
         unused = unused + disassociated("", NOWHERE);
@@ -251,7 +255,7 @@ SIM_TEST(client_moved_away, hands_the_portal_bytes_of_the_message) {
                                       std::string("\xff\xfe\x80")}) {
         have_client(sim, on(ELSEWHERE));
         const bytes record = body(1) + bytes(behind.begin(), behind.end());
-        sim.controller(one_record(9, record));
+        sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, record));
         sim.expect({receipt(record.size()), client_lookup(CLIENT, true), log(3, "CUR BSSID : d0:d1:d2:d3:d4:d5"),
                     removed(behind.substr(0, std::min<size_t>(behind.find('\0'), 33)))});
     }
@@ -260,7 +264,7 @@ SIM_TEST(client_moved_away, hands_the_portal_bytes_of_the_message) {
 SIM_TEST(client_moved_away, by_a_later_record_hands_over_bytes_of_the_first) {
     have_client(sim, on(ELSEWHERE));
     const bytes record = bytes{0xc8, 4} + big16(27) + zeros(20) + hex("41 42 43");
-    sim.controller(ctrlr_message({record, ctrlr_record(9, first(body(1), 7))}));
+    sim.controller(ctrlr_message({record, ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, first(body(1), 7))}));
     sim.expect({log(3, "Received apcomm msg"), log(3, "Received recs 2 hdr_len 14 tot_len 52"),
                 log(3, "Received rec_type 200 rec_hdr_len 4 rec_len 27"),
                 log(3, "Received rec_type 9 rec_hdr_len 4 rec_len 11"), log(3, "Received client move notify"),
@@ -274,12 +278,12 @@ SIM_TEST(client_moved_away, goes_on_when_driver_portal_and_bridge_fail) {
     sim.fail_nth("ioctl", 1);
     sim.fail_nth("kx_ipc_send", 1);
     sim.fail_nth("kxbr_api_del_client", 1);
-    sim.controller(one_record(9, body(1)));
+    sim.controller(one_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1)));
     sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : b0:b1:b2:b3:b4:b5"),
                 log(3, "VAP If   : ath0"), sta_disassoc_refused("ath0", BSSID, CLIENT, 2), client_deleted(CLIENT, 0),
                 deleting_from_bridge("client_mgr_process_move_notify", CLIENT),
-                failed(captive_msg_of_stranger(CLIENT, "", 168)), log(1, " Send Assoc to Captive application failed!"),
-                failed(bridge_del(CLIENT))});
+                failed(captive_msg_of_stranger(CLIENT, "", CAPTIVE_MSG_DISASSOCIATION)),
+                log(1, " Send Assoc to Captive application failed!"), failed(bridge_del(CLIENT))});
 }
 
 // --- the end of the buffer

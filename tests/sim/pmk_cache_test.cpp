@@ -16,7 +16,7 @@ bytes message(uint32_t sub_type, std::string_view bssid = BSSID, const bytes &pm
     return big32(sub_type) + mac_bytes(bssid) + mac_bytes(PREVIOUS) + mac_bytes(CLIENT) + pmk;
 }
 
-steps receipt() { return notified(150, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"); }
+steps receipt() { return notified(KX_MSG_ID_CLIENT_MGR_PMK_INFO, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"); }
 
 steps key_line(std::string_view first_row, std::string_view second_row) {
     const std::string gap = "\n" + std::string(24, ' ');
@@ -52,7 +52,7 @@ client_info new_client() {
     client.assoc_vlan = 200;
     client.bssid_idx = 1;
     set_bytes(client.pmk, pmk_bytes());
-    client.flag = 0x11;
+    client.flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK;
     return client;
 }
 
@@ -81,7 +81,7 @@ SIM_TEST(pmk_info, the_key_of_a_message_is_erased_once_it_is_handled) {
         if (ready) {
             ready_to_talk();
         }
-        for (const uint32_t sub_type : {1U, 2U, 3U}) {
+        for (const uint32_t sub_type : {+HOSTAPD_PMK_FETCH, +HOSTAPD_PMK_ADD, 3U}) {
             bytes msg = message(sub_type);
             client_mgr_handle_pmk_info(msg.data());
             EXPECT_EQ(zeros(32), bytes(msg.begin() + 22, msg.end()));
@@ -93,21 +93,21 @@ SIM_TEST(pmk_info, the_key_of_a_message_is_erased_once_it_is_handled) {
 
 SIM_TEST(pmk_info, is_dropped_silently_until_the_controller_can_be_told) {
     have_two_vaps();
-    have_client(sim, known_client(0x11));
-    for (uint32_t sub_type : {1u, 2u, 3u}) {
+    have_client(sim, known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
+    for (uint32_t sub_type : {+HOSTAPD_PMK_FETCH, +HOSTAPD_PMK_ADD, 3u}) {
         whenever_not_ready([&] {
-            sim.local(150, message(sub_type));
+            sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(sub_type));
             sim.expect({receipt()});
             EXPECT_EQ(2, handle(message(sub_type)));
         });
     }
-    expect_stored(known_client(0x11));
+    expect_stored(known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
 SIM_TEST(pmk_info, of_another_sub_type_is_ignored) {
     have_two_vaps();
     for (uint32_t sub_type : {0u, 3u, 129u, 0x01000000u, 0x02000000u, 0x101u, 0xffffffffu}) {
-        sim.local(150, message(sub_type));
+        sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(sub_type));
         sim.expect({receipt()});
         EXPECT_EQ(2, handle(message(sub_type)));
         sim.expect_nothing();
@@ -118,10 +118,10 @@ SIM_TEST(pmk_info, of_another_sub_type_is_ignored) {
 
 SIM_TEST(pmk_add, of_an_unknown_client_reports_and_records_it) {
     have_two_vaps();
-    sim.local(150, hex("00000002 c0c1c2c3c4c5 e0e1e2e3e4e5 021324354657"
-                       "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, hex("00000002 c0c1c2c3c4c5 e0e1e2e3e4e5 021324354657"
+                                                 "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"));
     sim.expect({
-        notified(150, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"),
+        notified(KX_MSG_ID_CLIENT_MGR_PMK_INFO, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"),
         log(3, "HOSTAPD_PMK_ADD rcvd"),
         log(3, "Received PMK add msg"),
         log(3, "Client 02:13:24:35:46:57"),
@@ -141,12 +141,14 @@ SIM_TEST(pmk_add, of_an_unknown_client_reports_and_records_it) {
 SIM_TEST(pmk_add, of_a_known_client_changes_its_key_alone) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
-    for (uint32_t flag : {0x00u, 0x01u, 0x2au, 0x3bu}) {
+    for (uint32_t flag :
+         {0u, +CLIENT_FLAG_LOCAL, CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST,
+          CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST}) {
         EXPECT_EQ(1, have_client(sim, known_client(flag)));
-        sim.local(150, message(2));
+        sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD));
         sim.expect({add_receipt(), reported(), client_lookup(CLIENT, true),
                     log(3, "Client already present in local tbl"), client_update_at(CLIENT, 1)});
-        client_info expected = known_client(flag | 0x10);
+        client_info expected = known_client(flag | CLIENT_FLAG_PMK);
         set_bytes(expected.pmk, pmk_bytes());
         expect_stored(expected);
     }
@@ -155,17 +157,17 @@ SIM_TEST(pmk_add, of_a_known_client_changes_its_key_alone) {
 SIM_TEST(pmk_add, that_cannot_be_reported_is_not_recorded) {
     have_two_vaps();
     sim.fail_nth("apcomm_send_msg", 1);
-    sim.local(150, message(2));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD));
     sim.expect({add_receipt(), failed(reported()), NOT_SENT, log(1, "Error sending Foreign Client Update")});
     EXPECT_EQ(nullptr, stored_client(CLIENT));
 }
 
 SIM_TEST(pmk_add, on_a_bssid_that_is_not_ours_is_reported_and_not_recorded) {
     have_two_vaps();
-    have_client(sim, known_client(0x01));
-    sim.local(150, message(2, ELSEWHERE));
+    have_client(sim, known_client(CLIENT_FLAG_LOCAL));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD, ELSEWHERE));
     sim.expect({add_receipt(ELSEWHERE), reported(ELSEWHERE), log(1, "Invalid ap bssid in assoc msg")});
-    expect_stored(known_client(0x01));
+    expect_stored(known_client(CLIENT_FLAG_LOCAL));
 }
 
 SIM_TEST(pmk_add, of_an_unknown_client_on_a_bssid_that_is_not_ours_is_reported_and_stores_nothing) {
@@ -183,14 +185,14 @@ SIM_TEST(pmk_add, of_an_unknown_client_on_a_bssid_that_is_not_ours_is_reported_a
 SIM_TEST(pmk_add, with_a_full_table_is_reported) {
     have_two_vaps();
     have_full_table(sim);
-    sim.local(150, message(2));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD));
     sim.expect({add_receipt(), reported(), client_lookup(CLIENT, false),
                 log(3, "Client not present in local tbl, adding"), client_update(CLIENT, client_refused(CLIENT))});
 }
 
 SIM_TEST(pmk_add, shows_a_key_of_zeros_in_two_rows) {
     have_two_vaps();
-    sim.local(150, message(2, BSSID, zeros(32)));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_ADD, BSSID, zeros(32)));
     std::string row;
     for (int i = 0; i < 16; i++) {
         row += "00 ";
@@ -201,17 +203,17 @@ SIM_TEST(pmk_add, shows_a_key_of_zeros_in_two_rows) {
                               mac_bytes(BSSID) + zeros(38)),
                 client_lookup(CLIENT, false), log(3, "Client not present in local tbl, adding"),
                 client_update(CLIENT, client_added(CLIENT, 0))});
-    EXPECT_EQ(0x11u, stored_client(CLIENT)->flag);
+    EXPECT_EQ(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK, stored_client(CLIENT)->flag);
 }
 
 // --- fetch
 
 SIM_TEST(pmk_fetch, is_answered_from_the_table) {
     have_two_vaps();
-    have_client(sim, known_client(0x1b));
-    sim.local(150, message(1));
+    have_client(sim, known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH));
     sim.expect({
-        notified(150, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"),
+        notified(KX_MSG_ID_CLIENT_MGR_PMK_INFO, "KX_MSG_ID_CLIENT_MGR_PMK_INFO rcvd"),
         log(3, "HOSTAPD_PMK_FETCH rcvd"),
         log(3, "Received PMK fetch msg"),
         log(3, "Client 02:13:24:35:46:57"),
@@ -224,14 +226,14 @@ SIM_TEST(pmk_fetch, is_answered_from_the_table) {
                             "606162636465666768696a6b6c6d6e6f707172737475767778797a7b7c7d7e7f") +
                         zeros(1038)),
     });
-    expect_stored(known_client(0x1b));
+    expect_stored(known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK));
 }
 
 // The VAP is hostapd's business as long as the key is known.
 SIM_TEST(pmk_fetch, from_a_bssid_that_is_not_ours_is_answered_from_the_table) {
     have_two_vaps();
-    have_client(sim, known_client(0x10));
-    sim.local(150, message(1, ELSEWHERE));
+    have_client(sim, known_client(CLIENT_FLAG_PMK));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH, ELSEWHERE));
     sim.expect({fetch_receipt(ELSEWHERE), client_lookup(CLIENT, true),
                 log(3, "Client with PMK already present in local tbl"), log(3, "called client_mgr_notify_hostapd"),
                 hostapd_command(hex("00000009 00000081") + mac_bytes(ELSEWHERE) + mac_bytes(PREVIOUS) +
@@ -240,9 +242,9 @@ SIM_TEST(pmk_fetch, from_a_bssid_that_is_not_ours_is_answered_from_the_table) {
 
 SIM_TEST(pmk_fetch, is_lost_when_hostapd_cannot_be_reached) {
     have_two_vaps();
-    have_client(sim, known_client(0x10));
+    have_client(sim, known_client(CLIENT_FLAG_PMK));
     sim.fail_nth("hostapd_config_open_connection", 1);
-    sim.local(150, message(1));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH));
     sim.expect({fetch_receipt(), client_lookup(CLIENT, true), log(3, "Client with PMK already present in local tbl"),
                 log(3, "called client_mgr_notify_hostapd"), failed(did("hostapd_config_open_connection(hapdcfg, 0)")),
                 log(1, " Connection to the Hostapd failed ")});
@@ -250,9 +252,11 @@ SIM_TEST(pmk_fetch, is_lost_when_hostapd_cannot_be_reached) {
 
 SIM_TEST(pmk_fetch, of_a_client_without_key_asks_the_controller) {
     have_two_vaps();
-    for (uint32_t flag : {0x00u, 0x01u, 0x2bu, 0x2fu}) {
+    for (uint32_t flag :
+         {0u, +CLIENT_FLAG_LOCAL, CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST,
+          ~CLIENT_FLAG_PMK}) {
         have_client(sim, known_client(flag));
-        sim.local(150, message(1));
+        sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH));
         sim.expect({
             fetch_receipt(),
             client_lookup(CLIENT, true),
@@ -266,23 +270,24 @@ SIM_TEST(pmk_fetch, of_a_client_without_key_asks_the_controller) {
 // The placeholder's home BSSID is the current one: the previous one is not passed on.
 SIM_TEST(pmk_fetch, of_an_unknown_client_leaves_a_placeholder) {
     have_two_vaps();
-    sim.local(150, message(1, BSSID_2));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH, BSSID_2));
     sim.expect({fetch_receipt(BSSID_2), client_lookup(CLIENT, false), client_lookup(CLIENT, false),
-                client_update(CLIENT, client_added(CLIENT, 0)), fetch_request(12, CLIENT, BSSID_2)});
+                client_update(CLIENT, client_added(CLIENT, 0)), fetch_request(CLIENT_MGR_PMK_FETCH, CLIENT, BSSID_2)});
     client_info expected = new_client();
     set_bytes(expected.pmk, zeros(32));
-    expected.flag = 0x02;
+    expected.flag = CLIENT_FLAG_FOREIGN;
     expect_stored(expected);
 }
 
 SIM_TEST(pmk_fetch, that_cannot_be_forwarded_says_so) {
     have_two_vaps();
-    sim.local(150, message(1, ELSEWHERE));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH, ELSEWHERE));
     sim.expect({fetch_receipt(ELSEWHERE), client_lookup(CLIENT, false), log(1, "Invalid ap bssid in assoc msg")});
     sim.fail_nth("apcomm_send_msg", 1);
-    sim.local(150, message(1));
+    sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH));
     sim.expect({fetch_receipt(), client_lookup(CLIENT, false), client_lookup(CLIENT, false),
-                client_update(CLIENT, client_added(CLIENT, 0)), failed(fetch_request(12, CLIENT, BSSID)), NOT_SENT,
+                client_update(CLIENT, client_added(CLIENT, 0)),
+                failed(fetch_request(CLIENT_MGR_PMK_FETCH, CLIENT, BSSID)), NOT_SENT,
                 log(1, "Error sending Foreign Client Update")});
 }
 

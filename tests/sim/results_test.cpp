@@ -67,24 +67,24 @@ SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not
 
 SIM_TEST(results, of_a_key_added_tell_whether_it_was_stored) {
     have_two_vaps();
-    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_add, key_message(2, BSSID)));
-    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(2, ELSEWHERE)));
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_add, key_message(HOSTAPD_PMK_ADD, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(HOSTAPD_PMK_ADD, ELSEWHERE)));
     sim.fail_nth("apcomm_send_msg", 1);
-    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(2, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(HOSTAPD_PMK_ADD, BSSID)));
     sim.forget();
 }
 
 SIM_TEST(results, of_a_key_message_are_those_of_its_handler) {
     have_two_vaps();
-    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(2, BSSID)));
-    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(2, ELSEWHERE)));
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, ELSEWHERE)));
     // From here on the key is known: hostapd gets it, whatever the BSSID.
-    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(1, ELSEWHERE)));
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, ELSEWHERE)));
     sim.fail_nth("hostapd_config_open_connection", 1);
-    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(1, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, BSSID)));
     client_tbl_drv_mac_delete(0);
-    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(1, BSSID)));
-    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(1, ELSEWHERE)));
+    EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, BSSID)));
+    EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, ELSEWHERE)));
     sim.forget();
 }
 
@@ -92,7 +92,8 @@ SIM_TEST(results, of_a_mac_acl_question_tell_whether_the_controller_was_asked) {
     const bytes mac = mac_bytes(CLIENT);
     const bytes data = hex("3031");
     const auto ask = [&] {
-        return client_mgr_get_acl_info_frm_ctrlr(mac.data(), mac.data(), mac.data(), 0, 0, 0, 0, 2, data.data(), 27);
+        return client_mgr_get_acl_info_frm_ctrlr(mac.data(), mac.data(), mac.data(), 0, 0, 0, 0, 2, data.data(),
+                                                 CLIENT_MGR_CLIENT_ACL_AUTH_REQ);
     };
     EXPECT_EQ(0, ask());
     sim.fail_nth("apcomm_send_msg", 1);
@@ -105,10 +106,13 @@ SIM_TEST(results, of_a_client_fetch_tell_whether_the_controller_was_asked) {
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);
     const bytes elsewhere = mac_bytes(ELSEWHERE);
-    EXPECT_EQ(0, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), 13));
-    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), elsewhere.data(), bssid.data(), 13));
+    EXPECT_EQ(
+        0, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), CLIENT_MGR_CLIENT_INFO_FETCH));
+    EXPECT_EQ(
+        -1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), elsewhere.data(), bssid.data(), CLIENT_MGR_CLIENT_INFO_FETCH));
     sim.fail_nth("apcomm_send_msg", 1);
-    EXPECT_EQ(-1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), 13));
+    EXPECT_EQ(
+        -1, client_mgr_get_clinfo_frm_ctrlr(mac.data(), bssid.data(), elsewhere.data(), CLIENT_MGR_CLIENT_INFO_FETCH));
     sim.forget();
 }
 

@@ -1,7 +1,7 @@
 // Tests on the simulated platform.
 //
 //   SIM_TEST(association, drops_what_comes_too_early) {
-//       sim.local(63, hex("..."));
+//       sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, hex("..."));
 //       sim.expect({log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd")});
 //   }
 //

@@ -14,7 +14,8 @@ const bytes STA = hex("02 11 22 33 44 55");
 const bytes REQUEST = hex("02 00") + host16(1) + hex("02 11 22 33 44 55") + zeros(32);
 
 const steps SENDING = log(3, "Sending disassoc to 02:11:22:33:44:55");
-const steps IN_SYSLOG = syslog(10, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason 8]");
+const steps IN_SYSLOG =
+    syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason 8]");
 
 int disassoc(const char *ifname, int reason) {
     return client_mgr_sta_disassoc(ifname, BSSID.data(), STA.data(), reason);
@@ -32,10 +33,11 @@ SIM_TEST(sta_ctrl, disassociates_with_reason_code_1_whatever_the_reason) {
 SIM_TEST(sta_ctrl, the_system_log_alone_has_the_callers_reason) {
     for (int reason : {0, 1, 2, 65535, -1}) {
         EXPECT_EQ(0, disassoc("ath1", reason));
-        sim.expect({did("socket"), SENDING, driver_request(0x8be6, "ath1", REQUEST),
-                    syslog(10, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason " +
-                                   std::to_string(reason) + "]"),
-                    did("close")});
+        sim.expect(
+            {did("socket"), SENDING, driver_request(0x8be6, "ath1", REQUEST),
+             syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation 0a:1b:2c:3d:4e:5f -> 02:11:22:33:44:55 [reason " +
+                                             std::to_string(reason) + "]"),
+             did("close")});
     }
 }
 

@@ -201,7 +201,7 @@ TEST(startup, exits_with_status_255) {
 SIM_TEST(startup, the_running_daemon_serves_messages_and_sweeps_the_acl_cache) {
     sim.running = [&] {
         sim.forget();
-        sim.local(13, {});
+        sim.local(KX_MSG_ID_SYSMON_HB, {});
         sim.expect({log(4, "Received Msg ID : 13"), log(4, "Notification message"), did("sysmon_send_hb(ipc, 60)")});
         sim.advance(59);
         sim.expect_nothing();

@@ -8,6 +8,13 @@
 
 namespace sim {
 
+// A choice that comes up `weight` times as often as one of weight 1.
+template <class Choice>
+struct weighted {
+    Choice choice;
+    uint32_t weight;
+};
+
 class dice {
 public:
     explicit dice(uint64_t seed) : state_(seed) {}
@@ -32,6 +39,20 @@ public:
     template <class Container>
     const typename Container::value_type &any(const Container &of) {
         return of[below(static_cast<uint32_t>(of.size()))];
+    }
+    template <class Choice, size_t N>
+    Choice any(const weighted<Choice> (&of)[N]) {
+        uint32_t sum = 0;
+        for (const weighted<Choice> &each : of) {
+            sum += each.weight;
+        }
+        uint32_t left = below(sum);
+        const weighted<Choice> *chosen = of;
+        while (left >= chosen->weight) {
+            left -= chosen->weight;
+            chosen++;
+        }
+        return chosen->choice;
     }
 
 private:

@@ -4,6 +4,7 @@
 
 #include "kx/kx_log.h"
 #include "tables.h"
+#include "wire/local_messages.h"
 
 namespace sim {
 namespace {
@@ -85,7 +86,7 @@ void event::happen(platform &sim) const {
             return;
         case ACL_BURST:
             for (uint32_t i = number; i < number + ACL_BURST_SIZE; i++) {
-                sim.local(195, acl_request(mac_number(i % 4096), data));
+                sim.local(KX_MSG_ID_MAC_ACL_AUTH, acl_request(mac_number(i % 4096), data));
             }
             return;
     }

@@ -61,6 +61,7 @@ private:
     bytes station_list();
     listed_vap vap(const std::string &ifname);
 
+    uint32_t edge();  // a number at the edge of some width
     bytes mac();
     bytes bssid();
     bytes ip();
