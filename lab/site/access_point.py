@@ -13,11 +13,10 @@ from lab.site.client_table import Client, read_client_table
 from lab.site.controller import ADDRESS, Controller
 from lab.site.json_lines import JsonLines
 from lab.site.local_ipc import DAEMON, RADIO, LocalSocket
+from lab.site.messages import Local, Radio
 from lab.site.processes import Process, Processes
 from lab.site.waiting import wait_until
 
-STATIONS_REQUEST = 1001      # lab/radio/radio_control.h
-MAC_ACL_AUTH = 195           # wire/local_messages.h
 EMPTY_CAPTURE = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 127)  # pcap of radiotap frames
 ACL_AUTH_REQ = "CLIENT_MGR_CLIENT_ACL_AUTH_REQ"
 
@@ -117,14 +116,14 @@ key = {quote(self.identity.key)}
 
     def _ask_radio(self, leave_out: int) -> dict[str, Any]:
         with LocalSocket(self.root) as ipc:
-            return json.loads(ipc.request(RADIO, STATIONS_REQUEST, struct.pack(">I", leave_out)))
+            return json.loads(ipc.request(RADIO, Radio.STATIONS, struct.pack(">I", leave_out)))
 
     def probe(self) -> str:
         """Sends the daemon a MAC ACL question that no station asks. Returns the address that it is about."""
         client = make_probe_mac()
         bssid = next(vap["bssid"] for vap in self.vaps if "bssid" in vap)
         with LocalSocket(self.root) as ipc:
-            ipc.notify(DAEMON, MAC_ACL_AUTH, mac_bytes(client) + mac_bytes(bssid) + struct.pack(">I", 0))
+            ipc.notify(DAEMON, Local.MAC_ACL_AUTH, mac_bytes(client) + mac_bytes(bssid) + struct.pack(">I", 0))
         return client
 
     def has_answer_to(self, probe: str) -> bool:

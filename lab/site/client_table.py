@@ -10,10 +10,11 @@ from pathlib import Path
 
 from lab.site.failure import LabFailure
 from lab.site.local_ipc import DAEMON, LocalSocket
+from lab.site.messages import Local
 
-DUMP_REQUEST = 59
 DUMP_FILE = Path("/tmp/clientmgr_cli")
 
+# Client.flags: CLIENT_FLAG_* of client_mgr/tables/client_tbl.h.
 LOCAL = 0x01
 FOREIGN = 0x02
 TUNNEL = 0x08
@@ -56,7 +57,7 @@ def read_client_table(root: Path) -> list[Client]:
     with _only_dump(), LocalSocket(root) as ipc:
         try:
             DUMP_FILE.unlink(missing_ok=True)
-            ipc.request(DAEMON, DUMP_REQUEST)
+            ipc.request(DAEMON, Local.CLIENT_TBL_DUMP)
             return parse_dump(DUMP_FILE.read_text())
         except OSError as error:
             raise LabFailure(f"{DUMP_FILE}: {error.strerror}; the daemon's client table was expected here") from None

@@ -11,12 +11,10 @@ from lab.site.access_point import AccessPoint, is_probe, mac_bytes
 from lab.site.controller import Controller
 from lab.site.laboratory import Laboratory
 from lab.site.local_ipc import DAEMON, LocalSocket
+from lab.site.messages import Local
 from lab.site.waiting import wait_until
 
-# Local messages, wire/local_messages.h.
-LOG_CFG_GET, LOG_CFG_SET = 28, 29
-CLIENT_ASSOCIATION, CLIENT_DISASSOCIATION, CLIENT_IP = 63, 65, 161
-
+CLIENT_MANAGER = 106  # destination of a tunnel's frame
 ASSOC = "CLIENT_MGR_CLIENT_ASSOC"
 DISASSOC = "CLIENT_MGR_CLIENT_DISASSOC"
 FOREIGN_ASSOC = "CLIENT_MGR_FOREIGN_CLIENT_ASSOC"
@@ -72,13 +70,13 @@ def tell(access_point: AccessPoint, message: int, payload: bytes) -> None:
 def associate(access_point: AccessPoint, *clients: str, bssid: str | None = None) -> None:
     with LocalSocket(access_point.root) as ipc:
         for client in clients:
-            ipc.notify(DAEMON, CLIENT_ASSOCIATION,
+            ipc.notify(DAEMON, Local.CLIENT_ASSOCIATION,
                        bytes(16) + mac_bytes(client) + mac_bytes(bssid or bssid_of(access_point)) + bytes(4))
 
 
 def read_log_configuration(access_point: AccessPoint) -> list[int]:
     with LocalSocket(access_point.root) as ipc:
-        answer = ipc.request(DAEMON, LOG_CFG_GET)
+        answer = ipc.request(DAEMON, Local.LOG_CFG_GET)
     assert len(answer) == 2060
     assert not any(answer[24:])
     return list(struct.unpack(">IIiIII", answer[:24]))
@@ -87,7 +85,7 @@ def read_log_configuration(access_point: AccessPoint) -> list[int]:
 def set_log_level(access_point: AccessPoint, level: int) -> None:
     configuration = read_log_configuration(access_point)
     configuration[2] = level
-    tell(access_point, LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
+    tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
 
 
 def updates(controller: Controller) -> list[dict[str, Any]]:

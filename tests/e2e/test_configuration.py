@@ -2,10 +2,11 @@
 
 import struct
 
+from lab.site.messages import Local
 from lab.site.settling import settle
 from lab.site.waiting import wait_until
-from steps import (LOG_CFG_SET, add_access_point, associate, bssid_of, client_mac, read_log_configuration,
-                   set_log_level, tell, wait_for_association, wait_for_line)
+from steps import (add_access_point, associate, bssid_of, client_mac, read_log_configuration, set_log_level, tell,
+                   wait_for_association, wait_for_line)
 
 VAP_CONFIG = "CLIENT_MGR_BULK_VAP_CONFIG"
 
@@ -57,9 +58,9 @@ def test_impossible_log_configuration_is_refused(lab):
     access_point = add_access_point(lab)
     lab.start()
     before = read_log_configuration(access_point)
-    tell(access_point, LOG_CFG_SET, struct.pack(">IIiIII", 0, 0, 3, 0, 0, 0))
-    tell(access_point, LOG_CFG_SET, b"\xff" * 24)
-    tell(access_point, LOG_CFG_SET, b"")
+    tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", 0, 0, 3, 0, 0, 0))
+    tell(access_point, Local.LOG_CFG_SET, b"\xff" * 24)
+    tell(access_point, Local.LOG_CFG_SET, b"")
     assert read_log_configuration(access_point) == before
 
 
@@ -71,7 +72,7 @@ def test_console_echo(lab):
     assert console.read_text() == ""
     configuration = read_log_configuration(access_point)
     configuration[3] = 1
-    tell(access_point, LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
+    tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
     associate(access_point, client_mac(1))
     wait_for_association(lab, client_mac(1))
     wait_for_line(access_point.log, "Received association msg")

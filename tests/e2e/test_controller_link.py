@@ -6,12 +6,14 @@ import struct
 from contextlib import suppress
 from pathlib import Path
 
-from lab.site.access_point import MAC_ACL_AUTH, mac_bytes
+from lab.site.access_point import mac_bytes
 from lab.site.authority import Authority
 from lab.site.controller import ADDRESS
 from lab.site.local_ipc import DAEMON, LocalSocket
-from steps import (add_access_point, associate, associations, bssid_of, client_mac, events, set_log_level,
-                   wait_for_association, wait_for_event, wait_for_line, wait_until_ready)
+from lab.site.messages import Local
+from steps import (CLIENT_MANAGER, add_access_point, associate, associations, bssid_of, client_mac, events,
+                   set_log_level, wait_for_association, wait_for_event, wait_for_line,
+                   wait_until_ready)
 
 REFUSED = "Error sending mac acl auth to ctrlr"
 UP, DOWN = "Rcvd tunl status up", "Rcvd tunl status down"
@@ -93,7 +95,6 @@ class SilentController:
     """The controller's end of the tunnel, written from the description of its frames: reads only when told to."""
 
     HEADER = struct.Struct(">II")  # destination, length
-    CLIENT_MANAGER = 106
 
     def __init__(self, lab):
         identity = lab.authority.issue("controller", ADDRESS)
@@ -125,7 +126,7 @@ class SilentController:
         while True:
             destination, length = self.HEADER.unpack(self._read(self.HEADER.size))
             message = self._read(length)
-            if destination == self.CLIENT_MANAGER:
+            if destination == CLIENT_MANAGER:
                 yield message
 
     def _read(self, size):
@@ -146,7 +147,7 @@ def ask_for_verdicts(access_point, clients):
     """The largest records that one local message makes: 188 bytes each."""
     with LocalSocket(access_point.root) as ipc:
         for client in clients:
-            ipc.notify(DAEMON, MAC_ACL_AUTH, client + mac_bytes(bssid_of(access_point)) + bytes(4))
+            ipc.notify(DAEMON, Local.MAC_ACL_AUTH, client + mac_bytes(bssid_of(access_point)) + bytes(4))
 
 
 def test_controller_that_does_not_read(lab, own_network):

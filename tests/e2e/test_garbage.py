@@ -9,11 +9,12 @@ import pytest
 
 from lab.site.controller import ADDRESS
 from lab.site.failure import LabFailure
-from steps import add_access_point, associate, client_mac, wait_for_association
+from lab.site.messages import Captive, Local, Radio
+from steps import CLIENT_MANAGER, add_access_point, associate, client_mac, wait_for_association
 
 SEED = 20240229
 DATAGRAM_ENDPOINTS = ("client_mgr", "captive_app", "hostapd", "sysmon", "radio")
-LOCAL_MESSAGES = (13, 16, 17, 28, 29, 59, 60, 61, 63, 64, 65, 66, 67, 123, 150, 161, 166, 195, 1001, 1002)
+LOCAL_MESSAGES = (*Local, Captive.GUEST_AUTHENTICATED, Captive.ASSOCIATION, *Radio)
 LARGEST = 16384
 
 
@@ -77,7 +78,7 @@ def test_platform_daemon_hands_on_what_is_no_controller_message(access_point, la
     with connect(access_point.root / "kx/ipc/apcomm", socket.SOCK_SEQPACKET) as sender:
         for message in garbage():
             if len(message) <= LARGEST:
-                sender.send(struct.pack(">I", 106) + message)
+                sender.send(struct.pack(">I", CLIENT_MANAGER) + message)
         associate(access_point, client_mac(1))
         wait_for_association(lab, client_mac(1))
     assert lab.controller.ask_json("stats")["malformed"] > malformed
@@ -109,8 +110,8 @@ def test_controller_refuses_who_has_no_certificate(access_point, lab):
 def test_controller_survives_an_access_point_gone_wild(access_point, lab):
     context = tls_context(lab, lab.authority.issue("wild"))
     for data in garbage():
-        for frame in (data, struct.pack(">II", 106, len(data)) + data, struct.pack(">II", 0, len(data)) + data,
-                      struct.pack(">II", 7, len(data)) + data, struct.pack(">II", 106, 0xFFFFFFFF) + data):
+        frames = [struct.pack(">II", destination, len(data)) + data for destination in (CLIENT_MANAGER, 0, 7)]
+        for frame in (data, *frames, struct.pack(">II", CLIENT_MANAGER, 0xFFFFFFFF) + data):
             with socket.create_connection((ADDRESS, lab.controller.port), 20) as connection:
                 with context.wrap_socket(connection, server_hostname=ADDRESS) as tunnel:
                     try:

@@ -7,10 +7,10 @@ import subprocess
 import pytest
 
 from lab.site.access_point import mac_bytes
+from lab.site.messages import Local
 from lab.site.network import enter_own_network
 from lab.site.waiting import wait_until
-from steps import (AP_MAC, CLIENT_DISASSOCIATION, CLIENT_IP, associate, client_mac, tell, updates,
-                   wait_for_association)
+from steps import AP_MAC, associate, client_mac, tell, updates, wait_for_association
 
 VAPS = """\
 [[vap]]
@@ -84,7 +84,7 @@ def addresses():
 
 def report_address(access_point, client, address):
     number = struct.pack("4B", *(int(part) for part in address.split(".")))
-    tell(access_point, CLIENT_IP, mac_bytes(client) + bytes(2) + number + b"wlan1\0")
+    tell(access_point, Local.CLIENT_IP, mac_bytes(client) + bytes(2) + number + b"wlan1\0")
 
 
 def wait_for_kernel(what, effect):
@@ -111,7 +111,7 @@ def check_forwarding_entry(access_point, vlan):
     associate(access_point, client, bssid=bssid)
     wait_for_kernel("has the forwarding entry", lambda: forwarding_entries(client))
     assert forwarding_entries(client) == [("wlan0", vlan, "static")]
-    tell(access_point, CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(client) + mac_bytes(bssid) + bytes(4))
+    tell(access_point, Local.CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(client) + mac_bytes(bssid) + bytes(4))
     wait_for_kernel("drops the forwarding entry", lambda: not forwarding_entries(client))
 
 
@@ -138,8 +138,8 @@ def test_guest_is_reachable_until_it_is_let_in(access_point, lab):
 
 def test_guest_that_leaves_takes_its_entries_along(access_point, lab):
     guest = admit_guest(access_point, lab)
-    tell(access_point, CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(guest) + mac_bytes(hardware_address("wlan1")) +
-         bytes(4))
+    tell(access_point, Local.CLIENT_DISASSOCIATION,
+         bytes(16) + mac_bytes(guest) + mac_bytes(hardware_address("wlan1")) + bytes(4))
     wait_for_kernel("has the guest network's address no more", lambda: not addresses())
     assert host_routes() == []
     assert permanent_neighbours() == []

@@ -12,16 +12,11 @@ import pytest
 
 from lab.site.access_point import mac_bytes
 from lab.site.local_ipc import DAEMON, LocalSocket
+from lab.site.messages import Local, Pmk, Record
 from lab.site.waiting import wait_until
-from steps import (CLIENT_DISASSOCIATION, CLIENT_IP, LOG_CFG_GET, associate, bssid_of, client_mac,
-                   start_for_inspection, tell, wait_for_line)
+from steps import CLIENT_MANAGER, associate, bssid_of, client_mac, start_for_inspection, tell, wait_for_line
 
-# wire/local_messages.h
-FOREIGN_ASSOCIATION, FOREIGN_DISASSOCIATION, PMK_INFO = 64, 66, 150
-PMK_FETCH, PMK_ADD = 1, 2
-MOVE_NOTIFY, BULK_INFO, PMK_ANSWER, INFO_ANSWER, REMOVE_BULK, GUEST_AUTH = 9, 10, 14, 15, 17, 24
 ENTRY_PMK = 1
-TO_CLIENT_MANAGER = 106  # tunnel/tunnel.h
 
 STATION, ELSEWHERE = client_mac(1), "02:00:00:00:20:01"
 HOME_VLAN, OTHER_VLAN = 10, 77
@@ -81,12 +76,12 @@ def access_point(lab):
 def handled(access_point):
     """Returns when client_mgr has handled the local messages that it was sent before."""
     with LocalSocket(access_point.root) as ipc:
-        ipc.request(DAEMON, LOG_CFG_GET)
+        ipc.request(DAEMON, Local.LOG_CFG_GET)
 
 
 def key_message(access_point, what, client=STATION, key=bytes(32), bssid=None):
     bssid = mac_bytes(bssid or bssid_of(access_point))
-    tell(access_point, PMK_INFO, struct.pack(">I", what) + bssid + bssid + mac_bytes(client) + key)
+    tell(access_point, Local.CLIENT_MGR_PMK_INFO, struct.pack(">I", what) + bssid + bssid + mac_bytes(client) + key)
 
 
 def send_record(lab, access_point, record, body):
@@ -109,82 +104,84 @@ def entries(*each):
 
 def reassociate(access_point):
     bssid = mac_bytes(bssid_of(access_point))
-    tell(access_point, FOREIGN_ASSOCIATION, bytes(16) + mac_bytes(STATION) + bssid + mac_bytes(ELSEWHERE) + bytes(4))
+    tell(access_point, Local.FOREIGN_CLIENT_ASSOCIATION,
+         bytes(16) + mac_bytes(STATION) + bssid + mac_bytes(ELSEWHERE) + bytes(4))
     handled(access_point)
 
 
 # How a key arrives. Afterwards the client is associated, as a home client or as one that is tunnelled home.
 
 def derived_here(lab, access_point, key):
-    key_message(access_point, PMK_ADD, key=key.bytes)
+    key_message(access_point, Pmk.ADD, key=key.bytes)
     associated_client_gets_its_key_back(access_point, key)
 
 
 def associated_client_gets_its_key_back(access_point, key):
     associate(access_point, STATION)
     handled(access_point)
-    key_message(access_point, PMK_ADD, key=key.bytes)
+    key_message(access_point, Pmk.ADD, key=key.bytes)
     handled(access_point)
 
 
 def fetched(lab, access_point, key):
     associate(access_point, STATION)
-    key_message(access_point, PMK_FETCH)
+    key_message(access_point, Pmk.FETCH)
     handled(access_point)
-    send_record(lab, access_point, PMK_ANSWER, entries(entry(access_point, key.bytes)))
+    send_record(lab, access_point, Record.PMK_FETCH_SUCCESS, entries(entry(access_point, key.bytes)))
 
 
 def brought_along(lab, access_point, key):
     reassociate(access_point)
-    send_record(lab, access_point, INFO_ANSWER, entries(entry(access_point, key.bytes)))
-    key_message(access_point, PMK_ADD, key=key.bytes)
+    send_record(lab, access_point, Record.CLIENT_INFO_FETCH_SUCCESS, entries(entry(access_point, key.bytes)))
+    key_message(access_point, Pmk.ADD, key=key.bytes)
     handled(access_point)
 
 
 def brought_along_from_another_vlan(lab, access_point, key):
     reassociate(access_point)
-    send_record(lab, access_point, INFO_ANSWER, entries(entry(access_point, key.bytes, vlan=OTHER_VLAN)))
+    send_record(lab, access_point, Record.CLIENT_INFO_FETCH_SUCCESS,
+                entries(entry(access_point, key.bytes, vlan=OTHER_VLAN)))
 
 
 def listed(lab, access_point, key):
-    send_record(lab, access_point, BULK_INFO, entries(entry(access_point, key.bytes)))
+    send_record(lab, access_point, Record.CLIENT_BULK_INFO, entries(entry(access_point, key.bytes)))
     reassociate(access_point)
 
 
 # How a client goes.
 
 def disassociated(lab, access_point):
-    tell(access_point, CLIENT_DISASSOCIATION,
+    tell(access_point, Local.CLIENT_DISASSOCIATION,
          bytes(16) + mac_bytes(STATION) + mac_bytes(bssid_of(access_point)) + bytes(4))
-    tell(access_point, FOREIGN_DISASSOCIATION,
+    tell(access_point, Local.FOREIGN_CLIENT_DISASSOCIATION,
          bytes(16) + mac_bytes(STATION) + mac_bytes(bssid_of(access_point)) + bytes(10))
     handled(access_point)
 
 
 def removed(lab, access_point):
-    send_record(lab, access_point, REMOVE_BULK, entries(entry(access_point)))
+    send_record(lab, access_point, Record.REMOVE_CLIENT_BULK_INFO, entries(entry(access_point)))
 
 
 def moved_away(lab, access_point):
-    send_record(lab, access_point, MOVE_NOTIFY, b"\1" + mac_bytes(STATION) + bytes(13))
+    send_record(lab, access_point, Record.CLIENT_MOVE_NOTIFY, b"\1" + mac_bytes(STATION) + bytes(13))
 
 
 def handed_over(lab, access_point):
     """It lives elsewhere now, with another key."""
-    send_record(lab, access_point, BULK_INFO, entries(entry(access_point, secrets.token_bytes(32))))
+    send_record(lab, access_point, Record.CLIENT_BULK_INFO, entries(entry(access_point, secrets.token_bytes(32))))
 
 
 def rekeyed(lab, access_point):
-    key_message(access_point, PMK_ADD, key=secrets.token_bytes(32))
+    key_message(access_point, Pmk.ADD, key=secrets.token_bytes(32))
     handled(access_point)
 
 
 def use(lab, access_point):
     """Everything that copies a client's record without changing its key."""
-    tell(access_point, CLIENT_IP, mac_bytes(STATION) + bytes(2) + bytes([10, 0, 10, 7]) + b"wlan0\0")
-    key_message(access_point, PMK_FETCH)
-    send_record(lab, access_point, GUEST_AUTH, mac_bytes(STATION))
-    send_record(lab, access_point, MOVE_NOTIFY,
+    tell(access_point, Local.CLIENT_IP, mac_bytes(STATION) + bytes(2) + bytes([10, 0, 10, 7]) + b"wlan0\0")
+    key_message(access_point, Pmk.FETCH)
+    send_record(lab, access_point, Record.CLIENT_GUEST_AUTH, mac_bytes(STATION))
+    send_record(lab, access_point, Record.CLIENT_MOVE_NOTIFY,
                 b"\2" + mac_bytes(STATION) + 2 * mac_bytes(bssid_of(access_point)) + b"\x63")
     reassociate(access_point)
     assert STATION in [client.mac for client in access_point.clients()]
@@ -233,7 +230,7 @@ def test_key_that_waited_in_client_mgr_is_gone(lab, access_point):
     key = Key()
     with stopped(access_point, "apd"):
         for _ in range(MORE_THAN_A_SOCKET_TAKES):
-            key_message(access_point, PMK_ADD, key=key.bytes, bssid=ELSEWHERE)
+            key_message(access_point, Pmk.ADD, key=key.bytes, bssid=ELSEWHERE)
         handled(access_point)
         assert places_of(key, access_point.running["client_mgr"])
     expect_nowhere(access_point, key)
@@ -243,7 +240,7 @@ def test_key_that_waited_in_apd_is_gone(lab, access_point):
     key = Key()
     answer = entries(*[entry(access_point, key.bytes)] * 5)
     number = struct.pack(">3BHBH6s", 1, 14, 0, 1, 0, 18 + len(answer), mac_bytes(access_point.mac))
-    message = (number + struct.pack(">BBH", PMK_ANSWER, 4, 4 + len(answer)) + answer).hex()
+    message = (number + struct.pack(">BBH", Record.PMK_FETCH_SUCCESS, 4, 4 + len(answer)) + answer).hex()
     with stopped(access_point, "client_mgr"):
         for _ in range(100):
             lab.controller.ask("send", access_point.mac, message)
@@ -254,7 +251,7 @@ def test_key_that_waited_in_apd_is_gone(lab, access_point):
 def test_key_that_waited_for_the_controller_is_gone(lab, access_point):
     """apd holds it back for a controller that does not read, until the controller goes."""
     key = Key()
-    message = struct.pack(">I", TO_CLIENT_MANAGER) + key.bytes * 500
+    message = struct.pack(">I", CLIENT_MANAGER) + key.bytes * 500
     assert lab.controller.process
     lab.controller.process.signal(signal.SIGSTOP)
     with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as daemon:

@@ -13,9 +13,8 @@ from lab.site.access_point import mac_bytes
 from lab.site.failure import LabFailure
 from lab.site.soak import holdings_of
 from lab.site.waiting import wait_until
-from steps import introduce, start_for_inspection, wait_for_line
+from steps import CLIENT_MANAGER, introduce, start_for_inspection, wait_for_line
 
-TO_CLIENT_MANAGER = 106  # tunnel/tunnel_frames.h
 LONGEST = 16384
 QUEUE_PAGES = (1 << 20) // os.sysconf("SC_PAGESIZE")  # queue_max of tunnel/tunnel.h
 
@@ -45,7 +44,7 @@ def send_to_controller(access_point, count):
         daemon.connect(str(access_point.root / "kx/ipc/apcomm"))
         daemon.settimeout(1)
         for _ in range(count):
-            daemon.send(struct.pack(">I", TO_CLIENT_MANAGER) + bytes(LONGEST))
+            daemon.send(struct.pack(">I", CLIENT_MANAGER) + bytes(LONGEST))
 
 
 def send_to_client_mgr(lab, access_point, count):

@@ -7,9 +7,10 @@ import pytest
 from lab.site.access_point import mac_bytes
 from lab.site.client_table import FOREIGN, GUEST, LOCAL, PMK, TUNNEL, Client
 from lab.site.consistency import Views, find_differences
+from lab.site.messages import Local
 from lab.site.settling import settle
 from lab.site.site_run import Plan, Site
-from steps import CLIENT_DISASSOCIATION, tell
+from steps import tell
 
 STATION, HOME, AWAY = "02:57:00:00:00:01", "02:a0:00:00:01:00", "02:a0:00:00:02:00"
 HOME_BSSID, AWAY_BSSID = "02:a0:00:00:01:01", "02:a0:00:00:02:01"
@@ -34,7 +35,7 @@ def test_disagreement_is_noticed(lab):
     assert site.find_differences() == []
     access_point, lost = next((each, client) for each in lab.access_points for client in each.clients()
                               if client.flags in (LOCAL, LOCAL | PMK))
-    tell(access_point, CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(lost.mac) + mac_bytes(lost.bssid) + bytes(4))
+    tell(access_point, Local.CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(lost.mac) + mac_bytes(lost.bssid) + bytes(4))
     settle(lab)
     assert site.find_differences() == [
         f"{lost.mac}: the radio of {access_point.mac} has it; the controller does not know it"]

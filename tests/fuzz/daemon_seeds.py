@@ -3,7 +3,11 @@ import itertools
 import random
 import struct
 
-NOTIFICATION, REQUEST = 1, 2
+from lab.site.local_ipc import NOTIFICATION, REQUEST
+from lab.site.messages import Local, Pmk, Record
+
+CLIENT_LISTS = [Record.CLIENT_BULK_INFO, Record.PMK_FETCH_SUCCESS, Record.CLIENT_INFO_FETCH_SUCCESS,
+                Record.REMOVE_CLIENT_BULK_INFO, Record.CLIENT_INFO_TREAT_AS_ASSOC]
 BSSIDS = [bytes.fromhex("b0b1b2b3b4b5"), bytes.fromhex("b0b1b2b3b4b6"), bytes.fromhex("d0d1d2d3d4d5")]
 NOWHERE = bytes(6)
 PMK = bytes(range(0x40, 0x60))
@@ -27,38 +31,50 @@ PLACES = [(number, bssid) for number in range(1, 7) for bssid in BSSIDS]
 # --- local messages: (id, flags, payload)
 
 
-def association(message, number, bssid):
+def association(number, bssid, message=Local.CLIENT_ASSOCIATION):
     return message, NOTIFICATION, bytes(16) + client(number) + bssid + address(number)
 
 
-def foreign_association(message, number, bssid, last):
+def disassociation(number, bssid):
+    return association(number, bssid, Local.CLIENT_DISASSOCIATION)
+
+
+def foreign_association(number, bssid, last, message=Local.FOREIGN_CLIENT_ASSOCIATION):
     return message, NOTIFICATION, bytes(16) + client(number) + bssid + last + address(number)
 
 
+def foreign_disassociation(number, bssid):
+    return foreign_association(number, bssid, BSSIDS[0], Local.FOREIGN_CLIENT_DISASSOCIATION)
+
+
 def client_ip(number, ip, interface):
-    return 161, NOTIFICATION, client(number) + bytes(2) + ip + interface + b"\0"
+    return Local.CLIENT_IP, NOTIFICATION, client(number) + bytes(2) + ip + interface + b"\0"
 
 
 def pmk_info(sub_type, number, bssid, last):
-    return 150, NOTIFICATION, struct.pack(">I", sub_type) + bssid + last + client(number) + PMK
+    return Local.CLIENT_MGR_PMK_INFO, NOTIFICATION, struct.pack(">I", sub_type) + bssid + last + client(number) + PMK
 
 
 def acl_auth(number, bssid, data):
-    return 195, NOTIFICATION, client(number) + bssid + struct.pack(">I", len(data)) + data
+    return Local.MAC_ACL_AUTH, NOTIFICATION, client(number) + bssid + struct.pack(">I", len(data)) + data
 
 
 def local_messages():
-    yield from [(13, NOTIFICATION, b""), (16, NOTIFICATION, b""), (17, NOTIFICATION, b""), (60, NOTIFICATION, b""),
-                (28, REQUEST, b""), (59, REQUEST, b""), (29, NOTIFICATION, bytes(range(24))),
-                (61, NOTIFICATION, b"ath0".ljust(12, b"\0")), (123, NOTIFICATION, struct.pack(">III", 1, 1, 0x0A000001))]
+    for message in [Local.SYSMON_HB, Local.SYS_READY, Local.SYS_INIT, Local.VAP_INIT]:
+        yield message, NOTIFICATION, b""
+    for message in [Local.LOG_CFG_GET, Local.CLIENT_TBL_DUMP]:
+        yield message, REQUEST, b""
+    yield Local.LOG_CFG_SET, NOTIFICATION, bytes(range(24))
+    yield Local.VAP_UPDATE, NOTIFICATION, b"ath0".ljust(12, b"\0")
+    yield Local.APCOMM_MSG, NOTIFICATION, struct.pack(">III", 1, 1, 0x0A000001)
     for number, bssid in PLACES:
-        yield association(63, number, bssid)
-        yield association(65, number, bssid)
-        yield foreign_association(64, number, bssid, BSSIDS[2])
-        yield foreign_association(66, number, bssid, BSSIDS[0])
+        yield association(number, bssid)
+        yield disassociation(number, bssid)
+        yield foreign_association(number, bssid, BSSIDS[2])
+        yield foreign_disassociation(number, bssid)
         yield client_ip(number, address(number + 1), b"br-lan")
-        yield pmk_info(1, number, bssid, NOWHERE)
-        yield pmk_info(2, number, bssid, BSSIDS[2])
+        yield pmk_info(Pmk.FETCH, number, bssid, NOWHERE)
+        yield pmk_info(Pmk.ADD, number, bssid, BSSIDS[2])
     for number in [1, 2, 6, 17, 18, 19, 20]:
         yield acl_auth(number, BSSIDS[0], b"opaque data")
     yield client_ip(2, address(2), b"a;reboot")
@@ -81,24 +97,25 @@ def client_list(kind, *entries):
 
 
 def move(kind, number, old, new, vlan):
-    return 9, bytes([kind]) + client(number) + old + new + bytes([vlan])
+    return Record.CLIENT_MOVE_NOTIFY, bytes([kind]) + client(number) + old + new + bytes([vlan])
 
 
 def acl_verdict(number, bssid, verdict, data=b""):
     numbers = struct.pack(">IIIII", 0, 1, 2, 3, len(data))
-    return 28, struct.pack(">I", verdict) + client(number) + bssid + bytes(6) + numbers + data
+    front = struct.pack(">I", verdict) + client(number) + bssid + bytes(6)
+    return Record.CLIENT_ACL_AUTH_RESP, front + numbers + data
 
 
 def controller_records():
-    yield 16, b""
+    yield Record.REQ_BULK_INFO, b""
     for number, bssid in PLACES:
         yield move(1, number, bssid, BSSIDS[2], 100)
         yield move(2, number, BSSIDS[0], bssid, 200)
-        yield 24, client(number)
-        for kind in [10, 14, 15, 17, 26]:
+        yield Record.CLIENT_GUEST_AUTH, client(number)
+        for kind in CLIENT_LISTS:
             yield client_list(kind, entry(number, BSSIDS[2], bssid, flags=number & 3))
         yield acl_verdict(number + 15, bssid, number & 1, b"data")
-    yield client_list(10, *(entry(number, bssid, bssid) for number, bssid in PLACES))
+    yield client_list(Record.CLIENT_BULK_INFO, *(entry(number, bssid, bssid) for number, bssid in PLACES))
 
 
 def records(*all_records):
@@ -149,28 +166,30 @@ def vap(kind, vlan, last_byte, station_list):
 
 START = (event(LOG_LEVEL, b"\4\0") +
          event(SURROUNDINGS, vap(0, 100, 0xB5, stations(1, 2)) + vap(1, 200, 0xB6, stations(3))) +
-         b"".join(local_event((message, NOTIFICATION, b"")) for message in (17, 16)) +
-         event(LINK, b"\1\x0a\x0b\x0c\x0d") + local_event((60, NOTIFICATION, b"")))
+         b"".join(local_event((message, NOTIFICATION, b"")) for message in (Local.SYS_INIT, Local.SYS_READY)) +
+         event(LINK, b"\1\x0a\x0b\x0c\x0d") + local_event((Local.VAP_INIT, NOTIFICATION, b"")))
 
 
 def stories():
     home, portal, away = BSSIDS
-    yield START + local_event(association(63, 1, home)) + local_event(client_ip(1, address(1), b"eth0")) + \
-        local_event(pmk_info(2, 1, home, NOWHERE)) + local_event(association(65, 1, home))
-    yield START + local_event(association(63, 2, portal)) + local_event(client_ip(2, address(2), b"br-lan")) + \
-        told((24, client(2))) + local_event(association(65, 2, portal))
-    yield START + told(client_list(10, entry(3, away, away, 1))) + \
-        local_event(foreign_association(64, 3, home, away)) + told(move(2, 3, home, portal, 200)) + \
-        local_event(association(66, 3, home))
-    yield START + local_event(foreign_association(64, 4, portal, away)) + \
-        told(client_list(15, entry(4, away, portal, 2)), client_list(14, entry(4, away, portal, 1))) + \
-        told(client_list(17, entry(4, away, portal)))
+    yield START + local_event(association(1, home)) + local_event(client_ip(1, address(1), b"eth0")) + \
+        local_event(pmk_info(Pmk.ADD, 1, home, NOWHERE)) + local_event(disassociation(1, home))
+    yield START + local_event(association(2, portal)) + local_event(client_ip(2, address(2), b"br-lan")) + \
+        told((Record.CLIENT_GUEST_AUTH, client(2))) + local_event(disassociation(2, portal))
+    yield START + told(client_list(Record.CLIENT_BULK_INFO, entry(3, away, away, 1))) + \
+        local_event(foreign_association(3, home, away)) + told(move(2, 3, home, portal, 200)) + \
+        local_event(association(3, home, Local.FOREIGN_CLIENT_DISASSOCIATION))
+    yield START + local_event(foreign_association(4, portal, away)) + \
+        told(client_list(Record.CLIENT_INFO_FETCH_SUCCESS, entry(4, away, portal, 2)),
+             client_list(Record.PMK_FETCH_SUCCESS, entry(4, away, portal, 1))) + \
+        told(client_list(Record.REMOVE_CLIENT_BULK_INFO, entry(4, away, portal)))
     yield START + local_event(acl_auth(17, home, b"one")) + wait(5) + local_event(acl_auth(17, home, b"two")) + \
         wait(12) + local_event(acl_auth(17, home, b"three")) + told(acl_verdict(17, home, 1, b"data")) + \
         local_event(acl_auth(17, home, b"four")) + wait(61)
-    yield START + event(FAIL, b"\0\1\1") + local_event(association(63, 5, home)) + event(MEND) + told((16, b"")) + \
-        event(LINK, bytes(5)) + local_event(association(65, 5, home)) + event(CLOCK, struct.pack(">I", 1000))
-    yield START + wait(40) + told(client_list(26, entry(6, home, home)))
+    yield START + event(FAIL, b"\0\1\1") + local_event(association(5, home)) + event(MEND) + \
+        told((Record.REQ_BULK_INFO, b"")) + event(LINK, bytes(5)) + \
+        local_event(disassociation(5, home)) + event(CLOCK, struct.pack(">I", 1000))
+    yield START + wait(40) + told(client_list(Record.CLIENT_INFO_TREAT_AS_ASSOC, entry(6, home, home)))
 
 
 def random_events(dice):

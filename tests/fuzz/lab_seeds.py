@@ -8,6 +8,8 @@ import sys
 import tempfile
 
 from daemon_seeds import as_travelled, block, local_messages
+from lab.site.local_ipc import NOTIFICATION
+from lab.site.messages import Local, Record
 
 CAPTURE_MAKER = pathlib.Path(__file__).parents[2] / "lab/captures/make_builtin.py"
 
@@ -125,8 +127,9 @@ def captures():
 def datagrams():
     messages = [struct.pack(">III", number, len(payload), flags) + payload
                 for number, flags, payload in local_messages()]
-    channel = [as_travelled(123, 1, struct.pack(">III", 1, status, 0x0A000001)) for status in (0, 1, 2)]
-    channel += [as_travelled(123, 1, struct.pack(">IIII", 2, total, offset, 4) + b"part")
+    channel = [as_travelled(Local.APCOMM_MSG, NOTIFICATION, struct.pack(">III", 1, status, 0x0A000001))
+               for status in (0, 1, 2)]
+    channel += [as_travelled(Local.APCOMM_MSG, NOTIFICATION, struct.pack(">IIII", 2, total, offset, 4) + b"part")
                 for total, offset in ((4, 0), (8, 0), (8, 4), (8, 8), (20000, 0))]
     travelled = [message[:4] + struct.pack(">I", len(message) - 8) + message[4:] for message in channel]
     yield b"".join(b"\0" + block(message) for message in messages[:9])
@@ -184,31 +187,43 @@ def vap(bssid, vlan):
 
 def bulk(bssid, vlan, numbers):
     stations = b"".join(bytes(6) + station(number) + bytes([10, 0, 0, number]) for number in numbers)
-    return 0, vap(bssid, vlan) + struct.pack(">H", len(numbers)) + bytes(6) + stations
+    return Record.BULK_INFO, vap(bssid, vlan) + struct.pack(">H", len(numbers)) + bytes(6) + stations
 
 
 def acl_request(number, bssid):
     numbers = struct.pack(">IIIII", 0, 1, 2, 3, 5)
-    return 27, struct.pack(">I", 0xFFFFFFFF) + station(number) + bssid + APS[0] + numbers + b"data!".ljust(128, b"\0")
+    front = struct.pack(">I", 0xFFFFFFFF) + station(number) + bssid + APS[0]
+    return Record.CLIENT_ACL_AUTH_REQ, front + numbers + b"data!".ljust(128, b"\0")
 
+
+UPDATES = [Record.CLIENT_ASSOC, Record.CLIENT_DISASSOC, Record.CLIENT_IP, Record.FOREIGN_CLIENT_ASSOC,
+           Record.FOREIGN_CLIENT_DISASSOC, Record.CLIENT_GUEST_ASSOC]
+KEYS = [Record.PMK_ADD, Record.PMK_FETCH, Record.CLIENT_INFO_FETCH]
 
 TICK = event(8, b"\0")
-SITE = from_ap(0, (1, vap(OURS, 10)), bulk(OURS, 10, [1])) + from_ap(1, (1, vap(THEIRS, 20)), bulk(THEIRS, 20, []))
+SITE = (from_ap(0, (Record.BULK_VAP_CONFIG, vap(OURS, 10)), bulk(OURS, 10, [1])) +
+        from_ap(1, (Record.BULK_VAP_CONFIG, vap(THEIRS, 20)), bulk(THEIRS, 20, [])))
 
 
 def site_life():
-    yield SITE + from_ap(0, update(2, 1, OURS), update(4, 1, OURS), key(11, 1, OURS, bytes(range(32)))) + \
-        from_ap(1, update(5, 1, THEIRS, OURS), key(12, 1, THEIRS), key(13, 1, THEIRS)) + TICK * 3
-    yield SITE + from_ap(0, update(25, 2, OURS)) + event(5, b"\0\2") + from_ap(0, update(3, 2, OURS)) + TICK
+    yield SITE + from_ap(0, update(Record.CLIENT_ASSOC, 1, OURS), update(Record.CLIENT_IP, 1, OURS),
+                         key(Record.PMK_ADD, 1, OURS, bytes(range(32)))) + \
+        from_ap(1, update(Record.FOREIGN_CLIENT_ASSOC, 1, THEIRS, OURS), key(Record.PMK_FETCH, 1, THEIRS),
+                key(Record.CLIENT_INFO_FETCH, 1, THEIRS)) + TICK * 3
+    yield SITE + from_ap(0, update(Record.CLIENT_GUEST_ASSOC, 2, OURS)) + event(5, b"\0\2") + \
+        from_ap(0, update(Record.CLIENT_DISASSOC, 2, OURS)) + TICK
     yield SITE + from_ap(0, acl_request(3, OURS)) + event(6, b"\0") + event(7, b"\0\1") + TICK
-    yield SITE + from_ap(1, update(5, 1, THEIRS, OURS), update(6, 1, THEIRS)) + event(4, b"\1\0") + TICK + \
+    yield SITE + from_ap(1, update(Record.FOREIGN_CLIENT_ASSOC, 1, THEIRS, OURS),
+                         update(Record.FOREIGN_CLIENT_DISASSOC, 1, THEIRS)) + \
+        event(4, b"\1\0") + TICK + \
         event(4, b"\0\0") + from_ap(0, bulk(OURS, 10, [])) + TICK * 8
     yield SITE + from_ap(0, bulk(OURS, 10, list(range(256)))) + from_ap(1, bulk(THEIRS, 20, list(range(256)))) + \
         TICK * 8 + from_ap(0, bulk(OURS, 10, [])) * 2 + from_ap(1, bulk(THEIRS, 20, [])) * 2
     yield from (from_ap(0, record) for record in (
-        update(2, 1, OURS), update(3, 1, OURS), update(5, 1, OURS, THEIRS), key(11, 1, OURS), acl_request(1, OURS)))
-    yield event(0, b"\0" + struct.pack(">BBBHBH", 1, 14, 0, 1, 0, 40) + APS[0] + struct.pack(">BBH", 2, 4, 26) +
-                update(2, 1, OURS)[1])
+        update(Record.CLIENT_ASSOC, 1, OURS), update(Record.CLIENT_DISASSOC, 1, OURS),
+        update(Record.FOREIGN_CLIENT_ASSOC, 1, OURS, THEIRS), key(Record.PMK_ADD, 1, OURS), acl_request(1, OURS)))
+    yield event(0, b"\0" + struct.pack(">BBBHBH", 1, 14, 0, 1, 0, 40) + APS[0] +
+                struct.pack(">BBH", Record.CLIENT_ASSOC, 4, 26) + update(Record.CLIENT_ASSOC, 1, OURS)[1])
 
 
 def random_events(dice):
@@ -219,11 +234,11 @@ def random_events(dice):
     def record():
         number = dice.randrange(7)
         return dice.choice([
-            lambda: update(dice.choice([2, 3, 4, 5, 6, 25]), number, bssid(), bssid()),
-            lambda: key(dice.choice([11, 12, 13]), number, bssid(), dice.choice([bytes(32), bytes(range(32))])),
+            lambda: update(dice.choice(UPDATES), number, bssid(), bssid()),
+            lambda: key(dice.choice(KEYS), number, bssid(), dice.choice([bytes(32), bytes(range(32))])),
             lambda: acl_request(number, bssid()),
             lambda: bulk(bssid(), 10 * dice.randrange(1, 4), dice.sample(range(7), dice.randrange(7))),
-            lambda: (1, vap(bssid(), 10 * dice.randrange(1, 4))),
+            lambda: (Record.BULK_VAP_CONFIG, vap(bssid(), 10 * dice.randrange(1, 4))),
         ])()
 
     def from_anyone():

@@ -10,7 +10,7 @@ import shutil
 import sys
 
 HERE = pathlib.Path(__file__).parent
-sys.path.insert(0, str(HERE))
+sys.path[:0] = [str(HERE), str(HERE.parents[1])]
 
 import daemon_seeds  # noqa: E402
 import lab_seeds  # noqa: E402
