@@ -16,7 +16,7 @@ access_points::claim access_points::identify(tunnel_id id, const mac_address &ap
         return claim::held;
     }
     link.ap = ap;
-    return claim::taken;
+    return claim::bound;
 }
 
 std::optional<tunnel_id> access_points::tunnel_of(const mac_address &ap) const {

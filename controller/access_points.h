@@ -1,5 +1,5 @@
-// The access points behind the tunnels. A tunnel belongs to the access point whose MAC address its first message bears,
-// and an access point's messages go to the newest of its tunnels.
+// The access points behind the tunnels. A tunnel belongs to the access point whose MAC address its first message
+// carries. Messages to an access point go to the newest of its tunnels.
 #ifndef CONTROLLER_ACCESS_POINTS_H
 #define CONTROLLER_ACCESS_POINTS_H
 
@@ -15,19 +15,19 @@ namespace controller {
 struct access_point_link {
     peer other;
     std::optional<mac_address> ap;  // none before its first message
-    std::uint64_t records = 0;      // received, the malformed ones included
+    std::uint64_t records = 0;      // received, including malformed ones
 };
 
 class access_points {
 public:
     void add(tunnel_id id, const peer &other) { links_[id].other = other; }
-    // Returns what was known of the tunnel.
+    // Returns the removed entry.
     access_point_link remove(tunnel_id id);
 
-    // What the claim of a message to come from `ap` makes of its tunnel.
+    // The result of checking a message's MAC address against its tunnel.
     enum class claim {
-        known,    // as before
-        taken,    // the tunnel belongs to `ap` from now on
+        known,    // the tunnel already belongs to `ap`
+        bound,    // the tunnel belongs to `ap` from now on
         foreign,  // the tunnel belongs to another access point
         held,     // `ap` has a tunnel with another certificate
     };

@@ -1,11 +1,12 @@
 #include "controller/commands.h"
 
 #include <algorithm>
-#include <limits>
+#include <charconv>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
 
+#include "common/hex.h"
 #include "controller/listings.h"
 #include "controller/render.h"
 
@@ -18,54 +19,42 @@ using words = std::vector<std::string>;
 mac_address mac_of(const std::string &word) {
     const auto mac = kx::parse_mac(word);
     if (!mac) {
-        throw refused("\"" + word + "\" is no MAC address");
+        throw refused("\"" + word + "\" is not a MAC address");
     }
     return *mac;
 }
 
-std::uint8_t digit_of(char c) {
-    static constexpr std::string_view digits = "0123456789abcdef";
-    const std::size_t value = digits.find(c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c);
-    if (value == std::string_view::npos) {
-        throw refused("a message in hexadecimal digits was expected");
-    }
-    return static_cast<std::uint8_t>(value);
-}
-
 bytes hex_of(const std::string &text) {
-    if (text.size() % 2 != 0 || text.size() / 2 > message_size_max) {
-        throw refused("a message of at most " + std::to_string(message_size_max) + " bytes was expected");
+    auto content = kx::parse_hex(text);
+    if (!content || content->size() > message_size_max) {
+        throw refused("expected a message of at most " + std::to_string(message_size_max) +
+                      " bytes in hexadecimal digits");
     }
-    bytes content;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        content.push_back(static_cast<std::uint8_t>(digit_of(text[i]) << 4 | digit_of(text[i + 1])));
-    }
-    return content;
+    return std::move(*content);
 }
 
 std::uint32_t index_of(const std::string &word) {
-    std::istringstream stream(word);
-    std::uint64_t value = 0;
-    if (word.find_first_not_of("0123456789") != std::string::npos || !(stream >> value) ||
-        value > std::numeric_limits<std::uint32_t>::max()) {
-        throw refused("a MAC ACL index from 0 to 4294967295 was expected");
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (error != std::errc() || end != word.data() + word.size()) {
+        throw refused("expected a MAC ACL index from 0 to 4294967295");
     }
-    return static_cast<std::uint32_t>(value);
+    return value;
 }
 
 verdict verdict_of(const std::string &word) {
     if (word != "allow" && word != "deny") {
-        throw refused(R"("allow" or "deny" was expected)");
+        throw refused(R"(expected "allow" or "deny")");
     }
     return word == "allow" ? verdict::allow : verdict::deny;
 }
 
 site &site_of(exchange &with) {
-    site *answering = with.answering();
-    if (answering == nullptr) {
-        throw refused("the controller was started with --passive: it only listens");
+    site *managed = with.managed_site();
+    if (managed == nullptr) {
+        throw refused("the controller runs with --passive and only listens");
     }
-    return *answering;
+    return *managed;
 }
 
 std::string show(const listing &what, bool as_json) { return as_json ? to_line(what.json) + '\n' : what.text; }
@@ -104,7 +93,7 @@ std::string set_acl(exchange &with, const words &arguments, bool) {
 
 std::string remove_acl(exchange &with, const words &arguments, bool) {
     if (!site_of(with).acl().remove(index_of(arguments[0]), mac_of(arguments[1]))) {
-        throw refused(arguments[1] + " is in no list of that index");
+        throw refused(arguments[1] + " is not in the list of that index");
     }
     return "";
 }
@@ -122,7 +111,7 @@ std::string send(exchange &with, const words &arguments, bool) {
     return "";
 }
 
-std::string show_help(exchange &, const words &, bool) { return std::string(command_summary()); }
+std::string show_help(exchange &, const words &, bool) { return command_summary(); }
 
 struct command {
     std::string_view name;
@@ -132,18 +121,18 @@ struct command {
 };
 
 constexpr command table[] = {
-    {"aps", "", "the access points, their tunnels and VAPs", list_aps},
-    {"clients", "", "the clients of the site", list_known_clients},
-    {"stats", "", "what has been counted", show_stats},
-    {"approve", "CLIENT", "let a waiting guest in", approve},
-    {"remove", "CLIENT", "have every access point that holds a client drop it", remove},
-    {"move-list", "AP", "tell an access point of the clients that are elsewhere", move_list},
-    {"acl", "", "the MAC access control lists", list_acl},
-    {"acl-set", "INDEX CLIENT allow|deny", "put a client into a list", set_acl},
-    {"acl-remove", "INDEX CLIENT", "take a client out of a list", remove_acl},
-    {"acl-default", "INDEX allow|deny", "decide on the clients that a list does not have", set_acl_default},
-    {"send", "AP HEX", "send a whole message, as it is", send},
-    {"help", "", "this list", show_help},
+    {"aps", "", "list the access points, their tunnels and VAPs", list_aps},
+    {"clients", "", "list the clients of the site", list_known_clients},
+    {"stats", "", "print the counters", show_stats},
+    {"approve", "CLIENT", "approve a waiting guest", approve},
+    {"remove", "CLIENT", "remove a client from every access point that holds it", remove},
+    {"move-list", "AP", "send an access point the list of clients that are elsewhere", move_list},
+    {"acl", "", "list the MAC access control lists", list_acl},
+    {"acl-set", "INDEX CLIENT allow|deny", "add a client to a list", set_acl},
+    {"acl-remove", "INDEX CLIENT", "remove a client from a list", remove_acl},
+    {"acl-default", "INDEX allow|deny", "set the verdict for clients that are not in the list", set_acl_default},
+    {"send", "AP HEX", "send a whole message unchanged", send},
+    {"help", "", "list the commands", show_help},
 };
 
 std::size_t count_words(std::string_view text) {
@@ -159,36 +148,32 @@ words split(std::string_view line) {
     return found;
 }
 
-std::string shown(const std::string &word) {
-    static constexpr std::size_t length_max = 40;
-    const std::span text(reinterpret_cast<const std::uint8_t *>(word.data()), std::min(word.size(), length_max));
-    return '"' + printable(text) + '"';
+std::string quote(std::string_view word) {
+    constexpr std::size_t length_max = 40;
+    return '"' + printable(word.substr(0, length_max)) + '"';
 }
 
 }  // namespace
 
-std::string_view command_summary() {
-    static const std::string summary = [] {
-        std::string text;
-        for (const command &each : table) {
-            std::string usage = std::string(each.name) + ' ' + std::string(each.arguments);
-            usage.resize(std::max<std::size_t>(usage.size() + 2, 36), ' ');
-            text += "  " + usage + std::string(each.help) + '\n';
-        }
-        return text;
-    }();
-    return summary;
+std::string command_summary() {
+    std::string text;
+    for (const command &each : table) {
+        std::string usage = std::string(each.name) + ' ' + std::string(each.arguments);
+        usage.resize(std::max<std::size_t>(usage.size() + 2, 36), ' ');
+        text += "  " + usage + std::string(each.help) + '\n';
+    }
+    return text;
 }
 
 std::string commands::run(std::string_view line) {
     words given = split(line);
     const bool as_json = std::erase(given, "--json") > 0;
     if (given.empty()) {
-        return "error a command was expected; \"help\" lists them\n";
+        return "error expected a command; \"help\" lists the commands\n";
     }
     const auto *found = std::ranges::find(table, given.front(), &command::name);
     if (found == std::end(table)) {
-        return "error unknown command " + shown(given.front()) + "; \"help\" lists them\n";
+        return "error unknown command " + quote(given.front()) + "; \"help\" lists the commands\n";
     }
     given.erase(given.begin());
     const std::string name(found->name);

@@ -1,4 +1,4 @@
-// What an operator can tell and ask the controller, a line of words each.
+// The operator's commands, each a line of words.
 #ifndef CONTROLLER_COMMANDS_H
 #define CONTROLLER_COMMANDS_H
 
@@ -9,14 +9,14 @@
 
 namespace controller {
 
-// For the help of the programs: a line per command.
-std::string_view command_summary();
+// One line per command, for help texts.
+std::string command_summary();
 
 class commands {
 public:
     explicit commands(exchange &with) : exchange_(with) {}
 
-    // "ok\n" and what the command has to say, or "error <why>\n".
+    // Returns "ok\n" and the command's output, or "error <reason>\n".
     std::string run(std::string_view line);
 
 private:

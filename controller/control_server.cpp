@@ -1,17 +1,15 @@
 #include "controller/control_server.h"
 
-#include <event2/buffer.h>
-#include <event2/bufferevent.h>
-#include <event2/listener.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
+
+#include "common/ipc_endpoint.h"
 
 namespace controller {
 
@@ -22,16 +20,6 @@ constexpr timeval idle_limit = {10, 0};
 
 [[noreturn]] void fail(const std::string &path, const std::string &why) {
     throw std::runtime_error("control socket " + path + ": " + why);
-}
-
-sockaddr_un address_of(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-        fail(path, "a name of 1 to " + std::to_string(sizeof(address.sun_path) - 1) + " bytes was expected");
-    }
-    path.copy(address.sun_path, path.size());
-    return address;
 }
 
 class descriptor {
@@ -59,18 +47,16 @@ descriptor make_socket(const std::string &path) {
     return made;
 }
 
-// Removes what a dead process left at `path`.
-void make_room(const std::string &path, const sockaddr_un &address) {
+void remove_dead_socket(const std::string &path, const kx::ipc_address &address) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
         return;
     }
     if (!S_ISSOCK(status.st_mode)) {
-        fail(path, "there is something else than a socket");
+        fail(path, "the path exists and is not a socket");
     }
     const descriptor probe = make_socket(path);
-    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 ||
-        errno != ECONNREFUSED) {
+    if (connect(probe.get(), address.get(), address.length) == 0 || errno != ECONNREFUSED) {
         fail(path, "another process listens there");
     }
     unlink(path.c_str());
@@ -82,10 +68,10 @@ bool is_trusted(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &other, &length) == 0 && (other.uid == 0 || other.uid == geteuid());
 }
 
-// Bound with a mask, so that there is no moment in which others may connect.
-int bind_privately(int fd, const sockaddr_un &address) {
+// Binds under a restrictive umask, so that other users cannot connect at any moment.
+int bind_privately(int fd, const kx::ipc_address &address) {
     const mode_t before = umask(S_IRWXG | S_IRWXO);
-    const int result = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    const int result = bind(fd, address.get(), address.length);
     umask(before);
     return result;
 }
@@ -93,9 +79,12 @@ int bind_privately(int fd, const sockaddr_un &address) {
 }  // namespace
 
 control_server::control_server(event_base *base, std::string path, handler answer)
-    : base_(base), path_(std::move(path)), answer_(std::move(answer)), listener_(nullptr, evconnlistener_free) {
-    const sockaddr_un address = address_of(path_);
-    make_room(path_, address);
+    : base_(base), path_(std::move(path)), answer_(std::move(answer)) {
+    if (path_.empty()) {
+        fail(path_, "the path is empty");
+    }
+    const kx::ipc_address address = kx::make_ipc_address(path_);
+    remove_dead_socket(path_, address);
     descriptor made = make_socket(path_);
     if (bind_privately(made.get(), address) != 0) {
         fail(path_, std::strerror(errno));
@@ -119,7 +108,7 @@ void control_server::accept(int fd) {
         return;
     }
     bufferevent *made = bufferevent_socket_new(base_, fd, BEV_OPT_CLOSE_ON_FREE);
-    connections_.emplace(made, connection(made, bufferevent_free));
+    connections_.emplace(made, made);
     const auto readable = [](bufferevent *from, void *self) { static_cast<control_server *>(self)->read(from); };
     const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
     bufferevent_setcb(made, readable, nullptr, ended, this);

@@ -6,7 +6,7 @@ namespace controller {
 
 namespace {
 
-constexpr unsigned ticks_to_ask_again = 3;
+constexpr unsigned ticks_to_repeat = 3;
 
 }  // namespace
 
@@ -25,13 +25,13 @@ void exchange::tick() {
     records_at_last_tick_ = counters_.records;
     if (site_) {
         send(site_->tick());
-        if (++ticks_ % ticks_to_ask_again == 0) {
+        if (++ticks_ % ticks_to_repeat == 0) {
             request_reports();
         }
     }
 }
 
-// Asks those that have not said yet who they are: an access point that is not ready drops the request.
+// Repeats the request to access points that have sent nothing yet: one that is not ready drops it.
 void exchange::request_reports() {
     for (tunnel_id each : access_points_.unidentified()) {
         tunnels_->send(each, encode({}, record(record_type::req_bulk_info)));
@@ -50,7 +50,7 @@ bool exchange::send(const mac_address &ap, std::span<const std::uint8_t> content
         return false;
     }
     if (!tunnels_->send(*tunnel, content)) {
-        tunnels_->close(*tunnel, "the access point does not take what it is sent");
+        tunnels_->close(*tunnel, "the access point does not read its messages");
         return false;
     }
     counters_.sent++;
@@ -68,10 +68,10 @@ void exchange::came_up(tunnel_id id, const peer &other) {
 
 void exchange::received(tunnel_id id, std::span<const std::uint8_t> content) {
     message decoded = decode(content, direction::to_controller);
-    const bool answered = identify(id, decoded) && site_;
+    const bool handled = identify(id, decoded) && site_;
     count(id, decoded);
     output_.received(decoded);
-    if (answered) {
+    if (handled) {
         send(site_->handle(decoded));
     }
 }
@@ -92,7 +92,7 @@ bool exchange::identify(tunnel_id id, message &decoded) {
     switch (access_points_.identify(id, *decoded.ap)) {
         case access_points::claim::known:
             return true;
-        case access_points::claim::taken:
+        case access_points::claim::bound:
             if (former) {
                 tunnels_->close(*former, "the access point has opened another tunnel");
             }

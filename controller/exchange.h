@@ -1,4 +1,4 @@
-// What passes between the tunnels, the output, the site and the operator.
+// Connects the tunnels, the output, the site and the operator's commands.
 #ifndef CONTROLLER_EXCHANGE_H
 #define CONTROLLER_EXCHANGE_H
 
@@ -21,35 +21,35 @@ struct counters {
 
 class exchange {
 public:
-    // Without a site it only listens: nothing is sent but what the operator gives as bytes.
-    explicit exchange(output &shown, std::optional<site> answering = std::nullopt)
-        : output_(shown), site_(std::move(answering)) {}
+    // Without a site the controller only listens, and sends nothing but the messages of the command `send`.
+    explicit exchange(output &to, std::optional<site> managed = std::nullopt)
+        : output_(to), site_(std::move(managed)) {}
 
-    // Where messages leave. Set before anything comes in.
+    // Sets the tunnels to send through; to be called before anything is received.
     void use(tunnels &through) { tunnels_ = &through; }
     tunnels::callbacks callbacks();
 
-    // Once a second.
+    // To be called once a second.
     void tick();
 
-    // Sends one whole message as it is. False when the access point has no tunnel or its tunnel takes no more: in the
-    // latter case the tunnel is ended, for what it would miss could not be told from what it got.
+    // Sends one whole message unchanged. False when the access point has no tunnel or the tunnel's queue is full. A
+    // full tunnel is closed, because the access point would otherwise miss a message without notice.
     bool send(const mac_address &ap, std::span<const std::uint8_t> content);
 
-    // Sends what the site wants sent.
+    // Sends each of the site's messages.
     void send(const outbox &messages);
 
-    // Null when it only listens.
-    site *answering() { return site_ ? &*site_ : nullptr; }
-    const access_points &known() const { return access_points_; }
-    const counters &counted() const { return counters_; }
+    // Null when the controller only listens.
+    site *managed_site() { return site_ ? &*site_ : nullptr; }
+    const access_points &aps() const { return access_points_; }
+    const counters &counts() const { return counters_; }
     std::uint64_t records_per_second() const { return records_last_second_; }
 
 private:
     void came_up(tunnel_id id, const peer &other);
     void received(tunnel_id id, std::span<const std::uint8_t> content);
     void went_down(tunnel_id id, const std::string &reason);
-    // False, and the message is turned into a malformation, when the tunnel may not speak for its access point.
+    // False when the message's MAC address does not fit the tunnel; its records are then replaced by a malformation.
     bool identify(tunnel_id id, message &decoded);
     void request_reports();
     void count(tunnel_id id, const message &decoded);

@@ -86,7 +86,7 @@ constexpr field acl_body[] = {
     {"data", data, 42, 128},
 };
 
-// The answer's data are as long as its length field says.
+// The length field gives the length of the answer's data.
 constexpr std::span<const field> acl_answer_body = std::span(acl_body).first(std::size(acl_body) - 1);
 
 constexpr auto up = direction::to_controller;
@@ -150,6 +150,8 @@ const record_layout *find_layout(std::uint8_t type) {
     const auto *found = std::ranges::find(layouts, record_type{type}, &record_layout::type);
     return found == std::end(layouts) ? nullptr : found;
 }
+
+const record_layout &layout_of(record_type type) { return *find_layout(static_cast<std::uint8_t>(type)); }
 
 std::size_t size_of(std::span<const field> fields) {
     return fields.empty() ? 0 : std::size_t{fields.back().offset} + fields.back().width;

@@ -1,5 +1,5 @@
-// The controller protocol's records as one table, written from the protocol alone so that it is a check on the access
-// points' own code. It drives both the decoding of what access points send and the building of what they are sent.
+// The records of the controller protocol as one table, written from the protocol and independent of the access points'
+// code, so that it checks that code. It drives the decoding of received records and the encoding of sent records.
 #ifndef CONTROLLER_LAYOUTS_H
 #define CONTROLLER_LAYOUTS_H
 
@@ -34,12 +34,12 @@ enum class record_type : std::uint8_t {
 
 enum class field_kind : std::uint8_t {
     number,       // unsigned, big-endian
-    count,        // of a list's entries, big-endian
+    count,        // number of a list's entries, big-endian
     mac,          // 6 bytes
-    mac_or_none,  // 6 bytes, all zero when there is none
+    mac_or_none,  // 6 bytes, all zero means none
     ipv4,         // 4 bytes
     ssid,         // any bytes, NUL-padded
-    pmk,          // a key, all zero when there is none; never shown
+    pmk,          // a key, all zero means none; never printed
     data,         // opaque bytes
     zero,         // must be zero
 };
@@ -57,10 +57,10 @@ struct record_layout {
     record_type type;
     const char *name;
     direction sent;
-    std::span<const field> body;  // without gaps, from the end of the record's header
-    const char *list_key;         // null when the record has no list behind the body
+    std::span<const field> body;  // contiguous; offset 0 is the end of the record's header
+    const char *list_key;         // null when no list follows the body
     std::span<const field> entry;
-    bool open_ended;  // bytes of unstated meaning may follow the body
+    bool open_ended;  // bytes without a defined meaning may follow the body
 };
 
 inline constexpr std::size_t message_header_size = 14;
@@ -71,8 +71,9 @@ std::span<const record_layout> record_layouts();
 
 // Null when the protocol has no such record.
 const record_layout *find_layout(std::uint8_t type);
+const record_layout &layout_of(record_type type);
 
-// Bytes that the fields cover.
+// Total width of the fields, in bytes.
 std::size_t size_of(std::span<const field> fields);
 
 }  // namespace controller

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/ipv4.h"
 #include "controller/render.h"
 
 namespace controller {
@@ -26,16 +27,6 @@ const char *name_of(guest_state state) {
     return "unknown";
 }
 
-std::span<const std::uint8_t> bytes_of(const std::string &text) {
-    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
-}
-
-std::string ssid_text(const vap &of) {
-    const auto end =
-        std::ranges::find_if(of.ssid.rbegin(), of.ssid.rend(), [](std::uint8_t byte) { return byte != 0; });
-    return {of.ssid.begin(), end.base()};
-}
-
 std::int64_t stations_at(const site &of, const mac_address &ap) {
     return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.now.ap == ap; });
 }
@@ -46,9 +37,8 @@ void add_link(listing &to, const access_point_link &link) {
         one["ap"] = kx::format_mac(*link.ap);
     }
     one.update(json{{"peer", link.other.name}, {"address", link.other.address}, {"records", link.records}});
-    to.text += (link.ap ? kx::format_mac(*link.ap) : "(not known yet)  ") + "  " +
-               printable(bytes_of(link.other.name)) + "  " + link.other.address + "  " + std::to_string(link.records) +
-               " records";
+    to.text += (link.ap ? kx::format_mac(*link.ap) : "(not known yet)  ") + "  " + printable(link.other.name) + "  " +
+               link.other.address + "  " + std::to_string(link.records) + " records";
 }
 
 void add_site_state(listing &to, const site &of, const mac_address &ap) {
@@ -58,10 +48,10 @@ void add_site_state(listing &to, const site &of, const mac_address &ap) {
     one["vaps"] = json::array();
     to.text += "  " + std::to_string(stations) + " stations";
     for (const auto &[bssid, config] : of.aps().at(ap).vaps) {
-        const std::string name = ssid_text(config);
+        const std::string name = ssid_of(config.ssid);
         one["vaps"].push_back({{"bssid", kx::format_mac(bssid)}, {"ssid", name}, {"vlan", config.vlan}});
-        to.text += "\n    " + kx::format_mac(bssid) + "  VLAN " + std::to_string(config.vlan) + "  \"" +
-                   printable(bytes_of(name)) + '"';
+        to.text +=
+            "\n    " + kx::format_mac(bssid) + "  VLAN " + std::to_string(config.vlan) + "  \"" + printable(name) + '"';
     }
 }
 
@@ -83,8 +73,8 @@ std::int64_t guests(const site &of, guest_state state) {
 
 listing list_access_points(exchange &with) {
     listing made{json::array(), ""};
-    const site *known = with.answering();
-    for (const auto &[id, link] : with.known().links()) {
+    const site *known = with.managed_site();
+    for (const auto &[id, link] : with.aps().links()) {
         add_link(made, link);
         if (known != nullptr && link.ap) {
             add_site_state(made, *known, *link.ap);
@@ -114,7 +104,7 @@ listing list_clients(const site &of) {
                                                 {"home_ap", kx::format_mac(known.home.ap)},
                                                 {"home_bssid", kx::format_mac(known.home.bssid)},
                                                 {"home_vlan", nullptr},
-                                                {"ip", format_ipv4(known.ip)},
+                                                {"ip", kx::format_ipv4(known.ip)},
                                                 {"guest", name_of(known.guest)},
                                                 {"pmk", of.has_pmk(station)}});
         if (known.home_vlan) {
@@ -122,7 +112,7 @@ listing list_clients(const site &of) {
         }
         made.text += kx::format_mac(station) + "  at " + kx::format_mac(known.now.bssid) + " of " +
                      kx::format_mac(known.now.ap) + "  home " + kx::format_mac(known.home.bssid) + "  VLAN " +
-                     (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + "  " + format_ipv4(known.ip);
+                     (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + "  " + kx::format_ipv4(known.ip);
         made.text += known.guest == guest_state::none ? "" : std::string("  guest: ") + name_of(known.guest);
         made.text += '\n';
     }
@@ -130,13 +120,13 @@ listing list_clients(const site &of) {
 }
 
 listing list_stats(exchange &with) {
-    listing made{{{"tunnels", with.known().links().size()},
-                  {"records", with.counted().records},
+    listing made{{{"tunnels", with.aps().links().size()},
+                  {"records", with.counts().records},
                   {"records_per_second", with.records_per_second()},
-                  {"malformed", with.counted().malformed},
-                  {"messages_sent", with.counted().sent}},
+                  {"malformed", with.counts().malformed},
+                  {"messages_sent", with.counts().sent}},
                  ""};
-    if (const site *known = with.answering()) {
+    if (const site *known = with.managed_site()) {
         made.json.update(json{{"clients", known->clients().size()},
                               {"roams", known->roams()},
                               {"guests_waiting", guests(*known, guest_state::waiting)},

@@ -1,4 +1,4 @@
-// What the controller knows, as lists for the operator.
+// The controller's state as lists for the operator.
 #ifndef CONTROLLER_LISTINGS_H
 #define CONTROLLER_LISTINGS_H
 
@@ -11,12 +11,12 @@ namespace controller {
 
 struct listing {
     nlohmann::ordered_json json;
-    std::string text;  // the same for people, lines
+    std::string text;  // the same as lines of text
 };
 
 // [{"ap": MAC or null, "up": bool, "peer": name, "address": text, "records": N, "stations": N,
-//   "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]; "up" false without peer, address and records, and null for
-// the access point of a tunnel that has not said yet whose it is
+//   "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]. "peer", "address" and "records" are left out when "up" is
+// false. "ap" is null as long as the tunnel has carried no message.
 listing list_access_points(exchange &with);
 
 // [{"client": MAC, "ap": MAC, "bssid": MAC, "home_ap": MAC, "home_bssid": MAC, "home_vlan": N or null, "ip": address,

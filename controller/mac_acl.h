@@ -1,12 +1,12 @@
-// The MAC access control lists that the controller answers from. They are configured in a TOML file:
+// The MAC access control lists from which the controller answers. A TOML file configures them:
 //
-//   default = "allow"                       # for indexes without a list; "allow" when not given
+//   default = "allow"                       # for indexes without a list; default "allow"
 //
 //   [[list]]
-//   mac_acl_index = 1                       # of the VAPs that the list is for
-//   default = "deny"                        # for clients that are in neither
-//   allow = ["02:00:00:00:20:01"]           # optional, as is
-//   deny = ["02:00:00:00:20:02"]            # no client may be in both
+//   mac_acl_index = 1                       # the VAPs' index
+//   default = "deny"                        # for clients in neither list; default as above
+//   allow = ["02:00:00:00:20:01"]           # optional
+//   deny = ["02:00:00:00:20:02"]            # optional; no client may be in both
 #ifndef CONTROLLER_MAC_ACL_H
 #define CONTROLLER_MAC_ACL_H
 
@@ -29,10 +29,10 @@ class mac_acl {
 public:
     verdict decide(std::uint32_t index, const kx::mac_address &client) const;
 
-    // An index that had no list gets one, which decides everything else as before.
+    // An index without a list gets one whose default is the present verdict.
     void set(std::uint32_t index, const kx::mac_address &client, verdict decision);
     void set_default(std::uint32_t index, verdict decision);
-    // Leaves the client to the list's default. False when it was in neither.
+    // Removes the client, so that the list's default applies. False when it was not in the list.
     bool remove(std::uint32_t index, const kx::mac_address &client);
 
     verdict otherwise() const { return otherwise_; }

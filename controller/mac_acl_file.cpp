@@ -22,7 +22,7 @@ verdict read_default(const kx::toml_table &from, verdict otherwise) {
 void read_clients(const kx::toml_table &from, std::string_view key, verdict decision, mac_acl_list &to) {
     for (const kx::mac_address &client : from.macs(key)) {
         if (const auto [at, added] = to.clients.emplace(client, decision); !added && at->second != decision) {
-            from.fail(key, kx::format_mac(client) + " is in the list's other half");
+            from.fail(key, kx::format_mac(client) + " is in both allow and deny");
         }
     }
 }

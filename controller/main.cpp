@@ -1,7 +1,6 @@
 // site_controller: the controller of the access points of a site.
-#include <event2/event.h>
-
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "common/command_line.h"
+#include "common/event_ptr.h"
 #include "controller/commands.h"
 #include "controller/control_server.h"
 #include "controller/exchange.h"
@@ -32,9 +32,6 @@ struct options {
     std::string acl;
 };
 
-using base_ptr = std::unique_ptr<event_base, void (*)(event_base *)>;
-using event_ptr = std::unique_ptr<event, void (*)(event *)>;
-
 // "[::1]:7443" gives "::1" and 7443. Returns none when `text` is not an address and a port.
 std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::string &text) {
     const std::size_t colon = text.rfind(':');
@@ -42,12 +39,13 @@ std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::st
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
         host = host.substr(1, host.size() - 2);
     }
-    unsigned port = 0;
-    if (colon == std::string::npos || host.empty() || !CLI::detail::lexical_cast(text.substr(colon + 1), port) ||
-        port > 65535) {
+    if (colon == std::string::npos || host.empty()) {
         return std::nullopt;
     }
-    return std::pair(host, static_cast<std::uint16_t>(port));
+    std::uint16_t port = 0;
+    const char *const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data() + colon + 1, last, port);
+    return error == std::errc() && end == last ? std::optional(std::pair(host, port)) : std::nullopt;
 }
 
 void add_options(CLI::App &app, options &chosen) {
@@ -92,19 +90,19 @@ std::optional<controller::site> make_site(const options &chosen) {
     return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
 }
 
-event_ptr every_second(event_base *base, controller::exchange &what) {
+kx::event_ptr every_second(event_base *base, controller::exchange &what) {
     const auto tick = [](evutil_socket_t, short, void *of) { static_cast<controller::exchange *>(of)->tick(); };
-    event_ptr timer(event_new(base, -1, EV_PERSIST, tick, &what), event_free);
+    kx::event_ptr timer(event_new(base, -1, EV_PERSIST, tick, &what));
     const timeval second = {1, 0};
     event_add(timer.get(), &second);
     return timer;
 }
 
-event_ptr ends_loop(event_base *base, int signal) {
+kx::event_ptr ends_loop(event_base *base, int signal) {
     const auto end = [](evutil_socket_t, short, void *of) {
         event_base_loopexit(static_cast<event_base *>(of), nullptr);
     };
-    event_ptr watch(evsignal_new(base, signal, end, base), event_free);
+    kx::event_ptr watch(evsignal_new(base, signal, end, base));
     event_add(watch.get(), nullptr);
     return watch;
 }
@@ -113,15 +111,15 @@ int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
     const auto [address, port] = split_address(chosen.listen).value();
     const auto tls = kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key);
-    const base_ptr base(event_base_new(), event_base_free);
+    const kx::event_base_ptr base(event_base_new());
     bool output_failed = false;
     const auto on_failure = [&] {
         output_failed = true;
         event_base_loopexit(base.get(), nullptr);
     };
-    controller::output shown(chosen.json ? controller::output::format::json : controller::output::format::text,
-                             chosen.events, on_failure);
-    controller::exchange exchange(shown, make_site(chosen));
+    controller::output output(chosen.json ? controller::output::format::json : controller::output::format::text,
+                              chosen.events, on_failure);
+    controller::exchange exchange(output, make_site(chosen));
     controller::tunnels tunnels(base.get(), tls, address, port, exchange.callbacks());
     exchange.use(tunnels);
     controller::commands commands(exchange);
@@ -130,10 +128,10 @@ int run(const options &chosen) {
         control = std::make_unique<controller::control_server>(
             base.get(), chosen.control, [&commands](const std::string &line) { return commands.run(line); });
     }
-    const event_ptr ticking = every_second(base.get(), exchange);
-    const event_ptr on_interrupt = ends_loop(base.get(), SIGINT);
-    const event_ptr on_terminate = ends_loop(base.get(), SIGTERM);
-    shown.note("listening on " + address + " port " + std::to_string(tunnels.port()));
+    const kx::event_ptr ticking = every_second(base.get(), exchange);
+    const kx::event_ptr on_interrupt = ends_loop(base.get(), SIGINT);
+    const kx::event_ptr on_terminate = ends_loop(base.get(), SIGTERM);
+    output.note("listening on " + address + " port " + std::to_string(tunnels.port()));
     if (!chosen.port_file.empty()) {
         write_port(chosen.port_file, tunnels.port());
     }

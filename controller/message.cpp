@@ -31,7 +31,7 @@ const field *find_kind(std::span<const field> fields, field_kind kind) {
     return found == fields.end() ? nullptr : &*found;
 }
 
-// The offset of the first byte that is not zero and must be.
+// The offset of the first byte that must be zero and is not.
 std::optional<std::size_t> find_stray(std::span<const field> fields, std::span<const std::uint8_t> content) {
     for (const field &each : fields) {
         if (each.kind == field_kind::zero && !all_zero(content.subspan(each.offset, each.width))) {
@@ -62,7 +62,7 @@ void check_length(const record_layout &layout, std::uint64_t actual, std::uint64
                            std::to_string(expected)};
 }
 
-// The bytes of the data field past its length.
+// The bytes of the data field beyond its length must be zero.
 void check_data_padding(const values &body, std::size_t offset) {
     if (!body.has("data")) {
         return;
@@ -94,7 +94,7 @@ record decode_record(const record_layout &layout, std::span<const std::uint8_t> 
     return decoded;
 }
 
-// One record, `whole` being all its bytes.
+// Decodes one record; `whole` is all its bytes.
 item decode_item(std::span<const std::uint8_t> whole, std::size_t offset, direction sent) {
     const std::uint8_t type = whole[0];
     const record_layout *layout = find_layout(type);
@@ -102,7 +102,7 @@ item decode_item(std::span<const std::uint8_t> whole, std::size_t offset, direct
         return malformation{offset, type, "unknown record type " + std::to_string(type)};
     }
     if (layout->sent != sent) {
-        return malformation{offset, type, std::string(layout->name) + " travels the other way"};
+        return malformation{offset, type, std::string(layout->name) + " is sent in the other direction"};
     }
     try {
         return decode_record(*layout, whole, whole[1]);
@@ -138,7 +138,7 @@ std::optional<malformation> check_header(std::span<const std::uint8_t> content) 
     return std::nullopt;
 }
 
-// Why the record that `rest` begins with cannot be told from what follows it.
+// The error that hides the end of the record at the start of `rest`; none when the record's length is usable.
 std::optional<malformation> check_record_header(std::span<const std::uint8_t> rest, std::size_t offset) {
     if (rest.size() < record_header_size) {
         return malformation{offset, std::nullopt,
@@ -236,7 +236,7 @@ values &values::set(std::string_view key, std::span<const std::uint8_t> value) {
     return *this;
 }
 
-record::record(record_type type) : layout(find_layout(static_cast<std::uint8_t>(type))), body(layout->body) {}
+record::record(record_type type) : layout(&layout_of(type)), body(layout->body) {}
 
 values &record::add_entry() { return entries.emplace_back(layout->entry); }
 

@@ -1,4 +1,4 @@
-// Controller messages as decoded records, and back to bytes.
+// Controller messages: decoded into records and encoded from them.
 //
 //   offset  width  field                            offset  width  field
 //   0       1      version: 1                       0       1      record type
@@ -27,7 +27,7 @@ namespace controller {
 using kx::mac_address;
 using bytes = std::vector<std::uint8_t>;
 
-// A run of bytes with its layout. A key that the layout lacks is a mistake of the program: std::logic_error.
+// Bytes with their layout. A key that the layout lacks is a programming error and throws std::logic_error.
 class values {
 public:
     // All zero.
@@ -67,10 +67,10 @@ struct record {
     values &add_entry();
 };
 
-// What is wrong at `offset` of the message.
+// An error at `offset` of the message.
 struct malformation {
     std::size_t offset;
-    std::optional<std::uint8_t> type;  // of the record, when it is one record that is malformed
+    std::optional<std::uint8_t> type;  // of the malformed record, when the error is in one
     std::string text;
 };
 
@@ -79,10 +79,11 @@ using item = std::variant<record, malformation>;
 struct message {
     std::optional<mac_address> ap;  // none when the header is malformed
     std::size_t length = 0;
-    std::vector<item> items;  // in the order they travelled
+    std::vector<item> items;  // in the message's order
 };
 
-// Decodes a message sent in `sent`. A malformed record takes nobody with it, as long as the next one can be found.
+// Decodes a message that was sent in the direction `sent`. After a malformed record decoding continues with the next
+// one, as long as its start can be found.
 message decode(std::span<const std::uint8_t> content, direction sent);
 
 // One message with the given records. Throws std::length_error when they exceed message_size_max.

@@ -27,16 +27,9 @@ std::string clock_text() {
 }  // namespace
 
 void output::received(const message &from_access_point) {
+    const std::optional<mac_address> &ap = from_access_point.ap;
     for (const item &each : from_access_point.items) {
-        const auto *good = std::get_if<record>(&each);
-        const auto *bad = std::get_if<malformation>(&each);
-        if (json_) {
-            line(
-                to_line(good != nullptr ? to_json(*from_access_point.ap, *good) : to_json(from_access_point.ap, *bad)));
-        } else {
-            line(clock_text() +
-                 (good != nullptr ? to_text(*from_access_point.ap, *good) : to_text(from_access_point.ap, *bad)));
-        }
+        line(json_ ? to_line(to_json(ap, each)) : clock_text() + to_text(ap, each));
     }
 }
 
@@ -45,14 +38,12 @@ void output::sent(const mac_address &ap, std::span<const std::uint8_t> content) 
         return;
     }
     for (const item &each : decode(content, direction::to_access_point).items) {
-        const auto *good = std::get_if<record>(&each);
-        const auto *bad = std::get_if<malformation>(&each);
         if (json_) {
             json event = {{"event", "sent"}};
-            event.update(good != nullptr ? to_json(ap, *good) : to_json(ap, *bad));
+            event.update(to_json(ap, each));
             line(to_line(event));
         } else {
-            line(clock_text() + "to " + (good != nullptr ? to_text(ap, *good) : to_text(ap, *bad)));
+            line(clock_text() + "to " + to_text(ap, each));
         }
     }
 }
@@ -82,8 +73,8 @@ void output::tunnel_event(const char *event, const peer &other, const std::optio
         line(to_line(object));
         return;
     }
-    const std::span name(reinterpret_cast<const std::uint8_t *>(other.name.data()), other.name.size());
-    std::string text = clock_text() + event + ' ' + (other.name.empty() ? "" : printable(name) + ' ') + other.address;
+    std::string text =
+        clock_text() + event + ' ' + (other.name.empty() ? "" : printable(other.name) + ' ') + other.address;
     if (ap) {
         text += ' ' + kx::format_mac(*ap);
     }

@@ -1,4 +1,4 @@
-// What the controller shows: decoded records and events, for people or as JSON.
+// The controller's output: decoded records and events, as text or as JSON.
 #ifndef CONTROLLER_OUTPUT_H
 #define CONTROLLER_OUTPUT_H
 
@@ -14,13 +14,13 @@ class output {
 public:
     enum class format : std::uint8_t { text, json };
 
-    // With `events`, JSON has an object {"event": ...} for every tunnel event and every record sent as well. In text
-    // they are always there. `on_failure` is called, once, when standard output takes no more.
+    // With `events`, JSON has an object {"event": ...} for every tunnel event and every sent record as well. Text
+    // always has them. `on_failure` is called once, when writing to standard output fails.
     output(format as, bool events, std::function<void()> on_failure)
         : json_(as == format::json), events_(events), on_failure_(std::move(on_failure)) {}
 
-    // Each writes whole lines to standard output and flushes them. Events that JSON is not to have go to standard
-    // error as text.
+    // Each writes whole lines to standard output and flushes them. Without `events`, JSON's tunnel events go to
+    // standard error as text.
     void received(const message &from_access_point);
     void sent(const mac_address &ap, std::span<const std::uint8_t> content);
     void tunnel_up(const peer &other);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/hex.h"
+#include "common/ipv4.h"
 #include "common/key_fingerprint.h"
 
 namespace controller {
@@ -9,16 +11,6 @@ namespace controller {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-std::string hex(std::span<const std::uint8_t> content) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (std::uint8_t byte : content) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
-}
 
 bool all_zero(std::span<const std::uint8_t> content) {
     return std::ranges::all_of(content, [](std::uint8_t byte) { return byte == 0; });
@@ -30,15 +22,7 @@ std::string format_mac_of(std::span<const std::uint8_t> content) {
     return kx::format_mac(mac);
 }
 
-std::span<const std::uint8_t> without_padding(std::span<const std::uint8_t> content) {
-    while (!content.empty() && content.back() == 0) {
-        content = content.first(content.size() - 1);
-    }
-    return content;
-}
-
-bool is_text(std::span<const std::uint8_t> content) {
-    const std::string text(content.begin(), content.end());
+bool is_utf8(const std::string &text) {
     try {
         static_cast<void>(json(text).dump());
         return true;
@@ -48,10 +32,10 @@ bool is_text(std::span<const std::uint8_t> content) {
 }
 
 void add_ssid(json &to, const char *key, std::span<const std::uint8_t> content) {
-    const auto name = without_padding(content);
-    to[key] = std::string(name.begin(), name.end());
-    if (!is_text(name)) {
-        to[std::string(key) + "_hex"] = hex(name);
+    const std::string name = ssid_of(content);
+    to[key] = name;
+    if (!is_utf8(name)) {
+        to[std::string(key) + "_hex"] = kx::format_hex(content.first(name.size()));
     }
 }
 
@@ -75,7 +59,7 @@ void add_field(json &to, const values &from, const field &each) {
             }
             break;
         case field_kind::ipv4:
-            to[each.key] = format_ipv4(from.number(each.key));
+            to[each.key] = kx::format_ipv4(from.number(each.key));
             break;
         case field_kind::ssid:
             add_ssid(to, each.key, content);
@@ -86,7 +70,7 @@ void add_field(json &to, const values &from, const field &each) {
             }
             break;
         case field_kind::data:
-            to[each.key] = hex(used_data(from));
+            to[each.key] = kx::format_hex(used_data(from));
             break;
         case field_kind::count:
         case field_kind::zero:
@@ -111,7 +95,7 @@ std::string text_of(const values &from) {
         const json &value = fields[each.key];
         text.append(" ").append(each.key).append("=");
         if (each.kind == field_kind::ssid) {
-            text.append("\"").append(printable(without_padding(from.raw(each)))).append("\"");
+            text.append("\"").append(printable(ssid_of(from.raw(each)))).append("\"");
         } else {
             text.append(value.is_string() ? value.get<std::string>() : value.dump());
         }
@@ -119,26 +103,7 @@ std::string text_of(const values &from) {
     return text;
 }
 
-}  // namespace
-
-std::string format_ipv4(std::uint32_t ip) {
-    return std::to_string(ip >> 24) + '.' + std::to_string(ip >> 16 & 255) + '.' + std::to_string(ip >> 8 & 255) + '.' +
-           std::to_string(ip & 255);
-}
-
-std::string printable(std::span<const std::uint8_t> text) {
-    std::string result;
-    for (std::uint8_t byte : text) {
-        if (byte >= 0x20 && byte < 0x7f && byte != '\\' && byte != '"') {
-            result += static_cast<char>(byte);
-        } else {
-            result += "\\x" + hex({&byte, 1});
-        }
-    }
-    return result;
-}
-
-json to_json(const mac_address &ap, const record &one) {
+json record_to_json(const mac_address &ap, const record &one) {
     json result = {{"ap", kx::format_mac(ap)}, {"type", static_cast<unsigned>(one.type())}, {"name", one.layout->name}};
     add_fields(result, one.body);
     if (one.layout->list_key == nullptr) {
@@ -151,7 +116,7 @@ json to_json(const mac_address &ap, const record &one) {
     return result;
 }
 
-json to_json(const std::optional<mac_address> &ap, const malformation &what) {
+json malformation_to_json(const std::optional<mac_address> &ap, const malformation &what) {
     json result = {{"ap", nullptr}, {"error", what.text}, {"offset", what.offset}};
     if (ap) {
         result["ap"] = kx::format_mac(*ap);
@@ -162,9 +127,7 @@ json to_json(const std::optional<mac_address> &ap, const malformation &what) {
     return result;
 }
 
-std::string to_line(const json &one) { return one.dump(-1, ' ', false, json::error_handler_t::replace); }
-
-std::string to_text(const mac_address &ap, const record &one) {
+std::string record_to_text(const mac_address &ap, const record &one) {
     std::string text = kx::format_mac(ap) + ' ' + one.layout->name + text_of(one.body);
     for (const values &entry : one.entries) {
         text += "\n    " + text_of(entry);
@@ -172,9 +135,43 @@ std::string to_text(const mac_address &ap, const record &one) {
     return text;
 }
 
-std::string to_text(const std::optional<mac_address> &ap, const malformation &what) {
+std::string malformation_to_text(const std::optional<mac_address> &ap, const malformation &what) {
     return (ap ? kx::format_mac(*ap) : std::string("unknown access point")) + " malformed: " + what.text +
            " (at byte " + std::to_string(what.offset) + ")";
+}
+
+}  // namespace
+
+json to_json(const std::optional<mac_address> &ap, const item &one) {
+    const auto *whole = std::get_if<record>(&one);
+    return whole != nullptr ? record_to_json(ap.value(), *whole)
+                            : malformation_to_json(ap, std::get<malformation>(one));
+}
+
+std::string to_line(const json &one) { return one.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+std::string to_text(const std::optional<mac_address> &ap, const item &one) {
+    const auto *whole = std::get_if<record>(&one);
+    return whole != nullptr ? record_to_text(ap.value(), *whole)
+                            : malformation_to_text(ap, std::get<malformation>(one));
+}
+
+std::string ssid_of(std::span<const std::uint8_t> padded) {
+    const auto end = std::ranges::find_if(padded.rbegin(), padded.rend(), [](std::uint8_t byte) { return byte != 0; });
+    return {padded.begin(), end.base()};
+}
+
+std::string printable(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<std::uint8_t>(c);
+        if (byte >= 0x20 && byte < 0x7f && c != '\\' && c != '"') {
+            result += c;
+        } else {
+            result += "\\x" + kx::format_hex({&byte, 1});
+        }
+    }
+    return result;
 }
 
 }  // namespace controller

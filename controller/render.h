@@ -1,4 +1,4 @@
-// Decoded records and the controller's own events, for people and as JSON.
+// Decoded records as text and as JSON.
 #ifndef CONTROLLER_RENDER_H
 #define CONTROLLER_RENDER_H
 
@@ -9,24 +9,23 @@
 
 namespace controller {
 
-// {"ap": ..., "type": ..., "name": ..., and the record's fields}. Keys are shown as the start of their hash, absent
-// ones and absent addresses are left out. An SSID that is no UTF-8 text has its bytes in "ssid_hex" too.
-nlohmann::ordered_json to_json(const mac_address &ap, const record &one);
+// A record gives {"ap": ..., "type": ..., "name": ..., and the record's fields}. A key is given as the start of its
+// hash. Keys and addresses that are zero are left out. "ssid_hex" repeats an SSID that is not valid UTF-8. A
+// malformation gives {"ap": ... or null, "error": ..., "offset": ..., and the record's type when it is known}. `ap` is
+// none only beside a malformation.
+nlohmann::ordered_json to_json(const std::optional<mac_address> &ap, const item &one);
 
-// {"ap": ... or null, "error": ..., "offset": ..., and the record's type when it is known}
-nlohmann::ordered_json to_json(const std::optional<mac_address> &ap, const malformation &what);
-
-// One line, without its end.
+// One line, without a line break.
 std::string to_line(const nlohmann::ordered_json &one);
 
-// The same for people: a line, and one more for each entry of a list.
-std::string to_text(const mac_address &ap, const record &one);
-std::string to_text(const std::optional<mac_address> &ap, const malformation &what);
+// One line as text, and one more for each entry of a list, without the last line break.
+std::string to_text(const std::optional<mac_address> &ap, const item &one);
 
-std::string format_ipv4(std::uint32_t ip);
+// The SSID without its padding; any bytes.
+std::string ssid_of(std::span<const std::uint8_t> padded);
 
-// The bytes with those that do not print as \xNN.
-std::string printable(std::span<const std::uint8_t> text);
+// Quotes, backslashes and bytes outside printable ASCII become \xNN.
+std::string printable(std::string_view text);
 
 }  // namespace controller
 

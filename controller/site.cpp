@@ -1,15 +1,9 @@
-// What the site makes of the access points' records.
+// The access points' records and their effect on the site.
 #include "controller/site.h"
 
 #include <utility>
 
 namespace controller {
-
-namespace {
-
-bool is_none(const mac_address &mac) { return mac == mac_address{}; }
-
-}  // namespace
 
 site::handler site::handler_of(record_type type) {
     switch (type) {
@@ -28,13 +22,13 @@ site::handler site::handler_of(record_type type) {
         case record_type::pmk_add:
             return &site::pmk_added;
         case record_type::pmk_fetch:
-            return &site::pmk_wanted;
+            return &site::pmk_requested;
         case record_type::client_info_fetch:
-            return &site::client_wanted;
+            return &site::client_requested;
         case record_type::client_guest_assoc:
             return &site::guest_associated;
         case record_type::client_acl_auth_req:
-            return &site::acl_asked;
+            return &site::verdict_requested;
         default:
             return nullptr;
     }
@@ -48,72 +42,71 @@ outbox site::handle(const message &from) {
     for (const item &each : from.items) {
         if (const auto *one = std::get_if<record>(&each)) {
             reports_stations = reports_stations || one->type() == record_type::bulk_info;
-            take(*from.ap, *one);
+            apply(*from.ap, *one);
         }
     }
     if (reports_stations) {
-        take_report(*from.ap, read_report(from));
+        apply_report(*from.ap, read_report(from));
     }
-    ask_for_report(*from.ap);
+    request_report_if_due(*from.ap);
     return std::exchange(outbox_, {});
 }
 
-void site::take(const mac_address &ap, const record &said) {
-    const handler how = handler_of(said.type());
-    if (how != nullptr && !is_old_news(ap, said) && !must_wait(ap, said)) {
-        (this->*how)(ap, said);
+void site::apply(const mac_address &ap, const record &one) {
+    const handler how = handler_of(one.type());
+    if (how != nullptr && !is_stale(ap, one) && !defer_if_unclear(ap, one)) {
+        (this->*how)(ap, one);
     }
 }
 
-// A roam from a VAP to itself is what an answer makes of a client that was there already. One that is elsewhere by now
-// has not moved because of it.
-bool site::is_old_news(const mac_address &ap, const record &said) const {
-    if (said.type() != record_type::foreign_client_assoc || said.body.mac("last_bssid") != said.body.mac("bssid")) {
+// An access point that applies an answer to a client that it serves already reports a roam from a VAP to itself. The
+// record is out of date when the client is elsewhere by now.
+bool site::is_stale(const mac_address &ap, const record &one) const {
+    if (one.type() != record_type::foreign_client_assoc || one.body.mac("last_bssid") != one.body.mac("bssid")) {
         return false;
     }
-    const auto known = clients_.find(said.body.mac("client"));
+    const auto known = clients_.find(one.body.mac("client"));
     return known != clients_.end() && known->second.now.ap != ap;
 }
 
-// An access point that was told to drop a client, and says that it associated, either drops it next or has it anew:
-// until that is known nobody is told of it. What it says of the client then waits with it.
-bool site::must_wait(const mac_address &ap, const record &said) {
-    const bool association =
-        said.type() == record_type::client_assoc || said.type() == record_type::foreign_client_assoc;
-    const bool follows = said.type() == record_type::client_ip || said.type() == record_type::client_guest_assoc;
+// An access point that was sent a removal and then reports an association either drops the client next or serves it
+// again. All its records about the client wait until a report shows which.
+bool site::defer_if_unclear(const mac_address &ap, const record &one) {
+    const bool association = one.type() == record_type::client_assoc || one.type() == record_type::foreign_client_assoc;
+    const bool follows = one.type() == record_type::client_ip || one.type() == record_type::client_guest_assoc;
     if (!association && !follows) {
         return false;
     }
     access_point &state = aps_[ap];
-    const mac_address station = said.body.mac("client");
-    if (!state.in_doubt.holds_back(station) && !(association && state.in_doubt.told_last(station) == told::removal)) {
+    const mac_address station = one.body.mac("client");
+    if (!state.checks.has_deferred(station) && !(association && state.checks.last_notice(station) == notice::removal)) {
         return false;
     }
     state.holds[station] = holding::station;
-    state.in_doubt.hold_back(station, said, association);
+    state.checks.defer(station, one, association);
     return true;
 }
 
-// The client is here and nowhere else, unless what this access point was told last and had not heard yet spoils that:
-// then it is told anew how things are.
-void site::settle_at(const mac_address &ap, const mac_address &station, const record &said) {
+// The station is at `ap` and nowhere else. A notice that the access point processes only after it sent `update` would
+// undo that; a correction then repeats the present state.
+void site::settle_at(const mac_address &ap, const mac_address &station, const record &update) {
     for (auto &[other, state] : aps_) {
         if (other != ap) {
-            state.in_doubt.drop(station);
+            state.checks.drop(station);
         }
     }
-    doubts &in_doubt = aps_[ap].in_doubt;
-    const bool newly_associated = said.type() == record_type::client_assoc;
-    const bool lost_address = said.body.number("ip") == 0 && clients_.at(station).ip != 0;
-    const auto last = in_doubt.told_last(station);
+    pending_checks &checks = aps_[ap].checks;
+    const bool newly_associated = update.type() == record_type::client_assoc;
+    const bool lost_address = update.body.number("ip") == 0 && clients_.at(station).ip != 0;
+    const auto last = checks.last_notice(station);
     if (last) {
-        in_doubt.has_heard(station);
-        in_doubt.confirm(station);
+        checks.clear_notice(station);
+        checks.confirm(station);
     }
-    if (last == told::moved || (last == told::answer && newly_associated)) {
-        in_doubt.correct(station, *last);
-    } else if (lost_address && (last == told::association || !newly_associated)) {
-        in_doubt.correct(station, told::association);
+    if (last == notice::move || (last == notice::answer && newly_associated)) {
+        checks.add_correction(station, *last);
+    } else if (lost_address && (last == notice::association || !newly_associated)) {
+        checks.add_correction(station, notice::association);
     }
 }
 
@@ -136,7 +129,7 @@ void site::associated(const mac_address &ap, const record &update) {
     client &known = at->second;
     roams_ += !added && known.now.ap != ap ? 1 : 0;
     if (known.guest != guest_state::approved) {
-        known.guest = guest_state::none;  // a guest's record follows
+        known.guest = guest_state::none;  // a guest's own record follows
     }
     const auto vlan = vlan_of(here);
     const std::uint32_t ip = update.body.number("ip");
@@ -144,7 +137,7 @@ void site::associated(const mac_address &ap, const record &update) {
     known.home = known.now = here;
     known.home_vlan = vlan;
     aps_[ap].holds[station] = holding::station;
-    tell_former_holders(station, known);
+    notify_former_holders(station, known);
     settle_at(ap, station, update);
 }
 
@@ -168,46 +161,47 @@ void site::roamed_in(const mac_address &ap, const record &update) {
         known.ip = ip;
     }
     aps_[ap].holds[station] = holding::station;
-    tell_former_holders(station, known);
+    notify_former_holders(station, known);
     if (known.home.ap != ap) {
-        tell_moved_to_vlan(station, known);
+        send_moved_to_vlan(station, known);
     }
     settle_at(ap, station, update);
 }
 
-// A client that nobody told of has its home where it says it comes from, if that is a VAP of the site.
+// A client that is new to the site: its home is its last BSSID when that is a VAP of the site, otherwise `here`.
 client site::guess_origin(const place &here, const mac_address &last_bssid) const {
     const place origin = place_of(last_bssid).value_or(here);
     return {.home = origin, .now = origin, .home_vlan = vlan_of(origin), .ip = 0, .guest = guest_state::unknown};
 }
 
-// Only from where the client is, or has just come to: an access point that it left long ago may say so late.
+// Counts only from the VAP that serves the client or that the client is joining. A former access point may report late.
 void site::left(const mac_address &ap, const record &update) {
     const mac_address station = update.body.mac("client");
     const place here = {ap, update.body.mac("bssid")};
     access_point &state = aps_[ap];
     const auto known = clients_.find(station);
-    const bool was_coming = state.in_doubt.holds_back(station);
-    state.in_doubt.drop(station);
-    if (was_coming || (known != clients_.end() && known->second.now == here)) {
+    const bool was_joining = state.checks.has_deferred(station);
+    state.checks.drop(station);
+    if (was_joining || (known != clients_.end() && known->second.now == here)) {
         state.holds.erase(station);
-        forget(station);
+        drop_client(station);
     } else if (known == clients_.end() || known->second.now.ap != ap) {
         state.holds.erase(station);
     }
 }
 
-// From where the client is, or is about to be: the address may overtake the use of an answer.
+// Counts only from the access point that serves the client, or that was just sent its entry: the address may arrive
+// before the record of the roam.
 void site::got_address(const mac_address &ap, const record &update) {
     const mac_address station = update.body.mac("client");
     const auto known = clients_.find(station);
     if (known != clients_.end() &&
-        (known->second.now.ap == ap || aps_[ap].in_doubt.told_last(station) == told::answer)) {
+        (known->second.now.ap == ap || aps_[ap].checks.last_notice(station) == notice::answer)) {
         known->second.ip = update.body.number("ip");
     }
 }
 
-// Whoever was approved need not wait again as long as it stays on the site.
+// An approval holds as long as the guest stays on the site.
 void site::guest_associated(const mac_address &ap, const record &update) {
     const mac_address station = update.body.mac("client");
     const auto known = clients_.find(station);
@@ -218,9 +212,7 @@ void site::guest_associated(const mac_address &ap, const record &update) {
         known->second.guest = guest_state::waiting;
         return;
     }
-    record approval(record_type::client_guest_auth);
-    approval.body.set("client", station);
-    tell(ap, std::move(approval));
+    send_approval(ap, station);
 }
 
 void site::pmk_added(const mac_address &ap, const record &added) {
@@ -230,34 +222,34 @@ void site::pmk_added(const mac_address &ap, const record &added) {
     aps_[ap].holds[station] = holding::station;
 }
 
-void site::pmk_wanted(const mac_address &ap, const record &wanted) {
-    const mac_address station = wanted.body.mac("client");
+void site::pmk_requested(const mac_address &ap, const record &request) {
+    const mac_address station = request.body.mac("client");
     aps_[ap].holds[station] = holding::station;
     if (pmks_.contains(station)) {
-        tell_list(ap, record_type::pmk_fetch_success, {entry_of(station, wanted.body.mac("bssid"))});
+        send_entries(ap, record_type::pmk_fetch_success, {entry_of(station, request.body.mac("bssid"))});
     }
 }
 
-// The answer to a fetch carries no guest state: a guest that waits for approval has to associate, so that it goes on
-// waiting.
-void site::client_wanted(const mac_address &ap, const record &wanted) {
-    const mac_address station = wanted.body.mac("client");
-    const mac_address bssid = wanted.body.mac("bssid");
+// The answer to a fetch carries no guest state. A guest that waits for approval is associated anew instead, so that it
+// keeps waiting.
+void site::client_requested(const mac_address &ap, const record &request) {
+    const mac_address station = request.body.mac("client");
+    const mac_address bssid = request.body.mac("bssid");
     const auto known = clients_.find(station);
     aps_[ap].holds[station] = holding::station;
-    aps_[ap].in_doubt.drop(station);  // it has no record of the client: whatever it said before is over
+    aps_[ap].checks.drop(station);  // its table lacks the client, so its earlier records are obsolete
     if (known == clients_.end() || !known->second.home_vlan || known->second.guest == guest_state::waiting) {
-        tell_to_associate(ap, station, bssid);
+        send_association(ap, station, bssid);
         return;
     }
-    tell_entry(ap, station, bssid);
+    send_answer(ap, station, bssid);
 }
 
-void site::acl_asked(const mac_address &ap, const record &request) {
+void site::verdict_requested(const mac_address &ap, const record &request) {
     const verdict decision = acl_.decide(request.body.number("mac_acl_index"), request.body.mac("client"));
-    record answer(*find_layout(static_cast<std::uint8_t>(record_type::client_acl_auth_resp)), request.body);
+    record answer(layout_of(record_type::client_acl_auth_resp), request.body);
     answer.body.set("verdict", static_cast<std::uint32_t>(decision));
-    tell(ap, std::move(answer));
+    send(ap, std::move(answer));
 }
 
 std::optional<std::uint32_t> site::vlan_of(const place &where) const {
@@ -270,7 +262,7 @@ std::optional<std::uint32_t> site::vlan_of(const place &where) const {
 }
 
 std::optional<place> site::place_of(const mac_address &bssid) const {
-    if (is_none(bssid)) {
+    if (bssid == mac_address{}) {
         return std::nullopt;
     }
     for (const auto &[ap, state] : aps_) {

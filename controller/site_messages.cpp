@@ -1,4 +1,4 @@
-// What the site tells the access points.
+// The messages that the site sends.
 #include <algorithm>
 #include <utility>
 
@@ -14,30 +14,30 @@ constexpr std::uint32_t kind_moved_to_vlan = 2;
 constexpr std::uint32_t entry_flag_pmk = 1;
 constexpr std::uint32_t entry_flag_guest = 2;
 
-// As many client entries as one message has room for.
+// Number of client entries that fit into one message.
 constexpr std::size_t entries_max = (message_size_max - message_header_size - record_header_size - 4) / 62;
 
 values client_entry(const mac_address &station) {
-    values entry(find_layout(static_cast<std::uint8_t>(record_type::client_bulk_info))->entry);
+    values entry(layout_of(record_type::client_bulk_info).entry);
     entry.set("client", station);
     return entry;
 }
 
 }  // namespace
 
-void site::tell(const mac_address &ap, record one) {
+void site::send(const mac_address &ap, record one) {
     if (aps_[ap].up) {
         outbox_.push_back({ap, {std::move(one)}});
     }
 }
 
-void site::tell_list(const mac_address &ap, record_type type, std::vector<values> entries) {
+void site::send_entries(const mac_address &ap, record_type type, std::vector<values> entries) {
     for (std::size_t first = 0; first < entries.size(); first += entries_max) {
         record list(type);
         for (std::size_t i = first; i < std::min(entries.size(), first + entries_max); i++) {
             list.entries.push_back(std::move(entries[i]));
         }
-        tell(ap, std::move(list));
+        send(ap, std::move(list));
     }
 }
 
@@ -56,96 +56,104 @@ values site::entry_of(const mac_address &station, const mac_address &bssid) cons
     return entry;
 }
 
-// An access point that cannot be told now goes on holding the client, and is told when it is back.
-void site::tell_former_holders(const mac_address &station, const client &current) {
+// Makes every access point drop the client except the one that serves it and its home. An access point without a tunnel
+// gets its notice when it is back (correct_holdings()).
+void site::notify_former_holders(const mac_address &station, const client &current) {
     for (auto &[ap, state] : aps_) {
         const auto held = state.holds.find(station);
         if (state.up && held != state.holds.end() && held->second == holding::station && ap != current.now.ap &&
             ap != current.home.ap) {
-            tell_moved_away(ap, station, current);
+            send_moved_away(ap, station, current);
         }
     }
 }
 
-void site::tell_moved_away(const mac_address &ap, const mac_address &station, const client &current) {
+void site::send_moved_away(const mac_address &ap, const mac_address &station, const client &current) {
     record move(record_type::client_move_notify);
     move.body.set("kind", kind_moved_away).set("client", station);
     move.body.set("new_bssid", current.now.bssid).set("new_vlan", vlan_of(current.now).value_or(0));
-    tell(ap, std::move(move));
+    send(ap, std::move(move));
     aps_[ap].holds.erase(station);
-    aps_[ap].in_doubt.told_about(station, told::removal);
+    aps_[ap].checks.add_notice(station, notice::removal);
 }
 
-// The notice has one byte for the VLAN: of a greater number the low byte travels.
-void site::tell_moved_to_vlan(const mac_address &station, const client &current) {
+// The record has one byte for the VLAN, so only the low byte of a larger number is sent.
+void site::send_moved_to_vlan(const mac_address &station, const client &current) {
     const mac_address &home = current.home.ap;
     record move(record_type::client_move_notify);
     move.body.set("kind", kind_moved_to_vlan).set("client", station).set("bssid", current.home.bssid);
     move.body.set("new_bssid", current.now.bssid).set("new_vlan", vlan_of(current.now).value_or(0));
-    tell(home, std::move(move));
+    send(home, std::move(move));
     aps_[home].holds[station] = holding::station;
-    aps_[home].in_doubt.told_about(station, told::moved);
+    aps_[home].checks.add_notice(station, notice::move);
 }
 
-void site::tell_to_remove(const mac_address &ap, const mac_address &station) {
+void site::send_removal(const mac_address &ap, const mac_address &station) {
     if (!aps_[ap].up) {
         return;
     }
-    tell_list(ap, record_type::remove_client_bulk_info, {client_entry(station)});
+    send_entries(ap, record_type::remove_client_bulk_info, {client_entry(station)});
     aps_[ap].holds.erase(station);
-    aps_[ap].in_doubt.told_about(station, told::removal);
+    aps_[ap].checks.add_notice(station, notice::removal);
 }
 
-void site::tell_to_associate(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
+void site::send_approval(const mac_address &ap, const mac_address &guest) {
+    record approval(record_type::client_guest_auth);
+    approval.body.set("client", guest);
+    send(ap, std::move(approval));
+}
+
+void site::send_association(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
     values entry = client_entry(station);
     entry.set("bssid", bssid);
-    tell_list(ap, record_type::client_info_treat_as_assoc, {std::move(entry)});
-    aps_[ap].in_doubt.told_about(station, told::association);
+    send_entries(ap, record_type::client_info_treat_as_assoc, {std::move(entry)});
+    aps_[ap].checks.add_notice(station, notice::association);
 }
 
-void site::tell_entry(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
-    tell_list(ap, record_type::client_info_fetch_success, {entry_of(station, bssid)});
-    aps_[ap].in_doubt.told_about(station, told::answer);
+void site::send_answer(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
+    send_entries(ap, record_type::client_info_fetch_success, {entry_of(station, bssid)});
+    aps_[ap].checks.add_notice(station, notice::answer);
 }
 
-// Tells an access point that has the client in its table how things are. A guest that waits would cease to be one.
-void site::tell_anew(const mac_address &ap, const mac_address &station, told old) {
+// Repeats the present state to the access point that serves the client. An answer would end the waiting of a guest, so
+// a waiting guest is associated anew.
+void site::send_correction(const mac_address &ap, const mac_address &station, notice old) {
     const auto known = clients_.find(station);
     if (known == clients_.end() || known->second.now.ap != ap) {
         return;
     }
     if (known->second.guest == guest_state::waiting || !known->second.home_vlan) {
-        if (old != told::association) {
-            tell_to_associate(ap, station, known->second.now.bssid);
+        if (old != notice::association) {
+            send_association(ap, station, known->second.now.bssid);
         }
     } else {
-        tell_entry(ap, station, known->second.now.bssid);
+        send_answer(ap, station, known->second.now.bssid);
     }
 }
 
-// Gives an access point that has lost its table a station of its own back, with its address when that is known.
+// Returns a station to an access point that has lost its table, with the station's address when it is known.
 void site::restore(const mac_address &ap, const mac_address &station) {
     const client &known = clients_.at(station);
     if (known.ip == 0 || !known.home_vlan || known.guest == guest_state::waiting) {
         if (known.home.ap == ap) {
-            tell_to_associate(ap, station, known.now.bssid);
+            send_association(ap, station, known.now.bssid);
         }
         return;
     }
-    tell_list(ap, record_type::client_bulk_info, {entry_of(station, {})});
-    tell_entry(ap, station, known.now.bssid);
+    send_entries(ap, record_type::client_bulk_info, {entry_of(station, {})});
+    send_answer(ap, station, known.now.bssid);
 }
 
-// An access point that says the client has come to it meanwhile is believed or not when it has reported.
-void site::forget(const mac_address &station) {
+// Keeps the checks of an access point that has reported an association meanwhile: its report decides.
+void site::drop_client(const mac_address &station) {
     clients_.erase(station);
     for (auto &[ap, state] : aps_) {
-        if (state.in_doubt.holds_back(station)) {
+        if (state.checks.has_deferred(station)) {
             continue;
         }
-        state.in_doubt.drop(station);
+        state.checks.drop(station);
         if (state.holds.contains(station)) {
-            tell_to_remove(ap, station);
+            send_removal(ap, station);
         }
     }
 }
@@ -162,9 +170,7 @@ outbox site::approve(const mac_address &guest) {
         throw refused("the access point of " + kx::format_mac(guest) + " has no tunnel");
     }
     known->second.guest = guest_state::approved;
-    record approval(record_type::client_guest_auth);
-    approval.body.set("client", guest);
-    tell(known->second.now.ap, std::move(approval));
+    send_approval(known->second.now.ap, guest);
     return std::exchange(outbox_, {});
 }
 
@@ -174,7 +180,7 @@ outbox site::send_list(const mac_address &ap) {
     }
     std::vector<values> entries;
     for (const auto &[station, known] : clients_) {
-        // An access point that is told of a station of its own disassociates it.
+        // An access point that finds its own station in a list disassociates it.
         if (known.now.ap == ap || known.home.ap == ap || !known.home_vlan) {
             continue;
         }
@@ -183,9 +189,9 @@ outbox site::send_list(const mac_address &ap) {
             entry.set("flags", entry.number("flags") | entry_flag_guest);
         }
         aps_[ap].holds.try_emplace(station, holding::listed);
-        aps_[ap].in_doubt.told_about(station, told::removal);
+        aps_[ap].checks.add_notice(station, notice::removal);
     }
-    tell_list(ap, record_type::client_bulk_info, std::move(entries));
+    send_entries(ap, record_type::client_bulk_info, std::move(entries));
     return std::exchange(outbox_, {});
 }
 
@@ -195,7 +201,7 @@ outbox site::remove(const mac_address &client) {
     if (!known && !had_pmk) {
         throw refused(kx::format_mac(client) + " is not on the site");
     }
-    forget(client);
+    drop_client(client);
     return std::exchange(outbox_, {});
 }
 

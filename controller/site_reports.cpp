@@ -1,4 +1,4 @@
-// What the site makes of bulk reports, and when it asks for them.
+// Bulk reports: when the site requests them, and their effect.
 #include <algorithm>
 #include <utility>
 
@@ -8,9 +8,9 @@ namespace controller {
 
 namespace {
 
-// The driver's buffer has room for this many stations of a VAP.
+// The driver lists at most this many stations of a VAP.
 constexpr std::size_t stations_max = 105;
-// A message with less room than a VAP's list without stations takes may lack one.
+// A longer message may lack a VAP: it has no room for another list, even one without stations.
 constexpr std::size_t whole_report_max = message_size_max - 54;
 
 }  // namespace
@@ -19,33 +19,33 @@ void site::ap_up(const mac_address &ap) {
     access_point &state = aps_[ap];
     state.up = true;
     state.caught_up = false;
-    state.in_doubt.restart();
+    state.checks.restart();
 }
 
 void site::ap_down(const mac_address &ap) { aps_[ap].up = false; }
 
 outbox site::tick() {
     for (auto &[ap, state] : aps_) {
-        state.in_doubt.tick();
-        for (const auto &[station, old] : state.in_doubt.corrections()) {
-            tell_anew(ap, station, old);
+        state.checks.tick();
+        for (const auto &[station, old] : state.checks.extract_corrections()) {
+            send_correction(ap, station, old);
         }
-        ask_for_report(ap);
+        request_report_if_due(ap);
     }
     return std::exchange(outbox_, {});
 }
 
-void site::ask_for_report(const mac_address &ap) {
+void site::request_report_if_due(const mac_address &ap) {
     access_point &state = aps_[ap];
-    if (state.up && state.in_doubt.asks_for_report()) {
-        tell(ap, record(record_type::req_bulk_info));
+    if (state.up && state.checks.begin_report()) {
+        send(ap, record(record_type::req_bulk_info));
     }
 }
 
 std::size_t site::unsettled() const {
     std::size_t number = 0;
     for (const auto &[ap, state] : aps_) {
-        number += state.up ? state.in_doubt.open() + (state.caught_up ? 0 : 1) : 0;
+        number += state.up ? state.checks.size() + (state.caught_up ? 0 : 1) : 0;
     }
     return number;
 }
@@ -76,71 +76,71 @@ presence site::look_up(const mac_address &ap, const report &read, const mac_addr
     }
     const auto known = clients_.find(station);
     const bool is_here = known != clients_.end() && known->second.now.ap == ap;
-    // One that may just be coming can be on any of the VAPs.
+    // A station that is just joining may be on any VAP.
     const bool cut = is_here ? read.cut.contains(known->second.now.bssid) : !read.cut.empty();
     return read.whole && !cut ? presence::absent : presence::unclear;
 }
 
-void site::take_report(const mac_address &ap, const report &read) {
+void site::apply_report(const mac_address &ap, const report &read) {
     access_point &state = aps_[ap];
-    if (!state.in_doubt.awaits_report()) {
+    if (!state.checks.awaits_report()) {
         return;
     }
-    const auto findings = state.in_doubt.settle([&](const mac_address &station) { return look_up(ap, read, station); });
+    const auto results = state.checks.settle([&](const mac_address &station) { return look_up(ap, read, station); });
     if (!state.caught_up) {
         state.caught_up = true;
         catch_up(ap, read);
         return;
     }
-    for (const doubts::finding &each : findings) {
-        take_finding(ap, read, each);
+    for (const pending_checks::result &each : results) {
+        apply_result(ap, read, each);
     }
 }
 
-void site::take_finding(const mac_address &ap, const report &read, const doubts::finding &found) {
+void site::apply_result(const mac_address &ap, const report &read, const pending_checks::result &found) {
     access_point &state = aps_[ap];
     const mac_address &station = found.station;
     const auto known = clients_.find(station);
     if (!found.present) {
-        // It came, and was thrown out by the notice that crossed; or it is where it was believed to be.
-        const bool came = !found.held_back.empty() && !found.maybe_stale;
-        if (!found.held_back.empty()) {
+        // It joined and the crossing removal dropped it, or it is no longer where the site has it.
+        const bool joined = !found.deferred.empty() && !found.maybe_stale;
+        if (!found.deferred.empty()) {
             state.holds.erase(station);
         }
-        if (came || (known != clients_.end() && known->second.now.ap == ap)) {
-            forget(station);
+        if (joined || (known != clients_.end() && known->second.now.ap == ap)) {
+            drop_client(station);
         }
         return;
     }
-    if (found.held_back.empty()) {
+    if (found.deferred.empty()) {
         return;
     }
-    state.in_doubt.has_heard(station);
-    for (const record &each : found.held_back) {
-        take(ap, each);
+    state.checks.clear_notice(station);
+    for (const record &each : found.deferred) {
+        apply(ap, each);
     }
-    // The driver has it; without an address the daemon's table may not.
+    // The driver has the station. Without an address the daemon's table may lack it.
     const auto reported = read.stations.find(station);
     const client &now = clients_.at(station);
     if (reported != read.stations.end() && reported->second.second == 0 && now.home.ap == ap) {
-        tell_to_associate(ap, station, now.now.bssid);
+        send_association(ap, station, now.now.bssid);
     }
 }
 
-// The first report of a tunnel: much may have happened while there was none.
+// The first report through a new tunnel. Stations may have come and gone while there was none.
 void site::catch_up(const mac_address &ap, const report &read) {
     for (const auto &[station, where] : read.stations) {
-        take_station(ap, station, where.first, where.second);
+        add_station(ap, station, where.first, where.second);
     }
     for (const auto &[station, known] : clients_) {
         if (known.now.ap == ap && look_up(ap, read, station) == presence::absent) {
-            aps_[ap].in_doubt.missed(station);
+            aps_[ap].checks.add_absence(station);
         }
     }
     correct_holdings(ap);
 }
 
-void site::take_station(const mac_address &ap, const mac_address &station, const mac_address &bssid, std::uint32_t ip) {
+void site::add_station(const mac_address &ap, const mac_address &station, const mac_address &bssid, std::uint32_t ip) {
     const place here = {ap, bssid};
     const auto [at, added] = clients_.try_emplace(station);
     client &known = at->second;
@@ -163,19 +163,19 @@ void site::take_station(const mac_address &ap, const mac_address &station, const
     }
 }
 
-// What the access point should have been told while it had no tunnel.
+// Sends the notices that the access point missed while it had no tunnel.
 void site::correct_holdings(const mac_address &ap) {
     const auto held = aps_[ap].holds;
     for (const auto &[station, why] : held) {
         const auto known = clients_.find(station);
         if (known == clients_.end()) {
-            tell_to_remove(ap, station);
+            send_removal(ap, station);
         } else if (known->second.now.ap == ap || why == holding::listed) {
             continue;
         } else if (known->second.home.ap == ap) {
-            tell_moved_to_vlan(station, known->second);
+            send_moved_to_vlan(station, known->second);
         } else {
-            tell_moved_away(ap, station, known->second);
+            send_moved_away(ap, station, known->second);
         }
     }
 }

@@ -1,7 +1,6 @@
 // sitectl: sends an operator's command to the site controller.
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "common/command_line.h"
+#include "common/ipc_endpoint.h"
 #include "controller/commands.h"
 
 namespace {
@@ -28,14 +28,9 @@ constexpr timeval wait_limit = {10, 0};
 class connection {
 public:
     explicit connection(const std::string &path) : path_(path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (path.size() >= sizeof(address.sun_path)) {
-            throw std::runtime_error(path + ": too long for the name of a socket");
-        }
-        path.copy(address.sun_path, path.size());
+        const kx::ipc_address address = kx::make_ipc_address(path);
         fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (fd_ < 0 || connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        if (fd_ < 0 || connect(fd_, address.get(), address.length) != 0) {
             fail(path);
         }
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait_limit, sizeof(wait_limit));
@@ -111,7 +106,7 @@ int main(int argc, char **argv) {
             ->type_name("")
             ->required();
         app.prefix_command();
-        app.footer("Commands:\n" + std::string(controller::command_summary()));
+        app.footer("Commands:\n" + controller::command_summary());
         if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;
         }

@@ -1,6 +1,5 @@
 #include "controller/tunnels.h"
 
-#include <event2/listener.h>
 #include <netdb.h>
 #include <sys/socket.h>
 
@@ -13,7 +12,7 @@ namespace controller {
 
 namespace {
 
-// The client manager's messages; frames of other destinations belong to services that this controller does not have.
+// Destination of the client manager's messages. Frames for other destinations are ignored.
 constexpr std::uint32_t client_manager_destination = 106;
 
 std::string format_address(const sockaddr *address, socklen_t length) {
@@ -33,7 +32,7 @@ struct address_list {
         hints.ai_socktype = SOCK_STREAM;
         const int failed = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
         if (failed != 0) {
-            throw std::runtime_error(host + ": " + gai_strerror(failed) + "; a numeric address was expected");
+            throw std::runtime_error(host + ": " + gai_strerror(failed) + "; expected a numeric address");
         }
     }
     ~address_list() { freeaddrinfo(first); }
@@ -48,7 +47,7 @@ std::uint16_t local_port(int fd) {
     auto *generic = reinterpret_cast<sockaddr *>(&address);
     if (getsockname(fd, generic, &length) != 0 ||
         getnameinfo(generic, length, nullptr, 0, port, sizeof(port), NI_NUMERICSERV) != 0) {
-        throw std::runtime_error("cannot tell the port that was chosen");
+        throw std::runtime_error("cannot read the port of the listening socket");
     }
     return static_cast<std::uint16_t>(std::stoi(port));
 }
@@ -57,7 +56,7 @@ std::uint16_t local_port(int fd) {
 
 tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
                  callbacks handlers)
-    : base_(base), tls_(std::move(tls)), handlers_(std::move(handlers)), listener_(nullptr, evconnlistener_free) {
+    : base_(base), tls_(std::move(tls)), handlers_(std::move(handlers)) {
     const address_list list(address, port);
     const auto accepted = [](evconnlistener *, evutil_socket_t fd, sockaddr *from, int length, void *self) {
         static_cast<tunnels *>(self)->accept(fd, format_address(from, static_cast<socklen_t>(length)));

@@ -1,4 +1,4 @@
-// The controller's end of the tunnels: listens, and keeps every tunnel that access points open.
+// The controller's end of the tunnels: listens and holds the tunnels that access points open.
 #ifndef CONTROLLER_TUNNELS_H
 #define CONTROLLER_TUNNELS_H
 
@@ -9,15 +9,14 @@
 #include <span>
 #include <string>
 
+#include "common/event_ptr.h"
 #include "tunnel/tunnel.h"
-
-struct evconnlistener;
 
 namespace controller {
 
 using tunnel_id = std::uint64_t;
 
-// What a tunnel tells about its other end.
+// The other end of a tunnel.
 struct peer {
     std::string name;     // common name of its certificate
     std::string address;  // "127.0.0.1:49152"
@@ -27,13 +26,14 @@ class tunnels {
 public:
     struct callbacks {
         std::function<void(tunnel_id, const peer &)> on_up;
-        std::function<void(tunnel_id, std::span<const std::uint8_t> message)> on_message;  // the client manager's alone
-        std::function<void(tunnel_id, const std::string &reason)> on_down;                 // once for each on_up
-        std::function<void(const peer &, const std::string &reason)> on_refused;           // it never came up
+        std::function<void(tunnel_id, std::span<const std::uint8_t> message)>
+            on_message;                                                           // to the client manager's controller
+        std::function<void(tunnel_id, const std::string &reason)> on_down;        // once for each on_up
+        std::function<void(const peer &, const std::string &reason)> on_refused;  // it never came up
         std::function<void(const std::string &reason)> on_accept_error;
     };
 
-    // Listens on `address`:`port`, port 0 being any free one. Throws std::runtime_error.
+    // Listens on `address`:`port`; port 0 is any free port. Throws std::runtime_error.
     tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
             callbacks handlers);
     ~tunnels();
@@ -42,9 +42,9 @@ public:
 
     std::uint16_t port() const { return port_; }
 
-    // False when the tunnel is not up or takes no more for now.
+    // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
-    // Ends a tunnel at once; on_down is called with `reason`. What is queued is dropped.
+    // Ends a tunnel at once and drops its queued messages. Calls on_down with `reason`.
     void close(tunnel_id which, const std::string &reason);
 
 private:
@@ -62,7 +62,7 @@ private:
     event_base *base_;
     std::shared_ptr<SSL_CTX> tls_;
     callbacks handlers_;
-    std::unique_ptr<evconnlistener, void (*)(evconnlistener *)> listener_;
+    kx::listener_ptr listener_;
     std::uint16_t port_ = 0;
     tunnel_id last_ = 0;
     std::map<tunnel_id, tunnel> tunnels_;

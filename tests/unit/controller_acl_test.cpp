@@ -110,7 +110,7 @@ TEST(MacAcl, FileIsChecked) {
         {"[[list]]\nmac_acl_index = 1\n[[list]]\nmac_acl_index = 1",
          ":4: list.mac_acl_index: another list has the same index"},
         {"[[list]]\nmac_acl_index = 1\nallow = [\"020000002001\"]\ndeny = [\"02:00:00:00:20:01\"]",
-         ":4: list.deny: 02:00:00:00:20:01 is in the list's other half"},
+         ":4: list.deny: 02:00:00:00:20:01 is in both allow and deny"},
     };
     for (const wrong_file &each : cases) {
         const file config(each.text);

@@ -32,29 +32,29 @@ struct exchange_of_words {
 
 TEST_F(Commands, ThatAreWrongSayWhy) {
     const exchange_of_words cases[] = {
-        {"", "error a command was expected; \"help\" lists them\n"},
-        {"   ", "error a command was expected; \"help\" lists them\n"},
-        {"--json", "error a command was expected; \"help\" lists them\n"},
-        {"bogus", "error unknown command \"bogus\"; \"help\" lists them\n"},
-        {"\x1b[2J", "error unknown command \"\\x1b[2J\"; \"help\" lists them\n"},
+        {"", "error expected a command; \"help\" lists the commands\n"},
+        {"   ", "error expected a command; \"help\" lists the commands\n"},
+        {"--json", "error expected a command; \"help\" lists the commands\n"},
+        {"bogus", "error unknown command \"bogus\"; \"help\" lists the commands\n"},
+        {"\x1b[2J", "error unknown command \"\\x1b[2J\"; \"help\" lists the commands\n"},
         {"aps all", "error aps: expected no arguments\n"},
         {"approve", "error approve: expected CLIENT\n"},
-        {"approve me", "error approve: \"me\" is no MAC address\n"},
+        {"approve me", "error approve: \"me\" is not a MAC address\n"},
         {"approve 02:00:00:00:00:01", "error approve: 02:00:00:00:00:01 is not on the site\n"},
         {"remove 02:00:00:00:00:01", "error remove: 02:00:00:00:00:01 is not on the site\n"},
         {"move-list 02:00:00:00:00:01", "error move-list: 02:00:00:00:00:01 has no tunnel\n"},
         {"send 02:00:00:00:00:01", "error send: expected AP HEX\n"},
-        {"send 02:00:00:00:00:01 0", "error send: a message of at most 16384 bytes was expected\n"},
-        {"send 02:00:00:00:00:01 0g", "error send: a message in hexadecimal digits was expected\n"},
+        {"send 02:00:00:00:00:01 0", "error send: expected a message of at most 16384 bytes in hexadecimal digits\n"},
+        {"send 02:00:00:00:00:01 0g", "error send: expected a message of at most 16384 bytes in hexadecimal digits\n"},
         {"send 02:00:00:00:00:01 00", "error send: 02:00:00:00:00:01 has no tunnel\n"},
-        {"acl-set 1 02:00:00:00:00:01 perhaps", "error acl-set: \"allow\" or \"deny\" was expected\n"},
-        {"acl-set -1 02:00:00:00:00:01 allow", "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
+        {"acl-set 1 02:00:00:00:00:01 perhaps", "error acl-set: expected \"allow\" or \"deny\"\n"},
+        {"acl-set -1 02:00:00:00:00:01 allow", "error acl-set: expected a MAC ACL index from 0 to 4294967295\n"},
         {"acl-set 4294967296 02:00:00:00:00:01 allow",
-         "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
+         "error acl-set: expected a MAC ACL index from 0 to 4294967295\n"},
         {"acl-set 99999999999999999999 02:00:00:00:00:01 allow",
-         "error acl-set: a MAC ACL index from 0 to 4294967295 was expected\n"},
-        {"acl-remove 1 02:00:00:00:00:01", "error acl-remove: 02:00:00:00:00:01 is in no list of that index\n"},
-        {"acl-default 1 maybe", "error acl-default: \"allow\" or \"deny\" was expected\n"},
+         "error acl-set: expected a MAC ACL index from 0 to 4294967295\n"},
+        {"acl-remove 1 02:00:00:00:00:01", "error acl-remove: 02:00:00:00:00:01 is not in the list of that index\n"},
+        {"acl-default 1 maybe", "error acl-default: expected \"allow\" or \"deny\"\n"},
     };
     for (const exchange_of_words &each : cases) {
         EXPECT_EQ(commands_.run(each.line), each.answer);
@@ -76,7 +76,7 @@ TEST_F(Commands, EditTheAccessLists) {
 }
 
 TEST_F(Commands, ListTheSite) {
-    site &known = *exchange_.answering();
+    site &known = *exchange_.managed_site();
     known.ap_up(A);
     record config(record_type::bulk_vap_config);
     const std::string ssid = "caf\xe9";

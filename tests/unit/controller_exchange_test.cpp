@@ -94,7 +94,7 @@ protected:
         connect(end, name);
         ASSERT_TRUE(gets(end, record_type::req_bulk_info));
         say(end, ap, stations(bssid));
-        ASSERT_TRUE(rig_.run_until([&] { return exchange_.known().tunnel_of(ap).has_value(); }));
+        ASSERT_TRUE(rig_.run_until([&] { return exchange_.aps().tunnel_of(ap).has_value(); }));
     }
 
     captured_output shown_;
@@ -158,8 +158,8 @@ TEST_F(Exchange, GoesOnWithTheNewerTunnelOfAnAccessPoint) {
     ASSERT_TRUE(gets(second_, record_type::req_bulk_info));
     say(second_, ap1, stations(vap1));
     EXPECT_TRUE(rig_.run_until([&] { return first_.downs == 1; }));
-    EXPECT_EQ(exchange_.known().links().size(), 1u);
-    EXPECT_TRUE(exchange_.answering()->aps().at(ap1).up);
+    EXPECT_EQ(exchange_.aps().links().size(), 1u);
+    EXPECT_TRUE(exchange_.managed_site()->aps().at(ap1).up);
 }
 
 TEST_F(Exchange, KeepsAnAccessPointFromSpeakingForAnother) {
@@ -172,7 +172,7 @@ TEST_F(Exchange, KeepsAnAccessPointFromSpeakingForAnother) {
     ASSERT_TRUE(gets(third, record_type::req_bulk_info));
     say(third, ap1, update(record_type::client_assoc, vap1));
     EXPECT_TRUE(shows("error", "the access point has a tunnel with another certificate"));
-    EXPECT_TRUE(exchange_.answering()->clients().empty());
+    EXPECT_TRUE(exchange_.managed_site()->clients().empty());
     EXPECT_EQ(first_.downs, 0);
 }
 
@@ -185,8 +185,8 @@ TEST_F(Exchange, ShowsWhatIsMalformedAndGoesOn) {
     ASSERT_TRUE(first_.send(cut));
     say(first_, ap1, update(record_type::client_assoc, vap1));
     ASSERT_TRUE(shows("name", "CLIENT_MGR_CLIENT_ASSOC"));
-    EXPECT_EQ(exchange_.counted().malformed, 3u);
-    EXPECT_EQ(exchange_.answering()->clients().size(), 1u);
+    EXPECT_EQ(exchange_.counts().malformed, 3u);
+    EXPECT_EQ(exchange_.managed_site()->clients().size(), 1u);
 }
 
 TEST_F(Exchange, EndsATunnelWhoseAccessPointDoesNotRead) {
@@ -194,8 +194,8 @@ TEST_F(Exchange, EndsATunnelWhoseAccessPointDoesNotRead) {
     first_.tunnel->set_reading(false);
     const bytes large(message_size_max, 1);
     EXPECT_TRUE(rig_.run_until([&] { return !exchange_.send(ap1, large); }));
-    EXPECT_FALSE(exchange_.known().tunnel_of(ap1));
-    EXPECT_FALSE(exchange_.answering()->aps().at(ap1).up);
+    EXPECT_FALSE(exchange_.aps().tunnel_of(ap1));
+    EXPECT_FALSE(exchange_.managed_site()->aps().at(ap1).up);
 }
 
 TEST_F(Exchange, AsksAgainUntilItIsAnswered) {

@@ -180,7 +180,8 @@ TEST_P(EveryRecord, IsMalformedWhenCutWithAllLengthsCorrected) {
 TEST_P(EveryRecord, IsMalformedTheOtherWayRound) {
     const auto other =
         GetParam().sent == direction::to_controller ? direction::to_access_point : direction::to_controller;
-    EXPECT_NE(only_malformation(from_hex(GetParam().hex), other).text.find("travels the other way"), std::string::npos);
+    EXPECT_NE(only_malformation(from_hex(GetParam().hex), other).text.find("is sent in the other direction"),
+              std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocol, EveryRecord, testing::ValuesIn(goldens),

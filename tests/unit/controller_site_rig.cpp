@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/ipv4.h"
 #include "controller/render.h"
 
 namespace controller_test {
@@ -135,7 +136,7 @@ std::string site_rig::where(const mac_address &station) const {
     const client &known = found->second;
     return with_names("at " + kx::format_mac(known.now.bssid) + " of " + kx::format_mac(known.now.ap) + ", home " +
                       kx::format_mac(known.home.bssid) + " of " + kx::format_mac(known.home.ap) + " VLAN " +
-                      (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + ", " + format_ipv4(known.ip));
+                      (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + ", " + kx::format_ipv4(known.ip));
 }
 
 }  // namespace controller_test
