@@ -217,7 +217,7 @@ TEST_F(PassiveExchange, OnlySendsWhatTheOperatorGives) {
     EXPECT_EQ(commands_.run("send 02:00:00:00:10:00 0102ff"), "ok\n");
     ASSERT_TRUE(rig_.run_until([&] { return !first_.messages.empty(); }));
     EXPECT_EQ(first_.messages, (std::vector<received_message>{{106, {1, 2, 255}}}));
-    EXPECT_TRUE(commands_.run("clients").starts_with("error clients: the controller was started with --passive"));
+    EXPECT_TRUE(commands_.run("clients").starts_with("error clients: the controller runs with --passive"));
     EXPECT_EQ(json::parse(commands_.run("aps --json").substr(3)).at(0)["ap"], "02:00:00:00:10:00");
 }
 
