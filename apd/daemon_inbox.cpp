@@ -23,11 +23,7 @@ std::span<const std::uint8_t> bytes_of(const T &record) {
 }
 
 ipc_hdr make_header(std::uint32_t id, std::size_t payload_size) {
-    ipc_hdr header{};
-    header.id = id;
-    header.len = static_cast<std::uint32_t>(payload_size);
-    header.flags = kx::ipc_flag_notification;
-    return header;
+    return kx::make_ipc_header(id, payload_size, kx::ipc_flag_notification);
 }
 
 struct part_head {

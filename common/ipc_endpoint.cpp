@@ -9,9 +9,8 @@
 #include <cstring>
 #include <system_error>
 
-#include "common/local_ipc.h"
 #include "common/paths.h"
-#include "wire/big_endian.h"
+#include "wire/local_ipc.h"
 
 namespace kx {
 
@@ -106,9 +105,9 @@ const char *find_fault(const msghdr &message, const ipc_datagram &datagram, cons
     if (datagram.size < ipc_header_size) {
         return "shorter than its header";
     }
-    be32 length{};
-    std::memcpy(&length, bytes + sizeof(be32), sizeof(length));
-    if (length != datagram.size - ipc_header_size) {
+    ipc_hdr header{};
+    std::memcpy(&header, bytes, sizeof(header));
+    if (header.len != datagram.size - ipc_header_size) {
         return "length word does not match";
     }
     return nullptr;

@@ -13,16 +13,10 @@
 
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
-#include "wire/big_endian.h"
 
 namespace kx {
 
 namespace {
-
-struct header {
-    be32 id, length, flags;
-};
-static_assert(sizeof(header) == ipc_header_size);
 
 // Datagrams that one receive() drops before it gives the caller's other work a turn.
 constexpr int drops_per_call = 64;
@@ -87,10 +81,7 @@ ipc_result ipc_socket::send(std::string_view endpoint, std::uint32_t id, std::ui
         throw std::length_error("a local message of " + std::to_string(payload.size()) + " bytes of payload");
     }
     ipc_address address = make_ipc_address(file_of(endpoint));
-    header head{};
-    head.id = id;
-    head.length = static_cast<std::uint32_t>(payload.size());
-    head.flags = flags;
+    ipc_hdr head = make_ipc_header(id, payload.size(), flags);
     std::array<iovec, 2> parts{{{&head, sizeof(head)}, {const_cast<std::uint8_t *>(payload.data()), payload.size()}}};
     msghdr message{};
     message.msg_name = &address.name;
@@ -105,7 +96,7 @@ std::optional<ipc_message> ipc_socket::receive() {
     ipc_datagram datagram;
     for (int drops = 0; drops < drops_per_call && receive_ipc_datagram(fd_, buffer, datagram); drops++) {
         if (datagram.fault == nullptr) {
-            header head{};
+            ipc_hdr head{};
             std::memcpy(&head, buffer.data(), sizeof(head));
             return ipc_message{
                 head.id,

@@ -26,8 +26,6 @@ inline constexpr std::string_view endpoint_hostapd = "/kx/ipc/hostapd";
 inline constexpr std::string_view endpoint_sysmon = "/kx/ipc/sysmon";
 // A SOCK_SEQPACKET listener of apd: one packet from the daemon is one message for the controller.
 inline constexpr std::string_view endpoint_apcomm = "/kx/ipc/apcomm";
-// Directory of the sockets on which the lab's radio answers driver requests, one per interface (radio_driver.h).
-inline constexpr std::string_view radio_directory = "/kx/radio";
 
 }  // namespace kx
 

@@ -52,6 +52,7 @@ static_assert(sizeof(driver_station) == 156);
 static_assert(offsetof(driver_station, mac) == 16 && offsetof(driver_station, inactivity) == 140);
 
 inline constexpr uint32_t DRIVER_ACL_DATA_MAX = 128;
+inline constexpr uint32_t DRIVER_ACL_ALLOWED = 1;  // the one verdict that lets the station in
 
 // Body of DRIVER_ACL_VERDICT.
 struct driver_acl_verdict {

@@ -1,46 +1,74 @@
-// How driver requests travel to the lab's radio, the process that stands in for a wireless driver.
+// The driver service: how the daemon's driver requests (wire/driver_records.h) reach the process that owns a VAP's
+// interface, when no driver in the kernel answers them. The client is the ioctl of the Linux port. The server is the
+// lab's radio, or an access point's own radio daemon.
 //
-// The radio listens on one AF_UNIX SOCK_SEQPACKET socket per VAP interface, "$KX_ROOT/kx/radio/<ifname>". An interface
-// with such a socket belongs to the radio, every other one to the kernel. A request is one connection: one packet with
-// a radio_request and its data, one packet back with a radio_reply and its data. The words of the two headers are in
-// the host's order, as everything that passes through an ioctl is.
+// Socket. The server listens on one AF_UNIX SOCK_SEQPACKET socket per interface, $KX_ROOT/kx/driver/<ifname>, in a
+// directory for the owner alone. It accepts connections of root and of its own user, and closes others at once. An
+// interface without such a socket belongs to the kernel. A server binds another name first and renames the socket once
+// it listens, so a client never meets a socket that refuses it. It removes its sockets when it ends; a socket that
+// refuses connections was left behind by a dead server, and the next server replaces it.
 //
-//   request                          data of the request        data of the reply
-//   SIOCGIFHWADDR        (0x8927)    none                       6 bytes: the BSSID
-//   SIOCIWFIRSTPRIV + 6  (0x8BE6)    the 42-byte request body   none
-//   SIOCDEVPRIVATE + 6   (0x89F6)    none                       the station records, at most 16384 bytes
-//   SIOCDEVPRIVATE + 12  (0x89FC)    the 136-byte verdict       none
+// Framing. A request is one packet: a driver_request and `length` bytes of data. The reply is one packet: a
+// driver_reply and `length` bytes of data. All integers are in the host's order, as in an ioctl.
+//
+//   request                   data of the request   data of a reply without error
+//   SIOCGIFHWADDR             none                  6 bytes: the BSSID
+//   DRIVER_STATION_REQUEST    driver_station_op     none
+//   DRIVER_STATION_LIST       none                  whole driver_station records, driver_data_max bytes at most
+//   DRIVER_ACL_VERDICT        driver_acl_verdict    none
+//
+// Connections. A connection carries any number of requests, each sent after the reply to the one before. Either side
+// may close it between two requests: a client that kept one connects again when it finds it closed. A client that gives
+// up waiting closes the connection, so that a late reply cannot pass for the next one. The server closes a connection
+// on which no request arrives for driver_idle_ms.
+//
+// Deadlines. The client waits driver_wait_ms from the start of the ioctl, connecting included; the daemon does nothing
+// else meanwhile. A server replies within a fraction of that: an operation that lasts longer is replied to once it has
+// been started.
+//
+// Errors. `error` of the reply is the errno of the ioctl. A reply with an error has no data. From the server:
+//
+//   EINVAL       the request's length, interface name or fields are wrong
+//   EOPNOTSUPP   the server does not have this request
+//   ENOENT       DRIVER_STATION_REQUEST: the station is not on this VAP
+//                DRIVER_ACL_VERDICT: no question is open to which the data belong
+//   any other    the error that the server itself met
+//
+// From the client, for what never became a reply:
+//
+//   ENODEV       the server has died, or closed the connection without a reply
+//   ETIMEDOUT    no reply within driver_wait_ms
+//   EPROTO       the reply is malformed: wrong lengths or a negative error
+//   EINVAL       the request has more than driver_data_max bytes of data
 #ifndef WIRE_DRIVER_SERVICE_H
 #define WIRE_DRIVER_SERVICE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
+
+#include "wire/driver_records.h"
 
 namespace kx {
 
-struct radio_request {
-    std::uint32_t request;  // the ioctl's number
+inline constexpr std::string_view driver_directory = "/kx/driver";  // below $KX_ROOT
+
+struct driver_request {
+    std::uint32_t request;  // number of the ioctl
     std::uint32_t length;   // bytes of data that follow
-    char ifname[16];        // NUL-padded
+    char ifname[16];        // NUL-padded; a name of 16 bytes has no terminator
 };
+static_assert(sizeof(driver_request) == 24);
 
-struct radio_reply {
-    std::int32_t error;    // 0, or the errno that the ioctl fails with
-    std::uint32_t length;  // bytes of data that follow
+struct driver_reply {
+    std::int32_t error;    // 0, or the errno of the ioctl
+    std::uint32_t length;  // bytes of data that follow; 0 with an error
 };
+static_assert(sizeof(driver_reply) == 8);
 
-inline constexpr std::uint32_t radio_data_max = 16384;
-inline constexpr unsigned radio_wait_ms = 250;  // how long the daemon waits for the radio before the ioctl fails
-
-// One station in the answer to SIOCDEVPRIVATE + 6; fields in the host's order.
-struct radio_station {
-    std::uint16_t length;  // of this record: 156
-    std::uint8_t unused1[14];
-    std::uint8_t mac[6];  // offset 16
-    std::uint8_t unused2[118];
-    std::uint16_t inactivity;  // offset 140: seconds since the station was last heard
-    std::uint8_t unused3[14];
-};
-static_assert(sizeof(radio_station) == 156);
+inline constexpr std::size_t driver_data_max = DRIVER_STATION_LIST_MAX;  // bytes, of a request and of a reply
+inline constexpr unsigned driver_wait_ms = 250;
+inline constexpr unsigned driver_idle_ms = 1000;
 
 }  // namespace kx
 

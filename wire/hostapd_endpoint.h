@@ -1,4 +1,5 @@
-// hostapd's control endpoint, endpoint_hostapd: one command (hapdcfg.h) is the payload of one local message.
+// hostapd's control endpoint, endpoint_hostapd. A local message carries one command, a hostapd_command
+// (wire/local_messages.h).
 #ifndef WIRE_HOSTAPD_ENDPOINT_H
 #define WIRE_HOSTAPD_ENDPOINT_H
 
@@ -6,7 +7,7 @@
 
 namespace kx {
 
-// A notification; the payload is HOSTAPD_CONFIG_CMD_SIZE bytes.
+// Notification; the payload is a hostapd_command.
 inline constexpr std::uint32_t hostapd_command_message_id = 9;
 
 }  // namespace kx

@@ -20,10 +20,11 @@
 namespace radio {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr std::size_t connections_max = 64;
-constexpr auto request_patience = 1s;  // a peer that connects and says nothing is sent away
+constexpr std::chrono::milliseconds idle_max{kx::driver_idle_ms};
+// A longer packet is cut, and its length is then wrong.
+constexpr std::size_t request_room = 512;
+static_assert(request_room > sizeof(kx::driver_request) + sizeof(driver_acl_verdict));
 
 sockaddr_un address_of(const std::string &path) {
     sockaddr_un address{};
@@ -48,7 +49,6 @@ int listen_on(const std::string &path) {
     if (is_served(address_of(path))) {
         throw std::runtime_error(path + ": another radio owns this interface");
     }
-    // Under its own name only when it is served, so that nobody who sees it is turned away.
     const std::string aside = path + '~';
     const sockaddr_un address = address_of(aside);
     unlink(aside.c_str());
@@ -62,7 +62,6 @@ int listen_on(const std::string &path) {
     return fd;
 }
 
-// Root and this process's own user alone give orders to the driver.
 bool is_trusted(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -75,7 +74,7 @@ struct parsed_request {
 };
 
 std::optional<parsed_request> parse_request(std::span<const std::uint8_t> packet, std::string_view ifname) {
-    kx::radio_request head{};
+    kx::driver_request head{};
     if (packet.size() < sizeof head) {
         return std::nullopt;
     }
@@ -89,11 +88,10 @@ std::optional<parsed_request> parse_request(std::span<const std::uint8_t> packet
 }
 
 void send_answer(int fd, const driver_answer &answer) {
-    const kx::radio_reply head{.error = answer.error, .length = static_cast<std::uint32_t>(answer.data.size())};
+    const kx::driver_reply head{.error = answer.error, .length = static_cast<std::uint32_t>(answer.data.size())};
     std::vector<std::uint8_t> packet(sizeof head);
     std::memcpy(packet.data(), &head, sizeof head);
     packet.insert(packet.end(), answer.data.begin(), answer.data.end());
-    // A daemon that no longer waits has its timeout; there is nobody else to tell.
     send(fd, packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
@@ -101,7 +99,7 @@ void send_answer(int fd, const driver_answer &answer) {
 
 driver_server::driver_server(loop &on, const std::vector<kx::vap_config> &vaps, handler serve)
     : loop_(on), serve_(std::move(serve)) {
-    const std::string directory = kx::place(kx::radio_directory);
+    const std::string directory = kx::place(kx::driver_directory);
     kx::make_private_directories(directory);
     try {
         for (const kx::vap_config &vap : vaps) {
@@ -139,27 +137,34 @@ void driver_server::accept_one(std::size_t vap) {
         close(fd);
         return;
     }
-    const auto asking = connections_.insert(connections_.end(), {.fd = fd, .vap = vap, .readable = nullptr});
-    asking->readable = std::make_unique<loop_event>(
-        loop_, fd, EV_READ, [this, asking](short what) { answer(asking, (what & EV_TIMEOUT) != 0); });
-    asking->readable->add(request_patience);
+    const auto client = connections_.insert(connections_.end(), {.fd = fd, .vap = vap, .readable = nullptr});
+    client->readable = std::make_unique<loop_event>(
+        loop_, fd, EV_READ, [this, client](short what) { serve_request(client, (what & EV_TIMEOUT) != 0); });
+    client->readable->add(idle_max);
 }
 
-void driver_server::answer(std::list<connection>::iterator asking, bool timed_out) {
-    std::array<std::uint8_t, sizeof(kx::radio_request) + 256> packet;  // the longest request has 136 bytes of data
-    const ssize_t size = timed_out ? -1 : recv(asking->fd, packet.data(), packet.size(), MSG_TRUNC);
-    if (size > 0) {
-        const auto length = static_cast<std::size_t>(size);
-        const auto request = length <= packet.size()
-                                 ? parse_request({packet.data(), length}, listeners_[asking->vap].ifname)
-                                 : std::nullopt;
-        send_answer(asking->fd,
-                    request ? serve_(asking->vap, request->number, request->data) : driver_answer{.error = EINVAL});
+void driver_server::serve_request(std::list<connection>::iterator client, bool timed_out) {
+    if (!timed_out && answer(*client)) {
+        client->readable->add(idle_max);
+        return;
     }
-    // The handler that runs is the connection's own: it goes with it, after this line.
-    const connection done = std::move(*asking);
-    connections_.erase(asking);
+    // The running handler belongs to the connection, which therefore lives until this function returns.
+    const connection done = std::move(*client);
+    connections_.erase(client);
     close(done.fd);
+}
+
+// False when the client has closed the connection.
+bool driver_server::answer(const connection &client) {
+    std::array<std::uint8_t, request_room> packet;
+    const ssize_t size = recv(client.fd, packet.data(), packet.size(), 0);
+    if (size <= 0) {
+        return false;
+    }
+    const auto request = parse_request({packet.data(), static_cast<std::size_t>(size)}, listeners_[client.vap].ifname);
+    send_answer(client.fd,
+                request ? serve_(client.vap, request->number, request->data) : driver_answer{.error = EINVAL});
+    return true;
 }
 
 }  // namespace radio

@@ -1,4 +1,4 @@
-// The sockets on which the daemon's driver requests arrive (wire/driver_service.h), one per VAP.
+// The lab's server of the driver service (wire/driver_service.h), with a socket for each VAP.
 #ifndef LAB_RADIO_DRIVER_SERVER_H
 #define LAB_RADIO_DRIVER_SERVER_H
 
@@ -19,8 +19,7 @@ class driver_server {
 public:
     using handler = std::function<driver_answer(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t>)>;
 
-    // Owns the interfaces from now on. Takes over a socket that a dead radio left behind; throws std::runtime_error
-    // when a live one holds it or a socket cannot be made.
+    // Throws std::runtime_error when a live server owns one of the interfaces, or when a socket cannot be made.
     driver_server(loop &on, const std::vector<kx::vap_config> &vaps, handler serve);
     ~driver_server();
     driver_server(const driver_server &) = delete;
@@ -39,7 +38,8 @@ private:
     };
 
     void accept_one(std::size_t vap);
-    void answer(std::list<connection>::iterator asking, bool timed_out);
+    void serve_request(std::list<connection>::iterator client, bool timed_out);
+    bool answer(const connection &client);
     void close_all();
 
     loop &loop_;

@@ -46,7 +46,7 @@ public:
     std::function<void(const mac_address &client, const mac_address &bssid)> on_ordered_off;  // may be empty
 
     void hear(const air_event &event, clock::time_point now);
-    // Serves one driver request for the VAP of that index (wire/driver_service.h).
+    // Serves one request of the driver service (wire/driver_service.h) for the VAP of that index.
     driver_answer serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
                         clock::time_point now);
     void install_pmk(std::span<const std::uint8_t> message);

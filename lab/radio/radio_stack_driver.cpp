@@ -1,7 +1,4 @@
 // The driver's side of the radio stack: requests of the daemon, the MAC ACL's questions and verdicts.
-#include <linux/sockios.h>
-#include <linux/wireless.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -9,28 +6,10 @@
 
 #include "lab/radio/radio_stack.h"
 #include "wire/big_endian.h"
+#include "wire/driver_records.h"
 
 namespace radio {
 namespace {
-
-// Bodies of the driver's private requests, in the host's order.
-struct mlme_request {
-    std::uint8_t operation;
-    std::uint8_t ssid_length;
-    std::uint16_t reason;
-    std::uint8_t station[6];
-    std::uint8_t ssid[32];
-};
-static_assert(sizeof(mlme_request) == 42);
-constexpr std::uint8_t mlme_disassociate = 2;
-
-struct verdict_record {
-    std::uint32_t verdict;
-    std::uint32_t length;
-    std::uint8_t data[128];
-};
-static_assert(sizeof(verdict_record) == 136);
-constexpr std::uint32_t verdict_allowed = 1;
 
 template <typename T>
 std::optional<T> read_body(std::span<const std::uint8_t> data) {
@@ -49,11 +28,11 @@ driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::sp
     switch (request) {
         case SIOCGIFHWADDR:
             return {.data = {vaps_[vap].bssid->begin(), vaps_[vap].bssid->end()}};
-        case SIOCIWFIRSTPRIV + 6:
+        case DRIVER_STATION_REQUEST:
             return disassociate(vap, data);
-        case SIOCDEVPRIVATE + 6:
+        case DRIVER_STATION_LIST:
             return {.data = stations_.driver_list(vap, now)};
-        case SIOCDEVPRIVATE + 12:
+        case DRIVER_ACL_VERDICT:
             return take_verdict(vap, data, now);
         default:
             return {.error = EOPNOTSUPP};
@@ -61,12 +40,11 @@ driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::sp
 }
 
 driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::uint8_t> body) {
-    const auto order = read_body<mlme_request>(body);
-    if (!order || order->operation != mlme_disassociate) {
+    const auto order = read_body<driver_station_op>(body);
+    if (!order || order->op != DRIVER_OP_DISASSOC) {
         return {.error = EINVAL};
     }
-    mac_address client{};
-    std::ranges::copy(order->station, client.begin());
+    const mac_address client = order->station;
     if (!stations_.leave(client, vap)) {
         return {.error = ENOENT};
     }
@@ -88,9 +66,9 @@ void radio_stack::ask(const air_event &join, std::size_t vap, clock::time_point 
 }
 
 driver_answer radio_stack::take_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {
-    const auto answer = read_body<verdict_record>(record);
+    const auto answer = read_body<driver_acl_verdict>(record);
     be32 question{};
-    if (!answer || answer->length != sizeof question) {
+    if (!answer || answer->data_len != sizeof question) {
         return {.error = EINVAL};
     }
     std::memcpy(&question, answer->data, sizeof question);
@@ -100,7 +78,7 @@ driver_answer radio_stack::take_verdict(std::size_t vap, std::span<const std::ui
     if (asked == waiting_.end()) {
         return {.error = ENOENT};
     }
-    const bool allowed = answer->verdict == verdict_allowed;
+    const bool allowed = answer->verdict == DRIVER_ACL_ALLOWED;
     decide(asked, allowed, allowed ? "let in by the MAC ACL" : "kept out by the MAC ACL", now);
     return {};
 }

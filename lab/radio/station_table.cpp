@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "wire/driver_service.h"
+#include "wire/driver_records.h"
 
 namespace radio {
 
@@ -33,13 +33,13 @@ std::vector<mac_address> station_table::on_vap(std::size_t vap) const {
 std::vector<std::uint8_t> station_table::driver_list(std::size_t vap, clock::time_point now) const {
     std::vector<std::uint8_t> list;
     for (const auto &[client, each] : stations_) {
-        if (each.vap != vap || list.size() + sizeof(kx::radio_station) > kx::radio_data_max) {
+        if (each.vap != vap || list.size() + sizeof(driver_station) > DRIVER_STATION_LIST_MAX) {
             continue;
         }
         const auto silence = std::chrono::duration_cast<std::chrono::seconds>(now - each.heard).count();
-        kx::radio_station record{};
+        driver_station record{};
         record.length = sizeof record;
-        std::ranges::copy(client, record.mac);
+        record.mac = client;
         record.inactivity = static_cast<std::uint16_t>(std::min<std::int64_t>(silence, UINT16_MAX));
         const auto *raw = reinterpret_cast<const std::uint8_t *>(&record);
         list.insert(list.end(), raw, raw + sizeof record);

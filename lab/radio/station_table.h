@@ -33,7 +33,8 @@ public:
     std::vector<mac_address> on_vap(std::size_t vap) const;
     const std::map<mac_address, station> &all() const { return stations_; }
 
-    // The answer to the driver's station list request: radio_station records, as many as an answer holds.
+    // The answer to the driver's station list request: driver_station records (wire/driver_records.h), as many as an
+    // answer holds.
     std::vector<std::uint8_t> driver_list(std::size_t vap, clock::time_point now) const;
 
 private:

@@ -66,7 +66,7 @@ key = {quote(self.identity.key)}
     def start_radio(self, *arguments: object) -> None:
         """Waits until the radio owns its VAPs: the daemon would otherwise ask the kernel for them."""
         radio = self.start("radio", "--json", "--stay", *arguments)
-        sockets = [self.root / "kx/radio" / vap["ifname"] for vap in self.vaps if "bssid" in vap]
+        sockets = [self.root / "kx/driver" / vap["ifname"] for vap in self.vaps if "bssid" in vap]
         wait_until(lambda: all(each.exists() for each in sockets), f"{self.name}: the radio serves its VAPs",
                    log=radio.err, check=radio.check_runs)
 

@@ -1,7 +1,5 @@
-// Driver requests: the program is linked with --wrap=ioctl, so that its calls of ioctl come here first. Those for an
-// interface that the lab's radio owns are answered by the radio (radio_driver.h), all others by the kernel.
-#include <linux/sockios.h>
-#include <linux/wireless.h>
+// ioctl: the program is linked with --wrap=ioctl. A driver request for an interface with a socket of the driver service
+// (wire/driver_service.h) goes to that service, every other call to the kernel.
 #include <net/if_arp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -16,7 +14,6 @@
 #include <cstring>
 #include <ctime>
 #include <span>
-#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -31,18 +28,12 @@ int __wrap_ioctl(int fd, unsigned long request, ...);
 
 namespace {
 
-constexpr unsigned long disassociate = SIOCIWFIRSTPRIV + 6;
-constexpr unsigned long station_list = SIOCDEVPRIVATE + 6;
-constexpr unsigned long acl_verdict = SIOCDEVPRIVATE + 12;
-static_assert(disassociate == 0x8BE6 && station_list == 0x89F6 && acl_verdict == 0x89FC);
-
-constexpr std::size_t mac_size = 6;
-
 bool is_driver_request(unsigned long request) {
-    return request == SIOCGIFHWADDR || request == disassociate || request == station_list || request == acl_verdict;
+    return request == SIOCGIFHWADDR || request == DRIVER_STATION_REQUEST || request == DRIVER_STATION_LIST ||
+           request == DRIVER_ACL_VERDICT;
 }
 
-// Every driver request's record begins with the interface's name, which may fill its field.
+// The record of every driver request begins with the interface's name. A name that fills its field has no terminator.
 std::string_view interface_name(const void *record) {
     const char *name = static_cast<const char *>(record);
     return {name, strnlen(name, IFNAMSIZ)};
@@ -58,55 +49,25 @@ std::int64_t monotonic_us() {
     return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
-// `kind`, SO_SNDTIMEO (for a connect as well) or SO_RCVTIMEO, waits from here on for what is left until `deadline`, at
-// least for a moment: 0 would mean for ever.
+// Limits the waits of `kind`, SO_SNDTIMEO (which covers connect) or SO_RCVTIMEO, to the time left until `deadline`, a
+// monotonic_us(). At least 1 us, because 0 would be no limit.
 void bound_wait(int fd, int kind, std::int64_t deadline) {
     std::int64_t left = std::max<std::int64_t>(deadline - monotonic_us(), 1);
     timeval wait{left / 1'000'000, left % 1'000'000};
     setsockopt(fd, SOL_SOCKET, kind, &wait, sizeof(wait));
 }
 
-// The errno of a driver request for a failed call on its socket: a radio that died is a device that went away.
+// The errno of the request after its socket failed with `error`.
 int driver_error(int error) { return error == EAGAIN ? ETIMEDOUT : ENODEV; }
 
-// Sends the request and receives the reply, whose data goes to `answer` and its length to `answered`. Returns 0 or an
-// errno.
-int exchange(int fd, std::int64_t deadline, kx::radio_request head, std::span<std::uint8_t> data,
-             std::span<std::uint8_t> answer, std::size_t &answered) {
-    std::array<iovec, 2> out{{{&head, sizeof(head)}, {data.data(), data.size()}}};
-    msghdr message{};
-    message.msg_iov = out.data();
-    message.msg_iovlen = out.size();
-    // The connection is new: there is room for one packet.
-    if (sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
-        return driver_error(errno);
-    }
-
-    kx::radio_reply reply{};
-    std::array<iovec, 2> in{{{&reply, sizeof(reply)}, {answer.data(), answer.size()}}};
-    message.msg_iov = in.data();
-    bound_wait(fd, SO_RCVTIMEO, deadline);
-    ssize_t size = recvmsg(fd, &message, 0);
-    if (size <= 0) {
-        return size == 0 ? ENODEV : driver_error(errno);
-    }
-    if (reply.error != 0 && static_cast<std::size_t>(size) == sizeof(reply)) {
-        return reply.error > 0 ? reply.error : EPROTO;
-    }
-    if ((message.msg_flags & MSG_TRUNC) != 0 || static_cast<std::size_t>(size) != sizeof(reply) + reply.length) {
-        return EPROTO;
-    }
-    answered = reply.length;
-    return 0;
-}
-
-// A socket connected to the radio that owns the interface. Returns -1 with ENOENT when none does.
-int connect_to_radio(std::string_view ifname, std::int64_t deadline) {
+// A socket connected to the server of the interface. Returns -1 and sets errno otherwise: to ENOENT when the interface
+// has no server.
+int connect_to_server(std::string_view ifname, std::int64_t deadline) {
     kx::ipc_address address;
     try {
-        address = kx::make_ipc_address(kx::place(kx::radio_directory).append("/").append(ifname));
+        address = kx::make_ipc_address(kx::place(kx::driver_directory).append("/").append(ifname));
     } catch (const std::system_error &) {
-        errno = ENOENT;  // too long for a socket's name, so none has it
+        errno = ENOENT;  // no socket can have a name of that length
         return -1;
     }
     int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
@@ -123,46 +84,81 @@ int connect_to_radio(std::string_view ifname, std::int64_t deadline) {
     return fd;
 }
 
-// What a driver request takes and gives besides the interface's name.
+// Returns 0 or an errno. The connection is new, so it has room for one packet.
+int send_request(int fd, const kx::driver_request &head, std::span<std::uint8_t> data) {
+    std::array<iovec, 2> pieces{{{const_cast<kx::driver_request *>(&head), sizeof(head)}, {data.data(), data.size()}}};
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
+    return sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 ? driver_error(errno) : 0;
+}
+
+// Stores the reply's data in `data` and its length in `length`. Returns 0 or an errno.
+int receive_reply(int fd, std::int64_t deadline, std::span<std::uint8_t> data, std::size_t &length) {
+    kx::driver_reply head{};
+    std::array<iovec, 2> pieces{{{&head, sizeof(head)}, {data.data(), data.size()}}};
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
+    bound_wait(fd, SO_RCVTIMEO, deadline);
+    ssize_t received = recvmsg(fd, &message, 0);
+    if (received <= 0) {
+        return received == 0 ? ENODEV : driver_error(errno);
+    }
+    auto size = static_cast<std::size_t>(received);
+    if (head.error != 0 && size == sizeof(head)) {
+        return head.error > 0 ? head.error : EPROTO;
+    }
+    if ((message.msg_flags & MSG_TRUNC) != 0 || size != sizeof(head) + head.length) {
+        return EPROTO;
+    }
+    length = head.length;
+    return 0;
+}
+
+// The parts of an ioctl's record that go to the server and that come back.
 struct driver_data {
-    std::span<std::uint8_t> to_radio, from_radio;
+    std::span<std::uint8_t> sent, received;
 };
 
 driver_data data_of(unsigned long request, void *record) {
     if (request == SIOCGIFHWADDR) {
         sockaddr &address = static_cast<ifreq *>(record)->ifr_hwaddr;
-        return {{}, {reinterpret_cast<std::uint8_t *>(address.sa_data), mac_size}};
+        return {{}, {reinterpret_cast<std::uint8_t *>(address.sa_data), sizeof(mac_address)}};
     }
     const iw_point &body = static_cast<iwreq *>(record)->u.data;
     std::span<std::uint8_t> bytes(static_cast<std::uint8_t *>(body.pointer), body.length);
-    return request == station_list ? driver_data{{}, bytes} : driver_data{bytes, {}};
+    return request == DRIVER_STATION_LIST ? driver_data{{}, bytes} : driver_data{bytes, {}};
 }
 
-// Fills what the kernel would fill besides the data. Returns 0 or an errno.
-int complete(unsigned long request, void *record, const driver_data &data, std::size_t answered) {
+// Fills the fields of the record that a driver fills besides its data. Returns 0 or an errno.
+int complete(unsigned long request, void *record, const driver_data &data, std::size_t received) {
     if (request == SIOCGIFHWADDR) {
         static_cast<ifreq *>(record)->ifr_hwaddr.sa_family = ARPHRD_ETHER;
     }
-    if (request == station_list) {
-        static_cast<iwreq *>(record)->u.data.length = static_cast<std::uint16_t>(answered);
+    if (request == DRIVER_STATION_LIST) {
+        static_cast<iwreq *>(record)->u.data.length = static_cast<std::uint16_t>(received);
         return 0;
     }
-    return answered == data.from_radio.size() ? 0 : EPROTO;
+    return received == data.received.size() ? 0 : EPROTO;
 }
 
 // Returns 0 or an errno.
-int ask_radio(int fd, std::int64_t deadline, unsigned long request, void *record) {
+int ask_server(int fd, std::int64_t deadline, unsigned long request, void *record) {
     driver_data data = data_of(request, record);
-    if (data.to_radio.size() > kx::radio_data_max) {
+    if (data.sent.size() > kx::driver_data_max) {
         return EINVAL;
     }
-    kx::radio_request head{};
+    kx::driver_request head{};
     head.request = static_cast<std::uint32_t>(request);
-    head.length = static_cast<std::uint32_t>(data.to_radio.size());
+    head.length = static_cast<std::uint32_t>(data.sent.size());
     interface_name(record).copy(head.ifname, sizeof(head.ifname));
-    std::size_t answered = 0;
-    int error = exchange(fd, deadline, head, data.to_radio, data.from_radio, answered);
-    return error != 0 ? error : complete(request, record, data, answered);
+    if (int error = send_request(fd, head, data.sent); error != 0) {
+        return error;
+    }
+    std::size_t received = 0;
+    int error = receive_reply(fd, deadline, data.received, received);
+    return error != 0 ? error : complete(request, record, data, received);
 }
 
 int driver_ioctl(int fd, unsigned long request, void *record) {
@@ -170,13 +166,13 @@ int driver_ioctl(int fd, unsigned long request, void *record) {
     if (!is_file_name(ifname)) {
         return __real_ioctl(fd, request, record);
     }
-    std::int64_t deadline = monotonic_us() + std::int64_t{kx::radio_wait_ms} * 1000;
-    int radio = connect_to_radio(ifname, deadline);
-    if (radio < 0) {
+    std::int64_t deadline = monotonic_us() + std::int64_t{kx::driver_wait_ms} * 1000;
+    int server = connect_to_server(ifname, deadline);
+    if (server < 0) {
         return errno == ENOENT ? __real_ioctl(fd, request, record) : -1;
     }
-    int error = ask_radio(radio, deadline, request, record);
-    close(radio);
+    int error = ask_server(server, deadline, request, record);
+    close(server);
     if (error != 0) {
         errno = error;
         return -1;

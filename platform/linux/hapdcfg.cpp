@@ -9,9 +9,8 @@
 
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
-#include "kx/kx_ipc.h"
-#include "wire/big_endian.h"
 #include "wire/hostapd_endpoint.h"
+#include "wire/local_messages.h"
 
 namespace {
 
@@ -19,10 +18,7 @@ struct connection {
     int fd;
 };
 static_assert(sizeof(connection) <= HOSTAPD_CONFIG_CTX_SIZE);
-
-struct message_header {
-    be32 id, length, flags;
-};
+static_assert(sizeof(hostapd_command) == HOSTAPD_CONFIG_CMD_SIZE);
 
 // Returns the socket, or -1 when there is no hostapd. Throws std::system_error.
 int connect_to_hostapd() {
@@ -47,10 +43,8 @@ int hostapd_config_open_connection(void *ctx, const char *, int) {
 }
 
 int hostapd_config_send_command(const void *cmd, void *ctx) {
-    message_header header{};
-    header.id = kx::hostapd_command_message_id;
-    header.length = HOSTAPD_CONFIG_CMD_SIZE;
-    header.flags = KX_IPC_FLAG_NOTIFICATION;
+    ipc_hdr header =
+        kx::make_ipc_header(kx::hostapd_command_message_id, HOSTAPD_CONFIG_CMD_SIZE, kx::ipc_flag_notification);
     std::array<iovec, 2> parts{{{&header, sizeof(header)}, {const_cast<void *>(cmd), HOSTAPD_CONFIG_CMD_SIZE}}};
     msghdr message{};
     message.msg_iov = parts.data();

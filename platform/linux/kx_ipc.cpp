@@ -14,15 +14,15 @@
 
 #include "common/drop_log.h"
 #include "common/ipc_endpoint.h"
-#include "common/local_ipc.h"
 #include "common/paths.h"
 #include "platform/linux/event_base.h"
 #include "platform/linux/start_failure.h"
-#include "wire/big_endian.h"
+#include "wire/local_ipc.h"
 
 namespace {
 
 static_assert(kx::ipc_flag_notification == KX_IPC_FLAG_NOTIFICATION && kx::ipc_flag_request == KX_IPC_FLAG_REQUEST);
+static_assert(sizeof(kx_ipc_msg_hdr) == kx::ipc_header_size);
 
 // Messages served before timers and other sockets get a turn.
 constexpr int messages_per_wakeup = 64;
@@ -41,10 +41,10 @@ struct peer {
     bool connected = false;
 };
 
-std::uint32_t read_word(const void *message, std::size_t index) {
-    be32 word{};
-    std::memcpy(&word, static_cast<const std::uint8_t *>(message) + index * sizeof(word), sizeof(word));
-    return word;
+ipc_hdr header_of(const void *message) {
+    ipc_hdr header{};
+    std::memcpy(&header, message, sizeof(header));
+    return header;
 }
 
 }  // namespace
@@ -165,12 +165,8 @@ int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len) {
     if (!message->sender->is_named()) {
         return -1;
     }
-    struct {
-        be32 id, length, flags;
-    } header{};
-    header.id = read_word(rx->hdr, 0);
-    header.length = len;
-    header.flags = read_word(rx->hdr, 2);
+    ipc_hdr request = header_of(rx->hdr);
+    ipc_hdr header = kx::make_ipc_header(request.id, len, request.flags);
     std::array<iovec, 2> parts{{{&header, sizeof(header)}, {const_cast<void *>(body), len}}};
     msghdr answer{};
     answer.msg_name = const_cast<sockaddr *>(message->sender->get());
@@ -184,7 +180,7 @@ int kx_ipc_send(const kx_ipc_send_desc *desc) {
     if (desc->ipc == nullptr || desc->mode != KX_IPC_MODE_DEST) {
         return -1;
     }
-    std::size_t payload = read_word(desc->msg, 1);
+    std::size_t payload = header_of(desc->msg).len;
     if (payload > kx::ipc_message_max - kx::ipc_header_size) {
         return -1;
     }

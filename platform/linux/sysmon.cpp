@@ -4,7 +4,7 @@
 
 #include "common/paths.h"
 #include "kx/kx_eloop.h"
-#include "wire/big_endian.h"
+#include "wire/local_ipc.h"
 #include "wire/sysmon_messages.h"
 
 namespace {
@@ -18,12 +18,9 @@ bool timer_armed = false;
 
 int send(kx_ipc_handle ipc, uint32_t id, uint32_t period_secs) {
     struct {
-        be32 id, length, flags;
+        ipc_hdr header;
         kx::sysmon_announcement body;
-    } message{};
-    message.id = id;
-    message.length = sizeof(message.body);
-    message.flags = KX_IPC_FLAG_NOTIFICATION;
+    } message{kx::make_ipc_header(id, sizeof(kx::sysmon_announcement), kx::ipc_flag_notification), {}};
     message.body.pid = static_cast<uint32_t>(getpid());
     message.body.period_secs = period_secs;
 

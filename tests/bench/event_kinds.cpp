@@ -8,7 +8,7 @@
 #include "wire/apcomm_channel.h"
 #include "wire/big_endian.h"
 #include "wire/ctrlr_messages.h"
-#include "wire/driver_service.h"
+#include "wire/driver_records.h"
 #include "wire/local_messages.h"
 
 namespace bench {
@@ -152,9 +152,9 @@ std::vector<bytes> bulk_request() { return carry(controller_message(CLIENT_MGR_R
 bytes station_records(std::size_t stations) {
     bytes records;
     for (std::size_t i = 0; i < stations; i++) {
-        kx::radio_station station{};
+        driver_station station{};
         station.length = sizeof(station);
-        write_client(station.mac, i);
+        write_client(station.mac.data(), i);
         append(records, &station, sizeof(station));
     }
     return records;

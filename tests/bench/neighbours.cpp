@@ -83,9 +83,9 @@ neighbours::neighbours(const std::string &root, int system_log, unsigned vaps) :
             bind_at(place(kx::endpoint_sysmon), SOCK_DGRAM),
             -1,
             system_log,
-            bind_at(place(kx::radio_directory) + "/wlan0", SOCK_SEQPACKET)};
+            bind_at(place(kx::driver_directory) + "/wlan0", SOCK_SEQPACKET)};
     for (unsigned i = 1; i < vaps; i++) {
-        std::filesystem::create_symlink("wlan0", place(kx::radio_directory) + "/wlan" + std::to_string(i));
+        std::filesystem::create_symlink("wlan0", place(kx::driver_directory) + "/wlan" + std::to_string(i));
     }
     controller_listener_ = bind_at(place(kx::endpoint_apcomm), SOCK_SEQPACKET);
 }
@@ -210,9 +210,9 @@ bool neighbours::answer_driver_request(int listener) {
     if (fd < 0) {
         return false;
     }
-    std::array<std::uint8_t, sizeof(kx::radio_request) + kx::radio_data_max> request_bytes;
+    std::array<std::uint8_t, sizeof(kx::driver_request) + kx::driver_data_max> request_bytes;
     ssize_t size = recv(fd, request_bytes.data(), request_bytes.size(), 0);
-    kx::radio_request request{};
+    kx::driver_request request{};
     if (size >= static_cast<ssize_t>(sizeof(request))) {
         std::memcpy(&request, request_bytes.data(), sizeof(request));
     }
@@ -220,10 +220,10 @@ bool neighbours::answer_driver_request(int listener) {
     if (request.request == SIOCGIFHWADDR) {
         data.assign(bssid_base.begin(), bssid_base.end());
         data.back() = static_cast<std::uint8_t>(data.back() + std::stoi(request.ifname + std::strlen("wlan")));
-    } else if (request.request == SIOCDEVPRIVATE + 6) {
+    } else if (request.request == DRIVER_STATION_LIST) {
         data = stations_;
     }
-    kx::radio_reply reply{0, static_cast<std::uint32_t>(data.size())};
+    kx::driver_reply reply{0, static_cast<std::uint32_t>(data.size())};
     std::array<iovec, 2> parts{{{&reply, sizeof(reply)}, {data.data(), data.size()}}};
     writev(fd, parts.data(), parts.size());
     close(fd);

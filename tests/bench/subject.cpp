@@ -25,6 +25,7 @@
 #include "common/ap_config.h"
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
+#include "wire/driver_service.h"
 #include "wire/local_messages.h"
 
 namespace bench {
@@ -160,7 +161,7 @@ private:
         log_.write_event();
         for (const sent_message &output : does_.outputs) {
             if (output.to == receiver::radio) {
-                ask_radio(place(kx::radio_directory) + "/wlan0", bytes(output.size));
+                ask_radio(place(kx::driver_directory) + "/wlan0", bytes(output.size));
             } else if (output.to == receiver::system_log && does_.style == deeds::style::plain_daemon) {
                 syslog(LOG_USER | LOG_INFO,
                        "<clmgr> Proc Association-Req %02x:%02x:%02x:%02x:%02x:%02x -- %02x:%02x:%02x:%02x:%02x:%02x", 2,

@@ -66,7 +66,7 @@ def test_local_endpoint(access_point, endpoint):
             sender.send(message)
 
 
-@pytest.mark.parametrize("listener", ["kx/ipc/apcomm", "kx/radio/wlan0"])
+@pytest.mark.parametrize("listener", ["kx/ipc/apcomm", "kx/driver/wlan0"])
 def test_local_listener(access_point, listener):
     for packet in garbage():
         with connect(access_point.root / listener, socket.SOCK_SEQPACKET) as sender:

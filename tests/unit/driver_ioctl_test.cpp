@@ -1,5 +1,3 @@
-#include <linux/sockios.h>
-#include <linux/wireless.h>
 #include <net/if_arp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -20,13 +18,8 @@
 
 namespace {
 
-constexpr unsigned long get_address = 0x8927;
-constexpr unsigned long disassociate = 0x8BE6;
-constexpr unsigned long station_list = 0x89F6;
-constexpr unsigned long acl_verdict = 0x89FC;
-
 bytes reply(std::int32_t error, const bytes &data) {
-    kx::radio_reply head{error, static_cast<std::uint32_t>(data.size())};
+    kx::driver_reply head{error, static_cast<std::uint32_t>(data.size())};
     bytes packet(sizeof(head) + data.size());
     std::memcpy(packet.data(), &head, sizeof(head));
     std::copy(data.begin(), data.end(), packet.begin() + sizeof(head));
@@ -39,29 +32,30 @@ bytes counting(std::size_t size) {
     return result;
 }
 
-// The socket of a radio for one interface; it answers only while answer_once() says so.
-class radio {
+// The server of one interface. It answers only after answer_once().
+class server {
 public:
-    explicit radio(const std::string &ifname, int backlog = 4) {
-        std::string directory = kx::place(kx::radio_directory);
+    explicit server(const std::string &ifname, int backlog = 4) {
+        std::string directory = kx::place(kx::driver_directory);
         kx::make_private_directories(directory);
         kx::ipc_address address = kx::make_ipc_address(directory + "/" + ifname);
         listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         EXPECT_EQ(bind(listener_, address.get(), address.length), 0);
         EXPECT_EQ(listen(listener_, backlog), 0);
     }
-    ~radio() {
+    ~server() {
         finish();
         close(listener_);
     }
 
-    // In a thread of its own: takes one request, then sends `packet`, or just hangs up when it is empty.
+    // In a thread of its own: receives one request, then sends `packet`, or closes the connection at once when that is
+    // empty.
     void answer_once(const bytes &packet) {
         finish();
         thread_ = std::thread([this, packet] { serve(packet); });
     }
 
-    // What the radio was asked.
+    // The request that it received.
     bytes finish() {
         if (thread_.joinable()) {
             thread_.join();
@@ -102,7 +96,7 @@ protected:
     int address_of(const char *ifname) {
         request_ = {};
         std::memcpy(request_.ifr_name, ifname, strnlen(ifname, sizeof(request_.ifr_name)));
-        return ioctl(fd_, get_address, &request_) == 0 ? 0 : errno;
+        return ioctl(fd_, SIOCGIFHWADDR, &request_) == 0 ? 0 : errno;
     }
     int wireless(unsigned long request, const char *ifname, bytes &body) {
         wireless_ = {};
@@ -111,11 +105,11 @@ protected:
         wireless_.u.data.length = static_cast<std::uint16_t>(body.size());
         return ioctl(fd_, request, &wireless_) == 0 ? 0 : errno;
     }
-    // Compares a request that the radio got with what it should have got.
+    // Fails unless `packet` is that request.
     static void expect_request(const bytes &packet, unsigned long request, const std::string &ifname,
                                const bytes &data) {
-        ASSERT_EQ(packet.size(), sizeof(kx::radio_request) + data.size());
-        kx::radio_request head{};
+        ASSERT_EQ(packet.size(), sizeof(kx::driver_request) + data.size());
+        kx::driver_request head{};
         std::memcpy(&head, packet.data(), sizeof(head));
         EXPECT_EQ(head.request, request);
         EXPECT_EQ(head.length, data.size());
@@ -128,18 +122,18 @@ protected:
     iwreq wireless_{};
 };
 
-TEST_F(driver_ioctl, the_address_of_a_radio_s_interface) {
-    radio wlan("wlan0");
+TEST_F(driver_ioctl, reads_the_address_of_an_interface) {
+    server wlan("wlan0");
     wlan.answer_once(reply(0, {2, 1, 2, 3, 4, 5}));
     EXPECT_EQ(address_of("wlan0"), 0);
     EXPECT_EQ(request_.ifr_hwaddr.sa_family, ARPHRD_ETHER);
     EXPECT_EQ(std::memcmp(request_.ifr_hwaddr.sa_data, "\2\1\2\3\4\5\0\0", 8), 0);
-    expect_request(wlan.finish(), get_address, "wlan0", {});
+    expect_request(wlan.finish(), SIOCGIFHWADDR, "wlan0", {});
 }
 
-TEST_F(driver_ioctl, what_the_daemon_hands_to_the_radio) {
-    radio wlan("wlan0");
-    for (auto [request, size] : {std::pair{disassociate, 42u}, std::pair{acl_verdict, 136u}}) {
+TEST_F(driver_ioctl, hands_the_body_of_a_request_to_the_server) {
+    server wlan("wlan0");
+    for (auto [request, size] : {std::pair{DRIVER_STATION_REQUEST, 42u}, std::pair{DRIVER_ACL_VERDICT, 136u}}) {
         bytes body = counting(size);
         wlan.answer_once(reply(0, {}));
         EXPECT_EQ(wireless(request, "wlan0", body), 0);
@@ -148,13 +142,13 @@ TEST_F(driver_ioctl, what_the_daemon_hands_to_the_radio) {
     }
 }
 
-TEST_F(driver_ioctl, the_stations_that_the_radio_lists) {
-    radio wlan("wlan0");
+TEST_F(driver_ioctl, lists_the_stations) {
+    server wlan("wlan0");
     for (std::size_t size : {std::size_t{0}, std::size_t{312}, std::size_t{16384}}) {
         bytes list(16384, 0xee);
         wlan.answer_once(reply(0, counting(size)));
-        EXPECT_EQ(wireless(station_list, "wlan0", list), 0);
-        expect_request(wlan.finish(), station_list, "wlan0", {});
+        EXPECT_EQ(wireless(DRIVER_STATION_LIST, "wlan0", list), 0);
+        expect_request(wlan.finish(), DRIVER_STATION_LIST, "wlan0", {});
         EXPECT_EQ(wireless_.u.data.length, size);
         bytes expected = counting(size);
         expected.resize(16384, 0xee);
@@ -162,17 +156,17 @@ TEST_F(driver_ioctl, the_stations_that_the_radio_lists) {
     }
 }
 
-TEST_F(driver_ioctl, the_radio_s_refusal_is_the_ioctl_s_error) {
-    radio wlan("wlan0");
+TEST_F(driver_ioctl, fails_with_the_error_of_the_reply) {
+    server wlan("wlan0");
     wlan.answer_once(reply(ENOENT, {}));
     bytes body(42);
-    EXPECT_EQ(wireless(disassociate, "wlan0", body), ENOENT);
+    EXPECT_EQ(wireless(DRIVER_STATION_REQUEST, "wlan0", body), ENOENT);
     wlan.answer_once(reply(-1, {}));
     EXPECT_EQ(address_of("wlan0"), EPROTO);
 }
 
-TEST_F(driver_ioctl, a_reply_that_makes_no_sense_is_an_error) {
-    radio wlan("wlan0");
+TEST_F(driver_ioctl, rejects_a_malformed_reply) {
+    server wlan("wlan0");
     bytes wrong_length = reply(0, counting(6));
     wrong_length.pop_back();
     for (const bytes &packet : {bytes(1), bytes(7), reply(0, counting(5)), reply(0, counting(7)), wrong_length}) {
@@ -181,23 +175,23 @@ TEST_F(driver_ioctl, a_reply_that_makes_no_sense_is_an_error) {
     }
     bytes list(16384);
     wlan.answer_once(reply(0, counting(16385)));
-    EXPECT_EQ(wireless(station_list, "wlan0", list), EPROTO);
+    EXPECT_EQ(wireless(DRIVER_STATION_LIST, "wlan0", list), EPROTO);
     bytes body(42);
     wlan.answer_once(reply(0, counting(1)));
-    EXPECT_EQ(wireless(disassociate, "wlan0", body), EPROTO);
+    EXPECT_EQ(wireless(DRIVER_STATION_REQUEST, "wlan0", body), EPROTO);
 }
 
-TEST_F(driver_ioctl, a_radio_that_does_not_answer_costs_a_bounded_time) {
+TEST_F(driver_ioctl, waits_a_bounded_time_for_a_server_that_does_not_reply) {
     auto start = std::chrono::steady_clock::now();
-    radio deaf("wlan0");
+    server deaf("wlan0");
     EXPECT_EQ(address_of("wlan0"), ETIMEDOUT);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(kx::radio_wait_ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(kx::driver_wait_ms));
     EXPECT_LT(std::chrono::steady_clock::now() - start, deadline);
 }
 
-TEST_F(driver_ioctl, a_radio_whose_backlog_is_full_costs_a_bounded_time) {
-    radio busy("wlan0", 0);
-    kx::ipc_address address = kx::make_ipc_address(kx::place("/kx/radio/wlan0"));
+TEST_F(driver_ioctl, waits_a_bounded_time_for_a_server_that_does_not_accept) {
+    server busy("wlan0", 0);
+    kx::ipc_address address = kx::make_ipc_address(kx::place("/kx/driver/wlan0"));
     int waiting = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     ASSERT_EQ(connect(waiting, address.get(), address.length), 0);
     auto start = std::chrono::steady_clock::now();
@@ -206,38 +200,38 @@ TEST_F(driver_ioctl, a_radio_whose_backlog_is_full_costs_a_bounded_time) {
     close(waiting);
 }
 
-TEST_F(driver_ioctl, a_radio_that_hangs_up_or_has_died_is_a_missing_device) {
+TEST_F(driver_ioctl, finds_no_device_when_the_server_hangs_up_or_has_died) {
     {
-        radio wlan("wlan0");
+        server wlan("wlan0");
         wlan.answer_once({});
         EXPECT_EQ(address_of("wlan0"), ENODEV);
     }
     EXPECT_EQ(address_of("wlan0"), ENODEV);
 }
 
-TEST_F(driver_ioctl, a_name_may_fill_its_field) {
+TEST_F(driver_ioctl, accepts_a_name_that_fills_its_field) {
     std::string name = "0123456789abcdef";
-    radio wlan(name);
+    server wlan(name);
     wlan.answer_once(reply(0, {2, 1, 2, 3, 4, 5}));
     EXPECT_EQ(address_of((name + "more").c_str()), 0);
-    expect_request(wlan.finish(), get_address, name, {});
+    expect_request(wlan.finish(), SIOCGIFHWADDR, name, {});
 }
 
-TEST_F(driver_ioctl, a_name_does_not_lead_out_of_the_directory) {
-    radio above("../above");
+TEST_F(driver_ioctl, keeps_names_inside_the_directory) {
+    server above("../above");
     for (const char *name : {"../above", ".", "..", "", "/", "a/b"}) {
         EXPECT_NE(address_of(name), 0) << name;
         EXPECT_NE(errno, ETIMEDOUT) << name;
     }
 }
 
-TEST_F(driver_ioctl, other_interfaces_and_requests_are_the_kernel_s) {
-    radio wlan("wlan0");
+TEST_F(driver_ioctl, leaves_other_interfaces_and_requests_to_the_kernel) {
+    server wlan("wlan0");
     EXPECT_EQ(address_of("lo"), 0);
     EXPECT_EQ(request_.ifr_hwaddr.sa_family, ARPHRD_LOOPBACK);
     EXPECT_EQ(address_of("none"), ENODEV);
     bytes body(42);
-    EXPECT_NE(wireless(disassociate, "lo", body), 0);
+    EXPECT_NE(wireless(DRIVER_STATION_REQUEST, "lo", body), 0);
     std::memcpy(request_.ifr_name, "wlan0\0", 6);
     EXPECT_EQ(ioctl(fd_, SIOCGIFINDEX, &request_), -1);
     EXPECT_EQ(errno, ENODEV);

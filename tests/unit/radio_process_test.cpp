@@ -1,8 +1,6 @@
 // The radio as a process, with the test as its daemon.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/sockios.h>
-#include <linux/wireless.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -13,13 +11,11 @@
 #include "lab/radio/radio_control.h"
 #include "tests/unit/private_root.h"
 #include "tests/unit/radio_rig.h"
+#include "wire/driver_records.h"
 
 namespace {
 
 using strings = std::vector<std::string>;
-
-constexpr unsigned long disassociate = SIOCIWFIRSTPRIV + 6;
-constexpr unsigned long acl_verdict = SIOCDEVPRIVATE + 12;
 
 const std::string one_ap = R"([[ap]]
 name = "ap1"
@@ -53,7 +49,7 @@ protected:
     }
 
     static bool owns(const std::string &ifname) {
-        return eventually([&] { return std::filesystem::exists(kx::place("/kx/radio/" + ifname)); });
+        return eventually([&] { return std::filesystem::exists(kx::place("/kx/driver/" + ifname)); });
     }
 
     static void load_vaps() {
@@ -115,7 +111,7 @@ TEST_F(radio_process_test, plays_when_the_daemon_has_asked_for_every_vap) {
     EXPECT_NE(radio.output().find("02:00:00:00:0b:02  wlan0 (02:00:00:00:10:01)  refused, status 17"),
               std::string::npos);
     EXPECT_NE(radio.output().find("associations 4"), std::string::npos);
-    EXPECT_FALSE(std::filesystem::exists(kx::place("/kx/radio/wlan0")));
+    EXPECT_FALSE(std::filesystem::exists(kx::place("/kx/driver/wlan0")));
 }
 
 TEST_F(radio_process_test, waits_for_a_daemon_that_is_not_there_yet) {
@@ -182,8 +178,8 @@ TEST_F(radio_process_test, asks_and_lets_in_or_keeps_out) {
         std::memcpy(record.data(), &verdict, 4);
         std::memcpy(record.data() + 4, &length, 4);
         std::memcpy(record.data() + 8, question->payload.data() + 16, 4);
-        EXPECT_EQ(ask_driver("wlan0", acl_verdict, record).error, ENOENT);
-        EXPECT_EQ(ask_driver("wlan1", acl_verdict, record).error, 0);
+        EXPECT_EQ(ask_driver("wlan0", DRIVER_ACL_VERDICT, record).error, ENOENT);
+        EXPECT_EQ(ask_driver("wlan1", DRIVER_ACL_VERDICT, record).error, 0);
     }
     EXPECT_EQ(receive(daemon, 1), strings{"63 0:2"});
     EXPECT_EQ(radio.wait(), 0);
@@ -198,7 +194,7 @@ TEST_F(radio_process_test, a_station_that_is_sent_away_comes_back) {
     EXPECT_EQ(receive(daemon, 1), strings{"63 0:1"});
     std::vector<std::uint8_t> order = {2, 0, 1, 0, 0x02, 0x57, 0, 0, 0, 1};
     order.resize(42);
-    EXPECT_EQ(ask_driver("wlan0", disassociate, order).error, 0);
+    EXPECT_EQ(ask_driver("wlan0", DRIVER_STATION_REQUEST, order).error, 0);
     EXPECT_EQ(receive(daemon, 1), strings{"63 0:1"});
     radio.signal(SIGTERM);
     EXPECT_EQ(radio.wait(), 0);
@@ -228,6 +224,23 @@ TEST_F(radio_process_test, tells_its_stations_page_by_page) {
     EXPECT_EQ(radio.wait(), 0);
 }
 
+TEST_F(radio_process_test, a_connection_carries_requests_until_it_is_idle) {
+    kx::ipc_socket daemon = kx::ipc_socket::open(kx::endpoint_client_mgr);
+    strings command = capture_command();
+    command.emplace_back("--stay");
+    child_process radio(command);
+    ASSERT_TRUE(owns("wlan1"));
+    const driver_connection driver("wlan1");
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(driver.ask(SIOCGIFHWADDR).data.size(), 6U);
+        EXPECT_EQ(driver.ask(0xdeadbeef).error, EOPNOTSUPP);
+    }
+    EXPECT_TRUE(driver.is_closed());
+    EXPECT_EQ(ask_driver("wlan1", SIOCGIFHWADDR).error, 0);
+    radio.signal(SIGTERM);
+    radio.wait();
+}
+
 TEST_F(radio_process_test, survives_garbage_on_every_socket) {
     kx::ipc_socket daemon = kx::ipc_socket::open(kx::endpoint_client_mgr);
     strings command = capture_command();
@@ -235,8 +248,8 @@ TEST_F(radio_process_test, survives_garbage_on_every_socket) {
     child_process radio(command);
     ASSERT_TRUE(owns("wlan1"));
     EXPECT_EQ(ask_driver("wlan0", 0xdeadbeef).error, EOPNOTSUPP);
-    EXPECT_EQ(ask_driver("wlan0", disassociate, std::vector<std::uint8_t>(300, 0xff)).error, EINVAL);
-    EXPECT_EQ(ask_driver("wlan0", acl_verdict, std::vector<std::uint8_t>(136, 0xff)).error, EINVAL);
+    EXPECT_EQ(ask_driver("wlan0", DRIVER_STATION_REQUEST, std::vector<std::uint8_t>(300, 0xff)).error, EINVAL);
+    EXPECT_EQ(ask_driver("wlan0", DRIVER_ACL_VERDICT, std::vector<std::uint8_t>(136, 0xff)).error, EINVAL);
     kx::ipc_socket observer = kx::ipc_socket::anonymous();
     for (const auto id :
          std::initializer_list<std::uint32_t>{0, radio::RADIO_MSG_STATIONS, radio::RADIO_MSG_INSTALL_PMK}) {

@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +12,9 @@
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
+#include "common/ipc_endpoint.h"
 #include "common/paths.h"
 #include "lab/radio/radio_control.h"
 #include "tests/unit/private_root.h"
@@ -94,32 +95,44 @@ int child_process::wait() {
     return status_.value_or(-1);
 }
 
-driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    kx::place(kx::radio_directory).append("/" + ifname).copy(address.sun_path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    driver_reply reply;
-    kx::radio_request head{.request = static_cast<std::uint32_t>(request),
-                           .length = static_cast<std::uint32_t>(data.size()),
-                           .ifname = {}};
-    ifname.copy(head.ifname, sizeof head.ifname);
+driver_connection::driver_connection(const std::string &ifname)
+    : ifname_(ifname), fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    const kx::ipc_address address = kx::make_ipc_address(kx::place(kx::driver_directory).append("/" + ifname));
+    if (connect(fd_, address.get(), address.length) != 0) {
+        close(std::exchange(fd_, -1));
+    }
+}
+
+driver_connection::~driver_connection() { close(fd_); }
+
+driver_reply driver_connection::ask(unsigned long request, const std::vector<std::uint8_t> &data) const {
+    kx::driver_request head{.request = static_cast<std::uint32_t>(request),
+                            .length = static_cast<std::uint32_t>(data.size()),
+                            .ifname = {}};
+    ifname_.copy(head.ifname, sizeof head.ifname);
     std::vector<std::uint8_t> packet(sizeof head);
     std::memcpy(packet.data(), &head, sizeof head);
     packet.insert(packet.end(), data.begin(), data.end());
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-        send(fd, packet.data(), packet.size(), MSG_NOSIGNAL) >= 0 && wait_readable(fd)) {
-        std::vector<std::uint8_t> answer(sizeof(kx::radio_reply) + kx::radio_data_max);
-        const ssize_t size = recv(fd, answer.data(), answer.size(), 0);
-        kx::radio_reply reply_head{};
-        if (size >= static_cast<ssize_t>(sizeof reply_head)) {
-            std::memcpy(&reply_head, answer.data(), sizeof reply_head);
-            reply.error = reply_head.error;
-            reply.data.assign(answer.begin() + sizeof reply_head, answer.begin() + size);
-        }
+    if (send(fd_, packet.data(), packet.size(), MSG_NOSIGNAL) < 0 || !wait_readable(fd_)) {
+        return {};
     }
-    close(fd);
-    return reply;
+    packet.resize(sizeof(kx::driver_reply) + kx::driver_data_max);
+    const ssize_t size = recv(fd_, packet.data(), packet.size(), 0);
+    kx::driver_reply reply{};
+    if (size < static_cast<ssize_t>(sizeof reply)) {
+        return {};
+    }
+    std::memcpy(&reply, packet.data(), sizeof reply);
+    return {reply.error, {packet.begin() + sizeof reply, packet.begin() + size}};
+}
+
+bool driver_connection::is_closed() const {
+    char byte = 0;
+    return wait_readable(fd_) && recv(fd_, &byte, sizeof byte, 0) == 0;
+}
+
+driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data) {
+    return driver_connection(ifname).ask(request, data);
 }
 
 std::optional<kx::ipc_message> next_message(kx::ipc_socket &endpoint) {

@@ -39,7 +39,25 @@ struct driver_reply {
     std::vector<std::uint8_t> data;
 };
 
-// Asks the radio as the daemon's ioctl does; error -1 when there is no answer.
+// A client of the driver service (wire/driver_service.h).
+class driver_connection {
+public:
+    explicit driver_connection(const std::string &ifname);
+    ~driver_connection();
+    driver_connection(const driver_connection &) = delete;
+    driver_connection &operator=(const driver_connection &) = delete;
+
+    // Error -1 when there is no reply.
+    driver_reply ask(unsigned long request, const std::vector<std::uint8_t> &data = {}) const;
+    // Waits until the server closes the connection; false when it does not.
+    bool is_closed() const;
+
+private:
+    std::string ifname_;
+    int fd_ = -1;
+};
+
+// One request over a connection of its own, as the ioctl of the port makes it.
 driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data = {});
 
 // Waits for the next message; none when none arrives in time.

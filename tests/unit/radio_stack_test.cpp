@@ -3,13 +3,12 @@
 
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
-#include <linux/wireless.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "tests/unit/radio_frames.h"
-#include "wire/driver_service.h"
+#include "wire/driver_records.h"
 
 namespace {
 
@@ -19,9 +18,6 @@ using radio::air;
 using radio::air_event;
 
 constexpr kx::mac_address elsewhere = {0x02, 0x00, 0x00, 0x00, 0x20, 0x01};
-constexpr unsigned long disassociate_request = SIOCIWFIRSTPRIV + 6;
-constexpr unsigned long stations_request = SIOCDEVPRIVATE + 6;
-constexpr unsigned long verdict_request = SIOCDEVPRIVATE + 12;
 
 kx::vap_config make_vap(const char *ifname, const kx::mac_address &bssid, std::uint32_t mac_acl_index) {
     kx::vap_config vap;
@@ -201,19 +197,19 @@ TEST_F(radio_stack_test, answers_with_the_address_of_the_vap) {
 TEST_F(radio_stack_test, forgets_a_station_by_order_and_reports_nothing) {
     hear(air::association, anna, office);
     told();
-    EXPECT_EQ(serve(disassociate_request, mlme(anna)), 0);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna)), 0);
     EXPECT_EQ(told(), names{"ordered_off"});
     EXPECT_TRUE(messages_.empty());
     EXPECT_TRUE(stack_.stations().all().empty());
-    EXPECT_EQ(serve(disassociate_request, mlme(anna)), ENOENT);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna)), ENOENT);
 }
 
 TEST_F(radio_stack_test, refuses_orders_that_it_does_not_know) {
     hear(air::association, anna, office);
-    EXPECT_EQ(serve(disassociate_request, mlme(anna), acl_vap), ENOENT);
-    EXPECT_EQ(serve(disassociate_request, mlme(anna, 3)), EINVAL);
-    EXPECT_EQ(serve(disassociate_request, raw(41)), EINVAL);
-    EXPECT_EQ(serve(disassociate_request, {}), EINVAL);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna), acl_vap), ENOENT);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna, 3)), EINVAL);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, raw(41)), EINVAL);
+    EXPECT_EQ(serve(DRIVER_STATION_REQUEST, {}), EINVAL);
     EXPECT_EQ(serve(SIOCGIFFLAGS, {}), EOPNOTSUPP);
     EXPECT_EQ(stack_.stations().all().size(), 1U);
 }
@@ -222,21 +218,21 @@ TEST_F(radio_stack_test, lists_the_stations_of_the_vap) {
     hear(air::association, anna, office);
     now_ += 75s;
     hear(air::association, ben, office);
-    const raw list = stack_.serve(0, stations_request, {}, now_).data;
-    ASSERT_EQ(list.size(), 2 * sizeof(kx::radio_station));
-    kx::radio_station first{};
+    const raw list = stack_.serve(0, DRIVER_STATION_LIST, {}, now_).data;
+    ASSERT_EQ(list.size(), 2 * sizeof(driver_station));
+    driver_station first{};
     std::memcpy(&first, list.data(), sizeof first);
     EXPECT_EQ(first.length, 156);
-    EXPECT_EQ(raw(std::begin(first.mac), std::end(first.mac)), as_bytes(anna));
+    EXPECT_EQ(first.mac, anna);
     EXPECT_EQ(first.inactivity, 75);
-    EXPECT_TRUE(stack_.serve(1, stations_request, {}, now_).data.empty());
+    EXPECT_TRUE(stack_.serve(1, DRIVER_STATION_LIST, {}, now_).data.empty());
 }
 
 TEST_F(radio_stack_test, lists_as_many_stations_as_an_answer_holds) {
     for (std::uint8_t i = 0; i < 200; ++i) {
         hear(air::association, {0x02, 0, 0, 0, 0x30, i}, office);
     }
-    EXPECT_EQ(stack_.serve(0, stations_request, {}, now_).data.size(), 105U * 156U);
+    EXPECT_EQ(stack_.serve(0, DRIVER_STATION_LIST, {}, now_).data.size(), 105U * 156U);
 }
 
 class radio_acl : public radio_stack_test {
@@ -256,7 +252,7 @@ TEST_F(radio_acl, a_station_waits_until_it_is_let_in) {
     hear(air::association, anna, guest);
     const raw asked = question();
     EXPECT_TRUE(stack_.stations().all().empty());
-    EXPECT_EQ(serve(verdict_request, verdict(1, asked), acl_vap), 0);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), acl_vap), 0);
     EXPECT_EQ(told(), (names{"acl_verdict", "association"}));
     EXPECT_FALSE(stack_.next_deadline());
 }
@@ -264,7 +260,7 @@ TEST_F(radio_acl, a_station_waits_until_it_is_let_in) {
 TEST_F(radio_acl, any_other_verdict_keeps_it_out) {
     for (const std::uint32_t value : {0U, 2U, 7U}) {
         hear(air::association, anna, guest);
-        EXPECT_EQ(serve(verdict_request, verdict(value, question()), acl_vap), 0);
+        EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(value, question()), acl_vap), 0);
         EXPECT_EQ(told(), names{"acl_verdict"});
     }
     EXPECT_EQ(stack_.counters().acl_refused, 3U);
@@ -278,16 +274,16 @@ TEST_F(radio_acl, no_verdict_within_five_seconds_keeps_it_out) {
     EXPECT_EQ(told(), names{});
     stack_.expire(now_ + 5s);
     EXPECT_EQ(told(), names{"acl_verdict"});
-    EXPECT_EQ(serve(verdict_request, verdict(1, asked), acl_vap), ENOENT);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), acl_vap), ENOENT);
 }
 
 TEST_F(radio_acl, a_verdict_has_to_fit_a_question) {
     hear(air::association, anna, guest);
     const raw asked = question();
-    EXPECT_EQ(serve(verdict_request, verdict(1, {9, 9, 9, 9}), acl_vap), ENOENT);
-    EXPECT_EQ(serve(verdict_request, verdict(1, asked), 0), ENOENT);
-    EXPECT_EQ(serve(verdict_request, verdict(1, asked + raw{0}), acl_vap), EINVAL);
-    EXPECT_EQ(serve(verdict_request, raw(135), acl_vap), EINVAL);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, {9, 9, 9, 9}), acl_vap), ENOENT);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), 0), ENOENT);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked + raw{0}), acl_vap), EINVAL);
+    EXPECT_EQ(serve(DRIVER_ACL_VERDICT, raw(135), acl_vap), EINVAL);
     EXPECT_TRUE(stack_.next_deadline());
 }
 
@@ -298,11 +294,11 @@ TEST_F(radio_acl, what_happens_to_a_waiting_station_happens_afterwards_in_order)
     hear(air::association, anna, guest);
     hear(air::address, anna, guest);
     const raw first = question();
-    serve(verdict_request, verdict(1, first), acl_vap);
+    serve(DRIVER_ACL_VERDICT, verdict(1, first), acl_vap);
     EXPECT_EQ(reports_.size(), 5U);
     const raw second = question();
     EXPECT_NE(first, second);
-    serve(verdict_request, verdict(1, second), acl_vap);
+    serve(DRIVER_ACL_VERDICT, verdict(1, second), acl_vap);
     EXPECT_EQ(told(), (names{"acl_verdict", "association", "address"}));
 }
 
