@@ -32,6 +32,9 @@ struct mac_address {
 };
 static_assert(sizeof(mac_address) == 6 && alignof(mac_address) == 1);
 
+// The address whose six bytes are at `bytes`.
+inline const mac_address &mac_at(const uint8_t *bytes) { return *reinterpret_cast<const mac_address *>(bytes); }
+
 inline constexpr int MAC_TEXT_LEN = 17;
 
 // Writes "02:00:00:00:10:00" and a NUL to `dst`, which has room for MAC_TEXT_LEN + 1. `mac` is six bytes. Returns

@@ -3,11 +3,9 @@
 #define CLIENT_MGR_TABLES_CLIENT_MGR_ACL_STATE_H
 
 #include "client_mgr/tables/client_mgr_acl.h"
-#include "client_mgr/tables/slot_key.h"
 
 extern acl_cache_entry client_acl_cache[ACL_CACHE_SIZE];
-extern slot_key client_acl_keys[ACL_CACHE_SIZE];  // of the slots, each at its slot's index
-extern int32_t client_acl_hash[ACL_CACHE_SIZE];   // newest slot of each bucket's chain
+extern int32_t client_acl_hash[ACL_CACHE_SIZE];  // newest slot of each bucket's chain
 extern int32_t client_mgr_acl_free_index;
 extern int32_t client_mgr_acl_last_used;
 extern int32_t client_mgr_acl_last_deleted;

@@ -2,37 +2,44 @@
 
 #include "client_mgr/tables/client_tbl.h"
 
+#include <cstddef>
+#include <cstdio>
+
 #include "client_mgr/base/log.h"
 #include "client_mgr/tables/client_tbl_state.h"
-#include "client_mgr/tables/slot_key.h"
+#include "client_mgr/tables/hash_chain.h"
+#include "client_mgr/tables/slot_operations.h"
 #include "client_mgr/tables/slot_table.h"
+#include "client_mgr/tables/trace_scope.h"
 #include "wire/mac_address.h"
 
 client_info client_info_tbl[CLIENT_TBL_SIZE];
-slot_key client_key_tbl[CLIENT_TBL_SIZE];
 int32_t client_hash_tbl[CLIENT_TBL_SIZE];
 int32_t client_tbl_free_index;
-int32_t client_tbl_last_used = NO_SLOT;
-int32_t client_tbl_last_deleted = NO_SLOT;
+int32_t client_tbl_last_used = tables::NO_SLOT;
+int32_t client_tbl_last_deleted = tables::NO_SLOT;
 
 namespace {
 
-void client_tbl_restore_deleted(int32_t idx);
+static_assert(CLIENT_TBL_ENTRY_USED == tables::SLOT_USED && CLIENT_TBL_ENTRY_DELETED == tables::SLOT_DELETED);
 
 constexpr client_info no_client() {
-    client_info s = {};
+    auto s = tables::empty_slot<client_info>();
     s.bssid_idx = -1;
     return s;
 }
-constexpr client_info NO_CLIENT = no_client();
-
-static_assert(CLIENT_TBL_ENTRY_USED == SLOT_USED && CLIENT_TBL_ENTRY_DELETED == SLOT_DELETED);
 
 struct clients {
     using slot = client_info;
-    static constexpr int32_t SIZE = CLIENT_TBL_SIZE;
-    static constexpr bool trace_list_steps = true;
-    static constexpr slot_table_names names = {
+    static constexpr auto &slots = client_info_tbl;
+    static constexpr auto &buckets = client_hash_tbl;
+    static constexpr auto &free_index = client_tbl_free_index;
+    static constexpr auto &last_used = client_tbl_last_used;
+    static constexpr auto &last_deleted = client_tbl_last_deleted;
+    static constexpr auto key = &client_info::cl_mac;
+    static constexpr auto key_text = &client_info::cl_mac_str;
+    static constexpr client_info empty = no_client();
+    static constexpr tables::operation_names names = {
         .find = "client_tbl_lock_find_client_bin",
         .add = "client_tbl_mac_add",
         .lock_add = "client_tbl_lock_mac_add",
@@ -47,39 +54,29 @@ struct clients {
         .deleted_list_delete = "client_tbl_lock_deleted_list_delete",
     };
 
-    static slot *slots() { return client_info_tbl; }
-    static slot_key *keys() { return client_key_tbl; }
-    static int32_t *buckets() { return client_hash_tbl; }
-    static int32_t &free_index() { return client_tbl_free_index; }
-    static int32_t &last_used() { return client_tbl_last_used; }
-    static int32_t &last_deleted() { return client_tbl_last_deleted; }
-    static const uint8_t *key(const slot &s) { return s.cl_mac.bytes; }
-    static char *key_text(slot &s) { return s.cl_mac_str; }
-    static void erase(slot &s) { memcpy(&s, &NO_CLIENT, offsetof(slot, hash_index)); }
-    // The foreign name in both texts is intended: what reads the console looks for it.
+    // The texts start with another module's name on purpose: programs that read the console search for it.
     static void warn_loop(uint32_t bucket) {
         const int32_t head = client_hash_tbl[bucket];
         printf("ap_mgr_lock_find_client_bin: detected likely loop. hash_index=%u, client_hash_tbl[%u]=%d\n", bucket,
                bucket, head);
-        printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head, client_key_tbl[head].next);
+        printf("ap_mgr_lock_find_client_bin: client_info_tbl[%d].hash_next=%d\n", head,
+               client_info_tbl[head].hash_next);
         fflush(stdout);
     }
-    static void restore(int32_t idx) { client_tbl_restore_deleted(idx); }
+
+    static void restore(int32_t idx);
 };
 
-using table = slot_table<clients>;
-
-// Of a deleted slot.
+// The slot is on the deleted list.
 void client_tbl_lock_mac_restore(int32_t idx) {
-    CM_TRACE_ENTER(__func__);
+    const trace_scope trace;
     CM_LOG(LOG_TRACE, ">>>>> Client index %d", idx);
-    table::deleted_list_delete(idx);
-    table::used_list_add(idx);
+    tables::deleted_list_delete<clients>(idx);
+    tables::used_list_add<clients>(idx);
     client_info_tbl[idx].entry_flag &= ~CLIENT_TBL_ENTRY_DELETED;
-    CM_TRACE_LEAVE(__func__);
 }
 
-void client_tbl_restore_deleted(int32_t idx) {
+void clients::restore(int32_t idx) {
     if ((client_info_tbl[idx].entry_flag & CLIENT_TBL_ENTRY_DELETED) != 0) {
         client_tbl_lock_mac_restore(idx);
     }
@@ -88,22 +85,21 @@ void client_tbl_restore_deleted(int32_t idx) {
 }  // namespace
 
 int client_tbl_init(void) {
-    CM_TRACE_ENTER(__func__);
-    table::init();
-    CM_TRACE_LEAVE(__func__);
+    const trace_scope trace;
+    tables::init<clients>();
     return 0;
 }
 
-uint32_t client_tbl_hash_func(const uint8_t *mac) { return mac_hash(mac); }
+uint32_t client_tbl_hash_func(const uint8_t *mac) { return tables::mac_hash(mac_at(mac)); }
 
 int client_tbl_bin_to_str(const uint8_t *mac, char *dst) { return mac_to_text(mac, dst); }
 
-int32_t client_tbl_mac_add(const client_info *info) { return table::add(*info); }
+int32_t client_tbl_mac_add(const client_info *info) { return tables::add<clients>(*info); }
 
-void client_tbl_mac_update(const client_info *info, int32_t idx) { table::update(*info, idx); }
+void client_tbl_mac_update(const client_info *info, int32_t idx) { tables::update<clients>(*info, idx); }
 
 client_info *client_tbl_client_get_fast(const uint8_t *mac, int32_t *idx) {
-    return table::get(mac, idx, [](const client_info &) { return true; });
+    return tables::get<clients>(mac_at(mac), idx, [](const client_info &) { return true; });
 }
 
 client_lookup find_client(const mac_address &mac) {
@@ -112,6 +108,6 @@ client_lookup find_client(const mac_address &mac) {
     return found;
 }
 
-int32_t client_tbl_drv_mac_delete(int32_t idx) { return table::remove(idx); }
+int32_t client_tbl_drv_mac_delete(int32_t idx) { return tables::remove<clients>(idx); }
 
-int32_t client_tbl_lock_find_client_bin(const uint8_t *mac) { return table::find(mac); }
+int32_t client_tbl_lock_find_client_bin(const uint8_t *mac) { return tables::find<clients>(mac_at(mac)); }

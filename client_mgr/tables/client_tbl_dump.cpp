@@ -5,7 +5,7 @@
 #include "client_mgr/base/pmk_text.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
-#include "client_mgr/tables/slot_table.h"
+#include "client_mgr/tables/trace_scope.h"
 #include "wire/mac_address.h"
 
 int client_tbl_print(FILE *f, const client_info *rec) {
@@ -21,7 +21,7 @@ int client_tbl_print(FILE *f, const client_info *rec) {
 }
 
 void client_tbl_dump(FILE *f) {
-    CM_TRACE_ENTER(__func__);
+    const trace_scope trace;
     for (int32_t i = 0; i < CLIENT_TBL_SIZE; i++) {
         const client_info &rec = client_info_tbl[i];
         if ((rec.entry_flag & CLIENT_TBL_ENTRY_USED) == 0) {
@@ -30,5 +30,4 @@ void client_tbl_dump(FILE *f) {
         fprintf(f, "Entry %d @ %p\n", i, static_cast<const void *>(&rec));
         client_tbl_print(f, &rec);
     }
-    CM_TRACE_LEAVE(__func__);
 }

@@ -2,11 +2,13 @@
 
 #include "client_mgr/tables/client_tbl_lookup.h"
 
+#include <cstring>
+
 #include "client_mgr/base/log.h"
 #include "client_mgr/base/text.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
-#include "client_mgr/tables/slot_table.h"
+#include "client_mgr/tables/trace_scope.h"
 #include "wire/mac_address.h"
 
 namespace {
@@ -16,12 +18,10 @@ constexpr uint32_t client_data_size = offsetof(client_info, hash_index);
 bool in_use(const client_info &rec) { return (rec.entry_flag & CLIENT_TBL_ENTRY_USED) != 0; }
 
 int32_t client_tbl_lock_find_client_str(const char *mac_text) {
-    CM_TRACE_ENTER(__func__);
+    const trace_scope trace;
     uint8_t mac[6];
     client_mgr_mac_str_to_bin(mac_text, mac);
-    const int32_t idx = client_tbl_lock_find_client_bin(mac);
-    CM_TRACE_LEAVE(__func__);
-    return idx;
+    return client_tbl_lock_find_client_bin(mac);
 }
 
 }  // namespace
@@ -29,10 +29,8 @@ int32_t client_tbl_lock_find_client_str(const char *mac_text) {
 int client_tbl_char_to_ascii(char c) { return client_mgr_char_to_ascii(c); }
 
 int32_t client_tbl_find_client_str(const char *mac_text) {
-    CM_TRACE_ENTER(__func__);
-    const int32_t idx = client_tbl_lock_find_client_str(mac_text);
-    CM_TRACE_LEAVE(__func__);
-    return idx;
+    const trace_scope trace;
+    return client_tbl_lock_find_client_str(mac_text);
 }
 
 int32_t client_tbl_find_client(const uint8_t *mac) {
@@ -58,26 +56,24 @@ client_info *client_tbl_client_get(int32_t idx, int32_t *prev) {
 client_info *client_tbl_get_first(int32_t *prev) { return client_tbl_client_get(client_tbl_last_used, prev); }
 
 int32_t client_tbl_lock_client_get_num_entries(void) {
-    CM_TRACE_ENTER(__func__);
+    const trace_scope trace;
     int32_t count = 0;
     for (const client_info &rec : client_info_tbl) {
         if (in_use(rec)) {
             count++;
         }
     }
-    CM_TRACE_LEAVE(__func__);
     return count;
 }
 
 void client_tbl_get_all(uint8_t *buf, uint32_t *len) {
-    CM_TRACE_ENTER(__func__);
+    const trace_scope trace;
     uint32_t need = client_data_size;
     for (const client_info &rec : client_info_tbl) {
         // Tested before every slot, used or not: a buffer that the stored records fill to the last byte gets no count
         // back unless the last of them lies in the last slot.
         if (need > *len) {
             CM_LOG(LOG_EVENT, "<<<<< No space left in the buffer");
-            CM_TRACE_LEAVE(__func__);
             return;
         }
         if (!in_use(rec)) {
@@ -88,5 +84,4 @@ void client_tbl_get_all(uint8_t *buf, uint32_t *len) {
         need += client_data_size;
     }
     *len = need - client_data_size;
-    CM_TRACE_LEAVE(__func__);
 }

@@ -3,10 +3,8 @@
 #define CLIENT_MGR_TABLES_CLIENT_TBL_STATE_H
 
 #include "client_mgr/tables/client_tbl.h"
-#include "client_mgr/tables/slot_key.h"
 
 extern client_info client_info_tbl[CLIENT_TBL_SIZE];
-extern slot_key client_key_tbl[CLIENT_TBL_SIZE];  // of the slots, each at its slot's index
 extern int32_t client_hash_tbl[CLIENT_TBL_SIZE];  // newest slot of each bucket's chain
 extern int32_t client_tbl_free_index;
 extern int32_t client_tbl_last_used;

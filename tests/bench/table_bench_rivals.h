@@ -1,12 +1,10 @@
-// The client table and the containers that could stand in its place, all with one face:
+// The client table and the containers that could replace it, all with the same interface:
 //
-//   add(client)      takes a copy of the data in front of the links, 88 bytes, and writes the address's text into it;
-//   the
-//                    address is not in the table
+//   add(client)      copies the 88 bytes of client data and writes the MAC address as text; the address is new
 //   remove(mac)      the address is in the table
-//   find(mac)        where the client is, or what says that there is none
+//   find(mac)        a pointer or slot of the client; null or -1 when there is none
 //
-// Each of them looks its clients up by the bytes of the MAC address, as they stand in a message.
+// All of them look clients up by the six bytes of the MAC address.
 #ifndef TESTS_BENCH_TABLE_BENCH_RIVALS_H
 #define TESTS_BENCH_TABLE_BENCH_RIVALS_H
 
@@ -23,6 +21,7 @@
 
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
+#include "client_mgr/tables/hash_chain.h"
 #include "client_mgr/tables/slot_table.h"
 #include "wire/mac_address.h"
 
@@ -58,14 +57,14 @@ class record_walk : public daemon_table {
 public:
     static constexpr const char *name = "record walk";
     [[gnu::noinline]] std::int32_t find(const mac_address &mac) {
-        std::int32_t at = client_hash_tbl[mac_hash(mac.data())];
-        for (int steps = 0; at != NO_SLOT && steps < CLIENT_TBL_SIZE; steps++) {
-            if (mac_equal(client_info_tbl[at].cl_mac.bytes, mac.data())) {
+        std::int32_t at = client_hash_tbl[tables::mac_hash(mac)];
+        for (int steps = 0; at != tables::NO_SLOT && steps < CLIENT_TBL_SIZE; steps++) {
+            if (client_info_tbl[at].cl_mac == mac) {
                 return at;
             }
             at = client_info_tbl[at].hash_next;
         }
-        return NO_SLOT;
+        return tables::NO_SLOT;
     }
 };
 

@@ -90,7 +90,6 @@ TEST(acl_cache, the_lists_are_empty_before_the_first_initialisation) {
 
 SIM_TEST(acl_cache, a_fresh_cache_is_one_ascending_free_list) {
     memset(client_acl_cache, 0xa5, sizeof(client_acl_cache));
-    memset(client_acl_keys, 0xa5, sizeof(client_acl_keys));
     memset(client_acl_hash, 0xa5, sizeof(client_acl_hash));
     client_mgr_acl_free_index = client_mgr_acl_last_used = client_mgr_acl_last_deleted = 7;
     client_mgr_acl_cache_init();
@@ -325,10 +324,25 @@ SIM_TEST(acl_cache, the_newer_of_two_entries_in_a_bucket_comes_first) {
     sim.forget();
 }
 
+SIM_TEST(acl_cache, lookups_follow_the_chain_in_the_entries) {
+    for (unsigned i = 0; i < 3; i++) {
+        add(verdict(mac_of_bucket_0(i)));
+    }
+    find_acl_entry(mac_at(mac_of_bucket_0(2).data())).record->hash_next = 0;
+    EXPECT_EQ(-1, looked_up(mac_of_bucket_0(1)));
+    EXPECT_EQ(0, looked_up(mac_of_bucket_0(0)));
+    client_acl_cache[2].hash_next = 1;
+    EXPECT_EQ(1, looked_up(mac_of_bucket_0(1)));
+    find_acl_entry(mac_at(mac_of_bucket_0(1).data())).record->acl_mac = mac_at(mac_of_bucket_0(3).data());
+    EXPECT_EQ(-1, looked_up(mac_of_bucket_0(1)));
+    EXPECT_EQ(1, looked_up(mac_of_bucket_0(3)));
+    sim.forget();
+}
+
 SIM_TEST(acl_cache, a_corrupted_chain_cannot_hang_an_add) {
     add(verdict(mac_of_bucket_0(1)));
     add(verdict(mac_of_bucket_0(2)));
-    client_acl_keys[0].next = 1;
+    client_acl_cache[0].hash_next = 1;
     sim.forget();
     EXPECT_EQ(2, add(verdict(mac_of_bucket_0(3))));
     // A blank in front and no name, on standard output whatever the log level.

@@ -94,7 +94,7 @@ SIM_TEST(client_tbl_lookup, a_short_text_ends_at_its_terminator) {
 
 SIM_TEST(client_tbl_lookup, a_corrupted_chain_cannot_hang_a_lookup_by_text) {
     add(mac_of_bucket_0(1));
-    client_key_tbl[0].next = 0;
+    client_info_tbl[0].hash_next = 0;
     EXPECT_EQ(-1, client_tbl_find_client_str("00:00:00:00:00:00"));
     client_tbl_init();
     const std::vector<std::string> effects = sim.take_effects();

@@ -78,7 +78,6 @@ TEST(client_tbl, the_lists_are_empty_before_the_first_initialisation) {
 
 SIM_TEST(client_tbl, a_fresh_table_is_one_ascending_free_list) {
     memset(client_info_tbl, 0xa5, sizeof(client_info_tbl));
-    memset(client_key_tbl, 0xa5, sizeof(client_key_tbl));
     memset(client_hash_tbl, 0xa5, sizeof(client_hash_tbl));
     client_tbl_free_index = client_tbl_last_used = client_tbl_last_deleted = 7;
     EXPECT_EQ(0, client_tbl_init());
@@ -260,10 +259,34 @@ TEST(client_tbl, a_chain_of_all_slots_finds_its_last_and_reports_a_stranger) {
     sim.check_end();
 }
 
+SIM_TEST(client_tbl, lookups_follow_the_chain_in_the_records) {
+    for (unsigned i = 0; i < 3; i++) {
+        add(mac_of_bucket_0(i));
+    }
+    find_client(mac_at(mac_of_bucket_0(2).data())).record->hash_next = 0;
+    EXPECT_FALSE(find_client(mac_at(mac_of_bucket_0(1).data())));
+    EXPECT_EQ(-1, client_tbl_find_client(mac_of_bucket_0(1).data()));
+    EXPECT_EQ(0, find_client(mac_at(mac_of_bucket_0(0).data())).slot);
+    EXPECT_EQ(0, client_tbl_find_client(mac_of_bucket_0(0).data()));
+    client_info_tbl[2].hash_next = 1;
+    EXPECT_EQ(1, find_client(mac_at(mac_of_bucket_0(1).data())).slot);
+    sim.forget();
+}
+
+SIM_TEST(client_tbl, a_record_whose_address_was_changed_in_place_is_found_by_the_new_one) {
+    add(mac_of_bucket_0(1));
+    find_client(mac_at(mac_of_bucket_0(1).data())).record->cl_mac = mac_at(mac_of_bucket_0(2).data());
+    EXPECT_FALSE(find_client(mac_at(mac_of_bucket_0(1).data())));
+    EXPECT_EQ(-1, client_tbl_find_client(mac_of_bucket_0(1).data()));
+    EXPECT_EQ(0, find_client(mac_at(mac_of_bucket_0(2).data())).slot);
+    EXPECT_EQ(0, client_tbl_find_client(mac_of_bucket_0(2).data()));
+    sim.forget();
+}
+
 SIM_TEST(client_tbl, a_corrupted_chain_cannot_hang_an_add) {
     add(mac_of_bucket_0(1));
     add(mac_of_bucket_0(2));
-    client_key_tbl[0].next = 1;
+    client_info_tbl[0].hash_next = 1;
     sim.forget();
     EXPECT_EQ(2, add(mac_of_bucket_0(3)));
     // On standard output, whatever the log level.

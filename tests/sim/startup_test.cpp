@@ -29,10 +29,8 @@ const steps RUNNING = did("sysmon_send_handshake(ipc, 60)") +
 void spoil_state() {
     memset(&g_cfg, 0xa5, sizeof(g_cfg));
     memset(client_info_tbl, 0xa5, sizeof(client_info_tbl));
-    memset(client_key_tbl, 0xa5, sizeof(client_key_tbl));
     memset(client_hash_tbl, 0xa5, sizeof(client_hash_tbl));
     memset(client_acl_cache, 0xa5, sizeof(client_acl_cache));
-    memset(client_acl_keys, 0xa5, sizeof(client_acl_keys));
     memset(client_acl_hash, 0xa5, sizeof(client_acl_hash));
     client_tbl_free_index = client_tbl_last_used = client_tbl_last_deleted = 7;
     client_mgr_acl_free_index = client_mgr_acl_last_used = client_mgr_acl_last_deleted = 7;

@@ -6,7 +6,6 @@
 #include "client_mgr/tables/client_mgr_acl_state.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
-#include "client_mgr/tables/slot_key.h"
 
 namespace sim {
 namespace {
@@ -14,7 +13,6 @@ namespace {
 template <class Slot>
 struct table {
     Slot *slots;
-    slot_key *keys;
     int32_t *buckets;
     std::array<int32_t *, 3> heads;
 
@@ -22,15 +20,12 @@ struct table {
 };
 
 table<client_info> table_of(const client_info *) {
-    return {client_info_tbl,
-            client_key_tbl,
-            client_hash_tbl,
-            {&client_tbl_free_index, &client_tbl_last_used, &client_tbl_last_deleted}};
+    return {
+        client_info_tbl, client_hash_tbl, {&client_tbl_free_index, &client_tbl_last_used, &client_tbl_last_deleted}};
 }
 
 table<acl_cache_entry> table_of(const acl_cache_entry *) {
     return {client_acl_cache,
-            client_acl_keys,
             client_acl_hash,
             {&client_mgr_acl_free_index, &client_mgr_acl_last_used, &client_mgr_acl_last_deleted}};
 }
@@ -41,7 +36,6 @@ template <class Slot>
 void table_copy<Slot>::take() {
     const table<Slot> live = table_of(slots_);
     memcpy(slots_, live.slots, sizeof slots_);
-    memcpy(keys_, live.keys, sizeof keys_);
     memcpy(buckets_, live.buckets, sizeof buckets_);
     heads_ = live.values();
     taken_ = true;
@@ -51,7 +45,6 @@ template <class Slot>
 void table_copy<Slot>::put_back() const {
     const table<Slot> live = table_of(slots_);
     memcpy(live.slots, slots_, sizeof slots_);
-    memcpy(live.keys, keys_, sizeof keys_);
     memcpy(live.buckets, buckets_, sizeof buckets_);
     for (size_t i = 0; i < heads_.size(); i++) {
         *live.heads[i] = heads_[i];
@@ -62,7 +55,7 @@ template <class Slot>
 bool table_copy<Slot>::is_current() const {
     const table<Slot> live = table_of(slots_);
     return taken_ && heads_ == live.values() && memcmp(live.slots, slots_, sizeof slots_) == 0 &&
-           memcmp(live.keys, keys_, sizeof keys_) == 0 && memcmp(live.buckets, buckets_, sizeof buckets_) == 0;
+           memcmp(live.buckets, buckets_, sizeof buckets_) == 0;
 }
 
 template class table_copy<client_info>;

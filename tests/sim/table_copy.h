@@ -7,7 +7,6 @@
 
 #include "client_mgr/tables/client_mgr_acl.h"
 #include "client_mgr/tables/client_tbl.h"
-#include "client_mgr/tables/slot_key.h"
 
 namespace sim {
 
@@ -27,7 +26,6 @@ private:
 
     bool taken_ = false;
     Slot slots_[SIZE];
-    slot_key keys_[SIZE];
     int32_t buckets_[SIZE];
     std::array<int32_t, 3> heads_;
 };

@@ -7,7 +7,6 @@
 #include "client_mgr/tables/client_mgr_acl_state.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
-#include "client_mgr/tables/slot_key.h"
 
 namespace sim {
 namespace {
@@ -41,7 +40,6 @@ uint64_t number_of(const uint8_t *mac) {
 template <class Slot>
 struct inspection {
     const Slot *slots;
-    const slot_key *keys;
     const int32_t *buckets;
     int32_t first_free;
     int32_t newest;
@@ -76,7 +74,6 @@ struct inspection {
             check_free(i);
         }
         check_used(used);
-        check_keys();
         check_chains(used.size());
         return faults;
     }
@@ -116,7 +113,7 @@ struct inspection {
             const Slot &s = slots[i];
             take(i);
             check(s.entry_flag == 1, "is used and has another state", i);
-            check(s.next == newer, "does not know its newer neighbour", i);
+            check(s.next == newer, "has another newer neighbour than the list", i);
             macs.push_back(number_of(key(s)));
             newer = i;
         }
@@ -124,25 +121,19 @@ struct inspection {
         check(std::adjacent_find(macs.begin(), macs.end()) == macs.end(), "two used slots have one MAC address");
     }
 
-    void check_keys() {
-        for (int i = 0; i < SIZE; i++) {
-            check(memcmp(keys[i].mac, key(slots[i]), sizeof keys[i].mac) == 0, "has another MAC address in its key", i);
-            check(keys[i].next == slots[i].hash_next, "has another link in its key", i);
-        }
-    }
-
     void check_chains(size_t used) {
         size_t chained = 0;
         for (int bucket = 0; bucket < SIZE; bucket++) {
             int before = NONE;
-            for (int i = buckets[bucket]; i != NONE; i = keys[i].next) {
+            for (int i = buckets[bucket]; i != NONE; i = slots[i].hash_next) {
                 if (i < 0 || i >= SIZE || ++chained > SIZE) {
-                    return check(false, "stands in a chain that goes astray", i);
+                    return check(false, "is outside the table, in a chain", i);
                 }
                 const Slot &s = slots[i];
                 check((s.entry_flag & 1) != 0, "is chained and not in use", i);
-                check(s.hash_prev == before, "does not know the slot before it in its chain", i);
-                check(s.hash_index == static_cast<uint32_t>(bucket), "notes another bucket than it is chained in", i);
+                check(s.hash_prev == before, "has another predecessor than its chain", i);
+                check(s.hash_index == static_cast<uint32_t>(bucket), "has another hash_index than its chain's bucket",
+                      i);
                 check(bucket_of(key(s)) == bucket, "is chained in a bucket that is not its own", i);
                 before = i;
             }
@@ -152,13 +143,12 @@ struct inspection {
 };
 
 inspection<client_info> clients() {
-    return {client_info_tbl,       client_key_tbl,       client_hash_tbl,
-            client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted};
+    return {client_info_tbl, client_hash_tbl, client_tbl_free_index, client_tbl_last_used, client_tbl_last_deleted};
 }
 
 inspection<acl_cache_entry> acl_entries() {
-    return {client_acl_cache,          client_acl_keys,          client_acl_hash,
-            client_mgr_acl_free_index, client_mgr_acl_last_used, client_mgr_acl_last_deleted};
+    return {client_acl_cache, client_acl_hash, client_mgr_acl_free_index, client_mgr_acl_last_used,
+            client_mgr_acl_last_deleted};
 }
 
 std::vector<std::string> prefixed(const std::string &prefix, std::vector<std::string> faults) {

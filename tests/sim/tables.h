@@ -10,8 +10,7 @@
 namespace sim {
 
 // One sentence per fault: each slot is on exactly one list, lists and chains are linked in both directions, a chain
-// holds the slots of its bucket alone, a slot's key agrees with its record, a MAC address is stored once, and nothing
-// is left in a free slot.
+// holds the slots of its bucket alone, a MAC address is stored once, and a free slot is empty.
 std::vector<std::string> client_table_faults();
 std::vector<std::string> acl_cache_faults();
 
