@@ -35,7 +35,7 @@ void learn_ap_mac() {
         CM_LOG(LOG_ERROR, "Error retrieving the AP mac address");
         exit(-1);
     }
-    client_mgr_mac_str_to_bin(text, g_cfg.ap_mac);
+    client_mgr_mac_str_to_bin(text, g_cfg.ap_mac.bytes);
 }
 
 }  // namespace

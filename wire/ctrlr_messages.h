@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "wire/big_endian.h"
+#include "wire/local_messages.h"
+#include "wire/mac_address.h"
 
 // Controller record types.
 enum : uint8_t {
@@ -40,7 +42,7 @@ struct ctrlr_msg_hdr {
     be16 recs;
     uint8_t reserved;
     be16 tot_len;  // of the message, this header included
-    uint8_t ap_mac[6];
+    mac_address ap_mac;
 };
 static_assert(sizeof(ctrlr_msg_hdr) == 14 && offsetof(ctrlr_msg_hdr, tot_len) == 6);
 
@@ -56,19 +58,16 @@ static_assert(sizeof(ctrlr_rec_hdr) == 4);
 struct client_update_message {
     ctrlr_msg_hdr hdr;
     ctrlr_rec_hdr rec;
-    uint8_t client[6];
-    uint8_t bssid[6];
-    uint8_t last_bssid[6];  // zero but for the foreign updates
-    be32 ip;
+    reassociation body;  // last_bssid is zero but for the foreign updates
 };
-static_assert(sizeof(client_update_message) == 40 && offsetof(client_update_message, ip) == 36);
+static_assert(sizeof(client_update_message) == 40);
 
 // Types 11, 12 and 13.
 struct client_key_message {
     ctrlr_msg_hdr hdr;
     ctrlr_rec_hdr rec;
-    uint8_t client[6];
-    uint8_t bssid[6];
+    mac_address client;
+    mac_address bssid;
     uint8_t zero[6];
     uint8_t pmk[32];  // zero but for type 11
 };
@@ -77,7 +76,7 @@ static_assert(sizeof(client_key_message) == 68 && offsetof(client_key_message, p
 // A VAP's record of type 1, and how its record of type 0 begins.
 struct vap_record {
     ctrlr_rec_hdr rec;
-    uint8_t bssid[6];
+    mac_address bssid;
     char ssid[32];
     be32 vlan;
 };
@@ -99,18 +98,18 @@ static_assert(sizeof(vap_client_list_record) == 54);
 
 struct station_entry {
     uint8_t zero[6];
-    uint8_t mac[6];
-    uint8_t ip[4];
+    mac_address mac;
+    be32 ip;
 };
 static_assert(sizeof(station_entry) == 16);
 
 // Body of types 10, 14, 15, 17 and 26: a count and as many entries.
 struct client_entry {
-    uint8_t client[6];
-    uint8_t home_bssid[6];
-    uint8_t bssid[6];  // the VAP the client is on
+    mac_address client;
+    mac_address home_bssid;
+    mac_address bssid;  // the VAP the client is on
     be32 home_vlan;
-    uint8_t ip[4];
+    be32 ip;
     uint8_t pmk[32];
     be32 flags;
 };
@@ -124,30 +123,30 @@ enum : uint32_t {
 // Body of type 9; the rest is there for kind 2 alone.
 struct move_notify_body {
     uint8_t kind;  // 1: the client moved away; 2: it moved, but its home is here
-    uint8_t client[6];
+    mac_address client;
 };
 static_assert(sizeof(move_notify_body) == 7);
 
 struct moved_body {
     move_notify_body head;
-    uint8_t old_bssid[6];
-    uint8_t new_bssid[6];
+    mac_address old_bssid;
+    mac_address new_bssid;
     uint8_t new_vlan;
 };
 static_assert(sizeof(moved_body) == 20 && offsetof(moved_body, new_bssid) == 13);
 
 // Body of type 24.
 struct guest_auth_body {
-    uint8_t client[6];
+    mac_address client;
 };
 static_assert(sizeof(guest_auth_body) == 6);
 
 // Body of types 27 and 28, followed by the opaque data: 128 bytes in type 27, data_len bytes in type 28.
 struct acl_auth_body {
     be32 verdict;  // 1: allowed; of the request: 0xffffffff
-    uint8_t client[6];
-    uint8_t bssid[6];
-    uint8_t ap_mac[6];
+    mac_address client;
+    mac_address bssid;
+    mac_address ap_mac;
     be32 vap_index;
     be32 radius_idx;
     be32 mac_acl_idx;

@@ -8,6 +8,7 @@
 
 #include "wire/big_endian.h"
 #include "wire/local_ipc.h"
+#include "wire/mac_address.h"
 
 // Local message ids: what arrives at "/kx/ipc/client_mgr". Notifications unless marked.
 enum : uint32_t {
@@ -45,29 +46,42 @@ enum : uint32_t {
     HOSTAPD_PMK_FETCH_RESP = 129,
 };
 
+// A client and the VAP that it associated to or left.
+struct association {
+    mac_address client;
+    mac_address bssid;
+    be32 ip;  // the client's IPv4 address, 0 when unknown
+};
+static_assert(sizeof(association) == 16);
+
+// A client that came from another access point.
+struct reassociation {
+    mac_address client;
+    mac_address bssid;
+    mac_address last_bssid;  // the BSS that it came from
+    be32 ip;
+};
+static_assert(sizeof(reassociation) == 22);
+
 // Payload of KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_DISASSOCIATION and KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION.
+// The handler of an association writes the address.
 struct assoc_notification {
     uint8_t unused[16];
-    uint8_t client[6];
-    uint8_t bssid[6];
-    be32 ip;  // of the association: written by the handler
+    association event;
 };
-static_assert(sizeof(assoc_notification) == 32 && offsetof(assoc_notification, client) == 16);
+static_assert(sizeof(assoc_notification) == 32);
 
-// Payload of KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION; the foreign disassociation is read through it as well when it is
-// reported to the controller.
+// Payload of KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, whose handler writes the address. A foreign disassociation is
+// reported to the controller as if its payload had this layout too.
 struct foreign_assoc_notification {
     uint8_t unused[16];
-    uint8_t client[6];
-    uint8_t bssid[6];
-    uint8_t last_bssid[6];
-    be32 ip;  // written by the handler
+    reassociation event;
 };
-static_assert(sizeof(foreign_assoc_notification) == 38 && offsetof(foreign_assoc_notification, last_bssid) == 28);
+static_assert(sizeof(foreign_assoc_notification) == 38);
 
 // Payload of KX_MSG_ID_CLIENT_IP, followed by the NUL-terminated name of the interface that serves the address.
 struct client_ip_notification {
-    uint8_t client[6];
+    mac_address client;
     uint8_t unused[2];
     be32 ip;
 };
@@ -76,17 +90,17 @@ static_assert(sizeof(client_ip_notification) == 12 && offsetof(client_ip_notific
 // Payload of KX_MSG_ID_CLIENT_MGR_PMK_INFO, and what hostapd is sent.
 struct pmk_info_message {
     be32 sub_type;
-    uint8_t bssid[6];       // the VAP the client is on
-    uint8_t prev_bssid[6];  // of a fetch
-    uint8_t client[6];
+    mac_address bssid;       // the VAP the client is on
+    mac_address prev_bssid;  // of a fetch
+    mac_address client;
     uint8_t pmk[32];  // of an add; of a fetch, filled in by the daemon
 };
 static_assert(sizeof(pmk_info_message) == 54 && offsetof(pmk_info_message, pmk) == 22);
 
 // Payload of KX_MSG_ID_MAC_ACL_AUTH, followed by data_len bytes of opaque data.
 struct acl_auth_request {
-    uint8_t client[6];
-    uint8_t bssid[6];
+    mac_address client;
+    mac_address bssid;
     be32 data_len;
 };
 static_assert(sizeof(acl_auth_request) == 16);
@@ -94,7 +108,7 @@ static_assert(sizeof(acl_auth_request) == 16);
 // What the captive-portal application gets.
 struct captive_message {
     ipc_hdr hdr;
-    uint8_t client[6];
+    mac_address client;
     char text[34];     // NUL-terminated
     be32 portal_flag;  // 0: the client has to pass the portal
 };

@@ -5,13 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/mac_address.h"
+
 inline constexpr uint32_t CLIENT_MGR_MAX_VAPS = 16;
 inline constexpr uint32_t CLIENT_MGR_BUF_SIZE = 16384;
-inline constexpr uint32_t CLIENT_MGR_BASE_CLIENT_MGR_CFG_HB_PERIOD_SECS = 60;
 
 // One VAP's configuration. Integers in the host's order.
 struct vap_cfg {
-    uint8_t bssid[6];      // hardware address of the interface
+    mac_address bssid;     // hardware address of the interface
     char ssid[32];         // NUL-padded; 32 bytes have no terminator
     char captive_cfg[32];  // text for the captive portal; 32 bytes have no terminator
     char ifname[12];       // NUL-terminated; 12 characters have no terminator
@@ -34,13 +35,12 @@ struct client_mgr_cfg {
     uint32_t status_flags;
     uint32_t ctrlr_ip;  // the controller's IPv4 address as a number; 0 when unknown
     uint32_t num_vaps;  // valid entries of vaps; a bulk report may leave any number here
-    uint8_t ap_mac[6];
+    mac_address ap_mac;
     vap_cfg vaps[CLIENT_MGR_MAX_VAPS];
-    // Copy of the controller message being processed, zero past its end; erased afterwards if it may have carried keys.
+    // Copy of the controller message in hand, zero past its end; erased afterwards if it may have carried keys.
     uint8_t ctrlr_msg_buf[CLIENT_MGR_BUF_SIZE];
     uint8_t ipc_rx_buf[CLIENT_MGR_BUF_SIZE];  // receive buffer of the local endpoint
 };
-// A moved-away client's captive text is read one entry past the VAPs, that is, inside ctrlr_msg_buf (move_notify.cpp).
 static_assert(offsetof(client_mgr_cfg, vaps) == 20);
 static_assert(offsetof(client_mgr_cfg, ctrlr_msg_buf) == 1748);
 static_assert(offsetof(client_mgr_cfg, ipc_rx_buf) == 1748 + CLIENT_MGR_BUF_SIZE);

@@ -8,24 +8,21 @@
 
 #include "wire/big_endian.h"
 
-// As the bridge takes it: the four bytes in memory order.
-inline uint32_t ipv4_network_order(const uint8_t ip[4]) {
+// As the bridge has it: the four bytes in memory order.
+inline uint32_t ipv4_network_order(be32 ip) {
     uint32_t result;
-    memcpy(&result, ip, sizeof result);
+    memcpy(&result, ip.bytes, sizeof result);
     return result;
 }
-
-// As a number: 192.168.5.23 is 0xc0a80517 on every host.
-inline uint32_t ipv4_number(const uint8_t ip[4]) { return *reinterpret_cast<const be32 *>(ip); }
 
 struct ipv4_text {
     char text[16];
 };
 
 // "192.168.5.23"
-inline ipv4_text ipv4_to_text(const uint8_t ip[4]) {
+inline ipv4_text ipv4_to_text(be32 ip) {
     ipv4_text result;
-    snprintf(result.text, sizeof result.text, "%d.%d.%d.%d", ip[0], ip[1], ip[2], ip[3]);
+    snprintf(result.text, sizeof result.text, "%d.%d.%d.%d", ip.bytes[0], ip.bytes[1], ip.bytes[2], ip.bytes[3]);
     return result;
 }
 

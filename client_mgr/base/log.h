@@ -4,6 +4,7 @@
 
 #include "client_mgr/base/text_buffer.h"
 #include "kx/kx_log.h"
+#include "wire/mac_address.h"
 
 // The module's name in front of each line. Empty in every module: a line begins with its ':'.
 static constexpr char submod_name[16] = {};
@@ -30,8 +31,11 @@ enum {
 // Writes one line to the system log, with the same conversions; `priority` as syslog takes it.
 [[gnu::format(printf, 2, 3)]] void client_mgr_syslog(int priority, const char *fmt, ...);
 
-// A MAC address in the text of a line or a command: "02:00:00:00:10:00". MAC_ARG takes its six bytes.
+// A MAC address in the text of a line or a command: "02:00:00:00:10:00".
 #define MAC_FMT "%pM"
-#define MAC_ARG(mac) static_cast<const void *>(mac)
+
+// The argument for MAC_FMT.
+inline const void *MAC_ARG(const mac_address &mac) { return mac.bytes; }
+inline const void *MAC_ARG(const uint8_t *six_bytes) { return six_bytes; }
 
 #endif

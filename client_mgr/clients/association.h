@@ -1,16 +1,12 @@
-// A client that associates.
+// Clients that associate to a VAP as their home.
 #ifndef CLIENT_MGR_CLIENTS_ASSOCIATION_H
 #define CLIENT_MGR_CLIENTS_ASSOCIATION_H
 
-#include <cstdint>
+#include "wire/local_messages.h"
 
-extern "C" {
-
-// `payload`: assoc_notification, writable.
-void client_mgr_send_assoc_msg(uint8_t *payload);
-int client_mgr_treat_unkn_as_assoc(uint8_t *rec);
-// `payload`: assoc_notification; `type`: the record type.
-void client_mgr_send_client_update_msg(const uint8_t *payload, uint8_t type);
-}
+// Makes the client a home client of the VAP, whatever was known of it before. Writes the address that is reported to
+// event.ip: the stored one when the client is on this VAP already, else 0. Does nothing while the controller cannot be
+// talked to.
+void associate(association &event);
 
 #endif

@@ -1,14 +1,15 @@
-// Lists of clients from the controller.
+// Lists of clients from the controller. The two functions differ on purpose: in the reason of the disassociation, in
+// whether the search stops at the first VAP with the client's BSSID, and in whether a zero BSSID counts.
 #ifndef CLIENT_MGR_CLIENTS_CTRLR_SYNC_H
 #define CLIENT_MGR_CLIENTS_CTRLR_SYNC_H
 
-#include <cstdint>
+#include "wire/ctrlr_messages.h"
+#include "wire/mac_address.h"
 
-extern "C" {
+// A client whose home is another access point: it is disassociated from a VAP of this one, and stored.
+void take_over_from_controller(const client_entry &entry);
 
-// Both return 0.
-int client_mgr_proc_bulk_info(uint8_t *rec);
-int client_mgr_proc_remove_cl_bulk_info(uint8_t *rec);
-}
+// A client that the site has forgotten.
+void remove_client(const mac_address &mac);
 
 #endif

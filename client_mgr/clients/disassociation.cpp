@@ -1,37 +1,33 @@
-// A client that left. The two handlers differ on purpose: only the local one writes to the system log, cleans up after
-// a guest and forgets the client's MAC ACL verdict.
-
 #include "client_mgr/clients/disassociation.h"
 
 #include <syslog.h>
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
-#include "client_mgr/clients/association.h"
-#include "client_mgr/clients/foreign_association.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/base/vap_text.h"
+#include "client_mgr/clients/vaps.h"
 #include "client_mgr/neighbours/bridge.h"
 #include "client_mgr/neighbours/captive_msg.h"
+#include "client_mgr/neighbours/client_updates.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
 #include "client_mgr/neighbours/guest_entries.h"
 #include "client_mgr/tables/client_mgr_acl.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "kx/kxbr_api.h"
 #include "wire/ctrlr_messages.h"
-#include "wire/local_messages.h"
 
 namespace {
 
-const client_info *find_client(const uint8_t mac[6], int32_t &slot) {
-    const client_info *client = client_tbl_client_get_fast(mac, &slot);
-    if (client == nullptr) {
+client_lookup find_leaving_client(const mac_address &client) {
+    const client_lookup known = find_client(client);
+    if (!known) {
         CM_LOG(LOG_EVENT, "Unable to find client");
     }
-    return client;
+    return known;
 }
 
-// Known by the controller's word alone, not by a roam to here; or at home here but on another VLAN by now. A client
-// that roamed in from another VLAN (foreign and tunnelled) did leave.
+// The controller alone reported it, and it did not roam to here; or it is at home here but on another VLAN by now. A
+// client that roamed in from another VLAN (foreign and tunnelled) did leave.
 bool foreign_client_has_roamed(uint32_t flag) {
     const bool local = (flag & CLIENT_FLAG_LOCAL) != 0;
     const bool foreign = (flag & CLIENT_FLAG_FOREIGN) != 0;
@@ -39,81 +35,76 @@ bool foreign_client_has_roamed(uint32_t flag) {
     return (foreign && !tunnel) || (local && tunnel);
 }
 
-void forget_verdict(const uint8_t mac[6]) {
-    int32_t slot = -1;
-    if (client_mgr_acl_get_fast(mac, &slot) == nullptr) {
+void forget_verdict(const mac_address &client) {
+    const acl_lookup verdict = find_acl_entry(client);
+    if (!verdict) {
         return;
     }
-    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(mac));
-    client_mgr_acl_drv_mac_delete(slot);
+    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(client));
+    client_mgr_acl_drv_mac_delete(verdict.slot);
 }
 
 }  // namespace
 
-void client_mgr_send_disassoc_msg(uint8_t *payload) {
+void disassociate(const association &event) {
     if (!client_mgr_ctrlr_ready()) {
         return;
     }
-    const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
     CM_LOG(LOG_EVENT, "Received dis-association msg");
-    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARG(msg.bssid),
-                      MAC_ARG(msg.client));
-    int32_t slot = -1;
-    const client_info *client = find_client(msg.client, slot);
-    if (client == nullptr) {
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARG(event.bssid),
+                      MAC_ARG(event.client));
+    const client_lookup known = find_leaving_client(event.client);
+    if (!known) {
         return;
     }
-    if ((client->flag & (CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL)) != 0) {
+    if ((known.record->flag & (CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL)) != 0) {
         CM_LOG(LOG_EVENT, "Frn/Local L3 Roam client Don't remove");
         return;
     }
-    uint32_t vap_idx;
-    if (client_mgr_get_vap_idx(msg.bssid, &vap_idx) != 0) {
+    const vap_lookup vap = find_vap(event.bssid);
+    if (!vap) {
         CM_LOG(LOG_ERROR, "Invalid ap bssid in disassoc msg");
         return;
     }
-    if (client->bssid_idx != static_cast<int32_t>(vap_idx)) {
+    if (known.record->bssid_idx != vap.slot()) {
         CM_LOG(LOG_ERROR, "Disassoc from wrong vap, Don't remove");
         return;
     }
-    client_mgr_send_client_update_msg(payload, CLIENT_MGR_CLIENT_DISASSOC);
-    vap_cfg &vap = g_cfg.vaps[vap_idx];
-    if ((client->flag & CLIENT_FLAG_GUEST) != 0 && vap.guest_count != 0) {
-        remove_guest_entries(vap, client->cl_ip, "Client disassociated, removing arp and route");
+    send_client_update(event, CLIENT_MGR_CLIENT_DISASSOC);
+    if ((known.record->flag & CLIENT_FLAG_GUEST) != 0 && vap->guest_count != 0) {
+        remove_guest_entries(*vap, known.record->cl_ip, "Client disassociated, removing arp and route");
     }
-    client_tbl_drv_mac_delete(slot);
-    log_bridge_delete(__func__, msg.client);
-    client_mgr_captive_msg_send(msg.client, vap.captive_cfg, CAPTIVE_MSG_DISASSOCIATION);
-    kxbr_api_del_client(msg.client);
-    forget_verdict(msg.client);
+    client_tbl_drv_mac_delete(known.slot);
+    log_bridge_delete("client_mgr_send_disassoc_msg", event.client);
+    client_mgr_captive_msg_send(event.client.bytes, make_captive_text(*vap).text, CAPTIVE_MSG_DISASSOCIATION);
+    kxbr_api_del_client(event.client.bytes);
+    forget_verdict(event.client);
 }
 
-void client_mgr_send_disassoc_foreign_msg(uint8_t *payload) {
+void disassociate_foreign(const reassociation &event) {
     if (!client_mgr_ctrlr_ready()) {
         return;
     }
-    const assoc_notification &msg = *reinterpret_cast<const assoc_notification *>(payload);
-    int32_t slot = -1;
-    const client_info *client = find_client(msg.client, slot);
-    if (client == nullptr) {
+    const client_lookup known = find_leaving_client(event.client);
+    if (!known) {
         return;
     }
-    if (foreign_client_has_roamed(client->flag)) {
+    if (foreign_client_has_roamed(known.record->flag)) {
         CM_LOG(LOG_EVENT, "Frn client which has roamed. Don't remove");
         return;
     }
-    uint32_t vap_idx;
-    if (client_mgr_get_vap_idx(msg.bssid, &vap_idx) != 0) {
+    const vap_lookup vap = find_vap(event.bssid);
+    if (!vap) {
         CM_LOG(LOG_ERROR, "Invalid ap bssid in frn disassoc msg");
         return;
     }
-    if (client->bssid_idx != static_cast<int32_t>(vap_idx)) {
+    if (known.record->bssid_idx != vap.slot()) {
         CM_LOG(LOG_ERROR, "Frn Disassoc from wrong vap, Don't remove");
         return;
     }
-    client_mgr_send_foreign_client_update_msg(payload, CLIENT_MGR_FOREIGN_CLIENT_DISASSOC);
-    client_tbl_drv_mac_delete(slot);
-    log_bridge_delete(__func__, msg.client);
-    client_mgr_captive_msg_send(msg.client, g_cfg.vaps[vap_idx].captive_cfg, CAPTIVE_MSG_FOREIGN_DISASSOCIATION);
-    kxbr_api_del_client(msg.client);
+    send_foreign_client_update(event, CLIENT_MGR_FOREIGN_CLIENT_DISASSOC);
+    client_tbl_drv_mac_delete(known.slot);
+    log_bridge_delete("client_mgr_send_disassoc_foreign_msg", event.client);
+    client_mgr_captive_msg_send(event.client.bytes, make_captive_text(*vap).text, CAPTIVE_MSG_FOREIGN_DISASSOCIATION);
+    kxbr_api_del_client(event.client.bytes);
 }

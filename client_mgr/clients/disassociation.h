@@ -1,15 +1,17 @@
-// A client that leaves.
+// Clients that leave.
 #ifndef CLIENT_MGR_CLIENTS_DISASSOCIATION_H
 #define CLIENT_MGR_CLIENTS_DISASSOCIATION_H
 
-#include <cstdint>
+#include "wire/local_messages.h"
 
-extern "C" {
+// Both forget the client if it is on the VAP that it left, and report it. Neither does anything while the controller
+// cannot be talked to. They differ on purpose: only the local one writes to the system log, cleans up after a guest and
+// forgets the client's MAC ACL verdict.
 
-// `payload`: assoc_notification.
-void client_mgr_send_disassoc_msg(uint8_t *payload);
-// `payload`: foreign_assoc_notification.
-void client_mgr_send_disassoc_foreign_msg(uint8_t *payload);
-}
+// A client that is at home here.
+void disassociate(const association &event);
+
+// A client that roamed in.
+void disassociate_foreign(const reassociation &event);
 
 #endif

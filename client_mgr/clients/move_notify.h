@@ -1,13 +1,17 @@
-// Clients that moved.
+// Clients that moved, as the controller reports it.
 #ifndef CLIENT_MGR_CLIENTS_MOVE_NOTIFY_H
 #define CLIENT_MGR_CLIENTS_MOVE_NOTIFY_H
 
 #include <cstdint>
 
-extern "C" {
+#include "client_mgr/tables/client_tbl.h"
+#include "wire/mac_address.h"
 
-// Returns 0, or -1 when the client is unknown, for kind 2 not local, or when the record leaves the buffer.
-int client_mgr_process_move_notify(uint8_t *rec);
-}
+// The client is on another access point: it is disassociated here and forgotten.
+void client_moved_away(const client_lookup &known);
+
+// A client whose home is here is on a VAP of another access point; `new_vlan` is that VAP's VLAN. Returns 0, or -1 when
+// its home is not here.
+int client_moved(const client_lookup &known, const mac_address &new_bssid, uint8_t new_vlan);
 
 #endif

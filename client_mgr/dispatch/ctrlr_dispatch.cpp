@@ -1,26 +1,20 @@
-
-
 #include "client_mgr/dispatch/ctrlr_dispatch.h"
 
 #include <cstring>
+#include <span>
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
 #include "client_mgr/base/wipe.h"
-#include "client_mgr/clients/association.h"
 #include "client_mgr/clients/bulk_report.h"
-#include "client_mgr/clients/ctrlr_sync.h"
-#include "client_mgr/clients/foreign_association.h"
-#include "client_mgr/clients/guest.h"
-#include "client_mgr/clients/mac_acl.h"
-#include "client_mgr/clients/move_notify.h"
-#include "client_mgr/dispatch/ctrlr_record.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
+#include "client_mgr/dispatch/record_cursor.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
 #include "wire/ctrlr_messages.h"
 
 namespace {
 
-// Bytes 0 to 2 of the header tell whether the rest can be read.
+// Bytes 0 to 2 of the header decide whether the rest can be read.
 constexpr uint32_t min_msg_len = 3;
 
 struct record_walk {
@@ -38,8 +32,8 @@ struct record_type {
 
 constexpr char info_fetch_success_text[] = "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS";
 
-// A PMK answer is a client information answer that brings keys alone, logged as both, and so are the answers behind it
-// in the message: the flag is never cleared again.
+// A PMK answer is handled, and logged a second time, as a client information answer that has keys alone. So are the
+// client information answers behind it in the message: the flag is never cleared.
 void pmk_fetch_success(uint8_t *rec, record_walk &walk) {
     walk.pmk_only = 1;
     CM_LOG(LOG_EVENT, "%s", info_fetch_success_text);
@@ -83,21 +77,23 @@ void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
     }
 }
 
-// Returns whether the message carried keys.
-bool walk_records(uint8_t *msg) {
-    const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg);
+// `msg` begins with a message's header and ends where nothing may be read any more. Returns whether the message carried
+// keys.
+bool walk_records(std::span<uint8_t> msg) {
+    const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg.data());
     CM_LOG(LOG_EVENT, "Received recs %d hdr_len %d tot_len %d", uint16_t{hdr.recs}, hdr.hdr_len, uint16_t{hdr.tot_len});
     record_walk walk = {};
     size_t offset = hdr.hdr_len;
     for (uint32_t left = hdr.recs; left > 0; left--) {
-        if (!ctrlr_readable(msg, offset, sizeof(ctrlr_rec_hdr))) {
+        record_cursor at(msg);
+        at.skip(offset);
+        const auto *rec = at.read<ctrlr_rec_hdr>();
+        if (rec == nullptr) {
             break;
         }
-        uint8_t *at = msg + offset;
-        const ctrlr_rec_hdr &rec = *reinterpret_cast<const ctrlr_rec_hdr *>(at);
-        const uint16_t rec_len = rec.rec_len;
-        CM_LOG(LOG_EVENT, "Received rec_type %d rec_hdr_len %d rec_len %d", rec.rec_type, rec.rec_hdr_len, rec_len);
-        dispatch(rec.rec_type, at, walk);
+        const uint16_t rec_len = rec->rec_len;
+        CM_LOG(LOG_EVENT, "Received rec_type %d rec_hdr_len %d rec_len %d", rec->rec_type, rec->rec_hdr_len, rec_len);
+        dispatch(rec->rec_type, msg.data() + offset, walk);
         offset += rec_len;
     }
     return walk.keys;
@@ -120,4 +116,8 @@ void client_mgr_apcomm_recv_msg(void *, const uint8_t *msg, uint32_t len) {
     }
 }
 
-void client_mgr_proc_ctrlr_msg(uint8_t *msg) { walk_records(msg); }
+void client_mgr_proc_ctrlr_msg(uint8_t *msg) {
+    const size_t size = msg == g_cfg.ctrlr_msg_buf ? CLIENT_MGR_BUF_SIZE
+                                                   : size_t{reinterpret_cast<const ctrlr_msg_hdr *>(msg)->tot_len};
+    walk_records({msg, size});
+}

@@ -6,8 +6,12 @@
 
 extern "C" {
 
+// Callback of the controller channel: a message of `len` bytes. Erases the daemon's copy if a record of a type that
+// carries keys was in it.
 void client_mgr_apcomm_recv_msg(void *ctx, const uint8_t *msg, uint32_t len);
-// Walks the records of a message. `msg` is g_cfg.ctrlr_msg_buf, or a buffer that the caller vouches for.
+
+// Walks the records of a message. `msg` is g_cfg.ctrlr_msg_buf, which may be read to its end, or another buffer, which
+// is as long as the total length in the message's header.
 void client_mgr_proc_ctrlr_msg(uint8_t *msg);
 }
 

@@ -1,34 +1,19 @@
-// What arrives at the daemon's local endpoint.
-
 #include "client_mgr/dispatch/local_dispatch.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
-#include "client_mgr/base/wipe.h"
-#include "client_mgr/clients/association.h"
-#include "client_mgr/clients/disassociation.h"
-#include "client_mgr/clients/foreign_association.h"
-#include "client_mgr/clients/guest.h"
-#include "client_mgr/clients/mac_acl.h"
-#include "client_mgr/clients/pmk_cache.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/clients/vaps.h"
 #include "client_mgr/dispatch/ctrlr_dispatch.h"
+#include "client_mgr/dispatch/local_events.h"
+#include "client_mgr/dispatch/table_dump.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
 #include "client_mgr/startup.h"
-#include "client_mgr/tables/client_tbl_dump.h"
 #include "kx/apcomm.h"
-#include "kx/kx_ipc.h"
 #include "kx/kx_log.h"
 #include "kx/sysmon.h"
 #include "wire/local_messages.h"
 
 namespace {
-
-constexpr char dump_file[] = "/tmp/clientmgr_cli";
 
 struct notification {
     uint32_t id;
@@ -63,42 +48,6 @@ constexpr notification notifications[] = {
     {KX_MSG_ID_CLIENT_IP, client_mgr_send_client_ip_msg, LOG_EVENT, "KX_MSG_ID_CLIENT_IP rcvd "},
     {KX_MSG_ID_MAC_ACL_AUTH, client_mgr_handle_acl_auth, LOG_TRACE, "KX_MSG_ID_MAC_ACL_AUTH rcvd"},
 };
-
-// The dump holds keys: it goes only into a regular file of our own that nobody else can read, never through a link.
-// Null when the file cannot be had so.
-FILE *open_dump_file() {
-    const int fd = open(dump_file, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (fd < 0) {
-        return nullptr;
-    }
-    struct stat st;
-    const bool ours = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1;
-    if (ours && fchmod(fd, S_IRUSR | S_IWUSR) == 0 && ftruncate(fd, 0) == 0) {
-        if (FILE *f = fdopen(fd, "w")) {
-            return f;
-        }
-    }
-    close(fd);
-    return nullptr;
-}
-
-void dump_client_table() {
-    FILE *f = open_dump_file();
-    if (f == nullptr) {
-        CM_LOG(LOG_ERROR, "Unable to open %s", dump_file);
-        return;
-    }
-    // Not the stream's own: the keys in it would outlive the stream.
-    char buffer[4096];
-    const wipe_guard guard(buffer);
-    setvbuf(f, buffer, _IOFBF, sizeof buffer);
-    client_tbl_dump(f);
-    // The close tells of the last write alone.
-    const bool failed = ferror(f) != 0;
-    if (fclose(f) != 0 || failed) {
-        CM_LOG(LOG_ERROR, "Unable to write %s", dump_file);
-    }
-}
 
 const ipc_hdr &header(const kx_ipc_rx *ctx) { return *reinterpret_cast<const ipc_hdr *>(ctx->hdr); }
 

@@ -5,13 +5,13 @@
 #include <cstdint>
 
 #include "client_mgr/tables/client_tbl.h"
-
-struct client_info;
+#include "wire/big_endian.h"
+#include "wire/mac_address.h"
 
 struct bridge_entry {
     const char *ifname;
     const char *device;
-    uint8_t ip[4];
+    be32 ip;
     int tunnel;
 };
 
@@ -22,6 +22,6 @@ void log_bridge_add(const char *caller, const client_info &client);
 void bridge_add_client(const char *caller, const client_info &client, const bridge_entry &entry);
 
 // Logs on behalf of `caller` that the client is being removed; the removal itself may come later.
-void log_bridge_delete(const char *caller, const uint8_t mac[6]);
+void log_bridge_delete(const char *caller, const mac_address &mac);
 
 #endif

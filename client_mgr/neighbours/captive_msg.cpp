@@ -1,11 +1,7 @@
-
-
 #include "client_mgr/neighbours/captive_msg.h"
 
-#include <algorithm>
 #include <cstring>
 
-#include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "kx/kx_ipc.h"
@@ -15,28 +11,28 @@ namespace {
 
 constexpr char captive_app[] = "/kx/ipc/captive_app";
 
-uint32_t portal_flag(const uint8_t mac[6]) {
-    int32_t idx = -1;
-    const client_info *client = client_tbl_client_get_fast(mac, &idx);
-    if (client == nullptr) {
+// Of a message about this client.
+uint32_t portal_flag(const mac_address &mac) {
+    const client_lookup client = find_client(mac);
+    if (!client) {
         CM_LOG(LOG_ERROR, "Captive cl failed " MAC_FMT, MAC_ARG(mac));
         return 1;
     }
-    return (client->flag & CLIENT_FLAG_GUEST) != 0 ? 0 : 1;
+    return (client.record->flag & CLIENT_FLAG_GUEST) != 0 ? 0 : 1;
 }
 
 }  // namespace
 
-int captive_msg_send(const uint8_t mac[6], const char *text, size_t text_max, uint32_t msg_id) {
+int client_mgr_captive_msg_send(const uint8_t mac[6], const char *captive_text, uint32_t msg_id) {
     captive_message msg = {};
-    msg.portal_flag = portal_flag(mac);
+    msg.portal_flag = portal_flag(mac_at(mac));
     // The same line for every message.
     CM_LOG(LOG_EVENT, "Sending Assoc IPC to %s", captive_app);
     msg.hdr.id = msg_id;
     msg.hdr.len = sizeof msg - sizeof msg.hdr;
     msg.hdr.flags = KX_IPC_FLAG_NOTIFICATION;
-    memcpy(msg.client, mac, sizeof msg.client);
-    memcpy(msg.text, text, strnlen(text, std::min(text_max, sizeof msg.text - 1)));
+    msg.client = mac_at(mac);
+    memcpy(msg.text, captive_text, strnlen(captive_text, sizeof msg.text - 1));
     kx_ipc_send_desc desc = {};
     desc.ipc = kx_ipc_eloop_get_ipc();
     desc.mode = KX_IPC_MODE_DEST;
@@ -48,8 +44,4 @@ int captive_msg_send(const uint8_t mac[6], const char *text, size_t text_max, ui
         CM_LOG(LOG_ERROR, " Send Assoc to Captive application failed!");
     }
     return sent;
-}
-
-int client_mgr_captive_msg_send(const uint8_t mac[6], const char *captive_text, uint32_t msg_id) {
-    return captive_msg_send(mac, captive_text, sizeof(vap_cfg::captive_cfg), msg_id);
 }

@@ -3,7 +3,6 @@
 #define CLIENT_MGR_NEIGHBOURS_CTRLR_LINK_H
 
 #include <cstdint>
-#include <cstring>
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "wire/ctrlr_messages.h"
@@ -22,7 +21,7 @@ inline void fill_ctrlr_msg_hdr(ctrlr_msg_hdr &hdr, uint16_t recs, uint16_t tot_l
     hdr.hdr_len = sizeof hdr;
     hdr.recs = recs;
     hdr.tot_len = tot_len;
-    memcpy(hdr.ap_mac, g_cfg.ap_mac, sizeof hdr.ap_mac);
+    hdr.ap_mac = g_cfg.ap_mac;
 }
 
 inline void fill_ctrlr_rec_hdr(ctrlr_rec_hdr &rec, uint8_t type, uint16_t rec_len) {

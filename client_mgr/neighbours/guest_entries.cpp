@@ -5,7 +5,7 @@
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/ipv4.h"
 #include "client_mgr/base/log.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/base/vap_text.h"
 #include "client_mgr/neighbours/shell.h"
 
 namespace {
@@ -16,7 +16,7 @@ constexpr char installing[] = "Executing cmd";
 
 }  // namespace
 
-void remove_guest_entries(vap_cfg &vap, const uint8_t ip[4], const char *reason) {
+void remove_guest_entries(vap_cfg &vap, be32 ip, const char *reason) {
     const ipv4_text address = ipv4_to_text(ip);
     vap.guest_count--;
     if (reason != nullptr) {
@@ -32,9 +32,10 @@ void remove_guest_entries(vap_cfg &vap, const uint8_t ip[4], const char *reason)
     run_command(nullptr, ifname.text, "ifconfig %s 0.0.0.0", ifname.text);
 }
 
-void install_guest_entries(vap_cfg &vap, const uint8_t mac[6], const uint8_t ip[4], const char *ifname) {
+void install_guest_entries(vap_cfg &vap, const mac_address &mac, be32 ip, const char *ifname) {
     if (vap.guest_count == 0) {
-        const uint8_t network[4] = {ip[0], ip[1], ip[2], 0};
+        be32 network = ip;
+        network.bytes[3] = 0;
         run_command("Add IP to intf", ifname, "ifconfig %.16s %s", ifname, ipv4_to_text(network).text);
     }
     CM_LOG(LOG_ERROR, "Add arp and route entries for unauth client");

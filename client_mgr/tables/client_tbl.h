@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/big_endian.h"
 #include "wire/mac_address.h"
 
 // client_info::flag
@@ -33,7 +34,7 @@ struct client_info {
     mac_address assoc_bssid;  // VAP the client is on; zero for a client known by the controller's word alone
     int32_t home_vlan;
     int32_t assoc_vlan;  // of the VAP the client is on
-    uint8_t cl_ip[4];    // IPv4 address, network order
+    be32 cl_ip;          // IPv4 address
     int32_t bssid_idx;   // index into g_cfg.vaps
     uint8_t pmk[32];
     uint32_t flag;  // CLIENT_FLAG_*

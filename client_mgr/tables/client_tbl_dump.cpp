@@ -14,7 +14,8 @@ int client_tbl_print(FILE *f, const client_info *rec) {
     fprintf(f, "Assoc Bssid  : %s\n", mac_text(rec->assoc_bssid).text);
     fprintf(f, "Home VLAN    : %d\n", rec->home_vlan);
     fprintf(f, "Assoc VLAN   : %d\n", rec->assoc_vlan);
-    fprintf(f, "Client IP    : %d.%d.%d.%d\n", rec->cl_ip[0], rec->cl_ip[1], rec->cl_ip[2], rec->cl_ip[3]);
+    fprintf(f, "Client IP    : %d.%d.%d.%d\n", rec->cl_ip.bytes[0], rec->cl_ip.bytes[1], rec->cl_ip.bytes[2],
+            rec->cl_ip.bytes[3]);
     fprintf(f, "Bssid Idx    : %d\n", rec->bssid_idx);
     fprintf(f, "Flag         : 0x%08x\n", rec->flag);
     return fprintf(f, "PMK          : %s\n", pmk_to_text(rec->pmk, 15).text);

@@ -10,8 +10,6 @@
 namespace radio {
 namespace {
 
-void put(std::uint8_t (&field)[6], const mac_address &mac) { std::ranges::copy(mac, field); }
-
 template <typename T>
 notification make(std::uint32_t id, const T &body) {
     notification result{.id = id, .payload = std::vector<std::uint8_t>(sizeof body)};
@@ -21,8 +19,7 @@ notification make(std::uint32_t id, const T &body) {
 
 notification make_association(std::uint32_t id, const mac_address &client, const mac_address &bssid) {
     assoc_notification body{};
-    put(body.client, client);
-    put(body.bssid, bssid);
+    body.event = {.client = client, .bssid = bssid, .ip = {}};
     return make(id, body);
 }
 
@@ -30,9 +27,9 @@ notification make_pmk(std::uint32_t sub_type, const mac_address &client, const m
                       const mac_address &last_bssid, const pmk &key) {
     pmk_info_message body{};
     body.sub_type = sub_type;
-    put(body.bssid, bssid);
-    put(body.prev_bssid, last_bssid);
-    put(body.client, client);
+    body.bssid = bssid;
+    body.prev_bssid = last_bssid;
+    body.client = client;
     std::ranges::copy(key, body.pmk);
     return make(KX_MSG_ID_CLIENT_MGR_PMK_INFO, body);
 }
@@ -46,9 +43,7 @@ notification association_notification(const mac_address &client, const mac_addre
 notification reassociation_notification(const mac_address &client, const mac_address &bssid,
                                         const mac_address &last_bssid) {
     foreign_assoc_notification body{};
-    put(body.client, client);
-    put(body.bssid, bssid);
-    put(body.last_bssid, last_bssid);
+    body.event = {.client = client, .bssid = bssid, .last_bssid = last_bssid, .ip = {}};
     return make(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, body);
 }
 
@@ -59,7 +54,7 @@ notification departure_notification(const mac_address &client, const mac_address
 
 notification address_notification(const mac_address &client, std::uint32_t ip, std::string_view ifname) {
     client_ip_notification body{};
-    put(body.client, client);
+    body.client = client;
     body.ip = ip;
     notification result = make(KX_MSG_ID_CLIENT_IP, body);
     std::copy(ifname.begin(), ifname.end(), std::back_inserter(result.payload));
@@ -71,8 +66,8 @@ notification acl_question(const mac_address &client, const mac_address &bssid, s
     be32 data{};
     data = question;
     acl_auth_request body{};
-    put(body.client, client);
-    put(body.bssid, bssid);
+    body.client = client;
+    body.bssid = bssid;
     body.data_len = sizeof data;
     notification result = make(KX_MSG_ID_MAC_ACL_AUTH, body);
     std::copy(std::begin(data.bytes), std::end(data.bytes), std::back_inserter(result.payload));

@@ -139,19 +139,15 @@ void radio_stack::install_pmk(std::span<const std::uint8_t> message) {
     }
     pmk_info_message info{};
     std::memcpy(&info, message.data(), sizeof info);
-    mac_address client{};
-    mac_address bssid{};
-    std::ranges::copy(info.client, client.begin());
-    std::ranges::copy(info.bssid, bssid.begin());
-    const std::optional<std::size_t> vap = find_vap(bssid);
-    station *here = vap ? stations_.find(client, *vap) : nullptr;
+    const std::optional<std::size_t> vap = find_vap(info.bssid);
+    station *here = vap ? stations_.find(info.client, *vap) : nullptr;
     if (here == nullptr || info.sub_type != HOSTAPD_PMK_FETCH_RESP) {
         ++counters_.pmks_ignored;
         return;
     }
     here->pmk_installed = true;
     ++counters_.pmks_installed;
-    tell("pmk_installed", client, *vap, "got its PMK", {}, std::nullopt);
+    tell("pmk_installed", info.client, *vap, "got its PMK", {}, std::nullopt);
 }
 
 void radio_stack::tell(std::string_view event, const mac_address &client, std::size_t vap, std::string text,

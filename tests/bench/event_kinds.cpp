@@ -40,22 +40,22 @@ bytes bytes_of(const Record &record) {
 
 bytes about_client(std::uint32_t id, std::size_t client) {
     assoc_notification payload{};
-    write_client(payload.client, client);
-    copy_mac(payload.bssid, bssid);
+    write_client(payload.event.client.bytes, client);
+    copy_mac(payload.event.bssid.bytes, bssid);
     return local_message(id, bytes_of(payload));
 }
 
 bytes foreign_association(std::size_t client) {
     foreign_assoc_notification payload{};
-    write_client(payload.client, client);
-    copy_mac(payload.bssid, bssid);
-    copy_mac(payload.last_bssid, other_bssid);
+    write_client(payload.event.client.bytes, client);
+    copy_mac(payload.event.bssid.bytes, bssid);
+    copy_mac(payload.event.last_bssid.bytes, other_bssid);
     return local_message(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, bytes_of(payload));
 }
 
 bytes client_address(std::size_t client, unsigned round) {
     client_ip_notification payload{};
-    write_client(payload.client, client);
+    write_client(payload.client.bytes, client);
     payload.ip = 0x0a000000u + ((round % 250 + 1) << 16) + static_cast<std::uint32_t>(client);
     bytes body = bytes_of(payload);
     append(body, "wlan0", sizeof("wlan0"));
@@ -65,8 +65,8 @@ bytes client_address(std::size_t client, unsigned round) {
 bytes pmk(std::uint32_t sub_type, std::size_t client) {
     pmk_info_message payload{};
     payload.sub_type = sub_type;
-    copy_mac(payload.bssid, bssid);
-    write_client(payload.client, client);
+    copy_mac(payload.bssid.bytes, bssid);
+    write_client(payload.client.bytes, client);
     if (sub_type == HOSTAPD_PMK_ADD) {
         std::fill(std::begin(payload.pmk), std::end(payload.pmk), static_cast<std::uint8_t>(client | 1));
     }
@@ -75,8 +75,8 @@ bytes pmk(std::uint32_t sub_type, std::size_t client) {
 
 bytes acl_request(std::size_t client) {
     acl_auth_request payload{};
-    write_client(payload.client, client);
-    copy_mac(payload.bssid, bssid);
+    write_client(payload.client.bytes, client);
+    copy_mac(payload.bssid.bytes, bssid);
     payload.data_len = 64;
     bytes body = bytes_of(payload);
     body.resize(body.size() + 64, 0x5a);
@@ -118,8 +118,8 @@ bytes controller_message(std::uint8_t type, const bytes &body) {
 bytes acl_verdict(std::size_t client) {
     acl_auth_body body{};
     body.verdict = 1;
-    write_client(body.client, client);
-    copy_mac(body.bssid, bssid);
+    write_client(body.client.bytes, client);
+    copy_mac(body.bssid.bytes, bssid);
     return controller_message(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, bytes_of(body));
 }
 
@@ -138,10 +138,10 @@ std::vector<bytes> client_list(std::size_t entries, unsigned round) {
     bytes body = bytes_of(count);
     for (std::size_t i = 0; i < entries; i++) {
         client_entry entry{};
-        write_client(entry.client, i);
-        copy_mac(entry.home_bssid, other_bssid);
+        write_client(entry.client.bytes, i);
+        copy_mac(entry.home_bssid.bytes, other_bssid);
         entry.home_vlan = 10;
-        entry.ip[3] = static_cast<std::uint8_t>(round);
+        entry.ip.bytes[3] = static_cast<std::uint8_t>(round);
         append(body, &entry, sizeof(entry));
     }
     return carry(controller_message(ROAMING_MGR_CLIENT_BULK_INFO, body));
@@ -154,7 +154,7 @@ bytes station_records(std::size_t stations) {
     for (std::size_t i = 0; i < stations; i++) {
         driver_station station{};
         station.length = sizeof(station);
-        write_client(station.mac.data(), i);
+        write_client(station.mac.bytes, i);
         append(records, &station, sizeof(station));
     }
     return records;

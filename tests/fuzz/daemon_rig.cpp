@@ -50,7 +50,7 @@ void configure_vap(sim::platform &sim, unsigned idx, bool guest) {
     sim.hwaddr[IFNAME[idx]] = as_bytes(BSSID[idx]);
 
     vap_cfg &vap = g_cfg.vaps[idx];
-    memcpy(vap.bssid, BSSID[idx], sizeof vap.bssid);
+    memcpy(vap.bssid.bytes, BSSID[idx], sizeof vap.bssid);
     memcpy(vap.ssid, listed.record.ssid, sizeof vap.ssid);
     memset(vap.captive_cfg, 'p', sizeof vap.captive_cfg);
     listed.ifname.copy(vap.ifname, sizeof vap.ifname);
@@ -74,8 +74,8 @@ void add_client(uint8_t number, uint32_t flag, unsigned vap, bool associated, in
     }
     client.home_vlan = home_vlan;
     client.assoc_vlan = static_cast<int32_t>(VLAN[vap]);
-    client.cl_ip[0] = 10;
-    client.cl_ip[3] = number;
+    client.cl_ip.bytes[0] = 10;
+    client.cl_ip.bytes[3] = number;
     client.bssid_idx = static_cast<int32_t>(vap);
     memset(client.pmk, (flag & CLIENT_FLAG_PMK) != 0 ? number : 0, sizeof client.pmk);
     client.flag = flag;

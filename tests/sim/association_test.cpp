@@ -1,9 +1,10 @@
-#include "client_mgr/clients/association.h"
 
 #include <cstring>
 
 #include "arrange.h"
 #include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
+#include "client_mgr/dispatch/local_events.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
@@ -176,7 +177,7 @@ SIM_TEST(association, writes_the_address_into_the_notification) {
     client_mgr_send_assoc_msg(payload.data());
     EXPECT_EQ(first(NOTIFICATION, 28) + hex("00 00 00 00"), payload);
     client_info client = record_of(STA);
-    set_bytes(client.cl_ip, hex("c0 a8 05 17"));
+    set_bytes(client.cl_ip.bytes, hex("c0 a8 05 17"));
     client_tbl_mac_update(&client, 0);
     client_mgr_send_assoc_msg(payload.data());
     EXPECT_EQ(first(NOTIFICATION, 28) + hex("c0 a8 05 17"), payload);
@@ -187,7 +188,7 @@ SIM_TEST(association, repeated_on_the_same_vap_keeps_the_address) {
     have_vaps();
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info client = record_of(STA);
-    set_bytes(client.cl_ip, hex("c0 a8 05 17"));
+    set_bytes(client.cl_ip.bytes, hex("c0 a8 05 17"));
     client_tbl_mac_update(&client, 0);
     sim.forget();
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
@@ -197,21 +198,21 @@ SIM_TEST(association, repeated_on_the_same_vap_keeps_the_address) {
                 client_update(STA, client_overwritten(STA, 0)), bridged(BSSID, 0x1234, "0xc0a80517"),
                 bridge_add(STA, "ath0", "eth0", 0x1234, "192.168.5.23", 0),
                 captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
-    EXPECT_EQ(hex("c0 a8 05 17"), bytes(record_of(STA).cl_ip, record_of(STA).cl_ip + 4));
+    EXPECT_EQ(hex("c0 a8 05 17"), bytes(record_of(STA).cl_ip.bytes, record_of(STA).cl_ip.bytes + 4));
 }
 
 SIM_TEST(association, on_another_vap_starts_without_address) {
     have_vaps();
     client_info client = client_of(STA);
     client.bssid_idx = 1;
-    set_bytes(client.cl_ip, hex("c0 a8 05 17"));
+    set_bytes(client.cl_ip.bytes, hex("c0 a8 05 17"));
     have_client(sim, client);
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(BSSID, STA), client_lookup(STA, true), update_lines(BSSID, "0x00000000"),
                 to_controller(update_msg("02", "50", "00000000")), client_update(STA, client_overwritten(STA, 0)),
                 bridged(BSSID, 0x1234, "0x00000000"), bridge_add(STA, "ath0", "eth0", 0x1234, "0.0.0.0", 0),
                 captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
-    EXPECT_EQ(zeros(4), bytes(record_of(STA).cl_ip, record_of(STA).cl_ip + 4));
+    EXPECT_EQ(zeros(4), bytes(record_of(STA).cl_ip.bytes, record_of(STA).cl_ip.bytes + 4));
     EXPECT_EQ(0, record_of(STA).bssid_idx);
 }
 
@@ -223,7 +224,7 @@ SIM_TEST(association, replaces_whatever_was_known_of_the_client) {
     roamed.bssid_idx = 0;  // and so its address counts, wherever the record came from
     roamed.flag = CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST;
     memset(roamed.pmk, 0xbb, sizeof(roamed.pmk));
-    set_bytes(roamed.cl_ip, hex("0a 01 02 03"));
+    set_bytes(roamed.cl_ip.bytes, hex("0a 01 02 03"));
     have_client(sim, roamed);
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info expected = client_of(STA);
@@ -231,7 +232,7 @@ SIM_TEST(association, replaces_whatever_was_known_of_the_client) {
     set_mac(expected.home_bssid, BSSID);
     set_mac(expected.assoc_bssid, BSSID);
     expected.home_vlan = expected.assoc_vlan = 0x1234;
-    set_bytes(expected.cl_ip, hex("0a 01 02 03"));
+    set_bytes(expected.cl_ip.bytes, hex("0a 01 02 03"));
     expected.flag = CLIENT_FLAG_LOCAL;
     EXPECT_EQ(client_data(expected), client_data(record_of(STA)));
     sim.forget();
@@ -254,7 +255,7 @@ SIM_TEST(association, repeated_on_a_guest_vap_has_its_address_in_both_reports) {
     have_vaps();
     client_info client = client_of(STA);
     client.bssid_idx = 1;
-    set_bytes(client.cl_ip, hex("c0 a8 05 17"));
+    set_bytes(client.cl_ip.bytes, hex("c0 a8 05 17"));
     have_client(sim, client);
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, GUEST_NOTIFICATION);
     sim.expect({RECEIVED, ACCEPTED, heard(GUEST_BSSID, STA), client_lookup(STA, true),

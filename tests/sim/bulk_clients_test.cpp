@@ -5,7 +5,7 @@
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/clients/bulk_report.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/clients/vaps.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "station_list.h"
 
@@ -24,7 +24,7 @@ SIM_TEST(bulk_clients, reports_the_stations_of_each_vap) {
     have_ath0(sim);
     have_interface(sim, "ath1", "second", 0x0304, BSSID_2);
     client_info client = client_of(CLIENT);
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     have_client(sim, client);
     sim.stations["ath0"] = station(CLIENT, 0x0506) + station(CLIENT_2, 0x8788);
     sim.stations["ath1"] = station("22:33:44:55:66:77", 9);

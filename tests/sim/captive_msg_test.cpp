@@ -86,13 +86,13 @@ SIM_TEST(captive_msg, an_empty_text_is_34_zeros) {
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + zeros(34) + NO_GUEST)});
 }
 
-// Cut at every length up to the 32 bytes that need no terminator; behind the text there is nothing that may be read.
-SIM_TEST(captive_msg, a_text_of_up_to_32_bytes_is_sent_whole) {
+// At every length up to the 33 characters that need no terminator; nothing behind the text may be read.
+SIM_TEST(captive_msg, a_text_of_up_to_33_characters_is_sent_whole) {
     have_station(sim, 0);
-    const std::string text = "abcdefghijklmnopqrstuvwxyz012345";
-    for (size_t len = 1; len <= 32; len++) {
+    const std::string text = "abcdefghijklmnopqrstuvwxyz0123456";
+    for (size_t len = 1; len <= 33; len++) {
         std::vector<char> exact(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(len));
-        if (len < 32) {
+        if (len < 33) {
             exact.push_back('\0');
         }
         send(exact.data());
@@ -101,11 +101,11 @@ SIM_TEST(captive_msg, a_text_of_up_to_32_bytes_is_sent_whole) {
     }
 }
 
-SIM_TEST(captive_msg, a_text_without_terminator_is_sent_as_its_32_bytes_and_nothing_after) {
+SIM_TEST(captive_msg, a_longer_text_is_cut_behind_33_characters) {
     have_station(sim, 0);
-    send("abcdefghijklmnopqrstuvwxyz012345 and what lies behind");
+    send("abcdefghijklmnopqrstuvwxyz0123456 and what lies behind");
     sim.expect({client_lookup(STA, true), SENDING,
-                to_captive_portal(START + padded("abcdefghijklmnopqrstuvwxyz012345", 34) + NO_GUEST)});
+                to_captive_portal(START + padded("abcdefghijklmnopqrstuvwxyz0123456", 34) + NO_GUEST)});
 }
 
 }  // namespace sim

@@ -1,7 +1,7 @@
 // The controller's answers about clients that roamed in: their home data, or their keys alone.
 #include <string>
 
-#include "client_mgr/clients/foreign_association.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 #include "wire/local_messages.h"
@@ -33,7 +33,7 @@ client_info at_home(uint32_t flag, const bytes &pmk) {
     set_mac(client.assoc_bssid, BSSID);
     client.home_vlan = 100;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, IP);
+    set_bytes(client.cl_ip.bytes, IP);
     set_bytes(client.pmk, pmk);
     client.flag = flag;
     return client;
@@ -148,7 +148,7 @@ SIM_TEST(client_info_answer, is_kept_though_the_roam_cannot_be_completed) {
         client.home_vlan = 10;
         client.assoc_vlan = 11;
         client.flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST;
-        set_bytes(client.cl_ip, hex("08090a0b"));
+        set_bytes(client.cl_ip.bytes, hex("08090a0b"));
         set_bytes(client.pmk, other_pmk_bytes());
         have_client(sim, client);
         listed_client on_vap_1 = answer();
@@ -227,7 +227,7 @@ SIM_TEST(pmk_answer, installs_the_key_and_nothing_else) {
     client_info before = placeholder();
     before.bssid_idx = 7;
     before.flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST;
-    set_bytes(before.cl_ip, hex("08090a0b"));
+    set_bytes(before.cl_ip.bytes, hex("08090a0b"));
     EXPECT_EQ(1, have_client(sim, before));
     // Neither the home data nor the BSSID need be anything that is known here.
     const bytes list =

@@ -1,8 +1,9 @@
 // A client that roamed in and is not known: the controller is asked, and answers.
+#include "client_mgr/clients/client_fetch.h"
+
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
-#include "client_mgr/clients/foreign_association.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 

@@ -20,7 +20,7 @@ inline client_info full_record(const char *mac) {
     set_bytes(c.assoc_bssid, hex("41 42 43 44 45 46"));
     c.home_vlan = 0x51525354;
     c.assoc_vlan = 0x61626364;
-    set_bytes(c.cl_ip, hex("71 72 73 74"));
+    set_bytes(c.cl_ip.bytes, hex("71 72 73 74"));
     c.bssid_idx = 0x0a0b0c0d;
     for (uint8_t i = 0; i < 32; i++) {
         c.pmk[i] = static_cast<uint8_t>(0x80 + i);

@@ -36,7 +36,7 @@ client_info sample() {
     set_bytes(c.assoc_bssid, hex("0e 6a 7b 8c 9d af"));
     c.home_vlan = 17;
     c.assoc_vlan = 4094;
-    set_bytes(c.cl_ip, hex("c0 a8 05 17"));
+    set_bytes(c.cl_ip.bytes, hex("c0 a8 05 17"));
     c.bssid_idx = 3;
     for (uint8_t i = 0; i < 32; i++) {
         c.pmk[i] = static_cast<uint8_t>(0x9a + 3 * i);
@@ -89,7 +89,7 @@ TEST(client_tbl_print, numbers_are_signed_octets_are_not_and_flags_have_eight_di
     c.home_vlan = -1;
     c.assoc_vlan = INT32_MIN;
     c.bssid_idx = -1;
-    set_bytes(c.cl_ip, hex("ff 00 80 01"));
+    set_bytes(c.cl_ip.bytes, hex("ff 00 80 01"));
     c.flag = 0xfedcba98;
     const std::string text = printed(c);
     EXPECT_NE(std::string::npos, text.find("Home VLAN    : -1\nAssoc VLAN   : -2147483648\n"));

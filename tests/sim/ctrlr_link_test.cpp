@@ -6,7 +6,7 @@
 
 #include "arrange.h"
 #include "client_mgr/base/client_mgr_cfg.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/clients/vaps.h"
 #include "client_mgr/dispatch/ctrlr_dispatch.h"
 #include "daemon_steps.h"
 #include "sim_test.h"

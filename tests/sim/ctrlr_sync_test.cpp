@@ -1,9 +1,9 @@
 // Lists of clients that the controller hands over or has forgotten.
-#include "client_mgr/clients/ctrlr_sync.h"
 
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
@@ -43,7 +43,7 @@ client_info on(std::string_view bssid, uint32_t flag = CLIENT_FLAG_LOCAL) {
     set_mac(client.assoc_bssid, bssid);
     client.home_vlan = 100;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, hex("08090a0b"));
+    set_bytes(client.cl_ip.bytes, hex("08090a0b"));
     client.bssid_idx = 3;
     set_bytes(client.pmk, other_pmk_bytes());
     client.flag = flag;
@@ -58,7 +58,7 @@ client_info known_elsewhere(uint32_t flag) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, HOME);
     client.home_vlan = 300;
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;
     return client;

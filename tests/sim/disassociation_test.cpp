@@ -53,7 +53,7 @@ client_info associated(uint32_t flag) {
     set_mac(client.assoc_bssid, BSSID);
     client.home_vlan = 100;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, IP);
+    set_bytes(client.cl_ip.bytes, IP);
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;
     return client;

@@ -52,7 +52,7 @@ client_info roaming(uint32_t flag, int32_t home_vlan) {
     set_mac(client.assoc_bssid, "f0:f1:f2:f3:f4:f5");
     client.home_vlan = home_vlan;
     client.assoc_vlan = 777;
-    set_bytes(client.cl_ip, IP);
+    set_bytes(client.cl_ip.bytes, IP);
     client.bssid_idx = 9;
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;

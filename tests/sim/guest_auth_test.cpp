@@ -2,7 +2,7 @@
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
-#include "client_mgr/clients/guest.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
@@ -15,7 +15,7 @@ client_info guest(uint32_t flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK | CLIENT_F
     set_mac(client.assoc_bssid, BSSID);
     client.home_vlan = 300;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     client.bssid_idx = 1;
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;
@@ -90,7 +90,7 @@ SIM_TEST(guest_auth, of_a_guest_without_an_address_lowers_the_count) {
     have_two_vaps();
     g_cfg.vaps[0].guest_count = 1;
     client_info client = guest();
-    set_bytes(client.cl_ip, zeros(4));
+    set_bytes(client.cl_ip.bytes, zeros(4));
     have_client(sim, client);
     sim.controller(AUTH);
     sim.expect({receipt(), client_lookup(CLIENT, true), client_update_at(CLIENT, 0), entries_removed("0.0.0.0"),

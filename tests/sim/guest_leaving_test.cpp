@@ -12,7 +12,7 @@ const bytes NOTICE = zeros(16) + mac_bytes(CLIENT) + mac_bytes(BSSID) + hex("f0f
 
 client_info guest() {
     client_info client = client_of(CLIENT);
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     client.flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST;
     return client;
 }
@@ -82,7 +82,7 @@ SIM_TEST(guest_leaving, without_an_address_removes_entries_of_0_0_0_0) {
     have_two_vaps();
     g_cfg.vaps[0].guest_count = 2;
     client_info client = guest();
-    set_bytes(client.cl_ip, zeros(4));
+    set_bytes(client.cl_ip.bytes, zeros(4));
     have_client(sim, client);
     sim.local(KX_MSG_ID_CLIENT_DISASSOCIATION, NOTICE);
     sim.expect({reported(), entries_removed("0.0.0.0"), removed()});

@@ -54,7 +54,7 @@ client_info associated(uint32_t flag, const bytes &ip = zeros(4)) {
     set_mac(client.assoc_bssid, BSSID);
     client.home_vlan = 300;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, ip);
+    set_bytes(client.cl_ip.bytes, ip);
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;
     return client;

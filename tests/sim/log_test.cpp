@@ -8,7 +8,7 @@
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/dispatch/local_dispatch.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
-#include "client_mgr/neighbours/sta_ctrl.h"
+#include "client_mgr/neighbours/driver.h"
 #include "kx/kx_log.h"
 #include "sim_test.h"
 

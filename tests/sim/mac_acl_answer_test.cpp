@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <string>
 
-#include "client_mgr/clients/mac_acl.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
 #include "client_mgr/tables/client_mgr_acl.h"
 #include "lifecycle.h"
 

@@ -1,9 +1,9 @@
-#include "client_mgr/clients/move_notify.h"
 
 #include <algorithm>
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 
@@ -42,7 +42,7 @@ client_info on(std::string_view bssid, uint32_t flag = CLIENT_FLAG_LOCAL, int32_
     set_mac(client.assoc_bssid, bssid);
     client.home_vlan = home_vlan;
     client.assoc_vlan = 100;
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     client.bssid_idx = 3;
     set_bytes(client.pmk, pmk_bytes());
     client.flag = flag;

@@ -56,8 +56,7 @@ void fresh_daemon() {
         no_clients.take();
         no_verdicts.take();
     }
-    const uint8_t ap_mac[6] = {0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
-    memcpy(g_cfg.ap_mac, ap_mac, sizeof(ap_mac));
+    g_cfg.ap_mac = {0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
 }
 
 bool all_zero(const uint8_t *data, size_t count) {

@@ -1,7 +1,7 @@
-#include "client_mgr/clients/pmk_cache.h"
 
 #include <string>
 
+#include "client_mgr/dispatch/local_events.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 #include "tables.h"
@@ -62,7 +62,7 @@ client_info known_client(uint32_t flag) {
     set_mac(client.assoc_bssid, "f0:f1:f2:f3:f4:f5");
     client.home_vlan = 300;
     client.assoc_vlan = 400;
-    set_bytes(client.cl_ip, hex("0a5b5c5d"));
+    set_bytes(client.cl_ip.bytes, hex("0a5b5c5d"));
     client.bssid_idx = 9;
     set_bytes(client.pmk, other_pmk_bytes());
     client.flag = flag;

@@ -1,12 +1,11 @@
 // What the daemon's functions return, where no event shows it.
 #include <algorithm>
 
-#include "client_mgr/clients/association.h"
-#include "client_mgr/clients/ctrlr_sync.h"
-#include "client_mgr/clients/foreign_association.h"
+#include "client_mgr/clients/client_fetch.h"
 #include "client_mgr/clients/mac_acl.h"
-#include "client_mgr/clients/pmk_cache.h"
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/clients/vaps.h"
+#include "client_mgr/dispatch/ctrlr_records.h"
+#include "client_mgr/dispatch/local_events.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "lifecycle.h"
 

@@ -1,6 +1,5 @@
-#include "client_mgr/neighbours/sta_ctrl.h"
-
 #include "arrange.h"
+#include "client_mgr/neighbours/driver.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

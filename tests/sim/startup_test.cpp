@@ -113,7 +113,7 @@ SIM_TEST(startup, takes_a_radio_mac_address_without_separators) {
     sim.radio_mac = "a0A1a2A3a4A5";
     sim.running = [] {
         const uint8_t mac[6] = {0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
-        EXPECT_EQ(0, memcmp(mac, g_cfg.ap_mac, sizeof(mac)));
+        EXPECT_EQ(0, memcmp(mac, g_cfg.ap_mac.bytes, sizeof(mac)));
     };
     sim.main();
     sim.forget();
@@ -122,7 +122,7 @@ SIM_TEST(startup, takes_a_radio_mac_address_without_separators) {
 SIM_TEST(startup, a_radio_mac_address_that_fills_its_buffer_is_read_within_it) {
     sim.radio_mac = "a0:a1:a2:a3:a4:a5:ffffff";  // cut by the platform to 23 characters
     sim.main();
-    EXPECT_EQ(hex("a0a1a2a3a4a5"), bytes(g_cfg.ap_mac, g_cfg.ap_mac + 6));
+    EXPECT_EQ(hex("a0a1a2a3a4a5"), bytes(g_cfg.ap_mac.begin(), g_cfg.ap_mac.end()));
     sim.forget();
 }
 

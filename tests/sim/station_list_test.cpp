@@ -97,12 +97,12 @@ SIM_TEST(station_list, fills_a_record_by_itself) {
         uint8_t behind;
     } out;
     memset(&out, 0x55, sizeof out);
-    uint32_t left_out = 4;
     sim.stations["ath0"] = station(CLIENT) + station(CLIENT_2) + station(ELSEWHERE);
-    EXPECT_EQ(0, client_mgr_get_client_bulk_info(&out.record, "ath0", 2 * sizeof(station_entry) + 15, &left_out));
+    report_cursor at = {.record = &out.record, .room = 2 * sizeof(station_entry) + 15, .left_out = 4};
+    EXPECT_EQ(0, client_mgr_get_client_bulk_info(&at, "ath0"));
     sim.expect({listed(seen(CLIENT) + seen(CLIENT_2) + log(3, "Client inactivity timer : 1800"))});
     EXPECT_EQ(2, out.record.stations);
-    EXPECT_EQ(5u, left_out);
+    EXPECT_EQ(5u, at.left_out);
     EXPECT_EQ(entry(CLIENT, zeros(4)) + entry(CLIENT_2, zeros(4)),
               bytes(reinterpret_cast<uint8_t *>(out.entries), &out.behind));
     EXPECT_EQ(0x55, out.behind);
@@ -111,15 +111,15 @@ SIM_TEST(station_list, fills_a_record_by_itself) {
 SIM_TEST(station_list, that_the_driver_refuses_counts_no_station) {
     vap_client_list_record record;
     memset(&record, 0x55, sizeof record);
-    uint32_t left_out = 0;
+    report_cursor at = {.record = &record, .room = 0, .left_out = 0};
     sim.fail_nth("ioctl", 1);
-    EXPECT_EQ(-1, client_mgr_get_client_bulk_info(&record, "ath0", 0, &left_out));
+    EXPECT_EQ(-1, client_mgr_get_client_bulk_info(&at, "ath0"));
     sim.expect({failed(asked_driver()), log(1, "Error obtaining the client list for ath0"), did("close")});
     EXPECT_EQ(0, record.stations);
     for (size_t size : {0u, 155u}) {
         sim.stations["ath0"] = bytes(size, FILL);
         memset(&record, 0x55, sizeof record);
-        EXPECT_EQ(0, client_mgr_get_client_bulk_info(&record, "ath0", 0, &left_out));
+        EXPECT_EQ(0, client_mgr_get_client_bulk_info(&at, "ath0"));
         sim.expect({listed()});
         EXPECT_EQ(0, record.stations);
     }

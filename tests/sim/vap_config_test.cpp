@@ -1,9 +1,8 @@
-#include "client_mgr/clients/vap_config.h"
-
 #include <cstring>
 
 #include "arrange.h"
 #include "client_mgr/base/client_mgr_cfg.h"
+#include "client_mgr/clients/vaps.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 
@@ -99,7 +98,7 @@ SIM_TEST(vap_config, takes_every_field_of_a_vap) {
                 log(3, "VLAN  65244"), log(3, "Radius Index  555885348"), log(3, "MAC Acl Index  825373492"),
                 log(3, "Radius Acl Type  -235736076")});
     vap_cfg expected = {};
-    set_bytes(expected.bssid, BSSID_0);
+    set_bytes(expected.bssid.bytes, BSSID_0);
     set_text(expected.ssid, 32, "abcdefghijklmnopqrstuvwxyz012345");
     set_text(expected.captive_cfg, 32, "ABCDEFGHIJKLMNOPQRSTUVWXYZ678901");
     set_text(expected.ifname, 12, "ath0");
@@ -172,7 +171,7 @@ SIM_TEST(vap_config, the_last_vap_without_bssid_leaves_its_name_beside_the_old_f
     EXPECT_STREQ("old ssid", g_cfg.vaps[1].ssid);
     EXPECT_EQ(5U, g_cfg.vaps[1].vlan);
     EXPECT_EQ(7U, g_cfg.vaps[1].guest_count);
-    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(g_cfg.vaps[1].bssid, g_cfg.vaps[1].bssid + 6));
+    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(g_cfg.vaps[1].bssid.begin(), g_cfg.vaps[1].bssid.end()));
 }
 
 SIM_TEST(vap_config, the_status_is_logged_and_nothing_else) {
@@ -326,7 +325,7 @@ SIM_TEST(vap_config, an_update_reports_the_vap_with_its_bssid_read_afresh) {
                                   "0a 1b 2c 3d 4e 50") +  // as read
                               padded("abcdefghijklmnopqrstuvwxyz012345", 32) +
                               hex("31 32 33 34"))});
-    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(vap.bssid, vap.bssid + 6)) << "the entry is not refreshed";
+    EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(vap.bssid.begin(), vap.bssid.end())) << "the entry is not refreshed";
 }
 
 // A VAP that moved up, because one before it cannot be read any more, leaves an old entry behind.

@@ -32,7 +32,7 @@ bool ready() { return g_cfg.status_flags == 3 && g_cfg.ctrlr_ip != 0; }
 // The VAP that the daemon knows by this BSSID, -1 if none.
 int vap_with(const uint8_t *bssid) {
     for (int v = 0; v < VAPS && v < static_cast<int>(g_cfg.num_vaps); v++) {
-        if (memcmp(g_cfg.vaps[v].bssid, bssid, 6) == 0) {
+        if (memcmp(g_cfg.vaps[v].bssid.bytes, bssid, 6) == 0) {
             return v;
         }
     }
@@ -80,15 +80,15 @@ void guest_rules::remove_entries(int vap, const std::string &address) {
 // A guest's first address brings entries; another one takes those of the old one away before.
 void guest_rules::new_address(const step &s) {
     const client_info *client = client_of(s.station);
-    if (!ready() || !is_guest(client) || memcmp(client->cl_ip, s.ip.data(), 4) == 0) {
+    if (!ready() || !is_guest(client) || memcmp(client->cl_ip.bytes, s.ip.data(), 4) == 0) {
         return;
     }
     const int vap = vap_with(client->assoc_bssid.bytes);
     if (vap < 0) {
         return;
     }
-    if (!is_zero(client->cl_ip)) {
-        remove_entries(vap, dotted(client->cl_ip));
+    if (!is_zero(client->cl_ip.bytes)) {
+        remove_entries(vap, dotted(client->cl_ip.bytes));
     }
     uint32_t &count = counts_[static_cast<size_t>(vap)];
     const uint8_t network[] = {s.ip[0], s.ip[1], s.ip[2], 0};
@@ -110,7 +110,7 @@ void guest_rules::authorised(const step &s) {
     }
     guest_[static_cast<size_t>(s.station)] = false;
     if (counts_[static_cast<size_t>(vap)] != 0) {
-        remove_entries(vap, dotted(client->cl_ip));
+        remove_entries(vap, dotted(client->cl_ip.bytes));
     }
 }
 
@@ -123,7 +123,7 @@ void guest_rules::left(const step &s) {
         return;
     }
     if (counts_[static_cast<size_t>(s.vap)] != 0) {
-        remove_entries(s.vap, dotted(client->cl_ip));
+        remove_entries(s.vap, dotted(client->cl_ip.bytes));
     }
 }
 

@@ -1,19 +1,17 @@
-
-
-#include "client_mgr/clients/vap_config.h"
+#include "client_mgr/clients/vaps.h"
 
 #include <algorithm>
+#include <cstring>
 
-#include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
+#include "client_mgr/base/vap_text.h"
+#include "client_mgr/clients/vap_report.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
-#include "client_mgr/neighbours/sta_ctrl.h"
+#include "client_mgr/neighbours/driver.h"
 #include "kx/apcfg.h"
 #include "wire/ctrlr_messages.h"
 
 namespace {
-
-constexpr uint32_t vap_enabled = 1;
 
 // Loads one VAP into an entry. When its BSSID cannot be read the entry keeps the new name beside its old fields.
 bool load_vap(const char *name, vap_cfg &entry) {
@@ -23,7 +21,7 @@ bool load_vap(const char *name, vap_cfg &entry) {
     }
     log_vap_status(vap);
     memcpy(entry.ifname, vap.ifname, sizeof entry.ifname);
-    if (client_mgr_get_bssid(entry.bssid, make_vap_ifname(entry.ifname).text) != 0) {
+    if (client_mgr_get_bssid(entry.bssid.bytes, make_vap_ifname(entry.ifname).text) != 0) {
         return false;
     }
     log_bssid(entry.bssid);
@@ -53,43 +51,26 @@ const vap_cfg *find_by_ifname(const char *ifname) {
 
 }  // namespace
 
-void log_vap_status(const apcfg_vap &vap) {
-    CM_LOG(LOG_EVENT, "vap %.16s status = %s", vap.ifname, vap.status == vap_enabled ? "AP_TRUE" : "AP_FALSE");
-}
-
-void log_bssid(const uint8_t bssid[6]) { CM_LOG(LOG_EVENT, "BSSID : " MAC_FMT, MAC_ARG(bssid)); }
-
-void log_ssid_and_vlan(const char ssid[32], uint32_t vlan) {
-    CM_LOG(LOG_EVENT, "SSID  %.32s", ssid);
-    CM_LOG(LOG_EVENT, "VLAN  %d", static_cast<int>(vlan));
-}
-
-void fill_vap_record(vap_record &record, uint8_t rec_type, const uint8_t bssid[6], const char ssid[32], uint32_t vlan) {
-    fill_ctrlr_rec_hdr(record.rec, rec_type, sizeof record);
-    memcpy(record.bssid, bssid, sizeof record.bssid);
-    memcpy(record.ssid, ssid, sizeof record.ssid);
-    record.vlan = vlan;
-}
-
 void client_mgr_vap_init(void) {
     CM_LOG(LOG_EVENT, "Initializing vap config");
     if (!client_mgr_ctrlr_ready()) {
         CM_LOG(LOG_ERROR, "Not yet ready to talk to controller");
         return;
     }
-    vap_ifname_list list;
-    if (apcfg_vap_get_ifname_list(list.names, &list.count) != 0) {
+    char names[APCFG_MAX_IFNAMES][12];
+    uint8_t count;
+    if (apcfg_vap_get_ifname_list(names, &count) != 0) {
         CM_LOG(LOG_ERROR, "Error getting the VAP list");
         return;
     }
-    CM_LOG(LOG_EVENT, "Got %d vap configuration", list.count);
+    CM_LOG(LOG_EVENT, "Got %d vap configuration", count);
     uint32_t n = 0;
-    for (uint32_t i = 0; i < list.count; i++) {
+    for (uint32_t i = 0; i < count; i++) {
         if (n == CLIENT_MGR_MAX_VAPS) {
-            CM_LOG(LOG_ERROR, "No room for %d of the VAPs", static_cast<int>(list.count - i));
+            CM_LOG(LOG_ERROR, "No room for %d of the VAPs", static_cast<int>(count - i));
             break;
         }
-        if (load_vap(make_vap_ifname(list.names[i]).text, g_cfg.vaps[n])) {
+        if (load_vap(make_vap_ifname(names[i]).text, g_cfg.vaps[n])) {
             n++;
         }
     }
@@ -106,8 +87,8 @@ int client_mgr_vap_update(const char *ifname) {
     if (vap == nullptr) {
         return 0;
     }
-    uint8_t bssid[6];
-    if (client_mgr_get_bssid(bssid, make_vap_ifname(ifname).text) != 0) {
+    mac_address bssid;
+    if (client_mgr_get_bssid(bssid.bytes, make_vap_ifname(ifname).text) != 0) {
         CM_LOG(LOG_ERROR, "Unable to get bssid for vap %.12s", ifname);
         return -1;
     }
@@ -124,13 +105,21 @@ int client_mgr_vap_update(const char *ifname) {
     return 0;
 }
 
-int client_mgr_get_vap_idx(const uint8_t bssid[6], uint32_t *idx) {
+vap_lookup find_vap(const mac_address &bssid) {
     const uint32_t count = std::min(g_cfg.num_vaps, CLIENT_MGR_MAX_VAPS);
     for (uint32_t i = 0; i < count; i++) {
-        if (memcmp(g_cfg.vaps[i].bssid, bssid, sizeof g_cfg.vaps[i].bssid) == 0) {
-            *idx = i;
-            return 0;
+        if (g_cfg.vaps[i].bssid == bssid) {
+            return {&g_cfg.vaps[i], i};
         }
     }
-    return -1;
+    return {};
+}
+
+int client_mgr_get_vap_idx(const uint8_t bssid[6], uint32_t *idx) {
+    const vap_lookup found = find_vap(mac_at(bssid));
+    if (!found) {
+        return -1;
+    }
+    *idx = found.index;
+    return 0;
 }

@@ -1,0 +1,47 @@
+// Reading what the controller sent: counts and lengths are trusted, but nothing outside the span is read.
+#ifndef CLIENT_MGR_DISPATCH_RECORD_CURSOR_H
+#define CLIENT_MGR_DISPATCH_RECORD_CURSOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "client_mgr/base/log.h"
+
+// Reads one object after the other from a span of bytes.
+class record_cursor {
+public:
+    explicit record_cursor(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    // Moves on, past the end as well: there nothing can be read.
+    void skip(size_t count) { offset_ += count; }
+
+    // The bytes from the cursor on.
+    std::span<const uint8_t> rest() const {
+        return offset_ < bytes_.size() ? bytes_.subspan(offset_) : std::span<const uint8_t>();
+    }
+
+    // The next `count` bytes, and moves behind them. Null, with one line at level 1, when they would leave the span.
+    const uint8_t *read_bytes(size_t count) {
+        if (offset_ + count > bytes_.size()) {
+            CM_LOG(LOG_ERROR, "Record leaves the controller message buffer");
+            return nullptr;
+        }
+        const uint8_t *at = bytes_.data() + offset_;
+        offset_ += count;
+        return at;
+    }
+
+    // As read_bytes, for an object of a wire type.
+    template <class Wire>
+    const Wire *read() {
+        static_assert(alignof(Wire) == 1);
+        return reinterpret_cast<const Wire *>(read_bytes(sizeof(Wire)));
+    }
+
+private:
+    std::span<const uint8_t> bytes_;
+    size_t offset_ = 0;
+};
+
+#endif
