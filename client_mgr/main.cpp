@@ -1,4 +1,4 @@
-// The program: client_mgr_core behind a command line that only tells what it is.
+// The program. Its command line has only --help and --version.
 
 #include <cstdio>
 #include <cstring>

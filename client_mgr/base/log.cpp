@@ -14,10 +14,10 @@
 
 namespace {
 
-// Longer than every line: the longest shows a shell command of 199 characters.
+// More than the longest line, which has a shell command of 199 characters.
 constexpr size_t line_max = 512;
 
-// The second in front of a line, as text: the same for all lines of that second.
+// The text of the current second, kept for all lines of that second.
 struct second_text {
     time_t second = -1;
     char text[24] = "-1";
@@ -66,7 +66,7 @@ void write_to_log(const char *text, size_t len) {
         write_through(log_file_name, text, len);
         return;
     }
-    // Past the stream, which would take a twentieth of an event at level 3.
+    // Not through the stream, which costs a twentieth of an event at level 3.
     if (full) {
         lseek(fd, 0, SEEK_SET);
     }

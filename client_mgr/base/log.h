@@ -6,7 +6,7 @@
 #include "kx/kx_log.h"
 #include "wire/mac_address.h"
 
-// The module's name in front of each line. Empty in every module: a line begins with its ':'.
+// The module's name in front of each line. It is empty in every module, so a line begins with ':'.
 static constexpr char submod_name[16] = {};
 
 // Levels.
@@ -23,7 +23,7 @@ enum {
 // level the arguments are not evaluated and the call costs one comparison.
 #define CM_LOG(severity, fmt, ...)                                                 \
     do {                                                                           \
-        static_assert(text_buffer::knows(fmt));                                    \
+        static_assert(text_buffer::supports(fmt));                                 \
         if (kx_log_conf_data.level >= (severity))                                  \
             client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
@@ -35,7 +35,7 @@ enum {
 #define MAC_FMT "%pM"
 
 // The argument for MAC_FMT.
-inline const void *MAC_ARG(const mac_address &mac) { return mac.bytes; }
-inline const void *MAC_ARG(const uint8_t *six_bytes) { return six_bytes; }
+inline const void *mac_arg(const mac_address &mac) { return mac.bytes; }
+inline const void *mac_arg(const uint8_t *six_bytes) { return six_bytes; }
 
 #endif

@@ -7,7 +7,7 @@
 
 inline int32_t current_seconds() { return static_cast<int32_t>(static_cast<uint32_t>(time(nullptr))); }
 
-// From `then` to `now`; negative after the clock was set back, right across a wrap.
+// Seconds from `then` to `now`: negative after the clock was set back, and correct across a wrap.
 inline int32_t seconds_since(int32_t then, int32_t now) {
     return static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(then));
 }

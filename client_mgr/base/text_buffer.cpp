@@ -9,7 +9,7 @@
 
 namespace {
 
-// What stands between '%' and the conversion's letter.
+// The width and precision of a conversion.
 struct conversion {
     int width = 0;
     int precision = -1;

@@ -1,5 +1,5 @@
-// Text that is put together in a buffer of fixed size. It does what snprintf does, for the few conversions that the
-// daemon's texts use: the formatting, not the writing, is what a log line can be spared.
+// A formatter that writes to a buffer of fixed size. It supports only the conversions that the daemon's texts use and
+// is faster than snprintf: formatting is the larger part of a log line's cost.
 #ifndef CLIENT_MGR_BASE_TEXT_BUFFER_H
 #define CLIENT_MGR_BASE_TEXT_BUFFER_H
 
@@ -24,12 +24,12 @@ public:
     void put_decimal(long value);
     void put_hex(uint32_t value, int min_digits);
 
-    // As vsnprintf, for the conversions that knows() lists; %pM writes the six bytes of a MAC address, which to the
-    // compiler's check of `fmt` is a pointer and a letter.
+    // As vsnprintf, for the conversions that supports() lists. %pM writes the six bytes of a MAC address; the
+    // compiler's check of `fmt` reads it as a pointer followed by a letter.
     void put_format(const char *fmt, va_list args);
 
     // Whether the conversions of `fmt` are all among %d, %s, %.4s, %08x (with a width of 1 to 8), %pM and %%.
-    static constexpr bool knows(const char *fmt) {
+    static constexpr bool supports(const char *fmt) {
         while (*fmt != '\0') {
             if (*fmt++ == '%' && !skip_conversion(fmt)) {
                 return false;

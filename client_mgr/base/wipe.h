@@ -1,4 +1,4 @@
-// Erasing keys from memory that is used no more. A plain memset there is one that the compiler may leave out.
+// Erasing keys. The compiler may drop a plain memset of memory that is not read afterwards.
 #ifndef CLIENT_MGR_BASE_WIPE_H
 #define CLIENT_MGR_BASE_WIPE_H
 
@@ -10,7 +10,7 @@ inline void wipe(void *data, size_t size) {
     __asm__ volatile("" : : "r"(data) : "memory");
 }
 
-// Erases an object when the scope ends in which the guard was made.
+// Erases an object at the end of the guard's scope.
 class wipe_guard {
 public:
     template <class T>
@@ -24,7 +24,7 @@ private:
     size_t size_;
 };
 
-// Erases what functions that the caller called before, and that have returned, left behind on the stack: 1 KiB.
+// Erases the 1 KiB of stack below the caller's frame, where functions that have returned may have left keys.
 [[gnu::noinline]] inline void wipe_stack_below() {
     char left_behind[1024];
     wipe(left_behind, sizeof left_behind);

@@ -17,7 +17,7 @@ namespace {
 
 void report_invalid_bss(const association &event) {
     client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-                      MAC_ARG(event.bssid), MAC_ARG(event.client));
+                      mac_arg(event.bssid), mac_arg(event.client));
     CM_LOG(LOG_ERROR, "Invalid ap bssid in assoc msg");
 }
 
@@ -28,7 +28,7 @@ void recall_ip(association &event, const vap_lookup &vap) {
         return;
     }
     CM_LOG(LOG_EVENT, "Client already present in same BSS, might be already assocaited " MAC_FMT,
-           MAC_ARG(event.client));
+           mac_arg(event.client));
     event.ip = known.record->cl_ip;
 }
 
@@ -40,8 +40,8 @@ void associate(association &event) {
     }
     CM_LOG(LOG_EVENT, "Received association msg");
     event.ip = 0;
-    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, MAC_ARG(event.bssid),
-                      MAC_ARG(event.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Association-Req " MAC_FMT " -- " MAC_FMT, mac_arg(event.bssid),
+                      mac_arg(event.client));
     const vap_lookup vap = find_vap(event.bssid);
     if (!vap) {
         report_invalid_bss(event);

@@ -15,7 +15,7 @@
 
 namespace {
 
-// Too large to lie on the stack beside a message.
+// Too large for the stack beside a message.
 alignas(uint32_t) uint8_t station_list[DRIVER_STATION_LIST_MAX];
 
 struct vap_names {
@@ -79,7 +79,7 @@ bool read_vap(const char *name, uint8_t rec_type, apcfg_vap &vap, vap_record &re
 void fill_station_entry(station_entry &entry, const mac_address &station) {
     entry = {};
     entry.mac = station;
-    CM_LOG(LOG_EVENT, "CLIENT MAC  : " MAC_FMT, MAC_ARG(station));
+    CM_LOG(LOG_EVENT, "CLIENT MAC  : " MAC_FMT, mac_arg(station));
     const client_lookup client = find_client(station);
     if (!client) {
         return;

@@ -14,11 +14,11 @@ extern "C" {
 int client_mgr_get_clinfo_frm_ctrlr(const uint8_t *mac, const uint8_t *bssid, const uint8_t *last_bssid, uint8_t type);
 }
 
-// The answer to a PMK fetch: stores the key and hands it to hostapd. Does nothing with an entry without a key.
+// Handles an answer to a PMK fetch: stores the key and sends it to hostapd. Ignores an entry without a key.
 void install_pmk(const client_entry &entry, const client_lookup &known);
 
-// The answer to a client information fetch: stores the client's home data and repeats the roam that asked for them.
-// Returns false, with nothing stored, when the entry's BSSID is not ours.
+// Handles an answer to a client information fetch: stores the client's home data and repeats the roam that asked for
+// them. Returns false, with nothing stored, when the entry's BSSID is not ours.
 bool complete_roam(const client_entry &entry, const client_lookup &known);
 
 #endif

@@ -17,7 +17,7 @@ void report_ip(const client_info &client) {
                        CLIENT_MGR_CLIENT_IP);
     const uint8_t *ip = client.cl_ip.bytes;
     client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Event " MAC_FMT " -- " MAC_FMT " [Set IP=%d.%d.%d.%d]",
-                      MAC_ARG(client.assoc_bssid), MAC_ARG(client.cl_mac), ip[0], ip[1], ip[2], ip[3]);
+                      mac_arg(client.assoc_bssid), mac_arg(client.cl_mac), ip[0], ip[1], ip[2], ip[3]);
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ void learn_client_ip(const mac_address &mac, be32 ip, const char *ifname) {
     }
     const client_lookup known = find_client(mac);
     if (!known) {
-        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARG(mac));
+        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, mac_arg(mac));
         return;
     }
     if (ip == 0 || ip == known.record->cl_ip) {
@@ -38,7 +38,7 @@ void learn_client_ip(const mac_address &mac, be32 ip, const char *ifname) {
     const wipe_guard guard(client.pmk);
     client.cl_ip = ip;
     CM_LOG(LOG_EVENT, "[%s] Adding client ip 0x%08x for client " MAC_FMT, "client_mgr_send_client_ip_msg", uint32_t{ip},
-           MAC_ARG(mac));
+           mac_arg(mac));
     if ((client.flag & CLIENT_FLAG_GUEST) != 0) {
         let_guest_reach_portal(*known.record, ip, ifname);
     }

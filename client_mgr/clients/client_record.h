@@ -1,4 +1,4 @@
-// New records of the client table. Each is complete but for the address, the PMK and the guest flag, which are zero.
+// New records of the client table. PMK and guest flag are zero, and the address too unless a function says otherwise.
 #ifndef CLIENT_MGR_CLIENTS_CLIENT_RECORD_H
 #define CLIENT_MGR_CLIENTS_CLIENT_RECORD_H
 
@@ -9,12 +9,12 @@
 // A client at home on `vap`, whose BSSID is `bssid`.
 client_info make_home_client(const mac_address &client, const mac_address &bssid, const vap_lookup &vap);
 
-// A client that roamed to `vap` and of which the controller has not told the home yet: its home BSSID is the BSS that
-// it came from, its home VLAN the VAP's.
+// A client that roamed to `vap` and whose home the controller has not sent yet. Its home BSSID is the BSS that it came
+// from, and its home VLAN is the VAP's.
 client_info make_placeholder(const mac_address &client, const mac_address &bssid, const mac_address &last_bssid,
                              const vap_lookup &vap);
 
-// A client whose home is another access point, with the home and the address of the controller's entry, on no VAP.
+// A client on no VAP whose home is another access point. Home and address are those of the controller's entry.
 client_info make_foreign_client(const client_entry &entry);
 
 #endif

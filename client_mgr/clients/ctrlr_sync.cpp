@@ -24,7 +24,7 @@ void turn_away(const vap_cfg &vap, const mac_address &client, int reason) {
     client_mgr_captive_msg_send(client.bytes, make_captive_text(vap).text, CAPTIVE_MSG_DISASSOCIATION);
 }
 
-// A client that is on one of our VAPs, valid or not, is sent away: the controller has it elsewhere.
+// Disassociates a client that is on one of our VAPs, valid or not, because the controller has it elsewhere.
 void hand_over(const mac_address &client) {
     const client_lookup known = find_client(client);
     if (!known || known.record->assoc_bssid == mac_address{}) {
@@ -55,14 +55,14 @@ void take_over_from_controller(const client_entry &entry) {
         client.flag |= CLIENT_FLAG_GUEST;
     }
     client_tbl_mac_update(&client, -1);
-    CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", MAC_ARG(client.cl_mac),
-           MAC_ARG(client.home_bssid), client.home_vlan);
+    CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", mac_arg(client.cl_mac),
+           mac_arg(client.home_bssid), client.home_vlan);
 }
 
 void remove_client(const mac_address &mac) {
     const client_lookup known = find_client(mac);
     if (!known) {
-        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, MAC_ARG(mac));
+        CM_LOG(LOG_EVENT, "Unable to find client " MAC_FMT, mac_arg(mac));
         return;
     }
     for (const vap_cfg &vap : g_cfg.vaps) {

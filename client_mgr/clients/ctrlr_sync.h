@@ -6,10 +6,10 @@
 #include "wire/ctrlr_messages.h"
 #include "wire/mac_address.h"
 
-// A client whose home is another access point: it is disassociated from a VAP of this one, and stored.
+// Stores a client whose home is another access point. If it is on a VAP of this one, it is disassociated first.
 void take_over_from_controller(const client_entry &entry);
 
-// A client that the site has forgotten.
+// Disassociates a client and forgets it.
 void remove_client(const mac_address &mac);
 
 #endif

@@ -26,8 +26,8 @@ client_lookup find_leaving_client(const mac_address &client) {
     return known;
 }
 
-// The controller alone reported it, and it did not roam to here; or it is at home here but on another VLAN by now. A
-// client that roamed in from another VLAN (foreign and tunnelled) did leave.
+// True for a client that only the controller reported and that did not roam to here, and for one that is at home here
+// but on another VLAN by now. A client that roamed in from another VLAN (foreign and tunnelled) did leave.
 bool foreign_client_has_roamed(uint32_t flag) {
     const bool local = (flag & CLIENT_FLAG_LOCAL) != 0;
     const bool foreign = (flag & CLIENT_FLAG_FOREIGN) != 0;
@@ -40,7 +40,7 @@ void forget_verdict(const mac_address &client) {
     if (!verdict) {
         return;
     }
-    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(client));
+    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, mac_arg(client));
     client_mgr_acl_drv_mac_delete(verdict.slot);
 }
 
@@ -51,8 +51,8 @@ void disassociate(const association &event) {
         return;
     }
     CM_LOG(LOG_EVENT, "Received dis-association msg");
-    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, MAC_ARG(event.bssid),
-                      MAC_ARG(event.client));
+    client_mgr_syslog(LOG_USER | LOG_INFO, "<clmgr> Proc Disassociation " MAC_FMT " -- " MAC_FMT, mac_arg(event.bssid),
+                      mac_arg(event.client));
     const client_lookup known = find_leaving_client(event.client);
     if (!known) {
         return;

@@ -4,9 +4,9 @@
 
 #include "wire/local_messages.h"
 
-// Both forget the client if it is on the VAP that it left, and report it. Neither does anything while the controller
-// cannot be talked to. They differ on purpose: only the local one writes to the system log, cleans up after a guest and
-// forgets the client's MAC ACL verdict.
+// Both forget the client if it is on the VAP that it left, and report it. Neither does anything while the link to the
+// controller is not ready. They differ on purpose: only the local one writes to the system log, cleans up after a guest
+// and forgets the client's MAC ACL verdict.
 
 // A client that is at home here.
 void disassociate(const association &event);

@@ -23,7 +23,7 @@ void let_guest_reach_portal(const client_info &guest, be32 new_ip, const char *i
 void authorise_guest(const mac_address &mac) {
     const client_lookup known = find_client(mac);
     if (!known) {
-        CM_LOG(LOG_ERROR, "Invalid client " MAC_FMT, MAC_ARG(mac));
+        CM_LOG(LOG_ERROR, "Invalid client " MAC_FMT, mac_arg(mac));
         return;
     }
     const vap_lookup vap = find_vap(known.record->assoc_bssid);
@@ -40,6 +40,6 @@ void authorise_guest(const mac_address &mac) {
     if (vap->guest_count != 0) {
         remove_guest_entries(*vap, client.cl_ip, "Client authenticated, removing arp and route");
     }
-    CM_LOG(LOG_EVENT, "Notifying client " MAC_FMT " authenticated in vap %.32s", MAC_ARG(mac), vap->captive_cfg);
+    CM_LOG(LOG_EVENT, "Notifying client " MAC_FMT " authenticated in vap %.32s", mac_arg(mac), vap->captive_cfg);
     client_mgr_captive_msg_send(mac.bytes, make_captive_text(*vap).text, CAPTIVE_MSG_GUEST_AUTHENTICATED);
 }

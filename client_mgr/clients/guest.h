@@ -6,11 +6,11 @@
 #include "wire/big_endian.h"
 #include "wire/mac_address.h"
 
-// Installs the kernel entries with which a guest reaches the portal from its new address, after those of its stored
-// address, if there is one, are removed. `ifname`: as of learn_client_ip.
+// Removes the kernel entries of the guest's stored address, if it has one, and installs those of the new address, with
+// which the guest reaches the portal. `ifname`: as for learn_client_ip.
 void let_guest_reach_portal(const client_info &guest, be32 new_ip, const char *ifname);
 
-// The controller has authorised a client: clears its guest flag, removes its kernel entries and notifies the portal.
+// Clears the client's guest flag, removes its kernel entries and notifies the portal.
 void authorise_guest(const mac_address &mac);
 
 #endif

@@ -27,9 +27,9 @@ int push(uint32_t verdict, const acl_question &question) {
 void push_verdict(const acl_question &question, uint32_t verdict) {
     // No blank behind "for", unlike in acl_verdict_rcvd.
     if (push(verdict, question) == 0) {
-        CM_LOG(LOG_TRACE, "sending acl auth response to drv successful for " MAC_FMT " ", MAC_ARG(question.client));
+        CM_LOG(LOG_TRACE, "sending acl auth response to drv successful for " MAC_FMT " ", mac_arg(question.client));
     } else {
-        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for" MAC_FMT " ", MAC_ARG(question.client));
+        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for" MAC_FMT " ", mac_arg(question.client));
     }
 }
 
@@ -37,12 +37,11 @@ void ask_controller(const acl_question &question, const vap_lookup &vap, int32_t
     CM_LOG(LOG_TRACE,
            "client info not found in client manager list andin acl cache or auth is for diff bss id " MAC_FMT
            "send acl auth message to ap_mgr on controller ",
-           MAC_ARG(question.client));
+           mac_arg(question.client));
     client_mgr_get_acl_info_frm_ctrlr(question.client.bytes, question.bssid.bytes, g_cfg.ap_mac.bytes, vap.index,
                                       vap->radius_idx, vap->mac_acl_idx, vap->radius_acl_type, question.data_len,
                                       question.data, CLIENT_MGR_CLIENT_ACL_AUTH_REQ);
-    // Pending even when the request could not be sent: it is repeated when the driver asks again, 11 seconds or more
-    // later.
+    // Pending even when the request could not be sent. It is sent again when the driver asks 11 seconds later or more.
     acl_cache_entry pending = {};
     pending.acl_mac = question.client;
     pending.timestamp = current_seconds();
@@ -53,7 +52,7 @@ void ask_controller(const acl_question &question, const vap_lookup &vap, int32_t
 // Returns whether the controller has to be asked (again) although the cache holds an entry. Answers the driver if the
 // entry has a verdict and `force` is not set; with `force` a cached verdict is not for this VAP.
 bool must_ask(const acl_question &question, const acl_cache_entry &cached, bool force) {
-    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, MAC_ARG(question.client));
+    CM_LOG(LOG_TRACE, "client found in client manager acl cache " MAC_FMT, mac_arg(question.client));
     switch (cached.state) {
         case ACL_STATE_DENIED:
         case ACL_STATE_ALLOWED:
@@ -63,16 +62,16 @@ bool must_ask(const acl_question &question, const acl_cache_entry &cached, bool 
             push_verdict(question, static_cast<uint32_t>(cached.state));
             return false;
         case ACL_STATE_PENDING:
-            CM_LOG(LOG_TRACE, "acl auth already sent to controller for client  " MAC_FMT " ", MAC_ARG(question.client));
+            CM_LOG(LOG_TRACE, "acl auth already sent to controller for client  " MAC_FMT " ", mac_arg(question.client));
             if (seconds_since(cached.timestamp, current_seconds()) < ask_again_after_secs) {
                 return false;
             }
             CM_LOG(LOG_TRACE, "acl auth sent to controller for client " MAC_FMT " timed out. resend auth",
-                   MAC_ARG(question.client));
+                   mac_arg(question.client));
             return true;
         default:
             CM_LOG(LOG_EVENT, "acl authentication state (%d) for client  " MAC_FMT " ", cached.state,
-                   MAC_ARG(question.client));
+                   mac_arg(question.client));
             return false;
     }
 }
@@ -82,10 +81,10 @@ void cache_verdict(const mac_address &client, uint32_t verdict) {
     if (!cached) {
         return;
     }
-    CM_LOG(LOG_EVENT, "client found in client manager acl cache " MAC_FMT, MAC_ARG(client));
+    CM_LOG(LOG_EVENT, "client found in client manager acl cache " MAC_FMT, mac_arg(client));
     if (cached.record->state != ACL_STATE_PENDING) {
         CM_LOG(LOG_ERROR, "acl auth resp from controller for client  " MAC_FMT " but client cached entry state is (%d)",
-               MAC_ARG(client), cached.record->state);
+               mac_arg(client), cached.record->state);
     }
     acl_cache_entry entry = *cached.record;
     entry.timestamp = current_seconds();
@@ -103,7 +102,7 @@ void answer_acl_question(const acl_question &question) {
     }
     const client_lookup known = find_client(question.client);
     if (known) {
-        CM_LOG(LOG_TRACE, "client found in client manager list " MAC_FMT, MAC_ARG(question.client));
+        CM_LOG(LOG_TRACE, "client found in client manager list " MAC_FMT, mac_arg(question.client));
         if (known.record->bssid_idx == vap.slot()) {
             push_verdict(question, verdict_allowed);
             return;
@@ -119,12 +118,12 @@ void answer_acl_question(const acl_question &question) {
 
 void acl_verdict_rcvd(const acl_answer &answer) {
     const mac_address &client = answer.subject.client;
-    CM_LOG(LOG_TRACE, " Client " MAC_FMT " mac acl auth response (%s)", MAC_ARG(client),
+    CM_LOG(LOG_TRACE, " Client " MAC_FMT " mac acl auth response (%s)", mac_arg(client),
            answer.verdict == verdict_allowed ? "ALLOWED" : "DENIED");
     if (push(answer.verdict, answer.subject) != 0) {
-        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for " MAC_FMT " ", MAC_ARG(client));
+        CM_LOG(LOG_ERROR, "sending acl auth response to drv failed for " MAC_FMT " ", mac_arg(client));
     } else {
-        CM_LOG(LOG_TRACE, "sending acl auth response to drv success for " MAC_FMT " ", MAC_ARG(client));
+        CM_LOG(LOG_TRACE, "sending acl auth response to drv success for " MAC_FMT " ", mac_arg(client));
     }
     cache_verdict(client, answer.verdict);
 }

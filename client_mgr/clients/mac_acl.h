@@ -10,8 +10,8 @@
 struct acl_question {
     mac_address client;
     mac_address bssid;
-    const uint8_t *data;  // the driver's own, by which it finds its question again; at least min(data_len, 128) bytes
-    uint32_t data_len;    // as it came
+    const uint8_t *data;  // opaque, by which the driver finds its question again; at least min(data_len, 128) bytes
+    uint32_t data_len;    // as received
 };
 
 struct acl_answer {
@@ -19,11 +19,11 @@ struct acl_answer {
     acl_question subject;
 };
 
-// A question of the driver. It gets its answer now if the client is on that VAP or a verdict is cached; otherwise the
-// controller is asked.
+// Handles a question of the driver: answers it if the client is on that VAP or a verdict is cached, otherwise asks the
+// controller.
 void answer_acl_question(const acl_question &question);
 
-// An answer of the controller.
+// Handles an answer of the controller.
 void acl_verdict_rcvd(const acl_answer &answer);
 
 extern "C" {

@@ -15,8 +15,8 @@ namespace {
 constexpr char caller[] = "client_mgr_process_move_notify";
 constexpr int reason_moved_away = 2;
 
-// The captive text of VAP 16, one past the table, is sent on purpose. It lies in the controller message in hand, from
-// byte 38 on.
+// The system sends the captive text of VAP 16, which is one past the table. That place is byte 38 of the controller
+// message in hand.
 constexpr size_t text_of_vap_16 = 38;
 static_assert(offsetof(client_mgr_cfg, ctrlr_msg_buf) + text_of_vap_16 ==
               offsetof(client_mgr_cfg, vaps) + CLIENT_MGR_MAX_VAPS * sizeof(vap_cfg) + offsetof(vap_cfg, captive_cfg));
@@ -26,7 +26,7 @@ static_assert(offsetof(client_mgr_cfg, ctrlr_msg_buf) + text_of_vap_16 ==
 void client_moved_away(const client_lookup &known) {
     const mac_address client = known.record->cl_mac;
     const mac_address bssid = known.record->assoc_bssid;
-    CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, MAC_ARG(bssid));
+    CM_LOG(LOG_EVENT, "CUR BSSID : " MAC_FMT, mac_arg(bssid));
     for (const vap_cfg &vap : g_cfg.vaps) {
         if (vap.bssid != bssid) {
             continue;

@@ -49,8 +49,8 @@ void store_pmk(const pmk_info_message &msg, const vap_lookup &vap) {
 
 int add_pmk(const pmk_info_message &msg) {
     CM_LOG(LOG_EVENT, "Received PMK add msg");
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(msg.client));
-    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARG(msg.bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(msg.client));
+    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, mac_arg(msg.bssid));
     log_pmk(msg);
     if (send_pmk_add(msg) != 0) {
         // The text of the foreign client's update; the one below is the association's.
@@ -68,9 +68,9 @@ int add_pmk(const pmk_info_message &msg) {
 
 int fetch_pmk(pmk_info_message &msg) {
     CM_LOG(LOG_EVENT, "Received PMK fetch msg");
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(msg.client));
-    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, MAC_ARG(msg.bssid));
-    CM_LOG(LOG_EVENT, "Prev BSSID " MAC_FMT, MAC_ARG(msg.prev_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(msg.client));
+    CM_LOG(LOG_EVENT, "Cur BSSID " MAC_FMT, mac_arg(msg.bssid));
+    CM_LOG(LOG_EVENT, "Prev BSSID " MAC_FMT, mac_arg(msg.prev_bssid));
     const client_lookup known = find_client(msg.client);
     if (known && (known.record->flag & CLIENT_FLAG_PMK) != 0) {
         CM_LOG(LOG_EVENT, "Client with PMK already present in local tbl");

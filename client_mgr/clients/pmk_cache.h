@@ -4,12 +4,12 @@
 
 #include "wire/local_messages.h"
 
-// hostapd has a new key: sends it to the controller and stores it. Returns 0, or -1 when it could not be sent or the
-// BSSID is not ours.
+// Sends a new key of hostapd's to the controller and stores it. Returns 0, or -1 when it could not be sent or the BSSID
+// is not ours.
 int add_pmk(const pmk_info_message &msg);
 
-// hostapd asks for a client's key: answers with the stored one, which is written to `msg`, or asks the controller.
-// Returns 0, or -1 when neither was possible.
+// Answers hostapd's request for a client's key with the stored key, which is written to `msg`, or asks the controller
+// for it. Returns 0, or -1 when neither was possible.
 int fetch_pmk(pmk_info_message &msg);
 
 #endif

@@ -19,7 +19,7 @@ namespace {
 
 void report_invalid_bss(const reassociation &event) {
     client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Invalid BSS]",
-                      MAC_ARG(event.bssid), MAC_ARG(event.client));
+                      mac_arg(event.bssid), mac_arg(event.client));
     CM_LOG(LOG_ERROR, "Invalid ap bssid in foreign assoc msg");
 }
 
@@ -58,7 +58,7 @@ void roam_in(reassociation &event) {
     event.ip = known.record->cl_ip;
     client_mgr_syslog(LOG_USER | LOG_INFO,
                       "<clmgr> Proc Reassociation-Req " MAC_FMT " -- " MAC_FMT " [Last BSS " MAC_FMT "]",
-                      MAC_ARG(event.bssid), MAC_ARG(event.client), MAC_ARG(event.last_bssid));
+                      mac_arg(event.bssid), mac_arg(event.client), mac_arg(event.last_bssid));
     client_info client = *known.record;
     const wipe_guard guard(client.pmk);
     const vap_lookup vap = find_vap(event.bssid);

@@ -15,7 +15,7 @@ void log_vap_status(const apcfg_vap &vap) {
     CM_LOG(LOG_EVENT, "vap %.16s status = %s", vap.ifname, vap.status == vap_enabled ? "AP_TRUE" : "AP_FALSE");
 }
 
-void log_bssid(const mac_address &bssid) { CM_LOG(LOG_EVENT, "BSSID : " MAC_FMT, MAC_ARG(bssid)); }
+void log_bssid(const mac_address &bssid) { CM_LOG(LOG_EVENT, "BSSID : " MAC_FMT, mac_arg(bssid)); }
 
 void log_ssid_and_vlan(const char ssid[32], uint32_t vlan) {
     CM_LOG(LOG_EVENT, "SSID  %.32s", ssid);

@@ -1,4 +1,4 @@
-// What the reports of VAPs have in common: log lines and the record's first part.
+// Log lines and the record that all reports of VAPs share.
 #ifndef CLIENT_MGR_CLIENTS_VAP_REPORT_H
 #define CLIENT_MGR_CLIENTS_VAP_REPORT_H
 
@@ -8,7 +8,7 @@
 #include "wire/ctrlr_messages.h"
 #include "wire/mac_address.h"
 
-// A VAP's enable status, in the log only: a disabled VAP is handled like an enabled one.
+// Logs a VAP's status. A disabled VAP is handled like an enabled one.
 void log_vap_status(const apcfg_vap &vap);
 void log_bssid(const mac_address &bssid);
 void log_ssid_and_vlan(const char ssid[32], uint32_t vlan);

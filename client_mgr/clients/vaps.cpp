@@ -39,7 +39,7 @@ bool load_vap(const char *name, vap_cfg &entry) {
     return true;
 }
 
-// Entries past num_vaps, left by an earlier load, count as well.
+// Searches entries past num_vaps too, which an earlier load may have left.
 const vap_cfg *find_by_ifname(const char *ifname) {
     for (const vap_cfg &entry : g_cfg.vaps) {
         if (memcmp(entry.ifname, ifname, sizeof entry.ifname) == 0) {
@@ -96,7 +96,7 @@ int client_mgr_vap_update(const char *ifname) {
     log_ssid_and_vlan(vap->ssid, vap->vlan);
     vap_update_message msg;
     fill_ctrlr_msg_hdr(msg.hdr, 1, sizeof msg);
-    // The message alone carries the BSSID read afresh.
+    // The fresh BSSID goes into the message only.
     fill_vap_record(msg.vap, CLIENT_MGR_BULK_VAP_CONFIG, bssid, vap->ssid, vap->vlan);
     if (client_mgr_send_apcomm_msg(&msg, sizeof msg) != 0) {
         CM_LOG(LOG_ERROR, "Error sending VAP config");

@@ -10,8 +10,8 @@
 extern "C" {
 
 // Loads the VAP table: the first CLIENT_MGR_MAX_VAPS of the configuration's VAPs that can be read. One level-1 line
-// gives the number of names that are left in the list then. While the controller cannot be talked to the table stays as
-// it is, on purpose.
+// gives the number of names that are left in the list then. While the link to the controller is not
+// ready the table stays as it is, on purpose.
 void client_mgr_vap_init(void);
 // `ifname`: 12 bytes, compared as memory. Returns 0 when the VAP was reported or is not one of ours, else -1.
 int client_mgr_vap_update(const char *ifname);

@@ -32,8 +32,8 @@ struct record_type {
 
 constexpr char info_fetch_success_text[] = "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS";
 
-// A PMK answer is handled, and logged a second time, as a client information answer that has keys alone. So are the
-// client information answers behind it in the message: the flag is never cleared.
+// A PMK answer is handled as a client information answer with keys alone, and logged as both. The flag is never cleared
+// in a message, so the client information answers behind it are handled the same way.
 void pmk_fetch_success(uint8_t *rec, record_walk &walk) {
     walk.pmk_only = 1;
     CM_LOG(LOG_EVENT, "%s", info_fetch_success_text);
@@ -77,8 +77,7 @@ void dispatch(uint8_t type, uint8_t *rec, record_walk &walk) {
     }
 }
 
-// `msg` begins with a message's header and ends where nothing may be read any more. Returns whether the message carried
-// keys.
+// `msg`: a message's header and everything behind it that may be read. Returns whether the message carried keys.
 bool walk_records(std::span<uint8_t> msg) {
     const ctrlr_msg_hdr &hdr = *reinterpret_cast<const ctrlr_msg_hdr *>(msg.data());
     CM_LOG(LOG_EVENT, "Received recs %d hdr_len %d tot_len %d", uint16_t{hdr.recs}, hdr.hdr_len, uint16_t{hdr.tot_len});

@@ -30,7 +30,7 @@ std::span<const uint8_t> bytes_of(const uint8_t *rec) {
     return {rec, reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_len};
 }
 
-// Stands at the record's body.
+// A cursor at the record's body.
 record_cursor body_of(const uint8_t *rec) {
     record_cursor cursor(bytes_of(rec));
     cursor.skip(reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len);
@@ -80,7 +80,7 @@ int client_mgr_process_move_notify(uint8_t *rec) {
     if (body == nullptr) {
         return -1;
     }
-    CM_LOG(LOG_EVENT, "Client MAC : " MAC_FMT, MAC_ARG(body->client));
+    CM_LOG(LOG_EVENT, "Client MAC : " MAC_FMT, mac_arg(body->client));
     const client_lookup known = find_client(body->client);
     if (!known) {
         CM_LOG(LOG_ERROR, "Client not present in AP");

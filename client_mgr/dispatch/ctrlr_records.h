@@ -1,6 +1,5 @@
-// The records that the controller sends, from bytes to what the daemon does about each client. Every `rec` begins with
-// its header. A record in g_cfg.ctrlr_msg_buf is read to the buffer's end at most, whatever its length; a record
-// elsewhere is as long as its header has it.
+// The records that the controller sends. `rec` points to a record's header. A record in g_cfg.ctrlr_msg_buf may be read
+// up to the buffer's end, whatever its length; the length of a record elsewhere is the one in its header.
 #ifndef CLIENT_MGR_DISPATCH_CTRLR_RECORDS_H
 #define CLIENT_MGR_DISPATCH_CTRLR_RECORDS_H
 

@@ -1,5 +1,5 @@
-// What happened to clients, as the radio stack, hostapd and the bridge report it in local messages. `payload` is the
-// message's payload, as large as its type in wire/local_messages.h; it is not checked again.
+// Local messages about clients, from the radio stack, hostapd and the address finder. `payload` points to the type that
+// each function names (wire/local_messages.h); its length is not checked.
 #ifndef CLIENT_MGR_DISPATCH_LOCAL_EVENTS_H
 #define CLIENT_MGR_DISPATCH_LOCAL_EVENTS_H
 
@@ -20,8 +20,8 @@ void client_mgr_send_client_ip_msg(uint8_t *payload);
 // acl_auth_request with its data behind it.
 void client_mgr_handle_acl_auth(uint8_t *payload);
 
-// pmk_info_message; its key is erased in the end. Returns the sub-handler's result, or 2 when the message is ignored:
-// an unknown sub-type, or the controller cannot be talked to.
+// pmk_info_message; its key is erased before the return. Returns the result of one of the two functions below, or 2
+// when the message is ignored: the sub-type is unknown, or the link to the controller is not ready.
 int client_mgr_handle_pmk_info(uint8_t *payload);
 // pmk_info_message. Returns 0, or -1 when the record could not be sent or the BSSID is not ours.
 int client_mgr_handle_pmk_add(uint8_t *payload);

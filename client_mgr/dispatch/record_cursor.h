@@ -1,4 +1,5 @@
-// Reading what the controller sent: counts and lengths are trusted, but nothing outside the span is read.
+// A bounded reader for the records that the controller sends. Their counts and lengths are trusted; nothing outside the
+// span is read.
 #ifndef CLIENT_MGR_DISPATCH_RECORD_CURSOR_H
 #define CLIENT_MGR_DISPATCH_RECORD_CURSOR_H
 
@@ -13,7 +14,7 @@ class record_cursor {
 public:
     explicit record_cursor(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
-    // Moves on, past the end as well: there nothing can be read.
+    // Moves forward, if need be past the end, where every read fails.
     void skip(size_t count) { offset_ += count; }
 
     // The bytes from the cursor on.
@@ -21,7 +22,8 @@ public:
         return offset_ < bytes_.size() ? bytes_.subspan(offset_) : std::span<const uint8_t>();
     }
 
-    // The next `count` bytes, and moves behind them. Null, with one line at level 1, when they would leave the span.
+    // Returns the next `count` bytes and moves behind them; null, with one line at level 1, when they would leave the
+    // span.
     const uint8_t *read_bytes(size_t count) {
         if (offset_ + count > bytes_.size()) {
             CM_LOG(LOG_ERROR, "Record leaves the controller message buffer");

@@ -14,8 +14,8 @@ namespace {
 
 constexpr char dump_file[] = "/tmp/clientmgr_cli";
 
-// The dump holds keys, so the file is a regular one of our own that nobody else can read, and no link is followed.
-// Returns null when that cannot be.
+// The dump has keys, so the file must be a regular file of our own that nobody else can read, and no link is followed.
+// Returns null when it cannot be opened so.
 FILE *open_dump_file() {
     const int fd = open(dump_file, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (fd < 0) {

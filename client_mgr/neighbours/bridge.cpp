@@ -9,8 +9,8 @@
 
 void log_bridge_add(const char *caller, const client_info &client) {
     CM_LOG(LOG_EVENT, "[%s] Adding client to kxbr_api_add_client", caller);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(client.cl_mac));
-    CM_LOG(LOG_EVENT, "BSSID  " MAC_FMT, MAC_ARG(client.assoc_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(client.cl_mac));
+    CM_LOG(LOG_EVENT, "BSSID  " MAC_FMT, mac_arg(client.assoc_bssid));
     CM_LOG(LOG_EVENT, "VLAN   %d", client.home_vlan);
 }
 
@@ -23,5 +23,5 @@ void bridge_add_client(const char *caller, const client_info &client, const brid
 
 void log_bridge_delete(const char *caller, const mac_address &mac) {
     CM_LOG(LOG_EVENT, "[%s] Deleting client to kxbr_api_del_client", caller);
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(mac));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(mac));
 }

@@ -1,4 +1,4 @@
-// The bridge's client entries, with the lines that announce them.
+// The bridge's client entries and their log lines.
 #ifndef CLIENT_MGR_NEIGHBOURS_BRIDGE_H
 #define CLIENT_MGR_NEIGHBOURS_BRIDGE_H
 
@@ -15,13 +15,14 @@ struct bridge_entry {
     int tunnel;
 };
 
-// Logs on behalf of the function `caller` that the client is entered: its current BSSID and its home VLAN.
+// Logs an entry that is being added, with the client's current BSSID and home VLAN. `caller`: the name of the function
+// that the line shows.
 void log_bridge_add(const char *caller, const client_info &client);
 
-// Logs that and the address, and enters the client.
+// Logs the same and the address, and adds the entry.
 void bridge_add_client(const char *caller, const client_info &client, const bridge_entry &entry);
 
-// Logs on behalf of `caller` that the client is being removed; the removal itself may come later.
+// Logs an entry that is being removed. The caller removes it.
 void log_bridge_delete(const char *caller, const mac_address &mac);
 
 #endif

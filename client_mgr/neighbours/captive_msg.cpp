@@ -11,11 +11,10 @@ namespace {
 
 constexpr char captive_app[] = "/kx/ipc/captive_app";
 
-// Of a message about this client.
 uint32_t portal_flag(const mac_address &mac) {
     const client_lookup client = find_client(mac);
     if (!client) {
-        CM_LOG(LOG_ERROR, "Captive cl failed " MAC_FMT, MAC_ARG(mac));
+        CM_LOG(LOG_ERROR, "Captive cl failed " MAC_FMT, mac_arg(mac));
         return 1;
     }
     return (client.record->flag & CLIENT_FLAG_GUEST) != 0 ? 0 : 1;

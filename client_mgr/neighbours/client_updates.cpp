@@ -15,8 +15,8 @@ int send(const reassociation &body, uint8_t type) {
 }  // namespace
 
 void send_client_update(const association &event, uint8_t type) {
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(event.client));
-    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARG(event.bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(event.client));
+    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, mac_arg(event.bssid));
     CM_LOG(LOG_EVENT, "Client IP 0x%08x", uint32_t{event.ip});
     if (send({.client = event.client, .bssid = event.bssid, .last_bssid = {}, .ip = event.ip}, type) != 0) {
         CM_LOG(LOG_ERROR, "Error sending Client Update");
@@ -24,9 +24,9 @@ void send_client_update(const association &event, uint8_t type) {
 }
 
 void send_foreign_client_update(const reassociation &event, uint8_t type) {
-    CM_LOG(LOG_EVENT, "Client " MAC_FMT, MAC_ARG(event.client));
-    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, MAC_ARG(event.bssid));
-    CM_LOG(LOG_EVENT, "From BSSID " MAC_FMT, MAC_ARG(event.last_bssid));
+    CM_LOG(LOG_EVENT, "Client " MAC_FMT, mac_arg(event.client));
+    CM_LOG(LOG_EVENT, "To BSSID " MAC_FMT, mac_arg(event.bssid));
+    CM_LOG(LOG_EVENT, "From BSSID " MAC_FMT, mac_arg(event.last_bssid));
     if (send(event, type) != 0) {
         CM_LOG(LOG_ERROR, "Error sending Foreign Client Update");
     }

@@ -1,4 +1,4 @@
-// What the daemon's parts share for talking to the controller.
+// The link to the controller: its state, building messages and sending them.
 #ifndef CLIENT_MGR_NEIGHBOURS_CTRLR_LINK_H
 #define CLIENT_MGR_NEIGHBOURS_CTRLR_LINK_H
 
@@ -9,7 +9,7 @@
 
 inline constexpr uint8_t CTRLR_MSG_VERSION = 1;
 
-// The system is ready, the link is up and the controller's address is known.
+// Whether the system is ready, the link is up and the controller's address is known.
 inline bool client_mgr_ctrlr_ready() {
     constexpr uint32_t both = STATUS_SYS_READY | STATUS_CTRLR_LINK_UP;
     return (g_cfg.status_flags & both) == both && g_cfg.ctrlr_ip != 0;

@@ -44,7 +44,7 @@ iwreq make_request(const char *ifname, size_t size, void *body, size_t body_size
 
 int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const uint8_t sta[6], int reason) {
     const driver_socket driver;
-    CM_LOG(LOG_EVENT, "Sending disassoc to " MAC_FMT, MAC_ARG(sta));
+    CM_LOG(LOG_EVENT, "Sending disassoc to " MAC_FMT, mac_arg(sta));
     driver_station_op body = {};
     body.op = DRIVER_OP_DISASSOC;
     // The caller's reason is for the system log alone.
@@ -55,7 +55,7 @@ int client_mgr_sta_disassoc(const char *ifname, const uint8_t bssid[6], const ui
         CM_LOG(LOG_ERROR, "%s: Failed to disassoc STA", __func__);
     }
     client_mgr_syslog(LOG_USER | LOG_CRIT, "<clmgr> Send Disassociation " MAC_FMT " -> " MAC_FMT " [reason %d]",
-                      MAC_ARG(bssid), MAC_ARG(sta), reason);
+                      mac_arg(bssid), mac_arg(sta), reason);
     return 0;
 }
 

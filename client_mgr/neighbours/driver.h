@@ -1,5 +1,5 @@
-// The wireless driver: every request that the daemon makes of it. Each is one ioctl on a socket of its own. A failure
-// to make the socket shows as the failure of the request.
+// The wireless driver and the daemon's four requests to it. Each is one ioctl on a socket of its own. When the socket
+// cannot be created, the ioctl fails.
 #ifndef CLIENT_MGR_NEIGHBOURS_DRIVER_H
 #define CLIENT_MGR_NEIGHBOURS_DRIVER_H
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-// An installation says "cmd" where a removal says "command".
+// The two texts differ on purpose.
 constexpr char removing[] = "Executing command";
 constexpr char installing[] = "Executing cmd";
 
@@ -41,6 +41,6 @@ void install_guest_entries(vap_cfg &vap, const mac_address &mac, be32 ip, const 
     CM_LOG(LOG_ERROR, "Add arp and route entries for unauth client");
     vap.guest_count++;
     const ipv4_text address = ipv4_to_text(ip);
-    run_command(installing, ifname, "arp -s %s " MAC_FMT " dev %.16s", address.text, MAC_ARG(mac), ifname);
+    run_command(installing, ifname, "arp -s %s " MAC_FMT " dev %.16s", address.text, mac_arg(mac), ifname);
     run_command(installing, ifname, "route add %s/32 dev %.16s", address.text, ifname);
 }

@@ -6,7 +6,7 @@
 
 extern "C" {
 
-// Hands hostapd one client's PMK message. Returns 0, or -1 when hostapd cannot be reached.
+// Sends hostapd one client's PMK message. Returns 0, or -1 when hostapd cannot be reached.
 int client_mgr_notify_hostapd(const pmk_info_message *msg);
 }
 

@@ -34,7 +34,7 @@ int32_t client_tbl_find_client_str(const char *mac_text) {
 }
 
 int32_t client_tbl_find_client(const uint8_t *mac) {
-    CM_LOG(LOG_EVENT, ">>>>> cl_mac:" MAC_FMT, MAC_ARG(mac));
+    CM_LOG(LOG_EVENT, ">>>>> cl_mac:" MAC_FMT, mac_arg(mac));
     const int32_t idx = client_tbl_lock_find_client_bin(mac);
     CM_LOG(LOG_EVENT, "<<<<< Client Index %d", idx);
     return idx;
@@ -49,7 +49,7 @@ client_info *client_tbl_client_get(int32_t idx, int32_t *prev) {
     if (prev != nullptr) {
         *prev = rec->prev;
     }
-    CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, MAC_ARG(rec->cl_mac.bytes));
+    CM_LOG(LOG_TRACE, "<<<<< cl mac:" MAC_FMT, mac_arg(rec->cl_mac.bytes));
     return rec;
 }
 

@@ -21,7 +21,7 @@ template <slot_table T>
 void hash_add(int32_t idx) {
     const trace_scope trace(T::names.hash_add);
     auto &s = at<T>(idx);
-    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARG((s.*T::key).bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg((s.*T::key).bytes));
     int32_t &head = T::buckets[s.hash_index];
     s.hash_prev = NO_SLOT;
     s.hash_next = head;
@@ -37,7 +37,7 @@ template <slot_table T>
 void hash_delete(int32_t idx) {
     const trace_scope trace(T::names.hash_delete);
     const auto &s = at<T>(idx);
-    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, MAC_ARG((s.*T::key).bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg((s.*T::key).bytes));
     int32_t &head = T::buckets[mac_hash(s.*T::key)];
     if (s.hash_prev != NO_SLOT) {
         at<T>(s.hash_prev).hash_next = s.hash_next;
@@ -54,7 +54,7 @@ void hash_delete(int32_t idx) {
 template <slot_table T>
 int32_t find(const mac_address &mac) {
     const trace_scope trace(T::names.find);
-    CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, MAC_ARG(mac.bytes));
+    CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, mac_arg(mac.bytes));
     const uint32_t bucket = mac_hash(mac);
     int32_t steps = 0;
     for (int32_t i = T::buckets[bucket]; i != NO_SLOT && steps < SLOTS; i = at<T>(i).hash_next) {
@@ -75,7 +75,7 @@ int32_t find(const mac_address &mac) {
 template <slot_table T, class Accept>
 typename T::slot *get(const mac_address &mac, int32_t *idx, Accept accept) {
     const trace_scope trace(T::names.get);
-    CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", MAC_ARG(mac.bytes), *idx);
+    CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", mac_arg(mac.bytes), *idx);
     for (int32_t i = T::buckets[mac_hash(mac)]; i != NO_SLOT; i = at<T>(i).hash_next) {
         auto &s = at<T>(i);
         if (s.*T::key == mac && accept(s)) {
