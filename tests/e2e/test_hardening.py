@@ -13,10 +13,13 @@ import pytest
 from steps import add_access_point, wait_until_ready
 
 REPOSITORY = Path(__file__).parents[2]
-UNITS = REPOSITORY / "packaging/systemd"
 EXPOSURE_MAX = 2.0
 # Nobody's; root alone may look into processes that handle keys, and a user without a name has no rights by accident.
 OTHER_USER = 64_123
+
+
+def units_of(programs):
+    return programs.parent / "packaging/systemd"
 
 
 def status_of(process):
@@ -51,11 +54,11 @@ def test_memory_is_locked(access_point, program):
 
 
 @pytest.mark.parametrize("unit", ["client_mgr", "apd"])
-def test_unit_is_closed(unit):
+def test_unit_is_closed(programs, unit):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not here")
     done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager",
-                           f"--threshold={int(EXPOSURE_MAX * 10)}", UNITS / f"{unit}.service"],
+                           f"--threshold={int(EXPOSURE_MAX * 10)}", units_of(programs) / f"{unit}.service"],
                           capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stdout + done.stderr
 
@@ -76,7 +79,7 @@ def filtered_programs(programs):
             script = place / "bin" / daemon
             script.unlink()
             script.write_text(f"#!/bin/sh\nexec {sys.executable} -B {Path(__file__).parent}/system_call_filter.py "
-                              f"{UNITS}/{daemon}.service {programs}/{daemon} \"$@\"\n")
+                              f"{units_of(programs)}/{daemon}.service {programs}/{daemon} \"$@\"\n")
             script.chmod(0o755)
         yield place / "bin"
 

@@ -7,24 +7,28 @@ import subprocess
 
 import pytest
 
-UNITS = "usr/lib/systemd/system"
+
+def install(programs, root, prefix):
+    subprocess.run(["cmake", "--install", programs.parent, "--prefix", prefix], env=os.environ | {"DESTDIR": root},
+                   stdout=subprocess.DEVNULL, check=True)
+    return root
 
 
 @pytest.fixture
 def machine(programs, tmp_path):
-    subprocess.run(["cmake", "--install", programs.parent, "--prefix", "/usr"], env=os.environ | {"DESTDIR": tmp_path},
-                   stdout=subprocess.DEVNULL, check=True)
-    return tmp_path
+    return install(programs, tmp_path, "/usr")
 
 
-def test_units_start_what_is_installed(machine):
+@pytest.mark.parametrize("prefix", ["/usr", "/opt/ap"])
+def test_units_start_what_is_installed(programs, tmp_path, prefix):
+    machine = install(programs, tmp_path, prefix)
     for daemon in ("apd", "client_mgr"):
-        unit = (machine / UNITS / f"{daemon}.service").read_text()
+        unit = (machine / prefix[1:] / "lib/systemd/system" / f"{daemon}.service").read_text()
         program = re.search(r"^ExecStart=/(\S+)$", unit, re.M)[1]
         done = subprocess.run([machine / program, "--version"], capture_output=True, text=True, timeout=20, check=True)
         assert done.stdout.startswith(f"{daemon} ")
         for page, section in re.findall(r"man:([\w.]+)\((\d)\)", unit):
-            assert (machine / f"usr/share/man/man{section}/{page}.{section}").is_file()
+            assert (machine / prefix[1:] / f"share/man/man{section}/{page}.{section}").is_file()
 
 
 def test_controller_programs_have_man_pages(machine):
