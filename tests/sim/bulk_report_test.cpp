@@ -22,10 +22,6 @@ steps begun(int count) {
 steps first_vap() { return vap_read("ath0", BSSID, "first", 258); }
 steps second_vap() { return vap_read("ath1", BSSID_2, "second", 772); }
 
-bytes config_record(std::string_view bssid, std::string_view ssid, uint16_t vlan) {
-    return hex("01 04 002e") + mac_bytes(bssid) + padded(ssid, 32) + hex("0000") + big16(vlan);
-}
-
 bytes first_record() { return config_record(BSSID, "first", 0x0102); }
 bytes second_record() { return config_record(BSSID_2, "second", 0x0304); }
 

@@ -57,6 +57,12 @@ bytes hex(std::string_view digits) {
     return out;
 }
 
+bytes mac_bytes(std::string_view mac) {
+    std::string digits(mac);
+    std::replace(digits.begin(), digits.end(), ':', ' ');
+    return hex(digits);
+}
+
 bytes padded(std::string_view text, size_t width) {
     if (text.size() > width) {
         throw std::invalid_argument("longer than its field: " + std::string(text));

@@ -17,6 +17,8 @@ bytes operator+(bytes front, const bytes &back);
 
 // From hexadecimal digits; blanks are for the reader. Throws on anything else.
 bytes hex(std::string_view digits);
+// From a MAC address like "02:00:00:00:10:00".
+bytes mac_bytes(std::string_view mac);
 // `text` in a field of `width` bytes, NUL-padded.
 bytes padded(std::string_view text, size_t width);
 bytes zeros(size_t count);

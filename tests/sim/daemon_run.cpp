@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "guest_commands.h"
 #include "kx/apcomm.h"
 
 namespace sim {
@@ -10,9 +11,6 @@ namespace {
 constexpr std::string_view EVERYDAY_CLIENT = "06:0a:0b:0c:0d:0e";
 constexpr uint32_t CTRLR_IP = 0x0a0b0c0d;
 constexpr uint32_t REQUEST = 2;
-
-// The driver's record of a station, in the host's order.
-bytes station(std::string_view mac) { return host16(156) + zeros(14) + mac_bytes(mac) + zeros(134); }
 
 }  // namespace
 
@@ -27,7 +25,7 @@ daemon_run::daemon_run(int log_level) : sim(log_level) {
         set_text(sim.vaps.back().record.captive_cfg, 32, v.portal);
         sim.vaps.back().record.vap_attr = v.guests ? 1 : 0;
     }
-    sim.stations["ath0"] = station(EVERYDAY_CLIENT);
+    sim.stations["ath0"] = station_record(mac_bytes(EVERYDAY_CLIENT));
     ready_to_talk();
     vap_updated("ath0");
 }
@@ -204,9 +202,8 @@ void daemon_run::vap_updated(std::string_view ifname) {
         } else {
             const vap *v = named->loaded;
             const std::string_view bssid = ifname == "ath0" ? HOME_BSSID : GUEST_BSSID;
-            const bytes fields =
-                mac_bytes(bssid) + padded(v != nullptr ? v->ssid : "", 32) + big32(v != nullptr ? v->vlan : 0);
-            sends(to_controller(bulk_message(1, hex("01 04 002e") + fields)), "Error sending VAP config");
+            const bytes record = v != nullptr ? config_record(bssid, v->ssid, v->vlan) : config_record(bssid, "", 0);
+            sends(to_controller(bulk_message(1, record)), "Error sending VAP config");
         }
     }
     check();
@@ -251,7 +248,7 @@ void daemon_run::reports_vaps() {
         if (!does("apcfg_vap_get_by_ifname") || !reads_bssid(v.ifname)) {
             continue;
         }
-        records = records + hex("01 04 002e") + mac_bytes(v.bssid) + padded(v.ssid, 32) + big32(v.vlan);
+        records = records + config_record(v.bssid, v.ssid, v.vlan);
         count++;
     }
     sends(to_controller(bulk_message(count, records)), "Error sending VAP config");
@@ -274,9 +271,7 @@ void daemon_run::reports_stations() {
             const client *known = find(EVERYDAY_CLIENT);
             stations = zeros(6) + mac_bytes(EVERYDAY_CLIENT) + (known != nullptr ? known->ip : zeros(4));
         }
-        records = records + hex("00 04") + big16(static_cast<uint16_t>(54 + stations.size())) + mac_bytes(v.bssid) +
-                  padded(v.ssid, 32) + big32(v.vlan) + big16(static_cast<uint16_t>(stations.size() / 16)) + zeros(6) +
-                  stations;
+        records = records + list_record(v.bssid, v.ssid, v.vlan, stations);
         count++;
     }
     num_vaps = count;
@@ -320,14 +315,14 @@ void daemon_run::disassociates(const entry &on, std::string_view mac, int reason
                                                 std::string(mac) + " [reason " + std::to_string(reason) + "]"));
 }
 
-void daemon_run::tells_portal(std::string_view mac, std::string_view text, uint8_t id) {
+void daemon_run::tells_portal(std::string_view mac, std::string_view text, uint32_t id) {
     const client *known = find(mac);
     if (known == nullptr) {
         says("Captive cl failed " + std::string(mac));
     }
     const bool must_pass = known != nullptr && (known->flag & CLIENT_FLAG_GUEST) != 0;
-    const bytes msg = hex("000000") + bytes{id} + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) +
-                      big32(must_pass ? 0 : 1);
+    const bytes msg =
+        big32(id) + hex("0000002c 00000001") + mac_bytes(mac) + padded(text, 34) + big32(must_pass ? 0 : 1);
     if (!does("kx_ipc_send", to_captive_portal(msg))) {
         says(" Send Assoc to Captive application failed!");
     }
@@ -347,9 +342,7 @@ void daemon_run::tells_hostapd(std::string_view mac, std::string_view bssid, std
 
 void daemon_run::adds_to_bridge(std::string_view mac, std::string_view ifname, std::string_view device, int vlan,
                                 const bytes &ip, int tunnel) {
-    const std::string dotted =
-        std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." + std::to_string(ip[2]) + "." + std::to_string(ip[3]);
-    does("kxbr_api_add_client", bridge_add(mac, ifname, device, static_cast<uint32_t>(vlan), dotted, tunnel));
+    does("kxbr_api_add_client", bridge_add(mac, ifname, device, static_cast<uint32_t>(vlan), dotted(ip), tunnel));
 }
 
 void daemon_run::removes_from_bridge(std::string_view mac) { does("kxbr_api_del_client", bridge_del(mac)); }

@@ -120,7 +120,7 @@ private:
     bool reads_bssid(const std::string &ifname);
     bool pushes_verdict(std::string_view bssid, uint32_t verdict);
     void disassociates(const entry &on, std::string_view mac, int reason);
-    void tells_portal(std::string_view mac, std::string_view text, uint8_t id);
+    void tells_portal(std::string_view mac, std::string_view text, uint32_t id);
     void tells_hostapd(std::string_view mac, std::string_view bssid, std::string_view previous, const bytes &pmk);
     void adds_to_bridge(std::string_view mac, std::string_view ifname, std::string_view device, int vlan,
                         const bytes &ip, int tunnel);

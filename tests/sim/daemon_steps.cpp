@@ -134,10 +134,4 @@ steps captive_msg(std::string_view mac, std::string_view text, uint32_t id, uint
                              bytes{portal_flag});
 }
 
-bytes mac_bytes(std::string_view mac) {
-    std::string digits(mac);
-    std::replace(digits.begin(), digits.end(), ':', ' ');
-    return hex(digits);
-}
-
 }  // namespace sim

@@ -43,9 +43,6 @@ steps sta_disassoc(std::string_view ifname, std::string_view bssid, std::string_
 // client_mgr_captive_msg_send for a client that the table holds. `text` is shorter than its 32 bytes.
 steps captive_msg(std::string_view mac, std::string_view text, uint32_t id, uint8_t portal_flag);
 
-// Six bytes from "02:00:00:00:10:00".
-bytes mac_bytes(std::string_view mac);
-
 }  // namespace sim
 
 #endif

@@ -11,13 +11,17 @@
 namespace sim {
 namespace {
 
-bytes header(uint16_t records, size_t total, const bytes &ap_mac) {
-    return hex("01 0e 00") + big16(records) + hex("00") + big16(static_cast<uint16_t>(total)) + ap_mac;
+bytes header(uint16_t records, size_t total) {
+    return hex("01 0e 00") + big16(records) + hex("00") + big16(static_cast<uint16_t>(total)) + hex("a0a1a2a3a4a5");
+}
+
+bytes vap_fields(std::string_view bssid, std::string_view ssid, uint16_t vlan) {
+    return mac_bytes(bssid) + padded(ssid, 32) + hex("0000") + big16(vlan);
 }
 
 bytes sent_message(uint8_t type, const bytes &body) {
     const bytes record = ctrlr_record(type, body);
-    return header(1, 14 + record.size(), hex("a0a1a2a3a4a5")) + record;
+    return header(1, 14 + record.size()) + record;
 }
 
 std::string ip_number(const bytes &ip) { return "0x" + show(ip); }
@@ -82,20 +86,6 @@ steps notified(uint32_t id, std::string_view text, int level) {
     return log(4, "Received Msg ID : " + std::to_string(id)) + log(4, "Notification message") + log(level, text);
 }
 
-bytes ctrlr_record(uint8_t type, const bytes &body) {
-    return bytes{type} + hex("04") + big16(static_cast<uint16_t>(4 + body.size())) + body;
-}
-
-bytes ctrlr_message(std::initializer_list<bytes> records) {
-    bytes all;
-    for (const bytes &record : records) {
-        all = all + record;
-    }
-    return header(static_cast<uint16_t>(records.size()), 14 + all.size(), hex("909192939495")) + all;
-}
-
-bytes one_record(uint8_t type, const bytes &body) { return ctrlr_message({ctrlr_record(type, body)}); }
-
 steps received(uint8_t type, size_t body_size) {
     return log(3, "Received apcomm msg") +
            log(3, "Received recs 1 hdr_len 14 tot_len " + std::to_string(18 + body_size)) +
@@ -106,8 +96,8 @@ steps received(uint8_t type, size_t body_size) {
 bytes client_list(std::initializer_list<listed_client> clients) {
     bytes list = big32(static_cast<uint32_t>(clients.size()));
     for (const listed_client &c : clients) {
-        list = list + mac_bytes(c.mac) + mac_bytes(c.home_bssid) + mac_bytes(c.bssid) + big32(c.home_vlan) + c.ip +
-               c.pmk + big32(c.flags);
+        list = list + client_entry(mac_bytes(c.mac), mac_bytes(c.home_bssid), mac_bytes(c.bssid), c.home_vlan, c.ip,
+                                   c.pmk, c.flags);
     }
     return list;
 }
@@ -138,9 +128,17 @@ steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid) 
     return to_controller(sent_message(type, mac_bytes(mac) + mac_bytes(bssid) + zeros(38)));
 }
 
-bytes bulk_message(uint8_t count, const bytes &records) {
-    return header(count, 14 + records.size(), hex("a0a1a2a3a4a5")) + records;
+bytes config_record(std::string_view bssid, std::string_view ssid, uint16_t vlan) {
+    return hex("01 04 002e") + vap_fields(bssid, ssid, vlan);
 }
+
+bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, const bytes &entries) {
+    const auto count = static_cast<uint16_t>(entries.size() / 16);
+    return hex("00 04") + big16(static_cast<uint16_t>(54 + entries.size())) + vap_fields(bssid, ssid, vlan) +
+           big16(count) + zeros(6) + entries;
+}
+
+bytes bulk_message(uint8_t count, const bytes &records) { return header(count, 14 + records.size()) + records; }
 
 steps vap_read(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan,
                std::string_view status) {

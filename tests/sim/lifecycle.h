@@ -10,6 +10,7 @@
 #include "arrange.h"
 #include "client_mgr/tables/client_tbl.h"
 #include "daemon_steps.h"
+#include "messages.h"
 #include "sim_test.h"
 #include "wire/ctrlr_messages.h"
 
@@ -49,10 +50,7 @@ steps notified(uint32_t id, std::string_view text, int level = 3);
 
 // --- messages of the controller
 
-bytes ctrlr_record(uint8_t type, const bytes &body);
-bytes ctrlr_message(std::initializer_list<bytes> records);
-// A message of one record whose body is this, and the lines up to the record's own receipt line.
-bytes one_record(uint8_t type, const bytes &body);
+// The lines of a message of one record, up to the record's own receipt line.
 steps received(uint8_t type, size_t body_size);
 
 // One entry of the controller's client lists.
@@ -80,6 +78,9 @@ steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid,
                      const bytes &ip);
 // The request for a client (CLIENT_MGR_CLIENT_INFO_FETCH) or its PMK (CLIENT_MGR_PMK_FETCH).
 steps fetch_request(uint8_t type, std::string_view mac, std::string_view bssid);
+// A VAP's record in the bulk configuration, and in the bulk client information with its station entries.
+bytes config_record(std::string_view bssid, std::string_view ssid, uint16_t vlan);
+bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, const bytes &entries = {});
 // A bulk report of these records.
 bytes bulk_message(uint8_t count, const bytes &records);
 // After a send that failed, before the sender's own line.

@@ -54,12 +54,6 @@ inline steps seen(std::string_view mac, int inactivity = 0x0708) {
            log(3, "CLIENT MAC  : " + std::string(mac)) + client_lookup(mac, false);
 }
 
-inline bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, const bytes &entries = {}) {
-    const auto count = static_cast<uint16_t>(entries.size() / 16);
-    return hex("00 04") + big16(static_cast<uint16_t>(54 + entries.size())) + mac_bytes(bssid) + padded(ssid, 32) +
-           hex("0000") + big16(vlan) + big16(count) + zeros(6) + entries;
-}
-
 inline bytes first_record(const bytes &entries = {}) { return list_record(BSSID, "first", 0x0102, entries); }
 
 inline steps sent(const bytes &entries) { return to_controller(bulk_message(1, first_record(entries))); }

@@ -6,6 +6,7 @@
 #include "client_mgr/tables/client_tbl.h"
 #include "client_mgr/tables/client_tbl_state.h"
 #include "effects.h"
+#include "guest_commands.h"
 #include "tables.h"
 #include "wire/ctrlr_messages.h"
 #include "wire/local_messages.h"
@@ -41,12 +42,7 @@ int vap_with(const uint8_t *bssid) {
 
 bool is_known(int vap) { return vap >= 0 && vap < static_cast<int>(g_cfg.num_vaps); }
 
-std::string dotted(const uint8_t *ip) {
-    return std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." + std::to_string(ip[2]) + "." +
-           std::to_string(ip[3]);
-}
-
-bool is_zero(const uint8_t *ip) { return (ip[0] | ip[1] | ip[2] | ip[3]) == 0; }
+bytes ip_of(const client_info &client) { return {client.cl_ip.bytes, client.cl_ip.bytes + 4}; }
 
 }  // namespace
 
@@ -67,38 +63,38 @@ guest_rules::guest_rules(const step &s) {
     who_is_guest(s);
 }
 
-void guest_rules::remove_entries(int vap, const std::string &address) {
+void guest_rules::expect(const std::vector<std::string> &commands) {
+    commands_.insert(commands_.end(), commands.begin(), commands.end());
+}
+
+void guest_rules::remove_entries(int vap, const bytes &ip) {
     uint32_t &count = counts_[static_cast<size_t>(vap)];
     count--;
-    commands_.push_back("arp -d " + address);
-    commands_.push_back("route del " + address);
+    expect(remove_commands(ip));
     if (count == 0) {
-        commands_.push_back("ifconfig ath" + std::to_string(vap) + " 0.0.0.0");
+        expect({no_address_command("ath" + std::to_string(vap))});
     }
 }
 
 // A guest's first address brings entries; another one takes those of the old one away before.
 void guest_rules::new_address(const step &s) {
     const client_info *client = client_of(s.station);
-    if (!ready() || !is_guest(client) || memcmp(client->cl_ip.bytes, s.ip.data(), 4) == 0) {
+    if (!ready() || !is_guest(client) || ip_of(*client) == s.ip) {
         return;
     }
     const int vap = vap_with(client->assoc_bssid.bytes);
     if (vap < 0) {
         return;
     }
-    if (!is_zero(client->cl_ip.bytes)) {
-        remove_entries(vap, dotted(client->cl_ip.bytes));
+    if (ip_of(*client) != zeros(4)) {
+        remove_entries(vap, ip_of(*client));
     }
     uint32_t &count = counts_[static_cast<size_t>(vap)];
-    const uint8_t network[] = {s.ip[0], s.ip[1], s.ip[2], 0};
     if (count == 0) {
-        commands_.push_back("ifconfig ath1 " + dotted(network));
+        expect({address_command("ath1", s.ip)});
     }
     count++;
-    const std::string address = dotted(s.ip.data());
-    commands_.push_back("arp -s " + address + " " + mac_text(client->cl_mac.bytes) + " dev ath1");
-    commands_.push_back("route add " + address + "/32 dev ath1");
+    expect(install_commands(mac_text(client->cl_mac.bytes), s.ip, "ath1"));
 }
 
 // Whoever the controller lets through: entries go as long as the VAP counts any, also for one that had none.
@@ -110,7 +106,7 @@ void guest_rules::authorised(const step &s) {
     }
     guest_[static_cast<size_t>(s.station)] = false;
     if (counts_[static_cast<size_t>(vap)] != 0) {
-        remove_entries(vap, dotted(client->cl_ip.bytes));
+        remove_entries(vap, ip_of(*client));
     }
 }
 
@@ -123,7 +119,7 @@ void guest_rules::left(const step &s) {
         return;
     }
     if (counts_[static_cast<size_t>(s.vap)] != 0) {
-        remove_entries(s.vap, dotted(client->cl_ip.bytes));
+        remove_entries(s.vap, ip_of(*client));
     }
 }
 

@@ -24,7 +24,8 @@ private:
     void authorised(const step &s);
     void left(const step &s);
     void who_is_guest(const step &s);
-    void remove_entries(int vap, const std::string &address);
+    void expect(const std::vector<std::string> &commands);
+    void remove_entries(int vap, const bytes &ip);
 
     std::vector<std::string> commands_;
     std::array<uint32_t, VAPS> counts_;

@@ -5,6 +5,7 @@
 
 #include "client_mgr/tables/client_mgr_acl.h"
 #include "client_mgr/tables/client_mgr_acl_state.h"
+#include "messages.h"
 #include "wire/ctrlr_messages.h"
 #include "wire/local_messages.h"
 
@@ -26,14 +27,9 @@ std::string vap_name(int vap) { return "VAP " + std::to_string(vap); }
 bytes ip(uint8_t host) { return hex("0a0000") + bytes{host}; }
 bytes pmk(int station) { return bytes(32, static_cast<uint8_t>(0x40 + station)); }
 
-bytes controller_message(uint8_t type, const bytes &body) {
-    const bytes record = bytes{type, 4} + big16(static_cast<uint16_t>(4 + body.size())) + body;
-    return hex("01 0e 00 0001 00") + big16(static_cast<uint16_t>(14 + record.size())) + hex("909192939495") + record;
-}
-
 bytes entry(int station, const bytes &home, const bytes &bssid, uint32_t vlan, uint32_t flags) {
-    return station_mac(station) + home + bssid + big32(vlan) + ip(static_cast<uint8_t>(30 + station)) + pmk(station) +
-           big32(flags);
+    return client_entry(station_mac(station), home, bssid, vlan, ip(static_cast<uint8_t>(30 + station)), pmk(station),
+                        flags);
 }
 
 bytes one_entry(const bytes &entry) { return big32(1) + entry; }
@@ -55,25 +51,26 @@ void add_record(int station, int vap, uint8_t type, const std::string &what, con
                      .id = type,
                      .station = station,
                      .vap = vap,
-                     .data = controller_message(type, body),
+                     .data = one_record(type, body),
                      .guest = guest});
 }
 
 void add_radio_steps(int s, int v) {
     const bytes mac = station_mac(s);
     const bytes bssid = vap_bssid(v);
-    const bytes on_vap = zeros(16) + mac + bssid;
+    const bytes on_vap = association_payload(mac, bssid);
     const std::string there = vap_name(v);
-    add_local(s, v, KX_MSG_ID_CLIENT_ASSOCIATION, "associates to " + there, on_vap + zeros(4));
-    add_local(s, v, KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "roams to " + there, on_vap + ELSEWHERE + zeros(4));
-    add_local(s, v, KX_MSG_ID_CLIENT_DISASSOCIATION, "leaves " + there, on_vap + zeros(4));
+    add_local(s, v, KX_MSG_ID_CLIENT_ASSOCIATION, "associates to " + there, on_vap);
+    add_local(s, v, KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, "roams to " + there,
+              foreign_association_payload(mac, bssid, ELSEWHERE));
+    add_local(s, v, KX_MSG_ID_CLIENT_DISASSOCIATION, "leaves " + there, on_vap);
     add_local(s, v, KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION, "leaves " + there + " as a foreign client",
-              on_vap + zeros(10));
+              foreign_association_payload(mac, bssid, NO_BSSID));
     add_local(s, v, KX_MSG_ID_CLIENT_MGR_PMK_INFO, "gets a PMK on " + there,
-              big32(HOSTAPD_PMK_ADD) + bssid + NO_BSSID + mac + pmk(s));
+              pmk_payload(HOSTAPD_PMK_ADD, bssid, NO_BSSID, mac, pmk(s)));
     add_local(s, v, KX_MSG_ID_CLIENT_MGR_PMK_INFO, "needs its PMK on " + there,
-              big32(HOSTAPD_PMK_FETCH) + bssid + ELSEWHERE + mac + zeros(32));
-    add_local(s, v, KX_MSG_ID_MAC_ACL_AUTH, "asks to be admitted to " + there, mac + bssid + big32(2) + hex("dada"));
+              pmk_payload(HOSTAPD_PMK_FETCH, bssid, ELSEWHERE, mac, zeros(32)));
+    add_local(s, v, KX_MSG_ID_MAC_ACL_AUTH, "asks to be admitted to " + there, acl_payload(mac, bssid, hex("dada")));
 }
 
 void add_answers(int s, int v) {
@@ -89,7 +86,7 @@ void add_answers(int s, int v) {
     add_record(s, v, CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, "treat it as associated to " + there,
                one_entry(entry(s, ELSEWHERE, bssid, VLAN[v], 0)));
     for (const uint32_t verdict : {0u, 1u}) {
-        const bytes body = big32(verdict) + station_mac(s) + bssid + zeros(22) + big32(2) + hex("dada");
+        const bytes body = acl_verdict_body(verdict, station_mac(s), bssid, hex("dada"));
         add_record(s, v, CLIENT_MGR_CLIENT_ACL_AUTH_RESP, (verdict != 0 ? "admitted to " : "denied on ") + there, body);
     }
 }
@@ -116,12 +113,12 @@ void add_station(int s) {
         add_answers(s, v);
     }
     add_local(s, -1, KX_MSG_ID_CLIENT_ASSOCIATION, "associates to an unknown BSSID",
-              zeros(16) + mac + ELSEWHERE + zeros(4));
+              association_payload(mac, ELSEWHERE));
     // Addresses that the two stations share: one may take the other's.
     for (const uint8_t host : {uint8_t{5}, uint8_t{6}}) {
         const bytes told = ip(host);
         add_local(s, -1, KX_MSG_ID_CLIENT_IP, "has the address 10.0.0." + std::to_string(host),
-                  mac + zeros(2) + told + padded("ath1", 5), told);
+                  client_ip_payload(mac, told, "ath1"), told);
     }
     add_orders(s);
 }
@@ -198,7 +195,7 @@ void have_configured(platform &sim, int count) {
         listed.record.status = 1;
         sim.vaps.push_back(listed);
         sim.hwaddr[listed.ifname] = vap_bssid(v);
-        sim.stations[listed.ifname] = host16(156) + zeros(14) + station_mac(0) + zeros(134);
+        sim.stations[listed.ifname] = station_record(station_mac(0));
     }
 }
 
