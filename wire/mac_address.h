@@ -32,8 +32,8 @@ struct mac_address {
 };
 static_assert(sizeof(mac_address) == 6 && alignof(mac_address) == 1);
 
-// The address whose six bytes are at `bytes`.
-inline const mac_address &mac_at(const uint8_t *bytes) { return *reinterpret_cast<const mac_address *>(bytes); }
+// The address whose six bytes are at `at`.
+inline const mac_address &mac_at(const uint8_t *at) { return *reinterpret_cast<const mac_address *>(at); }
 
 inline constexpr int MAC_TEXT_LEN = 17;
 
