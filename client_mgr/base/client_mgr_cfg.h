@@ -9,6 +9,7 @@
 
 inline constexpr uint32_t CLIENT_MGR_MAX_VAPS = 16;
 inline constexpr uint32_t CLIENT_MGR_BUF_SIZE = 16384;
+inline constexpr uint32_t CLIENT_MGR_HB_PERIOD_SECS = 60;
 
 // One VAP's configuration. Integers in the host's order.
 struct vap_cfg {

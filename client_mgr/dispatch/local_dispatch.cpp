@@ -7,7 +7,6 @@
 #include "client_mgr/dispatch/local_events.h"
 #include "client_mgr/dispatch/table_dump.h"
 #include "client_mgr/neighbours/ctrlr_link.h"
-#include "client_mgr/startup.h"
 #include "kx/apcomm.h"
 #include "kx/kx_log.h"
 #include "kx/sysmon.h"
