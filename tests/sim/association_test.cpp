@@ -51,7 +51,7 @@ SIM_TEST(association, reports_records_bridges_and_announces_a_client) {
          to_captive_portal(hex("000000a6 0000002c 00000001 021122334455") + padded("welcome", 34) + hex("00000001"))});
 }
 
-SIM_TEST(association, the_record_is_that_of_a_home_client) {
+SIM_TEST(association, records_a_home_client) {
     have_vaps();
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
     client_info expected = client_of(STA);
@@ -65,7 +65,7 @@ SIM_TEST(association, the_record_is_that_of_a_home_client) {
     sim.forget();
 }
 
-SIM_TEST(association, is_dropped_silently_before_the_controller_can_be_talked_to) {
+SIM_TEST(association, is_dropped_silently_until_the_controller_can_be_reached) {
     have_vaps();
     for (uint32_t flags : {0U, 1U, 2U, 3U, 0xfffffffcU}) {
         for (uint32_t ip : {0U, 1U}) {
@@ -193,7 +193,7 @@ SIM_TEST(association, repeated_on_a_guest_vap_has_its_address_in_both_reports) {
                 captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
 }
 
-SIM_TEST(association, is_recorded_although_the_controller_did_not_hear_of_it) {
+SIM_TEST(association, is_recorded_when_it_cannot_be_reported) {
     have_vaps();
     sim.fail_from("apcomm_send_msg", 1);
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, GUEST_NOTIFICATION);
@@ -239,7 +239,7 @@ TEST(association, goes_on_when_the_table_is_full) {
     sim.check_end();
 }
 
-SIM_TEST(association, a_vlan_is_printed_as_a_signed_number) {
+SIM_TEST(association, prints_the_vlan_as_a_signed_number) {
     have_vaps();
     g_cfg.vaps[0].vlan = 0xfffffff0;
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, NOTIFICATION);
@@ -249,7 +249,7 @@ SIM_TEST(association, a_vlan_is_printed_as_a_signed_number) {
                 captive_msg(STA, "welcome", CAPTIVE_MSG_ASSOCIATION, 1)});
 }
 
-SIM_TEST(association, texts_that_fill_their_fields_are_handed_on_whole) {
+SIM_TEST(association, passes_on_texts_that_fill_their_fields) {
     have_vaps();
     set_full_ifname(g_cfg.vaps[0]);
     set_text(g_cfg.vaps[0].captive_cfg, 32, "abcdefghijklmnopqrstuvwxyz012345");
@@ -261,7 +261,7 @@ SIM_TEST(association, texts_that_fill_their_fields_are_handed_on_whole) {
 }
 
 // The receive buffer is zero past a message: what is missing of a short one is zero.
-SIM_TEST(association, a_notification_cut_at_any_length_names_no_vap) {
+SIM_TEST(association, names_no_vap_when_its_notification_is_cut) {
     have_vaps();
     for (size_t len = 0; len < 28; len++) {
         sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, first(NOTIFICATION, len));
@@ -278,7 +278,7 @@ SIM_TEST(association, a_notification_cut_at_any_length_names_no_vap) {
 
 // --- update message
 
-SIM_TEST(association, an_update_message_carries_client_bssid_and_address) {
+SIM_TEST(client_update, carries_client_bssid_and_address) {
     const bytes payload = hex("c0c1c2c3c4c5c6c7c8c9cacbcccdcecf  101112131415  202122232425  30313233  40414243");
     for (const char *type : {"02", "03", "04", "19", "ff"}) {
         client_mgr_send_client_update_msg(payload.data(), hex(type)[0]);
@@ -289,7 +289,7 @@ SIM_TEST(association, an_update_message_carries_client_bssid_and_address) {
     }
 }
 
-SIM_TEST(association, an_update_that_cannot_be_sent_is_logged_and_not_repeated) {
+SIM_TEST(client_update, that_cannot_be_sent_is_logged_and_not_repeated) {
     sim.fail_nth("apcomm_send_msg", 1, 1);
     client_mgr_send_client_update_msg(NOTIFICATION.data(), 4);
     sim.expect(

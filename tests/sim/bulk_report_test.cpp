@@ -124,7 +124,7 @@ SIM_TEST(bulk_config, of_vaps_that_cannot_be_read_is_a_header) {
     sim.expect({begun(2), to_controller(bulk_message(0, {}))});
 }
 
-SIM_TEST(bulk_config, says_that_it_cannot_be_sent) {
+SIM_TEST(bulk_config, that_cannot_be_sent_is_logged) {
     ready_to_talk();
     have_two_interfaces(sim);
     sim.fail_nth("apcomm_send_msg", 1);

@@ -29,13 +29,13 @@ void have_station(site &sim, uint32_t flag) {
 
 }  // namespace
 
-SIM_TEST(captive_msg, tells_the_portal_about_a_client) {
+SIM_TEST(captive_msg, names_the_client_to_the_portal) {
     have_station(sim, CLIENT_FLAG_LOCAL);
     EXPECT_GT(send("welcome"), 0);
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
 }
 
-SIM_TEST(captive_msg, the_portal_flag_is_0_for_a_guest_that_has_not_passed) {
+SIM_TEST(captive_msg, about_an_unauthorised_guest_has_portal_flag_0) {
     have_station(sim, CLIENT_FLAG_GUEST);
     send("welcome");
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + GUEST)});
@@ -47,13 +47,13 @@ SIM_TEST(captive_msg, the_portal_flag_is_0_for_a_guest_that_has_not_passed) {
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
 }
 
-SIM_TEST(captive_msg, an_unknown_client_is_told_of_with_portal_flag_1) {
+SIM_TEST(captive_msg, about_an_unknown_client_has_portal_flag_1) {
     EXPECT_GT(send("welcome"), 0);
     sim.expect({client_lookup(STA, false), log(1, "Captive cl failed 02:11:22:33:44:55"), SENDING,
                 to_captive_portal(START + padded("welcome", 34) + NO_GUEST)});
 }
 
-SIM_TEST(captive_msg, every_id_has_the_same_line) {
+SIM_TEST(captive_msg, of_any_id_has_the_same_line) {
     have_station(sim, 0);
     const bytes client = hex("02 11 22 33 44 55");
     for (uint8_t id : bytes{67, 166, 167, 168, 169}) {
@@ -64,7 +64,7 @@ SIM_TEST(captive_msg, every_id_has_the_same_line) {
     }
 }
 
-SIM_TEST(captive_msg, a_failed_send_is_logged_and_nothing_else) {
+SIM_TEST(captive_msg, that_cannot_be_sent_is_logged_and_nothing_else) {
     have_station(sim, 0);
     sim.fail_nth("kx_ipc_send", 1);
     EXPECT_LT(send("welcome"), 0);
@@ -72,7 +72,7 @@ SIM_TEST(captive_msg, a_failed_send_is_logged_and_nothing_else) {
                 log(1, " Send Assoc to Captive application failed!")});
 }
 
-SIM_TEST(captive_msg, a_send_of_nothing_is_no_failure) {
+SIM_TEST(captive_msg, is_sent_when_the_send_returns_0) {
     have_station(sim, 0);
     sim.fail_nth("kx_ipc_send", 1, 0);
     EXPECT_EQ(0, send("welcome"));
@@ -80,14 +80,14 @@ SIM_TEST(captive_msg, a_send_of_nothing_is_no_failure) {
         {client_lookup(STA, true), SENDING, failed(to_captive_portal(START + padded("welcome", 34) + NO_GUEST), 0)});
 }
 
-SIM_TEST(captive_msg, an_empty_text_is_34_zeros) {
+SIM_TEST(captive_msg, carries_an_empty_text_as_34_zeros) {
     have_station(sim, 0);
     send("");
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + zeros(34) + NO_GUEST)});
 }
 
 // At every length up to the 33 characters that need no terminator; nothing behind the text may be read.
-SIM_TEST(captive_msg, a_text_of_up_to_33_characters_is_sent_whole) {
+SIM_TEST(captive_msg, carries_a_text_of_up_to_33_characters_whole) {
     have_station(sim, 0);
     const std::string text = "abcdefghijklmnopqrstuvwxyz0123456";
     for (size_t len = 1; len <= 33; len++) {
@@ -101,7 +101,7 @@ SIM_TEST(captive_msg, a_text_of_up_to_33_characters_is_sent_whole) {
     }
 }
 
-SIM_TEST(captive_msg, a_longer_text_is_cut_behind_33_characters) {
+SIM_TEST(captive_msg, cuts_a_text_after_33_characters) {
     have_station(sim, 0);
     send("abcdefghijklmnopqrstuvwxyz0123456 and what lies behind");
     sim.expect({client_lookup(STA, true), SENDING,

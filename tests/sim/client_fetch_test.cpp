@@ -147,7 +147,7 @@ SIM_TEST(client_request, does_not_look_at_the_link) {
     sim.expect({placed(), fetch_request(CLIENT_MGR_PMK_FETCH, CLIENT, BSSID)});
 }
 
-SIM_TEST(client_request, says_how_it_went) {
+SIM_TEST(client_request, returns_whether_the_controller_was_asked) {
     have_two_vaps();
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);

@@ -64,14 +64,14 @@ steps key_installed() {
 
 // --- receiving
 
-SIM_TEST(ctrlr_dispatch, a_message_without_records_is_two_lines) {
+SIM_TEST(ctrlr_dispatch, logs_two_lines_for_a_message_without_records) {
     sim.controller(message(0, {}));
     sim.expect({RECEIVED, header_line(0, 14, 14)});
     sim.controller(message(0, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000001"))));
     sim.expect({RECEIVED, header_line(0, 14, 22)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_message_of_another_version_or_type_is_dropped) {
+SIM_TEST(ctrlr_dispatch, drops_a_message_of_another_version_or_type) {
     sim.controller(hex("02 0e 00 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
     sim.expect({RECEIVED, invalid(2, 0)});
     sim.controller(hex("01 0e ff 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
@@ -84,7 +84,7 @@ SIM_TEST(ctrlr_dispatch, a_message_of_another_version_or_type_is_dropped) {
     sim.expect({RECEIVED, invalid(1, 1)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_dropped_message_leaves_the_last_one_in_place) {
+SIM_TEST(ctrlr_dispatch, keeps_the_last_message_when_it_drops_one) {
     sim.controller(message(1, record(99, hex("11 22 33"))));
     const bytes kept(g_cfg.ctrlr_msg_buf, g_cfg.ctrlr_msg_buf + BUF_SIZE);
     sim.controller(hex("02 0e 00 0001 00 0012 c1c2c3c4c5c6 63 04 0004"));
@@ -93,7 +93,7 @@ SIM_TEST(ctrlr_dispatch, a_dropped_message_leaves_the_last_one_in_place) {
     sim.forget();
 }
 
-SIM_TEST(ctrlr_dispatch, the_buffer_is_the_message_and_zero_behind_it) {
+SIM_TEST(ctrlr_dispatch, fills_the_buffer_with_the_message_and_zeros) {
     memset(g_cfg.ctrlr_msg_buf, 0xa5, BUF_SIZE);
     memset(g_cfg.ipc_rx_buf, 0xa5, BUF_SIZE);
     const bytes msg = message(1, record(99, hex("11 22 33 44 55")));
@@ -103,7 +103,7 @@ SIM_TEST(ctrlr_dispatch, the_buffer_is_the_message_and_zero_behind_it) {
     sim.forget();
 }
 
-SIM_TEST(ctrlr_dispatch, a_message_that_may_carry_keys_is_erased_once_it_is_handled) {
+SIM_TEST(ctrlr_dispatch, erases_a_message_that_may_carry_keys_once_it_is_handled) {
     const std::set<int> with_keys = {ROAMING_MGR_CLIENT_BULK_INFO, CLIENT_MGR_PMK_FETCH_SUCCESS,
                                      CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, CLIENT_MGR_REMOVE_CLIENT_BULK_INFO,
                                      CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC};
@@ -119,7 +119,7 @@ SIM_TEST(ctrlr_dispatch, a_message_that_may_carry_keys_is_erased_once_it_is_hand
     sim.forget();
 }
 
-SIM_TEST(ctrlr_dispatch, a_message_of_fewer_than_3_bytes_is_dropped) {
+SIM_TEST(ctrlr_dispatch, drops_a_message_of_fewer_than_3_bytes) {
     // What it lacks shows as 0.
     for (const auto &[msg, version] : {std::pair("", 0), {"01", 1}, {"01 0e", 1}, {"07", 7}, {"07 0e", 7}}) {
         sim.controller(hex(msg));
@@ -128,7 +128,7 @@ SIM_TEST(ctrlr_dispatch, a_message_of_fewer_than_3_bytes_is_dropped) {
 }
 
 // Header and record have a value of their own in every byte; the records begin behind a header of 18 bytes.
-SIM_TEST(ctrlr_dispatch, a_message_cut_at_any_length_is_read_as_if_zeros_followed) {
+SIM_TEST(ctrlr_dispatch, reads_a_message_cut_at_any_length_as_if_zeros_followed) {
     const bytes msg = hex("01 12 00 0002 77 a1b2 c1c2c3c4c5c6 e1e2e3e4  63 05 0007 f1f2f3  64 06 0809");
     for (size_t len = 3; len <= msg.size(); len++) {
         const bytes seen = first(msg, len) + zeros(BUF_SIZE - len);
@@ -147,7 +147,7 @@ SIM_TEST(ctrlr_dispatch, a_message_cut_at_any_length_is_read_as_if_zeros_followe
     sim.expect({RECEIVED, header_line(2, 18, 41394), record_line(99, 5, 7), record_line(100, 6, 2057)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_message_may_fill_the_buffer_and_not_more) {
+SIM_TEST(ctrlr_dispatch, takes_a_message_that_fills_the_buffer_and_none_that_is_longer) {
     bytes msg = message(1, record(99, {})) + bytes(BUF_SIZE - 18, 0x5c);
     sim.controller(msg);
     sim.expect({RECEIVED, header_line(1, 14, 18), record_line(99, 4, 4)});
@@ -162,7 +162,7 @@ SIM_TEST(ctrlr_dispatch, a_message_may_fill_the_buffer_and_not_more) {
     sim.expect({RECEIVED, invalid(1, 0)});
 }
 
-SIM_TEST(ctrlr_dispatch, messages_are_taken_in_any_state_of_the_link) {
+SIM_TEST(ctrlr_dispatch, takes_messages_in_any_state_of_the_link) {
     for (uint32_t flags : {0U, 1U, 2U, 3U}) {
         g_cfg.status_flags = flags;
         sim.controller(message(1, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000"))));
@@ -173,7 +173,7 @@ SIM_TEST(ctrlr_dispatch, messages_are_taken_in_any_state_of_the_link) {
 
 // --- records
 
-SIM_TEST(ctrlr_dispatch, every_received_type_has_its_line_and_its_handler) {
+SIM_TEST(ctrlr_dispatch, logs_each_received_type_and_calls_its_handler) {
     const auto alone = [&](uint8_t type, const steps &handled) {
         sim.controller(message(1, record(type, zeros(64))));
         sim.expect({RECEIVED, header_line(1, 14, 82), record_line(type, 4, 68), handled});
@@ -199,7 +199,7 @@ SIM_TEST(ctrlr_dispatch, every_received_type_has_its_line_and_its_handler) {
                   log(1, "sending acl auth response to drv failed for " + nobody + " ") + acl_lookup(nobody, false));
 }
 
-SIM_TEST(ctrlr_dispatch, any_other_type_is_skipped_silently) {
+SIM_TEST(ctrlr_dispatch, skips_any_other_type_silently) {
     const std::set<int> handled = {CLIENT_MGR_CLIENT_MOVE_NOTIFY,  ROAMING_MGR_CLIENT_BULK_INFO,
                                    CLIENT_MGR_PMK_FETCH_SUCCESS,   CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS,
                                    CLIENT_MGR_REQ_BULK_INFO,       CLIENT_MGR_REMOVE_CLIENT_BULK_INFO,
@@ -217,7 +217,7 @@ SIM_TEST(ctrlr_dispatch, any_other_type_is_skipped_silently) {
     }
 }
 
-SIM_TEST(ctrlr_dispatch, records_are_handled_in_their_order) {
+SIM_TEST(ctrlr_dispatch, handles_records_in_their_order) {
     sim.controller(message(2, record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000000")) +
                                   record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, zeros(42))));
     sim.expect({RECEIVED, header_line(2, 14, 68), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 8),
@@ -230,7 +230,7 @@ SIM_TEST(ctrlr_dispatch, records_are_handled_in_their_order) {
                 acl_lookup("00:00:00:00:00:00", false)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_client_information_answer_of_its_own_is_more_than_a_key) {
+SIM_TEST(ctrlr_dispatch, handles_a_client_info_answer_without_a_pmk_answer_in_full) {
     have_station(sim);
     sim.controller(
         message(1, record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true))));
@@ -239,7 +239,7 @@ SIM_TEST(ctrlr_dispatch, a_client_information_answer_of_its_own_is_more_than_a_k
                 client_lookup(STA, true), log(1, "Invalid ap bssid in fetch client info msg")});
 }
 
-SIM_TEST(ctrlr_dispatch, a_key_answer_brings_keys_alone) {
+SIM_TEST(ctrlr_dispatch, takes_only_keys_from_a_pmk_answer) {
     have_station(sim);
     sim.controller(message(1, record(CLIENT_MGR_PMK_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true))));
     sim.expect({RECEIVED, header_line(1, 14, 84), record_line(CLIENT_MGR_PMK_FETCH_SUCCESS, 4, 70),
@@ -248,7 +248,7 @@ SIM_TEST(ctrlr_dispatch, a_key_answer_brings_keys_alone) {
                 key_installed()});
 }
 
-SIM_TEST(ctrlr_dispatch, behind_a_key_answer_a_client_information_answer_brings_keys_alone_too) {
+SIM_TEST(ctrlr_dispatch, takes_only_keys_from_a_client_info_answer_behind_a_pmk_answer) {
     have_station(sim);
     const bytes info = record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true));
     // Through any number of records in between.
@@ -269,21 +269,21 @@ SIM_TEST(ctrlr_dispatch, behind_a_key_answer_a_client_information_answer_brings_
 
 // --- the walk trusts counts and lengths, within the buffer
 
-SIM_TEST(ctrlr_dispatch, neither_total_length_nor_message_length_limits_the_walk) {
+SIM_TEST(ctrlr_dispatch, is_limited_by_neither_total_length_nor_message_length) {
     bytes msg = message(3, record(99, hex("11")));
     msg[6] = msg[7] = 0;
     sim.controller(msg);
     sim.expect({RECEIVED, header_line(3, 14, 0), record_line(99, 4, 5), record_line(0, 0, 0), record_line(0, 0, 0)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_record_of_length_0_is_met_again_until_the_count_ends) {
+SIM_TEST(ctrlr_dispatch, repeats_a_record_of_length_0_until_the_count_ends) {
     sim.controller(message(3, hex("1a 04 0000 00000000")));
     const steps again = record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 0) +
                         log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC") + log(3, "NUM OF CLIENT INFO: 0");
     sim.expect({RECEIVED, header_line(3, 14, 22), again, again, again});
 }
 
-SIM_TEST(ctrlr_dispatch, the_largest_count_ends_too) {
+SIM_TEST(ctrlr_dispatch, ends_after_the_largest_count) {
     if (sim.log_level == 4) {
         return;
     }
@@ -292,7 +292,7 @@ SIM_TEST(ctrlr_dispatch, the_largest_count_ends_too) {
     EXPECT_EQ(sim.log_level == 3 ? 2U + 65535 : 0U, effects.size());
 }
 
-SIM_TEST(ctrlr_dispatch, a_header_length_below_14_is_honoured) {
+SIM_TEST(ctrlr_dispatch, honours_a_header_length_below_14) {
     // The first record begins in the header, at its byte 3, and the second follows it.
     sim.controller(hex("01 03 00 0002 00 0019 c1c2c3c4c5c6  1a 04 0008 00000000"));
     sim.expect({RECEIVED, header_line(2, 3, 25), record_line(0, 2, 0), record_line(0, 2, 0)});
@@ -301,7 +301,7 @@ SIM_TEST(ctrlr_dispatch, a_header_length_below_14_is_honoured) {
     sim.expect({RECEIVED, header_line(1, 0, 14), record_line(1, 0, 0)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_record_header_length_below_4_is_honoured) {
+SIM_TEST(ctrlr_dispatch, honours_a_record_header_length_below_4) {
     // The body is the record's own header: the client is 18:00:00:06:01:02.
     sim.controller(message(1, hex("18 00 0006 0102")));
     sim.expect({RECEIVED, header_line(1, 14, 20), record_line(CLIENT_MGR_CLIENT_GUEST_AUTH, 0, 6),
@@ -309,14 +309,14 @@ SIM_TEST(ctrlr_dispatch, a_record_header_length_below_4_is_honoured) {
                 log(1, "Invalid client 18:00:00:06:01:02")});
 }
 
-SIM_TEST(ctrlr_dispatch, a_record_header_at_the_very_end_of_the_buffer_is_read) {
+SIM_TEST(ctrlr_dispatch, reads_a_record_header_at_the_very_end_of_the_buffer) {
     const bytes msg = message(2, record(99, zeros(BUF_SIZE - 14 - 4 - 4)) + record(100, {}));
     ASSERT_EQ(BUF_SIZE, msg.size());
     sim.controller(msg);
     sim.expect({RECEIVED, header_line(2, 14, 16384), record_line(99, 4, 16366), record_line(100, 4, 4)});
 }
 
-SIM_TEST(ctrlr_dispatch, a_record_that_would_leave_the_buffer_ends_the_walk) {
+SIM_TEST(ctrlr_dispatch, ends_at_a_record_that_would_leave_the_buffer) {
     // Behind the buffer the walk would meet records that it handles.
     for (uint32_t i = 0; i < BUF_SIZE; i += 4) {
         set_bytes(g_cfg.ipc_rx_buf + i, hex("1a 04 0004"));
@@ -330,7 +330,7 @@ SIM_TEST(ctrlr_dispatch, a_record_that_would_leave_the_buffer_ends_the_walk) {
 }
 
 // Of each type that has a body, a record whose header is the last thing in the buffer.
-SIM_TEST(ctrlr_dispatch, a_body_that_would_leave_the_buffer_is_not_handled) {
+SIM_TEST(ctrlr_dispatch, handles_no_body_that_would_leave_the_buffer) {
     const auto at_the_end = [&](uint8_t type, const steps &receipt) {
         sim.controller(message(2, record(99, zeros(BUF_SIZE - 14 - 4 - 4)) + record(type, {})));
         sim.expect({RECEIVED, header_line(2, 14, 16384), record_line(99, 4, 16366), record_line(type, 4, 4), receipt,
@@ -347,7 +347,7 @@ SIM_TEST(ctrlr_dispatch, a_body_that_would_leave_the_buffer_is_not_handled) {
     at_the_end(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "));
 }
 
-SIM_TEST(ctrlr_dispatch, a_record_outside_the_controllers_buffer_is_its_callers_to_vouch_for) {
+SIM_TEST(ctrlr_dispatch, trusts_a_message_outside_the_controller_message_buffer) {
     const bytes msg = message(1, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000")));
     const std::unique_ptr<uint8_t[]> own(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), own.get());

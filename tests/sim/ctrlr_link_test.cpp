@@ -16,14 +16,14 @@ constexpr uint32_t BUF_SIZE = CLIENT_MGR_BUF_SIZE;
 
 // --- sending
 
-SIM_TEST(ctrlr_link, a_message_is_handed_to_the_channel_whole) {
+SIM_TEST(ctrlr_link, hands_a_message_to_the_channel_whole) {
     EXPECT_EQ(0, client_mgr_send_apcomm_msg(hex("01 02 03 04 05").data(), 5));
     sim.expect({did("apcomm_send_msg(106, 0102030405, 0)")});
     EXPECT_EQ(0, client_mgr_send_apcomm_msg(bytes(BUF_SIZE, 0x5c).data(), BUF_SIZE));
     sim.expect({to_controller(bytes(BUF_SIZE, 0x5c))});
 }
 
-SIM_TEST(ctrlr_link, any_result_but_0_is_a_failed_send) {
+SIM_TEST(ctrlr_link, takes_any_result_but_0_for_a_failed_send) {
     for (int result : {-1, 1}) {
         sim.fail_nth("apcomm_send_msg", 1, result);
         EXPECT_EQ(-1, client_mgr_send_apcomm_msg(hex("01").data(), 1));
@@ -32,7 +32,7 @@ SIM_TEST(ctrlr_link, any_result_but_0_is_a_failed_send) {
     }
 }
 
-SIM_TEST(ctrlr_link, the_completion_of_a_send_changes_nothing) {
+SIM_TEST(ctrlr_link, changes_nothing_when_a_send_completes) {
     const bytes before = state_block();
     client_mgr_apcomm_send_rslt();
     sim.expect_nothing();
@@ -41,7 +41,7 @@ SIM_TEST(ctrlr_link, the_completion_of_a_send_changes_nothing) {
 
 // --- status
 
-SIM_TEST(ctrlr_link, status_1_brings_the_link_up) {
+SIM_TEST(ctrlr_link, comes_up_with_status_1) {
     g_cfg.status_flags = 0xfffffff0;
     sim.controller_status(0x0a0b0c0d, 1);
     sim.expect({log(3, "client_mgr_apcomm_ctrl_status: Rcvd tunl status up. ctrl ip = 0x0a0b0c0d")});
@@ -52,7 +52,7 @@ SIM_TEST(ctrlr_link, status_1_brings_the_link_up) {
     EXPECT_EQ(7U, g_cfg.ctrlr_ip);
 }
 
-SIM_TEST(ctrlr_link, status_0_takes_the_link_down) {
+SIM_TEST(ctrlr_link, goes_down_with_status_0) {
     g_cfg.status_flags = 0xffffffff;
     g_cfg.ctrlr_ip = 0x0a0b0c0d;
     sim.controller_status(0x01020304, 0);
@@ -61,7 +61,7 @@ SIM_TEST(ctrlr_link, status_0_takes_the_link_down) {
     EXPECT_EQ(0U, g_cfg.ctrlr_ip);
 }
 
-TEST(ctrlr_link, a_status_counts_before_it_is_logged) {
+TEST(ctrlr_link, stores_a_status_before_it_logs_it) {
     site sim(3);
     for (uint32_t status : {1U, 0U}) {
         int lines = 0;
@@ -77,7 +77,7 @@ TEST(ctrlr_link, a_status_counts_before_it_is_logged) {
     sim.check_end();
 }
 
-SIM_TEST(ctrlr_link, any_other_status_is_ignored) {
+SIM_TEST(ctrlr_link, ignores_any_other_status) {
     ready_to_talk();
     for (uint32_t status : {2U, 3U, 256U, 0x01000000U, 0xffffffffU}) {
         sim.controller_status(0x01020304, status);
@@ -87,7 +87,7 @@ SIM_TEST(ctrlr_link, any_other_status_is_ignored) {
     EXPECT_EQ(0x0a0b0c0dU, g_cfg.ctrlr_ip);
 }
 
-SIM_TEST(ctrlr_link, system_ready_after_link_down_brings_the_link_up_without_an_address) {
+SIM_TEST(ctrlr_link, comes_up_without_an_address_when_system_ready_follows_link_down) {
     ready_to_talk();
     sim.controller_status(0, 0);
     sim.local(KX_MSG_ID_SYS_READY, {});
@@ -99,7 +99,7 @@ SIM_TEST(ctrlr_link, system_ready_after_link_down_brings_the_link_up_without_an_
                 log(1, "Not yet ready to talk to controller")});
 }
 
-SIM_TEST(ctrlr_link, the_address_alone_is_not_enough_to_send) {
+SIM_TEST(ctrlr_link, needs_more_than_the_address_to_be_ready) {
     sim.controller_status(0x0a0b0c0d, 1);
     sim.forget();
     client_mgr_vap_init();

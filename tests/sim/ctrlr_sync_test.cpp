@@ -182,7 +182,7 @@ SIM_TEST(bulk_client_info, goes_on_when_driver_portal_and_bridge_fail) {
                 failed(bridge_del(CLIENT)), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
 
-SIM_TEST(bulk_client_info, says_added_though_the_table_is_full) {
+SIM_TEST(bulk_client_info, logs_an_added_client_when_the_table_is_full) {
     have_full_table(sim);
     const bytes list = client_list({moved()});
     sim.controller(handed_over(list));

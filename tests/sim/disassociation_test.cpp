@@ -107,7 +107,7 @@ SIM_TEST(disassociation, takes_the_client_off_everything_in_order) {
     EXPECT_NE(nullptr, stored_client(CLIENT_2));
 }
 
-SIM_TEST(disassociation, is_dropped_silently_until_the_controller_can_be_told) {
+SIM_TEST(disassociation, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, associated(CLIENT_FLAG_LOCAL));
     whenever_not_ready([&] {
@@ -259,7 +259,7 @@ SIM_TEST(foreign_disassociation, takes_the_client_off_everything_in_order) {
     EXPECT_NE(nullptr, stored_verdict(CLIENT));
 }
 
-SIM_TEST(foreign_disassociation, is_dropped_silently_until_the_controller_can_be_told) {
+SIM_TEST(foreign_disassociation, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));
     whenever_not_ready([&] {

@@ -261,7 +261,7 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
     }
 }
 
-SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_told) {
+SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     whenever_not_ready([&] {

@@ -82,7 +82,7 @@ SIM_TEST(client_ip, is_recorded_and_reported) {
     expect_stored(associated(0x1f, IP));
 }
 
-SIM_TEST(client_ip, is_dropped_silently_until_the_controller_can_be_told) {
+SIM_TEST(client_ip, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, associated(CLIENT_FLAG_LOCAL | CLIENT_FLAG_GUEST));
     whenever_not_ready([&] {

@@ -80,7 +80,7 @@ void request_dump(site &sim) {
 
 // --- notifications, row by row
 
-SIM_TEST(local_dispatch, a_heartbeat_is_answered_with_the_announced_period) {
+SIM_TEST(local_dispatch, answers_a_heartbeat_with_the_announced_period) {
     sim.local(KX_MSG_ID_SYSMON_HB, {});
     sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
     sim.fail_nth("sysmon_send_hb", 1);
@@ -88,7 +88,7 @@ SIM_TEST(local_dispatch, a_heartbeat_is_answered_with_the_announced_period) {
     sim.expect({notified("13"), failed(did("sysmon_send_hb(ipc, 60)"))});
 }
 
-SIM_TEST(local_dispatch, system_ready_sets_both_bits) {
+SIM_TEST(local_dispatch, sets_both_bits_at_system_ready) {
     for (uint32_t before : {0U, 1U, 2U, 3U, 0xfffffff0U}) {
         g_cfg.status_flags = before;
         sim.local(KX_MSG_ID_SYS_READY, {});
@@ -98,7 +98,7 @@ SIM_TEST(local_dispatch, system_ready_sets_both_bits) {
     }
 }
 
-TEST(local_dispatch, system_ready_is_logged_before_it_counts) {
+TEST(local_dispatch, logs_system_ready_before_it_sets_the_bits) {
     site sim(3);
     sim.on("log", [] { EXPECT_EQ(0U, g_cfg.status_flags); });
     client_mgr_sys_ready_rcvd();
@@ -107,13 +107,13 @@ TEST(local_dispatch, system_ready_is_logged_before_it_counts) {
     sim.check_end();
 }
 
-SIM_TEST(local_dispatch, system_init_registers_with_the_controller_channel) {
+SIM_TEST(local_dispatch, registers_with_the_controller_channel_at_system_init) {
     sim.local(KX_MSG_ID_SYS_INIT, {});
     sim.expect({notified("17"), log(3, "Received System Init"), did("apcomm_recv_register(client_mgr_apcomm_recv_msg)"),
                 did("apcomm_status_register(client_mgr_apcomm_ctrl_status)"), did("apcomm_register_kx_ipc(ipc)")});
 }
 
-SIM_TEST(local_dispatch, system_init_returns_the_last_registrations_result) {
+SIM_TEST(local_dispatch, returns_the_last_registrations_result_at_system_init) {
     sim.fail_nth("apcomm_recv_register", 1, -5);
     sim.fail_nth("apcomm_status_register", 1, -6);
     EXPECT_EQ(0, client_mgr_sys_init_rcvd());
@@ -125,18 +125,18 @@ SIM_TEST(local_dispatch, system_init_returns_the_last_registrations_result) {
     sim.forget();
 }
 
-SIM_TEST(local_dispatch, a_log_configuration_is_handed_on) {
+SIM_TEST(local_dispatch, passes_a_log_configuration_on) {
     const bytes configuration = hex("01020304 11121314 21222324 31323334 41424344 51525354");
     sim.local(KX_MSG_ID_LOG_CFG_SET, configuration);
     sim.expect({notified("29"), did("KX_LOG_SET_CFG(" + show(configuration) + ")")});
 }
 
-SIM_TEST(local_dispatch, vap_init_loads_the_vaps) {
+SIM_TEST(local_dispatch, loads_the_vaps_at_vap_init) {
     sim.local(KX_MSG_ID_VAP_INIT, {});
     sim.expect({notified("60"), VAP_NOT_LOADED});
 }
 
-SIM_TEST(local_dispatch, vap_update_loads_the_vaps_first) {
+SIM_TEST(local_dispatch, loads_the_vaps_before_it_reports_an_updated_one) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     sim.hwaddr = {{"ath0", hex("0a 1b 2c 3d 4e 50")}};
@@ -150,13 +150,13 @@ SIM_TEST(local_dispatch, vap_update_loads_the_vaps_first) {
                               hex("0000000a"))});
 }
 
-SIM_TEST(local_dispatch, vap_update_without_controller_says_so_twice) {
+SIM_TEST(local_dispatch, logs_twice_that_a_vap_update_has_no_controller) {
     sim.local(KX_MSG_ID_VAP_UPDATE, padded("ath0", 12));
     sim.expect({notified("61"), VAP_NOT_LOADED, log(3, "Rcvd vap update for ath0"),
                 log(1, "Not yet ready to talk to controller")});
 }
 
-SIM_TEST(local_dispatch, client_events_are_received_before_they_are_dropped) {
+SIM_TEST(local_dispatch, logs_client_events_before_they_are_dropped) {
     // Nobody can be told yet: the receipt is all.
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(32));
     sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd")});
@@ -172,7 +172,7 @@ SIM_TEST(local_dispatch, client_events_are_received_before_they_are_dropped) {
     sim.expect({notified("161"), log(3, "KX_MSG_ID_CLIENT_IP rcvd ")});
 }
 
-SIM_TEST(local_dispatch, client_events_reach_their_handlers) {
+SIM_TEST(local_dispatch, hands_client_events_to_their_handlers) {
     ready_to_talk();
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(32));
     sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd"), log(3, "Received association msg"),
@@ -194,19 +194,19 @@ SIM_TEST(local_dispatch, client_events_reach_their_handlers) {
                 log(3, "Unable to find client 00:00:00:00:00:00")});
 }
 
-SIM_TEST(local_dispatch, the_channels_traffic_is_handed_back_to_it) {
+SIM_TEST(local_dispatch, hands_the_channels_traffic_back_to_it) {
     sim.on("apcomm_msg_rcvd", [] { client_mgr_apcomm_ctrl_status(0x0a0b0c0d, 1); });
     sim.local(KX_MSG_ID_APCOMM_MSG, hex("01 02 03"));
     sim.expect({notified("123"), did("apcomm_msg_rcvd(payload)"),
                 log(3, "client_mgr_apcomm_ctrl_status: Rcvd tunl status up. ctrl ip = 0x0a0b0c0d")});
 }
 
-SIM_TEST(local_dispatch, the_mac_acl_line_is_one_level_above_its_neighbours) {
+SIM_TEST(local_dispatch, logs_a_mac_acl_question_one_level_above_other_messages) {
     sim.local(KX_MSG_ID_MAC_ACL_AUTH, zeros(16));
     sim.expect({notified("195"), log(4, "KX_MSG_ID_MAC_ACL_AUTH rcvd"), log(1, "Invalid ap bssid in acl auth msg")});
 }
 
-SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
+SIM_TEST(local_dispatch, drops_any_other_notification_silently) {
     ready_to_talk();
     for (uint32_t id = 0; id < 300; id++) {
         if (NOTIFICATIONS.count(id) != 0) {
@@ -229,7 +229,7 @@ SIM_TEST(local_dispatch, any_other_notification_is_dropped_silently) {
 
 // --- requests
 
-SIM_TEST(local_dispatch, the_bit_of_value_2_alone_makes_a_request) {
+SIM_TEST(local_dispatch, takes_only_the_bit_of_value_2_for_a_request) {
     for (uint32_t flags : {2U, 3U, 6U, 0xffffffffU}) {
         sim.local(KX_MSG_ID_SYSMON_HB, {}, flags);
         sim.expect({requested("13"), EMPTY_RESPONSE});
@@ -240,7 +240,7 @@ SIM_TEST(local_dispatch, the_bit_of_value_2_alone_makes_a_request) {
     }
 }
 
-SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
+SIM_TEST(local_dispatch, calls_no_notifications_handler_for_a_request) {
     ready_to_talk();
     have_vap(0, "ath0", "0a:1b:2c:3d:4e:50", 10);
     const bytes association = zeros(16) + hex("021122334455 0a1b2c3d4e50 00000000");
@@ -252,7 +252,7 @@ SIM_TEST(local_dispatch, a_request_never_reaches_a_notifications_handler) {
     EXPECT_EQ(1U, g_cfg.num_vaps);
 }
 
-SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
+SIM_TEST(local_dispatch, answers_any_other_request_too) {
     for (uint32_t id = 0; id < 300; id++) {
         if (id == KX_MSG_ID_LOG_CFG_GET || id == KX_MSG_ID_CLIENT_TBL_DUMP) {
             continue;
@@ -262,7 +262,7 @@ SIM_TEST(local_dispatch, any_other_request_is_answered_too) {
     }
 }
 
-SIM_TEST(local_dispatch, the_log_configuration_is_told_on_request) {
+SIM_TEST(local_dispatch, answers_a_request_for_the_log_configuration) {
     sim.log_cfg = hex("01020304 11121314 21222324 31323334 41424344 51525354");
     sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     sim.expect({requested("28"), response(sim.log_cfg + zeros(2060 - 24))});
@@ -271,13 +271,13 @@ SIM_TEST(local_dispatch, the_log_configuration_is_told_on_request) {
     sim.expect({requested("28"), response(bytes(2060, 0xbb))});
 }
 
-SIM_TEST(local_dispatch, an_answer_that_is_not_taken_is_not_repeated) {
+SIM_TEST(local_dispatch, does_not_repeat_an_answer_that_failed) {
     sim.fail_nth("kx_ipc_eloop_resp", 1);
     sim.local(KX_MSG_ID_LOG_CFG_GET, {}, REQUEST);
     sim.expect({requested("28"), failed(EMPTY_RESPONSE)});
 }
 
-SIM_TEST(local_dispatch, requests_without_their_bit_are_unknown_notifications) {
+SIM_TEST(local_dispatch, takes_requests_without_their_bit_for_unknown_notifications) {
     sim.log_cfg = hex("01020304");
     sim.local(KX_MSG_ID_LOG_CFG_GET, {});
     sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {});
@@ -287,20 +287,20 @@ SIM_TEST(local_dispatch, requests_without_their_bit_are_unknown_notifications) {
 
 // --- dump
 
-SIM_TEST(local_dispatch, the_client_table_is_dumped_on_request) {
+SIM_TEST(dump_request, writes_the_client_table) {
     have_client(sim, client_of(STA));
     sim.local(KX_MSG_ID_CLIENT_TBL_DUMP, {}, REQUEST);
     sim.expect({dumped(), EMPTY_RESPONSE});
     EXPECT_TRUE(is_dump_of(content(sim.dump_path()), STA));
 }
 
-SIM_TEST(local_dispatch, an_empty_table_makes_an_empty_file) {
+SIM_TEST(dump_request, writes_an_empty_file_for_an_empty_table) {
     request_dump(sim);
     EXPECT_EQ("", content(sim.dump_path()));
     EXPECT_EQ(0600U, permissions(sim.dump_path()));
 }
 
-SIM_TEST(local_dispatch, every_dump_rewrites_the_file) {
+SIM_TEST(dump_request, rewrites_the_file) {
     have_client(sim, client_of(STA));
     have_client(sim, client_of("02:a1:a2:a3:a4:a5"));
     request_dump(sim);
@@ -316,14 +316,14 @@ SIM_TEST(local_dispatch, every_dump_rewrites_the_file) {
     EXPECT_EQ("", content(sim.dump_path()));
 }
 
-SIM_TEST(local_dispatch, the_dump_is_for_the_owner_alone_whatever_the_umask) {
+SIM_TEST(dump_request, makes_a_file_for_the_owner_alone_whatever_the_umask) {
     const mode_t old = umask(0);
     request_dump(sim);
     umask(old);
     EXPECT_EQ(0600U, permissions(sim.dump_path()));
 }
 
-SIM_TEST(local_dispatch, an_old_file_that_others_may_read_is_closed_to_them) {
+SIM_TEST(dump_request, closes_an_old_file_to_other_users) {
     have_client(sim, client_of(STA));
     write_file(sim.dump_path(), "old");
     chmod(sim.dump_path().c_str(), 0644);
@@ -332,7 +332,7 @@ SIM_TEST(local_dispatch, an_old_file_that_others_may_read_is_closed_to_them) {
     EXPECT_EQ(0600U, permissions(sim.dump_path()));
 }
 
-SIM_TEST(local_dispatch, the_dump_follows_no_symbolic_link) {
+SIM_TEST(dump_request, follows_no_symbolic_link) {
     have_client(sim, client_of(STA));
     const std::string target = sim.dump_path() + ".target";
     write_file(target, "precious");
@@ -345,7 +345,7 @@ SIM_TEST(local_dispatch, the_dump_follows_no_symbolic_link) {
     EXPECT_NE(0, access(target.c_str(), F_OK));
 }
 
-SIM_TEST(local_dispatch, the_dump_spares_a_file_that_has_another_name) {
+SIM_TEST(dump_request, spares_a_file_that_has_another_name) {
     have_client(sim, client_of(STA));
     const std::string target = sim.dump_path() + ".target";
     write_file(target, "precious");
@@ -355,7 +355,7 @@ SIM_TEST(local_dispatch, the_dump_spares_a_file_that_has_another_name) {
     unlink(target.c_str());
 }
 
-SIM_TEST(local_dispatch, a_pipe_in_the_dumps_place_does_not_stop_the_daemon) {
+SIM_TEST(dump_request, does_not_wait_for_a_pipe_in_the_files_place) {
     ASSERT_EQ(0, mkfifo(sim.dump_path().c_str(), 0600));
     ASSERT_EQ(0, chmod(sim.dump_path().c_str(), 0644));
     request_dump(sim);
@@ -368,7 +368,7 @@ SIM_TEST(local_dispatch, a_pipe_in_the_dumps_place_does_not_stop_the_daemon) {
     close(reader);
 }
 
-SIM_TEST(local_dispatch, the_dump_spares_another_users_file) {
+SIM_TEST(dump_request, spares_another_users_file) {
     have_client(sim, client_of(STA));
     write_file(sim.dump_path(), "precious");
     sim.user++;
@@ -376,7 +376,7 @@ SIM_TEST(local_dispatch, the_dump_spares_another_users_file) {
     EXPECT_EQ("precious", content(sim.dump_path()));
 }
 
-SIM_TEST(local_dispatch, a_dump_that_cannot_be_opened_is_answered_all_the_same) {
+SIM_TEST(dump_request, is_answered_when_the_file_cannot_be_opened) {
     ASSERT_EQ(0, mkdir(sim.dump_path().c_str(), 0700));
     request_dump(sim);
     rmdir(sim.dump_path().c_str());
@@ -384,7 +384,7 @@ SIM_TEST(local_dispatch, a_dump_that_cannot_be_opened_is_answered_all_the_same) 
 
 // --- payloads
 
-SIM_TEST(local_dispatch, a_message_may_fill_the_receive_buffer) {
+SIM_TEST(local_dispatch, takes_a_message_that_fills_the_receive_buffer) {
     sim.local(KX_MSG_ID_SYSMON_HB, bytes(CLIENT_MGR_BUF_SIZE - 12, 0xff));
     sim.expect({notified("13"), did("sysmon_send_hb(ipc, 60)")});
 }

@@ -49,7 +49,7 @@ const std::string EVENT_OF_7 = "client_mgr_apcomm_ctrl_status: Rcvd tunl status 
 
 }  // namespace
 
-TEST(log, a_line_is_colon_seconds_milliseconds_and_the_text) {
+TEST(log, writes_a_colon_seconds_milliseconds_and_the_text) {
     site sim(3);
     const log_file file;
     sim.set_clock(1234567890, 7);
@@ -61,7 +61,7 @@ TEST(log, a_line_is_colon_seconds_milliseconds_and_the_text) {
     sim.check_end();
 }
 
-TEST(log, the_time_is_cut_to_milliseconds_not_rounded) {
+TEST(log, cuts_the_time_to_milliseconds) {
     site sim(3);
     const log_file file;
     sim.wall_usecs = 12345999999;
@@ -70,7 +70,7 @@ TEST(log, the_time_is_cut_to_milliseconds_not_rounded) {
     sim.check_end();
 }
 
-TEST(log, every_byte_written_is_counted) {
+TEST(log, counts_every_byte_written) {
     site sim(3);
     const log_file file;
     cur_log_size = 1000;
@@ -81,7 +81,7 @@ TEST(log, every_byte_written_is_counted) {
     sim.check_end();
 }
 
-TEST(log, a_file_grown_past_its_maximum_is_written_from_its_start) {
+TEST(log, starts_the_file_again_past_its_maximum) {
     site sim(3);
     const log_file file;
     sim.set_clock(1111111111, 111);
@@ -97,7 +97,7 @@ TEST(log, a_file_grown_past_its_maximum_is_written_from_its_start) {
     sim.check_end();
 }
 
-TEST(log, a_file_of_exactly_its_maximum_grows_on) {
+TEST(log, goes_on_in_a_file_of_exactly_its_maximum) {
     site sim(3);
     const log_file file;
     event();
@@ -109,7 +109,7 @@ TEST(log, a_file_of_exactly_its_maximum_grows_on) {
     sim.check_end();
 }
 
-TEST(log, a_full_disk_costs_the_line_and_nothing_else) {
+TEST(log, loses_only_the_line_on_a_full_disk) {
     site sim(3);
     const log_file file(fopen("/dev/full", "w"));
     kx_log_conf_data.console = 1;
@@ -120,7 +120,7 @@ TEST(log, a_full_disk_costs_the_line_and_nothing_else) {
     sim.check_end();
 }
 
-TEST(log, sizes_are_compared_unsigned) {
+TEST(log, compares_sizes_unsigned) {
     site sim(3);
     cur_log_size = 0x80000000;
     kx_log_conf_data.max_file_size = 0x7fffffff;
@@ -133,7 +133,7 @@ TEST(log, sizes_are_compared_unsigned) {
     sim.check_end();
 }
 
-TEST(log, a_maximum_of_0_keeps_one_line) {
+TEST(log, keeps_one_line_with_a_maximum_of_0) {
     site sim(3);
     kx_log_conf_data.max_file_size = 0;
     event();
@@ -142,7 +142,7 @@ TEST(log, a_maximum_of_0_keeps_one_line) {
     sim.check_end();
 }
 
-TEST(log, a_message_above_the_level_is_not_even_looked_at) {
+TEST(log, evaluates_no_argument_of_a_message_above_the_level) {
     site sim(3);
     kx_log_conf_data.console = 1;
     kx_log_conf_data.max_file_size = 10;
@@ -156,7 +156,7 @@ TEST(log, a_message_above_the_level_is_not_even_looked_at) {
     sim.check_end();
 }
 
-TEST(log, a_level_above_all_messages_logs_them_all) {
+TEST(log, writes_all_messages_at_a_level_above_theirs) {
     site sim(3);
     kx_log_conf_data.level = INT_MAX;
     event();
@@ -164,20 +164,20 @@ TEST(log, a_level_above_all_messages_logs_them_all) {
     sim.check_end();
 }
 
-SIM_TEST(log, the_console_shows_the_same_message_without_prefix) {
+SIM_TEST(log, writes_the_same_message_to_the_console_without_prefix) {
     kx_log_conf_data.console = 1;
     event();
     event_of(7);
     sim.expect({log(3, EVENT), console(3, EVENT), log(3, EVENT_OF_7), console(3, EVENT_OF_7)});
 }
 
-SIM_TEST(log, any_console_flag_but_0_is_on) {
+SIM_TEST(log, writes_to_the_console_with_any_flag_but_0) {
     kx_log_conf_data.console = 0x80000000;
     event();
     sim.expect({log(3, EVENT), console(3, EVENT)});
 }
 
-SIM_TEST(log, without_a_file_the_console_still_gets_the_message) {
+SIM_TEST(log, writes_to_the_console_without_a_file) {
     log_file_name = nullptr;
     cur_log_size = 5;
     kx_log_conf_data.max_file_size = 1;
@@ -187,13 +187,13 @@ SIM_TEST(log, without_a_file_the_console_still_gets_the_message) {
     EXPECT_EQ(5U, cur_log_size);
 }
 
-SIM_TEST(log, without_file_and_console_nothing_happens) {
+SIM_TEST(log, does_nothing_without_file_and_console) {
     log_file_name = nullptr;
     event();
     sim.expect_nothing();
 }
 
-SIM_TEST(log, the_console_line_stays_when_the_file_is_rewound) {
+SIM_TEST(log, keeps_the_console_line_when_the_file_is_rewound) {
     kx_log_conf_data.console = 1;
     kx_log_conf_data.max_file_size = 4;
     cur_log_size = 5;
@@ -204,7 +204,7 @@ SIM_TEST(log, the_console_line_stays_when_the_file_is_rewound) {
     sim.expect({did("log rewound"), log(3, EVENT), console(3, EVENT)});
 }
 
-SIM_TEST(log, an_argument_is_never_taken_for_a_format) {
+SIM_TEST(log, never_takes_an_argument_for_a_format) {
     kx_log_conf_data.console = 1;
     uint8_t bssid[6];
     client_mgr_get_bssid(bssid, "%s%n%d%%");
@@ -213,7 +213,7 @@ SIM_TEST(log, an_argument_is_never_taken_for_a_format) {
                 did("close")});
 }
 
-SIM_TEST(log, a_line_of_a_level_comes_at_that_level_and_above) {
+SIM_TEST(log, writes_a_line_at_its_level_and_above) {
     g_cfg.status_flags = 0;
     sim.local(KX_MSG_ID_VAP_INIT, {});  // one line of level 4, one more, one of level 3, one of level 1
     sim.expect({log(4, "Received Msg ID : 60"), log(4, "Notification message"), log(3, "Initializing vap config"),

@@ -102,7 +102,7 @@ SIM_TEST(mac_acl_answer, for_an_outdated_entry_reaches_the_driver_alone) {
     expect_cached(2, now(sim) - 30);
 }
 
-SIM_TEST(mac_acl_answer, that_nobody_waits_for_is_complained_about_and_taken) {
+SIM_TEST(mac_acl_answer, to_a_question_already_answered_is_logged_and_taken) {
     have_two_vaps();
     for (int32_t state : {0, 1, 3, -1}) {
         have_verdict(sim, CLIENT, state, now(sim) - 5);

@@ -250,7 +250,7 @@ SIM_TEST(mac_acl, waits_though_the_question_could_not_be_passed_on) {
     sim.expect({receipt(), not_here(), pending()});
 }
 
-SIM_TEST(mac_acl, says_that_the_driver_refused) {
+SIM_TEST(mac_acl, logs_that_the_driver_refused) {
     have_acl_vaps();
     have_client_on(sim, 0);
     sim.fail_nth("ioctl", 1, -2);

@@ -72,7 +72,7 @@ SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
     }
 }
 
-SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouch_for) {
+SIM_TEST(move_notify, below_the_controller_message_buffer_is_trusted) {
     const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     uint8_t *rec = reinterpret_cast<uint8_t *>(&g_cfg) + offsetof(client_mgr_cfg, ctrlr_msg_buf) - record.size();
     std::copy(record.begin(), record.end(), rec);
@@ -81,7 +81,7 @@ SIM_TEST(move_notify, below_the_controller_message_buffer_is_its_callers_to_vouc
         {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
 }
 
-SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_its_callers_to_vouch_for) {
+SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_trusted) {
     const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     static_assert(offsetof(client_mgr_cfg, ipc_rx_buf) ==
                   offsetof(client_mgr_cfg, ctrlr_msg_buf) + CLIENT_MGR_BUF_SIZE);

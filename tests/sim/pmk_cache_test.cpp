@@ -76,7 +76,7 @@ int handle(const bytes &msg) {
 
 }  // namespace
 
-SIM_TEST(pmk_info, the_key_of_a_message_is_erased_once_it_is_handled) {
+SIM_TEST(pmk_info, has_its_key_erased_once_it_is_handled) {
     for (const bool ready : {false, true}) {
         if (ready) {
             ready_to_talk();
@@ -91,7 +91,7 @@ SIM_TEST(pmk_info, the_key_of_a_message_is_erased_once_it_is_handled) {
     sim.forget();
 }
 
-SIM_TEST(pmk_info, is_dropped_silently_until_the_controller_can_be_told) {
+SIM_TEST(pmk_info, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
     for (uint32_t sub_type : {+HOSTAPD_PMK_FETCH, +HOSTAPD_PMK_ADD, 3u}) {
@@ -279,7 +279,7 @@ SIM_TEST(pmk_fetch, of_an_unknown_client_leaves_a_placeholder) {
     expect_stored(expected);
 }
 
-SIM_TEST(pmk_fetch, that_cannot_be_forwarded_says_so) {
+SIM_TEST(pmk_fetch, that_cannot_be_forwarded_is_logged) {
     have_two_vaps();
     sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH, ELSEWHERE));
     sim.expect({fetch_receipt(ELSEWHERE), client_lookup(CLIENT, false), log(1, "Invalid ap bssid in assoc msg")});

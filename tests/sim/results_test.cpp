@@ -52,7 +52,7 @@ SIM_TEST(results, of_fetch_answers_are_0_whatever_is_in_them) {
     sim.forget();
 }
 
-SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not) {
+SIM_TEST(results, of_a_vap_update_show_a_report_that_was_due_and_failed) {
     EXPECT_EQ(-1, updated("ath0")) << "not ready";
     have_two_vaps();
     EXPECT_EQ(0, updated("ath9")) << "not ours";
@@ -64,7 +64,7 @@ SIM_TEST(results, of_a_vap_update_tell_whether_it_had_to_be_reported_and_was_not
     sim.forget();
 }
 
-SIM_TEST(results, of_a_key_added_tell_whether_it_was_stored) {
+SIM_TEST(results, of_a_pmk_add_show_whether_it_was_stored) {
     have_two_vaps();
     EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_add, key_message(HOSTAPD_PMK_ADD, BSSID)));
     EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_add, key_message(HOSTAPD_PMK_ADD, ELSEWHERE)));
@@ -73,7 +73,7 @@ SIM_TEST(results, of_a_key_added_tell_whether_it_was_stored) {
     sim.forget();
 }
 
-SIM_TEST(results, of_a_key_message_are_those_of_its_handler) {
+SIM_TEST(results, of_a_pmk_message_are_those_of_its_handler) {
     have_two_vaps();
     EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, BSSID)));
     EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, ELSEWHERE)));
@@ -87,7 +87,7 @@ SIM_TEST(results, of_a_key_message_are_those_of_its_handler) {
     sim.forget();
 }
 
-SIM_TEST(results, of_a_mac_acl_question_tell_whether_the_controller_was_asked) {
+SIM_TEST(results, of_a_mac_acl_question_show_whether_the_controller_was_asked) {
     const bytes mac = mac_bytes(CLIENT);
     const bytes data = hex("3031");
     const auto ask = [&] {
@@ -100,7 +100,7 @@ SIM_TEST(results, of_a_mac_acl_question_tell_whether_the_controller_was_asked) {
     sim.forget();
 }
 
-SIM_TEST(results, of_a_client_fetch_tell_whether_the_controller_was_asked) {
+SIM_TEST(results, of_a_client_fetch_show_whether_the_controller_was_asked) {
     have_two_vaps();
     const bytes mac = mac_bytes(CLIENT);
     const bytes bssid = mac_bytes(BSSID);

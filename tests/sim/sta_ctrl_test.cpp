@@ -29,7 +29,7 @@ SIM_TEST(sta_ctrl, disassociates_with_reason_code_1_whatever_the_reason) {
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "ath0", REQUEST), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, the_system_log_alone_has_the_callers_reason) {
+SIM_TEST(sta_ctrl, writes_the_callers_reason_to_the_system_log_alone) {
     for (int reason : {0, 1, 2, 65535, -1}) {
         EXPECT_EQ(0, disassoc("ath1", reason));
         sim.expect(
@@ -40,40 +40,40 @@ SIM_TEST(sta_ctrl, the_system_log_alone_has_the_callers_reason) {
     }
 }
 
-SIM_TEST(sta_ctrl, a_failed_disassociation_is_claimed_all_the_same) {
+SIM_TEST(sta_ctrl, reports_a_failed_disassociation_in_the_system_log_too) {
     sim.fail_nth("ioctl", 1);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST)),
                 log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, a_driver_result_that_is_not_negative_is_no_failure) {
+SIM_TEST(sta_ctrl, takes_a_driver_result_that_is_not_negative_for_success) {
     sim.fail_nth("ioctl", 1, 3);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST), 3), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, without_a_socket_the_disassociation_fails_like_any_other) {
+SIM_TEST(sta_ctrl, fails_to_disassociate_without_a_socket) {
     sim.fail_nth("socket", 1);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({failed(did("socket")), SENDING, log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG});
 }
 
-SIM_TEST(sta_ctrl, an_interface_name_of_16_characters_has_no_terminator) {
+SIM_TEST(sta_ctrl, passes_an_interface_name_of_16_characters_without_terminator) {
     // Behind the 16 characters there is nothing that may be read.
     const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
     disassoc(name.data(), 8);
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, a_longer_interface_name_is_cut_at_16) {
+SIM_TEST(sta_ctrl, cuts_a_longer_interface_name_at_16_characters) {
     disassoc("abcdefghijklmnopqrstuvwxyz", 8);
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
 }
 
 // --- BSSID
 
-SIM_TEST(sta_ctrl, the_bssid_is_the_interfaces_hardware_address) {
+SIM_TEST(sta_ctrl, reads_the_bssid_as_the_interfaces_hardware_address) {
     sim.hwaddr["ath0"] = BSSID;
     uint8_t bssid[6] = {};
     EXPECT_EQ(0, client_mgr_get_bssid(bssid, "ath0"));
@@ -81,7 +81,7 @@ SIM_TEST(sta_ctrl, the_bssid_is_the_interfaces_hardware_address) {
     sim.expect({did("socket"), did("ioctl(0x8927, ath0)"), did("close")});
 }
 
-SIM_TEST(sta_ctrl, without_an_address_the_bssid_is_left_alone) {
+SIM_TEST(sta_ctrl, leaves_the_bssid_alone_without_a_hardware_address) {
     uint8_t bssid[6] = {1, 2, 3, 4, 5, 6};
     EXPECT_EQ(-1, client_mgr_get_bssid(bssid, "ath9"));
     EXPECT_EQ(hex("01 02 03 04 05 06"), bytes(bssid, bssid + 6));
@@ -89,7 +89,7 @@ SIM_TEST(sta_ctrl, without_an_address_the_bssid_is_left_alone) {
         {did("socket"), did("ioctl(0x8927, ath9) = -1"), log(1, "Error obtaining the BSSID for ath9"), did("close")});
 }
 
-SIM_TEST(sta_ctrl, without_a_socket_there_is_no_bssid) {
+SIM_TEST(sta_ctrl, reads_no_bssid_without_a_socket) {
     sim.hwaddr["ath0"] = BSSID;
     sim.fail_nth("socket", 1);
     uint8_t bssid[6];
@@ -97,7 +97,7 @@ SIM_TEST(sta_ctrl, without_a_socket_there_is_no_bssid) {
     sim.expect({failed(did("socket")), log(1, "Error obtaining the BSSID for ath0")});
 }
 
-SIM_TEST(sta_ctrl, every_request_has_a_socket_of_its_own) {
+SIM_TEST(sta_ctrl, opens_a_socket_for_each_request) {
     sim.hwaddr["ath0"] = BSSID;
     uint8_t bssid[6];
     client_mgr_get_bssid(bssid, "ath0");
@@ -105,7 +105,7 @@ SIM_TEST(sta_ctrl, every_request_has_a_socket_of_its_own) {
     sim.expect({read_hwaddr("ath0"), read_hwaddr("ath0")});
 }
 
-SIM_TEST(sta_ctrl, a_long_interface_name_is_read_and_logged_within_16_characters) {
+SIM_TEST(sta_ctrl, logs_an_interface_name_within_16_characters) {
     const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
     uint8_t bssid[6];
     EXPECT_EQ(-1, client_mgr_get_bssid(bssid, name.data()));

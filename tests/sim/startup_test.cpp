@@ -119,14 +119,14 @@ SIM_TEST(startup, takes_a_radio_mac_address_without_separators) {
     sim.forget();
 }
 
-SIM_TEST(startup, a_radio_mac_address_that_fills_its_buffer_is_read_within_it) {
+SIM_TEST(startup, reads_a_radio_mac_address_within_its_buffer) {
     sim.radio_mac = "a0:a1:a2:a3:a4:a5:ffffff";  // cut by the platform to 23 characters
     sim.main();
     EXPECT_EQ(hex("a0a1a2a3a4a5"), bytes(g_cfg.ap_mac.begin(), g_cfg.ap_mac.end()));
     sim.forget();
 }
 
-SIM_TEST(startup, without_a_log_says_so_on_the_console_and_returns) {
+SIM_TEST(startup, without_a_log_writes_to_the_console_and_returns) {
     for (int result : {-1, 1}) {
         sim.fail_nth("KX_LOG_INIT", 1, result);
         const ending end = sim.main();
@@ -177,7 +177,7 @@ SIM_TEST(startup, goes_on_whatever_the_loop_the_monitor_and_the_timer_answer) {
                 did("kx_eloop_run()")});
 }
 
-SIM_TEST(startup, a_fatal_message_goes_to_the_console_too_when_echo_was_switched_on) {
+SIM_TEST(startup, writes_a_fatal_message_to_the_console_when_echo_is_on) {
     sim.fail_nth("kx_ipc_init", 1);
     sim.on("kx_eloop_init", [] { kx_log_conf_data.console = 1; });
     sim.main();
@@ -196,7 +196,7 @@ TEST(startup, exits_with_status_255) {
     EXPECT_EXIT(start("kx_get_node_radio_mac_addr"), testing::ExitedWithCode(255), "^$");
 }
 
-SIM_TEST(startup, the_running_daemon_serves_messages_and_sweeps_the_acl_cache) {
+SIM_TEST(startup, leads_to_a_daemon_that_serves_messages_and_sweeps_the_acl_cache) {
     sim.running = [&] {
         sim.forget();
         sim.local(KX_MSG_ID_SYSMON_HB, {});

@@ -61,7 +61,7 @@ TEST(text_buffer, writes_mac_addresses) {
     EXPECT_EQ("<00:1a:b0:7f:80:ff>M 7", formatted(256, "<%pM>M %d", static_cast<const void *>(mac), 7));
 }
 
-TEST(text_buffer, knows_its_conversions) {
+TEST(text_buffer, distinguishes_its_conversions) {
     for (const char *fmt : {"", "text", "%d", "%s", "100%%", "%.4s", "%.90s|%d", "0x%08x%01x", "%pM%pM M"}) {
         EXPECT_TRUE(text_buffer::supports(fmt)) << fmt;
     }

@@ -52,13 +52,13 @@ steps walked_to_the_end(size_t room) {
 
 }  // namespace
 
-SIM_TEST(treat_as_association, a_list_of_no_clients_does_nothing) {
+SIM_TEST(treat_as_association, of_no_clients_does_nothing) {
     have_vaps();
     sim.controller(treat_as_assoc(hex("00000000"), entry("021122334455", "0a1b2c3d4e50")));
     sim.expect({walked(70, 84), log(3, "NUM OF CLIENT INFO: 0")});
 }
 
-SIM_TEST(treat_as_association, every_client_of_a_list_associates) {
+SIM_TEST(treat_as_association, associates_every_client_of_a_list) {
     have_vaps();
     sim.controller(treat_as_assoc(hex("00000003"), entry("021122334455", "0a1b2c3d4e50") +
                                                        entry("060708090a0b", "0a1b2c3d4eff") +
@@ -73,14 +73,14 @@ SIM_TEST(treat_as_association, every_client_of_a_list_associates) {
                 captive_msg(STA, "guests only", CAPTIVE_MSG_ASSOCIATION, 0)});
 }
 
-SIM_TEST(treat_as_association, a_list_that_comes_too_early_is_counted_and_dropped) {
+SIM_TEST(treat_as_association, is_logged_and_dropped_until_the_controller_can_be_reached) {
     have_vaps();
     g_cfg.ctrlr_ip = 0;
     sim.controller(treat_as_assoc(hex("00000001"), entry("021122334455", "0a1b2c3d4e50")));
     sim.expect({walked(70, 84), log(3, "NUM OF CLIENT INFO: 1")});
 }
 
-SIM_TEST(treat_as_association, the_list_begins_where_the_records_header_ends) {
+SIM_TEST(treat_as_association, finds_the_list_where_the_records_header_ends) {
     have_vaps();
     // A record header of 7 bytes: nothing behind it is aligned.
     bytes record = hex("1a 07 0049 eeeeee 00000001") + entry("021122334455", "0a1b2c3d4e50");
@@ -88,7 +88,7 @@ SIM_TEST(treat_as_association, the_list_begins_where_the_records_header_ends) {
     sim.expect({log(3, "NUM OF CLIENT INFO: 1"), first_association(client_added(STA, 0))});
 }
 
-SIM_TEST(treat_as_association, the_count_of_a_list_is_trusted_over_the_records_length) {
+SIM_TEST(treat_as_association, trusts_the_count_of_a_list_over_the_records_length) {
     have_vaps();
     bytes msg = treat_as_assoc(hex("00000001"), entry("021122334455", "0a1b2c3d4e50"));
     msg[17] = 8;  // the record ends behind the count
@@ -96,7 +96,7 @@ SIM_TEST(treat_as_association, the_count_of_a_list_is_trusted_over_the_records_l
     sim.expect({walked(8, 84), log(3, "NUM OF CLIENT INFO: 1"), first_association(client_added(STA, 0))});
 }
 
-SIM_TEST(treat_as_association, the_count_of_a_list_is_printed_as_a_signed_number) {
+SIM_TEST(treat_as_association, prints_the_count_of_a_list_as_a_signed_number) {
     // All entries behind the message are zero: no VAP has that BSSID, and the last entry ends the list.
     ready_to_talk();
     g_cfg.ctrlr_ip = 0;
@@ -105,7 +105,7 @@ SIM_TEST(treat_as_association, the_count_of_a_list_is_printed_as_a_signed_number
         {walked(8, 22), log(3, "NUM OF CLIENT INFO: -2"), log(1, "Record leaves the controller message buffer")});
 }
 
-SIM_TEST(treat_as_association, a_list_is_followed_to_the_end_of_the_buffer_and_not_beyond) {
+SIM_TEST(treat_as_association, follows_a_list_to_the_end_of_the_buffer_and_not_beyond) {
     have_vaps();
     const bytes record =
         hex("1a 04 0084 00000002") + entry("021122334455", "0a1b2c3d4e50") + entry("060708090a0b", "0a1b2c3d4e50");

@@ -29,7 +29,7 @@ int32_t index_of(const bytes &bssid) {
 
 // --- loading
 
-SIM_TEST(vap_config, is_loaded_only_while_the_controller_can_be_talked_to) {
+SIM_TEST(vap_config, is_loaded_only_while_the_controller_can_be_reached) {
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     sim.hwaddr = {{"ath0", BSSID_0}};
     have_vap(0, "old", "02:00:00:00:00:01", 5);
@@ -107,7 +107,7 @@ SIM_TEST(vap_config, keeps_the_order_of_the_list) {
     EXPECT_EQ(1, index_of(BSSID_1));
 }
 
-SIM_TEST(vap_config, an_access_point_without_vaps_has_none) {
+SIM_TEST(vap_config, of_an_access_point_without_vaps_is_empty) {
     ready_to_talk();
     have_vap(0, "old", "02:00:00:00:00:01", 5);
     client_mgr_vap_init();
@@ -115,7 +115,7 @@ SIM_TEST(vap_config, an_access_point_without_vaps_has_none) {
     EXPECT_EQ(0U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, a_vap_that_cannot_be_read_is_left_out) {
+SIM_TEST(vap_config, leaves_out_a_vap_that_cannot_be_read) {
     have_two_vaps(sim);
     sim.vaps[0].readable = false;
     client_mgr_vap_init();
@@ -124,7 +124,7 @@ SIM_TEST(vap_config, a_vap_that_cannot_be_read_is_left_out) {
     EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
 }
 
-SIM_TEST(vap_config, any_result_but_0_is_a_vap_that_cannot_be_read) {
+SIM_TEST(vap_config, takes_any_result_but_0_for_a_vap_that_cannot_be_read) {
     have_two_vaps(sim);
     sim.fail_nth("apcfg_vap_get_by_ifname", 2, 1);
     client_mgr_vap_init();
@@ -132,7 +132,7 @@ SIM_TEST(vap_config, any_result_but_0_is_a_vap_that_cannot_be_read) {
     EXPECT_EQ(1U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, a_vap_without_bssid_is_overwritten_by_the_next) {
+SIM_TEST(vap_config, overwrites_a_vap_without_bssid_by_the_next) {
     have_two_vaps(sim);
     sim.hwaddr.erase("ath0");
     client_mgr_vap_init();
@@ -143,7 +143,7 @@ SIM_TEST(vap_config, a_vap_without_bssid_is_overwritten_by_the_next) {
     EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
 }
 
-SIM_TEST(vap_config, the_last_vap_without_bssid_leaves_its_name_beside_the_old_fields) {
+SIM_TEST(vap_config, stores_the_name_of_a_last_vap_without_bssid_beside_the_old_fields) {
     have_two_vaps(sim);
     vap_cfg &old = have_vap(1, "old", "02:00:00:00:00:01", 5);
     set_text(old.ssid, 32, "old ssid");
@@ -159,7 +159,7 @@ SIM_TEST(vap_config, the_last_vap_without_bssid_leaves_its_name_beside_the_old_f
     EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(g_cfg.vaps[1].bssid.begin(), g_cfg.vaps[1].bssid.end()));
 }
 
-SIM_TEST(vap_config, the_status_is_logged_and_nothing_else) {
+SIM_TEST(vap_config, only_logs_the_status) {
     have_two_vaps(sim);
     sim.vaps[0].record.status = 0;
     sim.vaps[1].record.status = 2;
@@ -173,7 +173,7 @@ SIM_TEST(vap_config, the_status_is_logged_and_nothing_else) {
     EXPECT_EQ(2U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, a_reload_keeps_the_guest_counts) {
+SIM_TEST(vap_config, keeps_the_guest_counts_when_it_is_loaded_again) {
     have_two_vaps(sim);
     g_cfg.vaps[1].guest_count = 0x01020304;
     client_mgr_vap_init();
@@ -182,7 +182,7 @@ SIM_TEST(vap_config, a_reload_keeps_the_guest_counts) {
     EXPECT_EQ(0U, g_cfg.vaps[0].guest_count);
 }
 
-SIM_TEST(vap_config, a_name_of_12_characters_has_no_terminator) {
+SIM_TEST(vap_config, stores_a_name_of_12_characters_without_terminator) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("wlan0.vap123", "home", 10)};
     sim.hwaddr = {{"wlan0.vap123", BSSID_0}};
@@ -192,7 +192,7 @@ SIM_TEST(vap_config, a_name_of_12_characters_has_no_terminator) {
     EXPECT_EQ(10U, g_cfg.vaps[0].vlan) << "the member behind the name";
 }
 
-SIM_TEST(vap_config, a_vap_goes_by_the_name_in_its_record) {
+SIM_TEST(vap_config, stores_the_name_in_the_vaps_record) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     for (const std::string name : {"wifi0", "wifi0vap-1234567"}) {
@@ -231,7 +231,7 @@ SIM_TEST(vap_config, stops_at_16_vaps) {
     }
 }
 
-SIM_TEST(vap_config, the_first_16_that_can_be_read_are_taken) {
+SIM_TEST(vap_config, takes_the_first_16_vaps_that_can_be_read) {
     ready_to_talk();
     for (unsigned i = 0; i < 20; i++) {
         const std::string name = "ath" + std::to_string(i);
@@ -248,7 +248,7 @@ SIM_TEST(vap_config, the_first_16_that_can_be_read_are_taken) {
 
 // --- lookup
 
-SIM_TEST(vap_config, the_first_entry_with_the_bssid_wins) {
+SIM_TEST(vap_lookup, finds_the_first_entry_with_the_bssid) {
     have_vap(0, "a", "02:00:00:00:00:01", 1);
     have_vap(1, "b", "02:00:00:00:00:02", 1);
     have_vap(2, "c", "02:00:00:00:00:02", 1);
@@ -259,14 +259,14 @@ SIM_TEST(vap_config, the_first_entry_with_the_bssid_wins) {
     sim.expect_nothing();
 }
 
-SIM_TEST(vap_config, without_valid_entries_nothing_is_found) {
+SIM_TEST(vap_lookup, finds_nothing_without_valid_entries) {
     have_vap(0, "a", "02:00:00:00:00:01", 1);
     g_cfg.num_vaps = 0;
     EXPECT_EQ(-1, index_of(hex("02 00 00 00 00 01")));
     EXPECT_EQ(-1, index_of(zeros(6)));
 }
 
-SIM_TEST(vap_config, the_search_never_leaves_the_16_entries) {
+SIM_TEST(vap_lookup, never_leaves_the_16_entries) {
     have_vap(15, "a", "02:00:00:00:00:01", 1);
     // Where a 17th entry would be.
     set_bytes(g_cfg.ctrlr_msg_buf, hex("02 00 00 00 00 02"));
@@ -277,7 +277,7 @@ SIM_TEST(vap_config, the_search_never_leaves_the_16_entries) {
     }
 }
 
-SIM_TEST(vap_config, entries_past_the_valid_ones_have_no_index_but_are_still_updated) {
+SIM_TEST(vap_lookup, does_not_find_entries_past_the_valid_ones_which_are_still_updated) {
     have_two_vaps(sim);
     client_mgr_vap_init();
     sim.vaps.pop_back();

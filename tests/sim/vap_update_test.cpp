@@ -4,7 +4,7 @@
 
 namespace sim {
 
-SIM_TEST(vap_update, an_update_reports_the_vap_with_its_bssid_read_afresh) {
+SIM_TEST(vap_update, reports_the_vap_with_its_bssid_read_again) {
     ready_to_talk();
     vap_cfg &vap = have_vap(3, "ath3", "02:00:00:00:00:01", 0x31323334);
     set_text(vap.ssid, 32, "abcdefghijklmnopqrstuvwxyz012345");
@@ -24,7 +24,7 @@ SIM_TEST(vap_update, an_update_reports_the_vap_with_its_bssid_read_afresh) {
 }
 
 // A VAP that moved up, because one before it cannot be read any more, leaves an old entry behind.
-SIM_TEST(vap_update, an_update_reports_the_first_entry_of_that_name) {
+SIM_TEST(vap_update, reports_the_first_entry_of_that_name) {
     have_two_vaps(sim);
     client_mgr_vap_init();
     sim.vaps[0].readable = false;
@@ -40,7 +40,7 @@ SIM_TEST(vap_update, an_update_reports_the_first_entry_of_that_name) {
                               padded("renamed", 32) + hex("0000001e"))});
 }
 
-SIM_TEST(vap_update, an_update_of_an_unknown_interface_ends_with_its_receipt) {
+SIM_TEST(vap_update, of_an_unknown_interface_ends_with_its_receipt) {
     have_two_vaps(sim);
     client_mgr_vap_init();
     sim.forget();
@@ -48,7 +48,7 @@ SIM_TEST(vap_update, an_update_of_an_unknown_interface_ends_with_its_receipt) {
     sim.expect({log(3, "Rcvd vap update for ath7")});
 }
 
-SIM_TEST(vap_update, interface_names_are_compared_over_12_bytes) {
+SIM_TEST(vap_update, compares_interface_names_over_12_bytes) {
     ready_to_talk();
     have_vap(0, "ath0", "02:00:00:00:00:01", 1);
     const char dirty[12] = {'a', 't', 'h', '0', '\0', 'x'};
@@ -56,7 +56,7 @@ SIM_TEST(vap_update, interface_names_are_compared_over_12_bytes) {
     sim.expect({log(3, "Rcvd vap update for ath0")});
 }
 
-SIM_TEST(vap_update, an_interface_name_of_12_characters_is_read_within_its_field) {
+SIM_TEST(vap_update, reads_an_interface_name_of_12_characters_within_its_field) {
     ready_to_talk();
     have_vap(15, "wlan0.vap123", "02:00:00:00:00:01", 1);
     sim.hwaddr = {{"wlan0.vap123", BSSID_0}};
@@ -67,7 +67,7 @@ SIM_TEST(vap_update, an_interface_name_of_12_characters_is_read_within_its_field
                               hex("00000001"))});
 }
 
-SIM_TEST(vap_update, an_update_without_a_name_meets_the_first_unused_entry) {
+SIM_TEST(vap_update, without_a_name_reports_the_first_unused_entry) {
     ready_to_talk();
     have_vap(0, "ath0", "02:00:00:00:00:01", 1);
     EXPECT_NE(0, client_mgr_vap_update("\0\0\0\0\0\0\0\0\0\0\0"));
@@ -75,7 +75,7 @@ SIM_TEST(vap_update, an_update_without_a_name_meets_the_first_unused_entry) {
                 log(1, "Error obtaining the BSSID for "), did("close"), log(1, "Unable to get bssid for vap ")});
 }
 
-SIM_TEST(vap_update, an_update_needs_the_controller) {
+SIM_TEST(vap_update, needs_the_controller) {
     have_vap(0, "ath0", "02:00:00:00:00:01", 1);
     sim.hwaddr = {{"ath0", BSSID_0}};
     for (uint32_t flags : {0U, 1U, 2U, 3U}) {
@@ -86,7 +86,7 @@ SIM_TEST(vap_update, an_update_needs_the_controller) {
     }
 }
 
-SIM_TEST(vap_update, an_update_without_bssid_sends_nothing) {
+SIM_TEST(vap_update, without_bssid_sends_nothing) {
     ready_to_talk();
     have_vap(0, "ath0", "02:00:00:00:00:01", 1);
     EXPECT_NE(0, client_mgr_vap_update("ath0\0\0\0\0\0\0\0"));
@@ -95,7 +95,7 @@ SIM_TEST(vap_update, an_update_without_bssid_sends_nothing) {
                 log(1, "Unable to get bssid for vap ath0")});
 }
 
-SIM_TEST(vap_update, an_update_that_cannot_be_sent_is_logged_twice) {
+SIM_TEST(vap_update, that_cannot_be_sent_is_logged_twice) {
     ready_to_talk();
     have_vap(0, "ath0", "02:00:00:00:00:01", 1);
     sim.hwaddr = {{"ath0", BSSID_0}};
