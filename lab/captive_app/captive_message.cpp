@@ -1,12 +1,12 @@
 #include "lab/captive_app/captive_message.h"
 
 #include <algorithm>
+#include <cstring>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <span>
 
 #include "common/mac_address.h"
 #include "wire/big_endian.h"
+#include "wire/local_messages.h"
 
 namespace captive {
 
@@ -15,7 +15,7 @@ namespace {
 using json = nlohmann::ordered_json;
 
 struct payload {
-    std::uint8_t client[6];
+    mac_address client;
     char text[34];
     be32 portal;
 };
@@ -27,8 +27,9 @@ struct event_name {
 };
 
 constexpr event_name names[] = {
-    {67, "guest_authenticated"},     {166, "association"}, {167, "foreign_association"}, {168, "disassociation"},
-    {169, "foreign_disassociation"},
+    {CAPTIVE_MSG_GUEST_AUTHENTICATED, "guest_authenticated"},       {CAPTIVE_MSG_ASSOCIATION, "association"},
+    {CAPTIVE_MSG_FOREIGN_ASSOCIATION, "foreign_association"},       {CAPTIVE_MSG_DISASSOCIATION, "disassociation"},
+    {CAPTIVE_MSG_FOREIGN_DISASSOCIATION, "foreign_disassociation"},
 };
 
 constexpr std::uint32_t notification = 1;
@@ -47,18 +48,16 @@ json decode(const kx::ipc_message &message) {
         return malformed(message, "payload of " + std::to_string(message.payload.size()) + " bytes, expected 44");
     }
     payload body{};
-    std::ranges::copy(message.payload, reinterpret_cast<std::uint8_t *>(&body));
+    std::memcpy(&body, message.payload.data(), sizeof(body));
     if (std::ranges::find(body.text, '\0') == std::end(body.text)) {
-        return malformed(message, "the captive-portal text has no end");
+        return malformed(message, "the captive-portal text is not terminated");
     }
     if (body.portal > 1) {
         return malformed(message, "portal flag " + std::to_string(body.portal) + ", expected 0 or 1");
     }
-    kx::mac_address client{};
-    std::ranges::copy(body.client, client.begin());
     return {{"id", message.id},
             {"name", found->name},
-            {"client", kx::format_mac(client)},
+            {"client", kx::format_mac(body.client)},
             {"captive", std::string(body.text)},
             {"portal", std::uint32_t{body.portal}}};
 }
@@ -75,7 +74,7 @@ std::string to_text(const kx::ipc_message &message) {
         return "malformed message " + std::to_string(message.id) + ": " + decoded["error"].get<std::string>();
     }
     return decoded["client"].get<std::string>() + ' ' + decoded["name"].get<std::string>() +
-           (decoded["portal"] == 0 ? " (has yet to pass the portal) " : " ") + dump(decoded["captive"]);
+           (decoded["portal"] == 0 ? " (has not passed the portal) " : " ") + dump(decoded["captive"]);
 }
 
 }  // namespace captive

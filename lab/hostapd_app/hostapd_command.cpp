@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -20,7 +21,7 @@ constexpr std::uint32_t pmk_fetch_answer = 129;
 struct layout {
     be32 code;
     be32 sub_type;
-    std::uint8_t bssid[6], previous_bssid[6], client[6];
+    mac_address bssid, previous_bssid, client;
     std::uint8_t pmk[32];
     std::uint8_t zero[1038];
 };
@@ -33,14 +34,8 @@ constexpr std::ptrdiff_t pmk_message_end = offsetof(layout, zero);
     throw std::runtime_error(what + ' ' + std::to_string(value) + ", expected " + std::to_string(expected));
 }
 
-kx::mac_address mac_of(const std::uint8_t (&from)[6]) {
-    kx::mac_address mac{};
-    std::ranges::copy(from, mac.begin());
-    return mac;
-}
-
-const char *name_of(outcome became) {
-    switch (became) {
+const char *name_of(outcome result) {
+    switch (result) {
         case outcome::installed:
             return "installed";
         case outcome::no_radio:
@@ -61,7 +56,7 @@ command decode(const kx::ipc_message &message) {
         fail("command length", message.payload.size(), sizeof(layout));
     }
     layout content{};
-    std::ranges::copy(message.payload, reinterpret_cast<std::uint8_t *>(&content));
+    std::memcpy(&content, message.payload.data(), sizeof(content));
     if (content.code != client_information) {
         fail("command code", content.code, client_information);
     }
@@ -70,28 +65,28 @@ command decode(const kx::ipc_message &message) {
     }
     const auto *stray = std::ranges::find_if(content.zero, [](std::uint8_t byte) { return byte != 0; });
     if (stray != std::end(content.zero)) {
-        fail("the byte past the PMK message", *stray, 0);
+        fail("the byte after the PMK message", *stray, 0);
     }
-    return {mac_of(content.bssid),
-            mac_of(content.previous_bssid),
-            mac_of(content.client),
+    return {content.bssid,
+            content.previous_bssid,
+            content.client,
             {std::begin(content.pmk), std::end(content.pmk)},
             {message.payload.begin() + pmk_message_begin, message.payload.begin() + pmk_message_end}};
 }
 
-std::string to_json(const command &what, outcome became) {
+std::string to_json(const command &what, outcome result) {
     nlohmann::ordered_json object = {{"client", kx::format_mac(what.client)}, {"bssid", kx::format_mac(what.bssid)}};
-    if (what.previous_bssid != kx::mac_address{}) {
+    if (what.previous_bssid != mac_address{}) {
         object["previous_bssid"] = kx::format_mac(what.previous_bssid);
     }
     object["pmk"] = kx::key_fingerprint(what.pmk);
-    object["outcome"] = name_of(became);
+    object["outcome"] = name_of(result);
     return object.dump();
 }
 
-std::string to_text(const command &what, outcome became) {
+std::string to_text(const command &what, outcome result) {
     return kx::format_mac(what.client) + " on " + kx::format_mac(what.bssid) + ": PMK " +
-           kx::key_fingerprint(what.pmk) + ", " + name_of(became);
+           kx::key_fingerprint(what.pmk) + ", " + name_of(result);
 }
 
 std::string error_to_json(const std::string &text) { return nlohmann::ordered_json{{"error", text}}.dump(); }

@@ -1,4 +1,4 @@
-// What hostapd is sent through its control service (kx/hapdcfg.h): a command with one client's PMK.
+// A command to hostapd through its control service (kx/hapdcfg.h): one client's PMK.
 //
 //   offset  width  field
 //   0       4      command code, big-endian: 9
@@ -22,22 +22,22 @@
 namespace hostapd {
 
 struct command {
-    kx::mac_address bssid{}, previous_bssid{}, client{};
+    mac_address bssid{}, previous_bssid{}, client{};
     std::vector<std::uint8_t> pmk;
-    std::vector<std::uint8_t> pmk_message;  // the 54 bytes behind the command code, as they came
+    std::vector<std::uint8_t> pmk_message;  // the 54 bytes after the command code, unchanged
 };
 
-// Throws std::runtime_error that says what is wrong with the message.
+// Throws std::runtime_error with the error when the message is malformed.
 command decode(const kx::ipc_message &message);
 
-// What became of the key.
+// The result of installing the key.
 enum class outcome { installed, no_radio, radio_busy };
 
-// One line, without its end, for people or a JSON object: {"client": MAC, "bssid": MAC, "previous_bssid": MAC, "pmk":
-// the start of its hash, "outcome": "installed" | "no_radio" | "radio_busy"}. previous_bssid is left out when it is
-// zero.
-std::string to_json(const command &what, outcome became);
-std::string to_text(const command &what, outcome became);
+// One line without a line break, as text or as a JSON object: {"client": MAC, "bssid": MAC, "previous_bssid": MAC,
+// "pmk": the start of its hash, "outcome": "installed" | "no_radio" | "radio_busy"}. previous_bssid is left out when it
+// is zero.
+std::string to_json(const command &what, outcome result);
+std::string to_text(const command &what, outcome result);
 
 // {"error": text}
 std::string error_to_json(const std::string &text);

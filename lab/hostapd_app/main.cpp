@@ -1,16 +1,11 @@
-// The lab's hostapd: takes the PMKs that the daemon fetched, and installs them at the radio.
+// hostapd_app: the lab's hostapd endpoint. Installs the PMKs of the daemon's commands at the radio.
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
-#include <csignal>
-#include <exception>
-#include <iostream>
 #include <stdexcept>
 
-#include "common/command_line.h"
 #include "common/paths.h"
-#include "lab/endpoint_loop.h"
+#include "lab/endpoint_program.h"
 #include "lab/hostapd_app/hostapd_command.h"
 #include "lab/radio/radio_control.h"
 
@@ -44,40 +39,17 @@ std::string handle(kx::ipc_socket &endpoint, const kx::ipc_message &message, boo
     } catch (const std::runtime_error &error) {
         return json ? hostapd::error_to_json(error.what()) : std::string("malformed command: ") + error.what();
     }
-    const hostapd::outcome became = install(endpoint, what);
-    return json ? to_json(what, became) : to_text(what, became);
-}
-
-void run(bool json) {
-    std::signal(SIGPIPE, SIG_IGN);
-    kx::ipc_socket endpoint = kx::ipc_socket::open(kx::endpoint_hostapd);
-    lab::serve_endpoint(endpoint, [&](const kx::ipc_message &message) {
-        std::cout << handle(endpoint, message, json) << std::endl;
-        return static_cast<bool>(std::cout);
-    });
-    if (!std::cout) {
-        throw std::runtime_error("standard output takes no more lines");
-    }
+    const hostapd::outcome result = install(endpoint, what);
+    return json ? to_json(what, result) : to_text(what, result);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    try {
-        bool json = false;
-        CLI::App app(
-            "Takes the daemon's commands to hostapd, at $KX_ROOT/kx/ipc/hostapd, and installs their PMKs at the "
-            "radio.",
-            "hostapd_app");
-        app.set_version_flag("--version", "hostapd_app " CLIENT_MGR_VERSION);
-        app.add_flag("--json", json, "Print one JSON object per command");
-        if (const auto status = kx::parse_command_line(app, argc, argv)) {
-            return *status;
-        }
-        run(json);
-        return 0;
-    } catch (const std::exception &error) {
-        std::cerr << "hostapd_app: " << error.what() << '\n';
-        return 1;
-    }
+    return lab::run({.name = "hostapd_app",
+                     .description = "Receives the daemon's commands to hostapd at $KX_ROOT/kx/ipc/hostapd and installs "
+                                    "their PMKs at the radio.",
+                     .endpoint = kx::endpoint_hostapd,
+                     .handle = handle},
+                    argc, argv);
 }

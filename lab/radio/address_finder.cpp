@@ -9,8 +9,6 @@ constexpr std::uint16_t ethertype_ipv4 = 0x0800;
 constexpr std::uint16_t ethertype_arp = 0x0806;
 constexpr std::uint8_t snap[] = {0xaa, 0xaa, 0x03, 0x00, 0x00, 0x00};  // RFC 1042
 
-std::uint32_t big32(bytes data, std::size_t at) { return std::uint32_t{big16(data, at)} << 16 | big16(data, at + 2); }
-
 std::optional<air_event> address_event(const mac_address &client, const mac_address &bssid, std::uint32_t ip) {
     if (ip == 0 || is_group(client)) {
         return std::nullopt;

@@ -1,4 +1,4 @@
-// Finds out a station's IPv4 address from what passes in the clear.
+// Finds a station's IPv4 address in unencrypted traffic.
 #ifndef LAB_RADIO_ADDRESS_FINDER_H
 #define LAB_RADIO_ADDRESS_FINDER_H
 
@@ -9,8 +9,8 @@
 
 namespace radio {
 
-// From a data frame: an ARP packet that the station sent about itself, or a DHCP server's acknowledgement to it.
-// Encrypted frames, fragments and A-MSDUs tell nothing, nor do packets that are cut or malformed.
+// Reads a data frame: the station's own ARP packet, or a DHCP server's acknowledgement to it. Returns none for
+// encrypted frames, fragments, A-MSDUs, and packets that are cut or malformed.
 std::optional<air_event> find_address(const frame &data);
 
 }  // namespace radio

@@ -7,7 +7,7 @@
 namespace radio {
 namespace {
 
-// Made-up addresses must not fill the memory: a memory this long forgets everything and starts anew.
+// Bounds the memory that forged addresses can use: a map of this size is emptied.
 constexpr std::size_t memory_max = 65536;
 
 template <typename Map>
@@ -26,107 +26,110 @@ typename Map::mapped_type recall(const Map &memory, const typename Map::key_type
 
 }  // namespace
 
-std::optional<skip> association_tracker::hear(bytes data, bool padded, std::vector<air_event> &events) {
-    const std::optional<frame> heard = parse_frame(data, padded);
-    if (!heard) {
+std::optional<skip> association_tracker::receive(bytes data, bool padded, std::vector<air_event> &events) {
+    const std::optional<frame> received = parse_frame(data, padded);
+    if (!received) {
         return skip::malformed;
     }
-    if (heard->type != frame_type::management && heard->type != frame_type::data) {
+    if (received->type != frame_type::management && received->type != frame_type::data) {
         return std::nullopt;
     }
-    if (is_retransmission(*heard)) {
+    if (is_retransmission(*received)) {
         ++duplicates_;
         return std::nullopt;
     }
-    if (heard->type == frame_type::management) {
-        return hear_management(*heard, events);
+    if (received->type == frame_type::management) {
+        return receive_management(*received, events);
     }
-    if (const std::optional<air_event> address = find_address(*heard)) {
+    if (const std::optional<air_event> address = find_address(*received)) {
         events.push_back(*address);
     }
     return std::nullopt;
 }
 
-bool association_tracker::is_retransmission(const frame &heard) {
+bool association_tracker::is_retransmission(const frame &received) {
     constexpr std::uint8_t management_queue = 16;
     constexpr std::uint8_t plain_data_queue = 17;
     const std::uint8_t queue =
-        heard.type == frame_type::management ? management_queue : heard.tid.value_or(plain_data_queue);
-    const std::pair key{pair_of{heard.transmitter, heard.receiver}, queue};
+        received.type == frame_type::management ? management_queue : received.tid.value_or(plain_data_queue);
+    const std::pair key{pair_of{received.transmitter, received.receiver}, queue};
     const auto last = last_sequence_.find(key);
-    if (heard.retry && last != last_sequence_.end() && last->second == heard.sequence) {
+    if (received.retry && last != last_sequence_.end() && last->second == received.sequence) {
         return true;
     }
-    remember(last_sequence_, key) = heard.sequence;
+    remember(last_sequence_, key) = received.sequence;
     return false;
 }
 
-std::optional<skip> association_tracker::hear_management(const frame &heard, std::vector<air_event> &events) {
-    switch (static_cast<management>(heard.subtype)) {
+std::optional<skip> association_tracker::receive_management(const frame &received, std::vector<air_event> &events) {
+    switch (static_cast<management>(received.subtype)) {
         case management::beacon:
         case management::probe_response:
-            return hear_announcement(heard);
+            return receive_announcement(received);
         case management::association_request:
-            return hear_request(heard, false);
+            return receive_request(received, false);
         case management::reassociation_request:
-            return hear_request(heard, true);
+            return receive_request(received, true);
         case management::association_response:
-            return hear_response(heard, false, events);
+            return receive_response(received, false, events);
         case management::reassociation_response:
-            return hear_response(heard, true, events);
+            return receive_response(received, true, events);
         case management::disassociation:
         case management::deauthentication:
-            return hear_departure(heard, events);
+            return receive_departure(received, events);
         default:
             return std::nullopt;
     }
 }
 
 // Time stamp, interval, capabilities (9.3.3.2, 9.3.3.10).
-std::optional<skip> association_tracker::hear_announcement(const frame &heard) {
-    const std::optional<network_body> body = parse_network_body(heard.body, 12);
+std::optional<skip> association_tracker::receive_announcement(const frame &received) {
+    const std::optional<network_body> body = parse_network_body(received.body, 12);
     if (!body) {
         return skip::malformed;
     }
-    if (!body->ssid.empty() && heard.transmitter == heard.address3) {
-        remember(announced_, heard.address3) = body->ssid;
+    if (!body->ssid.empty() && received.transmitter == received.address3) {
+        remember(announced_, received.address3) = body->ssid;
     }
     return std::nullopt;
 }
 
 // Capabilities, listen interval, of a reassociation also the current access point's address (9.3.3.5, 9.3.3.7).
-std::optional<skip> association_tracker::hear_request(const frame &heard, bool again) {
-    const std::optional<network_body> body = parse_network_body(heard.body, again ? 10 : 4);
-    if (!body || is_group(heard.transmitter) || heard.receiver != heard.address3 || is_group(heard.receiver)) {
+std::optional<skip> association_tracker::receive_request(const frame &received, bool again) {
+    const std::optional<network_body> body = parse_network_body(received.body, again ? 10 : 4);
+    if (!body || is_group(received.transmitter) || received.receiver != received.address3 ||
+        is_group(received.receiver)) {
         return skip::malformed;
     }
-    exchange &begun = remember(exchanges_, {heard.transmitter, heard.receiver});
+    exchange &begun = remember(exchanges_, {received.transmitter, received.receiver});
     begun = {};
     if (again) {
         begun.current_ap = mac_at(body->fields, 4);
     }
     if (!body->ssid.empty()) {
-        remember(asked_for_, heard.receiver) = body->ssid;
+        remember(requested_, received.receiver) = body->ssid;
     }
-    note_access_point(heard.receiver);
+    add_access_point(received.receiver);
     return std::nullopt;
 }
 
 // Capabilities, status, association id (9.3.3.6, 9.3.3.8).
-std::optional<skip> association_tracker::hear_response(const frame &heard, bool again, std::vector<air_event> &events) {
-    const std::optional<network_body> body = parse_network_body(heard.body, 6);
-    if (!body || is_group(heard.receiver) || heard.transmitter != heard.address3 || is_group(heard.transmitter)) {
+std::optional<skip> association_tracker::receive_response(const frame &received, bool again,
+                                                          std::vector<air_event> &events) {
+    const std::optional<network_body> body = parse_network_body(received.body, 6);
+    if (!body || is_group(received.receiver) || received.transmitter != received.address3 ||
+        is_group(received.transmitter)) {
         return skip::malformed;
     }
-    const mac_address &client = heard.receiver;
-    const mac_address &bssid = heard.transmitter;
+    const mac_address &client = received.receiver;
+    const mac_address &bssid = received.transmitter;
     exchange &ended = remember(exchanges_, {client, bssid});
-    if (ended.response == heard.sequence) {
+    if (ended.response == received.sequence) {
         ++duplicates_;
         return std::nullopt;
     }
-    ended.response = heard.sequence;
-    note_access_point(bssid);
+    ended.response = received.sequence;
+    add_access_point(bssid);
 
     air_event event{.client = client, .bssid = bssid, .code = little16(body->fields, 2)};
     if (event.code != 0) {
@@ -143,25 +146,25 @@ std::optional<skip> association_tracker::hear_response(const frame &heard, bool 
     return std::nullopt;
 }
 
-// The reason (9.3.3.4, 9.3.3.12), which management frame protection hides.
-std::optional<skip> association_tracker::hear_departure(const frame &heard, std::vector<air_event> &events) {
-    const bool by_access_point = heard.transmitter == heard.address3;
-    const bool by_station = heard.receiver == heard.address3 && !by_access_point;
-    if (heard.body.size() < 2 || is_group(heard.transmitter)) {
+// The reason code (9.3.3.4, 9.3.3.12), which is encrypted under management frame protection.
+std::optional<skip> association_tracker::receive_departure(const frame &received, std::vector<air_event> &events) {
+    const bool by_access_point = received.transmitter == received.address3;
+    const bool by_station = received.receiver == received.address3 && !by_access_point;
+    if (received.body.size() < 2 || is_group(received.transmitter)) {
         return skip::malformed;
     }
     if (!by_access_point && !by_station) {
-        return std::nullopt;  // between stations of a network without access point
+        return std::nullopt;  // between stations of an independent network
     }
     events.push_back({.what = air::departure,
-                      .client = by_station ? heard.transmitter : heard.receiver,
-                      .bssid = heard.address3,
-                      .code = heard.is_protected ? std::uint16_t{0} : little16(heard.body, 0),
+                      .client = by_station ? received.transmitter : received.receiver,
+                      .bssid = received.address3,
+                      .code = received.is_protected ? std::uint16_t{0} : little16(received.body, 0),
                       .by_station = by_station});
     return std::nullopt;
 }
 
-void association_tracker::note_access_point(const mac_address &bssid) {
+void association_tracker::add_access_point(const mac_address &bssid) {
     constexpr std::size_t access_points_max = 1024;
     if (access_points_.size() < access_points_max && std::ranges::find(access_points_, bssid) == access_points_.end()) {
         access_points_.push_back(bssid);
@@ -170,7 +173,7 @@ void association_tracker::note_access_point(const mac_address &bssid) {
 
 std::string association_tracker::ssid(const mac_address &bssid) const {
     const std::string announced = recall(announced_, bssid);
-    return announced.empty() ? recall(asked_for_, bssid) : announced;
+    return announced.empty() ? recall(requested_, bssid) : announced;
 }
 
 }  // namespace radio

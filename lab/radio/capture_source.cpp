@@ -12,10 +12,10 @@
 namespace radio {
 namespace {
 
-// Frames read before the rest of the process gets its turn.
+// Maximum number of frames per step, so that the event loop is not blocked.
 constexpr int frames_per_step = 1000;
 
-// libpcap's sign that the file ends within a packet, as a capture does whose writer was killed.
+// libpcap reports a file that ends within a packet with this text. Such a file results when its writer is killed.
 bool ends_early(const char *error) { return std::string_view(error).find("truncated") != std::string_view::npos; }
 
 }  // namespace
@@ -24,7 +24,7 @@ void capture_source::closer::operator()(pcap *open) const { pcap_close(open); }
 
 capture_source::capture_source(const std::string &file) : file_(file) {
     char error[PCAP_ERRBUF_SIZE] = "";
-    // Opened here, so that the message names what the system says about the file.
+    // Opened here so that the error message has the system's reason.
     std::FILE *stream = std::fopen(file.c_str(), "rbe");
     if (stream == nullptr) {
         throw std::runtime_error(file + ": " + std::strerror(errno));
@@ -32,7 +32,7 @@ capture_source::capture_source(const std::string &file) : file_(file) {
     open_.reset(pcap_fopen_offline_with_tstamp_precision(stream, PCAP_TSTAMP_PRECISION_MICRO, error));
     if (!open_) {
         std::fclose(stream);
-        throw std::runtime_error(file + ": not a capture that can be read: " + error);
+        throw std::runtime_error(file + ": not a readable capture: " + error);
     }
     link_ = pcap_datalink(open_.get());
     if (!is_wireless(link_)) {
@@ -43,7 +43,7 @@ capture_source::capture_source(const std::string &file) : file_(file) {
 }
 
 event_source::step capture_source::next(timed_event &event) {
-    for (int frames = 0; heard_.empty(); ++frames) {
+    for (int frames = 0; events_.empty(); ++frames) {
         if (frames == frames_per_step) {
             return step::nothing_yet;
         }
@@ -51,8 +51,8 @@ event_source::step capture_source::next(timed_event &event) {
             return step::end;
         }
     }
-    event = heard_.front();
-    heard_.pop_front();
+    event = events_.front();
+    events_.pop_front();
     return step::event;
 }
 
@@ -79,20 +79,20 @@ bool capture_source::read_frame() {
     if (counters_.frames++ == 0) {
         first_ = at;
     }
-    // Captures from several sources are not always in order; time does not run backwards here.
+    // A capture that was merged from several sources may be out of order. Event times never decrease.
     latest_ = std::max(latest_, at - first_);
 
     const bare_frame bare = strip_link_header(link_, {data, header->caplen}, header->len);
     std::optional<skip> skipped = bare.skipped;
-    std::vector<air_event> events;
+    std::vector<air_event> found;
     if (!skipped) {
-        skipped = tracker_.hear(bare.frame, bare.padded, events);
+        skipped = tracker_.receive(bare.frame, bare.padded, found);
     }
     if (skipped) {
         ++counters_.skipped[static_cast<std::size_t>(*skipped)];
     }
-    for (const air_event &event : events) {
-        heard_.push_back({.at = latest_, .event = event});
+    for (const air_event &event : found) {
+        events_.push_back({.at = latest_, .event = event});
     }
     return true;
 }

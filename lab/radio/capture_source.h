@@ -22,14 +22,14 @@ struct capture_counters {
 
 class capture_source : public event_source {
 public:
-    // Throws std::runtime_error that names the file and what is wrong with it.
+    // Throws std::runtime_error with the file's name and the error.
     explicit capture_source(const std::string &file);
 
     step next(timed_event &event) override;
 
     const capture_counters &counters() const { return counters_; }
     const association_tracker &tracker() const { return tracker_; }
-    // Why the file could not be read to its end. A file that ends within a frame has lost no more than that frame.
+    // Why the file could not be read to its end. A file that ends within a frame has lost only that frame.
     damage found_damage() const override { return damage_; }
 
 private:
@@ -45,7 +45,7 @@ private:
     lab_time first_{}, latest_{};
     association_tracker tracker_;
     capture_counters counters_;
-    std::deque<timed_event> heard_;
+    std::deque<timed_event> events_;
     damage damage_;
 };
 

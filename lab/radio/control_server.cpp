@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "common/ipv4.h"
 #include "lab/radio/radio_control.h"
 #include "wire/big_endian.h"
 
@@ -22,7 +23,7 @@ ordered_json describe(const mac_address &client, const station &each, const kx::
     return {{"client", kx::format_mac(client)},
             {"bssid", kx::format_mac(*vap.bssid)},
             {"ifname", vap.ifname},
-            {"ip", format_ipv4(each.ip)},
+            {"ip", kx::format_ipv4(each.ip)},
             {"roamed", each.roamed_in},
             {"pmk", each.pmk_installed},
             {"here", here},
@@ -60,7 +61,7 @@ void control_server::serve(const kx::ipc_message &message) {
         std::memcpy(&from, message.payload.data(), sizeof from);
     }
     const std::string list = list_stations(from);
-    // One that does not read its answers, or has gone, asks again.
+    // An answer that cannot be sent is dropped; the sender repeats its request.
     socket_.send(message.sender, message.id, message.flags,
                  {reinterpret_cast<const std::uint8_t *>(list.data()), list.size()});
 }

@@ -1,4 +1,4 @@
-// The endpoint on which other processes ask the radio (radio_control.h).
+// The endpoint for requests of other processes (radio_control.h).
 #ifndef LAB_RADIO_CONTROL_SERVER_H
 #define LAB_RADIO_CONTROL_SERVER_H
 

@@ -11,15 +11,15 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint32_t notification_flags = 1;
-constexpr std::size_t daemon_vaps_max = 16;  // the daemon's table holds no more, and need not ask for more
-constexpr auto full_pause = 1ms;             // a datagram socket does not tell when its peer has room again
+constexpr std::size_t daemon_vaps_max = 16;  // size of the daemon's table; it requests no more addresses
+constexpr auto full_pause = 1ms;             // poll() does not report room in a datagram peer's queue
 constexpr auto absent_pause = 20ms;
 
 }  // namespace
 
 daemon_link::daemon_link(loop &on, const settings &how)
     : how_(how),
-      asked_by_(std::min(how.vaps, daemon_vaps_max)),
+      requested_by_(std::min(how.vaps, daemon_vaps_max)),
       again_(make_timer(on, [this] { flush(); })),
       patience_(make_timer(on, [this] { give_up(); })) {}
 
@@ -35,18 +35,18 @@ std::optional<daemon_link::endpoint_id> daemon_link::current_endpoint() {
 }
 
 bool daemon_link::is_ready() const {
-    if (!how_.wait_ready || asked_by_.empty()) {
+    if (!how_.wait_ready || requested_by_.empty()) {
         return true;
     }
     const std::optional<endpoint_id> current = current_endpoint();
-    return current && std::ranges::all_of(asked_by_, [&](const auto &by) { return by == current; });
+    return current && std::ranges::all_of(requested_by_, [&](const auto &by) { return by == current; });
 }
 
-void daemon_link::vap_asked(std::size_t vap) {
-    if (vap >= asked_by_.size()) {
+void daemon_link::address_requested(std::size_t vap) {
+    if (vap >= requested_by_.size()) {
         return;
     }
-    asked_by_[vap] = current_endpoint();
+    requested_by_[vap] = current_endpoint();
     if (is_ready()) {
         flush();
     }
@@ -94,11 +94,11 @@ void daemon_link::flush() {
 
 void daemon_link::give_up() {
     if (!is_ready()) {
-        return on_lost("the daemon did not ask for the addresses of all VAPs within " +
+        return on_lost("the daemon did not request the addresses of all VAPs within " +
                        std::to_string(how_.patience.count()) +
                        " s: is client_mgr running, and does apd have its channel to the controller?");
     }
-    on_lost("the daemon takes no messages since " + std::to_string(how_.patience.count()) + " s");
+    on_lost("the daemon has read no messages for " + std::to_string(how_.patience.count()) + " s");
 }
 
 }  // namespace radio

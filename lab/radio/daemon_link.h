@@ -1,4 +1,4 @@
-// The way to the daemon: its notifications in order, none lost, from the moment the daemon can use them.
+// Sends notifications to the daemon, in order and without loss, as soon as the daemon can use them.
 #ifndef LAB_RADIO_DAEMON_LINK_H
 #define LAB_RADIO_DAEMON_LINK_H
 
@@ -18,34 +18,34 @@
 
 namespace radio {
 
-// The daemon drops what it hears before its channel to the controller is up and its VAP table is loaded, and says
-// nothing about it. But it loads the table only when the channel is up, and asks the driver for the address of every
-// VAP then: it is ready when it has asked for all of this radio's. A daemon that was started anew is another one, told
-// by its endpoint, and has to ask again.
+// The daemon silently drops notifications until its channel to the controller is up and its VAP table is loaded. It
+// loads the table once the channel is up, and then requests the address of every VAP from the driver. The daemon is
+// therefore ready when it has requested the addresses of all VAPs of this radio. A restarted daemon has a new endpoint
+// and must request them again.
 class daemon_link {
 public:
     struct settings {
         std::size_t vaps = 0;
         bool wait_ready = true;
-        std::chrono::seconds patience{60};  // how long nothing may go through while something waits; 0: for ever
+        std::chrono::seconds patience{60};  // longest time without progress while messages wait; 0: no limit
     };
 
     daemon_link(loop &on, const settings &how);
 
-    std::function<void()> on_change;                   // became ready, or has room again
-    std::function<void(const std::string &)> on_lost;  // patience is at its end; called once
+    std::function<void()> on_change;                   // the daemon is ready, or its queue has room again
+    std::function<void(const std::string &)> on_lost;  // `patience` has expired; called once
 
     void send(notification message);
-    // The daemon has asked the driver for the address of the VAP of that index.
-    void vap_asked(std::size_t vap);
+    // The daemon has requested the address of the VAP of that index.
+    void address_requested(std::size_t vap);
 
     bool is_ready() const;
     bool is_idle() const { return queue_.empty(); }
-    // For the one who waits for is_ready() before sending anything.
+    // Starts the time limit of `patience`, for a caller that waits for is_ready() before it sends.
     void start_waiting();
 
 private:
-    // Which daemon holds the endpoint; none when nobody does.
+    // Identifies the daemon's endpoint; none when it does not exist.
     struct endpoint_id {
         dev_t device = 0;
         ino_t inode = 0;
@@ -60,7 +60,7 @@ private:
     settings how_;
     kx::ipc_socket socket_ = kx::ipc_socket::anonymous();
     std::deque<notification> queue_;
-    std::vector<std::optional<endpoint_id>> asked_by_;  // per VAP
+    std::vector<std::optional<endpoint_id>> requested_by_;  // per VAP
     std::unique_ptr<loop_event> again_, patience_;
 };
 

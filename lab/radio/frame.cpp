@@ -5,16 +5,10 @@
 namespace radio {
 namespace {
 
-constexpr std::size_t control_size = 10;  // frame control, duration, receiver: the shortest frame there is
+constexpr std::size_t control_size = 10;  // frame control, duration, receiver: the shortest frame
 constexpr std::size_t header_size = 24;
 
 }  // namespace
-
-mac_address mac_at(bytes data, std::size_t at) {
-    mac_address mac{};
-    std::ranges::copy(data.subspan(at, mac.size()), mac.begin());
-    return mac;
-}
 
 std::optional<frame> parse_frame(bytes data, bool padded) {
     if (data.size() < control_size || (data[0] & 3U) != 0) {
@@ -69,7 +63,7 @@ std::optional<network_body> parse_network_body(bytes body, std::size_t fixed) {
             return;
         }
         ssid_fits = ssid_fits && contents.size() <= 32;
-        // A network that hides its name sends it empty or as zeros.
+        // A hidden SSID is sent empty or as zeros.
         if (std::ranges::any_of(contents, [](std::uint8_t byte) { return byte != 0; })) {
             result.ssid.assign(contents.begin(), contents.end());
         }

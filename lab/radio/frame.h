@@ -1,4 +1,5 @@
-// The 802.11 MAC frame (IEEE 802.11-2020, clause 9) as far as a listener needs it. Nothing is read outside the frame.
+// The parts of the 802.11 MAC frame (IEEE 802.11-2020, clause 9) that the radio uses. Nothing outside the frame is
+// read.
 #ifndef LAB_RADIO_FRAME_H
 #define LAB_RADIO_FRAME_H
 
@@ -6,8 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "lab/radio/link_header.h"
-#include "lab/radio/mac.h"
+#include "lab/radio/bytes.h"
 
 namespace radio {
 
@@ -37,10 +37,10 @@ struct frame {
     bytes body;
 };
 
-// None when the frame is malformed. Of control and extension frames only the type and the subtype are told.
+// None when the frame is malformed. Only the type and subtype of control and extension frames are parsed.
 std::optional<frame> parse_frame(bytes data, bool padded);
 
-// Walks the elements that fill `data`; false when one of them runs over the end. `visit` gets (id, contents).
+// Calls visit(id, contents) for each element in `data`. False when an element exceeds the end.
 template <typename F>
 bool for_each_element(bytes data, F visit) {
     while (!data.empty()) {
@@ -53,22 +53,13 @@ bool for_each_element(bytes data, F visit) {
     return true;
 }
 
-// The body of a management frame that names its network: `fixed` bytes of fields, then elements.
+// The body of a management frame with an SSID element: fixed fields, then elements.
 struct network_body {
     bytes fields;
-    std::string ssid;  // empty when there is none, or when it is hidden
+    std::string ssid;  // empty when it is missing or hidden
 };
-// None when the body is malformed.
+// `fixed` is the length of the fixed fields in bytes. None when the body is malformed.
 std::optional<network_body> parse_network_body(bytes body, std::size_t fixed);
-
-// A number in the byte order of 802.11's fields, and one in that of the Internet's protocols.
-inline std::uint16_t little16(bytes data, std::size_t at) {
-    return static_cast<std::uint16_t>(data[at] | data[at + 1] << 8);
-}
-inline std::uint16_t big16(bytes data, std::size_t at) {
-    return static_cast<std::uint16_t>(data[at] << 8 | data[at + 1]);
-}
-mac_address mac_at(bytes data, std::size_t at);
 
 }  // namespace radio
 

@@ -13,7 +13,7 @@ void put_line(const std::string &line) {
 
 double seconds(lab_time at) { return std::chrono::duration<double>(at).count(); }
 
-// Text that came from the air may be anything.
+// An SSID may contain any bytes.
 std::string to_line(const nlohmann::ordered_json &object) {
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }

@@ -1,4 +1,4 @@
-// What the radio prints on standard output: lines for people, or one JSON object per line.
+// The radio's standard output: lines of text, or one JSON object per line.
 #ifndef LAB_RADIO_JOURNAL_H
 #define LAB_RADIO_JOURNAL_H
 
@@ -16,9 +16,9 @@ public:
 
     // {"event": "association", "time": 1.25, "client": ..., "bssid": ..., "ifname": ..., then the report's facts}
     void write(lab_time at, const report &what) const;
-    // A line for people; nothing in JSON.
+    // Prints a line of text; prints nothing in JSON.
     void note(const std::string &line) const;
-    // Numbers under their names, empty groups left out for people.
+    // Prints groups of named numbers.
     void summary(const nlohmann::ordered_json &numbers) const;
 
 private:

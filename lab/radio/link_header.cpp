@@ -14,17 +14,6 @@ struct link_info {
     bool padded = false;
 };
 
-std::uint16_t le16(bytes data, std::size_t at) { return static_cast<std::uint16_t>(data[at] | data[at + 1] << 8); }
-
-std::uint32_t le32(bytes data, std::size_t at) {
-    return std::uint32_t{le16(data, at)} | std::uint32_t{le16(data, at + 2)} << 16;
-}
-
-std::uint32_t be32_at(bytes data, std::size_t at) {
-    return std::uint32_t{data[at]} << 24 | std::uint32_t{data[at + 1]} << 16 | std::uint32_t{data[at + 2]} << 8 |
-           data[at + 3];
-}
-
 constexpr link_info malformed_header{.skipped = skip::link_header};
 
 // radiotap.org: version 0, a pad byte, the header's length, words of presence bits (bit 31: another word follows),
@@ -33,13 +22,13 @@ link_info read_radiotap(bytes packet) {
     if (packet.size() < 8 || packet[0] != 0) {
         return malformed_header;
     }
-    const std::size_t length = le16(packet, 2);
+    const std::size_t length = little16(packet, 2);
     if (length < 8 || length > packet.size()) {
         return malformed_header;
     }
-    const std::uint32_t present = le32(packet, 4);
+    const std::uint32_t present = little32(packet, 4);
     std::size_t at = 4;
-    while ((le32(packet, at) & 0x80000000U) != 0) {
+    while ((little32(packet, at) & 0x80000000U) != 0) {
         at += 4;
         if (at + 4 > length) {
             return malformed_header;
@@ -69,25 +58,25 @@ link_info read_radiotap(bytes packet) {
 }
 
 // CACE's Per-Packet Information: version, flags, length, link type, then fields of type, length and data. Field 2
-// (802.11 common) has its flags after the 8-byte TSF timer: bit 0 an FCS follows, bit 2 it was wrong.
+// (802.11 common) has its flags after the 8-byte TSF timer: bit 0: an FCS follows, bit 2: the FCS was wrong.
 link_info read_ppi(bytes packet) {
     if (packet.size() < 8 || packet[0] != 0) {
         return malformed_header;
     }
-    const std::size_t length = le16(packet, 2);
-    if (length < 8 || length > packet.size() || le32(packet, 4) != link_80211) {
+    const std::size_t length = little16(packet, 2);
+    if (length < 8 || length > packet.size() || little32(packet, 4) != link_80211) {
         return malformed_header;
     }
     link_info info{.length = length};
     for (std::size_t at = 8; at + 4 <= length;) {
-        const std::uint16_t type = le16(packet, at);
-        const std::size_t size = le16(packet, at + 2);
+        const std::uint16_t type = little16(packet, at);
+        const std::size_t size = little16(packet, at + 2);
         at += 4;
         if (size > length - at) {
             return malformed_header;
         }
         if (type == 2 && size >= 10) {
-            const std::uint16_t flags = le16(packet, at + 8);
+            const std::uint16_t flags = little16(packet, at + 8);
             info.check = (flags & 1U) != 0 ? fcs::present : fcs::absent;
             if ((flags & 4U) != 0) {
                 info.skipped = skip::bad_fcs;
@@ -100,31 +89,31 @@ link_info read_ppi(bytes packet) {
 
 // AVS capture header, version 1 or 2: magic and length are big-endian.
 link_info read_avs(bytes packet) {
-    if (packet.size() < 8 || (be32_at(packet, 0) & 0xfffff000U) != 0x80211000U) {
+    if (packet.size() < 8 || (big32(packet, 0) & 0xfffff000U) != 0x80211000U) {
         return malformed_header;
     }
-    const std::uint32_t length = be32_at(packet, 4);
+    const std::uint32_t length = big32(packet, 4);
     if (length < 8 || length > packet.size()) {
         return malformed_header;
     }
     return {.length = length};
 }
 
-// Prism II monitor header: message code 0x41 or 0x44 and length, in the order of the capturing host. Drivers that
-// write the AVS header instead use the same link type.
+// Prism II monitor header: message code 0x41 or 0x44 and length, in the byte order of the capturing host. Some drivers
+// write the AVS header under the same link type.
 link_info read_prism(bytes packet) {
     if (packet.size() < 8) {
         return malformed_header;
     }
-    if ((be32_at(packet, 0) & 0xfffff000U) == 0x80211000U) {
+    if ((big32(packet, 0) & 0xfffff000U) == 0x80211000U) {
         return read_avs(packet);
     }
     const auto is_code = [](std::uint32_t code) { return code == 0x41 || code == 0x44; };
-    const bool little = is_code(le32(packet, 0));
-    if (!little && !is_code(be32_at(packet, 0))) {
+    const bool little = is_code(little32(packet, 0));
+    if (!little && !is_code(big32(packet, 0))) {
         return malformed_header;
     }
-    const std::uint32_t length = little ? le32(packet, 4) : be32_at(packet, 4);
+    const std::uint32_t length = little ? little32(packet, 4) : big32(packet, 4);
     if (length < 8 || length > packet.size()) {
         return malformed_header;
     }
@@ -150,7 +139,7 @@ link_info read_link_header(int link, bytes packet) {
 
 bool ends_in_fcs(bytes frame) {
     return frame.size() > fcs_size &&
-           frame_check_sequence(frame.first(frame.size() - fcs_size)) == le32(frame, frame.size() - fcs_size);
+           frame_check_sequence(frame.first(frame.size() - fcs_size)) == little32(frame, frame.size() - fcs_size);
 }
 
 }  // namespace

@@ -1,48 +1,42 @@
 #include "lab/radio/loop.h"
 
-#include <event2/event.h>
-
 #include <stdexcept>
 #include <utility>
 
 namespace radio {
 
 loop::loop() : base_(event_base_new()) {
-    if (base_ == nullptr) {
-        throw std::runtime_error("libevent offers no event loop on this machine");
+    if (!base_) {
+        throw std::runtime_error("cannot make an event loop");
     }
 }
 
-loop::~loop() { event_base_free(base_); }
+void loop::run() { event_base_loop(base_.get(), EVLOOP_NO_EXIT_ON_EMPTY); }
 
-void loop::run() { event_base_loop(base_, EVLOOP_NO_EXIT_ON_EMPTY); }
-
-void loop::stop() { event_base_loopbreak(base_); }
+void loop::stop() { event_base_loopbreak(base_.get()); }
 
 loop_event::loop_event(loop &on, int fd, short what, std::function<void(short)> handler)
     : handler_(std::move(handler)) {
     const auto call = [](evutil_socket_t, short happened, void *self) {
         static_cast<loop_event *>(self)->handler_(happened);
     };
-    event_ = event_new(on.base(), fd, what, call, this);
-    if (event_ == nullptr) {
+    event_.reset(event_new(on.base(), fd, what, call, this));
+    if (!event_) {
         throw std::bad_alloc();
     }
 }
 
-loop_event::~loop_event() { event_free(event_); }
-
-void loop_event::add() { event_add(event_, nullptr); }
+void loop_event::add() { event_add(event_.get(), nullptr); }
 
 void loop_event::add(std::chrono::microseconds timeout) {
     const auto count = std::max<std::chrono::microseconds::rep>(timeout.count(), 0);
     timeval wait{};
     wait.tv_sec = static_cast<decltype(wait.tv_sec)>(count / 1000000);
     wait.tv_usec = static_cast<decltype(wait.tv_usec)>(count % 1000000);
-    event_add(event_, &wait);
+    event_add(event_.get(), &wait);
 }
 
-void loop_event::remove() { event_del(event_); }
+void loop_event::remove() { event_del(event_.get()); }
 
 std::unique_ptr<loop_event> make_timer(loop &on, std::function<void()> handler) {
     return std::make_unique<loop_event>(on, -1, 0, [run = std::move(handler)](short) { run(); });

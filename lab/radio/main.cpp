@@ -26,7 +26,7 @@ struct options {
     std::int64_t start_at = 0;
 };
 
-// What CLI11 cannot be told.
+// Checks that CLI11 cannot express.
 void check(const options &given) {
     if (given.capture.empty() && given.scenario.empty()) {
         throw CLI::RequiredError("a capture or --scenario");
@@ -39,15 +39,16 @@ void check(const options &given) {
 void declare(CLI::App &app, options &given) {
     auto *capture =
         app.add_option("capture", given.capture, "pcap or pcapng file of 802.11 traffic to play")->type_name("FILE");
-    auto *scenario = app.add_option("--scenario", given.scenario, "TOML file of stations and what they do, to play")
-                         ->type_name("FILE");
+    auto *scenario =
+        app.add_option("--scenario", given.scenario, "TOML file of access points, stations and their actions to play")
+            ->type_name("FILE");
     scenario->excludes(capture);
-    auto *ap = app.add_option("--ap", given.ap, "Which of the scenario's access points this is")->type_name("NAME");
+    auto *ap = app.add_option("--ap", given.ap, "Name of this access point in the scenario")->type_name("NAME");
     scenario->needs(ap);
     ap->needs(scenario);
     app.add_option("--config", given.config, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
         ->type_name("FILE");
-    app.add_option("--speed", given.speed, "Times real time, or max: as fast as the daemon takes it")
+    app.add_option("--speed", given.speed, "Factor on real time, or max: as fast as the daemon reads")
         ->type_name("N|max")
         ->check([](const std::string &text) -> std::string {
             char *end = nullptr;
@@ -57,18 +58,19 @@ void declare(CLI::App &app, options &given) {
         })
         ->capture_default_str();
     app.add_option("--start-at", given.start_at,
-                   "Let lab time begin at this moment, in milliseconds of the real-time clock, instead of when the "
-                   "daemon is ready; needs a number for --speed")
+                   "Start of lab time, in milliseconds of the real-time clock; default: when the daemon is ready. "
+                   "Requires a number for --speed")
         ->type_name("MS")
         ->check(CLI::PositiveNumber.description(""));
-    app.add_flag("--no-wait", given.no_wait, "Send events whether or not the daemon can use them yet");
-    app.add_option("--patience", given.patience, "Give up when the daemon takes nothing for so many seconds; 0: never")
+    app.add_flag("--no-wait", given.no_wait, "Send events even while the daemon is not ready");
+    app.add_option("--patience", given.patience,
+                   "Give up when the daemon reads nothing for this many seconds; 0: never")
         ->capture_default_str();
-    app.add_flag("--stay", given.stay, "Serve the VAPs after the end, until SIGTERM or SIGINT");
+    app.add_flag("--stay", given.stay, "Serve the VAPs after the last event, until SIGTERM or SIGINT");
     app.add_flag("--json", given.json, "Print one JSON object per event");
     app.add_flag("--discover", given.discover,
-                 "Print the [[vap]] tables of the capture's or the scenario's access point and end");
-    app.add_option("--write-config", given.write_config, "With --discover: write them to this file instead")
+                 "Print the [[vap]] tables for the capture or the scenario's access point and exit");
+    app.add_option("--write-config", given.write_config, "With --discover: write the tables to this file")
         ->type_name("FILE")
         ->needs("--discover");
     app.set_version_flag("--version", "radio " CLIENT_MGR_VERSION);
@@ -84,7 +86,7 @@ void write_text(const std::string &file, const std::string &text) {
     out << text;
     out.close();
     if (!out) {
-        throw std::runtime_error(file + ": cannot be written");
+        throw std::runtime_error("cannot write " + file);
     }
 }
 
@@ -96,7 +98,7 @@ const radio::scenario_ap &find_ap(const radio::scenario &scenario, const options
     for (const radio::scenario_ap &each : scenario.aps) {
         names.append(names.empty() ? "" : ", ").append(each.name);
     }
-    throw std::runtime_error(given.scenario + ": no access point is named " + given.ap + "; there are " + names);
+    throw std::runtime_error(given.scenario + ": no access point named " + given.ap + "; expected one of " + names);
 }
 
 int discover(const options &given) {
@@ -111,14 +113,14 @@ int discover(const options &given) {
         std::fprintf(stderr, "radio: %s\n", capture.found_damage().what.c_str());
     }
     if (capture.tracker().access_points().size() > vaps.size()) {
-        std::fprintf(stderr, "radio: %s: %zu access points; the first %zu are taken\n", given.capture.c_str(),
+        std::fprintf(stderr, "radio: %s: %zu access points, of which the first %zu are used\n", given.capture.c_str(),
                      capture.tracker().access_points().size(), vaps.size());
     }
     write_text(given.write_config, radio::to_toml(vaps));
     return 0;
 }
 
-// The VAPs to which the configuration gives an address; the others belong to the kernel.
+// The VAPs that have a `bssid` in the configuration. The kernel serves the others.
 std::vector<kx::vap_config> own_vaps(const std::string &file) {
     std::vector<kx::vap_config> vaps = kx::load_ap_config(file).vaps;
     std::erase_if(vaps, [](const kx::vap_config &vap) { return !vap.bssid; });
@@ -157,7 +159,7 @@ int play_capture(const options &given) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app("Plays wireless traffic to the client manager as an access point's radio stack would.", "radio");
+    CLI::App app("Plays wireless traffic to the client manager in place of an access point's radio stack.", "radio");
     options given;
     declare(app, given);
     if (const auto status = kx::parse_command_line(app, argc, argv)) {

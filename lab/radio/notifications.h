@@ -1,4 +1,4 @@
-// What the radio stack and hostapd tell the daemon, as local messages (wire/local_messages.h).
+// Notifications of the radio stack and hostapd to the daemon, as local messages (wire/local_messages.h).
 #ifndef LAB_RADIO_NOTIFICATIONS_H
 #define LAB_RADIO_NOTIFICATIONS_H
 

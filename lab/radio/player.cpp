@@ -6,7 +6,7 @@
 namespace radio {
 namespace {
 
-// Events handed out before the rest of the process gets its turn.
+// Maximum number of events per step, so that the event loop is not blocked.
 constexpr int events_per_step = 256;
 
 }  // namespace
@@ -40,7 +40,7 @@ lab_time player::now() const {
     return std::chrono::duration_cast<lab_time>(passed * *how_.speed);
 }
 
-// True when the time has not come; the timer is set then.
+// True when the event is not due yet; the timer is then set.
 bool player::wait_for(lab_time due) {
     if (!how_.speed) {
         return !may_go_on();

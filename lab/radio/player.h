@@ -1,4 +1,4 @@
-// Hands out a source's events at their times.
+// Plays a source's events at their times.
 #ifndef LAB_RADIO_PLAYER_H
 #define LAB_RADIO_PLAYER_H
 
@@ -17,23 +17,23 @@ namespace radio {
 class player {
 public:
     struct settings {
-        std::optional<double> speed;  // lab seconds per second; none: as fast as they are taken
-        std::optional<std::chrono::system_clock::time_point> start_at;  // of lab time; none: when it starts to play
+        std::optional<double> speed;  // lab seconds per second; none: as fast as may_go_on permits
+        std::optional<std::chrono::system_clock::time_point> start_at;  // of lab time; none: at start()
     };
 
     player(loop &on, event_source &source, const settings &how, std::function<void(const timed_event &)> play);
 
-    std::function<bool()> may_go_on;  // asked before each event when the speed is not given
+    std::function<bool()> may_go_on;  // called before each event when no speed is given
     std::function<void()> on_end;
 
     void start();
-    // To be called when may_go_on may have changed its answer.
+    // To be called when the result of may_go_on may have changed.
     void go_on();
-    // Adds an event that is left out if the station is no longer on that BSSID when its time comes.
+    // Adds an event. It is skipped if the station is no longer on that BSSID at its time.
     void insert(const timed_event &event);
     bool has_started() const { return started_; }
     bool has_ended() const { return ended_; }
-    // Lab time now, or at full speed that of the event that was played last.
+    // The present lab time; without a speed, the time of the last event.
     lab_time now() const;
 
 private:

@@ -46,7 +46,7 @@ int radio_process::run() {
         player_.start();
     }
     if (!link_.is_ready()) {
-        journal_.note("waiting for the daemon to ask for the addresses of " + std::to_string(stack_.vaps().size()) +
+        journal_.note("waiting for the daemon to request the addresses of " + std::to_string(stack_.vaps().size()) +
                       " VAPs");
         link_.start_waiting();
     }
@@ -55,7 +55,7 @@ int radio_process::run() {
 }
 
 void radio_process::play(const timed_event &next) {
-    stack_.hear(next.event, clock::now());
+    stack_.handle(next.event, clock::now());
     update_acl_timer();
 }
 
@@ -68,7 +68,7 @@ void radio_process::expire_questions() {
 driver_answer radio_process::serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
     driver_answer answer = stack_.serve(vap, request, data, clock::now());
     if (request == SIOCGIFHWADDR) {
-        link_.vap_asked(vap);
+        link_.address_requested(vap);
     }
     update_acl_timer();
     finish_if_done();

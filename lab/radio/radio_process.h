@@ -1,4 +1,5 @@
-// The radio as a process: a source's events through the radio stack to the daemon, and the daemon's requests back.
+// The radio as a process: passes a source's events through the radio stack to the daemon, and serves the daemon's
+// requests.
 #ifndef LAB_RADIO_RADIO_PROCESS_H
 #define LAB_RADIO_RADIO_PROCESS_H
 
@@ -27,10 +28,10 @@ public:
         bool json = false;
     };
 
-    // Owns the interfaces and the control endpoint from now on; throws std::runtime_error when it cannot.
+    // Opens the interfaces' sockets and the control endpoint. Throws std::runtime_error when it cannot.
     radio_process(const settings &how, event_source &source);
 
-    // Until everything was played, or with `stay` until a signal. The exit status.
+    // Runs until everything was played, or with `stay` until a signal. Returns the exit status.
     int run();
 
 private:
@@ -56,7 +57,7 @@ private:
     player player_;
     std::unique_ptr<loop_event> acl_timer_;
     control_server control_;
-    driver_server driver_;  // last: who sees its sockets may count on the rest
+    driver_server driver_;  // last, so that its sockets appear only when the rest is ready
     bool summed_up_ = false;
     int status_ = 0;
 };

@@ -4,16 +4,12 @@
 #include <cstring>
 #include <utility>
 
+#include "common/ipv4.h"
 #include "wire/local_messages.h"
 
 namespace radio {
 
 using nlohmann::ordered_json;
-
-std::string format_ipv4(std::uint32_t ip) {
-    return std::to_string(ip >> 24U) + '.' + std::to_string((ip >> 16U) & 0xffU) + '.' +
-           std::to_string((ip >> 8U) & 0xffU) + '.' + std::to_string(ip & 0xffU);
-}
 
 std::optional<std::size_t> radio_stack::find_vap(const mac_address &bssid) const {
     const auto found = std::ranges::find(vaps_, bssid, &kx::vap_config::bssid);
@@ -23,7 +19,7 @@ std::optional<std::size_t> radio_stack::find_vap(const mac_address &bssid) const
     return static_cast<std::size_t>(found - vaps_.begin());
 }
 
-void radio_stack::hear(const air_event &event, clock::time_point now) {
+void radio_stack::handle(const air_event &event, clock::time_point now) {
     const std::optional<std::size_t> vap = find_vap(event.bssid);
     if (!vap) {
         ++counters_.elsewhere;
@@ -43,17 +39,17 @@ void radio_stack::play(const air_event &event, std::size_t vap, clock::time_poin
             return vaps_[vap].mac_acl_index == 0 ? join(event, vap, now) : ask(event, vap, now);
         case air::refusal:
             ++counters_.refused;
-            return tell("refusal", event.client, vap, "refused, status " + std::to_string(event.code),
-                        {{"status", event.code}}, std::nullopt);
+            return report_event("refusal", event.client, vap, "refused, status " + std::to_string(event.code),
+                                {{"status", event.code}}, std::nullopt);
         case air::departure:
             return depart(event, vap);
         case air::address:
             return learn_address(event, vap, now);
         case air::pmk_add:
         case air::pmk_fetch:
-            return tell_key(event, vap);
+            return report_key(event, vap);
         case air::portal:
-            return tell("portal", event.client, vap, "passed the portal", {}, std::nullopt);
+            return report_event("portal", event.client, vap, "passed the portal", {}, std::nullopt);
     }
 }
 
@@ -63,15 +59,15 @@ void radio_stack::join(const air_event &event, std::size_t vap, clock::time_poin
     const ordered_json ssid = {{"ssid", vaps_[vap].ssid}};
     if (!roamed_in) {
         ++counters_.associations;
-        return tell("association", event.client, vap, "associated", ssid,
-                    association_notification(event.client, event.bssid));
+        return report_event("association", event.client, vap, "associated", ssid,
+                            association_notification(event.client, event.bssid));
     }
     ++counters_.reassociations;
     const std::string from = kx::format_mac(event.last_bssid);
     ordered_json facts = ssid;
     facts["last_bssid"] = from;
-    tell("reassociation", event.client, vap, "reassociated from " + from, facts,
-         reassociation_notification(event.client, event.bssid, event.last_bssid));
+    report_event("reassociation", event.client, vap, "reassociated from " + from, facts,
+                 reassociation_notification(event.client, event.bssid, event.last_bssid));
 }
 
 void radio_stack::depart(const air_event &event, std::size_t vap) {
@@ -101,9 +97,9 @@ void radio_stack::depart_one(const mac_address &client, const air_event &event, 
     ++counters_.departures;
     const std::string text =
         std::string(event.by_station ? "left" : "was sent away") + ", reason " + std::to_string(event.code);
-    tell("disassociation", client, vap, text,
-         {{"by", event.by_station ? "station" : "ap"}, {"reason", event.code}, {"roamed", roamed_in}},
-         departure_notification(client, event.bssid, roamed_in));
+    report_event("disassociation", client, vap, text,
+                 {{"by", event.by_station ? "station" : "ap"}, {"reason", event.code}, {"roamed", roamed_in}},
+                 departure_notification(client, event.bssid, roamed_in));
 }
 
 void radio_stack::learn_address(const air_event &event, std::size_t vap, clock::time_point now) {
@@ -116,20 +112,21 @@ void radio_stack::learn_address(const air_event &event, std::size_t vap, clock::
         return;
     }
     ++counters_.addresses;
-    tell("address", event.client, vap, "has the address " + format_ipv4(event.ip), {{"ip", format_ipv4(event.ip)}},
-         address_notification(event.client, event.ip, vaps_[vap].ifname));
+    const std::string ip = kx::format_ipv4(event.ip);
+    report_event("address", event.client, vap, "has the address " + ip, {{"ip", ip}},
+                 address_notification(event.client, event.ip, vaps_[vap].ifname));
 }
 
-void radio_stack::tell_key(const air_event &event, std::size_t vap) {
+void radio_stack::report_key(const air_event &event, std::size_t vap) {
     if (stations_.find(event.client, vap) == nullptr) {
         return;
     }
     if (event.what == air::pmk_add) {
-        return tell("pmk_add", event.client, vap, "has a new PMK", {},
-                    pmk_add_notification(event.client, event.bssid, event.key));
+        return report_event("pmk_add", event.client, vap, "has a new PMK", {},
+                            pmk_add_notification(event.client, event.bssid, event.key));
     }
-    tell("pmk_fetch", event.client, vap, "needs its PMK", {},
-         pmk_fetch_notification(event.client, event.bssid, event.last_bssid));
+    report_event("pmk_fetch", event.client, vap, "needs its PMK", {},
+                 pmk_fetch_notification(event.client, event.bssid, event.last_bssid));
 }
 
 void radio_stack::install_pmk(std::span<const std::uint8_t> message) {
@@ -147,11 +144,11 @@ void radio_stack::install_pmk(std::span<const std::uint8_t> message) {
     }
     here->pmk_installed = true;
     ++counters_.pmks_installed;
-    tell("pmk_installed", info.client, *vap, "got its PMK", {}, std::nullopt);
+    report_event("pmk_installed", info.client, *vap, "got its PMK", {}, std::nullopt);
 }
 
-void radio_stack::tell(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
-                       ordered_json facts, std::optional<notification> message) {
+void radio_stack::report_event(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
+                               ordered_json facts, std::optional<notification> message) {
     on_report({.event = std::string(event),
                .client = client,
                .bssid = *vaps_[vap].bssid,

@@ -1,5 +1,5 @@
-// The radio stack of one access point: its VAPs, the stations on them, what the driver is asked and what it and
-// hostapd report. It does no I/O and takes the time as an argument.
+// The radio stack of one access point: its VAPs and their stations, the driver's requests, and the reports of the
+// driver and hostapd. It does no I/O, and its callers pass the time.
 #ifndef LAB_RADIO_RADIO_STACK_H
 #define LAB_RADIO_RADIO_STACK_H
 
@@ -27,31 +27,31 @@ struct stack_counters {
     std::uint64_t associations = 0, reassociations = 0, departures = 0, addresses = 0;
     std::uint64_t refused = 0;  // by the access point on the air
     std::uint64_t acl_asked = 0, acl_refused = 0;
-    std::uint64_t ordered = 0;  // disassociated by order of the daemon
+    std::uint64_t ordered = 0;  // disassociated at the daemon's request
     std::uint64_t pmks_installed = 0, pmks_ignored = 0;
-    std::uint64_t elsewhere = 0;  // events of BSSIDs that are not this radio's
+    std::uint64_t elsewhere = 0;  // events on BSSIDs of other radios
 };
 
-// A station that joins a VAP with a MAC ACL waits for the daemon's verdict, and what happens to it meanwhile waits in
-// line behind. What the daemon orders it is not told again: a station that it disassociates is forgotten without a
-// report. A departure, an address or a key of a station that is not on the VAP is not reported either.
+// A station that joins a VAP with a MAC ACL waits for the daemon's verdict, and its later events wait behind it. The
+// removal of a station at the daemon's request is not reported to the daemon. Neither are departures, addresses and
+// keys of stations that are not on the VAP.
 class radio_stack {
 public:
-    static constexpr std::chrono::seconds acl_patience{5};  // without a verdict after this long, refused
+    static constexpr std::chrono::seconds acl_patience{5};  // a question without a verdict counts as refused
 
-    // Every VAP has its `bssid`.
+    // Every VAP must have a `bssid`.
     explicit radio_stack(std::vector<kx::vap_config> vaps) : vaps_(std::move(vaps)) {}
 
     std::function<void(report)> on_report;  // set before the first event
     std::function<void(const mac_address &client, const mac_address &bssid)> on_ordered_off;  // may be empty
 
-    void hear(const air_event &event, clock::time_point now);
+    void handle(const air_event &event, clock::time_point now);
     // Serves one request of the driver service (wire/driver_service.h) for the VAP of that index.
     driver_answer serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
                         clock::time_point now);
     void install_pmk(std::span<const std::uint8_t> message);
 
-    // When expire() has to be called at the latest; none when no question is open.
+    // The latest time at which expire() must be called; none when no question is open.
     std::optional<clock::time_point> next_deadline() const;
     void expire(clock::time_point now);
 
@@ -76,12 +76,12 @@ private:
     void depart(const air_event &event, std::size_t vap);
     void depart_one(const mac_address &client, const air_event &event, std::size_t vap);
     void learn_address(const air_event &event, std::size_t vap, clock::time_point now);
-    void tell_key(const air_event &event, std::size_t vap);
-    void tell(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
-              nlohmann::ordered_json facts, std::optional<notification> message);
+    void report_key(const air_event &event, std::size_t vap);
+    void report_event(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
+                      nlohmann::ordered_json facts, std::optional<notification> message);
 
     driver_answer disassociate(std::size_t vap, std::span<const std::uint8_t> body);
-    driver_answer take_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now);
+    driver_answer apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now);
 
     std::vector<kx::vap_config> vaps_;
     station_table stations_;
@@ -89,9 +89,6 @@ private:
     std::uint32_t last_question_ = 0;
     stack_counters counters_;
 };
-
-// "10.0.0.1"
-std::string format_ipv4(std::uint32_t ip);
 
 }  // namespace radio
 

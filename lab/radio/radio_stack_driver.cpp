@@ -33,7 +33,7 @@ driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::sp
         case DRIVER_STATION_LIST:
             return {.data = stations_.driver_list(vap, now)};
         case DRIVER_ACL_VERDICT:
-            return take_verdict(vap, data, now);
+            return apply_verdict(vap, data, now);
         default:
             return {.error = EOPNOTSUPP};
     }
@@ -49,7 +49,7 @@ driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::ui
         return {.error = ENOENT};
     }
     ++counters_.ordered;
-    tell("ordered_off", client, vap, "disassociated by order, reason " + std::to_string(order->reason),
+    report_event("ordered_off", client, vap, "disassociated by order, reason " + std::to_string(order->reason),
          {{"reason", order->reason}}, std::nullopt);
     if (on_ordered_off) {
         on_ordered_off(client, *vaps_[vap].bssid);
@@ -61,11 +61,11 @@ void radio_stack::ask(const air_event &join, std::size_t vap, clock::time_point 
     acl_wait &wait = waiting_[join.client];
     wait = {.join = join, .question = ++last_question_, .deadline = now + acl_patience, .behind = {}};
     ++counters_.acl_asked;
-    tell("acl_question", join.client, vap, "asks to be let in", {},
+    report_event("acl_question", join.client, vap, "asks to be let in", {},
          acl_question(join.client, join.bssid, wait.question));
 }
 
-driver_answer radio_stack::take_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {
+driver_answer radio_stack::apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {
     const auto answer = read_body<driver_acl_verdict>(record);
     be32 question{};
     if (!answer || answer->data_len != sizeof question) {
@@ -91,12 +91,12 @@ void radio_stack::decide(std::map<mac_address, acl_wait>::iterator question, boo
     if (!allowed) {
         ++counters_.acl_refused;
     }
-    tell("acl_verdict", client, vap, std::string(why), {{"allowed", allowed}}, std::nullopt);
+    report_event("acl_verdict", client, vap, std::string(why), {{"allowed", allowed}}, std::nullopt);
     if (allowed) {
         join(wait.join, vap, now);
     }
     for (const air_event &event : wait.behind) {
-        hear(event, now);
+        handle(event, now);
     }
 }
 

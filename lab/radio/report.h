@@ -1,4 +1,4 @@
-// What the radio tells the people who watch it, and with it what it tells the daemon.
+// One event for the journal, with the notification that goes to the daemon because of it.
 #ifndef LAB_RADIO_REPORT_H
 #define LAB_RADIO_REPORT_H
 

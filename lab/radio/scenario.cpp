@@ -6,6 +6,7 @@
 #include <array>
 #include <set>
 
+#include "common/hex.h"
 #include "common/toml_table.h"
 #include "lab/radio/vap_list.h"
 
@@ -20,28 +21,12 @@ constexpr std::size_t file_mib_max = 64;
 mac_address read_individual_address(const toml_table &from, std::string_view key) {
     const mac_address address = from.mac(key);
     if (is_group(address)) {
-        from.fail(key, "expected an individual address, not a group's");
+        from.fail(key, "expected an individual address, not a group address");
     }
     return address;
 }
 
-template <std::size_t Size>
-std::optional<std::array<std::uint8_t, Size>> parse_hex(std::string_view text) {
-    std::array<std::uint8_t, Size> result{};
-    if (text.size() != Size * 2) {
-        return std::nullopt;
-    }
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const std::size_t digit = std::string_view("0123456789abcdef").find(text[i]);
-        if (digit == std::string_view::npos) {
-            return std::nullopt;
-        }
-        result[i / 2] = static_cast<std::uint8_t>(result[i / 2] << 4 | digit);
-    }
-    return result;
-}
-
-// Reads the events of one station; `vaps` gives the BSSID of "ap1/wlan0".
+// Reads the events of one station. `vaps` maps "ap1/wlan0" to its BSSID.
 class station_reader {
 public:
     station_reader(const std::map<std::string, mac_address, std::less<>> &vaps, const mac_address &client)
@@ -68,14 +53,14 @@ public:
 
 private:
     [[noreturn]] static std::string_view throw_two(const toml_table &from, std::string_view one, std::string_view two) {
-        from.fail(two, "an event has one action, and this one has " + std::string(one) + " already");
+        from.fail(two, "an event has one action, and this one already has " + std::string(one));
     }
 
     lab_time read_time(const toml_table &from) {
         const lab_time at =
             std::chrono::round<lab_time>(std::chrono::duration<double>(from.number("at", 0, seconds_max)));
         if (at < latest_) {
-            from.fail("at", "earlier than the station's event before");
+            from.fail("at", "earlier than the station's previous event");
         }
         return latest_ = at;
     }
@@ -131,13 +116,13 @@ private:
     }
 
     static void fill_key(const toml_table &from, air_event &event) {
-        constexpr std::string_view expected = "64 digits of 0-9 a-f";
-        const auto key = parse_hex<32>(from.text("pmk", 64, 64, expected));
+        constexpr std::string_view expected = "64 hexadecimal digits";
+        const auto key = kx::parse_hex(from.text("pmk", 64, 64, expected));
         if (!key) {
             from.fail("pmk", "expected " + std::string(expected));
         }
         event.what = air::pmk_add;
-        event.key = *key;
+        std::ranges::copy(*key, event.key.begin());
     }
 
     const std::map<std::string, mac_address, std::less<>> &vaps_;
@@ -191,7 +176,7 @@ scenario load_scenario(const std::string &file) {
         for (const kx::vap_config &vap : ap.vaps) {
             vaps[ap.name + '/' + vap.ifname] = *vap.bssid;
             if (!addresses.insert(*vap.bssid).second) {
-                each.fail("vaps", "the BSSID " + kx::format_mac(*vap.bssid) + " is another VAP's already");
+                each.fail("vaps", "the BSSID " + kx::format_mac(*vap.bssid) + " belongs to another VAP");
             }
         }
         result.aps.push_back(ap);

@@ -22,7 +22,7 @@ int write_scenario(const radio::site_plan &plan, const std::string &file) {
     out << text;
     out.close();
     if (!out) {
-        std::fprintf(stderr, "kx-scenario: %s: cannot be written\n", file.c_str());
+        std::fprintf(stderr, "kx-scenario: cannot write %s\n", file.c_str());
         return 1;
     }
     return 0;
@@ -36,7 +36,7 @@ int run(int argc, char **argv) {
     std::string file = "-";
     app.add_option("--aps", plan.access_points, "Access points")->check(CLI::Range(1U, 250U))->capture_default_str();
     app.add_option("--stations", plan.stations, "Stations")->check(CLI::Range(1U, 65000U))->capture_default_str();
-    app.add_option("--seconds", plan.seconds, "Length in lab time; the last five are quiet")
+    app.add_option("--seconds", plan.seconds, "Length in seconds of lab time; the last five are quiet")
         ->check(CLI::Range(20U, 86400U))
         ->capture_default_str();
     app.add_option("--guests", plan.guests, "Per cent of the stations that are guests")
@@ -45,8 +45,8 @@ int run(int argc, char **argv) {
     app.add_option("--restricted", plan.restricted, "Per cent of the stations on the network with a MAC ACL")
         ->check(CLI::Range(0U, 100U))
         ->capture_default_str();
-    app.add_option("--seed", seed, "Number that decides everything; default: a new one, which is printed");
-    app.add_option("-o,--output", file, "Where to write; -: standard output")->type_name("FILE")->capture_default_str();
+    app.add_option("--seed", seed, "Seed of the random numbers; default: a new one, which is printed");
+    app.add_option("-o,--output", file, "Output file; -: standard output")->type_name("FILE")->capture_default_str();
     app.set_version_flag("--version", "kx-scenario " CLIENT_MGR_VERSION);
     if (const auto status = kx::parse_command_line(app, argc, argv)) {
         return *status;

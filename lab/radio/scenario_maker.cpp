@@ -49,11 +49,11 @@ std::string describe_ap(const site_plan &plan, unsigned ap) {
     return text + "]\n";
 }
 
-// One station's life. Its random numbers depend on the seed and its own number alone; they are drawn by remainder,
-// because the standard's distributions differ from library to library.
-class station_life {
+// Generates one station's events. The random numbers depend only on the seed and the station's number. They are drawn
+// with a remainder because the standard's distributions differ between libraries.
+class station_events {
 public:
-    station_life(const site_plan &plan, unsigned number)
+    station_events(const site_plan &plan, unsigned number)
         : plan_(plan), number_(number), random_(plan.seed * 1000003 + number) {
         const unsigned share = below(100);
         if (share < plan.guests) {
@@ -64,7 +64,7 @@ public:
         ap_ = below(plan.access_points);
     }
 
-    std::string tell() {
+    std::string generate() {
         const unsigned end = plan_.seconds * 1000 - quiet_ms;
         now_ = below(end / 3);
         arrive();
@@ -95,7 +95,7 @@ private:
         if (network_ != network::guest) {
             add(40, "pmk = \"" + key() + '"');
         }
-        // The address stays the station's as long as it is associated, wherever it roams to.
+        // A station keeps its address while it roams.
         const unsigned vlan = vlan_of(network_, ap_, plan_.access_points);
         address_ = format("10.%u.%u.%u", vlan, (number_ + 2) >> 8U, (number_ + 2) & 0xffU);
         add(200, "address = \"" + address_ + '"');
@@ -109,7 +109,7 @@ private:
         } else if (choice < 75 && plan_.access_points > 1) {
             walk();
         } else {
-            // It falls asleep and its access point misses it, or its user goes away.
+            // The station falls asleep and its access point drops it, or its user leaves.
             add(0, choice < 90 ? "dropped = 4" : "leave = 8");
             on_ = false;
             ap_ = neighbour();
@@ -162,7 +162,7 @@ std::string make_scenario(const site_plan &plan) {
         text += describe_ap(plan, ap);
     }
     for (unsigned station = 0; station < plan.stations; ++station) {
-        text += station_life(plan, station).tell();
+        text += station_events(plan, station).generate();
     }
     return text;
 }

@@ -9,14 +9,14 @@ using namespace std::chrono_literals;
 
 scenario_source::scenario_source(const scenario &all, const scenario_ap &ap) : come_back_(all.come_back) {
     for (const timed_event &each : all.events) {
-        note(each);
+        add_condition(each);
         if (std::ranges::find(ap.vaps, each.event.bssid, &kx::vap_config::bssid) != ap.vaps.end()) {
             own_.push_back(each);
         }
     }
 }
 
-void scenario_source::note(const timed_event &each) {
+void scenario_source::add_condition(const timed_event &each) {
     std::vector<condition> &history = conditions_[each.event.client];
     condition next = history.empty() ? condition{} : history.back();
     next.since = each.at;

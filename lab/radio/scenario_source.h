@@ -1,4 +1,4 @@
-// One access point's part of a scenario, as its radio plays it.
+// One access point's part of a scenario, for its radio.
 #ifndef LAB_RADIO_SCENARIO_SOURCE_H
 #define LAB_RADIO_SCENARIO_SOURCE_H
 
@@ -19,7 +19,7 @@ public:
                                             lab_time now) const override;
 
 private:
-    // What a station has at a time, from then on.
+    // A station's state from a time on.
     struct condition {
         lab_time since{};
         mac_address bssid{};  // zero: on no access point
@@ -27,7 +27,7 @@ private:
         std::optional<pmk> key{};
     };
     const condition *condition_at(const mac_address &client, lab_time now) const;
-    void note(const timed_event &each);
+    void add_condition(const timed_event &each);
 
     std::optional<lab_time> come_back_;
     std::vector<timed_event> own_;

@@ -24,7 +24,7 @@ struct station {
 
 class station_table {
 public:
-    // A station that was here before, on whichever VAP, starts anew.
+    // Replaces the entry of a station that was already here, on any VAP.
     void join(const mac_address &client, std::size_t vap, bool roamed_in, clock::time_point now);
     // False when the station is not on that VAP.
     bool leave(const mac_address &client, std::size_t vap);

@@ -6,8 +6,7 @@
 namespace radio {
 namespace {
 
-// An SSID is bytes, a TOML file is UTF-8 without NULs: bytes that cannot be written are left out. JSON's escapes are
-// TOML's as well.
+// An SSID has any bytes, a TOML file is UTF-8 without NULs: invalid bytes are left out. JSON's escapes are valid TOML.
 std::string quote(std::string text) {
     using nlohmann::json;
     std::erase(text, '\0');

@@ -1,6 +1,6 @@
-// To be loaded in front of libc: adds the offset in the file $STEPPED_CLOCK, 64 bits of seconds in the host's order, to
-// the real-time clock of client_mgr. Other clocks, and those of other programs, stay as they are: apd's certificates
-// are valid by the machine's.
+// A library for LD_PRELOAD. Adds the offset in the file $STEPPED_CLOCK, 64 bits of seconds in the host's order, to the
+// real-time clock of client_mgr. Other clocks and other programs are not changed: apd must check certificates against
+// the machine's clock.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>

@@ -55,7 +55,7 @@ void read_all(const std::string &file) {
         skipped += frames;
     }
     fuzz::require(skipped <= source.counters().frames, "no more frames are skipped than were read");
-    for (const radio::mac_address &ap : source.tracker().access_points()) {
+    for (const mac_address &ap : source.tracker().access_points()) {
         fuzz::require(source.tracker().ssid(ap).size() <= 32, "an SSID has at most 32 bytes");
     }
 }

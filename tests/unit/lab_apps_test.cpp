@@ -32,7 +32,7 @@ TEST(CaptiveMessage, IsShown) {
                       R"(","client":"02:1a:2b:3c:4d:5e","captive":"portal \"guest\"","portal":0})");
     }
     EXPECT_EQ(captive::to_text(captive_message(168)),
-              "02:1a:2b:3c:4d:5e disassociation (has yet to pass the portal) \"portal \\\"guest\\\"\"");
+              "02:1a:2b:3c:4d:5e disassociation (has not passed the portal) \"portal \\\"guest\\\"\"");
     kx::ipc_message passed = captive_message(166);
     passed.payload[43] = 1;
     EXPECT_EQ(captive::to_text(passed), "02:1a:2b:3c:4d:5e association \"portal \\\"guest\\\"\"");
@@ -43,7 +43,7 @@ TEST(CaptiveMessage, WithAFullTextIsShown) {
     std::fill(message.payload.begin() + 6, message.payload.begin() + 39, 'x');
     EXPECT_NE(captive::to_json(message).find('"' + std::string(33, 'x') + '"'), std::string::npos);
     message.payload[39] = 'x';
-    EXPECT_EQ(captive::to_json(message), R"({"id":166,"error":"the captive-portal text has no end"})");
+    EXPECT_EQ(captive::to_json(message), R"({"id":166,"error":"the captive-portal text is not terminated"})");
 }
 
 TEST(CaptiveMessage, WithBytesThatAreNoTextIsShown) {
@@ -121,7 +121,7 @@ TEST(HostapdCommand, ThatIsMalformedSaysWhy) {
     for (std::size_t at : {58, 1095}) {
         kx::ipc_message stray = hostapd_message();
         stray.payload[at] = 7;
-        EXPECT_EQ(error_of(stray), "the byte past the PMK message 7, expected 0");
+        EXPECT_EQ(error_of(stray), "the byte after the PMK message 7, expected 0");
     }
     for (std::size_t size : {0, 4, 58, 1095, 1097}) {
         kx::ipc_message cut = hostapd_message();

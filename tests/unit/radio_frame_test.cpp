@@ -155,7 +155,7 @@ TEST(radio_frame, finds_a_name_and_takes_zeros_for_a_hidden_one) {
     EXPECT_FALSE(radio::parse_network_body(raw(3), 4));
 }
 
-// A frame that is cut is either told to be malformed, or was cut where it could have ended: no piece of one makes
+// A frame that is cut is either seen to be malformed, or was cut where it could have ended: no piece of one makes
 // another event than the whole.
 TEST(radio_frame, cut_at_every_length_is_counted_or_means_the_same) {
     const std::vector<raw> frames = {association_request(anna, office, 1, "office"),
@@ -169,15 +169,15 @@ TEST(radio_frame, cut_at_every_length_is_counted_or_means_the_same) {
                                      make_frame(0x88, 0x83, office, anna, ben, 6, raw(20)),
                                      ack};
     for (const raw &whole : frames) {
-        radio::association_tracker hears_whole;
+        radio::association_tracker of_whole;
         std::vector<radio::air_event> expected;
-        ASSERT_FALSE(hears_whole.hear(whole, false, expected));
+        ASSERT_FALSE(of_whole.receive(whole, false, expected));
         for (std::size_t length = 0; length < whole.size(); ++length) {
             // In memory of its own, so that a read past its end is noticed.
             const raw piece(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-            radio::association_tracker hears_piece;
+            radio::association_tracker of_piece;
             std::vector<radio::air_event> events;
-            const auto skipped = hears_piece.hear(piece, false, events);
+            const auto skipped = of_piece.receive(piece, false, events);
             EXPECT_TRUE(events.empty() || !skipped);
             if (!events.empty()) {
                 ASSERT_EQ(events.size(), expected.size());

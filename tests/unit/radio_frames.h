@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/radio/bytes.h"
 #include "lab/radio/link_header.h"
-#include "lab/radio/mac.h"
 
 namespace radio_frames {
 

@@ -161,7 +161,7 @@ TEST_F(radio_process_test, gives_up_when_its_patience_ends) {
     command.insert(command.end(), {"--patience", "1"});
     child_process radio(command);
     EXPECT_EQ(radio.wait(), 1);
-    EXPECT_NE(radio.output().find("radio: the daemon did not ask for the addresses of all VAPs within 1 s"),
+    EXPECT_NE(radio.output().find("radio: the daemon did not request the addresses of all VAPs within 1 s"),
               std::string::npos);
 }
 

@@ -86,7 +86,7 @@ TEST_F(radio_scenario, names_file_line_and_key_of_an_error) {
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00\"\n"),
               "s.toml:3: ap.mac: expected a MAC address such as \"02:00:00:00:10:00\"");
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"03:00:00:00:00:01\"\n"),
-              "s.toml:3: ap.mac: expected an individual address, not a group's");
+              "s.toml:3: ap.mac: expected an individual address, not a group address");
     EXPECT_EQ(error_of("[[ap]]\nname = \"a\"\nmac = \"02:00:00:00:00:01\"\n"),
               "s.toml:1: ap.vaps: expected 1 to 16 VAPs");
     for (const char *const bssid : {"", ", bssid = \"03:00:00:00:00:02\""}) {
@@ -106,17 +106,17 @@ TEST_F(radio_scenario, names_what_is_wrong_with_an_event) {
     EXPECT_EQ(error_of_events("{at = 1, associate = \"ap3/wlan0\"}"),
               "s.toml:12: events.associate: no such VAP; expected an access point's name, / and an interface name");
     EXPECT_EQ(error_of_events("{at = 1, associate = \"ap1/wlan0\", leave = 3}"),
-              "s.toml:12: events.leave: an event has one action, and this one has associate already");
+              "s.toml:12: events.leave: an event has one action, and this one already has associate");
     EXPECT_EQ(error_of_events("{at = 1, reassociate = \"ap1/wlan0\"}"),
               "s.toml:12: events.reassociate: the station is on no access point at that time");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"},\n{at = 1, leave = 3}"),
-              "s.toml:13: events.at: earlier than the station's event before");
+              "s.toml:13: events.at: earlier than the station's previous event");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"},\n{at = 3, leave = 3},\n{at = 4, leave = 3}"),
               "s.toml:14: events.leave: the station is on no access point at that time");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, address = \"10.0.0\"}"),
               "s.toml:12: events.address: expected an IPv4 address such as \"10.0.10.5\"");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, pmk = \"00\"}"),
-              "s.toml:12: events.pmk: expected 64 digits of 0-9 a-f");
+              "s.toml:12: events.pmk: expected 64 hexadecimal digits");
     EXPECT_EQ(error_of_events("{at = 2, associate = \"ap1/wlan0\"}, {at = 3, dropped = 65536}"),
               "s.toml:12: events.dropped: expected an integer from 1 to 65535");
     EXPECT_EQ(error_of_events("{at = -1, associate = \"ap1/wlan0\"}"),

@@ -51,12 +51,12 @@ protected:
         stack_.on_report = [this](const radio::report &what) { reports_.push_back(what); };
     }
 
-    void hear(air what, const kx::mac_address &client, const kx::mac_address &bssid) {
-        stack_.hear({.what = what, .client = client, .bssid = bssid, .last_bssid = elsewhere, .ip = 0x0a000a15}, now_);
+    void play(air what, const kx::mac_address &client, const kx::mac_address &bssid) {
+        stack_.handle({.what = what, .client = client, .bssid = bssid, .last_bssid = elsewhere, .ip = 0x0a000a15}, now_);
     }
 
     // What was reported since the last call: the names of the events.
-    std::vector<std::string> told() {
+    std::vector<std::string> reported() {
         std::vector<std::string> names;
         for (const radio::report &each : reports_) {
             names.push_back(each.event);
@@ -85,39 +85,39 @@ protected:
 using names = std::vector<std::string>;
 
 TEST_F(radio_stack_test, reports_an_association_byte_for_byte) {
-    hear(air::association, anna, office);
-    EXPECT_EQ(told(), names{"association"});
+    play(air::association, anna, office);
+    EXPECT_EQ(reported(), names{"association"});
     ASSERT_EQ(messages_.size(), 1U);
     EXPECT_EQ(messages_[0].id, 63U);
     EXPECT_EQ(messages_[0].payload, raw(16) + as_bytes(anna) + as_bytes(office) + raw(4));
 }
 
 TEST_F(radio_stack_test, reports_a_reassociation_with_the_last_bssid) {
-    hear(air::reassociation, anna, office);
-    EXPECT_EQ(told(), names{"reassociation"});
+    play(air::reassociation, anna, office);
+    EXPECT_EQ(reported(), names{"reassociation"});
     EXPECT_EQ(messages_.at(0).id, 64U);
     EXPECT_EQ(messages_.at(0).payload, raw(16) + as_bytes(anna) + as_bytes(office) + as_bytes(elsewhere) + raw(4));
 }
 
 TEST_F(radio_stack_test, reports_nothing_of_other_access_points) {
-    hear(air::association, anna, elsewhere);
-    EXPECT_EQ(told(), names{});
+    play(air::association, anna, elsewhere);
+    EXPECT_EQ(reported(), names{});
     EXPECT_EQ(stack_.counters().elsewhere, 1U);
 }
 
 TEST_F(radio_stack_test, keeps_a_station_that_is_heard_to_join_elsewhere) {
-    hear(air::association, anna, office);
-    hear(air::reassociation, anna, elsewhere);
+    play(air::association, anna, office);
+    play(air::reassociation, anna, elsewhere);
     EXPECT_EQ(stack_.stations().all().size(), 1U);
 }
 
 TEST_F(radio_stack_test, reports_the_departure_of_an_associated_and_of_a_roamed_in_station) {
-    hear(air::association, anna, office);
-    hear(air::reassociation, ben, office);
-    told();
-    hear(air::departure, anna, office);
-    hear(air::departure, ben, office);
-    EXPECT_EQ(told(), (names{"disassociation", "disassociation"}));
+    play(air::association, anna, office);
+    play(air::reassociation, ben, office);
+    reported();
+    play(air::departure, anna, office);
+    play(air::departure, ben, office);
+    EXPECT_EQ(reported(), (names{"disassociation", "disassociation"}));
     EXPECT_EQ(messages_.at(0).id, 65U);
     EXPECT_EQ(messages_.at(0).payload, raw(16) + as_bytes(anna) + as_bytes(office) + raw(4));
     EXPECT_EQ(messages_.at(1).id, 66U);
@@ -126,32 +126,32 @@ TEST_F(radio_stack_test, reports_the_departure_of_an_associated_and_of_a_roamed_
 }
 
 TEST_F(radio_stack_test, reports_no_departure_of_a_station_that_is_not_there) {
-    hear(air::association, anna, office);
-    told();
-    hear(air::departure, ben, office);
-    hear(air::departure, anna, guest);
-    EXPECT_EQ(told(), names{});
+    play(air::association, anna, office);
+    reported();
+    play(air::departure, ben, office);
+    play(air::departure, anna, guest);
+    EXPECT_EQ(reported(), names{});
     EXPECT_EQ(stack_.stations().all().size(), 1U);
 }
 
 TEST_F(radio_stack_test, a_broadcast_departure_is_that_of_every_station_of_the_bssid) {
-    hear(air::association, anna, office);
-    hear(air::association, ben, office);
-    told();
-    hear(air::departure, radio::broadcast, guest);
-    EXPECT_EQ(told(), names{});
-    hear(air::departure, radio::broadcast, office);
-    EXPECT_EQ(told(), (names{"disassociation", "disassociation"}));
+    play(air::association, anna, office);
+    play(air::association, ben, office);
+    reported();
+    play(air::departure, radio::broadcast, guest);
+    EXPECT_EQ(reported(), names{});
+    play(air::departure, radio::broadcast, office);
+    EXPECT_EQ(reported(), (names{"disassociation", "disassociation"}));
 }
 
 TEST_F(radio_stack_test, reports_an_address_once_and_with_the_interface) {
-    hear(air::address, anna, office);
-    EXPECT_EQ(told(), names{});
-    hear(air::association, anna, office);
-    told();
-    hear(air::address, anna, office);
-    hear(air::address, anna, office);
-    EXPECT_EQ(told(), names{"address"});
+    play(air::address, anna, office);
+    EXPECT_EQ(reported(), names{});
+    play(air::association, anna, office);
+    reported();
+    play(air::address, anna, office);
+    play(air::address, anna, office);
+    EXPECT_EQ(reported(), names{"address"});
     EXPECT_EQ(messages_.at(0).id, 161U);
     EXPECT_EQ(messages_.at(0).payload, (as_bytes(anna) + raw{0, 0, 10, 0, 10, 0x15, 'w', 'l', 'a', 'n', '0', 0}));
 }
@@ -161,13 +161,13 @@ TEST_F(radio_stack_test, reports_keys_of_its_stations) {
     for (std::size_t i = 0; i < add.key.size(); ++i) {
         add.key[i] = static_cast<std::uint8_t>(0xa0 + i);
     }
-    stack_.hear(add, now_);
-    EXPECT_EQ(told(), names{});
-    hear(air::association, anna, office);
-    told();
-    stack_.hear(add, now_);
-    hear(air::pmk_fetch, anna, office);
-    EXPECT_EQ(told(), (names{"pmk_add", "pmk_fetch"}));
+    stack_.handle(add, now_);
+    EXPECT_EQ(reported(), names{});
+    play(air::association, anna, office);
+    reported();
+    stack_.handle(add, now_);
+    play(air::pmk_fetch, anna, office);
+    EXPECT_EQ(reported(), (names{"pmk_add", "pmk_fetch"}));
     EXPECT_EQ(messages_.at(0).id, 150U);
     EXPECT_EQ(messages_.at(0).payload,
               (raw{0, 0, 0, 2} + as_bytes(office) + raw(6) + as_bytes(anna) + raw(add.key.begin(), add.key.end())));
@@ -178,7 +178,7 @@ TEST_F(radio_stack_test, reports_keys_of_its_stations) {
 TEST_F(radio_stack_test, installs_keys_of_its_stations) {
     const raw message = raw{0, 0, 0, 129} + as_bytes(office) + raw(6) + as_bytes(anna) + raw(32);
     stack_.install_pmk(message);
-    hear(air::association, anna, office);
+    play(air::association, anna, office);
     EXPECT_FALSE(stack_.stations().all().at(anna).pmk_installed);
     stack_.install_pmk(message);
     EXPECT_TRUE(stack_.stations().all().at(anna).pmk_installed);
@@ -195,17 +195,17 @@ TEST_F(radio_stack_test, answers_with_the_address_of_the_vap) {
 }
 
 TEST_F(radio_stack_test, forgets_a_station_by_order_and_reports_nothing) {
-    hear(air::association, anna, office);
-    told();
+    play(air::association, anna, office);
+    reported();
     EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna)), 0);
-    EXPECT_EQ(told(), names{"ordered_off"});
+    EXPECT_EQ(reported(), names{"ordered_off"});
     EXPECT_TRUE(messages_.empty());
     EXPECT_TRUE(stack_.stations().all().empty());
     EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna)), ENOENT);
 }
 
 TEST_F(radio_stack_test, refuses_orders_that_it_does_not_know) {
-    hear(air::association, anna, office);
+    play(air::association, anna, office);
     EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna), acl_vap), ENOENT);
     EXPECT_EQ(serve(DRIVER_STATION_REQUEST, mlme(anna, 3)), EINVAL);
     EXPECT_EQ(serve(DRIVER_STATION_REQUEST, raw(41)), EINVAL);
@@ -215,9 +215,9 @@ TEST_F(radio_stack_test, refuses_orders_that_it_does_not_know) {
 }
 
 TEST_F(radio_stack_test, lists_the_stations_of_the_vap) {
-    hear(air::association, anna, office);
+    play(air::association, anna, office);
     now_ += 75s;
-    hear(air::association, ben, office);
+    play(air::association, ben, office);
     const raw list = stack_.serve(0, DRIVER_STATION_LIST, {}, now_).data;
     ASSERT_EQ(list.size(), 2 * sizeof(driver_station));
     driver_station first{};
@@ -230,7 +230,7 @@ TEST_F(radio_stack_test, lists_the_stations_of_the_vap) {
 
 TEST_F(radio_stack_test, lists_as_many_stations_as_an_answer_holds) {
     for (std::uint8_t i = 0; i < 200; ++i) {
-        hear(air::association, {0x02, 0, 0, 0, 0x30, i}, office);
+        play(air::association, {0x02, 0, 0, 0, 0x30, i}, office);
     }
     EXPECT_EQ(stack_.serve(0, DRIVER_STATION_LIST, {}, now_).data.size(), 105U * 156U);
 }
@@ -239,7 +239,7 @@ class radio_acl : public radio_stack_test {
 protected:
     // The opaque data of the question that was asked last.
     raw question() {
-        EXPECT_EQ(told().back(), "acl_question");
+        EXPECT_EQ(reported().back(), "acl_question");
         const radio::notification &asked = messages_.back();
         EXPECT_EQ(asked.id, 195U);
         EXPECT_EQ(raw(asked.payload.begin(), asked.payload.begin() + 16),
@@ -249,36 +249,36 @@ protected:
 };
 
 TEST_F(radio_acl, a_station_waits_until_it_is_let_in) {
-    hear(air::association, anna, guest);
+    play(air::association, anna, guest);
     const raw asked = question();
     EXPECT_TRUE(stack_.stations().all().empty());
     EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), acl_vap), 0);
-    EXPECT_EQ(told(), (names{"acl_verdict", "association"}));
+    EXPECT_EQ(reported(), (names{"acl_verdict", "association"}));
     EXPECT_FALSE(stack_.next_deadline());
 }
 
 TEST_F(radio_acl, any_other_verdict_keeps_it_out) {
     for (const std::uint32_t value : {0U, 2U, 7U}) {
-        hear(air::association, anna, guest);
+        play(air::association, anna, guest);
         EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(value, question()), acl_vap), 0);
-        EXPECT_EQ(told(), names{"acl_verdict"});
+        EXPECT_EQ(reported(), names{"acl_verdict"});
     }
     EXPECT_EQ(stack_.counters().acl_refused, 3U);
 }
 
 TEST_F(radio_acl, no_verdict_within_five_seconds_keeps_it_out) {
-    hear(air::association, anna, guest);
+    play(air::association, anna, guest);
     const raw asked = question();
     EXPECT_EQ(stack_.next_deadline(), now_ + 5s);
     stack_.expire(now_ + 5s - 1us);
-    EXPECT_EQ(told(), names{});
+    EXPECT_EQ(reported(), names{});
     stack_.expire(now_ + 5s);
-    EXPECT_EQ(told(), names{"acl_verdict"});
+    EXPECT_EQ(reported(), names{"acl_verdict"});
     EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), acl_vap), ENOENT);
 }
 
 TEST_F(radio_acl, a_verdict_has_to_fit_a_question) {
-    hear(air::association, anna, guest);
+    play(air::association, anna, guest);
     const raw asked = question();
     EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, {9, 9, 9, 9}), acl_vap), ENOENT);
     EXPECT_EQ(serve(DRIVER_ACL_VERDICT, verdict(1, asked), 0), ENOENT);
@@ -288,24 +288,24 @@ TEST_F(radio_acl, a_verdict_has_to_fit_a_question) {
 }
 
 TEST_F(radio_acl, what_happens_to_a_waiting_station_happens_afterwards_in_order) {
-    hear(air::association, anna, guest);
-    hear(air::address, anna, guest);
-    hear(air::departure, radio::broadcast, guest);
-    hear(air::association, anna, guest);
-    hear(air::address, anna, guest);
+    play(air::association, anna, guest);
+    play(air::address, anna, guest);
+    play(air::departure, radio::broadcast, guest);
+    play(air::association, anna, guest);
+    play(air::address, anna, guest);
     const raw first = question();
     serve(DRIVER_ACL_VERDICT, verdict(1, first), acl_vap);
     EXPECT_EQ(reports_.size(), 5U);
     const raw second = question();
     EXPECT_NE(first, second);
     serve(DRIVER_ACL_VERDICT, verdict(1, second), acl_vap);
-    EXPECT_EQ(told(), (names{"acl_verdict", "association", "address"}));
+    EXPECT_EQ(reported(), (names{"acl_verdict", "association", "address"}));
 }
 
 TEST_F(radio_acl, other_stations_do_not_wait) {
-    hear(air::association, anna, guest);
-    hear(air::association, ben, office);
-    EXPECT_EQ(told(), (names{"acl_question", "association"}));
+    play(air::association, anna, guest);
+    play(air::association, ben, office);
+    EXPECT_EQ(reported(), (names{"acl_question", "association"}));
 }
 
 }  // namespace

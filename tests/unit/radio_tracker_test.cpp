@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "common/ipv4.h"
 #include "lab/radio/association_tracker.h"
 #include "lab/radio/capture_source.h"
 #include "lab/radio/radio_stack.h"
@@ -27,7 +28,7 @@ std::string describe(const radio::air_event &event) {
         case air::departure:
             return "departure " + who + (event.by_station ? " by station " : " by ap ") + std::to_string(event.code);
         case air::address:
-            return "address " + who + ' ' + radio::format_ipv4(event.ip);
+            return "address " + who + ' ' + kx::format_ipv4(event.ip);
         default:
             return "unexpected";
     }
@@ -35,16 +36,16 @@ std::string describe(const radio::air_event &event) {
 
 class radio_tracker : public testing::Test {
 protected:
-    std::vector<std::string> hear(const std::vector<raw> &frames) {
-        std::vector<std::string> told;
+    std::vector<std::string> play(const std::vector<raw> &frames) {
+        std::vector<std::string> seen;
         for (const raw &each : frames) {
             std::vector<radio::air_event> events;
-            EXPECT_FALSE(tracker_.hear(each, false, events));
+            EXPECT_FALSE(tracker_.receive(each, false, events));
             for (const radio::air_event &event : events) {
-                told.push_back(describe(event));
+                seen.push_back(describe(event));
             }
         }
-        return told;
+        return seen;
     }
 
     radio::association_tracker tracker_;
@@ -55,63 +56,63 @@ using lines = std::vector<std::string>;
 const std::string anna_at_office = "02:00:00:00:0a:01 02:00:00:00:10:01";
 
 TEST_F(radio_tracker, tells_an_association_when_it_is_granted) {
-    EXPECT_EQ(hear({association_request(anna, office, 1, "office")}), lines{});
-    EXPECT_EQ(hear({association_response(anna, office, 9, 0)}), lines{"association " + anna_at_office});
+    EXPECT_EQ(play({association_request(anna, office, 1, "office")}), lines{});
+    EXPECT_EQ(play({association_response(anna, office, 9, 0)}), lines{"association " + anna_at_office});
 }
 
 TEST_F(radio_tracker, takes_a_grant_whose_request_was_not_heard) {
-    EXPECT_EQ(hear({association_response(anna, office, 9, 0)}), lines{"association " + anna_at_office});
+    EXPECT_EQ(play({association_response(anna, office, 9, 0)}), lines{"association " + anna_at_office});
 }
 
 TEST_F(radio_tracker, tells_a_refusal_and_no_association) {
-    EXPECT_EQ(hear({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 17)}),
+    EXPECT_EQ(play({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 17)}),
               lines{"refusal " + anna_at_office + " status 17"});
 }
 
 TEST_F(radio_tracker, tells_a_repeated_grant_once) {
-    EXPECT_EQ(hear({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
+    EXPECT_EQ(play({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
                     association_response(anna, office, 9, 0, retry), association_response(anna, office, 9, 0)}),
               lines{"association " + anna_at_office});
     EXPECT_EQ(tracker_.duplicates(), 2U);
 }
 
 TEST_F(radio_tracker, takes_a_repetition_whose_original_was_not_heard) {
-    EXPECT_EQ(hear({association_response(anna, office, 9, 0, retry)}), lines{"association " + anna_at_office});
+    EXPECT_EQ(play({association_response(anna, office, 9, 0, retry)}), lines{"association " + anna_at_office});
 }
 
 // Two frames between which the access point answered another station are still the same exchange.
 TEST_F(radio_tracker, knows_retransmissions_per_receiver) {
-    EXPECT_EQ(hear({association_response(anna, office, 9, 0), association_response(ben, office, 10, 0),
+    EXPECT_EQ(play({association_response(anna, office, 9, 0), association_response(ben, office, 10, 0),
                     association_response(anna, office, 9, 0, retry)}),
               (lines{"association " + anna_at_office, "association 02:00:00:00:0b:02 02:00:00:00:10:01"}));
 }
 
 TEST_F(radio_tracker, tells_every_exchange_that_was_granted) {
-    EXPECT_EQ(hear({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
+    EXPECT_EQ(play({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
                     association_request(anna, office, 4, "office"), association_response(anna, office, 12, 0)}),
               (lines{"association " + anna_at_office, "association " + anna_at_office}));
 }
 
 TEST_F(radio_tracker, tells_a_new_exchange_even_with_the_old_sequence_number) {
-    EXPECT_EQ(hear({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
+    EXPECT_EQ(play({association_request(anna, office, 1, "office"), association_response(anna, office, 9, 0),
                     association_request(anna, office, 2, "office"), association_response(anna, office, 9, 0)}),
               (lines{"association " + anna_at_office, "association " + anna_at_office}));
 }
 
 TEST_F(radio_tracker, tells_where_a_reassociating_station_came_from) {
-    EXPECT_EQ(hear({reassociation_request(anna, office, 1, guest), reassociation_response(anna, office, 9, 0)}),
+    EXPECT_EQ(play({reassociation_request(anna, office, 1, guest), reassociation_response(anna, office, 9, 0)}),
               lines{"reassociation " + anna_at_office + " from 02:00:00:00:10:02"});
 }
 
 TEST_F(radio_tracker, remembers_where_a_station_was_when_its_request_was_not_heard) {
-    EXPECT_EQ(hear({association_response(anna, guest, 9, 0), reassociation_response(anna, office, 9, 0)}).back(),
+    EXPECT_EQ(play({association_response(anna, guest, 9, 0), reassociation_response(anna, office, 9, 0)}).back(),
               "reassociation " + anna_at_office + " from 02:00:00:00:10:02");
-    EXPECT_EQ(hear({reassociation_response(ben, office, 10, 0)}),
+    EXPECT_EQ(play({reassociation_response(ben, office, 10, 0)}),
               lines{"reassociation 02:00:00:00:0b:02 02:00:00:00:10:01 from 00:00:00:00:00:00"});
 }
 
 TEST_F(radio_tracker, tells_who_ended_an_association_and_why) {
-    EXPECT_EQ(hear({departure(0xa0, office, anna, office, 1, 8), departure(0xc0, anna, office, office, 2, 3),
+    EXPECT_EQ(play({departure(0xa0, office, anna, office, 1, 8), departure(0xc0, anna, office, office, 2, 3),
                     departure(0xc0, radio::broadcast, office, office, 3, 1)}),
               (lines{"departure " + anna_at_office + " by station 8", "departure " + anna_at_office + " by ap 3",
                      "departure ff:ff:ff:ff:ff:ff 02:00:00:00:10:01 by ap 1"}));
@@ -120,26 +121,26 @@ TEST_F(radio_tracker, tells_who_ended_an_association_and_why) {
 TEST_F(radio_tracker, does_not_read_a_protected_reason) {
     raw hidden = departure(0xc0, anna, office, office, 2, 3);
     hidden[1] |= 0x40U;
-    EXPECT_EQ(hear({hidden}), lines{"departure " + anna_at_office + " by ap 0"});
+    EXPECT_EQ(play({hidden}), lines{"departure " + anna_at_office + " by ap 0"});
 }
 
 TEST_F(radio_tracker, ignores_departures_without_access_point) {
-    EXPECT_EQ(hear({departure(0xc0, anna, ben, office, 2, 3)}), lines{});
+    EXPECT_EQ(play({departure(0xc0, anna, ben, office, 2, 3)}), lines{});
 }
 
 TEST_F(radio_tracker, counts_answers_that_are_no_access_points) {
     std::vector<radio::air_event> events;
     raw forged = association_response(anna, office, 9, 0);
     forged[21] = 0x99;  // of the BSSID
-    EXPECT_EQ(tracker_.hear(forged, false, events), radio::skip::malformed);
-    EXPECT_EQ(tracker_.hear(association_response(radio::broadcast, office, 9, 0), false, events),
+    EXPECT_EQ(tracker_.receive(forged, false, events), radio::skip::malformed);
+    EXPECT_EQ(tracker_.receive(association_response(radio::broadcast, office, 9, 0), false, events),
               radio::skip::malformed);
     EXPECT_TRUE(events.empty());
 }
 
 TEST_F(radio_tracker, learns_addresses_from_arp_and_dhcp) {
-    EXPECT_EQ(hear({arp(anna, office, anna, {10, 0, 10, 21})}), lines{"address " + anna_at_office + " 10.0.10.21"});
-    EXPECT_EQ(hear({dhcp(anna, office, 5, {10, 0, 10, 22})}), lines{"address " + anna_at_office + " 10.0.10.22"});
+    EXPECT_EQ(play({arp(anna, office, anna, {10, 0, 10, 21})}), lines{"address " + anna_at_office + " 10.0.10.21"});
+    EXPECT_EQ(play({dhcp(anna, office, 5, {10, 0, 10, 22})}), lines{"address " + anna_at_office + " 10.0.10.22"});
 }
 
 TEST_F(radio_tracker, learns_no_address_that_is_not_the_stations) {
@@ -147,7 +148,7 @@ TEST_F(radio_tracker, learns_no_address_that_is_not_the_stations) {
     hidden[1] |= 0x40U;
     raw fragment = arp(anna, office, anna, {10, 0, 10, 21});
     fragment[22] |= 1U;
-    EXPECT_EQ(hear({
+    EXPECT_EQ(play({
                   hidden, fragment, arp(anna, office, ben, {10, 0, 10, 21}),  // about another station
                   arp(anna, office, anna, {0, 0, 0, 0}),                      // a probe
                   dhcp(anna, office, 2, {10, 0, 10, 22}),                     // an offer
@@ -157,9 +158,9 @@ TEST_F(radio_tracker, learns_no_address_that_is_not_the_stations) {
 }
 
 TEST_F(radio_tracker, prefers_the_name_that_the_access_point_announces) {
-    hear({association_request(anna, office, 1, "asked"), association_request(anna, guest, 2, "lobby")});
+    play({association_request(anna, office, 1, "asked"), association_request(anna, guest, 2, "lobby")});
     EXPECT_EQ(tracker_.ssid(office), "asked");
-    hear({beacon(office, "office"), beacon(guest, "")});
+    play({beacon(office, "office"), beacon(guest, "")});
     EXPECT_EQ(tracker_.ssid(office), "office");
     EXPECT_EQ(tracker_.ssid(guest), "lobby");
     EXPECT_EQ(tracker_.access_points(), (std::vector<kx::mac_address>{office, guest}));
