@@ -18,7 +18,7 @@ auto fields_of(const kx::controller_config &controller) {
     return std::tie(controller.address, controller.port, controller.ca, controller.certificate, controller.key);
 }
 
-// There is no tunnel before there is a client manager; what is wrong with its certificates is told at once.
+// The tunnel starts with the client manager. Faults of the certificates are reported at once.
 void check_certificates(const kx::controller_config &controller) {
     try {
         kx::make_tls_context(controller.ca, controller.certificate, controller.key);
@@ -29,7 +29,7 @@ void check_certificates(const kx::controller_config &controller) {
 
 }  // namespace
 
-platform_daemon::platform_daemon(event_base *base, std::string config_file)
+platform_daemon::platform_daemon(event_base *base, std::string config_file, detail_log details)
     : base_(base),
       config_file_(std::move(config_file)),
       config_(kx::load_ap_config(config_file_)),
@@ -45,11 +45,12 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file)
                         report("client_mgr does not read its messages");
                         channel_.disconnect();
                     }}),
-      monitor_(base, inbox_, [this] { publish_status(); }),
-      channel_(base, {[this] { daemon_registered(); }, [this] { daemon_lost(); },
-                      [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
-                          return daemon_message_rcvd(destination, message);
-                      }}),
+      monitor_(base, inbox_, details, [this] { publish_status(); }),
+      channel_(base, details,
+               {[this] { daemon_registered(); }, [this] { daemon_lost(); },
+                [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                    return daemon_message_rcvd(destination, message);
+                }}),
       config_watch_(base, config_file_, [this] { config_changed(); }) {
     monitor_.start();
     check_certificates(config_.controller);
@@ -63,8 +64,8 @@ void platform_daemon::stop() {
     link_.stop();
 }
 
-// The tunnel lives as long as a client manager does. Nothing from the controller arrives before somebody can take it,
-// and one that was restarted, its table lost, is an access point that came back to the controller.
+// The tunnel exists only while a client manager is connected. So nothing arrives from the controller that could not be
+// delivered, and to the controller a restarted client manager, with an empty table, is an access point that reconnects.
 void platform_daemon::daemon_registered() {
     if (!link_.is_started()) {
         link_.start(config_.controller);
@@ -92,7 +93,7 @@ void platform_daemon::report_link_to_daemon() {
         return;
     }
     send_status(kx::apcomm_status_up, link_.controller_ip());
-    // The client manager loads its VAPs only while it knows a controller.
+    // The client manager loads its VAPs only while the tunnel is up.
     inbox_.send(KX_MSG_ID_VAP_INIT);
 }
 

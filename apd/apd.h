@@ -1,4 +1,4 @@
-// The platform daemon: stands between the client manager, the controller and the configuration file.
+// The platform daemon: connects the client manager, the controller and the configuration file.
 #ifndef APD_APD_H
 #define APD_APD_H
 
@@ -11,6 +11,7 @@
 #include "apd/controller_link.h"
 #include "apd/daemon_channel.h"
 #include "apd/daemon_inbox.h"
+#include "apd/log.h"
 #include "apd/loss_counter.h"
 #include "apd/monitor.h"
 #include "apd/service_manager.h"
@@ -20,12 +21,12 @@ namespace apd {
 
 class platform_daemon {
 public:
-    // Opens the endpoints and starts everything. Throws kx::config_error and std::system_error.
-    platform_daemon(event_base *base, std::string config_file);
+    // Opens the endpoints and starts all services. Throws kx::config_error and std::system_error.
+    platform_daemon(event_base *base, std::string config_file, detail_log details);
 
-    // Reads the configuration file again and has the client manager load its VAPs again, changed or not.
+    // Reads the configuration file again and makes the client manager load its VAPs again, even if nothing has changed.
     void reload();
-    // Ends the tunnel in good order, then the event loop.
+    // Closes the tunnel after sending what is queued, then ends the event loop.
     void stop();
 
 private:

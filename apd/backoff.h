@@ -1,4 +1,4 @@
-// How long to wait before the next attempt.
+// The waits between attempts to connect.
 #ifndef APD_BACKOFF_H
 #define APD_BACKOFF_H
 
@@ -8,8 +8,8 @@
 
 namespace apd {
 
-// Exponential with full jitter: each wait is drawn evenly from zero to a ceiling that doubles with every attempt, so
-// that access points which lost their controller at one moment do not come back at one moment.
+// Exponential backoff with full jitter: each wait is random between zero and a ceiling, which doubles with every
+// attempt. Access points that lost their controller at the same time do not reconnect at the same time.
 class backoff {
 public:
     static constexpr std::chrono::milliseconds first{200}, last{30'000};

@@ -18,7 +18,7 @@ void clean_free(void *memory) {
     }
 }
 
-// Always moves: realloc would leave the old place as it was.
+// Always moves the memory: realloc would not erase the old place.
 void *clean_realloc(void *memory, std::size_t size) {
     if (size == 0) {
         clean_free(memory);

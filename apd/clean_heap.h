@@ -1,11 +1,11 @@
-// Erases memory of the heap when it is freed: what passes through apd may hold keys.
+// Erases heap memory when it is freed, because messages may hold keys.
 #ifndef APD_CLEAN_HEAP_H
 #define APD_CLEAN_HEAP_H
 
 namespace apd {
 
-// Has libevent and OpenSSL free through this as well, as operator delete does in a program that links it. To be called
-// before anything of theirs.
+// Makes libevent and OpenSSL erase the memory they free. To be called before any other function of theirs. operator
+// delete does so in every program that links clean_heap.cpp.
 void clean_libraries_heap();
 
 }  // namespace apd

@@ -1,4 +1,4 @@
-// Notices that the configuration file was changed.
+// Watches the configuration file for changes.
 #ifndef APD_CONFIG_WATCH_H
 #define APD_CONFIG_WATCH_H
 
@@ -9,8 +9,8 @@
 
 namespace apd {
 
-// Watches the file's directory, because editors replace files. Calls back when the file was written and closed, or was
-// moved to its place.
+// Watches the file's directory, because editors replace files. Calls back when the file has been written and closed, or
+// another file has been renamed to it.
 class config_watch {
 public:
     // Throws std::system_error when the directory cannot be watched.

@@ -17,7 +17,7 @@ void controller_link::start(const kx::controller_config &controller) {
     started_ = true;
     backoff_.reset();
     if (tunnel_ != nullptr) {
-        tunnel_->close();  // its end starts the new one
+        tunnel_->close();  // tunnel_down() then starts the new one
         return;
     }
     retry_.start(std::chrono::microseconds(0));
@@ -29,7 +29,7 @@ void controller_link::end(const std::string &reason) {
     if (tunnel_ != nullptr) {
         tunnel_->close();
     }
-    // What is left of the tunnel carries nothing any more.
+    // The closing tunnel carries no more messages.
     if (std::exchange(up_, false)) {
         log_line("tunnel down: " + reason);
         handlers_.on_down();
@@ -46,7 +46,7 @@ void controller_link::stop() {
     handlers_.on_stopped();
 }
 
-// The certificates are read anew for each attempt: new ones are taken up without a restart.
+// Reads the certificates anew for each attempt, so that new ones are used without a restart.
 void controller_link::connect() {
     try {
         auto tls = kx::make_tls_context(controller_.ca, controller_.certificate, controller_.key);
@@ -75,7 +75,7 @@ void controller_link::tunnel_down(const std::string &reason) {
     tunnel_.reset();
     bool was_up = std::exchange(up_, false);
     if (was_up) {
-        // A controller that ends each tunnel at once is no reason to connect ever faster.
+        // A controller that closes each tunnel at once must not reset the backoff.
         if (std::chrono::steady_clock::now() - up_since_ >= backoff::last) {
             backoff_.reset();
         }

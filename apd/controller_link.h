@@ -1,4 +1,4 @@
-// The access point's tunnel to its controller, kept up.
+// The access point's tunnel to its controller. A lost tunnel is set up again.
 #ifndef APD_CONTROLLER_LINK_H
 #define APD_CONTROLLER_LINK_H
 
@@ -20,25 +20,25 @@ class controller_link {
 public:
     struct callbacks {
         std::function<void()> on_up;
-        std::function<void()> on_down;  // after on_up only
+        std::function<void()> on_down;  // only after on_up
         std::function<void(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
-        std::function<void()> on_drained;  // after a send() that was `full`: try again
+        std::function<void()> on_drained;  // after send() returned `full`: there is room again
         std::function<void()> on_stopped;  // after stop()
     };
     enum class outcome { sent, full, down };
 
     controller_link(event_base *base, callbacks handlers);
 
-    // Connects to `controller` and, whenever the tunnel fails, again; an existing tunnel to another one ends.
+    // Connects to `controller`, and again whenever the tunnel fails. Closes an existing tunnel.
     void start(const kx::controller_config &controller);
-    // Ends the tunnel until the next start().
+    // Closes the tunnel until the next start(). `reason` is for the log.
     void end(const std::string &reason);
-    // Sends what is queued and ends the tunnel for good.
+    // Sends what is queued and closes the tunnel for good; on_stopped follows.
     void stop();
     bool is_started() const { return started_; }
 
     outcome send(std::uint32_t destination, std::span<const std::uint8_t> message);
-    // As tunnel_connection::set_reading, for this tunnel and those to come.
+    // Like tunnel_connection::set_reading, for this tunnel and later ones.
     void set_reading(bool on);
     bool is_up() const { return up_; }
     std::uint32_t controller_ip() const { return up_ ? tunnel_->peer_ipv4() : 0; }

@@ -4,15 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 
-#include "apd/log.h"
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
-#include "wire/apcomm_channel.h"
 
 namespace apd {
 
@@ -22,7 +19,7 @@ int listen_at(const std::string &path) {
     kx::ipc_address address = kx::make_ipc_address(path);
     int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     unlink(path.c_str());
-    // The mode of an unbound socket is that of the file that bind makes.
+    // bind gives its file the mode of the unbound socket.
     if (fd < 0 || fchmod(fd, S_IRUSR | S_IWUSR) != 0 || bind(fd, address.get(), address.length) != 0 ||
         listen(fd, 8) != 0) {
         int error = errno;
@@ -46,8 +43,9 @@ bool is_trusted(int fd) {
 
 }  // namespace
 
-daemon_channel::daemon_channel(event_base *base, callbacks handlers)
+daemon_channel::daemon_channel(event_base *base, detail_log details, callbacks handlers)
     : base_(base),
+      details_(details),
       handlers_(std::move(handlers)),
       path_(kx::place(kx::endpoint_apcomm)),
       listener_(listen_at(path_)),
@@ -80,26 +78,24 @@ void daemon_channel::accept_connection() {
 
 void daemon_channel::read_packets(int fd) {
     constexpr int packets_per_wakeup = 64;
-    // One byte more than any packet has, to see one that is too long.
-    static std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer;
     for (int i = 0; i < packets_per_wakeup && !refused_ && connections_.contains(fd); i++) {
-        ssize_t size = recv(fd, buffer.data(), buffer.size(), 0);
+        ssize_t size = recv(fd, buffer_.data(), buffer_.size(), 0);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;
         }
         if (size <= 0) {
-            log_detail("client_mgr's connection has ended");
+            details_.write("client_mgr's connection has ended");
             drop(fd);
             return;
         }
         auto length = static_cast<std::size_t>(size);
-        if (length < sizeof(kx::apcomm_packet) || length == buffer.size()) {
+        if (length < sizeof(kx::apcomm_packet) || length == buffer_.size()) {
             log_line("ended a connection that sent a packet of the wrong size");
             drop(fd);
             return;
         }
-        take_packet(fd, {buffer.data(), length});
-        explicit_bzero(buffer.data(), length);  // it may hold keys
+        take_packet(fd, {buffer_.data(), length});
+        explicit_bzero(buffer_.data(), length);  // it may hold keys
     }
 }
 

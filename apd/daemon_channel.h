@@ -1,7 +1,8 @@
-// Where the client manager hands over its messages for the controller.
+// The client manager's connection, over which it sends its messages for the controller.
 #ifndef APD_DAEMON_CHANNEL_H
 #define APD_DAEMON_CHANNEL_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -12,30 +13,33 @@
 #include <vector>
 
 #include "apd/events.h"
+#include "apd/log.h"
+#include "wire/apcomm_channel.h"
 
 namespace apd {
 
-// The listener at endpoint_apcomm and its connections; what they carry is described in apcomm_channel.h. Only root and
-// apd's own user are let in.
+// The listener at endpoint_apcomm and its connections (wire/apcomm_channel.h). Only root and apd's own user may
+// connect.
 class daemon_channel {
 public:
     struct callbacks {
         std::function<void()> on_register;
-        std::function<void()> on_lost;  // no registered connection is left
-        // False when the message cannot be taken now: it is offered again by resume(), and nothing is read until then.
+        std::function<void()> on_lost;  // the last registered connection has ended
+        // False when the message cannot be sent now. Nothing more is read until resume() has passed it on.
         std::function<bool(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
     };
 
-    // Takes the path over from an apd that died: the caller makes sure that none lives. Throws std::system_error.
-    daemon_channel(event_base *base, callbacks handlers);
+    // Replaces the socket of a dead apd. The caller has made sure that no other apd runs. Throws std::system_error.
+    daemon_channel(event_base *base, detail_log details, callbacks handlers);
     ~daemon_channel();
     daemon_channel(const daemon_channel &) = delete;
     daemon_channel &operator=(const daemon_channel &) = delete;
 
     // A client manager is connected and has registered.
     bool is_registered() const { return !registered_.empty(); }
+    // Offers the refused message to on_message again, and reads on when it is accepted.
     void resume();
-    // Ends all connections; a live client manager registers again.
+    // Ends all connections. A client manager that runs connects and registers again.
     void disconnect();
 
 private:
@@ -52,13 +56,16 @@ private:
     void drop(int fd);
 
     event_base *base_;
+    detail_log details_;
     callbacks handlers_;
     std::string path_;
     int listener_;
     watch acceptable_;
     std::map<int, watch> connections_;  // by file descriptor
-    std::set<int> registered_;          // those of them on which a client manager has registered
+    std::set<int> registered_;          // on which a client manager has registered
     std::optional<refused_message> refused_;
+    // One byte longer than every packet, so that a longer one is noticed.
+    std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer_;
 };
 
 }  // namespace apd

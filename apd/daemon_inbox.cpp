@@ -22,6 +22,7 @@ std::span<const std::uint8_t> bytes_of(const T &record) {
     return {reinterpret_cast<const std::uint8_t *>(&record), sizeof(record)};
 }
 
+// The header of a notification.
 ipc_hdr make_header(std::uint32_t id, std::size_t payload_size) {
     return kx::make_ipc_header(id, payload_size, kx::ipc_flag_notification);
 }
@@ -99,7 +100,7 @@ bool daemon_inbox::push(std::span<const std::uint8_t> head, std::span<const std:
     return false;
 }
 
-// The socket is connected, because only such a one tells when its peer has room.
+// Only a connected socket becomes writable when its peer has room.
 bool daemon_inbox::connect() {
     kx::ipc_address address = kx::make_ipc_address(kx::place(kx::endpoint_client_mgr));
     return ::connect(fd_, address.get(), address.length) == 0;
@@ -109,7 +110,7 @@ daemon_inbox::outcome daemon_inbox::send_now(std::span<iovec> pieces) {
     msghdr message{};
     message.msg_iov = pieces.data();
     message.msg_iovlen = pieces.size();
-    // A client manager that was restarted has another socket at the same path: the second turn finds it.
+    // A restarted client manager has another socket at the same path, to which the second attempt connects.
     for (bool again : {true, false}) {
         if (sendmsg(fd_, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
             return outcome::sent;

@@ -12,17 +12,17 @@
 
 namespace apd {
 
-// Keeps what the client manager's socket has no room for until it has. When nobody reads that socket, the messages are
-// dropped: a client manager that starts is told everything anew.
+// Queues messages while the client manager's socket is full. Messages are dropped when no client manager runs: one that
+// starts later receives the whole state anew.
 class daemon_inbox {
 public:
-    // Bytes: more than a live client manager ever leaves waiting: the longest message from the controller and a
+    // Bytes. More than a running client manager ever leaves waiting: the longest message from the controller and a
     // thousand short ones.
     static constexpr std::size_t room = std::size_t{64} * 1024;
 
     struct callbacks {
-        std::function<void()> on_drained;  // nothing waits any more
-        std::function<void()> on_stuck;    // there was no more room and everything that waited is dropped
+        std::function<void()> on_drained;  // the queue has become empty
+        std::function<void()> on_stuck;    // the queue was full and all its messages have been dropped
     };
 
     daemon_inbox(event_base *base, callbacks handlers);
@@ -31,10 +31,10 @@ public:
     daemon_inbox &operator=(const daemon_inbox &) = delete;
 
     void send(std::uint32_t id, std::span<const std::uint8_t> payload = {});
-    // A message of at most 16384 bytes from the controller, as local message 123 or several of them. Once is_full(),
-    // the caller takes no further one from the controller until on_drained.
+    // Sends a message of at most 16384 bytes from the controller, in one or several local messages 123. Once is_full(),
+    // the caller reads nothing more from the controller until on_drained.
     void send_controller_message(std::span<const std::uint8_t> message);
-    // Messages wait: the client manager reads slower than they come.
+    // Messages wait, because the client manager reads slower than they arrive.
     bool is_full() const { return !waiting_.empty(); }
 
 private:
@@ -51,7 +51,7 @@ private:
     int fd_;
     watch writable_;
     kx::backlog waiting_{room};
-    std::size_t to_message_end_ = 0;  // packets that wait up to the end of a message from the controller
+    std::size_t to_message_end_ = 0;  // waiting packets up to the end of a message from the controller
     loss_counter lost_;
 };
 

@@ -1,4 +1,4 @@
-// libevent's events as members that call a method of their owner.
+// Events of libevent as objects.
 #ifndef APD_EVENTS_H
 #define APD_EVENTS_H
 
@@ -13,13 +13,12 @@
 
 namespace apd {
 
-// A timer, a signal or a file descriptor's readiness, waited for until the object is destroyed, which its own handler
-// may do.
+// Waits for a timer, a signal or a file descriptor until it is destroyed. Its handler may destroy it.
 class watch {
 public:
     using handler = std::function<void()>;
 
-    // `what` as event_new has it; for a timer, fd is -1 and `what` 0.
+    // `what` as for event_new. For a timer, fd is -1 and `what` is 0.
     watch(event_base *base, int fd, short what, handler call) : call_(std::move(call)) {
         event_.reset(event_new(base, fd, what, on_event, this));
         if (event_ == nullptr) {

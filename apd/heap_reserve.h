@@ -1,11 +1,11 @@
-// Keeps the memory of apd from growing with what happens to it.
+// Keeps the memory of apd constant.
 #ifndef APD_HEAP_RESERVE_H
 #define APD_HEAP_RESERVE_H
 
 namespace apd {
 
-// Takes all the heap that apd is ever going to use from the system, for good. To be called before anything allocates
-// much, and before there is a second thread.
+// Takes all the heap that apd will ever use from the system and never gives it back. To be called before much is
+// allocated and before a second thread starts.
 void take_heap();
 
 }  // namespace apd

@@ -9,8 +9,6 @@
 
 namespace apd {
 
-bool verbose = false;
-
 void log_line(const std::string &text) {
     using namespace std::chrono;
     auto now = system_clock::now();
@@ -22,12 +20,6 @@ void log_line(const std::string &text) {
     std::array<char, 32> time{};
     std::strftime(time.data(), time.size(), "%F %T", &local);
     std::fprintf(stderr, "%s.%03d apd: %s\n", time.data(), milliseconds, text.c_str());
-}
-
-void log_detail(const std::string &text) {
-    if (verbose) {
-        log_line(text);
-    }
 }
 
 void report(const std::string &text) {

@@ -1,4 +1,4 @@
-// What apd tells its operator.
+// Log lines of apd.
 #ifndef APD_LOG_H
 #define APD_LOG_H
 
@@ -6,14 +6,25 @@
 
 namespace apd {
 
-extern bool verbose;
-
-// One line with the time on standard error.
+// Writes one line with the time to standard error.
 void log_line(const std::string &text);
-// The same, with --verbose only.
-void log_detail(const std::string &text);
-// To standard error and to the system log: something that an operator has to know.
+// Writes the line to the system log as well: something that an operator has to know.
 void report(const std::string &text);
+
+// Lines that are written only with --verbose.
+class detail_log {
+public:
+    explicit detail_log(bool verbose) : verbose_(verbose) {}
+
+    void write(const std::string &text) const {
+        if (verbose_) {
+            log_line(text);
+        }
+    }
+
+private:
+    bool verbose_;
+};
 
 }  // namespace apd
 

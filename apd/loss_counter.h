@@ -1,4 +1,4 @@
-// Lost messages, counted.
+// Counts lost messages.
 #ifndef APD_LOSS_COUNTER_H
 #define APD_LOSS_COUNTER_H
 
@@ -10,10 +10,10 @@
 
 namespace apd {
 
-// Reports losses, one line for all within a second.
+// Reports all losses within a second in one line.
 class loss_counter {
 public:
-    // `text` follows the number in the line.
+    // The line is the number and `text`.
     loss_counter(event_base *base, std::string text)
         : text_(std::move(text)), timer_(base, -1, 0, [this] { flush(); }) {}
     ~loss_counter() { flush(); }

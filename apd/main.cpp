@@ -19,9 +19,9 @@
 
 namespace {
 
-void serve(const std::string &config_file) {
+void serve(const std::string &config_file, apd::detail_log details) {
     kx::event_base_ptr base(event_base_new());
-    apd::platform_daemon daemon(base.get(), config_file);
+    apd::platform_daemon daemon(base.get(), config_file, details);
     apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
     apd::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
     apd::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
@@ -34,13 +34,14 @@ void serve(const std::string &config_file) {
 
 int run(int argc, char **argv) {
     CLI::App options(
-        "The access point's platform daemon: takes the client manager up, watches it, and carries its messages to and "
-        "from the controller.\nEverything lives below $KX_ROOT (default /run/kx).",
+        "The access point's platform daemon: starts the client manager's service, monitors it, and carries messages "
+        "between it and the controller.\nIts files are below $KX_ROOT (default /run/kx).",
         "apd");
     std::string config_file = kx::config_file();
+    bool verbose = false;
     options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
         ->type_name("FILE");
-    options.add_flag("--verbose", apd::verbose, "Tell every step on standard error");
+    options.add_flag("--verbose", verbose, "Write every step to standard error");
     options.set_version_flag("--version", "apd " CLIENT_MGR_VERSION);
     try {
         options.parse(argc, argv);
@@ -52,7 +53,7 @@ int run(int argc, char **argv) {
     kx::harden_process();
     apd::take_heap();
     apd::clean_libraries_heap();
-    serve(config_file);
+    serve(config_file, apd::detail_log(verbose));
     return EX_OK;
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "apd/log.h"
 #include "common/paths.h"
 #include "wire/local_messages.h"
 #include "wire/sysmon_messages.h"
@@ -15,8 +14,9 @@ constexpr std::uint32_t period_max_secs = 86'400;
 
 }  // namespace
 
-monitor::monitor(event_base *base, daemon_inbox &inbox, std::function<void()> on_change)
+monitor::monitor(event_base *base, daemon_inbox &inbox, detail_log details, std::function<void()> on_change)
     : inbox_(inbox),
+      details_(details),
       on_change_(std::move(on_change)),
       socket_(kx::ipc_socket::open(kx::endpoint_sysmon)),
       readable_(base, socket_.fd(), EV_READ | EV_PERSIST, [this] { read_messages(); }),
@@ -66,7 +66,7 @@ void monitor::message_rcvd(const kx::ipc_message &message) {
         log_line("dropped a system monitor message of unknown id " + std::to_string(message.id));
         return;
     }
-    log_detail("heartbeat from client_mgr");
+    details_.write("heartbeat from client_mgr");
     daemon_->answered = true;
     if (daemon_->missed >= missed_max) {
         report("client_mgr (process " + std::to_string(daemon_->pid) + ") answers again");
@@ -96,7 +96,7 @@ void monitor::period_passed() {
         on_change_();
     }
     daemon_->answered = false;
-    // A client manager that leaves its messages waiting needs no further request among them.
+    // While messages wait for the client manager, another request would only wait behind them.
     if (!inbox_.is_full()) {
         inbox_.send(KX_MSG_ID_SYSMON_HB);
     }

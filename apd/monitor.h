@@ -1,4 +1,4 @@
-// The system monitor: takes the client manager up and watches that it answers.
+// The system monitor: starts the client manager's service and checks that it answers.
 #ifndef APD_MONITOR_H
 #define APD_MONITOR_H
 
@@ -9,6 +9,7 @@
 
 #include "apd/daemon_inbox.h"
 #include "apd/events.h"
+#include "apd/log.h"
 #include "common/local_ipc.h"
 
 namespace apd {
@@ -17,11 +18,11 @@ class monitor {
 public:
     // Throws std::system_error when the endpoint cannot be opened. `inbox` must outlive the monitor. `on_change` is
     // called when status() has changed.
-    monitor(event_base *base, daemon_inbox &inbox, std::function<void()> on_change);
+    monitor(event_base *base, daemon_inbox &inbox, detail_log details, std::function<void()> on_change);
 
-    // Asks a client manager that runs already for a sign of life.
+    // Sends a heartbeat request, to find a client manager that runs already.
     void start();
-    // "client_mgr runs as process 123"
+    // "client_mgr (process 123) runs"
     std::string status() const;
 
 private:
@@ -40,6 +41,7 @@ private:
     void period_passed();
 
     daemon_inbox &inbox_;
+    detail_log details_;
     std::function<void()> on_change_;
     kx::ipc_socket socket_;
     watch readable_;

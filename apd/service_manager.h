@@ -1,5 +1,5 @@
-// The notify protocol of a service manager such as systemd (sd_notify(3)): datagrams of text to $NOTIFY_SOCKET. Without
-// that variable nothing is sent.
+// The notify protocol of a service manager such as systemd, see sd_notify(3): text datagrams to $NOTIFY_SOCKET. Nothing
+// is sent without that variable.
 #ifndef APD_SERVICE_MANAGER_H
 #define APD_SERVICE_MANAGER_H
 
@@ -12,9 +12,10 @@ namespace apd {
 
 class service_manager {
 public:
+    // Sends keep-alives when the service manager asks for them ($WATCHDOG_USEC).
     explicit service_manager(event_base *base);
 
-    // "READY=1" and the like; several are separated by newlines.
+    // Sends assignments such as "READY=1", separated by newlines.
     static void notify(const std::string &state);
 
 private:

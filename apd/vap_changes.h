@@ -1,4 +1,4 @@
-// What the client manager must be told when the VAPs' configuration changes.
+// The messages to the client manager that a change of the VAPs' configuration requires.
 #ifndef APD_VAP_CHANGES_H
 #define APD_VAP_CHANGES_H
 
@@ -10,8 +10,8 @@
 namespace apd {
 
 struct vap_changes {
-    std::vector<std::string> updated;  // interfaces of the VAPs that are new or differ, in the new order
-    bool reload = false;               // none is updated, but VAPs are gone or stand in another order
+    std::vector<std::string> updated;  // interfaces of new and changed VAPs, in the new order
+    bool reload = false;               // `updated` is empty, but VAPs were removed or reordered
 
     bool operator==(const vap_changes &) const = default;
 };

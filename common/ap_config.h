@@ -20,7 +20,7 @@
 //   radius_index = 0                   # optional, 0 .. 2^32 - 1, like the two below
 //   mac_acl_index = 0
 //   radius_acl_type = 0
-//   bssid = "02:00:00:00:10:01"        # optional: the address that the lab's radio gives the interface
+//   bssid = "02:00:00:00:10:01"        # optional; only the lab's radio reads it: the BSSID of the VAP
 #ifndef COMMON_AP_CONFIG_H
 #define COMMON_AP_CONFIG_H
 
@@ -38,7 +38,7 @@ namespace kx {
 struct controller_config {
     std::string address;
     std::uint16_t port = 0;
-    std::string ca, certificate, key;  // paths, made absolute with the configuration file's directory
+    std::string ca, certificate, key;  // absolute paths
 };
 
 struct vap_config {
@@ -57,13 +57,13 @@ struct vap_config {
 struct ap_config {
     mac_address mac{};
     controller_config controller;
-    std::vector<vap_config> vaps;  // at most 255, interface names all different
+    std::vector<vap_config> vaps;  // at most 255, each with another interface name
 };
 
-// The [[vap]] tables, which a file may call otherwise: at most `most`. Throws config_error.
+// Reads an array of VAP tables, at most `most`. Its key is "vap" in the configuration file. Throws config_error.
 std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, std::size_t most);
 
-// Reads and checks the whole file; an unknown key is an error as well. Throws config_error.
+// Reads and checks the whole file. An unknown key is an error. Throws config_error.
 ap_config load_ap_config(const std::string &file);
 
 }  // namespace kx

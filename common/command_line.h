@@ -1,4 +1,4 @@
-// How every program of the lab ends when its command line says so.
+// The command line of the lab's programs.
 #ifndef COMMON_COMMAND_LINE_H
 #define COMMON_COMMAND_LINE_H
 
@@ -9,8 +9,8 @@
 
 namespace kx {
 
-// The exit status when the program is to end at once: 0 after --help or --version, EX_USAGE when the command line is
-// wrong, which standard error then says. None when it is to run.
+// Returns the exit status when the program is to exit at once: 0 after --help or --version, EX_USAGE after an error,
+// which is written to standard error. Returns none when the program is to run.
 inline std::optional<int> parse_command_line(CLI::App &options, int argc, char **argv) {
     try {
         options.parse(argc, argv);

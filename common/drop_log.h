@@ -1,4 +1,4 @@
-// Lines in the system log about dropped local messages.
+// Reports dropped local messages in the system log.
 #ifndef COMMON_DROP_LOG_H
 #define COMMON_DROP_LOG_H
 
@@ -8,8 +8,8 @@ namespace kx {
 
 struct ipc_datagram;
 
-// Writes a bounded number of lines in any period: whoever floods an endpoint does not flood the log. The first line
-// after a period that was cut short says how many are missing.
+// Writes at most 10 lines in 10 s, so that a flood of bad messages does not flood the log. The first line after that
+// says how many drops were not reported.
 class drop_log {
 public:
     void write(const ipc_datagram &datagram);

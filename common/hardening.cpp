@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// Set by the linker: where the program's own variables, the tables among them, begin and end (end(3)).
+// Set by the linker, see end(3): the limits of the program's own variables, which include the daemon's tables.
 extern "C" {
 extern char __data_start[];  // NOLINT(bugprone-reserved-identifier)
 extern char end[];
@@ -31,7 +31,7 @@ pages own_variables() {
     return {first, (size + page - 1) / page * page};
 }
 
-// Asks the kernel: a capability that counts in a namespace alone does not lift the limit.
+// Asks the kernel, since a capability that is limited to a user namespace does not lift the limit.
 bool may_exceed(rlim_t limit) {
     auto size = static_cast<std::size_t>(limit) + static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void *probe = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -43,8 +43,8 @@ bool may_exceed(rlim_t limit) {
     return locked;
 }
 
-// Everything, whatever is mapped later included, is locked only where nothing can exceed the limit: a stack that
-// reaches it kills the process. Pages are locked when they are used: memory that is never touched stays unused.
+// All memory, including what is mapped later, is locked only without a limit: a stack that reaches the limit kills the
+// process. MLOCK_ONFAULT locks a page when it is first used, so that memory which is never touched takes no room.
 void lock_memory() {
     rlimit limit{};
     getrlimit(RLIMIT_MEMLOCK, &limit);

@@ -1,6 +1,7 @@
 #include "common/ipc_endpoint.h"
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,8 +44,8 @@ private:
     int fd_;
 };
 
-// Excludes other processes from looking at, removing and binding names in `directory` for as long as it lives; without
-// it, two starting processes could each find the same dead socket and the second would remove the first one's.
+// While it lives, no other process checks, removes or binds names in `directory`. Otherwise two processes that start
+// could find the same dead socket, and the second would remove the new socket of the first.
 class directory_lock {
 public:
     explicit directory_lock(const std::string &directory)
@@ -78,7 +79,7 @@ void remove_dead_socket(const ipc_address &address, const std::string &path) {
     if (connect(probe.get(), address.get(), address.length) == 0) {
         fail_taken(path);
     }
-    // Any other error, such as another type of socket, shows that somebody lives there.
+    // Any other error, such as that of another socket type, means a live process.
     if (errno == ENOENT) {
         fail(EAGAIN, path);
     }
@@ -95,8 +96,8 @@ const char *find_fault(const msghdr &message, const ipc_datagram &datagram, cons
     if (sender == nullptr) {
         return "sender unknown";
     }
-    static const uid_t own_user = geteuid();
-    if (sender->uid != 0 && sender->uid != own_user) {
+    // The user that the process was started as: no system call for each message.
+    if (sender->uid != 0 && sender->uid != getauxval(AT_EUID)) {
         return "sender not permitted";
     }
     if ((message.msg_flags & MSG_TRUNC) != 0) {
@@ -113,7 +114,7 @@ const char *find_fault(const msghdr &message, const ipc_datagram &datagram, cons
     return nullptr;
 }
 
-// The credentials of the sender, in `message`'s control data, or null.
+// The sender's credentials in the control data of `message`, or null.
 const ucred *find_credentials(msghdr &message) {
     for (cmsghdr *control = CMSG_FIRSTHDR(&message); control != nullptr; control = CMSG_NXTHDR(&message, control)) {
         if (control->cmsg_level == SOL_SOCKET && control->cmsg_type == SCM_CREDENTIALS) {
@@ -150,7 +151,7 @@ int open_ipc_endpoint(const std::string &path) {
 
     unique_fd fd = make_socket(path);
     int on = 1;
-    // The mode of an unbound socket is that of the file that bind makes.
+    // bind gives its file the mode of the unbound socket.
     if (setsockopt(fd.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) != 0 ||
         fchmod(fd.get(), S_IRUSR | S_IWUSR) != 0) {
         fail(errno, path);
@@ -165,7 +166,7 @@ int open_ipc_endpoint(const std::string &path) {
 
 bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &datagram) {
     iovec data{buffer.data(), buffer.size()};
-    // Room for the credentials alone, which come first: descriptors that a sender adds are never installed.
+    // Room for the credentials alone, which come first. The kernel then installs no descriptors that a sender adds.
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
     msghdr message{};
     message.msg_name = &datagram.sender.name;

@@ -1,4 +1,5 @@
-// The sockets of local IPC, as the daemon (kx_ipc.cpp) and all other processes (local_ipc.cpp) use them.
+// The sockets of local IPC, for the daemon's port (platform/linux/kx_ipc.cpp) and for other processes
+// (common/local_ipc.cpp).
 #ifndef COMMON_IPC_ENDPOINT_H
 #define COMMON_IPC_ENDPOINT_H
 
@@ -19,7 +20,7 @@ struct ipc_address {
     socklen_t length = 0;
 
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&name); }
-    // File system path; empty for an unnamed or abstract socket.
+    // The file system path, empty for an unnamed or abstract socket.
     std::string_view path() const;
     bool is_named() const { return length > sizeof(sa_family_t); }
 };
@@ -27,22 +28,22 @@ struct ipc_address {
 // Throws std::system_error when the path is too long for a socket's name.
 ipc_address make_ipc_address(const std::string &path);
 
-// A non-blocking datagram socket bound to `path`, for the owner alone, that learns each sender's credentials. Makes the
-// directory when it is missing and takes over a socket file that a dead process left behind. Throws std::system_error,
-// with EADDRINUSE when a live process holds the path.
+// Returns a non-blocking datagram socket bound to `path` that receives each sender's credentials. The caller closes it.
+// Its file is accessible to the owner alone. Makes missing directories and replaces the socket file of a dead process.
+// Throws std::system_error, with EADDRINUSE when a live process uses the path.
 int open_ipc_endpoint(const std::string &path);
 
-// What arrived in one datagram.
+// A received datagram.
 struct ipc_datagram {
-    std::size_t size = 0;         // bytes that lie in the buffer
-    const char *fault = nullptr;  // why it must be dropped, null for a well-formed message of a trusted sender
+    std::size_t size = 0;         // bytes in the buffer
+    const char *fault = nullptr;  // why it must be dropped; null: a well-formed message of a trusted sender
     ipc_address sender;
     uid_t uid = 0;
     pid_t pid = 0;
 };
 
-// Receives one datagram. It is well-formed when it is at least a header, fits `buffer` and is as long as its len word
-// says; trusted senders are root and this process's own user. False when nothing waits.
+// Receives one datagram. A well-formed one has a header, fits `buffer` and is as long as its len word says. Trusted
+// senders are root and the user that this process was started as. Returns false when no datagram waits.
 bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &datagram);
 
 // One line about a dropped datagram.

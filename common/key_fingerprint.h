@@ -1,4 +1,4 @@
-// How the lab shows a key: by a text that is the same for the same key, and of no other use.
+// A text that identifies a key without revealing it.
 #ifndef COMMON_KEY_FINGERPRINT_H
 #define COMMON_KEY_FINGERPRINT_H
 

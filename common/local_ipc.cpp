@@ -18,10 +18,13 @@ namespace kx {
 
 namespace {
 
-// Datagrams that one receive() drops before it gives the caller's other work a turn.
+// Datagrams that one receive() drops before it returns to the caller's other work.
 constexpr int drops_per_call = 64;
 
-// A sender's path lies below root() already.
+// The number in the name of the next anonymous socket of this process.
+constinit std::atomic<unsigned> next_anonymous{0};
+
+// The path of a sender is below root() already.
 std::string file_of(std::string_view endpoint) {
     return endpoint.starts_with(place("/kx/")) ? std::string(endpoint) : place(endpoint);
 }
@@ -48,8 +51,7 @@ ipc_socket ipc_socket::open(std::string_view platform_path) {
 }
 
 ipc_socket ipc_socket::anonymous() {
-    static std::atomic<unsigned> count{0};
-    std::string path = place("/kx/ipc/anonymous." + std::to_string(getpid()) + "." + std::to_string(count++));
+    std::string path = place("/kx/ipc/anonymous." + std::to_string(getpid()) + "." + std::to_string(next_anonymous++));
     return {open_ipc_endpoint(path), path};
 }
 
@@ -69,7 +71,7 @@ ipc_socket &ipc_socket::operator=(ipc_socket &&other) noexcept {
 
 ipc_socket::~ipc_socket() {
     if (fd_ >= 0) {
-        // While the socket lives nobody else takes the path over, so it is still this one's.
+        // No other process replaces the file while this socket is open.
         unlink(path_.c_str());
         close(fd_);
     }

@@ -1,5 +1,5 @@
-// Local IPC as every process but the daemon uses it: datagrams of kx_ipc.h's header and payload over AF_UNIX sockets
-// below $KX_ROOT. Single-threaded; nothing here blocks.
+// Local IPC (wire/local_ipc.h) for every process but the daemon: AF_UNIX datagram sockets below $KX_ROOT.
+// Single-threaded; nothing here blocks.
 #ifndef COMMON_LOCAL_IPC_H
 #define COMMON_LOCAL_IPC_H
 
@@ -25,32 +25,32 @@ struct ipc_message {
 
 enum class ipc_result {
     sent,
-    full,    // the peer's queue is full: wait until fd() is writable, or for a moment, and try again
-    absent,  // no such endpoint, or nobody reads it
+    full,    // the queue of the peer is full; try again later
+    absent,  // there is no such endpoint, or no process reads it
 };
 
 class ipc_socket {
 public:
-    // Opens the endpoint `platform_path` ("/kx/ipc/captive_app"); takes over a path that a dead process left behind,
-    // and throws std::system_error when a live one holds it.
+    // Opens the endpoint `platform_path` ("/kx/ipc/captive_app") and replaces the socket of a dead process. Throws
+    // std::system_error, with EADDRINUSE when a live process uses the path.
     static ipc_socket open(std::string_view platform_path);
-    // A socket under a name of its own, for sending and for receiving answers; its path is removed on destruction.
+    // A socket with a unique name, for sending and for receiving answers. Throws std::system_error.
     static ipc_socket anonymous();
 
     ipc_socket(ipc_socket &&other) noexcept;
     ipc_socket &operator=(ipc_socket &&other) noexcept;
-    ~ipc_socket();
+    ~ipc_socket();  // removes the path
 
     int fd() const { return fd_; }
 
-    // Sends one message to `endpoint`, a platform path or, as ipc_message::sender gives it, a file system path below
-    // root(). Throws std::length_error when header and payload exceed ipc_message_max, std::system_error on an error
-    // that is neither `full` nor `absent`.
+    // Sends one message to `endpoint`: a platform path, or a file system path below root(), such as
+    // ipc_message::sender. Throws std::length_error when header and payload exceed ipc_message_max, std::system_error
+    // on any error that is neither `full` nor `absent`.
     ipc_result send(std::string_view endpoint, std::uint32_t id, std::uint32_t flags,
                     std::span<const std::uint8_t> payload);
 
-    // The next well-formed message from root or this process's own user; none when nothing waits. Others are dropped
-    // and handed to `on_dropped` (or, without one, to the system log) as one line that says why.
+    // The next well-formed message from root or this process's own user; none when no message waits. Each other message
+    // is dropped and reported in one line, to `on_dropped` or, when that is empty, to the system log.
     std::optional<ipc_message> receive();
 
     std::function<void(const std::string &)> on_dropped;

@@ -1,4 +1,4 @@
-// MAC addresses from and to text, as files and people write them.
+// MAC addresses from and to text.
 #ifndef COMMON_MAC_ADDRESS_H
 #define COMMON_MAC_ADDRESS_H
 
@@ -12,7 +12,7 @@ namespace kx {
 
 using ::mac_address;
 
-// Twelve hexadecimal digits, in pairs that ':' may separate; none when `text` is anything else.
+// Reads twelve hexadecimal digits, in pairs that ':' may separate. None when `text` is anything else.
 std::optional<mac_address> parse_mac(std::string_view text);
 // "02:00:00:00:10:00"
 std::string format_mac(const mac_address &mac);

@@ -1,4 +1,4 @@
-// A queue of packets in a fixed room. What leaves it leaves nothing behind: packets may hold keys.
+// A queue of packets in a buffer of fixed size. It erases packets that leave it, because they may hold keys.
 #ifndef COMMON_PACKET_RING_H
 #define COMMON_PACKET_RING_H
 
@@ -16,9 +16,9 @@ namespace kx {
 
 class packet_ring {
 public:
-    static constexpr std::size_t overhead = sizeof(be32);  // of each packet, for its length
+    static constexpr std::size_t overhead = sizeof(be32);  // bytes of each packet's length
 
-    // `room` is the caller's and outlives the queue.
+    // `room` belongs to the caller and outlives the queue.
     constexpr explicit packet_ring(std::span<std::uint8_t> room) : room_(room) {}
 
     // Appends the packet whose bytes are `head` and `body`. False, and nothing is queued, when it does not fit.
@@ -37,10 +37,10 @@ public:
     }
 
     std::size_t packets() const { return packets_; }
-    // Of all packets together.
+    // Of all packets together, without overhead.
     std::size_t bytes() const { return used_ - packets_ * overhead; }
 
-    // The bytes of the oldest packet, which there must be, in two pieces.
+    // The bytes of the oldest packet in two pieces. The queue is not empty.
     std::array<iovec, 2> front() {
         std::size_t at = (start_ + overhead) % room_.size();
         std::size_t size = front_size();

@@ -1,4 +1,4 @@
-// Where the platform's own paths lie on this machine.
+// Paths of the platform on this machine.
 #ifndef COMMON_PATHS_H
 #define COMMON_PATHS_H
 
@@ -10,21 +10,20 @@ namespace kx {
 // $KX_ROOT, or "/run/kx" when it is not set or empty; without a trailing '/'.
 std::string root();
 
-// The place of a platform path such as "/kx/ipc/client_mgr" below root().
+// The file system path of a platform path such as "/kx/ipc/client_mgr": below root().
 std::string place(std::string_view platform_path);
 
 // $KX_CONFIG, or "ap.toml" below root().
 std::string config_file();
 
-// Makes the directory `path` and its missing parents, each for the owner alone (0700).
-// Throws std::system_error that names the directory.
+// Makes the directory `path` and its missing parents with mode 0700. Throws std::system_error that names the directory.
 void make_private_directories(const std::string &path);
 
 inline constexpr std::string_view endpoint_client_mgr = "/kx/ipc/client_mgr";
 inline constexpr std::string_view endpoint_captive_app = "/kx/ipc/captive_app";
 inline constexpr std::string_view endpoint_hostapd = "/kx/ipc/hostapd";
 inline constexpr std::string_view endpoint_sysmon = "/kx/ipc/sysmon";
-// A SOCK_SEQPACKET listener of apd: one packet from the daemon is one message for the controller.
+// A SOCK_SEQPACKET listener of apd, see wire/apcomm_channel.h.
 inline constexpr std::string_view endpoint_apcomm = "/kx/ipc/apcomm";
 
 }  // namespace kx

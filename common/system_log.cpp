@@ -10,16 +10,18 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/ipc_endpoint.h"
+
 namespace kx {
 
 namespace {
 
 constexpr std::size_t line_max = 1024;
 
-// Returns how many characters it put there, less than `line_max`.
+// Writes less than `line_max` characters, without a NUL counted, and returns their number.
 std::size_t put_text(char *out, const char *format, va_list arguments) {
     if (std::strcmp(format, "%s") == 0) {
-        // All lines of the daemon come ready.
+        // All lines of the daemon are complete texts.
         const char *text = va_arg(arguments, const char *);
         std::size_t size = strnlen(text, line_max - 1);
         std::memcpy(out, text, size);
@@ -30,8 +32,6 @@ std::size_t put_text(char *out, const char *format, va_list arguments) {
 }
 
 }  // namespace
-
-system_log::system_log(const std::string &path) : address_(make_ipc_address(path)) {}
 
 system_log::~system_log() {
     if (fd_ >= 0) {
@@ -56,7 +56,7 @@ bool system_log::send_line(int priority, const char *format, ...) {
     return sent;
 }
 
-// The line as libc's syslog sends it.
+// The line has the format of libc's syslog.
 bool system_log::vsend_line(int priority, const char *format, va_list arguments) {
     std::array<char, line_max + 128> line;
     char *end = line.data();
@@ -81,8 +81,9 @@ bool system_log::send_bytes(const char *line, std::size_t size) {
             return false;
         }
     }
-    // A system log that was restarted has another socket at the same path.
-    connected_ = connect(fd_, address_.get(), address_.length) == 0;
+    // After a restart the system log has another socket at the same path.
+    const ipc_address address = make_ipc_address(path_);
+    connected_ = connect(fd_, address.get(), address.length) == 0;
     return connected_ && send(fd_, line, size, MSG_NOSIGNAL) >= 0;
 }
 

@@ -1,5 +1,4 @@
-// Lines for the system log that never make the daemon wait: libc's own syslog blocks in its send for as long as the
-// system log does not read.
+// Lines for the system log, sent without blocking. libc's syslog blocks for as long as the system log does not read.
 #ifndef COMMON_SYSTEM_LOG_H
 #define COMMON_SYSTEM_LOG_H
 
@@ -7,23 +6,21 @@
 #include <cstdarg>
 #include <cstddef>
 #include <ctime>
-#include <string>
 #include <string_view>
-
-#include "common/ipc_endpoint.h"
 
 namespace kx {
 
 class system_log {
 public:
-    // The datagram socket that the system log reads, "/dev/log". Throws std::system_error when the path is too long.
-    explicit system_log(const std::string &path);
+    // `path` names the datagram socket of the system log, "/dev/log", and outlives the object.
+    constexpr explicit system_log(const char *path) : path_(path) {}
     ~system_log();
     system_log(const system_log &) = delete;
     system_log &operator=(const system_log &) = delete;
 
-    // As vsyslog, with the facility in `priority`; one line, cut after 1 KiB. A line that nobody takes now is dropped;
-    // how many were is said ahead of the next one that gets through.
+    // Like vsyslog, with the facility in `priority`. Sends one line of at most 1 KiB; the rest of a longer one is cut
+    // off. A line that cannot be sent at once is dropped. The next line that is sent is preceded by one with the number
+    // of dropped lines. Throws std::system_error when the path is too long for a socket's name.
     void write(int priority, const char *format, va_list arguments);
 
 private:
@@ -32,7 +29,7 @@ private:
     bool send_bytes(const char *line, std::size_t size);
     std::string_view line_head();
 
-    ipc_address address_;
+    const char *path_;
     int fd_ = -1;
     bool connected_ = false;
     unsigned long dropped_ = 0;

@@ -17,7 +17,7 @@ namespace kx {
 namespace {
 
 std::string read_file(const std::string &file, std::string_view purpose, std::size_t max_mib) {
-    // Not blocking: the name may be that of a pipe.
+    // O_NONBLOCK: opening a pipe would wait for a writer.
     int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         throw config_error(file + ": " + std::strerror(errno) + "; " + std::string(purpose) + " was expected here");
@@ -89,17 +89,19 @@ struct toml_table::place {
         return {file, std::string(key), root, &inner};
     }
 
-    // The elements of an array; none when the key is missing.
-    const toml::array &array(std::string_view key, std::string_view expected) const {
-        static const toml::array none;
+    // Calls `use` with each element of an array. A missing key has no elements.
+    template <typename Function>
+    void for_each(std::string_view key, std::string_view expected, Function use) const {
         const toml::node *node = table->get(key);
         if (node == nullptr) {
-            return none;
+            return;
         }
         if (!node->is_array()) {
             fail_expected(*node, key, expected);
         }
-        return *node->as_array();
+        for (const toml::node &each : *node->as_array()) {
+            use(each);
+        }
     }
 };
 
@@ -194,25 +196,25 @@ mac_address toml_table::mac(std::string_view key) const {
 
 std::vector<mac_address> toml_table::macs(std::string_view key) const {
     std::vector<mac_address> result;
-    for (const toml::node &each : at_->array(key, "an array of MAC addresses")) {
+    at_->for_each(key, "an array of MAC addresses", [&](const toml::node &each) {
         const std::optional<mac_address> address = as_mac(each);
         if (!address) {
             at_->fail_expected(each, key, mac_expected);
         }
         result.push_back(*address);
-    }
+    });
     return result;
 }
 
 std::vector<toml_table> toml_table::tables(std::string_view key) const {
     const std::string expected = "an array of tables, each [[" + std::string(key) + "]] or {...}";
     std::vector<toml_table> result;
-    for (const toml::node &each : at_->array(key, expected)) {
+    at_->for_each(key, expected, [&](const toml::node &each) {
         if (!each.is_table()) {
             at_->fail_expected(each, key, "a table");
         }
         result.push_back(toml_table(at_->inside(key, *each.as_table())));
-    }
+    });
     return result;
 }
 

@@ -1,4 +1,4 @@
-// A TOML file, read with errors that name the file, the line and the key.
+// Reads TOML files. Errors name the file, the line and the key.
 #ifndef COMMON_TOML_TABLE_H
 #define COMMON_TOML_TABLE_H
 
@@ -15,20 +15,21 @@
 
 namespace kx {
 
-// what(): "<file>:<line>: <table>.<key>: <what was expected>", without the table at the file's top, without line and
-// key when the file cannot be read.
+// what(): "<file>:<line>: <table>.<key>: <what was expected>". Without the table for a key at the top of the file, and
+// without line and key when the file cannot be read.
 struct config_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// One table of a file that was read whole; copies share it. Everything throws config_error when a value is missing, of
-// another type or beyond its limits, which are inclusive.
+// One table of a file that has been read whole. Copies share the file. Every function throws config_error when a value
+// is missing, has another type or exceeds its limits, which are inclusive.
 class toml_table {
 public:
-    // The file's top. A regular file of at most `max_mib` MiB; `purpose` is what the error calls one that is not there.
+    // Reads a regular file of at most `max_mib` MiB and returns its top table. `purpose` describes the file in the
+    // error when it does not exist.
     static toml_table read(const std::string &file, std::string_view purpose, std::size_t max_mib);
 
-    // About the key's value, or about the table when it has no such key.
+    // Throws config_error about the value of the key, or about the table when it has no such key.
     [[noreturn]] void fail(std::string_view key, std::string_view what) const;
     [[noreturn]] void fail(std::string_view what) const;
 

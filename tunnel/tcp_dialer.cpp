@@ -39,7 +39,7 @@ void tcp_dialer::start_resolving() {
     resolution_ = task.get_future();
     wakeup_.reset(event_new(base_, fd_, EV_READ, on_resolved, this));
     event_add(wakeup_.get(), nullptr);
-    // getaddrinfo cannot be interrupted: the thread shares nothing with this object and may outlive it.
+    // getaddrinfo cannot be interrupted, so the thread may outlive this object and shares nothing with it.
     try {
         resolver_ = std::thread([task = std::move(task), done = ends[1]]() mutable {
             task();
@@ -91,7 +91,7 @@ void tcp_dialer::on_address(evutil_socket_t, short, void *self_pointer) {
 void tcp_dialer::on_resolved(evutil_socket_t, short, void *self_pointer) {
     auto *self = static_cast<tcp_dialer *>(self_pointer);
     self->drop_fd();
-    self->resolver_.join();  // it has nothing left to do, and the next one gets its stack
+    self->resolver_.join();  // it has ended; the next thread reuses its stack
     resolution found = self->resolution_.get();
     self->addresses_ = std::move(found.addresses);
     self->last_error_ = self->host_ + ": " + found.error;

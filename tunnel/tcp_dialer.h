@@ -15,15 +15,15 @@
 
 namespace kx {
 
-// One attempt: resolves `host`, unless it is an IPv4 address, in a thread of its own to such addresses and tries them
-// in turn. Destruction ends the attempt.
+// One attempt to connect: resolves `host`, unless it is an IPv4 address, in a thread of its own and tries its IPv4
+// addresses in turn. Destruction ends the attempt.
 class tcp_dialer {
 public:
-    // Called once, from the loop, with a connected non-blocking socket that is the callee's, or with -1 and the reason.
-    // The dialer may be destroyed inside.
+    // Called once, from the loop, with a connected non-blocking socket, which the callee closes, or with -1 and the
+    // reason. It may destroy the dialer.
     using result_handler = std::function<void(int fd, const std::string &error)>;
 
-    // Throws std::system_error when the machine lacks the means.
+    // Throws std::system_error when there is no pipe or thread.
     tcp_dialer(event_base *base, std::string host, std::uint16_t port, result_handler handler);
     ~tcp_dialer();
     tcp_dialer(const tcp_dialer &) = delete;
@@ -51,7 +51,7 @@ private:
     result_handler handler_;
     std::thread resolver_;
     std::future<resolution> resolution_;
-    std::vector<in_addr> addresses_;  // those not tried yet, in reverse order
+    std::vector<in_addr> addresses_;  // not tried yet, in reverse order
     std::string last_error_;
     int fd_ = -1;  // of the resolver's pipe, then of the socket
     event_ptr wakeup_;

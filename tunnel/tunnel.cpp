@@ -89,12 +89,12 @@ private:
     enum class phase {
         setup,  // until on_up
         up,
-        closing,  // sending what is queued
-        closed,   // waiting for the peer to close as well
-        ended,    // on_down is called
+        closing,  // sends what is queued
+        closed,   // waits for the peer to close
+        ended,    // on_down has been called
     };
 
-    // Outlives the connection while a callback runs that may have destroyed it.
+    // A running callback keeps this alive when it destroys the connection.
     struct owner {
         callbacks handlers;
         bool gone = false;
@@ -127,12 +127,12 @@ private:
     monotonic::time_point timer_due_;
     std::unique_ptr<tcp_dialer> dialer_;
     bufferevent_ptr buffered_;
-    std::optional<tunnel_queue> queue_;  // since there is buffered_
+    std::optional<tunnel_queue> queue_;  // present with buffered_
     phase phase_ = phase::setup;
     bool accepting_ = false;
     bool reading_ = true;
     bool refused_ = false;
-    std::string pending_end_;  // why the connection is lost, while frames wait to be taken
+    std::string pending_end_;  // why the connection is lost, while received frames are not delivered yet
     monotonic::time_point sent_, heard_;
     std::string peer_name_;
     std::uint32_t peer_ipv4_ = 0;
@@ -200,7 +200,7 @@ void connection::close() {
     }
 }
 
-// TLS's own sign that no byte is missing at the end.
+// Sends TLS's close_notify, by which the peer recognises a complete stream.
 void connection::notify_close() {
     SSL_shutdown(ssl());
     ERR_clear_error();
@@ -226,7 +226,7 @@ void connection::take_frames() {
     evbuffer *input = bufferevent_get_input(buffered_.get());
     heard_ = monotonic::now();
     if (phase_ != phase::setup && phase_ != phase::up) {
-        // Unread bytes would make the kernel reset the connection, and the peer lose the last of what was sent.
+        // With unread bytes the kernel would reset the connection, and the peer would lose what was sent last.
         evbuffer_drain(input, evbuffer_get_length(input));
         return;
     }
@@ -250,7 +250,7 @@ void connection::take_frames() {
     }
 }
 
-// This may be gone afterwards.
+// May destroy the connection.
 void connection::deliver(const tunnel_frame &frame) {
     auto alive = owner_;
     if (phase_ == phase::setup) {
@@ -315,7 +315,7 @@ void connection::time_passed() {
 void connection::keep_alive() {
     auto now = monotonic::now();
     if (now - timer_due_ > options_.ping_after) {
-        heard_ = now;  // this process was stopped: what the peer sent meanwhile is still to be read
+        heard_ = now;  // this process was stopped; frames of the peer may wait in the kernel
     }
     if (reading_ && now - heard_ >= options_.dead_after) {
         end("nothing heard from the peer for " +
@@ -326,7 +326,7 @@ void connection::keep_alive() {
         if (queue_->bytes() == 0) {
             send_keep_alive();
         }
-        sent_ = now;  // a queue that waits for the peer to read needs no keep-alive behind it
+        sent_ = now;  // behind a queue that waits for the peer, a keep-alive is of no use
     }
     auto next = sent_ + options_.ping_after;
     start_timer((reading_ ? std::min(next, heard_ + options_.dead_after) : next) - now);

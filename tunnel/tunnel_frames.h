@@ -1,11 +1,11 @@
-// Frames of the tunnel between an access point and its controller, in a stream of bytes. All words big-endian:
+// Frames in the byte stream of the tunnel between an access point and its controller. Integers are big-endian:
 //
-//   offset  width  field
-//   0       4      destination: 106 for the client manager's messages, 0 for the tunnel's own
-//   4       4      length of the message, at most 16384
-//   8       length message
+//   offset  width   field
+//   0       4       destination: 106 for messages of the client manager, 0 for the tunnel itself
+//   4       4       length of the message, at most 16384
+//   8       length  message
 //
-// A frame of destination 0 is a keep-alive: its message is one byte of value 1.
+// A frame for destination 0 is a keep-alive: its message is one byte of value 1.
 #ifndef TUNNEL_TUNNEL_FRAMES_H
 #define TUNNEL_TUNNEL_FRAMES_H
 
@@ -37,23 +37,24 @@ struct tunnel_frame {
 enum class frame_state : std::uint8_t {
     taken,
     partial,  // no whole frame is there yet
-    bad,      // what is there is no frame, and neither is anything that follows
+    bad,      // the bytes are not a frame; the stream is unusable from here on
 };
 
-// Moves the first frame of `input` to `frame`. When it is bad, `fault` says what is wrong.
+// Moves the first frame of `input` to `frame`. After `bad`, `fault` describes the error.
 frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string &fault);
 
-// What stands before a message of `length` bytes.
+// The header of a message of `length` bytes.
 std::array<std::uint8_t, tunnel_header_size> make_tunnel_header(std::uint32_t destination, std::size_t length);
 
 // Appends a frame to `output`. `message` is no longer than tunnel_message_max.
 void put_tunnel_frame(evbuffer *output, std::uint32_t destination, std::span<const std::uint8_t> message);
 
-// The frames in a queue of bytes, oldest first, so that those which were never sent can be counted.
+// Counts the frames in a queue of bytes, so that those that were never sent can be reported.
 class frame_counter {
 public:
+    // A frame of `size` bytes was appended to the queue.
     void add(std::size_t size);
-    // How many frames lie, whole or in part, in the `waiting` last bytes of the queue.
+    // The number of frames that are, whole or in part, in the last `waiting` bytes of the queue.
     std::size_t count(std::size_t waiting);
 
 private:

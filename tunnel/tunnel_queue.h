@@ -1,4 +1,4 @@
-// The frames that one end of a tunnel has yet to send.
+// The frames that one end of a tunnel has not sent yet.
 #ifndef TUNNEL_TUNNEL_QUEUE_H
 #define TUNNEL_TUNNEL_QUEUE_H
 
@@ -11,10 +11,10 @@
 
 namespace kx {
 
-// The first of them lie in the connection's output, where TLS takes them from, those behind them in a backlog.
+// The first frames are in the output buffer of the connection, from which TLS sends; the others are in a backlog.
 class tunnel_queue {
 public:
-    // The output is refilled when it holds no more than this, the longest record of TLS: RFC 8446, 5.1.
+    // Bytes. The output is refilled when it holds no more than the longest record of TLS (RFC 8446, 5.1).
     static constexpr std::size_t output_low = 16384;
 
     // Has room for `max` bytes of frames. `output` outlives the queue.
@@ -22,11 +22,11 @@ public:
 
     // False, and nothing is queued, when there is no room. `message` is no longer than tunnel_message_max.
     bool push(std::uint32_t destination, std::span<const std::uint8_t> message);
-    // Does not count as one of the messages.
+    // A keep-alive does not count as a message.
     void push_keep_alive();
-    // Refills the output; to be called when it has shrunk.
+    // To be called when the output has shrunk.
     void refill();
-    // Of all frames, what is left of the first included.
+    // Of all frames, including the rest of a frame that is partly sent.
     std::size_t bytes() const { return output_bytes() + waiting_.bytes(); }
     std::size_t count_messages();
 

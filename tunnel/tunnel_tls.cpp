@@ -13,7 +13,7 @@ namespace kx {
 
 namespace {
 
-// The earliest entry of OpenSSL's error queue is the cause, those after it are its consequences.
+// The first entry in OpenSSL's error queue is the cause; later ones are its consequences.
 [[noreturn]] void fail(const std::string &file, const std::string &what) {
     unsigned long error = ERR_get_error();
     ERR_clear_error();
@@ -38,10 +38,10 @@ std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::stri
     SSL_CTX_set_min_proto_version(tls, TLS1_3_VERSION);
     SSL_CTX_set_max_proto_version(tls, TLS1_3_VERSION);
     SSL_CTX_set_verify(tls, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-    // Connections last for days: resumption would save nothing.
+    // Connections last for days, so resumption would save nothing.
     SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(tls, 0);
-    // Messages may hold keys, which OpenSSL shall not keep until others have taken their place.
+    // Messages may hold keys. OpenSSL would keep them in its buffer until it reads the next record.
     SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
 
     if (SSL_CTX_load_verify_file(tls, ca.c_str()) != 1) {

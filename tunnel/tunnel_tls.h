@@ -1,4 +1,4 @@
-// What a tunnel asks of OpenSSL about one connection. Throws std::bad_alloc when there is no memory.
+// OpenSSL for one connection of a tunnel. Every function throws std::bad_alloc when there is no memory.
 #ifndef TUNNEL_TUNNEL_TLS_H
 #define TUNNEL_TUNNEL_TLS_H
 
@@ -16,10 +16,10 @@ using ssl_ptr = std::unique_ptr<SSL, ssl_deleter>;
 
 ssl_ptr make_ssl(SSL_CTX *tls);
 
-// Has OpenSSL check that the peer's certificate is valid for `host`, an address or a name.
+// Makes OpenSSL check that the peer's certificate is valid for `host`, an address or a name.
 void require_host(SSL *ssl, const std::string &host);
 
-// Of the peer's certificate, as UTF-8; empty when there is none.
+// The common name in the peer's certificate, in UTF-8. Empty when there is none.
 std::string common_name_of_peer(const SSL *ssl);
 
 }  // namespace kx

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Copies into a NUL-padded field, which load_ap_config has made sure is long enough.
+// Copies into a NUL-padded field. load_ap_config() has checked that the text fits.
 template <std::size_t size>
 void copy_text(char (&field)[size], const std::string &text) {
     std::memset(field, 0, size);

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -22,25 +23,22 @@ namespace kx {
 namespace {
 
 constexpr timeval reply_wait{0, 250'000};
-constexpr std::size_t mac_size = 6;
 
-// Room for a request and for one link's answer. One thread, one call at a time.
-alignas(nlmsghdr) std::array<char, 16384> buffer;
-
-class route_socket {
+// The kernel's route netlink: one request at a time.
+class route_netlink {
 public:
-    route_socket() : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC)) {
-        if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
-            error_ = errno;
-            return;
-        }
-        setsockopt(mnl_socket_get_fd(socket_), SOL_SOCKET, SO_RCVTIMEO, &reply_wait, sizeof(reply_wait));
+    // An empty request of that type, valid until the next one. The caller adds its body.
+    nlmsghdr *make_request(std::uint16_t type, unsigned flags) {
+        nlmsghdr *request = mnl_nlmsg_put_header(buffer_.data());
+        request->nlmsg_type = type;
+        request->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
+        return request;
     }
 
-    // Sends the request in `buffer` and hands the kernel's answer to `callback`; an acknowledgement has none.
+    // Sends the request and calls `callback` with the kernel's answer; an acknowledgement is not an answer.
     // Returns 0 or an errno.
     int call(nlmsghdr *request, mnl_cb_t callback, void *context) {
-        if (error_ != 0) {
+        if (!open()) {
             return error_;
         }
         request->nlmsg_seq = ++sequence_;
@@ -49,27 +47,39 @@ public:
         }
         ssize_t size = 0;
         do {
-            size = mnl_socket_recvfrom(socket_, buffer.data(), buffer.size());
+            size = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
             if (size < 0) {
                 return errno == EAGAIN ? ETIMEDOUT : errno;
             }
-            // Another number is that of a call given up before.
-        } while (reinterpret_cast<const nlmsghdr *>(buffer.data())->nlmsg_seq != sequence_);
-        int result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), sequence_,
+            // Another sequence number belongs to a call that timed out.
+        } while (reinterpret_cast<const nlmsghdr *>(buffer_.data())->nlmsg_seq != sequence_);
+        int result = mnl_cb_run(buffer_.data(), static_cast<std::size_t>(size), sequence_,
                                 mnl_socket_get_portid(socket_), callback, context);
         return result < 0 ? errno : 0;
     }
 
 private:
-    mnl_socket *socket_;
+    // Tries once. False, and error_ is set, when there is no netlink.
+    bool open() {
+        if (socket_ != nullptr || error_ != 0) {
+            return error_ == 0;
+        }
+        socket_ = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
+        if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
+            error_ = errno;
+            return false;
+        }
+        setsockopt(mnl_socket_get_fd(socket_), SOL_SOCKET, SO_RCVTIMEO, &reply_wait, sizeof(reply_wait));
+        return true;
+    }
+
+    mnl_socket *socket_ = nullptr;
     int error_ = 0;
     unsigned sequence_ = 0;
+    alignas(nlmsghdr) std::array<char, 16384> buffer_{};  // a request, or the answer about one link
 };
 
-int call_kernel(nlmsghdr *request, mnl_cb_t callback = nullptr, void *context = nullptr) {
-    static route_socket socket;
-    return socket.call(request, callback, context);
-}
+constinit route_netlink kernel;
 
 struct link {
     int index = 0;
@@ -85,7 +95,7 @@ int read_bridge_attribute(const nlattr *attribute, void *context) {
     return MNL_CB_OK;
 }
 
-// The kind comes first; it decides what the data mean.
+// The kind comes first. It decides how the data are read.
 int read_link_info(const nlattr *attribute, void *context) {
     auto &found = *static_cast<link *>(context);
     if (mnl_attr_get_type(attribute) == IFLA_INFO_KIND) {
@@ -113,22 +123,20 @@ int read_link(const nlmsghdr *message, void *context) {
     return mnl_attr_parse(message, sizeof(ifinfomsg), read_link_attribute, context);
 }
 
-// By name, or by index when `ifname` is null. Returns 0 or an errno. Unlike the ioctls that take a name, it has no
-// module loaded for an interface that is not there.
+// Finds a link by name, or by index when `ifname` is null. Returns 0 or an errno. The ioctls that do this by name make
+// the kernel load a module for an interface that does not exist; netlink does not.
 int get_link(const char *ifname, int index, link &found) {
-    nlmsghdr *request = mnl_nlmsg_put_header(buffer.data());
-    request->nlmsg_type = RTM_GETLINK;
-    request->nlmsg_flags = NLM_F_REQUEST;
+    nlmsghdr *request = kernel.make_request(RTM_GETLINK, 0);
     auto *body = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
     body->ifi_family = AF_UNSPEC;
     body->ifi_index = index;
     if (ifname != nullptr) {
         mnl_attr_put_strz(request, IFLA_IFNAME, ifname);
     }
-    return call_kernel(request, read_link, &found);
+    return kernel.call(request, read_link, &found);
 }
 
-// What the kernel said about an interface.
+// An interface as the kernel described it.
 struct known_port {
     char ifname[IFNAMSIZ] = {};
     int error = 0;
@@ -153,96 +161,90 @@ known_port ask_kernel(const char *ifname) {
     return known;
 }
 
-// What is known of ports, until a link of this machine is made, changed or deleted: the kernel tells the event loop, so
-// that nothing has to be asked for each client.
+// Keeps the kernel's answers about ports until a link of this machine is made, changed or deleted, so that not every
+// client costs a question. The event loop learns of such changes from the kernel.
 class known_ports {
 public:
-    known_ports() : fd_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
-        sockaddr_nl address{};
-        address.nl_family = AF_NETLINK;
-        address.nl_groups = RTMGRP_LINK;
-        auto link_changed = [](evutil_socket_t, short, void *self) { static_cast<known_ports *>(self)->forget(); };
-        watching_ = process_event_base() != nullptr &&
-                    bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-                    event_assign(&news_, process_event_base(), fd_, EV_READ | EV_PERSIST, link_changed, this) == 0 &&
-                    event_add(&news_, nullptr) == 0;
-    }
-
-    const known_port *find(const char *ifname) const {
-        for (const known_port &each : ports_) {
-            if (std::strncmp(each.ifname, ifname, sizeof(each.ifname) - 1) == 0) {
-                return &each;
-            }
+    known_port find(const char *ifname) {
+        watch_links();
+        auto known = std::ranges::find_if(ports_, [ifname](const known_port &each) {
+            return std::strncmp(each.ifname, ifname, sizeof(each.ifname) - 1) == 0;
+        });
+        if (known != ports_.end()) {
+            return *known;
         }
-        return nullptr;
-    }
-
-    void add(const known_port &port) {
-        if (watching_) {
-            ports_[next_] = port;
+        known_port found = ask_kernel(ifname);
+        bool lasts = found.error == 0 || found.error == ENODEV || found.error == ENOTCONN;
+        if (lasts && watching_) {
+            ports_[next_] = found;
             next_ = (next_ + 1) % ports_.size();
         }
+        return found;
     }
 
 private:
+    // Tries once. Without the kernel's notifications nothing is kept.
+    void watch_links() {
+        if (tried_ || process_event_base() == nullptr) {
+            return;
+        }
+        tried_ = true;
+        fd_ = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+        sockaddr_nl address{};
+        address.nl_family = AF_NETLINK;
+        address.nl_groups = RTMGRP_LINK;
+        auto link_changed = [](int, short, void *self) { static_cast<known_ports *>(self)->forget(); };
+        watching_ = bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+                    event_assign(&changes_, process_event_base(), fd_, EV_READ | EV_PERSIST, link_changed, this) == 0 &&
+                    event_add(&changes_, nullptr) == 0;
+    }
+
     void forget() {
         char first = 0;
-        // A full queue has lost news, which is news as well.
+        // ENOBUFS: the queue overflowed and notifications are lost, which is a change as well.
         while (recv(fd_, &first, sizeof(first), MSG_TRUNC) >= 0 || errno == ENOBUFS) {
         }
         ports_ = {};
     }
 
-    int fd_;
-    event news_{};
-    bool watching_ = false;
+    bool tried_ = false, watching_ = false;
+    int fd_ = 0;  // once tried_
+    event changes_{};
     std::array<known_port, 16> ports_;
     std::size_t next_ = 0;
 };
 
-known_port find_port(const char *ifname) {
-    static known_ports ports;
-    if (const known_port *known = ports.find(ifname)) {
-        return *known;
-    }
-    known_port found = ask_kernel(ifname);
-    if (found.error == 0 || found.error == ENODEV || found.error == ENOTCONN) {
-        ports.add(found);
-    }
-    return found;
-}
+constinit known_ports ports;
 
-int change_entry(std::uint16_t type, std::uint16_t flags, const std::uint8_t mac[6], const bridge_place &place) {
-    nlmsghdr *request = mnl_nlmsg_put_header(buffer.data());
-    request->nlmsg_type = type;
-    request->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
+int change_entry(std::uint16_t type, unsigned flags, const mac_address &mac, const bridge_place &place) {
+    nlmsghdr *request = kernel.make_request(type, NLM_F_ACK | flags);
     auto *body = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)));
     body->ndm_family = AF_BRIDGE;
     body->ndm_ifindex = place.ifindex;
     body->ndm_state = NUD_NOARP;
     body->ndm_flags = NTF_MASTER;
-    mnl_attr_put(request, NDA_LLADDR, mac_size, mac);
+    mnl_attr_put(request, NDA_LLADDR, sizeof(mac), &mac);
     if (place.vlan != 0) {
         mnl_attr_put_u16(request, NDA_VLAN, place.vlan);
     }
-    return call_kernel(request);
+    return kernel.call(request, nullptr, nullptr);
 }
 
 }  // namespace
 
 int find_bridge_place(const char *ifname, std::uint16_t vlan, bridge_place &place) {
-    known_port port = find_port(ifname);
+    const known_port port = ports.find(ifname);
     if (port.error == 0) {
         place = {port.index, port.filters_vlans ? vlan : std::uint16_t{0}};
     }
     return port.error;
 }
 
-int add_bridge_entry(const std::uint8_t mac[6], const bridge_place &place) {
+int add_bridge_entry(const mac_address &mac, const bridge_place &place) {
     return change_entry(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, mac, place);
 }
 
-int del_bridge_entry(const std::uint8_t mac[6], const bridge_place &place) {
+int del_bridge_entry(const mac_address &mac, const bridge_place &place) {
     return change_entry(RTM_DELNEIGH, 0, mac, place);
 }
 

@@ -4,26 +4,28 @@
 
 #include <cstdint>
 
+#include "wire/mac_address.h"
+
 namespace kx {
 
-// A forwarding entry's place. Interface 0: nowhere. VLAN 0: every VLAN of the interface.
+// The place of a forwarding entry.
 struct bridge_place {
-    int ifindex = 0;
-    std::uint16_t vlan = 0;
+    int ifindex = 0;         // 0: no place
+    std::uint16_t vlan = 0;  // 0: every VLAN of the interface
 
     bool operator==(const bridge_place &) const = default;
 };
 
-// Where frames for a client on interface `ifname` and `vlan` belong: the VLAN counts only on a bridge that filters
-// VLANs. Returns 0, or an errno: ENODEV for no such interface, ENOTCONN for one that is not a bridge's port.
+// Finds the place of a client on interface `ifname` and `vlan`. Its VLAN is 0 unless the bridge filters VLANs. Returns
+// 0, or an errno: ENODEV when there is no such interface, ENOTCONN when it is not a port of a bridge.
 int find_bridge_place(const char *ifname, std::uint16_t vlan, bridge_place &place);
 
-// Enters `mac` as a static entry, which neither ages nor blocks a station that moves, or moves it there from another
-// port. Returns 0 or an errno.
-int add_bridge_entry(const std::uint8_t mac[6], const bridge_place &place);
+// Adds a static entry for `mac`, or moves the entry there from another port of the bridge. A static entry does not age,
+// and a station that moves replaces it. Returns 0 or an errno.
+int add_bridge_entry(const mac_address &mac, const bridge_place &place);
 
-// Returns 0 or an errno: ENOENT when the entry is not there or has moved.
-int del_bridge_entry(const std::uint8_t mac[6], const bridge_place &place);
+// Deletes the entry. Returns 0 or an errno: ENOENT when the entry does not exist or has moved.
+int del_bridge_entry(const mac_address &mac, const bridge_place &place);
 
 }  // namespace kx
 

@@ -3,7 +3,8 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
-#include <tuple>
+#include <optional>
+#include <string>
 
 #include "common/paths.h"
 
@@ -11,7 +12,7 @@ namespace kx {
 
 namespace {
 
-// Differs between two states of a file; all zero when there is none.
+// Differs between two states of a file. Only `file` is set when the file does not exist.
 struct file_version {
     std::string file;
     dev_t device = 0;
@@ -40,19 +41,27 @@ std::optional<ap_config> load(const std::string &file) {
     }
 }
 
+class config_cache {
+public:
+    const ap_config *current() {
+        // The version is taken before the file is read, so that a change in between is seen at the next call.
+        file_version now = version_of(config_file());
+        if (now != seen_) {
+            config_ = load(now.file);
+            seen_ = now;
+        }
+        return config_ ? &*config_ : nullptr;
+    }
+
+private:
+    std::optional<file_version> seen_;
+    std::optional<ap_config> config_;
+};
+
+constinit config_cache cache;
+
 }  // namespace
 
-const ap_config *current_ap_config() {
-    static file_version seen;
-    static std::optional<ap_config> config;
-
-    // Taken before the file is read: a change in between shows up as one at the next call.
-    file_version now = version_of(config_file());
-    if (now != seen) {
-        config = load(now.file);
-        seen = now;
-    }
-    return config ? &*config : nullptr;
-}
+const ap_config *current_ap_config() { return cache.current(); }
 
 }  // namespace kx

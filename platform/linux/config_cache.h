@@ -1,4 +1,4 @@
-// The configuration file as it stands, read again only after a change.
+// The current configuration file, which is read again only after a change.
 #ifndef KX_LINUX_CONFIG_CACHE_H
 #define KX_LINUX_CONFIG_CACHE_H
 
@@ -6,8 +6,8 @@
 
 namespace kx {
 
-// The configuration in config_file(), valid until the next call; null when the file cannot be read or has an error,
-// which then is in the system log, once for each state of the file.
+// The configuration in config_file(), valid until the next call. Null when the file cannot be read or has an error,
+// which is written to the system log once for each state of the file.
 const ap_config *current_ap_config();
 
 }  // namespace kx

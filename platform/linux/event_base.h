@@ -1,4 +1,4 @@
-// The process's one event loop, for those parts of the port that wait for something of their own.
+// The event loop of the process, for the services of the port that wait for events.
 #ifndef KX_LINUX_EVENT_BASE_H
 #define KX_LINUX_EVENT_BASE_H
 

@@ -1,5 +1,5 @@
-// A command travels as hostapd_endpoint.h says, over one datagram socket that is kept: to open a connection is to
-// connect it to whoever is hostapd then.
+// The port's side of hostapd's control endpoint (wire/hostapd_endpoint.h): one datagram socket, kept for the life of
+// the process. Opening a connection connects it to the process that serves the endpoint then.
 #include "kx/hapdcfg.h"
 
 #include <sys/uio.h>
@@ -14,41 +14,49 @@
 
 namespace {
 
+static_assert(sizeof(hostapd_command) == HOSTAPD_CONFIG_CMD_SIZE);
+
+class hostapd_socket {
+public:
+    // Returns the file descriptor, or -1 when hostapd cannot be reached.
+    int connect() {
+        if (fd_ < 0) {
+            fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        }
+        try {
+            kx::ipc_address address = kx::make_ipc_address(kx::place(kx::endpoint_hostapd));
+            return ::connect(fd_, address.get(), address.length) == 0 ? fd_ : -1;
+        } catch (const std::system_error &) {  // the path is too long
+            return -1;
+        }
+    }
+
+private:
+    int fd_ = -1;
+};
+
+constinit hostapd_socket hostapd;
+
 struct connection {
     int fd;
 };
 static_assert(sizeof(connection) <= HOSTAPD_CONFIG_CTX_SIZE);
-static_assert(sizeof(hostapd_command) == HOSTAPD_CONFIG_CMD_SIZE);
-
-// Returns the socket, or -1 when there is no hostapd. Throws std::system_error.
-int connect_to_hostapd() {
-    kx::ipc_address address = kx::make_ipc_address(kx::place(kx::endpoint_hostapd));
-    static int fd = -1;
-    if (fd < 0) {
-        fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    }
-    return fd >= 0 && connect(fd, address.get(), address.length) == 0 ? fd : -1;
-}
 
 }  // namespace
 
 int hostapd_config_open_connection(void *ctx, const char *, int) {
-    try {
-        int fd = connect_to_hostapd();
-        static_cast<connection *>(ctx)->fd = fd;
-        return fd < 0 ? -1 : 0;
-    } catch (const std::system_error &) {
-        return -1;
-    }
+    int fd = hostapd.connect();
+    static_cast<connection *>(ctx)->fd = fd;
+    return fd < 0 ? -1 : 0;
 }
 
 int hostapd_config_send_command(const void *cmd, void *ctx) {
     ipc_hdr header =
         kx::make_ipc_header(kx::hostapd_command_message_id, HOSTAPD_CONFIG_CMD_SIZE, kx::ipc_flag_notification);
-    std::array<iovec, 2> parts{{{&header, sizeof(header)}, {const_cast<void *>(cmd), HOSTAPD_CONFIG_CMD_SIZE}}};
+    std::array<iovec, 2> pieces{{{&header, sizeof(header)}, {const_cast<void *>(cmd), HOSTAPD_CONFIG_CMD_SIZE}}};
     msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
     return sendmsg(static_cast<connection *>(ctx)->fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? -1 : 0;
 }
 

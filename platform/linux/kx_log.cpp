@@ -16,6 +16,7 @@
 #include <string>
 #include <system_error>
 
+#include "common/hardening.h"
 #include "common/paths.h"
 #include "platform/linux/start_failure.h"
 #include "wire/big_endian.h"
@@ -37,7 +38,7 @@ struct log_cfg_record {
 };
 static_assert(sizeof(log_cfg_record) == 24);
 
-// The level in $KX_LOG_LEVEL, or `asked_for` when it is not set. Throws std::runtime_error when it is no level.
+// The level in $KX_LOG_LEVEL, or `asked_for` when that is not set. Throws std::runtime_error when it is not a level.
 int initial_level(int asked_for) {
     const char *text = std::getenv("KX_LOG_LEVEL");
     if (text == nullptr || *text == '\0') {
@@ -59,7 +60,7 @@ std::string file_of(const char *program) {
     return directory + "/" + name + ".log";
 }
 
-// Positioned behind what is in the file already; `size` is how much that is.
+// Opens the file at its end, which is at `size`. Throws std::system_error.
 FILE *open_log(const std::string &file, std::uint32_t &size) {
     int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
     off_t end = fd < 0 ? -1 : lseek(fd, 0, SEEK_END);
@@ -71,7 +72,7 @@ FILE *open_log(const std::string &file, std::uint32_t &size) {
         }
         throw std::system_error(error, std::generic_category(), file);
     }
-    // The daemon writes whole lines; one of them may show a key, which no buffer of a stream shall keep.
+    // The daemon writes whole lines. A line may show a key, which must not stay in a stream's buffer.
     setvbuf(stream, nullptr, _IONBF, 0);
     setvbuf(stdout, nullptr, _IONBF, 0);
     size = static_cast<std::uint32_t>(std::min<off_t>(end, std::numeric_limits<std::uint32_t>::max()));
@@ -81,10 +82,12 @@ FILE *open_log(const std::string &file, std::uint32_t &size) {
 }  // namespace
 
 int KX_LOG_INIT(const char *name, int level, int) {
+    // The daemon calls this before any other service. Neither its tables nor its messages exist yet.
+    kx::harden_process();
     try {
         kx_log_conf_data.level = initial_level(level);
         kx_log_conf_data.max_file_size = file_size_default;
-        // A log that is already longer than allowed goes on from its start with the next line, as any other does.
+        // The daemon writes from the start again once the size exceeds the maximum, also that of an earlier run.
         log_file_name = open_log(file_of(name), cur_log_size);
         return 0;
     } catch (const std::exception &error) {

@@ -4,8 +4,8 @@
 #include "common/paths.h"
 #include "platform/linux/start_failure.h"
 
-// Reads the file itself and not through the cache, whose errors are in the system log alone: without a radio the daemon
-// does not start, and whoever starts it by hand shall see why.
+// Reads the file itself. The cache reports errors in the system log alone, and the daemon, which does not start without
+// this address, has to report them on standard error as well.
 int kx_get_node_radio_mac_addr(char *text, uint32_t text_len, uint32_t radio) {
     if (radio != 0) {
         return -1;

@@ -1,6 +1,6 @@
-// Clients are entered in the forwarding table of the Linux bridge that their interface is a port of. A machine without
-// bridge, interface or permission has this table alone. The kernel needs neither the client's address nor its way
-// upstream: those follow from the bridge's other ports.
+// Each client is entered in the forwarding table of the Linux bridge that its interface is a port of. Without a bridge,
+// an interface or the permission, the client is kept in this table alone. The device and the IP address of a client are
+// not needed: the bridge forwards to its other ports.
 #include "kx/kxbr_api.h"
 
 #include <syslog.h>
@@ -10,84 +10,95 @@
 #include <cstring>
 
 #include "platform/linux/bridge_netlink.h"
+#include "wire/mac_address.h"
 
 namespace {
-
-struct client {
-    uint8_t mac[6] = {};
-    bool used = false;
-    kx::bridge_place place;  // interface 0: the kernel has no entry
-};
 
 constexpr std::size_t max_clients = 2048;
 constexpr uint32_t max_vlan = 4094;
 
-// Open addressing: a client lies in the first slot from its MAC's own on that was free. Even with all clients the ways
-// are short beside a call of the kernel, and every slot more is memory that a full table touches.
-constinit std::array<client, max_clients + max_clients / 4> clients{};
-std::size_t client_count;
+mac_address mac_of(const uint8_t bytes[6]) {
+    mac_address mac{};
+    std::memcpy(mac.data(), bytes, mac.size());
+    return mac;
+}
 
-std::size_t next(std::size_t slot) { return (slot + 1) % clients.size(); }
+// Open addressing: a client is in the first slot that was free, from the slot of its hash on. The table is never full,
+// so every search ends. It is only a quarter larger than its clients: a probe is cheap next to a call of the kernel,
+// and every slot more is memory that a full table touches.
+class bridge_clients {
+public:
+    // Returns 0 or -1.
+    int add(const mac_address &mac, const char *ifname, uint32_t vlan);
+    int remove(const mac_address &mac);
 
-std::size_t own_slot(const uint8_t mac[6]) {
+private:
+    struct slot {
+        mac_address mac{};
+        bool used = false;
+        kx::bridge_place place;  // of the kernel's entry; ifindex 0: there is none
+    };
+
+    static std::size_t next(std::size_t index) { return (index + 1) % size; }
+    static std::size_t own_index(const mac_address &mac);
+    std::size_t find(const mac_address &mac) const;
+    void free_slot(std::size_t gap);
+    void report_once(const char *ifname, int error);
+
+    static constexpr std::size_t size = max_clients + max_clients / 4;
+    std::array<slot, size> slots_{};
+    std::size_t count_ = 0;
+    bool reported_ = false;
+};
+
+std::size_t bridge_clients::own_index(const mac_address &mac) {
     std::uint32_t hash = 2166136261u;  // FNV-1a
-    for (std::size_t i = 0; i < sizeof(client::mac); i++) {
-        hash = (hash ^ mac[i]) * 16777619u;
+    for (std::uint8_t byte : mac) {
+        hash = (hash ^ byte) * 16777619u;
     }
-    return hash % clients.size();
+    return hash % size;
 }
 
-// The client's slot, or the free one where it belongs.
-std::size_t find(const uint8_t mac[6]) {
-    std::size_t slot = own_slot(mac);
-    while (clients[slot].used && std::memcmp(clients[slot].mac, mac, sizeof(client::mac)) != 0) {
-        slot = next(slot);
+// The slot of the client, or the free one for it.
+std::size_t bridge_clients::find(const mac_address &mac) const {
+    std::size_t index = own_index(mac);
+    while (slots_[index].used && slots_[index].mac != mac) {
+        index = next(index);
     }
-    return slot;
+    return index;
 }
 
-// Frees a slot and closes the gap, so that no client behind it is cut off.
-void remove(std::size_t gap) {
-    client_count--;
-    for (std::size_t slot = next(gap); clients[slot].used; slot = next(slot)) {
-        std::size_t own = own_slot(clients[slot].mac);
-        bool own_is_behind_gap = gap <= slot ? gap < own && own <= slot : gap < own || own <= slot;
+// Moves clients from behind into the gap, so that every search still meets them before a free slot.
+void bridge_clients::free_slot(std::size_t gap) {
+    count_--;
+    for (std::size_t index = next(gap); slots_[index].used; index = next(index)) {
+        std::size_t own = own_index(slots_[index].mac);
+        bool own_is_behind_gap = gap <= index ? gap < own && own <= index : gap < own || own <= index;
         if (!own_is_behind_gap) {
-            clients[gap] = clients[slot];
-            gap = slot;
+            slots_[gap] = slots_[index];
+            gap = index;
         }
     }
-    clients[gap] = {};
+    slots_[gap] = {};
 }
 
-void say_once(const char *ifname, int error) {
-    static bool said = false;
-    if (!said) {
-        said = true;
+void bridge_clients::report_once(const char *ifname, int error) {
+    if (!reported_) {
+        reported_ = true;
         syslog(LOG_USER | LOG_NOTICE, "no bridge entries are made: %s: %s", ifname,
                error == ENOTCONN ? "not a port of a bridge" : std::strerror(error));
     }
 }
 
-// Takes an entry that the client had elsewhere out of the kernel. A move between ports of one bridge has taken it
-// along, an interface that went away has taken it with it.
-void leave(const uint8_t mac[6], const kx::bridge_place &place) {
-    if (place.ifindex != 0) {
-        kx::del_bridge_entry(mac, place);
-    }
-}
-
-}  // namespace
-
-int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *, uint32_t vlan, uint32_t, int) {
-    client &entry = clients[find(mac)];
-    if (!entry.used) {
-        if (client_count == max_clients) {
+int bridge_clients::add(const mac_address &mac, const char *ifname, uint32_t vlan) {
+    slot &client = slots_[find(mac)];
+    if (!client.used) {
+        if (count_ == max_clients) {
             return -1;
         }
-        client_count++;
-        std::memcpy(entry.mac, mac, sizeof(entry.mac));
-        entry.used = true;
+        count_++;
+        client.mac = mac;
+        client.used = true;
     }
     kx::bridge_place place;
     int error = vlan > max_vlan ? EINVAL : kx::find_bridge_place(ifname, static_cast<uint16_t>(vlan), place);
@@ -95,23 +106,36 @@ int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *, 
         error = kx::add_bridge_entry(mac, place);
     }
     if (error != 0) {
-        say_once(ifname, error);
+        report_once(ifname, error);
         place = {};
     }
-    if (entry.place != place) {
-        leave(mac, entry.place);
-        entry.place = place;
+    if (client.place != place) {
+        // This fails when the entry has moved within its bridge, or its interface no longer exists.
+        if (client.place.ifindex != 0) {
+            kx::del_bridge_entry(mac, client.place);
+        }
+        client.place = place;
     }
     return error == 0 ? 0 : -1;
 }
 
-int kxbr_api_del_client(const uint8_t mac[6]) {
-    std::size_t slot = find(mac);
-    if (!clients[slot].used) {
+int bridge_clients::remove(const mac_address &mac) {
+    std::size_t index = find(mac);
+    if (!slots_[index].used) {
         return 0;
     }
-    kx::bridge_place place = clients[slot].place;
-    remove(slot);
+    kx::bridge_place place = slots_[index].place;
+    free_slot(index);
     int error = place.ifindex == 0 ? 0 : kx::del_bridge_entry(mac, place);
     return error == 0 || error == ENOENT || error == ENODEV ? 0 : -1;
 }
+
+constinit bridge_clients clients;
+
+}  // namespace
+
+int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *, uint32_t vlan, uint32_t, int) {
+    return clients.add(mac_of(mac), ifname, vlan);
+}
+
+int kxbr_api_del_client(const uint8_t mac[6]) { return clients.remove(mac_of(mac)); }

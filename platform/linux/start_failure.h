@@ -1,4 +1,4 @@
-// Why the daemon cannot start, in words, for the one who started it.
+// Reports of why the daemon cannot start.
 #ifndef KX_LINUX_START_FAILURE_H
 #define KX_LINUX_START_FAILURE_H
 
@@ -6,7 +6,7 @@
 
 namespace kx {
 
-// One line to standard error and to the system log.
+// Writes one line to standard error and to the system log.
 void report_start_failure(const std::string &line);
 
 }  // namespace kx

@@ -11,11 +11,6 @@ namespace {
 
 constexpr unsigned announce_again_secs = 1;
 
-kx_ipc_handle announced_ipc = nullptr;
-uint32_t announced_period = 0;
-bool answered = false;
-bool timer_armed = false;
-
 int send(kx_ipc_handle ipc, uint32_t id, uint32_t period_secs) {
     struct {
         ipc_hdr header;
@@ -30,35 +25,50 @@ int send(kx_ipc_handle ipc, uint32_t id, uint32_t period_secs) {
     return kx_ipc_send(&desc) < 0 ? -1 : 0;
 }
 
-void arm_timer();
-
-// The monitor asks for a heartbeat as soon as it has answered, so without one the monitor has not heard of this
-// process.
-void announce_again(void *, void *) {
-    timer_armed = false;
-    if (!answered) {
-        send(announced_ipc, kx::sysmon_id_handshake, announced_period);
+// Sends handshakes until the monitor asks for a heartbeat. The monitor does so as soon as it has a handshake, so one
+// that has not asked has not received any.
+class handshake {
+public:
+    int start(kx_ipc_handle ipc, uint32_t period_secs) {
+        ipc_ = ipc;
+        period_secs_ = period_secs;
+        answered_ = false;
         arm_timer();
+        return announce();
     }
-}
+    void answered() { answered_ = true; }
 
-void arm_timer() {
-    if (!timer_armed) {
-        timer_armed = kx_eloop_register_timeout(announce_again_secs, 0, announce_again, nullptr, nullptr) == 0;
+private:
+    int announce() const { return send(ipc_, kx::sysmon_id_handshake, period_secs_); }
+
+    void arm_timer() {
+        if (!timer_armed_) {
+            auto passed = [](void *self, void *) { static_cast<handshake *>(self)->second_passed(); };
+            timer_armed_ = kx_eloop_register_timeout(announce_again_secs, 0, passed, this, nullptr) == 0;
+        }
     }
-}
+
+    void second_passed() {
+        timer_armed_ = false;
+        if (!answered_) {
+            announce();
+            arm_timer();
+        }
+    }
+
+    kx_ipc_handle ipc_ = nullptr;
+    uint32_t period_secs_ = 0;
+    bool answered_ = false;
+    bool timer_armed_ = false;
+};
+
+constinit handshake monitor_handshake;
 
 }  // namespace
 
-int sysmon_send_handshake(kx_ipc_handle ipc, uint32_t period_secs) {
-    announced_ipc = ipc;
-    announced_period = period_secs;
-    answered = false;
-    arm_timer();
-    return send(ipc, kx::sysmon_id_handshake, period_secs);
-}
+int sysmon_send_handshake(kx_ipc_handle ipc, uint32_t period_secs) { return monitor_handshake.start(ipc, period_secs); }
 
 int sysmon_send_hb(kx_ipc_handle ipc, uint32_t period_secs) {
-    answered = true;
+    monitor_handshake.answered();
     return send(ipc, kx::sysmon_id_heartbeat, period_secs);
 }

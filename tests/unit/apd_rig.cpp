@@ -81,7 +81,7 @@ std::string apd_rig::config(std::uint16_t port, const std::string &vaps) const {
 
 void apd_rig::start_apd() {
     std::string file = write_file("ap.toml", config(listener.port(), ""));
-    apd.emplace(base.get(), file);
+    apd.emplace(base.get(), file, apd::detail_log(false));
 }
 
 void apd_rig::accept_tunnel() {

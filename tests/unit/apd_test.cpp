@@ -324,7 +324,7 @@ TEST_F(apd_test, its_sockets_are_the_owners_alone) {
 
 TEST_F(apd_test, a_second_one_does_not_start) {
     start_apd();
-    EXPECT_THROW(apd::platform_daemon(base.get(), root() + "/ap.toml"), std::system_error);
+    EXPECT_THROW(apd::platform_daemon(base.get(), root() + "/ap.toml", apd::detail_log(false)), std::system_error);
     EXPECT_TRUE(std::filesystem::exists(kx::place(kx::endpoint_apcomm)));
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <regex>
 
+#include "common/ipc_endpoint.h"
 #include "tests/unit/private_root.h"
 
 namespace {
@@ -51,7 +52,7 @@ protected:
     }
 
     std::string path_ = root() + "/log";
-    kx::system_log log_{path_};
+    kx::system_log log_{path_.c_str()};
 };
 
 }  // namespace
