@@ -50,7 +50,7 @@ driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::ui
     }
     ++counters_.ordered;
     report_event("ordered_off", client, vap, "disassociated by order, reason " + std::to_string(order->reason),
-         {{"reason", order->reason}}, std::nullopt);
+                 {{"reason", order->reason}}, std::nullopt);
     if (on_ordered_off) {
         on_ordered_off(client, *vaps_[vap].bssid);
     }
@@ -62,7 +62,7 @@ void radio_stack::ask(const air_event &join, std::size_t vap, clock::time_point 
     wait = {.join = join, .question = ++last_question_, .deadline = now + acl_patience, .behind = {}};
     ++counters_.acl_asked;
     report_event("acl_question", join.client, vap, "asks to be let in", {},
-         acl_question(join.client, join.bssid, wait.question));
+                 acl_question(join.client, join.bssid, wait.question));
 }
 
 driver_answer radio_stack::apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {

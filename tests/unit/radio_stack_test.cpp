@@ -52,7 +52,8 @@ protected:
     }
 
     void play(air what, const kx::mac_address &client, const kx::mac_address &bssid) {
-        stack_.handle({.what = what, .client = client, .bssid = bssid, .last_bssid = elsewhere, .ip = 0x0a000a15}, now_);
+        stack_.handle({.what = what, .client = client, .bssid = bssid, .last_bssid = elsewhere, .ip = 0x0a000a15},
+                      now_);
     }
 
     // What was reported since the last call: the names of the events.
