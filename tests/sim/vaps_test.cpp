@@ -29,7 +29,7 @@ int32_t index_of(const bytes &bssid) {
 
 // --- loading
 
-SIM_TEST(vap_config, is_loaded_only_while_the_controller_can_be_reached) {
+SIM_TEST(vaps, is_loaded_only_while_the_controller_can_be_reached) {
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     sim.hwaddr = {{"ath0", BSSID_0}};
     have_vap(0, "old", "02:00:00:00:00:01", 5);
@@ -52,7 +52,7 @@ SIM_TEST(vap_config, is_loaded_only_while_the_controller_can_be_reached) {
     sim.expect({INITIALISING, got(1), loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10)});
 }
 
-SIM_TEST(vap_config, stays_as_it_was_when_the_interfaces_cannot_be_listed) {
+SIM_TEST(vaps, stays_as_it_was_when_the_interfaces_cannot_be_listed) {
     ready_to_talk();
     have_vap(0, "old", "02:00:00:00:00:01", 5);
     for (int result : {-1, 1}) {
@@ -65,7 +65,7 @@ SIM_TEST(vap_config, stays_as_it_was_when_the_interfaces_cannot_be_listed) {
     EXPECT_EQ(1U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, takes_every_field_of_a_vap) {
+SIM_TEST(vaps, takes_every_field_of_a_vap) {
     ready_to_talk();
     listed_vap entry = apcfg_entry("ath0", "abcdefghijklmnopqrstuvwxyz012345", 0xfedc);
     set_text(entry.record.captive_cfg, 32, "ABCDEFGHIJKLMNOPQRSTUVWXYZ678901");
@@ -98,7 +98,7 @@ SIM_TEST(vap_config, takes_every_field_of_a_vap) {
     EXPECT_EQ(1U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, keeps_the_order_of_the_list) {
+SIM_TEST(vaps, keeps_the_order_of_the_list) {
     have_two_vaps(sim);
     client_mgr_vap_init();
     sim.expect({INITIALISING, got(2), loaded("ath0", "0a:1b:2c:3d:4e:50", "home", 10),
@@ -107,7 +107,7 @@ SIM_TEST(vap_config, keeps_the_order_of_the_list) {
     EXPECT_EQ(1, index_of(BSSID_1));
 }
 
-SIM_TEST(vap_config, of_an_access_point_without_vaps_is_empty) {
+SIM_TEST(vaps, of_an_access_point_without_vaps_is_empty) {
     ready_to_talk();
     have_vap(0, "old", "02:00:00:00:00:01", 5);
     client_mgr_vap_init();
@@ -115,7 +115,7 @@ SIM_TEST(vap_config, of_an_access_point_without_vaps_is_empty) {
     EXPECT_EQ(0U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, leaves_out_a_vap_that_cannot_be_read) {
+SIM_TEST(vaps, leaves_out_a_vap_that_cannot_be_read) {
     have_two_vaps(sim);
     sim.vaps[0].readable = false;
     client_mgr_vap_init();
@@ -124,7 +124,7 @@ SIM_TEST(vap_config, leaves_out_a_vap_that_cannot_be_read) {
     EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
 }
 
-SIM_TEST(vap_config, takes_any_result_but_0_for_a_vap_that_cannot_be_read) {
+SIM_TEST(vaps, takes_any_result_but_0_for_a_vap_that_cannot_be_read) {
     have_two_vaps(sim);
     sim.fail_nth("apcfg_vap_get_by_ifname", 2, 1);
     client_mgr_vap_init();
@@ -132,7 +132,7 @@ SIM_TEST(vap_config, takes_any_result_but_0_for_a_vap_that_cannot_be_read) {
     EXPECT_EQ(1U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, overwrites_a_vap_without_bssid_by_the_next) {
+SIM_TEST(vaps, overwrites_a_vap_without_bssid_by_the_next) {
     have_two_vaps(sim);
     sim.hwaddr.erase("ath0");
     client_mgr_vap_init();
@@ -143,7 +143,7 @@ SIM_TEST(vap_config, overwrites_a_vap_without_bssid_by_the_next) {
     EXPECT_EQ("ath1", name_of(g_cfg.vaps[0]));
 }
 
-SIM_TEST(vap_config, stores_the_name_of_a_last_vap_without_bssid_beside_the_old_fields) {
+SIM_TEST(vaps, stores_the_name_of_a_last_vap_without_bssid_beside_the_old_fields) {
     have_two_vaps(sim);
     vap_cfg &old = have_vap(1, "old", "02:00:00:00:00:01", 5);
     set_text(old.ssid, 32, "old ssid");
@@ -159,7 +159,7 @@ SIM_TEST(vap_config, stores_the_name_of_a_last_vap_without_bssid_beside_the_old_
     EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(g_cfg.vaps[1].bssid.begin(), g_cfg.vaps[1].bssid.end()));
 }
 
-SIM_TEST(vap_config, only_logs_the_status) {
+SIM_TEST(vaps, only_logs_the_status) {
     have_two_vaps(sim);
     sim.vaps[0].record.status = 0;
     sim.vaps[1].record.status = 2;
@@ -173,7 +173,7 @@ SIM_TEST(vap_config, only_logs_the_status) {
     EXPECT_EQ(2U, g_cfg.num_vaps);
 }
 
-SIM_TEST(vap_config, keeps_the_guest_counts_when_it_is_loaded_again) {
+SIM_TEST(vaps, keeps_the_guest_counts_when_it_is_loaded_again) {
     have_two_vaps(sim);
     g_cfg.vaps[1].guest_count = 0x01020304;
     client_mgr_vap_init();
@@ -182,7 +182,7 @@ SIM_TEST(vap_config, keeps_the_guest_counts_when_it_is_loaded_again) {
     EXPECT_EQ(0U, g_cfg.vaps[0].guest_count);
 }
 
-SIM_TEST(vap_config, stores_a_name_of_12_characters_without_terminator) {
+SIM_TEST(vaps, stores_a_name_of_12_characters_without_terminator) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("wlan0.vap123", "home", 10)};
     sim.hwaddr = {{"wlan0.vap123", BSSID_0}};
@@ -192,7 +192,7 @@ SIM_TEST(vap_config, stores_a_name_of_12_characters_without_terminator) {
     EXPECT_EQ(10U, g_cfg.vaps[0].vlan) << "the member behind the name";
 }
 
-SIM_TEST(vap_config, stores_the_name_in_the_vaps_record) {
+SIM_TEST(vaps, stores_the_name_in_the_vaps_record) {
     ready_to_talk();
     sim.vaps = {apcfg_entry("ath0", "home", 10)};
     for (const std::string name : {"wifi0", "wifi0vap-1234567"}) {
@@ -208,7 +208,7 @@ SIM_TEST(vap_config, stores_the_name_in_the_vaps_record) {
 }
 
 // Up to as many interfaces as an 8-bit count can name.
-SIM_TEST(vap_config, stops_at_16_vaps) {
+SIM_TEST(vaps, stops_at_16_vaps) {
     ready_to_talk();
     steps first_16;
     for (unsigned i = 0; i < 255; i++) {
@@ -231,7 +231,7 @@ SIM_TEST(vap_config, stops_at_16_vaps) {
     }
 }
 
-SIM_TEST(vap_config, takes_the_first_16_vaps_that_can_be_read) {
+SIM_TEST(vaps, takes_the_first_16_vaps_that_can_be_read) {
     ready_to_talk();
     for (unsigned i = 0; i < 20; i++) {
         const std::string name = "ath" + std::to_string(i);

@@ -24,12 +24,12 @@ int disassoc(const char *ifname, int reason) {
 
 // --- disassociation
 
-SIM_TEST(sta_ctrl, disassociates_with_reason_code_1_whatever_the_reason) {
+SIM_TEST(driver, disassociates_with_reason_code_1_whatever_the_reason) {
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "ath0", REQUEST), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, writes_the_callers_reason_to_the_system_log_alone) {
+SIM_TEST(driver, writes_the_callers_reason_to_the_system_log_alone) {
     for (int reason : {0, 1, 2, 65535, -1}) {
         EXPECT_EQ(0, disassoc("ath1", reason));
         sim.expect(
@@ -40,40 +40,40 @@ SIM_TEST(sta_ctrl, writes_the_callers_reason_to_the_system_log_alone) {
     }
 }
 
-SIM_TEST(sta_ctrl, reports_a_failed_disassociation_in_the_system_log_too) {
+SIM_TEST(driver, reports_a_failed_disassociation_in_the_system_log_too) {
     sim.fail_nth("ioctl", 1);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST)),
                 log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, takes_a_driver_result_that_is_not_negative_for_success) {
+SIM_TEST(driver, takes_a_driver_result_that_is_not_negative_for_success) {
     sim.fail_nth("ioctl", 1, 3);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({did("socket"), SENDING, failed(driver_request(0x8be6, "ath0", REQUEST), 3), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, fails_to_disassociate_without_a_socket) {
+SIM_TEST(driver, fails_to_disassociate_without_a_socket) {
     sim.fail_nth("socket", 1);
     EXPECT_EQ(0, disassoc("ath0", 8));
     sim.expect({failed(did("socket")), SENDING, log(1, "client_mgr_sta_disassoc: Failed to disassoc STA"), IN_SYSLOG});
 }
 
-SIM_TEST(sta_ctrl, passes_an_interface_name_of_16_characters_without_terminator) {
+SIM_TEST(driver, passes_an_interface_name_of_16_characters_without_terminator) {
     // Behind the 16 characters there is nothing that may be read.
     const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
     disassoc(name.data(), 8);
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
 }
 
-SIM_TEST(sta_ctrl, cuts_a_longer_interface_name_at_16_characters) {
+SIM_TEST(driver, cuts_a_longer_interface_name_at_16_characters) {
     disassoc("abcdefghijklmnopqrstuvwxyz", 8);
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});
 }
 
 // --- BSSID
 
-SIM_TEST(sta_ctrl, reads_the_bssid_as_the_interfaces_hardware_address) {
+SIM_TEST(driver, reads_the_bssid_as_the_interfaces_hardware_address) {
     sim.hwaddr["ath0"] = BSSID;
     uint8_t bssid[6] = {};
     EXPECT_EQ(0, client_mgr_get_bssid(bssid, "ath0"));
@@ -81,7 +81,7 @@ SIM_TEST(sta_ctrl, reads_the_bssid_as_the_interfaces_hardware_address) {
     sim.expect({did("socket"), did("ioctl(0x8927, ath0)"), did("close")});
 }
 
-SIM_TEST(sta_ctrl, leaves_the_bssid_alone_without_a_hardware_address) {
+SIM_TEST(driver, leaves_the_bssid_alone_without_a_hardware_address) {
     uint8_t bssid[6] = {1, 2, 3, 4, 5, 6};
     EXPECT_EQ(-1, client_mgr_get_bssid(bssid, "ath9"));
     EXPECT_EQ(hex("01 02 03 04 05 06"), bytes(bssid, bssid + 6));
@@ -89,7 +89,7 @@ SIM_TEST(sta_ctrl, leaves_the_bssid_alone_without_a_hardware_address) {
         {did("socket"), did("ioctl(0x8927, ath9) = -1"), log(1, "Error obtaining the BSSID for ath9"), did("close")});
 }
 
-SIM_TEST(sta_ctrl, reads_no_bssid_without_a_socket) {
+SIM_TEST(driver, reads_no_bssid_without_a_socket) {
     sim.hwaddr["ath0"] = BSSID;
     sim.fail_nth("socket", 1);
     uint8_t bssid[6];
@@ -97,7 +97,7 @@ SIM_TEST(sta_ctrl, reads_no_bssid_without_a_socket) {
     sim.expect({failed(did("socket")), log(1, "Error obtaining the BSSID for ath0")});
 }
 
-SIM_TEST(sta_ctrl, opens_a_socket_for_each_request) {
+SIM_TEST(driver, opens_a_socket_for_each_request) {
     sim.hwaddr["ath0"] = BSSID;
     uint8_t bssid[6];
     client_mgr_get_bssid(bssid, "ath0");
@@ -105,7 +105,7 @@ SIM_TEST(sta_ctrl, opens_a_socket_for_each_request) {
     sim.expect({read_hwaddr("ath0"), read_hwaddr("ath0")});
 }
 
-SIM_TEST(sta_ctrl, logs_an_interface_name_within_16_characters) {
+SIM_TEST(driver, logs_an_interface_name_within_16_characters) {
     const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
     uint8_t bssid[6];
     EXPECT_EQ(-1, client_mgr_get_bssid(bssid, name.data()));

@@ -93,7 +93,7 @@ static_assert(std::size(TRANSITIONS) == 32);
 
 }  // namespace
 
-SIM_TEST(foreign_association, on_the_home_vlan_makes_the_client_ours) {
+SIM_TEST(roaming, on_the_home_vlan_makes_the_client_ours) {
     have_two_vaps();
     have_client(sim, client_of(CLIENT_2));
     EXPECT_EQ(1, have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100)));
@@ -122,7 +122,7 @@ SIM_TEST(foreign_association, on_the_home_vlan_makes_the_client_ours) {
     expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
-SIM_TEST(foreign_association, on_another_vlan_tunnels_the_client_home) {
+SIM_TEST(roaming, on_another_vlan_tunnels_the_client_home) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 300));
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
@@ -141,7 +141,7 @@ SIM_TEST(foreign_association, on_another_vlan_tunnels_the_client_home) {
     expect_stored(arrived(roaming(0, 300), 0x1a));
 }
 
-SIM_TEST(foreign_association, is_to_the_vap_that_has_the_bssid) {
+SIM_TEST(roaming, is_to_the_vap_that_has_the_bssid) {
     have_two_vaps();
     client_info expected = roaming(CLIENT_FLAG_LOCAL, 200);
     set_mac(expected.assoc_bssid, BSSID_2);
@@ -176,7 +176,7 @@ SIM_TEST(foreign_association, is_to_the_vap_that_has_the_bssid) {
     sim.expect({taken_up(BSSID_2), sta_disassoc("ath1", BSSID_2, CLIENT, 1)});
 }
 
-SIM_TEST(foreign_association, turns_the_flags_as_the_home_vlan_demands) {
+SIM_TEST(roaming, turns_the_flags_as_the_home_vlan_demands) {
     have_two_vaps();
     for (const transition &t : TRANSITIONS) {
         SCOPED_TRACE(t.before);
@@ -189,7 +189,7 @@ SIM_TEST(foreign_association, turns_the_flags_as_the_home_vlan_demands) {
     }
 }
 
-SIM_TEST(foreign_association, on_another_vlan_keeps_the_flags_and_turns_guests_away) {
+SIM_TEST(roaming, on_another_vlan_keeps_the_flags_and_turns_guests_away) {
     have_two_vaps();
     for (const transition &t : TRANSITIONS) {
         SCOPED_TRACE(t.before);
@@ -205,7 +205,7 @@ SIM_TEST(foreign_association, on_another_vlan_keeps_the_flags_and_turns_guests_a
     }
 }
 
-SIM_TEST(foreign_association, of_a_guest_reports_it_as_one) {
+SIM_TEST(roaming, of_a_guest_reports_it_as_one) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 100));
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
@@ -216,7 +216,7 @@ SIM_TEST(foreign_association, of_a_guest_reports_it_as_one) {
                 client_update_at(CLIENT, 0), bridged_locally(), portal_told(0)});
 }
 
-SIM_TEST(foreign_association, turns_a_guest_away_though_the_driver_refuses) {
+SIM_TEST(roaming, turns_a_guest_away_though_the_driver_refuses) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 300));
     sim.fail_nth("ioctl", 1);
@@ -225,7 +225,7 @@ SIM_TEST(foreign_association, turns_a_guest_away_though_the_driver_refuses) {
     expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_GUEST, 300));
 }
 
-SIM_TEST(foreign_association, writes_the_known_address_into_the_notification) {
+SIM_TEST(roaming, writes_the_known_address_into_the_notification) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice(ELSEWHERE));
@@ -236,7 +236,7 @@ SIM_TEST(foreign_association, writes_the_known_address_into_the_notification) {
 }
 
 // The receive buffer is zero past a message: what is missing of a short one is zero.
-SIM_TEST(foreign_association, may_be_cut_at_any_length) {
+SIM_TEST(roaming, may_be_cut_at_any_length) {
     have_two_vaps();
     for (size_t len = 0; len <= 38; len++) {
         SCOPED_TRACE(len);
@@ -261,7 +261,7 @@ SIM_TEST(foreign_association, may_be_cut_at_any_length) {
     }
 }
 
-SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_reached) {
+SIM_TEST(roaming, is_dropped_silently_until_the_controller_can_be_reached) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     whenever_not_ready([&] {
@@ -271,7 +271,7 @@ SIM_TEST(foreign_association, is_dropped_silently_until_the_controller_can_be_re
     expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
 }
 
-SIM_TEST(foreign_association, to_a_bssid_that_is_not_ours_changes_nothing) {
+SIM_TEST(roaming, to_a_bssid_that_is_not_ours_changes_nothing) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice("cc:cd:ce:cf:ca:cb"));
@@ -284,7 +284,7 @@ SIM_TEST(foreign_association, to_a_bssid_that_is_not_ours_changes_nothing) {
     expect_stored(roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
 }
 
-SIM_TEST(foreign_association, goes_on_when_it_cannot_be_reported) {
+SIM_TEST(roaming, goes_on_when_it_cannot_be_reported) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST, 100));
     sim.fail_nth("apcomm_send_msg", 1);
@@ -296,7 +296,7 @@ SIM_TEST(foreign_association, goes_on_when_it_cannot_be_reported) {
     expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST));
 }
 
-SIM_TEST(foreign_association, goes_on_when_bridge_and_portal_fail) {
+SIM_TEST(roaming, goes_on_when_bridge_and_portal_fail) {
     have_two_vaps();
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 100));
     sim.fail_nth("kxbr_api_add_client", 1);
@@ -307,7 +307,7 @@ SIM_TEST(foreign_association, goes_on_when_bridge_and_portal_fail) {
     expect_stored(at_home(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
-SIM_TEST(foreign_association, takes_an_interface_name_of_12_characters) {
+SIM_TEST(roaming, takes_an_interface_name_of_12_characters) {
     have_two_vaps();
     set_full_ifname(g_cfg.vaps[0]);
     have_client(sim, roaming(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, 300));
