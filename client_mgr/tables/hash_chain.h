@@ -78,9 +78,10 @@ template <slot_table T, class Accept>
 typename T::slot *get(const mac_address &mac, int32_t *idx, Accept accept) {
     const trace_scope trace(T::names.get);
     CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", mac_arg(mac.bytes), *idx);
+    const mac_address key = mac;  // as in find
     for (int32_t i = T::buckets[mac_hash(mac)]; i != NO_SLOT; i = at<T>(i).hash_next) {
         auto &s = at<T>(i);
-        if (s.*T::key == mac && accept(s)) {
+        if (s.*T::key == key && accept(s)) {
             *idx = i;
             return &s;
         }
