@@ -2,10 +2,8 @@
 #ifndef WIRE_HEX_H
 #define WIRE_HEX_H
 
-inline constexpr char HEX_DIGITS[] = "0123456789abcdef";
-
 // The lower-case digit of the low four bits of `value`.
-constexpr char hex_digit(unsigned value) { return HEX_DIGITS[value & 0xf]; }
+constexpr char hex_digit(unsigned value) { return "0123456789abcdef"[value & 0xf]; }
 
 // The value of a digit of either case, -1 for any other character.
 constexpr int hex_value(char c) {
