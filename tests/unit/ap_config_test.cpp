@@ -24,7 +24,7 @@ class ap_config : public private_root {
 protected:
     kx::ap_config load(const std::string &text) { return kx::load_ap_config(write_file("ap.toml", text)); }
 
-    // What the file's error says behind the file's name.
+    // The text of the file's error after the file's name.
     std::string error_of(const std::string &text) {
         std::string file = write_file("ap.toml", text);
         try {
@@ -64,7 +64,7 @@ TEST_F(ap_config, reads_every_key) {
     EXPECT_EQ(kx::format_mac(*vap0.bssid), "02:00:00:00:1a:0b");
 }
 
-TEST_F(ap_config, optional_keys_have_defaults) {
+TEST_F(ap_config, gives_defaults_to_optional_keys) {
     kx::ap_config config = load(std::string(ap) + controller + vap);
     ASSERT_EQ(config.vaps.size(), 1u);
     kx::vap_config expected;
@@ -75,7 +75,7 @@ TEST_F(ap_config, optional_keys_have_defaults) {
     EXPECT_EQ(config.vaps[0], expected);
 }
 
-TEST_F(ap_config, an_access_point_may_have_no_vap_and_at_most_255) {
+TEST_F(ap_config, accepts_no_vap_and_at_most_255) {
     EXPECT_TRUE(load(std::string(ap) + controller).vaps.empty());
     EXPECT_TRUE(load("vap = []\n" + std::string(ap) + controller).vaps.empty());
     std::string text = std::string(ap) + controller;
@@ -87,7 +87,7 @@ TEST_F(ap_config, an_access_point_may_have_no_vap_and_at_most_255) {
     EXPECT_EQ(error_of(text), "1029: vap: expected at most 255 VAPs");
 }
 
-TEST_F(ap_config, a_relative_file_name_is_taken_from_the_working_directory) {
+TEST_F(ap_config, reads_a_relative_file_name_from_the_working_directory) {
     std::string before = std::filesystem::current_path();
     load(std::string(ap) + controller);
     std::filesystem::current_path(root());
@@ -96,7 +96,7 @@ TEST_F(ap_config, a_relative_file_name_is_taken_from_the_working_directory) {
     EXPECT_EQ(config.controller.ca, root() + "/ca.pem");
 }
 
-TEST_F(ap_config, errors_of_the_tables) {
+TEST_F(ap_config, rejects_wrong_tables) {
     EXPECT_EQ(error_of(""), "1: ap: missing; expected a table");
     EXPECT_EQ(error_of("ap = 1\n"), "1: ap: expected a table");
     EXPECT_EQ(error_of(ap), "1: controller: missing; expected a table");
@@ -111,7 +111,7 @@ TEST_F(ap_config, errors_of_the_tables) {
               "1: vap: expected an array of tables, each [[vap]] or {...}");
 }
 
-TEST_F(ap_config, errors_of_the_access_point) {
+TEST_F(ap_config, rejects_wrong_values_of_the_access_point) {
     constexpr char expected[] = "2: ap.mac: expected a MAC address such as \"02:00:00:00:10:00\"";
     for (const char *mac : {"\"\"", "\"02:00:00:00:10\"", "\"02:00:00:00:10:00:\"", "\"02:00:00:00:10:0g\"", "7",
                             "\"02-00-00-00-10-00\"", "\":02:00:00:00:10:00\"", "\"02::00:00:00:10:00\""}) {
@@ -121,7 +121,7 @@ TEST_F(ap_config, errors_of_the_access_point) {
               "1: ap.mac: missing; expected a MAC address such as \"02:00:00:00:10:00\"");
 }
 
-TEST_F(ap_config, errors_of_the_controller) {
+TEST_F(ap_config, rejects_wrong_values_of_the_controller) {
     auto error = [this](const std::string &line) { return error_of(std::string(ap) + "[controller]\n" + line + "\n"); };
     EXPECT_EQ(error("port = 1"), "3: controller.address: missing; expected a host name or address");
     EXPECT_EQ(error("address = \"\""), "4: controller.address: expected a host name or address");
@@ -142,7 +142,7 @@ TEST_F(ap_config, errors_of_the_controller) {
     EXPECT_EQ(error(needed + "key = []"), "8: controller.key: expected a file name");
 }
 
-TEST_F(ap_config, errors_of_a_vap) {
+TEST_F(ap_config, rejects_wrong_values_of_a_vap) {
     std::string name = "ifname = \"wlan0\"\n";
     std::string needed = name + "ssid = \"office\"\nvlan = 10\n";
     constexpr char name_expected[] =
@@ -183,7 +183,7 @@ TEST_F(ap_config, errors_of_a_vap) {
     EXPECT_EQ(error_of(with_vap(needed) + vap), "14: vap.ifname: expected a name that no other VAP has, not \"wlan0\"");
 }
 
-TEST_F(ap_config, errors_of_the_file) {
+TEST_F(ap_config, rejects_files_it_cannot_read) {
     EXPECT_TRUE(error_of("[ap\nmac = 1\n").starts_with("1: not TOML: ")) << error_of("[ap\nmac = 1\n");
     EXPECT_TRUE(error_of("[ap]\nmac = \"\xff\"\n").starts_with("2: not TOML: "));
     EXPECT_EQ(error_of(std::string((1u << 20) + 1, '\n')), " a file of at most 1 MiB was expected");

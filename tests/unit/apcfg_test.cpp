@@ -64,11 +64,11 @@ TEST_F(apcfg, gives_every_value_of_a_vap) {
     EXPECT_NE(apcfg_vap_get_by_ifname("wlan1", &vap_), 0);
 }
 
-TEST_F(apcfg, sees_that_the_file_has_changed) {
+TEST_F(apcfg, notices_a_changed_file) {
     EXPECT_EQ(count(), -1);
     write_file("ap.toml", base);
     EXPECT_EQ(count(), 0);
-    // Each of these replaces the file, so that even one of the same size and age is another file.
+    // Each call makes a new file, which differs even if it has the same size and time.
     for (int vaps : {1, 0, 1}) {
         write_file("new", vaps == 1 ? std::string(base) + office : base);
         std::filesystem::rename(root() + "/new", root() + "/ap.toml");
@@ -78,7 +78,7 @@ TEST_F(apcfg, sees_that_the_file_has_changed) {
     EXPECT_EQ(count(), -1);
 }
 
-TEST_F(apcfg, an_error_is_in_the_system_log_once) {
+TEST_F(apcfg, reports_an_error_to_the_system_log_once) {
     std::string file = write_file("ap.toml", std::string(base) + office + "vlna = 10\n");
     EXPECT_EQ(count(), -1);
     EXPECT_EQ(count(), -1);
@@ -87,7 +87,7 @@ TEST_F(apcfg, an_error_is_in_the_system_log_once) {
     EXPECT_TRUE(syslog_lines()[0].starts_with(file + ":13: vap.vlna: unknown key")) << syslog_lines()[0];
 }
 
-TEST_F(apcfg, the_node_has_one_radio_with_a_mac_address) {
+TEST_F(apcfg, has_one_radio_with_a_mac_address) {
     std::array<char, 24> text{};
     write_file("ap.toml", base);
     EXPECT_EQ(kx_get_node_radio_mac_addr(text.data(), text.size(), 0), 0);
@@ -97,7 +97,7 @@ TEST_F(apcfg, the_node_has_one_radio_with_a_mac_address) {
     EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), 17, 0), 0);
 }
 
-TEST_F(apcfg, whoever_starts_the_daemon_sees_why_it_has_no_radio) {
+TEST_F(apcfg, reports_a_missing_radio_on_standard_error) {
     std::array<char, 24> text{};
     testing::internal::CaptureStderr();
     EXPECT_NE(kx_get_node_radio_mac_addr(text.data(), text.size(), 0), 0);

@@ -138,7 +138,7 @@ protected:
         apcomm_recv_register(message_rcvd);
         apcomm_status_register(status_rcvd);
     }
-    // Leaves the library without connection: from here on it tries again by itself.
+    // Leaves the library without a connection. It then tries to connect by itself.
     ~apcomm() override {
         auto losses = count_losses();
         if (apd) {
@@ -191,7 +191,7 @@ protected:
         ASSERT_EQ(statuses.back(), std::make_pair(0x7f000001U, APCOMM_STATUS_UP));
     }
 
-    // Sends numbered messages until one is refused; the number of those taken.
+    // Sends numbered messages until one is refused. Returns the number of accepted messages.
     static std::uint32_t fill(std::size_t size) {
         std::uint32_t count = 0;
         while (send(numbered(count, size)) == 0) {
@@ -245,13 +245,13 @@ TEST_F(apcomm, bounds_what_it_sends) {
 TEST_F(apcomm, keeps_order_behind_a_slow_reader_and_refuses_when_full) {
     start_up();
     std::uint32_t sent = fill(1000);
-    // The ring and, before it, what the socket takes.
+    // The ring holds this many; the socket holds more.
     EXPECT_GE(sent, kx::apcomm_waiting_max / 1008);
     EXPECT_EQ(done_calls, static_cast<int>(sent));
     for (std::uint32_t i = 0; i < sent; i++) {
         ASSERT_EQ(next_packet(), (packet{106, numbered(i, 1000)})) << i;
     }
-    // Rounds of other lengths pass the end of the ring at other places.
+    // Messages of other lengths wrap around the end of the ring at other places.
     for (std::size_t size : {977U, 16384U, 63U, 40U}) {
         sent = fill(size);
         ASSERT_GT(sent, 10U);
@@ -275,7 +275,7 @@ TEST_F(apcomm, reports_messages_that_wait_when_the_tunnel_goes_down) {
                                                        " messages for the controller dropped"});
 }
 
-TEST_F(apcomm, notices_that_apd_died_and_finds_it_again) {
+TEST_F(apcomm, notices_that_apd_died_and_reconnects) {
     start_up();
     fill(1000);
     apd.reset();
@@ -366,7 +366,7 @@ TEST_F(apcomm, survives_payloads_cut_anywhere) {
             receive_payload({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
         }
     }
-    // A cut message keeps the length that it states; the bytes that are missing are zero.
+    // A cut message keeps its stated length; the missing bytes are zero.
     for (const bytes &message : messages) {
         EXPECT_TRUE(message.empty() || message.size() == 40 || message.size() == 80) << message.size();
     }

@@ -38,7 +38,7 @@ TEST(backoff, spreads_over_the_whole_range_at_its_limit) {
     EXPECT_LE(waits.next(), backoff::first);
 }
 
-TEST(backoff, two_access_points_do_not_wait_alike) {
+TEST(backoff, differs_between_access_points) {
     backoff one, other;
     bool differs = false;
     for (int i = 0; i < 20; i++) {

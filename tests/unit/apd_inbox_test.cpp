@@ -17,7 +17,7 @@ using bytes = std::vector<std::uint8_t>;
 
 class apd_inbox : public private_root, protected event_rig {
 protected:
-    // Short messages until the client manager's socket has no room for the next one.
+    // Sends short messages until the client manager's socket is full.
     void fill_socket() {
         while (!inbox.is_full()) {
             inbox.send(KX_MSG_ID_SYSMON_HB);
@@ -88,7 +88,7 @@ TEST_F(apd_inbox, does_not_count_a_message_that_was_taken) {
     fill_socket();
     inbox.send_controller_message(bytes(kx::apcomm_message_max));
     inbox.send(KX_MSG_ID_VAP_INIT);
-    // All but the last of what waits.
+    // Reads all but the last message.
     std::size_t of_controller = 0;
     ASSERT_TRUE(run_until([&] {
         auto message = client_mgr->receive();

@@ -43,9 +43,9 @@ protected:
     void start_apd();
     // The controller's end comes up on `listener`.
     void accept_tunnel();
-    // Starts all and eats the messages that the client manager gets at its start.
+    // Starts all and reads the messages that the client manager receives at its start.
     void start_site();
-    // The id of the next local message, 0 when none comes in time.
+    // The id of the next local message, 0 when none arrives in time.
     std::uint32_t next_id();
     std::optional<kx::ipc_message> next_message();
     // Waits for a line in the system log that contains `text`.

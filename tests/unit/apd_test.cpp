@@ -66,7 +66,7 @@ protected:
         EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
         return fd;
     }
-    // Sends whenever there is room, counting in `sent`, until for a while there was none.
+    // Sends whenever there is room, counts in `sent`, and stops when there was no room for a while.
     void fill_until_stalled(std::uint32_t &sent, const std::function<bool()> &send) {
         auto progress = std::chrono::steady_clock::now();
         EXPECT_TRUE(run_until([&] {
@@ -104,7 +104,7 @@ TEST_F(apd_test, answers_each_handshake_in_order) {
     }
 }
 
-TEST_F(apd_test, takes_up_a_daemon_that_ran_before_it) {
+TEST_F(apd_test, registers_a_daemon_that_ran_before_it) {
     start_apd();
     ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
     daemon->announce(kx::sysmon_id_heartbeat, 100, 60);
@@ -145,7 +145,7 @@ TEST_F(apd_test, reports_a_daemon_that_misses_three_heartbeats) {
     EXPECT_TRUE(logged("client_mgr (process 4711) answers again"));
 }
 
-TEST_F(apd_test, an_answered_heartbeat_is_no_miss) {
+TEST_F(apd_test, counts_an_answered_heartbeat_as_no_miss) {
     start_apd();
     ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
     daemon->announce(kx::sysmon_id_handshake, 1, 1);
@@ -162,7 +162,7 @@ TEST_F(apd_test, reports_the_tunnel_and_has_the_vaps_loaded) {
     ASSERT_EQ(next_id(), KX_MSG_ID_SYSMON_HB);
     daemon->connect();
     settle();
-    EXPECT_LT(listener.accept(), 0);  // nobody is there yet who could take what the controller has to say
+    EXPECT_LT(listener.accept(), 0);  // without a client manager there is no tunnel
 
     ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
     accept_tunnel();
@@ -203,7 +203,7 @@ TEST_F(apd_test, keeps_order_for_a_daemon_that_reads_slowly) {
     constexpr std::uint32_t count = 2000;
     std::uint32_t sent = 0;
     fill_until_stalled(sent, [&] { return sent < count && accepted.send(numbered(sent, 16384)); });
-    // The queues between hold far less: the tunnel waits.
+    // All queues together hold far less, so the tunnel waits.
     ASSERT_GT(sent, 100U);
     ASSERT_LT(sent, count);
     reassembly received;
@@ -218,7 +218,7 @@ TEST_F(apd_test, keeps_order_for_a_daemon_that_reads_slowly) {
     EXPECT_TRUE(syslog_lines().empty());
 }
 
-TEST_F(apd_test, passes_the_pressure_of_a_full_tunnel_on) {
+TEST_F(apd_test, stops_reading_from_the_daemon_while_the_tunnel_is_full) {
     start_site();
     accepted.tunnel->set_reading(false);
     constexpr std::uint32_t count = 4000;
@@ -245,7 +245,7 @@ TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
     EXPECT_TRUE(logged("3 messages of client_mgr dropped: there is no tunnel"));
 }
 
-TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_take_them) {
+TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_read_them) {
     start_site();
     daemon->close_endpoint();
     ASSERT_TRUE(accepted.send({1}));
@@ -253,7 +253,7 @@ TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_take_them) {
     EXPECT_TRUE(logged("2 messages from the controller dropped"));
 }
 
-TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_has_a_new_one_for_the_next) {
+TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_makes_a_new_one_for_the_next) {
     start_site();
     daemon.reset();
     ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
@@ -275,7 +275,7 @@ TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_has_a_new_one_for_the_next)
     EXPECT_EQ(message->payload.back(), 7);
 }
 
-TEST_F(apd_test, sends_what_a_daemon_left_behind_before_the_tunnel_ends) {
+TEST_F(apd_test, sends_the_queued_messages_of_a_dead_daemon_before_the_tunnel_ends) {
     start_site();
     accepted.tunnel->set_reading(false);
     for (std::uint32_t i = 0; i < 20; i++) {
@@ -302,7 +302,7 @@ TEST_F(apd_test, ends_a_connection_that_sends_garbage_and_keeps_the_other) {
     EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
 }
 
-TEST_F(apd_test, the_end_of_a_stranger_that_registered_is_not_the_daemons) {
+TEST_F(apd_test, keeps_the_tunnel_when_another_registered_connection_ends) {
     start_site();
     int fd = connect_to_apd();
     ASSERT_EQ(send(fd, "\0\0\0\0", 4, 0), 4);
@@ -314,7 +314,7 @@ TEST_F(apd_test, the_end_of_a_stranger_that_registered_is_not_the_daemons) {
     EXPECT_TRUE(accepted.up());
 }
 
-TEST_F(apd_test, its_sockets_are_the_owners_alone) {
+TEST_F(apd_test, makes_its_sockets_for_the_owner_alone) {
     start_apd();
     EXPECT_EQ(mode_of(kx::place(kx::endpoint_sysmon)), 0600U);
     EXPECT_EQ(mode_of(kx::place(kx::endpoint_apcomm)), 0600U);
@@ -322,13 +322,13 @@ TEST_F(apd_test, its_sockets_are_the_owners_alone) {
     EXPECT_FALSE(std::filesystem::exists(kx::place(kx::endpoint_apcomm)));
 }
 
-TEST_F(apd_test, a_second_one_does_not_start) {
+TEST_F(apd_test, does_not_start_twice) {
     start_apd();
     EXPECT_THROW(apd::platform_daemon(base.get(), root() + "/ap.toml", apd::detail_log(false)), std::system_error);
     EXPECT_TRUE(std::filesystem::exists(kx::place(kx::endpoint_apcomm)));
 }
 
-TEST_F(apd_test, tells_which_vaps_have_changed) {
+TEST_F(apd_test, sends_which_vaps_have_changed) {
     const std::string first = "[[vap]]\nifname = \"wlan0\"\nssid = \"office\"\nvlan = 10\n";
     const std::string second = "[[vap]]\nifname = \"wlan1-guests\"\nssid = \"guests\"\nvlan = 20\n";
     start_apd();
@@ -343,7 +343,7 @@ TEST_F(apd_test, tells_which_vaps_have_changed) {
         padded.resize(12);
         EXPECT_EQ(message->payload, padded);
     }
-    // As an editor does it: a new file is moved over the old one.
+    // Like an editor: renames a new file to the old one.
     std::filesystem::rename(write_file("new.toml", config(listener.port(), second + first)), root() + "/ap.toml");
     EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
 
@@ -368,7 +368,7 @@ TEST_F(apd_test, moves_to_another_controller) {
     close(fd);
 }
 
-TEST_F(apd_test, stop_sends_what_is_queued_and_ends_the_loop) {
+TEST_F(apd_test, sends_what_is_queued_and_ends_the_loop_when_stopped) {
     start_site();
     for (std::uint32_t i = 0; i < 5; i++) {
         ASSERT_TRUE(daemon->send_packet(106, numbered(i, 100)));

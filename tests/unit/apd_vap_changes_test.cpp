@@ -17,14 +17,14 @@ kx::vap_config vap(const std::string &ifname, std::uint16_t vlan) {
 
 const std::vector<kx::vap_config> before{vap("wlan0", 10), vap("wlan1", 20)};
 
-TEST(vap_changes_of, the_same_list_are_none) { EXPECT_EQ(find_vap_changes(before, before), (vap_changes{{}, false})); }
+TEST(vap_changes_of, equal_lists_are_empty) { EXPECT_EQ(find_vap_changes(before, before), (vap_changes{{}, false})); }
 
-TEST(vap_changes_of, a_changed_and_an_added_vap_name_both) {
+TEST(vap_changes_of, a_changed_and_an_added_vap_contain_both) {
     EXPECT_EQ(find_vap_changes(before, {vap("wlan0", 10), vap("wlan1", 21), vap("wlan2", 30)}),
               (vap_changes{{"wlan1", "wlan2"}, false}));
 }
 
-TEST(vap_changes_of, any_field_count) {
+TEST(vap_changes_of, a_vap_include_every_field) {
     for (auto change :
          {+[](kx::vap_config &it) { it.ssid = "guests"; }, +[](kx::vap_config &it) { it.enabled = false; },
           +[](kx::vap_config &it) { it.captive = "x"; }, +[](kx::vap_config &it) { it.vap_attr = 1; },
@@ -37,13 +37,13 @@ TEST(vap_changes_of, any_field_count) {
     }
 }
 
-TEST(vap_changes_of, removed_or_reordered_vaps_are_a_reload) {
+TEST(vap_changes_of, removed_or_reordered_vaps_require_a_reload) {
     EXPECT_EQ(find_vap_changes(before, {before[1]}), (vap_changes{{}, true}));
     EXPECT_EQ(find_vap_changes(before, {before[1], before[0]}), (vap_changes{{}, true}));
     EXPECT_EQ(find_vap_changes(before, {}), (vap_changes{{}, true}));
 }
 
-TEST(vap_changes_of, a_removed_and_a_changed_vap_name_the_changed_one) {
+TEST(vap_changes_of, a_removed_and_a_changed_vap_contain_the_changed_one) {
     EXPECT_EQ(find_vap_changes(before, {vap("wlan1", 21)}), (vap_changes{{"wlan1"}, false}));
 }
 

@@ -31,7 +31,7 @@ bool is_mapped(void *place) {
     return mincore(start, page, &present) == 0;
 }
 
-TEST(backlog, hands_packets_out_in_order_and_whole_wherever_they_lie) {
+TEST(backlog, keeps_packets_whole_and_in_order_at_every_position) {
     kx::backlog waiting(room);
     EXPECT_TRUE(waiting.empty());
     std::deque<bytes> expected;
@@ -43,7 +43,7 @@ TEST(backlog, hands_packets_out_in_order_and_whole_wherever_they_lie) {
             expected.emplace_back(2 * size, number);
         }
         EXPECT_EQ(waiting.packets(), expected.size());
-        while (expected.size() > 1) {  // never none: what follows goes round and round
+        while (expected.size() > 1) {  // never empty, so that positions go around the ring
             ASSERT_EQ(front_of(waiting), expected.front());
             waiting.pop();
             expected.pop_front();
@@ -51,7 +51,7 @@ TEST(backlog, hands_packets_out_in_order_and_whole_wherever_they_lie) {
     }
 }
 
-TEST(backlog, takes_what_fits_and_no_more) {
+TEST(backlog, accepts_what_fits_and_no_more) {
     kx::backlog waiting(room);
     EXPECT_FALSE(waiting.push({}, bytes(room - kx::packet_ring::overhead + 1)));
     EXPECT_TRUE(waiting.empty());

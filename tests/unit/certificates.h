@@ -30,8 +30,8 @@ public:
     certificate_authority(const temporary_directory &directory, const std::string &name);
 
     const std::string &file() const { return file_; }
-    // `subject_alternative` as OpenSSL's configuration has it ("IP:127.0.0.1,DNS:localhost"); valid from a day before
-    // until `valid_secs` from now.
+    // `subject_alternative` in the form of OpenSSL's configuration ("IP:127.0.0.1,DNS:localhost"). The certificate is
+    // valid since yesterday and until `valid_secs` from now.
     certificate_files issue(const std::string &common_name, const std::string &subject_alternative,
                             long valid_secs = 3600) const;
 

@@ -12,7 +12,7 @@
 struct event_rig {
     kx::event_base_ptr base{event_base_new()};
 
-    // Serves events until `done`; false when that takes longer than `limit`.
+    // Handles events until `done`. False when that takes longer than `limit`.
     bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
         auto end = std::chrono::steady_clock::now() + limit;
         while (!done()) {
@@ -27,12 +27,12 @@ struct event_rig {
         return true;
     }
 
-    // Serves events for `time`; true when `holds` did all along.
+    // Handles events for `time`. True when `holds` was true all the time.
     bool holds_for(std::chrono::milliseconds time, const std::function<bool()> &holds) {
         return !run_until([&] { return !holds(); }, time);
     }
 
-    // Serves what is ready now.
+    // Handles the events that are ready now.
     void settle() {
         for (int i = 0; i < 10; i++) {
             event_base_loop(base.get(), EVLOOP_NONBLOCK);

@@ -16,14 +16,14 @@ protected:
     std::array<std::uint8_t, HOSTAPD_CONFIG_CMD_SIZE> command_{};
 };
 
-TEST_F(hapdcfg, there_is_no_connection_without_hostapd) {
+TEST_F(hapdcfg, does_not_connect_without_hostapd) {
     EXPECT_LT(hostapd_config_open_connection(connection_.data(), "hapdcfg", 0), 0);
-    // Nor with one that has died.
+    // Nor with a dead one.
     kx::ipc_socket::open(kx::endpoint_hostapd);
     EXPECT_LT(hostapd_config_open_connection(connection_.data(), "hapdcfg", 0), 0);
 }
 
-TEST_F(hapdcfg, a_command_is_one_message) {
+TEST_F(hapdcfg, sends_a_command_as_one_message) {
     kx::ipc_socket hostapd = kx::ipc_socket::open(kx::endpoint_hostapd);
     for (int i = 0; i < 2; i++) {
         ASSERT_EQ(hostapd_config_open_connection(connection_.data(), "hapdcfg", 0), 0);
@@ -37,7 +37,7 @@ TEST_F(hapdcfg, a_command_is_one_message) {
     }
 }
 
-TEST_F(hapdcfg, a_hostapd_that_does_not_read_or_has_gone_is_a_negative_result) {
+TEST_F(hapdcfg, fails_when_hostapd_does_not_read_or_has_died) {
     {
         kx::ipc_socket hostapd = kx::ipc_socket::open(kx::endpoint_hostapd);
         ASSERT_EQ(hostapd_config_open_connection(connection_.data(), "hapdcfg", 0), 0);

@@ -15,8 +15,8 @@ enum : std::uint32_t {
     daemon_dirt_past_end = 3,    // answers with be32: bytes past the message's end that are not zero
     daemon_scribble = 4,         // writes KX_IPC_RX_SCRATCH bytes from the start of the payload
     daemon_send = 5,             // payload: destination; sends it an empty notification, answers with be32: the result
-    daemon_send_until_full = 6,  // the same until one fails; answers with be32: how many were taken
-    daemon_timer = 7,            // payload: be32 milliseconds, destination; sends there when the time has come
+    daemon_send_until_full = 6,  // the same until one fails; answers with be32: how many were sent
+    daemon_timer = 7,            // payload: be32 milliseconds, destination; sends there after that time
     daemon_last_result = 8,      // answers with be32: the result of the last answer
     daemon_inherited_fds = 9,    // answers with be32: descriptors that a program run by the process would inherit
     daemon_work = 10,            // a notification that takes a while
@@ -24,14 +24,14 @@ enum : std::uint32_t {
 
 class ipc_daemon {
 public:
-    // Starts the process and waits until it serves its endpoint, or has failed to open it.
+    // Starts the process and waits until it serves its endpoint or has failed to open it.
     ipc_daemon();
     ~ipc_daemon() { kill(); }
     ipc_daemon(const ipc_daemon &) = delete;
     ipc_daemon &operator=(const ipc_daemon &) = delete;
 
     bool is_serving() const { return serving_; }
-    // As an operator stops the daemon: SIGKILL.
+    // Stops it with SIGKILL.
     void kill();
 
 private:

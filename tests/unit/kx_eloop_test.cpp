@@ -59,7 +59,7 @@ protected:
     kx_eloop() { order.clear(); }
 };
 
-TEST_F(kx_eloop, timers_fire_in_order_and_never_early_and_then_the_loop_ends) {
+TEST_F(kx_eloop, fires_timers_in_order_and_never_early_and_then_ends) {
     ASSERT_EQ(kx_eloop_init(nullptr), 0);
     std::vector<shot> shots(5);
     unsigned times[] = {40, 1, 25, 0, 1003};
@@ -74,7 +74,7 @@ TEST_F(kx_eloop, timers_fire_in_order_and_never_early_and_then_the_loop_ends) {
     }
 }
 
-TEST_F(kx_eloop, a_timer_can_arm_itself_again) {
+TEST_F(kx_eloop, lets_a_handler_register_itself_again) {
     ASSERT_EQ(kx_eloop_init(nullptr), 0);
     shot each{.ms = 2, .armed = {}, .fired = {}, .left = 3};
     arm(each);
@@ -83,7 +83,7 @@ TEST_F(kx_eloop, a_timer_can_arm_itself_again) {
     EXPECT_GE(each.fired - each.armed, std::chrono::milliseconds(8));
 }
 
-TEST_F(kx_eloop, too_many_timers_are_refused) {
+TEST_F(kx_eloop, refuses_too_many_timers) {
     ASSERT_EQ(kx_eloop_init(nullptr), 0);
     shot each;
     int armed = 0;
@@ -98,7 +98,7 @@ TEST_F(kx_eloop, too_many_timers_are_refused) {
     kx_eloop_run();
 }
 
-TEST_F(kx_eloop, a_flood_of_messages_does_not_hold_timers_back) {
+TEST_F(kx_eloop, fires_timers_during_a_flood_of_messages) {
     ipc_daemon daemon;
     ASSERT_TRUE(daemon.is_serving());
     kx::ipc_socket portal = kx::ipc_socket::open(kx::endpoint_captive_app);

@@ -12,7 +12,7 @@
 
 class kx_ipc_lifetime : public private_root {};
 
-TEST_F(kx_ipc_lifetime, a_killed_daemon_leaves_its_place_to_the_next) {
+TEST_F(kx_ipc_lifetime, replaces_the_socket_of_a_killed_daemon) {
     ipc_daemon first;
     ASSERT_TRUE(first.is_serving());
     first.kill();
@@ -23,7 +23,7 @@ TEST_F(kx_ipc_lifetime, a_killed_daemon_leaves_its_place_to_the_next) {
     EXPECT_EQ(ask_daemon_number(client, daemon_count), 0u);
 }
 
-TEST_F(kx_ipc_lifetime, a_second_daemon_is_told_why_it_cannot_start) {
+TEST_F(kx_ipc_lifetime, reports_why_a_second_daemon_cannot_start) {
     ipc_daemon first;
     ASSERT_TRUE(first.is_serving());
     testing::internal::CaptureStderr();
@@ -36,7 +36,7 @@ TEST_F(kx_ipc_lifetime, a_second_daemon_is_told_why_it_cannot_start) {
     EXPECT_EQ(ask_daemon_number(client, daemon_count), 0u);
 }
 
-TEST_F(kx_ipc_lifetime, a_file_in_the_way_is_left_alone) {
+TEST_F(kx_ipc_lifetime, leaves_another_file_at_its_path_alone) {
     kx::make_private_directories(root() + "/kx/ipc");
     std::string file = write_file("kx/ipc/client_mgr", "precious");
     testing::internal::CaptureStderr();
@@ -46,7 +46,7 @@ TEST_F(kx_ipc_lifetime, a_file_in_the_way_is_left_alone) {
     EXPECT_EQ(read_file(file), "precious");
 }
 
-TEST_F(kx_ipc_lifetime, a_root_too_long_for_a_socket_is_an_error) {
+TEST_F(kx_ipc_lifetime, fails_when_the_root_is_too_long_for_a_socket) {
     std::string deep = root() + "/" + std::string(100, 'x');
     setenv("KX_ROOT", deep.c_str(), 1);
     testing::internal::CaptureStderr();
@@ -57,7 +57,7 @@ TEST_F(kx_ipc_lifetime, a_root_too_long_for_a_socket_is_an_error) {
     setenv("KX_ROOT", root().c_str(), 1);
 }
 
-TEST_F(kx_ipc_lifetime, of_many_that_start_at_once_one_serves) {
+TEST_F(kx_ipc_lifetime, serves_one_of_many_that_start_at_once) {
     ipc_daemon().kill();
     constexpr int starters = 20;
     std::array<int, 2> results{};

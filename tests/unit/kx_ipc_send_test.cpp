@@ -32,7 +32,7 @@ TEST_F(kx_ipc_sending, arrives_at_the_endpoint) {
     }
 }
 
-TEST_F(kx_ipc_sending, a_missing_peer_is_a_negative_result_until_it_is_there) {
+TEST_F(kx_ipc_sending, fails_until_the_peer_has_started) {
     EXPECT_EQ(send_to(portal), failed);
     EXPECT_EQ(send_to(portal), failed);
     kx::ipc_socket peer = kx::ipc_socket::open(portal);
@@ -40,7 +40,7 @@ TEST_F(kx_ipc_sending, a_missing_peer_is_a_negative_result_until_it_is_there) {
     EXPECT_TRUE(wait_for_message(peer));
 }
 
-TEST_F(kx_ipc_sending, a_full_peer_is_a_negative_result_until_it_reads) {
+TEST_F(kx_ipc_sending, fails_while_the_queue_of_the_peer_is_full) {
     kx::ipc_socket peer = kx::ipc_socket::open(portal);
     std::optional<std::uint32_t> taken = ask_daemon_number(client_, daemon_send_until_full, portal);
     ASSERT_TRUE(taken);
@@ -53,7 +53,7 @@ TEST_F(kx_ipc_sending, a_full_peer_is_a_negative_result_until_it_reads) {
     EXPECT_EQ(send_to(portal), empty_message);
 }
 
-TEST_F(kx_ipc_sending, finds_a_peer_again_that_was_started_anew) {
+TEST_F(kx_ipc_sending, reaches_a_restarted_peer) {
     for (int i = 0; i < 3; i++) {
         kx::ipc_socket peer = kx::ipc_socket::open(portal);
         EXPECT_EQ(send_to(portal), empty_message);
@@ -66,7 +66,7 @@ TEST_F(kx_ipc_sending, finds_a_peer_again_that_was_started_anew) {
     EXPECT_TRUE(wait_for_message(peer));
 }
 
-TEST_F(kx_ipc_sending, serves_more_peers_than_it_remembers) {
+TEST_F(kx_ipc_sending, reaches_more_peers_than_it_keeps_connected) {
     std::vector<std::string> names;
     std::vector<kx::ipc_socket> peers;
     for (int i = 0; i < 12; i++) {

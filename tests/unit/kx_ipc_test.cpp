@@ -47,7 +47,7 @@ TEST_F(kx_ipc_endpoint, answers_a_request_with_its_id_and_flags) {
     EXPECT_EQ(ask_daemon_number(client_, daemon_last_result), header_size + 5);
 }
 
-TEST_F(kx_ipc_endpoint, takes_messages_of_every_length_up_to_the_buffer) {
+TEST_F(kx_ipc_endpoint, accepts_messages_of_every_length_up_to_the_buffer) {
     for (std::size_t size :
          {std::size_t{0}, std::size_t{1}, buffer_size - header_size - 1, buffer_size - header_size}) {
         bytes body(size, 0xab);
@@ -96,7 +96,7 @@ TEST_F(kx_ipc_endpoint, drops_what_another_user_sends) {
     constexpr uid_t other = 65534;
     pid_t pid = fork();
     if (pid == 0) {
-        // Connected while still root: the directory lets nobody else in.
+        // Connects while it is still root, because the directory is closed to other users.
         int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
         kx::ipc_address address = kx::make_ipc_address(path());
         bytes message = raw_message(daemon_echo, 0, 1, 0);
@@ -112,17 +112,17 @@ TEST_F(kx_ipc_endpoint, drops_what_another_user_sends) {
     EXPECT_NE(syslog_lines()[0].find("uid 65534: sender not permitted"), std::string::npos) << syslog_lines()[0];
 }
 
-TEST_F(kx_ipc_endpoint, a_flood_of_bad_messages_does_not_flood_the_log) {
+TEST_F(kx_ipc_endpoint, does_not_flood_the_log_with_dropped_messages) {
     for (int i = 0; i < 2000; i++) {
         ASSERT_TRUE(send_raw(path(), bytes(3)));
     }
     ASSERT_EQ(ask_daemon_number(client_, daemon_count), 0u);
-    // Ten a period; the test may see two periods, and then the line that counts what the first one left out.
+    // Ten lines in a period. The test may run into a second period, which begins with a line about dropped lines.
     EXPECT_GE(syslog_lines().size(), 10u);
     EXPECT_LE(syslog_lines().size(), 21u);
 }
 
-TEST_F(kx_ipc_endpoint, the_buffer_is_zero_past_each_message) {
+TEST_F(kx_ipc_endpoint, clears_the_buffer_past_each_message) {
     EXPECT_EQ(ask_daemon_number(client_, daemon_dirt_past_end), 0u);
     for (std::size_t size : {buffer_size - header_size, std::size_t{100}, std::size_t{0}, std::size_t{5000}}) {
         notify_daemon(client_, daemon_echo, bytes(size, 0xff));
@@ -130,25 +130,25 @@ TEST_F(kx_ipc_endpoint, the_buffer_is_zero_past_each_message) {
     }
 }
 
-TEST_F(kx_ipc_endpoint, the_buffer_is_zero_where_a_handler_has_written) {
+TEST_F(kx_ipc_endpoint, clears_the_buffer_where_a_handler_has_written) {
     for (std::size_t size : {std::size_t{0}, std::size_t{30}, std::size_t{64}, std::size_t{65}}) {
         notify_daemon(client_, daemon_scribble, bytes(size, 0xff));
         EXPECT_EQ(ask_daemon_number(client_, daemon_dirt_past_end), 0u) << "after " << size;
     }
 }
 
-TEST_F(kx_ipc_endpoint, a_request_without_return_address_gets_no_answer) {
+TEST_F(kx_ipc_endpoint, does_not_answer_a_request_without_return_address) {
     ASSERT_TRUE(send_raw(path(), raw_message(daemon_echo, 4, 2, 4)));
     EXPECT_EQ(ask_daemon_number(client_, daemon_last_result), static_cast<std::uint32_t>(-1));
 }
 
-TEST_F(kx_ipc_endpoint, an_answer_to_one_who_has_gone_is_a_negative_result) {
+TEST_F(kx_ipc_endpoint, fails_to_answer_a_sender_that_has_ended) {
     std::optional<kx::ipc_socket> gone = kx::ipc_socket::anonymous();
     ASSERT_EQ(gone->send(kx::endpoint_client_mgr, daemon_send_until_full, 2, text_bytes("/kx/ipc/none")),
               kx::ipc_result::sent);
     gone.reset();
     std::optional<std::uint32_t> result = ask_daemon_number(client_, daemon_last_result);
     ASSERT_TRUE(result);
-    // The answer may have been quicker than the end of the socket.
+    // The answer may have been sent before the socket was closed.
     EXPECT_TRUE(*result == static_cast<std::uint32_t>(-1) || *result == header_size + 4);
 }

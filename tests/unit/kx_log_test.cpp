@@ -43,7 +43,7 @@ TEST_F(kx_log, opens_a_file_for_the_owner_alone) {
     EXPECT_NE(fcntl(fileno(log_file_name), F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST_F(kx_log, a_line_leaves_at_once_and_no_copy_stays) {
+TEST_F(kx_log, writes_a_line_at_once_and_keeps_no_copy) {
     ASSERT_EQ(KX_LOG_INIT("CLIENT_MGR", 3, 0), 0);
     EXPECT_LE(__fbufsize(log_file_name), 1U);
     fputs(":1:2: text\n", log_file_name);
@@ -51,7 +51,7 @@ TEST_F(kx_log, a_line_leaves_at_once_and_no_copy_stays) {
     EXPECT_LE(__fbufsize(log_file_name), 1U);
 }
 
-TEST_F(kx_log, goes_on_behind_the_lines_of_an_earlier_run) {
+TEST_F(kx_log, appends_to_the_lines_of_an_earlier_run) {
     std::filesystem::create_directory(root() + "/log");
     write_file("log/client_mgr.log", "earlier\n");
     ASSERT_EQ(KX_LOG_INIT("CLIENT_MGR", 3, 0), 0);
@@ -65,7 +65,7 @@ TEST_F(kx_log, goes_on_behind_the_lines_of_an_earlier_run) {
     EXPECT_EQ(read_file(file()), "LASTier\nlater\n");
 }
 
-TEST_F(kx_log, no_link_is_followed) {
+TEST_F(kx_log, follows_no_link) {
     std::filesystem::create_directory(root() + "/log");
     std::string other = write_file("other", "untouched");
     std::filesystem::create_symlink(other, file());
@@ -75,7 +75,7 @@ TEST_F(kx_log, no_link_is_followed) {
     EXPECT_EQ(read_file(other), "untouched");
 }
 
-TEST_F(kx_log, the_level_can_be_set_from_outside) {
+TEST_F(kx_log, reads_the_level_from_the_environment) {
     setenv("KX_LOG_LEVEL", "-1", 1);
     ASSERT_EQ(KX_LOG_INIT("CLIENT_MGR", 3, 0), 0);
     EXPECT_EQ(kx_log_conf_data.level, -1);
@@ -89,7 +89,7 @@ TEST_F(kx_log, the_level_can_be_set_from_outside) {
     }
 }
 
-TEST_F(kx_log, the_configuration_is_six_big_endian_words) {
+TEST_F(kx_log, writes_its_configuration_as_six_big_endian_words) {
     kx_log_conf_data = {0x01020304, 0x11121314, 4, 1, 0x41424344, 0x51525354};
     std::array<unsigned char, KX_LOG_CFG_BODY_SIZE> body{};
     KX_LOG_GET_CFG(body.data());
@@ -99,7 +99,7 @@ TEST_F(kx_log, the_configuration_is_six_big_endian_words) {
     EXPECT_EQ(body, expected);
 }
 
-TEST_F(kx_log, a_sensible_configuration_is_taken) {
+TEST_F(kx_log, applies_a_valid_configuration) {
     KX_LOG_SET_CFG(record({0x01020304, 0x11121314, 0xffffffff, 1, 0x41424344, 4096}).data());
     EXPECT_EQ(kx_log_conf_data.word0, 0x01020304u);
     EXPECT_EQ(kx_log_conf_data.word1, 0x11121314u);
@@ -113,7 +113,7 @@ TEST_F(kx_log, a_sensible_configuration_is_taken) {
     EXPECT_TRUE(syslog_lines().empty());
 }
 
-TEST_F(kx_log, a_senseless_configuration_changes_nothing) {
+TEST_F(kx_log, ignores_an_invalid_configuration) {
     kx_log_conf_data = {1, 2, 3, 0, 5, 8192};
     std::size_t refused = 0;
     for (auto words :

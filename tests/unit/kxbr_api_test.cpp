@@ -63,7 +63,7 @@ protected:
         command.append(" && ip link set ").append(name).append(" master ").append(bridge);
         ASSERT_EQ(run(command), 0);
     }
-    // News of links that the kernel has sent so far.
+    // Handles the notifications about links that the kernel has sent so far.
     static void serve_events() { event_base_loop(kx::process_event_base(), EVLOOP_NONBLOCK); }
     int add(const char *ifname, std::uint32_t vlan) {
         serve_events();
@@ -75,7 +75,7 @@ protected:
     mac_address sta_{2, 0, 0, 0, 0xaa, 1};
 };
 
-TEST_F(kxbr_api, a_client_is_in_the_bridge_until_it_is_deleted) {
+TEST_F(kxbr_api, keeps_a_client_in_the_bridge_until_it_is_deleted) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_NE(entries().find("02:00:00:00:aa:01 dev wlan0 master br0 static"), std::string::npos) << entries();
     EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
@@ -83,14 +83,14 @@ TEST_F(kxbr_api, a_client_is_in_the_bridge_until_it_is_deleted) {
     EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
 }
 
-TEST_F(kxbr_api, a_client_added_again_is_there_once) {
+TEST_F(kxbr_api, adds_a_client_once) {
     EXPECT_EQ(add("wlan0", 10), 0);
     std::string once = entries();
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_EQ(entries(), once);
 }
 
-TEST_F(kxbr_api, a_client_that_moves_leaves_its_old_interface) {
+TEST_F(kxbr_api, moves_a_client_from_its_old_interface) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_EQ(add("wlan1", 10), 0);
     EXPECT_EQ(entries().find("wlan0"), std::string::npos) << entries();
@@ -100,7 +100,7 @@ TEST_F(kxbr_api, a_client_that_moves_leaves_its_old_interface) {
     EXPECT_NE(entries().find("dev wlan2 master br1 static"), std::string::npos) << entries();
 }
 
-TEST_F(kxbr_api, an_entry_that_is_gone_already_is_no_error) {
+TEST_F(kxbr_api, ignores_an_entry_that_is_already_deleted) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_EQ(run("ip link del wlan0"), 0);
     EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
@@ -110,7 +110,7 @@ TEST_F(kxbr_api, an_entry_that_is_gone_already_is_no_error) {
     EXPECT_NE(entries().find("dev wlan2 master br1 static"), std::string::npos) << entries();
 }
 
-TEST_F(kxbr_api, what_the_kernel_refuses_is_a_negative_result_and_said_once) {
+TEST_F(kxbr_api, fails_when_the_kernel_refuses_and_reports_it_once) {
     EXPECT_LT(add("none", 10), 0);
     EXPECT_LT(add("lo", 10), 0);
     EXPECT_LT(add("wlan2", 4095), 0);
@@ -120,7 +120,7 @@ TEST_F(kxbr_api, what_the_kernel_refuses_is_a_negative_result_and_said_once) {
     EXPECT_EQ(kxbr_api_del_client(sta_.data()), 0);
 }
 
-TEST_F(kxbr_api, an_interface_may_come_and_join_a_bridge_later) {
+TEST_F(kxbr_api, finds_an_interface_that_joins_a_bridge_later) {
     EXPECT_LT(add("wlan3", 10), 0);
     ASSERT_EQ(run("ip link add wlan3 type veth peer name pwlan3"), 0);
     EXPECT_LT(add("wlan3", 10), 0);
@@ -134,13 +134,13 @@ TEST_F(kxbr_api, an_interface_may_come_and_join_a_bridge_later) {
     ASSERT_EQ(run("ip link del wlan3"), 0);
 }
 
-TEST_F(kxbr_api, a_client_that_moves_away_from_the_bridge_leaves_it) {
+TEST_F(kxbr_api, removes_a_client_that_moves_away_from_the_bridge) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_LT(add("none", 10), 0);
     EXPECT_EQ(entries(), "");
 }
 
-TEST_F(kxbr_api, the_table_holds_2048_clients) {
+TEST_F(kxbr_api, holds_2048_clients) {
     auto nth = [](unsigned i) {
         return mac_address{2, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)};
     };
@@ -149,7 +149,7 @@ TEST_F(kxbr_api, the_table_holds_2048_clients) {
         ASSERT_EQ(kxbr_api_add_client(nth(i).data(), "wlan0", "eth0", 10, 0, 0), 0) << i;
     }
     EXPECT_LT(kxbr_api_add_client(nth(capacity).data(), "wlan0", "eth0", 10, 0, 0), 0);
-    // Every other one goes, then all the others: none is lost in between.
+    // Deletes every other client, then the rest, and checks that none is lost in between.
     for (unsigned i = 0; i < capacity; i += 2) {
         ASSERT_EQ(kxbr_api_del_client(nth(i).data()), 0);
     }
@@ -174,7 +174,7 @@ protected:
     }
 };
 
-TEST_F(kxbr_api_vlan, a_bridge_that_filters_vlans_has_the_client_on_its_own) {
+TEST_F(kxbr_api_vlan, enters_the_vlan_of_the_client_when_the_bridge_filters_vlans) {
     EXPECT_EQ(add("wlan0", 10), 0);
     EXPECT_EQ(add("wlan2", 10), 0);
     EXPECT_EQ(entries(), "02:00:00:00:aa:01 dev wlan2 vlan 10 master br1 static\n");

@@ -34,7 +34,7 @@ TEST_F(local_ipc, carries_messages_both_ways) {
     EXPECT_FALSE(client.receive());
 }
 
-TEST_F(local_ipc, takes_messages_up_to_the_limit) {
+TEST_F(local_ipc, accepts_messages_up_to_the_limit) {
     kx::ipc_socket server = kx::ipc_socket::open(portal);
     kx::ipc_socket client = kx::ipc_socket::anonymous();
     bytes largest(kx::ipc_message_max - kx::ipc_header_size, 0xab);
@@ -46,7 +46,7 @@ TEST_F(local_ipc, takes_messages_up_to_the_limit) {
     EXPECT_THROW(client.send(portal, 1, 1, largest), std::length_error);
 }
 
-TEST_F(local_ipc, tells_absent_from_full) {
+TEST_F(local_ipc, distinguishes_absent_from_full) {
     kx::ipc_socket client = kx::ipc_socket::anonymous();
     EXPECT_EQ(client.send(portal, 1, 1, {}), kx::ipc_result::absent);
     std::optional<kx::ipc_socket> server = kx::ipc_socket::open(portal);
@@ -64,7 +64,7 @@ TEST_F(local_ipc, tells_absent_from_full) {
     EXPECT_EQ(client.send(portal, 1, 1, {}), kx::ipc_result::absent);
 }
 
-TEST_F(local_ipc, a_live_endpoint_is_not_taken_over) {
+TEST_F(local_ipc, does_not_replace_a_live_endpoint) {
     kx::ipc_socket first = kx::ipc_socket::open(portal);
     try {
         kx::ipc_socket::open(portal);
@@ -89,7 +89,7 @@ TEST_F(local_ipc, leaves_no_path_behind) {
     EXPECT_TRUE(std::filesystem::is_empty(root() + "/kx/ipc"));
 }
 
-TEST_F(local_ipc, says_what_it_drops_and_goes_on) {
+TEST_F(local_ipc, reports_what_it_drops_and_continues) {
     kx::ipc_socket server = kx::ipc_socket::open(portal);
     kx::ipc_socket client = kx::ipc_socket::anonymous();
     ASSERT_TRUE(send_raw(root() + portal, bytes(3)));

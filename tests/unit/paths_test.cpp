@@ -8,7 +8,7 @@
 
 class paths : public private_root {};
 
-TEST_F(paths, root_is_run_kx_unless_the_environment_says_otherwise) {
+TEST_F(paths, have_the_root_of_the_environment_or_run_kx) {
     setenv("KX_ROOT", "", 1);
     EXPECT_EQ(kx::root(), "/run/kx");
     unsetenv("KX_ROOT");
@@ -17,19 +17,19 @@ TEST_F(paths, root_is_run_kx_unless_the_environment_says_otherwise) {
     EXPECT_EQ(kx::root(), "/a/b");
 }
 
-TEST_F(paths, platform_paths_lie_below_the_root) {
+TEST_F(paths, of_the_platform_are_below_the_root) {
     EXPECT_EQ(kx::place("/kx/ipc/client_mgr"), root() + "/kx/ipc/client_mgr");
     setenv("KX_ROOT", "/", 1);
     EXPECT_EQ(kx::place("/kx/ipc/client_mgr"), "/kx/ipc/client_mgr");
 }
 
-TEST_F(paths, config_file_has_a_place_of_its_own_if_wanted) {
+TEST_F(paths, of_the_configuration_can_be_set) {
     EXPECT_EQ(kx::config_file(), root() + "/ap.toml");
     setenv("KX_CONFIG", "/etc/ap.toml", 1);
     EXPECT_EQ(kx::config_file(), "/etc/ap.toml");
 }
 
-TEST_F(paths, directories_are_made_for_the_owner_alone) {
+TEST_F(paths, are_made_for_the_owner_alone) {
     mode_t before = umask(0);
     kx::make_private_directories(root() + "/a/b/c");
     umask(before);
@@ -38,7 +38,7 @@ TEST_F(paths, directories_are_made_for_the_owner_alone) {
     EXPECT_NO_THROW(kx::make_private_directories(root() + "/a/b/c"));
 }
 
-TEST_F(paths, a_file_in_the_way_is_an_error_that_names_it) {
+TEST_F(paths, that_are_files_are_an_error_that_names_them) {
     std::string file = write_file("file", "");
     try {
         kx::make_private_directories(file);

@@ -57,7 +57,7 @@ protected:
 
 }  // namespace
 
-TEST_F(system_log, a_line_is_as_that_of_libc) {
+TEST_F(system_log, writes_a_line_like_that_of_libc) {
     reader reads(path_);
     write(LOG_USER | LOG_CRIT, "client %02x of %s", 10, "wlan0");
     std::string line = reads.next();
@@ -66,7 +66,7 @@ TEST_F(system_log, a_line_is_as_that_of_libc) {
         << line;
 }
 
-TEST_F(system_log, a_long_line_is_cut) {
+TEST_F(system_log, cuts_a_long_line) {
     reader reads(path_);
     write(LOG_USER | LOG_INFO, "%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(reads.next_text(), std::string(1023, 'x'));
@@ -74,7 +74,7 @@ TEST_F(system_log, a_long_line_is_cut) {
     EXPECT_EQ(reads.next_text(), '7' + std::string(1022, 'x'));
 }
 
-TEST_F(system_log, a_log_that_does_not_read_costs_lines_and_no_time) {
+TEST_F(system_log, drops_lines_instead_of_waiting_for_a_reader) {
     reader reads(path_);
     constexpr int lines = 1000;
     for (int i = 0; i < lines; i++) {
@@ -92,7 +92,7 @@ TEST_F(system_log, a_log_that_does_not_read_costs_lines_and_no_time) {
     EXPECT_EQ(reads.next_text(), "and again");
 }
 
-TEST_F(system_log, one_that_comes_later_or_is_restarted_is_found) {
+TEST_F(system_log, finds_a_reader_that_starts_later_or_is_restarted) {
     write(LOG_USER | LOG_INFO, "lost");
     for (int i = 0; i < 2; i++) {
         reader reads(path_);

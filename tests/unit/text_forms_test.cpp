@@ -7,7 +7,7 @@
 
 using bytes = std::vector<std::uint8_t>;
 
-TEST(text_forms, hexadecimal_digits_of_either_case_and_nothing_else) {
+TEST(text_forms, include_hexadecimal_digits_of_either_case_and_nothing_else) {
     const std::string_view lower = "0123456789abcdef", upper = "0123456789ABCDEF";
     for (int c = 0; c < 256; c++) {
         const char each = static_cast<char>(c);
@@ -19,7 +19,7 @@ TEST(text_forms, hexadecimal_digits_of_either_case_and_nothing_else) {
     }
 }
 
-TEST(text_forms, bytes_from_and_to_hexadecimal_text) {
+TEST(text_forms, convert_bytes_from_and_to_hexadecimal) {
     EXPECT_EQ(kx::format_hex(bytes{0x00, 0x9a, 0xff, 0x10}), "009aff10");
     EXPECT_EQ(kx::parse_hex("009afF10"), (bytes{0x00, 0x9a, 0xff, 0x10}));
     EXPECT_EQ(kx::format_hex({}), "");
@@ -29,7 +29,7 @@ TEST(text_forms, bytes_from_and_to_hexadecimal_text) {
     }
 }
 
-TEST(text_forms, an_ipv4_address_begins_with_its_highest_byte) {
+TEST(text_forms, begin_an_ipv4_address_with_its_highest_byte) {
     EXPECT_EQ(kx::format_ipv4(0xc0a80517), "192.168.5.23");
     EXPECT_EQ(kx::format_ipv4(0), "0.0.0.0");
     EXPECT_EQ(kx::format_ipv4(0xffffffff), "255.255.255.255");

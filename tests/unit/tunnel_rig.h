@@ -20,7 +20,7 @@ public:
     loopback_listener(const loopback_listener &) = delete;
     loopback_listener &operator=(const loopback_listener &) = delete;
     std::uint16_t port() const { return port_; }
-    int accept() const;  // -1 when nobody waits
+    int accept() const;  // -1 when no connection waits
 
 private:
     int fd_;
@@ -58,7 +58,7 @@ struct tunnel_rig : event_rig {
     tunnel_end accepted, connected;
 
     void start_connecting(const std::string &host = "127.0.0.1");
-    bool start_accepting();  // false when nobody connects in time
+    bool start_accepting();  // false when no peer connects in time
     bool both_up();          // starts both ends
 };
 

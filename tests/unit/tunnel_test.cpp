@@ -99,7 +99,7 @@ protected:
         EXPECT_EQ(connected.ups, 0);
     }
 
-    // Sends from `end` until the tunnel refuses; the number of messages taken.
+    // Sends from `end` until the tunnel refuses. Returns the number of accepted messages.
     static std::uint32_t fill(tunnel_end &end, std::size_t size) {
         std::uint32_t count = 0;
         while (end.send(numbered(count, size))) {
@@ -139,7 +139,7 @@ TEST_F(tunnel, refuses_a_message_that_is_too_long_and_any_before_it_is_up) {
     EXPECT_FALSE(connected.send(bytes(kx::tunnel_message_max + 1)));
 }
 
-TEST_F(tunnel, takes_a_frame_that_is_cut_anywhere) {
+TEST_F(tunnel, reads_a_frame_that_is_cut_anywhere) {
     auto peer = start_raw_peer();
     bytes whole = frame(106, {10, 11, 12, 13, 14});
     for (std::size_t cut = 1; cut < whole.size(); cut++) {
@@ -154,7 +154,7 @@ TEST_F(tunnel, takes_a_frame_that_is_cut_anywhere) {
     }
 }
 
-TEST_F(tunnel, takes_frames_that_arrive_together) {
+TEST_F(tunnel, reads_frames_that_arrive_together) {
     auto peer = start_raw_peer();
     bytes together;
     for (const bytes &part : {frame(106, {1}), frame(0, {kx::tunnel_keep_alive}), frame(5, {}), frame(106, {2, 3})}) {
@@ -277,7 +277,7 @@ TEST_F(tunnel, reports_a_controller_that_is_not_there) {
     EXPECT_NE(connected.reason.find("127.0.0.1 port "), std::string::npos) << connected.reason;
 }
 
-TEST_F(tunnel, gives_up_a_handshake_that_does_not_proceed) {
+TEST_F(tunnel, ends_a_handshake_that_does_not_proceed) {
     options.setup = 50ms;
     start_connecting();
     ASSERT_TRUE(run_until([&] { return connected.downs == 1; }));
@@ -306,13 +306,13 @@ TEST_F(tunnel, stays_up_in_silence) {
     EXPECT_TRUE(holds_for(1s, [&] { return accepted.up() && connected.up(); })) << accepted.reason << connected.reason;
 }
 
-TEST_F(tunnel, a_receiver_that_stops_reading_is_not_given_up_and_loses_nothing) {
+TEST_F(tunnel, keeps_a_receiver_that_stops_reading_and_loses_nothing) {
     options.ping_after = 20ms;
     options.dead_after = 200ms;
     ASSERT_TRUE(both_up());
     accepted.tunnel->set_reading(false);
     std::uint32_t sent = fill(connected, 1000);
-    // What the sockets' buffers take makes room once more; then the queue stays full.
+    // The sockets' buffers make room once more; then the queue stays full.
     ASSERT_TRUE(run_until([&] {
         while (connected.send(numbered(sent, 1000))) {
             sent++;
@@ -330,7 +330,7 @@ TEST_F(tunnel, a_receiver_that_stops_reading_is_not_given_up_and_loses_nothing) 
     EXPECT_TRUE(accepted.up() && connected.up());
 }
 
-TEST_F(tunnel, refuses_when_the_queue_is_full_and_says_when_there_is_room) {
+TEST_F(tunnel, refuses_when_the_queue_is_full_and_reports_when_there_is_room) {
     options.queue_max = 100'000;
     ASSERT_TRUE(both_up());
     std::uint32_t sent = fill(connected, 992);
@@ -369,7 +369,7 @@ TEST_F(tunnel, counts_the_messages_that_were_not_sent) {
     EXPECT_TRUE(accepted.reason.ends_with(" messages were not sent"));
 }
 
-TEST_F(tunnel, close_sends_what_is_queued_first) {
+TEST_F(tunnel, sends_what_is_queued_before_it_closes) {
     ASSERT_TRUE(both_up());
     std::uint32_t sent = fill(connected, 1000);
     connected.tunnel->close();
@@ -381,7 +381,7 @@ TEST_F(tunnel, close_sends_what_is_queued_first) {
     EXPECT_EQ(connected.reason, "closed");
 }
 
-TEST_F(tunnel, close_does_not_wait_for_a_peer_that_does_not_read) {
+TEST_F(tunnel, closes_without_waiting_for_a_peer_that_does_not_read) {
     ASSERT_TRUE(both_up());
     accepted.tunnel->set_reading(false);
     ASSERT_TRUE(run_until([&, sent = 0U]() mutable {
@@ -396,7 +396,7 @@ TEST_F(tunnel, close_does_not_wait_for_a_peer_that_does_not_read) {
     EXPECT_TRUE(connected.reason.starts_with("closed; ")) << connected.reason;
 }
 
-TEST_F(tunnel, a_close_during_connecting_ends_it) {
+TEST_F(tunnel, can_be_closed_while_it_connects) {
     start_connecting();
     connected.tunnel->close();
     ASSERT_TRUE(run_until([&] { return connected.downs == 1; }));
@@ -404,14 +404,14 @@ TEST_F(tunnel, a_close_during_connecting_ends_it) {
     EXPECT_EQ(connected.ups, 0);
 }
 
-TEST_F(tunnel, destruction_tells_the_peer) {
+TEST_F(tunnel, ends_for_the_peer_when_it_is_destroyed) {
     ASSERT_TRUE(both_up());
     connected.tunnel.reset();
     ASSERT_TRUE(run_until([&] { return accepted.downs == 1; }));
     EXPECT_EQ(accepted.reason, "closed by the peer");
 }
 
-TEST_F(tunnel, what_a_peer_sent_before_it_closed_is_delivered_after_a_pause) {
+TEST_F(tunnel, delivers_after_a_pause_what_the_peer_sent_before_it_closed) {
     ASSERT_TRUE(both_up());
     accepted.also_on_message = [&] { accepted.tunnel->set_reading(false); };
     for (std::uint8_t i = 0; i < 5; i++) {
@@ -428,7 +428,7 @@ TEST_F(tunnel, what_a_peer_sent_before_it_closed_is_delivered_after_a_pause) {
     EXPECT_TRUE(run_until([&] { return accepted.downs == 1; }));
 }
 
-TEST_F(tunnel, a_failure_during_a_pause_is_reported_after_what_was_received) {
+TEST_F(tunnel, reports_a_failure_during_a_pause_after_what_was_received) {
     auto peer = start_raw_peer();
     accepted.also_on_message = [&] { accepted.tunnel->set_reading(false); };
     bytes together = frame(106, {1});
@@ -440,7 +440,7 @@ TEST_F(tunnel, a_failure_during_a_pause_is_reported_after_what_was_received) {
     linger reset{1, 0};
     setsockopt(peer->fd(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
     peer.reset();
-    // Writing shows that the peer is gone; from then on nothing is taken.
+    // Writing shows that the peer has ended; later messages are refused.
     ASSERT_TRUE(run_until([&] { return !accepted.send({1}); }));
     EXPECT_EQ(accepted.downs, 0);
     for (std::size_t i = 2; i <= 3; i++) {

@@ -14,15 +14,16 @@ extern "C" {
 #define HOSTAPD_CONFIG_CTX_SIZE 224
 #define HOSTAPD_CONFIG_CMD_SIZE 1096
 
-/* `ctx` is HOSTAPD_CONFIG_CTX_SIZE zeroed bytes of the caller's, aligned for any type; it holds the connection.
- * `client_name` names the caller, `flags` is 0. Returns 0, or a negative value when hostapd cannot be reached. */
+/* `ctx` is memory of the caller that holds the connection: HOSTAPD_CONFIG_CTX_SIZE zeroed bytes, aligned for any type.
+ * `client_name` is the name of the caller, `flags` is 0. Returns 0, or a negative value when hostapd cannot be reached.
+ */
 int hostapd_config_open_connection(void *ctx, const char *client_name, int flags);
 
-/* Hands HOSTAPD_CONFIG_CMD_SIZE bytes, at any address, to hostapd. Returns 0, or a negative value when they were not
- * taken. */
+/* Sends HOSTAPD_CONFIG_CMD_SIZE bytes, at any address, to hostapd. Never blocks. Returns 0, or a negative value when
+ * they could not be sent. */
 int hostapd_config_send_command(const void *cmd, void *ctx);
 
-/* Ends the connection; for every successful open, once. Returns 0, or a negative value. */
+/* Ends the connection. Called once for every successful open. Returns 0, or a negative value. */
 int hostapd_config_close_connection(void *ctx);
 
 #ifdef __cplusplus

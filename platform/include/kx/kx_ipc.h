@@ -21,14 +21,14 @@ extern "C" {
 #define KX_IPC_FLAG_NOTIFICATION 1u
 #define KX_IPC_FLAG_REQUEST 2u
 
-/* Send to the endpoint that kx_ipc_send_desc.dest names; the one mode there is. */
+/* The only mode: send to the endpoint named by kx_ipc_send_desc.dest. */
 #define KX_IPC_MODE_DEST 2u
 
-/* The handler of a message may write into this many bytes from the start of the payload, also past the message's
- * end. It leaves every other byte of the receive buffer as it is, so a port need not clear what it knows to be zero. */
+/* The handler of a message may write to this many bytes from the start of the payload, also past the message's end. It
+ * changes no other byte of the receive buffer, so a port need not clear bytes that are still zero. */
 #define KX_IPC_RX_SCRATCH 64u
 
-/* One process's local IPC endpoint; owned by the port, alive as long as the process. */
+/* The local IPC endpoint of a process, owned by the port and valid until the process ends. */
 typedef struct kx_ipc *kx_ipc_handle;
 
 /* Each word big-endian, as it travels. */
@@ -38,9 +38,9 @@ typedef struct kx_ipc_msg_hdr {
     uint32_t flags;
 } kx_ipc_msg_hdr;
 
-/* A received message, valid until the handler returns. `hdr` is the start of the receive buffer, `payload` the byte
- * behind the header. The buffer past the message's end is zero up to its full length. A port embeds this record in
- * a larger one of its own that knows whom to answer. */
+/* A received message, valid until the handler returns. `hdr` points to the start of the receive buffer, `payload` to
+ * the byte after the header. The buffer is zero past the message's end. A port embeds this record in a larger one,
+ * where it keeps the address of the sender. */
 typedef struct kx_ipc_rx {
     kx_ipc_msg_hdr *hdr;
     uint8_t *payload;
@@ -48,8 +48,8 @@ typedef struct kx_ipc_rx {
 
 typedef void (*kx_ipc_recv_handler)(kx_ipc_rx *rx);
 
-/* What kx_ipc_send sends and where to; the port keeps nothing of it after the call. `msg` points to a complete
- * message, at any address, whose length is 12 plus the header's len word. `dest` is NUL-terminated. */
+/* A message for kx_ipc_send and its destination. `msg` points to a complete message, at any address, whose length is 12
+ * plus the header's len word. `dest` is NUL-terminated. The port keeps none of the pointers after the call. */
 typedef struct kx_ipc_send_desc {
     kx_ipc_handle ipc;
     uint32_t mode;
@@ -57,21 +57,21 @@ typedef struct kx_ipc_send_desc {
     char dest[20];
 } kx_ipc_send_desc;
 
-/* Opens the endpoint `path` and has the event loop call `recv` for each message that arrives there whole: at least
- * its header, at most rx_buf_len bytes, and as long as its len word says. Anything else is dropped by the port.
- * `rx_buf` (rx_buf_len bytes, zero at this call) belongs to the port from here on. `flags` is 0.
- * Returns 0, or a negative value when the endpoint cannot be opened. */
+/* Opens the endpoint `path`. The event loop calls `recv` for each well-formed message: one with a header, at most
+ * rx_buf_len bytes long, and as long as its len word says. The port drops all others. `rx_buf` (rx_buf_len bytes, zero
+ * at this call) belongs to the port from now on. `flags` is 0. Returns 0, or a negative value when the endpoint cannot
+ * be opened. */
 int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv_handler recv, uint32_t flags);
 
 /* The handle of the endpoint that kx_ipc_init opened, null before that. */
 kx_ipc_handle kx_ipc_eloop_get_ipc(void);
 
-/* Answers the request `rx` with `len` bytes of `body`: the request's id, its flags, and the body as payload.
- * Never blocks. Returns a non-negative value, or a negative one when the answer could not be delivered. */
+/* Sends the response to the request `rx`: its payload is `len` bytes of `body`, its id and flags are those of the
+ * request. Never blocks. Returns a negative value when the response could not be delivered, another value otherwise. */
 int kx_ipc_eloop_resp(kx_ipc_rx *rx, const void *body, uint32_t len);
 
-/* Sends one message; never blocks. Returns the number of bytes sent, or a negative value when there is no such
- * endpoint, nobody reads it, or its queue is full. Nothing is retried. */
+/* Sends one message. Never blocks and never retries. Returns the number of bytes sent, or a negative value when there
+ * is no such endpoint, no process reads it, or its queue is full. */
 int kx_ipc_send(const kx_ipc_send_desc *desc);
 
 #ifdef __cplusplus

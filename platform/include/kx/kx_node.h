@@ -1,4 +1,4 @@
-/* What the platform knows about the access point itself. */
+/* Properties of the access point itself. */
 #ifndef KX_NODE_H
 #define KX_NODE_H
 
