@@ -1,4 +1,4 @@
-"""Runs the lab; started by `run`, which builds the programs first."""
+"""Runs the lab. The script `run` builds the programs and then starts this module."""
 
 import sys
 
@@ -8,7 +8,7 @@ from lab.site.ending import Ended, end_on_signals
 def main() -> int:
     end_on_signals()
     try:
-        from lab.site.command_line import run  # loading it takes a moment, in which a signal may come already
+        from lab.site.command_line import run  # here, so that a signal while the module loads is handled
         return run()
     except Ended as ended:
         return ended.status

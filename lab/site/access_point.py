@@ -22,7 +22,7 @@ ACL_AUTH_REQ = "CLIENT_MGR_CLIENT_ACL_AUTH_REQ"
 
 
 class AccessPoint:
-    """`vaps` is the [[vap]] part of its configuration; `identity` shows it to the controller."""
+    """`vaps` is the [[vap]] part of the configuration, `identity` the access point's certificate and key."""
 
     def __init__(self, processes: Processes, directory: Path, mac: str, vaps: str, identity: Identity) -> None:
         self.name = directory.name
@@ -42,7 +42,7 @@ class AccessPoint:
         return tomllib.loads(self.vaps_text).get("vap", [])
 
     def configure(self, controller: Controller, authority: Authority) -> None:
-        """Writes the configuration, in one step for whoever reads it."""
+        """Writes the configuration atomically."""
         text = f"""\
 [ap]
 mac = "{self.mac}"
@@ -64,14 +64,14 @@ key = {quote(self.identity.key)}
         return self.running[program]
 
     def start_radio(self, *arguments: object) -> None:
-        """Waits until the radio owns its VAPs: the daemon would otherwise ask the kernel for them."""
+        """Waits until the radio serves its VAPs. Until then the daemon's driver requests would go to the kernel."""
         radio = self.start("radio", "--json", "--stay", *arguments)
         sockets = [self.root / "kx/driver" / vap["ifname"] for vap in self.vaps if "bssid" in vap]
         wait_until(lambda: all(each.exists() for each in sockets), f"{self.name}: the radio serves its VAPs",
                    log=radio.err, check=radio.check_runs)
 
     def start_all(self) -> None:
-        """With a radio that hears nothing yet."""
+        """Starts all programs, with a radio that plays an empty capture."""
         self.start("captive_app", "--json")
         self.start("hostapd_app", "--json")
         silence = self.root / "silence.pcap"
@@ -81,7 +81,7 @@ key = {quote(self.identity.key)}
         self.start("apd")
 
     def play(self, *arguments: object) -> None:
-        """Has the radio hear something: to a daemon that is ready."""
+        """Restarts the radio with other options. The daemon must be ready."""
         self.end("radio")
         self.radio_output.file.unlink()
         self.radio_output = JsonLines(self.radio_output.file)
@@ -102,7 +102,7 @@ key = {quote(self.identity.key)}
         return read_client_table(self.root)
 
     def radio_state(self) -> str:
-        """"waiting" for the daemon, "playing" or "played"."""
+        """One of "waiting" (for the daemon), "playing" and "played"."""
         return self._ask_radio(0)["state"]
 
     def stations(self) -> list[dict[str, Any]]:
@@ -114,12 +114,12 @@ key = {quote(self.identity.key)}
             if len(found) >= page["total"] or not page["stations"]:
                 return found
 
-    def _ask_radio(self, leave_out: int) -> dict[str, Any]:
+    def _ask_radio(self, skip: int) -> dict[str, Any]:
         with LocalSocket(self.root) as ipc:
-            return json.loads(ipc.request(RADIO, Radio.STATIONS, struct.pack(">I", leave_out)))
+            return json.loads(ipc.request(RADIO, Radio.STATIONS, struct.pack(">I", skip)))
 
     def probe(self) -> str:
-        """Sends the daemon a MAC ACL question that no station asks. Returns the address that it is about."""
+        """Sends the daemon a MAC ACL question for a MAC address that no station has. Returns the address."""
         client = make_probe_mac()
         bssid = next(vap["bssid"] for vap in self.vaps if "bssid" in vap)
         with LocalSocket(self.root) as ipc:
@@ -127,7 +127,7 @@ key = {quote(self.identity.key)}
         return client
 
     def has_answer_to(self, probe: str) -> bool:
-        """The controller's answer to the probe has reached the daemon, whose radio knows of no such question."""
+        """True when the controller's answer to the probe has reached the daemon. The radio refuses its verdict."""
         return self.log_has(f"sending acl auth response to drv failed for {probe} ")
 
     def log_has(self, text: str) -> bool:
@@ -150,5 +150,5 @@ def mac_bytes(text: str) -> bytes:
 
 
 def quote(value: object) -> str:
-    """A TOML string."""
+    """`value` as a TOML string."""
     return json.dumps(str(value), ensure_ascii=False)

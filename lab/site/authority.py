@@ -17,7 +17,7 @@ class Identity:
 
 
 class Authority:
-    """Signs certificates with a key that exists in `directory` alone."""
+    """Signs certificates with a key in `directory`."""
 
     def __init__(self, directory: Path, name: str = "authority") -> None:
         self._directory = directory
@@ -29,7 +29,7 @@ class Authority:
         return self._own.certificate
 
     def issue(self, name: str, address: str | None = None) -> Identity:
-        """A certificate for `name`; with `address`, valid for the host of that IP address."""
+        """Issues a certificate for the common name `name`, and for the IP address `address` when it is given."""
         issued = self._identity(name)
         host = ("-addext", f"subjectAltName=IP:{address}") if address else ()
         self._make(issued, name, "-CA", self._own.certificate, "-CAkey", self._own.key,
@@ -45,4 +45,4 @@ class Authority:
         done = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False,
                               preexec_fn=die_with_parent)
         if done.returncode != 0:
-            raise LabFailure(f"openssl could not make the certificate of {name}: {done.stderr.strip()}")
+            raise LabFailure(f"openssl failed to make the certificate of {name}: {done.stderr.strip()}")

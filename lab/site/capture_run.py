@@ -25,22 +25,22 @@ AP_MAC = "02:00:00:00:10:00"
 PATIENCE_SECONDS = 30
 
 INTRODUCTION = """\
-[bold]client_mgr[/] is the daemon in a wireless access point that knows its clients: it hears from
-the radio who comes and goes, and reports it to the controller of all access points.
-Here it runs for real; only the radio is a stand-in, which listens to a recording:
+[bold]client_mgr[/] is the client manager of a wireless access point. It follows the clients that associate,
+roam and leave, and reports them to the controller of all access points.
+Here the real program runs. Only the radio is a stand-in, which plays a recording:
 
   recording --> [green]radio[/] --> [bold]client_mgr[/] --> platform daemon (apd) == TLS ==> [cyan]controller[/]
 """
 
 EVENTS = {"associations": "association granted", "reassociations": "reassociation granted",
-          "refused": "association refused", "disassociations": "station left or was sent away",
-          "addresses": "address of a station", "elsewhere": "event of another access point"}
+          "refused": "association refused", "disassociations": "station left or was disassociated",
+          "addresses": "IP address of a station", "elsewhere": "event on another access point"}
 
 
 @dataclass(frozen=True)
 class Capture:
     file: Path
-    vaps: str  # the [[vap]] tables of the access points in it; empty when no station associates with one
+    vaps: str  # [[vap]] tables of the access points in the capture; empty when no station associates
 
 
 def builtin_capture(build: Path) -> Capture:
@@ -49,7 +49,7 @@ def builtin_capture(build: Path) -> Capture:
 
 
 def open_capture(file: Path, programs: Path) -> Capture:
-    """What the radio has to say of it goes to standard error. Raises LabFailure when `file` is no capture."""
+    """Prints the radio's warnings on standard error. Raises LabFailure when `file` is not a capture."""
     found = subprocess.run([programs / "radio", "--discover", file], env=environment_for(None), capture_output=True,
                            text=True, check=False, preexec_fn=die_with_parent)
     if found.returncode != 0:
@@ -60,18 +60,18 @@ def open_capture(file: Path, programs: Path) -> Capture:
 
 def play(lab: Laboratory, capture: Capture, speed: str, narrator: Narrator | JsonNarrator,
          access_point: AccessPoint) -> None:
-    """Returns when everything was played and everything that came of it has reached the controller."""
+    """Returns when everything was played and all resulting records have reached the controller."""
     lab.start()
     access_point.play("--speed", speed, "--patience", PATIENCE_SECONDS, capture.file)
 
     def is_played() -> bool:
-        narrator.tell_news()
+        narrator.print_news()
         return any(event["event"] == "summary" for event in access_point.radio_output.read())
 
-    # The radio gives up by itself when nothing goes on.
+    # No limit here: the radio exits when it makes no progress.
     wait_until(is_played, "the capture is played", float("inf"), check=lab.processes.check)
     settle(lab)
-    narrator.tell_news()
+    narrator.print_news()
 
 
 def run_json(capture: Capture, speed: str, programs: Path) -> None:
@@ -91,30 +91,30 @@ def run_for_people(capture: Capture, speed: str, programs: Path, console: Consol
         try:
             play(lab, capture, speed, Narrator(console, access_point, lab.controller), access_point)
         except Ended:
-            console.print(f"\nEnded. What was said until then is in {lab.directory}", soft_wrap=True)
+            console.print(f"\nInterrupted. The output so far is in {lab.directory}", soft_wrap=True)
             raise
         clients = access_point.clients()
     show_result(console, lab, access_point, clients)
 
 
 def describe_speed(speed: str) -> str:
-    return "as fast as client_mgr takes it" if speed == "max" else f"at {speed} times the speed it was recorded at"
+    return "as fast as client_mgr reads" if speed == "max" else f"at {speed} times the recorded speed"
 
 
 def show_result(console: Console, lab: Laboratory, access_point: AccessPoint, clients: list[Client]) -> None:
     console.print("\n[bold]What happened[/]\n")
-    show_heard(console, access_point)
+    show_events(console, access_point)
     show_records(console, lab)
     show_clients(console, access_point, clients)
     show_logs(console, lab, access_point)
 
 
-def show_heard(console: Console, access_point: AccessPoint) -> None:
+def show_events(console: Console, access_point: AccessPoint) -> None:
     summary = next(event for event in access_point.radio_output.read() if event["event"] == "summary")
     frames = summary["frames"]
     unused = [f"{number} {name}" for name, number in frames.items() if name != "total" and number]
-    console.print(f"The [green]radio[/] heard {frames['total']} frames" +
-                  (f", not used: {', '.join(unused)}" if unused else "") + ". What they tell of:\n", soft_wrap=True)
+    console.print(f"The [green]radio[/] read {frames['total']} frames" +
+                  (f", not used: {', '.join(unused)}" if unused else "") + ". Events in them:\n", soft_wrap=True)
     rows = [(f"{number:5}", EVENTS.get(name, name)) for name, number in summary["events"].items() if number]
     print_table(console, ("", "event"), rows)
 
@@ -128,7 +128,7 @@ def show_records(console: Console, lab: Laboratory) -> None:
 
 
 def print_table(console: Console, headings: Sequence[str], rows: Sequence[Sequence[str]]) -> None:
-    """Whatever the terminal's width: what does not fit is wrapped by the terminal, nothing is left out."""
+    """Prints whole rows at any terminal width; the terminal wraps them."""
     widths = [max(map(len, column)) for column in zip(headings, *rows)]
     for style, row in [("bold", headings), *((None, row) for row in rows)]:
         line = "  ".join(cell.ljust(width) for cell, width in zip(row, widths))

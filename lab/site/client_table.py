@@ -1,4 +1,4 @@
-"""The daemon's client table, as it dumps it on request."""
+"""The daemon's client table, read from its dump."""
 
 import fcntl
 import os
@@ -24,7 +24,7 @@ GUEST = 0x20
 
 @dataclass(frozen=True)
 class Client:
-    """One entry; its key stays behind in the dump."""
+    """One entry without its key."""
 
     mac: str
     home_bssid: str
@@ -36,14 +36,14 @@ class Client:
     flags: int
 
     def describe_flags(self) -> str:
-        names = {LOCAL: "home client", FOREIGN: "learnt from the controller", TUNNEL: "tunnelled", PMK: "key known",
-                 GUEST: "guest, not yet let in"}
+        names = {LOCAL: "home client", FOREIGN: "from the controller", TUNNEL: "tunnelled", PMK: "key known",
+                 GUEST: "guest, not approved yet"}
         return ", ".join(name for bit, name in names.items() if self.flags & bit)
 
 
 @contextmanager
 def _only_dump() -> Iterator[None]:
-    """The daemons of a machine all dump into the one file: one after the other."""
+    """Excludes other dumps: all daemons of a machine write the same file."""
     directory = os.open(DUMP_FILE.parent, os.O_RDONLY | os.O_DIRECTORY)
     try:
         fcntl.flock(directory, fcntl.LOCK_EX)
@@ -53,14 +53,14 @@ def _only_dump() -> Iterator[None]:
 
 
 def read_client_table(root: Path) -> list[Client]:
-    """The table of the daemon that lives in `root`. The dump, which holds keys, is removed again."""
+    """Returns the table of the daemon with the root directory `root`. Removes the dump, which contains keys."""
     with _only_dump(), LocalSocket(root) as ipc:
         try:
             DUMP_FILE.unlink(missing_ok=True)
             ipc.request(DAEMON, Local.CLIENT_TBL_DUMP)
             return parse_dump(DUMP_FILE.read_text())
         except OSError as error:
-            raise LabFailure(f"{DUMP_FILE}: {error.strerror}; the daemon's client table was expected here") from None
+            raise LabFailure(f"{DUMP_FILE}: {error.strerror}; expected the daemon's client table") from None
         finally:
             if DUMP_FILE.exists() and DUMP_FILE.stat().st_uid == os.geteuid():
                 DUMP_FILE.unlink()

@@ -1,4 +1,4 @@
-"""Has the lab do what `run` was asked for."""
+"""The command line of `run`."""
 
 import argparse
 import os
@@ -16,7 +16,7 @@ from lab.site.site_run import Plan
 
 
 def dispatch(options: argparse.Namespace) -> int:
-    """The exit status."""
+    """Returns the exit status."""
     programs = options.build / "bin"
     console = Console(highlight=False)
     enter_own_network()
@@ -34,7 +34,7 @@ def dispatch(options: argparse.Namespace) -> int:
 
 
 def run() -> int:
-    """The exit status."""
+    """Returns the exit status."""
     try:
         return dispatch(read_options())
     except LabFailure as failure:

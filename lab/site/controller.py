@@ -16,7 +16,7 @@ ANSWER_SECONDS = 10
 
 
 class Controller:
-    """Listens on `port` of the loopback interface; 0 takes a free one."""
+    """Listens on `port` of the loopback interface; 0 is any free port."""
 
     def __init__(self, processes: Processes, directory: Path, authority: Authority, port: int = 0) -> None:
         self._processes = processes
@@ -46,15 +46,15 @@ class Controller:
         self.process.kill()
 
     def objects(self) -> list[dict[str, Any]]:
-        """Everything that it has printed so far."""
+        """All objects that it has printed so far."""
         return self.output.read()
 
     def records(self) -> list[dict[str, Any]]:
-        """The records that it has received so far, in order; those that it could not decode have an "error"."""
+        """The records that it has received so far, in order. Malformed ones have an "error"."""
         return [each for each in self.objects() if is_record(each)]
 
     def ask(self, *words: object) -> str:
-        """What it answers to an operator's command. Raises LabFailure when it refuses."""
+        """Sends an operator's command and returns the output. Raises LabFailure when the command is refused."""
         line = " ".join(str(word) for word in words)
         with socket.socket(socket.AF_UNIX) as connection:
             connection.settimeout(ANSWER_SECONDS)

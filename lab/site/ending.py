@@ -1,4 +1,4 @@
-"""How a lab is ended early: SIGINT, SIGTERM and SIGHUP unwind it, so that it ends its processes."""
+"""Interrupting a lab: SIGINT, SIGTERM and SIGHUP raise an exception, so that the lab ends its processes."""
 
 import signal
 
@@ -6,7 +6,7 @@ SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
 class Ended(BaseException):
-    """The process was asked to end."""
+    """The process got one of SIGNALS."""
 
     def __init__(self, number: int) -> None:
         super().__init__(number)
@@ -16,7 +16,7 @@ class Ended(BaseException):
 def end_on_signals() -> None:
     def end(number: int, _: object) -> None:
         for each in SIGNALS:
-            signal.signal(each, signal.SIG_IGN)  # once is enough: what is left to do is bounded
+            signal.signal(each, signal.SIG_IGN)  # the remaining work takes a bounded time
         raise Ended(number)
 
     for each in SIGNALS:

@@ -1,5 +1,5 @@
-"""What goes wrong in a lab, in words for the one who started it."""
+"""Errors of a lab, with messages for its user."""
 
 
 class LabFailure(Exception):
-    """One line that says what failed and which file tells more."""
+    """The message is one line with the error and the file that has the details."""

@@ -1,4 +1,4 @@
-"""A file of JSON objects, one per line, that somebody else is writing."""
+"""A file of JSON objects, one per line, that another process is writing."""
 
 import json
 from pathlib import Path

@@ -11,13 +11,13 @@ from lab.site.controller import Controller
 from lab.site.processes import Processes
 from lab.site.waiting import wait_until
 
-# The longest name of a socket below the directory, and the room for it: linux/un.h.
+# The longest socket name below the directory, and the longest path of a socket (linux/un.h).
 LONGEST_SOCKET = "/ap10/kx/ipc/anonymous.4194304.99"
 SOCKET_NAME_MAX = 107
 
 
 class Laboratory:
-    """Ends all its processes, and removes the keys of its authority, when the context is left."""
+    """On leaving the context, ends all processes and removes the authority's keys."""
 
     def __init__(self, programs: Path) -> None:
         self.directory = make_private_directory()
@@ -41,11 +41,11 @@ class Laboratory:
             key.unlink()
 
     def discard(self) -> None:
-        """Removes everything that was said."""
+        """Removes the directory with all output."""
         shutil.rmtree(self.directory)
 
     def add_access_point(self, mac: str, vaps: str) -> AccessPoint:
-        """Configured for the controller, whose port must be known."""
+        """Adds an access point that connects to the controller, which must have been started."""
         name = f"ap{len(self.access_points) + 1}"
         added = AccessPoint(self.processes, self.directory / name, mac, vaps, self.authority.issue(name))
         added.configure(self.controller, self.authority)
@@ -53,7 +53,7 @@ class Laboratory:
         return added
 
     def start(self) -> None:
-        """Returns when the controller has the first report of every access point."""
+        """Starts the access points. Returns when the controller has the first report of each."""
         for access_point in self.access_points:
             access_point.start_all()
         wait_until(self._has_all_reports, "the controller has the access points' reports",
@@ -66,7 +66,7 @@ class Laboratory:
 
 
 def make_private_directory() -> Path:
-    """For the owner alone, with a name that leaves room for those of the sockets in it."""
+    """Makes a directory with mode 0700 whose name is short enough for the sockets in it."""
     directory = Path(tempfile.mkdtemp(prefix="kx-lab."))
     if len(os.fsencode(directory)) + len(LONGEST_SOCKET) <= SOCKET_NAME_MAX:
         return directory

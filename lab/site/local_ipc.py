@@ -21,7 +21,7 @@ _numbers = itertools.count()
 
 
 class LocalSocket:
-    """An endpoint of its own in the access point that lives in `root`."""
+    """An endpoint of the lab's own in the access point with the root directory `root`."""
 
     def __init__(self, root: Path) -> None:
         self._root = root
@@ -41,7 +41,7 @@ class LocalSocket:
         self._send(endpoint, message, NOTIFICATION, payload)
 
     def request(self, endpoint: str, message: int, payload: bytes = b"") -> bytes:
-        """The payload of the answer."""
+        """Returns the payload of the answer."""
         self._send(endpoint, message, REQUEST, payload)
         try:
             answer = self._socket.recv(MESSAGE_MAX)

@@ -1,4 +1,4 @@
-"""Tells what the radio heard and what the controller received, as it happens."""
+"""Prints the radio's events and the controller's records while they happen."""
 
 import json
 import sys
@@ -10,7 +10,7 @@ from rich.markup import escape
 from lab.site.access_point import AccessPoint, is_probe
 from lab.site.controller import Controller, is_record
 
-# Facts of a radio's event that its line does not repeat.
+# Members of a radio's event that have their own place in the line.
 COMMON_FACTS = ("event", "time", "client", "bssid", "ifname")
 
 RECORD_MEANINGS = {
@@ -22,53 +22,53 @@ RECORD_MEANINGS = {
     "CLIENT_MGR_FOREIGN_CLIENT_ASSOC": "a client roamed in",
     "CLIENT_MGR_FOREIGN_CLIENT_DISASSOC": "a client that had roamed in left",
     "CLIENT_MGR_PMK_ADD": "a client has a new key",
-    "CLIENT_MGR_PMK_FETCH": "a client's key is wanted",
-    "CLIENT_MGR_CLIENT_INFO_FETCH": "who is this client that roamed in?",
-    "CLIENT_MGR_CLIENT_GUEST_ASSOC": "a guest associated and has yet to be let in",
-    "CLIENT_MGR_CLIENT_ACL_AUTH_REQ": "may this client associate?",
+    "CLIENT_MGR_PMK_FETCH": "request for a client's key",
+    "CLIENT_MGR_CLIENT_INFO_FETCH": "request for the state of a client that roamed in",
+    "CLIENT_MGR_CLIENT_GUEST_ASSOC": "a guest associated and waits for approval",
+    "CLIENT_MGR_CLIENT_ACL_AUTH_REQ": "request for a MAC ACL verdict",
 }
 
 
 class Narrator:
-    """For people: a line for each event and each record."""
+    """Prints a line of text for each event and each record."""
 
     def __init__(self, console: Console, access_point: AccessPoint, controller: Controller) -> None:
         self._console = console
         self._access_point = access_point
         self._controller = controller
-        self._heard = 0
-        self._received = 0
+        self._events_printed = 0
+        self._records_printed = 0
 
-    def tell_news(self) -> None:
-        heard = self._access_point.radio_output.read()
-        for event in heard[self._heard:]:
+    def print_news(self) -> None:
+        events = self._access_point.radio_output.read()
+        for event in events[self._events_printed:]:
             if event["event"] != "summary":
-                self._line("green", "radio heard", describe_event(event))
-        self._heard = len(heard)
+                self._line("green", "radio", describe_event(event))
+        self._events_printed = len(events)
         received = self._controller.objects()
-        for printed in received[self._received:]:
+        for printed in received[self._records_printed:]:
             if is_record(printed) and not is_probe(printed):
-                self._line("cyan", "controller got", describe_record(printed))
-        self._received = len(received)
+                self._line("cyan", "controller", describe_record(printed))
+        self._records_printed = len(received)
 
     def _line(self, style: str, who: str, text: str) -> None:
-        self._console.print(f"  [{style}]{who:14}[/]  {escape(text)}", soft_wrap=True)
+        self._console.print(f"  [{style}]{who:10}[/]  {escape(text)}", soft_wrap=True)
 
 
 class JsonNarrator:
-    """For programs: the controller's objects alone, one per line."""
+    """Prints the controller's records as JSON objects, one per line."""
 
     def __init__(self, controller: Controller) -> None:
         self._controller = controller
-        self._told = 0
+        self._records_printed = 0
 
-    def tell_news(self) -> None:
+    def print_news(self) -> None:
         received = self._controller.objects()
-        for printed in received[self._told:]:
+        for printed in received[self._records_printed:]:
             if is_record(printed) and not is_probe(printed):
                 sys.stdout.write(json.dumps(printed, separators=(",", ":"), ensure_ascii=False) + "\n")
         sys.stdout.flush()
-        self._told = len(received)
+        self._records_printed = len(received)
 
 
 def describe_event(event: dict[str, Any]) -> str:

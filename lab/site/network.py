@@ -1,4 +1,4 @@
-"""A network of the lab's own."""
+"""The lab's network namespace."""
 
 import ctypes
 import fcntl
@@ -15,11 +15,11 @@ _libc = ctypes.CDLL(None, use_errno=True)
 
 
 def enter_own_network() -> bool:
-    """Moves this process into a new network namespace that has a loopback interface alone.
+    """Moves this process into a new network namespace with only a loopback interface.
 
-    The daemon changes addresses, routes and bridges of interfaces that bear its VAPs' names: as root it must not find
-    the machine's. False where that is not permitted. With $LAB_OWN_NETWORK set to 1, who started this process has seen
-    to that already.
+    As root the daemon changes addresses, routes and bridges of interfaces that have its VAPs' names, and these must not
+    be the machine's. Returns False when the move is not permitted. $LAB_OWN_NETWORK is 1 when the caller has already
+    made the namespace.
     """
     if os.environ.get("LAB_OWN_NETWORK") == "1":
         return True

@@ -1,4 +1,4 @@
-"""What `run` is asked for. Needs Python alone, so that `run` says what is wrong with it before it builds anything."""
+"""The options of `run`. Imports only the standard library, so that `run` can check them before it builds anything."""
 
 import argparse
 import os
@@ -14,11 +14,11 @@ USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N]
 class _Parser(argparse.ArgumentParser):
     def error(self, message: str) -> NoReturn:
         self.print_usage(sys.stderr)
-        self.exit(os.EX_USAGE, f"run: {message}; ./run --help tells more\n")
+        self.exit(os.EX_USAGE, f"run: {message}; ./run --help lists the options\n")
 
 
 def read_options() -> argparse.Namespace:
-    """Ends the process when the command line is none. Raises LabFailure when the capture cannot be read."""
+    """Exits when the command line is invalid. Raises LabFailure when the capture cannot be read."""
     parser = _Parser(prog="run", usage=USAGE, add_help=False)
     parser.add_argument("--build", type=Path, help=argparse.SUPPRESS)
     parser.add_argument("--json", action="store_true")
@@ -28,9 +28,9 @@ def read_options() -> argparse.Namespace:
     parser.add_argument("capture", nargs="?", type=Path)
     options = parser.parse_args()
     if options.site and (options.json or options.capture or options.speed == "max"):
-        parser.error("--site goes with --seed and a number for --speed alone")
+        parser.error("--site can only be combined with --seed and a number for --speed")
     if options.seed is not None and not options.site:
-        parser.error("--seed is for --site")
+        parser.error("--seed requires --site")
     if options.capture:
         _check_readable(options.capture)
     return options
@@ -47,7 +47,7 @@ def _check_readable(file: Path) -> None:
         with open(file, "rb"):
             pass
     except OSError as error:
-        raise LabFailure(f"{file}: {error.strerror}; a pcap or pcapng file of 802.11 traffic was expected") from None
+        raise LabFailure(f"{file}: {error.strerror}; expected a pcap or pcapng file of 802.11 traffic") from None
 
 
 def main() -> int:

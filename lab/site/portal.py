@@ -1,4 +1,4 @@
-"""The captive portal's part: guests that have passed it are let in by the controller's operator."""
+"""The captive portal: approves guests that have passed it, through the controller's operator commands."""
 
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
@@ -10,13 +10,10 @@ class Portal:
         self._read = [0 for _ in lab.access_points]
         self._passed: dict[str, float] = {}  # lab time, by guest
         self._joined: dict[str, float] = {}
-        self.let_in = 0
+        self.approved = 0
 
     def admit_guests(self) -> bool:
-        """Approves those that have passed since they associated and that the controller has waiting.
-
-        False when there was none.
-        """
+        """Approves the waiting guests that have passed the portal since they associated. False when there was none."""
         self._read_events()
         waiting = {each["client"] for each in self._lab.controller.ask_json("clients") if each["guest"] == "waiting"}
         passed = [guest for guest, at in self._passed.items() if guest in waiting and at > self._joined.get(guest, 0)]
@@ -27,9 +24,9 @@ class Portal:
     def _approve(self, guest: str) -> None:
         try:
             self._lab.controller.ask("approve", guest)
-            self.let_in += 1
+            self.approved += 1
         except LabFailure:
-            return  # it has left meanwhile
+            return  # the guest has left
         del self._passed[guest]
 
     def _read_events(self) -> None:

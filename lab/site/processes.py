@@ -1,4 +1,4 @@
-"""The lab's processes: none of them outlives the one that started it."""
+"""The lab's processes. None of them outlives the process that started it."""
 
 import ctypes
 import os
@@ -18,18 +18,18 @@ _libc = ctypes.CDLL(None, use_errno=True)
 
 
 def die_with_parent() -> None:
-    """In a new child: be killed when the thread that started it ends, however that comes about."""
+    """For a new child process: the kernel kills it when the thread that started it ends."""
     _libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 
 def environment_for(root: Path | None) -> dict[str, str]:
-    """The environment without the settings of any other access point; with `root`, for the one that lives there."""
+    """The environment without KX_ variables, except KX_ROOT when `root` is given."""
     inherited = {name: value for name, value in os.environ.items() if not name.startswith("KX_")}
     return inherited | ({"KX_ROOT": str(root)} if root else {})
 
 
 class Process:
-    """A running program; its output is appended to `<directory>/<program>.out` and `<program>.err`."""
+    """A running program. Its output is appended to `<directory>/<program>.out` and `<program>.err`."""
 
     def __init__(self, executable: Path, arguments: Sequence[object], directory: Path,
                  environment: dict[str, str]) -> None:
@@ -45,7 +45,7 @@ class Process:
                 os._exit(1)
 
         with open(self.out, "ab") as out, open(self.err, "ab") as err:
-            # A session of its own: what the terminal sends goes to the lab alone, which ends its processes in order.
+            # A session of its own: the terminal's signals go only to the lab, which ends its processes in order.
             self._popen = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment,
                                            start_new_session=True, preexec_fn=prepare)
 
@@ -63,7 +63,7 @@ class Process:
             raise LabFailure(f"{self.name} ended with status {self.status}: {last_line(self.err)}; see {self.err}")
 
     def signal(self, number: int) -> None:
-        """Also to what it has started itself."""
+        """Signals the process and its children."""
         if self.status is None:
             os.killpg(self.pid, number)
 
@@ -82,32 +82,32 @@ def last_line(file: Path) -> str:
 
 
 class Processes:
-    """Everything that one lab has started."""
+    """All processes of one lab."""
 
     def __init__(self, programs: Path) -> None:
         self.programs = programs
         self.all: list[Process] = []
 
     def start(self, program: str, arguments: Sequence[object], directory: Path, root: Path | None = None) -> Process:
-        """`root`: where the access point lives to which the program belongs."""
+        """`root` is the root directory of the program's access point."""
         executable = self.programs / program
         if not os.access(executable, os.X_OK):
-            raise LabFailure(f"{executable}: the program is missing")
+            raise LabFailure(f"{executable}: no such program")
         process = Process(executable, arguments, directory, environment_for(root))
         self.all.append(process)
         return process
 
     def check(self) -> None:
-        """Raises LabFailure when one of them has ended by itself."""
+        """Raises LabFailure when a process has ended unexpectedly."""
         for process in self.all:
             process.check_runs()
 
     def forget(self, process: Process) -> None:
-        """`process` may end from now on."""
+        """Stops watching a process, which may then end."""
         self.all.remove(process)
 
     def end(self) -> None:
-        """Ends them in the reverse order of their start; who does not end when asked is killed."""
+        """Ends all processes in the reverse order of their start. Kills those that do not end on SIGTERM."""
         for process in reversed(self.all):
             process.signal(signal.SIGTERM)
         deadline = time.monotonic() + END_SECONDS

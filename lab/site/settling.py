@@ -1,12 +1,12 @@
-"""When nothing is under way any more between the radios, the daemons and the controller.
+"""Waits until no message is in transit between the radios, the daemons and the controller.
 
-A probe is a MAC ACL question to a daemon that no station asked. Local messages are handled in their order and the
-channel to the controller keeps it. So a probe arrives behind all that the daemon had been told before, and its answer
-behind all that the controller had to say to that.
+A probe is a MAC ACL question for a MAC address that no station has. The daemon handles local messages in order, and the
+channel to the controller keeps the order. A probe therefore arrives after all records that the daemon sent before it,
+and its answer after all messages that the controller sent before it.
 
-What was on its way to the controller when one round of probes ended is there before the next round's probes are, and
-what the controller had sent by then has been handled by the daemons before the next round's answers. So when two
-rounds on end bring nothing but probes and answers, nothing is left that could bring more.
+Records that are in transit when a round of probes ends arrive before the next round's probes. Messages that the
+controller has sent by then are handled before the next round's answers. When two consecutive rounds bring nothing but
+probes and answers, no message is left that could cause another.
 """
 
 import time
@@ -21,19 +21,19 @@ QUIET_ROUNDS = 2
 
 
 def settle(lab: Laboratory, seconds: float = SETTLE_SECONDS) -> None:
-    """Returns when the lab is at rest; its radios have played everything by then."""
+    """Returns when the radios have played everything and the lab is at rest."""
     deadline = time.monotonic() + seconds
-    before = wait_until_unsuspecting(lab, deadline)
+    before = wait_until_settled(lab, deadline)
     quiet = 0
     while quiet < QUIET_ROUNDS:
         probe_all(lab)
-        after = wait_until_unsuspecting(lab, deadline)
+        after = wait_until_settled(lab, deadline)
         quiet = quiet + 1 if brought_only_probes(before, after, len(lab.access_points)) else 0
         before = after
 
 
-def wait_until_unsuspecting(lab: Laboratory, deadline: float) -> dict[str, Any]:
-    """The controller's counters when all radios have played and it awaits no report of an access point."""
+def wait_until_settled(lab: Laboratory, deadline: float) -> dict[str, Any]:
+    """Waits until all radios have played and the controller awaits no report. Returns the controller's counters."""
     def counters() -> dict[str, Any] | None:
         played = all([radio_has_played(access_point) for access_point in lab.access_points])
         counted = lab.controller.ask_json("stats")
@@ -53,8 +53,8 @@ def brought_only_probes(before: dict[str, Any], after: dict[str, Any], probes: i
 
 
 def probe_all(lab: Laboratory) -> None:
-    """Returns when every daemon has its answer."""
+    """Probes every daemon. Returns when each has its answer."""
     for access_point, probe in [(each, each.probe()) for each in lab.access_points]:
         wait_until(lambda: access_point.has_answer_to(probe),
-                   f"{access_point.name}: client_mgr hears from the controller", log=access_point.log,
+                   f"{access_point.name}: client_mgr gets the controller's answer", log=access_point.log,
                    check=lab.processes.check)

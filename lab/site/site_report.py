@@ -1,4 +1,4 @@
-"""A site's run for people."""
+"""The text output of a site's run."""
 
 import os
 from pathlib import Path
@@ -12,10 +12,10 @@ from lab.site.site_screen import SiteScreen, describe_counters
 
 
 def run_site(plan: Plan, programs: Path, console: Console) -> bool:
-    """Whether all agree in the end."""
-    console.print(f"{plan.access_points} access points, each with a [bold]client_mgr[/] and all that surrounds it, one "
-                  f"[cyan]controller[/],\nand {plan.stations} stations that come, roam, sleep and leave for "
-                  f"{plan.seconds} seconds, played {plan.speed:g} times as fast.\n", soft_wrap=True)
+    """Returns whether all agree at the end."""
+    console.print(f"{plan.access_points} access points, each with a [bold]client_mgr[/] and its other programs, one "
+                  f"[cyan]controller[/],\nand {plan.stations} stations that associate, roam, sleep and leave for "
+                  f"{plan.seconds} seconds, played at {plan.speed:g} times the speed.\n", soft_wrap=True)
     with Laboratory(programs) as lab:
         site = Site(lab, plan)
         console.print(f"The seed of this run is {site.seed}.\n")

@@ -1,4 +1,4 @@
-"""What happens at a site, while it happens."""
+"""The progress of a site's run."""
 
 from typing import Any
 
@@ -10,11 +10,11 @@ from rich.text import Text
 
 from lab.site.site_run import Site
 
-LINES_EVERY_LAB_SECONDS = 10  # where there is no screen
+LINES_EVERY_LAB_SECONDS = 10  # without a terminal
 
 
 class SiteScreen:
-    """A live screen on a terminal, otherwise a line now and then."""
+    """Shows a live screen on a terminal, otherwise a line from time to time."""
 
     def __init__(self, console: Console, site: Site) -> None:
         self._console = console
@@ -53,7 +53,7 @@ def describe_progress(site: Site, counters: dict[str, Any]) -> str:
 
 def describe_counters(counters: dict[str, Any]) -> str:
     return (f"{counters['clients']} clients, {counters['roams']} roams, guests: {counters['guests_waiting']} waiting, "
-            f"{counters['guests_approved']} let in, {counters['records']} records")
+            f"{counters['guests_approved']} approved, {counters['records']} records")
 
 
 def access_point_table(site: Site, access_points: dict[str, dict[str, Any]]) -> Table:

@@ -1,8 +1,8 @@
-"""A site that is kept busy for as long as asked, in rounds that each begin and end with nobody on it.
+"""A busy site for as long as required, in rounds that begin and end without stations.
 
-In each round stations come, roam, sleep and leave; meanwhile an access point's captive portal stops reading and its
-daemon's clock is set. When the site is at rest everybody has to agree on every station. Then, with the stations still
-there, the controller is killed and started again. In the end an operator removes everybody, the tables have to be
+In each round stations associate, roam, sleep and leave. Meanwhile one access point's captive portal stops reading, and
+the daemons' clocks are set. When the site is at rest, all processes must agree on every station. The controller is then
+killed and started again while the stations are there. Finally an operator removes all stations. The tables must then be
 empty, and the daemons must not hold more memory and descriptors than after the first rounds.
 """
 
@@ -10,9 +10,7 @@ import os
 import random
 import signal
 import struct
-import subprocess
 import time
-import tomllib
 from collections import Counter
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
@@ -21,18 +19,18 @@ from pathlib import Path
 
 from lab.site.access_point import AccessPoint, mac_bytes
 from lab.site.client_table import Client
-from lab.site.consistency import find_differences, take_views
+from lab.site.consistency import collect_views, find_differences
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
+from lab.site.messages import Record
 from lab.site.portal import Portal
-from lab.site.processes import Process, die_with_parent, environment_for
+from lab.site.processes import Process
+from lab.site.scenario import Scenario
 from lab.site.settling import settle
-from lab.site.site_run import to_toml
 from lab.site.stepped_clock import SteppedClock
 from lab.site.waiting import wait_until
 
 DAEMONS = ("client_mgr", "apd")
-REMOVE_CLIENT_BULK_INFO = 17  # wire/local_messages.h
 ENTRIES_MAX = 260             # client entries of one controller message
 CLOCK_STEPS = (86_400, -86_400, 3_600, -3_600, 31, -31)  # seconds
 PORTAL_TICK_SECONDS = 1
@@ -48,14 +46,14 @@ class SoakPlan:
     lab_seconds: int = 20       # of a round's scenario
     speed: float = 0.5            # lab seconds per second
     lead_seconds: float = 5     # for the radios to read the scenario
-    warm_up_rounds: int = 2     # until everything has happened that makes a daemon touch memory for the first time
+    warm_up_rounds: int = 2     # until the daemons have touched all the memory that they use
 
 
 @dataclass(frozen=True)
 class Holdings:
-    """What a daemon holds while nothing happens."""
+    """The resources of an idle daemon."""
 
-    pages: Counter[str]  # private ones, by what they belong to
+    pages: Counter[str]  # private ones, by mapping
     descriptors: int
 
     @property
@@ -70,7 +68,7 @@ class Tally:
     roams: int = 0
     clients: int = 0
     controller_restarts: int = 0
-    found_again: int = 0  # stations that the restarted controllers learnt of
+    found_again: int = 0  # stations that the restarted controllers got in reports
     portal_stops: int = 0
     clock_steps: int = 0
     differences: int = 0
@@ -78,8 +76,8 @@ class Tally:
 
 
 class Soak:
-    """`clock` steps the daemons' clocks where they can be given one; `measure_memory` where the programs are not
-    instrumented: a sanitizer keeps freed memory back."""
+    """`clock` steps the daemons' clocks; it is None for sanitized programs, which cannot preload it. For these
+    `measure_memory` is False, because a sanitizer keeps freed memory."""
 
     def __init__(self, lab: Laboratory, plan: SoakPlan, clock: SteppedClock | None,
                  measure_memory: bool = True) -> None:
@@ -89,14 +87,16 @@ class Soak:
         self._clock = clock
         self._measure_memory = measure_memory
         self._dice = random.Random(plan.seed)
-        self._scenario = lab.directory / "scenario.toml"
+        self._scenario = Scenario(lab, plan.speed, plan.lead_seconds)
         self._make_scenario()
         lab.controller.start()
-        for access_point in tomllib.loads(self._scenario.read_text().partition("[[station]]")[0])["ap"]:
-            lab.add_access_point(access_point["mac"], "".join(map(to_toml, access_point["vaps"])))
+        self._scenario.add_access_points()
 
     def run(self, watch: Callable[["Soak"], None]) -> None:
-        """Rounds until the time is up, and as many as tell something; calls `watch` after each. Raises LabFailure."""
+        """Plays rounds until the time is up, at least one after the warm-up, and calls `watch` after each.
+
+        Raises LabFailure.
+        """
         end = time.monotonic() + self.plan.seconds
         with self._clock.given() if self._clock else no_context():
             self.lab.start()
@@ -106,63 +106,39 @@ class Soak:
         self._check_holdings()
 
     def growth(self) -> dict[str, int]:
-        """Private pages that each daemon holds more than it did after the warm-up."""
+        """The growth of each daemon's private pages since the warm-up."""
         first, last = self.tally.holdings[self.plan.warm_up_rounds - 1], self.tally.holdings[-1]
         return {name: last[name].private_pages - first[name].private_pages for name in first}
 
     def _round(self) -> None:
         self._play()
-        differences = find_differences(take_views(self.lab))
+        differences = find_differences(collect_views(self.lab))
         self.tally.differences += len(differences)
         if differences:
             raise LabFailure(f"{len(differences)} differences, the first: {differences[0]}; see {self.lab.directory}")
         self._count()
         self._restart_controller()
-        self._remove_everybody()
+        self._remove_all_stations()
         self.tally.holdings.append({process.name: holdings_of(process) for process in self._daemons()})
         self.tally.rounds += 1
-        self._forget_output()
+        self._truncate_output()
 
     def _make_scenario(self) -> None:
-        plan = self.plan
-        command = [self.lab.processes.programs / "kx-scenario", "--aps", plan.access_points, "--stations", plan.clients,
-                   "--seconds", plan.lab_seconds, "--restricted", 10, "--seed", self._dice.getrandbits(32), "-o",
-                   self._scenario]
-        done = subprocess.run([str(word) for word in command], env=environment_for(None), capture_output=True,
-                              text=True, check=False, preexec_fn=die_with_parent)
-        if done.returncode != 0:
-            raise LabFailure(f"the scenario could not be made: {done.stderr.strip()}")
+        self._scenario.make("--aps", self.plan.access_points, "--stations", self.plan.clients,
+                            "--seconds", self.plan.lab_seconds, "--restricted", 10,
+                            "--seed", self._dice.getrandbits(32))
 
     def _play(self) -> None:
         self._make_scenario()
-        start = time.time() + self.plan.lead_seconds
-        for access_point in self.lab.access_points:
-            access_point.play("--scenario", self._scenario, "--ap", access_point.name, "--speed", self.plan.speed,
-                              "--start-at", int(start * 1000))
-        if time.time() > start:
-            raise LabFailure(f"the radios took more than {self.plan.lead_seconds:g} s to read {self._scenario}")
+        self._scenario.start()
         portal = Portal(self.lab)
         with self._stopped_portal():
             self._step_clock()
-            self._wait_until_played(portal)
+            self._scenario.wait_until_played(self.plan.lab_seconds, PORTAL_TICK_SECONDS, portal.admit_guests)
             self._step_clock()
         settle(self.lab, SETTLE_SECONDS)
         while portal.admit_guests():
             settle(self.lab, SETTLE_SECONDS)
-
-    def _wait_until_played(self, portal: Portal) -> None:
-        next_tick = 0.0
-
-        def is_played() -> bool:
-            nonlocal next_tick
-            if time.monotonic() < next_tick:
-                return False
-            next_tick = time.monotonic() + PORTAL_TICK_SECONDS
-            portal.admit_guests()
-            return all([access_point.radio_state() == "played" for access_point in self.lab.access_points])
-
-        wait_until(is_played, "the scenario is played", self.plan.lab_seconds / self.plan.speed + 120,
-                   check=self.lab.processes.check)
 
     @contextmanager
     def _stopped_portal(self) -> Iterator[None]:
@@ -178,15 +154,15 @@ class Soak:
             self.tally.clock_steps += 1
 
     def _count(self) -> None:
-        """The controller counts from its start."""
+        """Adds the controller's counters, which begin at its start."""
         counted = self.lab.controller.ask_json("stats")
         self.tally.records += counted["records"]
         self.tally.roams += counted["roams"]
         self.tally.clients += counted["clients"]
 
     def _restart_controller(self) -> None:
-        """With it comes a report of every access point. What it believes then is not compared: a driver's list has room
-        for 105 stations of a VAP, and may still have one that has roamed."""
+        """Restarts the controller, which gets a report of every access point. Its state is not compared: a driver lists
+        at most 105 stations of a VAP, and may still list one that has roamed."""
         self.lab.controller.kill()
         self.lab.controller.start()
         self.tally.controller_restarts += 1
@@ -195,8 +171,8 @@ class Soak:
         settle(self.lab, SETTLE_SECONDS)
         self.tally.found_again += self.lab.controller.ask_json("stats")["clients"]
 
-    def _remove_everybody(self) -> None:
-        """Their radios are gone by then: a station that is sent away would come back."""
+    def _remove_all_stations(self) -> None:
+        """Replaces the radios first: in a scenario a disassociated station would associate again."""
         for access_point in self.lab.access_points:
             access_point.play(access_point.root / "silence.pcap")
         for client in self.lab.controller.ask_json("clients"):
@@ -207,22 +183,22 @@ class Soak:
         settle(self.lab, SETTLE_SECONDS)
         for access_point in self.lab.access_points:
             if left := access_point.clients():
-                raise LabFailure(f"{access_point.name}: {len(left)} clients stay in the table, among them "
+                raise LabFailure(f"{access_point.name}: {len(left)} clients are left in the table, among them "
                                  f"{left[0].mac}; see {access_point.log}")
         if left := self.lab.controller.ask_json("clients"):
             raise LabFailure(f"the controller still has {len(left)} clients, among them {left[0]['client']}")
 
     def _remove_from_table(self, access_point: AccessPoint, clients: list[Client]) -> None:
-        """Those whose home this is and that the controller, restarted since, does not know to have one here."""
+        """Removes the clients that the restarted controller does not know to be in this table."""
         for first in range(0, len(clients), ENTRIES_MAX):
             listed = clients[first:first + ENTRIES_MAX]
             body = struct.pack(">I", len(listed)) + b"".join(mac_bytes(each.mac) + bytes(56) for each in listed)
-            record = struct.pack(">BBH", REMOVE_CLIENT_BULK_INFO, 4, 4 + len(body)) + body
+            record = struct.pack(">BBH", Record.REMOVE_CLIENT_BULK_INFO, 4, 4 + len(body)) + body
             header = struct.pack(">3BHBH6s", 1, 14, 0, 1, 0, 14 + len(record), mac_bytes(access_point.mac))
             self.lab.controller.ask("send", access_point.mac, (header + record).hex())
 
-    def _forget_output(self) -> None:
-        """What the lab's own programs print would fill the disk."""
+    def _truncate_output(self) -> None:
+        """Keeps the output of the lab's programs from filling the disk."""
         for file in self.lab.directory.rglob("*.out"):
             os.truncate(file, 0)
 
@@ -248,8 +224,8 @@ def no_context() -> Iterator[None]:
 
 
 def holdings_of(process: Process) -> Holdings:
-    """Private are the pages that it alone has and has written to: those of its program that nobody else happens to run
-    count in one round and not in another."""
+    """Counts the pages that only this process maps and has written to. Unwritten pages of its program are not counted,
+    because they are private only while no other process runs the program."""
     directory = Path(f"/proc/{process.pid}")
     pages: Counter[str] = Counter()
     file = part = ""

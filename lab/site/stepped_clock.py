@@ -1,8 +1,8 @@
-"""A real-time clock of the lab's own that can be set.
+"""A real-time clock that the lab can set.
 
-Setting the machine's would set everybody's, and a time namespace has no real-time clock of its own. A client_mgr that
-is started in the clock's context gets a library (lab/stepped_clock) in front of libc that adds an offset, which lies in
-a file, to what libc's functions say.
+Setting the machine's clock would affect all processes, and a time namespace has no real-time clock. A client_mgr that
+is started in the clock's context preloads a library (lab/stepped_clock), which adds an offset from a file to the
+results of libc's functions.
 """
 
 import os

@@ -12,9 +12,9 @@ T = TypeVar("T")
 
 def wait_until(effect: Callable[[], T], what: str, seconds: float = 20, log: object = None,
                check: Callable[[], None] | None = None) -> T:
-    """The first true result of `effect`. Meanwhile `check` may raise because there is nothing to wait for any more.
+    """Returns the first true result of `effect`. Calls `check` while it waits, which may raise to end the wait.
 
-    Raises LabFailure that says `what` did not happen, and names the file `log`, when the time is up.
+    Raises LabFailure, with `what` and the file `log`, when the time is up.
     """
     deadline = time.monotonic() + seconds
     while True:

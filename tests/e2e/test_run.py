@@ -131,8 +131,8 @@ def test_own_capture(lab_run, programs):
 
 @pytest.mark.parametrize(("name", "content", "complaint"), [
     ("missing", None, "No such file or directory"),
-    ("text", b"not a capture\n", "not a capture"),
-    ("empty", b"", "not a capture"),
+    ("text", b"not a capture\n", "not a readable capture"),
+    ("empty", b"", "not a readable capture"),
     ("ethernet.pcap", bytes.fromhex("d4c3b2a1020004000000000000000000ffff000001000000"), "802.11"),
 ])
 def test_file_that_is_no_capture(lab_run, name, content, complaint):
@@ -176,7 +176,7 @@ def test_signal_ends_everything(lab_run, number):
     wait_for_processes(lab_run, lambda found: "apd" in found, "the lab runs")
     os.killpg(running.pid, number)
     assert running.wait(20) == 128 + number
-    assert f"Ended. What was said until then is in {lab_run.directory}" in running.stdout.read()
+    assert f"Interrupted. The output so far is in {lab_run.directory}" in running.stdout.read()
     assert lab_run.processes() == []
 
 
@@ -220,7 +220,7 @@ def test_help_needs_nothing(command):
 
 
 @pytest.mark.parametrize(("arguments", "status", "complaint"), [
-    (["--nonsense"], os.EX_USAGE, "--nonsense"), (["--seed", "1"], os.EX_USAGE, "--seed is for --site"),
+    (["--nonsense"], os.EX_USAGE, "--nonsense"), (["--seed", "1"], os.EX_USAGE, "--seed requires --site"),
     (["missing.pcap"], 1, "run: missing.pcap: No such file or directory"),
 ])
 def test_what_is_wrong_is_said_before_anything_is_built(command, arguments, status, complaint):

@@ -25,7 +25,7 @@ def test_large_site_ends_consistent(lab, seed):
     assert counters["roams"] > 100
     assert counters["clients"] > 300
     assert all(each["stations"] > 0 for each in access_points.values())
-    assert site.portal.let_in > 10
+    assert site.portal.approved > 10
     assert site.find_differences() == []
 
 
@@ -38,7 +38,7 @@ def test_disagreement_is_noticed(lab):
     tell(access_point, Local.CLIENT_DISASSOCIATION, bytes(16) + mac_bytes(lost.mac) + mac_bytes(lost.bssid) + bytes(4))
     settle(lab)
     assert site.find_differences() == [
-        f"{lost.mac}: the radio of {access_point.mac} has it; the controller does not know it"]
+        f"{lost.mac}: the radio of {access_point.mac} has it; the controller does not have it"]
 
 
 ENTRY = Client(STATION, HOME_BSSID, HOME_BSSID, 10, 10, "10.0.0.1", 0, LOCAL)
@@ -49,7 +49,7 @@ HERE = {"client": STATION, "bssid": HOME_BSSID, "ip": "10.0.0.1"}
 
 def differences(known=KNOWN, home_entry=ENTRY, away_entry=None, stations=((HOME, HERE),)):
     tables = {HOME: {STATION: home_entry} if home_entry else {}, AWAY: {STATION: away_entry} if away_entry else {}}
-    return find_differences(Views(believed={STATION: known} if known else {}, tables=tables,
+    return find_differences(Views(controller={STATION: known} if known else {}, tables=tables,
                                   stations={STATION: list(stations)} if stations else {}))
 
 
@@ -67,16 +67,16 @@ def test_agreement_about_a_client_in_another_vlan():
 
 
 @pytest.mark.parametrize(("change", "complaint"), [
-    ({"known": None}, "the controller does not know it"),
-    ({"known": KNOWN | {"bssid": AWAY_BSSID}}, f"the controller believes {AWAY_BSSID}"),
-    ({"known": KNOWN | {"ip": "10.0.0.2"}}, "its address is 10.0.0.1; the controller believes 10.0.0.2"),
-    ({"known": KNOWN | {"guest": "waiting"}}, "as a guest, waiting to the controller"),
+    ({"known": None}, "the controller does not have it"),
+    ({"known": KNOWN | {"bssid": AWAY_BSSID}}, f"the controller has it on {AWAY_BSSID}"),
+    ({"known": KNOWN | {"ip": "10.0.0.2"}}, "its address is 10.0.0.1; the controller has 10.0.0.2"),
+    ({"known": KNOWN | {"guest": "waiting"}}, "its guest state at the controller is waiting"),
     ({"home_entry": None}, f"the table of {HOME}, its home, does not have it"),
     ({"home_entry": dataclasses.replace(ENTRY, bssid=AWAY_BSSID)}, f"the table of {HOME} has it on {AWAY_BSSID}"),
-    ({"home_entry": dataclasses.replace(ENTRY, home_bssid=AWAY_BSSID)}, f"the table of {HOME} has {AWAY_BSSID}"),
+    ({"home_entry": dataclasses.replace(ENTRY, home_bssid=AWAY_BSSID)}, f"the table of {HOME} has its home on {AWAY_BSSID}"),
     ({"home_entry": dataclasses.replace(ENTRY, ip="10.0.0.2")}, f"the table of {HOME} has 10.0.0.2"),
-    ({"home_entry": dataclasses.replace(ENTRY, flags=LOCAL | GUEST)}, "guest, not yet let in"),
-    ({"home_entry": dataclasses.replace(ENTRY, flags=FOREIGN)}, "learnt from the controller"),
+    ({"home_entry": dataclasses.replace(ENTRY, flags=LOCAL | GUEST)}, "guest, not approved yet"),
+    ({"home_entry": dataclasses.replace(ENTRY, flags=FOREIGN)}, "from the controller"),
     ({"away_entry": ENTRY}, f"the table of {AWAY} has it on {HOME_BSSID}"),
     ({"stations": ((HOME, HERE), (AWAY, HERE))}, f"the radios of {HOME}, {AWAY} have it"),
 ])
@@ -88,5 +88,5 @@ def test_each_difference_is_listed(change, complaint):
 
 def test_station_that_nobody_hears_is_listed_everywhere():
     assert differences(stations=()) == [
-        f"{STATION}: no radio has it; the controller believes it is on {HOME_BSSID} of {HOME}",
+        f"{STATION}: no radio has it; the controller has it on {HOME_BSSID} of {HOME}",
         f"{STATION}: no radio has it; the table of {HOME} has it on {HOME_BSSID}"]
