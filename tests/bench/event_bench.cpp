@@ -1,8 +1,8 @@
 // CPU time of the real client manager per event, beside processes that make
 //
 //   raw exchange       the same receives and sends, nothing else
-//   its calls alone    also its lines for the system log and the log file, of bytes that lie ready: what no daemon with
-//                      these texts can do without
+//   its calls alone    also its lines for the system log and the log file, with bytes prepared beforehand: the least
+//                      that a daemon with these texts needs
 //   a plain daemon     the same, the log file's lines with two fprintf and a flush each, the system log's with syslog
 //
 // All take turns in one run, on one CPU with the driver.
@@ -34,7 +34,7 @@ struct options : bench::options {
     std::vector<int> levels{1, 3, 4};
 };
 
-// Microseconds of CPU time per event.
+// Microseconds of CPU time for each event.
 double measure(subject &of, const bench::event_kind &kind, const bench::counts &per_event, unsigned round) {
     double before = of.cpu_time();
     for (std::size_t first = 0; first < kind.clients; first += window) {
@@ -45,7 +45,7 @@ double measure(subject &of, const bench::event_kind &kind, const bench::counts &
             each *= end - first;
         }
         if (std::accumulate(expected.begin(), expected.end(), std::size_t{0}) == 0) {
-            of.around().settle();  // nothing else tells that the events were handled
+            of.around().settle();  // shows that the events were handled
         } else {
             of.around().await(expected);
         }
@@ -58,7 +58,7 @@ struct result {
     std::vector<double> us_per_event;
 };
 
-// What the client manager at `level` sends and logs for one event.
+// The client manager's messages and log lines at `level` for one event.
 struct observed {
     std::vector<bench::sent_message> outputs;
     std::vector<std::string> lines;
@@ -75,7 +75,7 @@ observed observe(const options &wanted, const bench::event_kind &kind, const std
         seen.lines = one->new_log_lines();
         return seen;
     };
-    // What is said once a process is said by the first.
+    // A note that is made once for each process is printed for the first.
     observed seen;
     for (std::size_t client : {0U, 1U}) {
         single(kind.before, client);
@@ -84,7 +84,7 @@ observed observe(const options &wanted, const bench::event_kind &kind, const std
     return seen;
 }
 
-// Those that take part for one kind of event.
+// The processes that are compared for one kind of event.
 struct contest {
     std::vector<std::pair<std::string, std::unique_ptr<subject>>> processes;
     std::map<std::string, bench::counts> per_event;
@@ -156,7 +156,8 @@ std::vector<result> run(const options &wanted, const bench::event_kind &kind, co
     return results;
 }
 
-// The median of what one takes of the other's time in each round: a machine that is slower for a while is so for both.
+// The median over the rounds of one process's time divided by the other's. A machine that is slow for a while slows
+// both.
 double ratio(const result &one, const result &other) {
     std::vector<double> ratios(one.us_per_event.size());
     std::ranges::transform(one.us_per_event, other.us_per_event, ratios.begin(), std::divides());

@@ -1,4 +1,4 @@
-// The events that are measured, as the messages that make them.
+// The measured events, as messages.
 #ifndef TESTS_BENCH_EVENT_KINDS_H
 #define TESTS_BENCH_EVENT_KINDS_H
 
@@ -12,7 +12,7 @@
 
 namespace bench {
 
-// What the client manager is told about client `index`; `round` makes each telling news.
+// The messages about client `index`; `round` makes each one different from the last.
 using client_messages = std::function<std::vector<bytes>(std::size_t index, unsigned round)>;
 
 struct event_kind {
@@ -33,7 +33,7 @@ std::vector<bytes> client_list(std::size_t entries, unsigned round);
 std::vector<bytes> bulk_request();
 // A driver's station list.
 bytes station_records(std::size_t stations);
-// The ones that bring a client manager to where it serves clients, in order.
+// The messages after which a client manager serves clients, in order.
 std::vector<bytes> start_up_messages();
 
 }  // namespace bench

@@ -1,7 +1,6 @@
-// How what the client manager costs grows: with its clients, the entries of a message, the VAPs, the stations of a
-// report; how long it takes to start, and to get through 2,048 associations at once. CPU times are of the process
-// itself, at log level 1; up to a heartbeat per eight events is among them, as that is how the driver knows that all
-// are handled.
+// How the client manager's cost grows with its clients, the entries of a message, the VAPs and the stations of a
+// report; how long it takes to start, and to handle 2,048 associations at once. CPU times are of the process itself,
+// at log level 1. They include up to one heartbeat for eight events, which shows the driver that all are handled.
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
@@ -29,7 +28,7 @@ double median_us(subject &of, unsigned rounds, double events, const std::functio
     for (unsigned round = 0; round <= rounds; round++) {
         double before = of.cpu_time();
         what(round);
-        if (round > 0) {  // the first warms up
+        if (round > 0) {  // the first round warms up
             us.push_back((of.cpu_time() - before) * 1e6 / events);
         }
     }
@@ -105,7 +104,7 @@ public:
         return result.json();
     }
 
-    // From the exec to the answer to the first event.
+    // The time from exec to the answer to the first event.
     nlohmann::json start_up() {
         std::vector<double> ms;
         for (unsigned round = 0; round < wanted_.rounds; round++) {

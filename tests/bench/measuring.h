@@ -1,4 +1,4 @@
-// What the benchmarks of the whole daemon share.
+// Shared by the benchmarks of the whole daemon.
 #ifndef TESTS_BENCH_MEASURING_H
 #define TESTS_BENCH_MEASURING_H
 
@@ -12,7 +12,7 @@
 
 namespace bench {
 
-// Events that wait for the measured process at a time.
+// The number of events that wait for the measured process at a time.
 inline constexpr std::size_t window = 8;
 
 struct options {
@@ -21,11 +21,11 @@ struct options {
     unsigned rounds = 15;
     int cpu = 0;
 };
-// Adds them to the command line of the program `argv0`, whose rounds are what `rounds` says.
+// Adds the options to the command line of the program `argv0`. `rounds` describes its rounds.
 void add_options(CLI::App &app, options &wanted, const char *argv0, const char *rounds);
 
-// A directory for sockets and logs, removed with the object, and the system log of everything that is measured.
-// Throws std::runtime_error.
+// A directory for sockets and logs, removed with the object, and the system log of all measured processes. Throws
+// std::runtime_error.
 struct workplace {
     explicit workplace(const std::string &directory);
     ~workplace();
@@ -36,14 +36,13 @@ struct workplace {
     int system_log;
 };
 
-// Puts this process, and those that it starts, on one CPU. A driver that is woken by each message must not push the
-// measured process off it: in SCHED_BATCH it waits until that process sleeps. The measured processes leave that class
-// when they start.
+// Puts this process and its children on one CPU. In SCHED_BATCH the driver, which each message wakes, does not
+// preempt the measured process but waits until it sleeps. The measured processes leave that class when they start.
 void share_cpu(int cpu);
 
-// Sends what `make` makes for the clients from `first` to before `end`.
+// Sends the messages that `make` returns for the clients from `first` to before `end`.
 void play_window(subject &to, const client_messages &make, std::size_t first, std::size_t end, unsigned round);
-// The same window by window for all clients below `clients`, until everything is handled. `make` may be empty.
+// The same for all clients below `clients`, window by window, until everything is handled. `make` may be empty.
 void play(subject &to, const client_messages &make, std::size_t clients, unsigned round);
 
 double quantile(std::vector<double> values, double share);

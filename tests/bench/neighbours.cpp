@@ -125,7 +125,7 @@ void neighbours::send(const bytes &message) {
         if (errno != EAGAIN || std::chrono::steady_clock::now() >= end) {
             fail("sending to the measured process");
         }
-        serve(POLLOUT);  // it may be waiting for an answer itself
+        serve(POLLOUT);  // the process may be waiting for an answer
     }
 }
 
@@ -170,7 +170,7 @@ std::vector<sent_message> neighbours::settle_all() {
         }
         serve();
     }
-    // The heartbeat may have been read before what was sent ahead of it to another endpoint.
+    // The heartbeat may have been read before earlier messages to another endpoint.
     for (std::size_t i = 0; i < receivers; i++) {
         take_all(static_cast<receiver>(i));
     }

@@ -1,4 +1,4 @@
-// Everybody that the client manager talks to, played by one process.
+// One process that plays all processes to which the client manager talks.
 #ifndef TESTS_BENCH_NEIGHBOURS_H
 #define TESTS_BENCH_NEIGHBOURS_H
 
@@ -12,7 +12,7 @@ namespace bench {
 
 using bytes = std::vector<std::uint8_t>;
 
-// Whom a message of the measured process is for.
+// The receiver of a message from the measured process.
 enum class receiver : std::size_t { portal, hostapd, monitor, controller, system_log, radio };
 inline constexpr std::size_t receivers = 6;
 
@@ -23,35 +23,34 @@ struct sent_message {
 using counts = std::array<std::size_t, receivers>;
 counts count(const std::vector<sent_message> &messages);
 
-// The endpoints below one $KX_ROOT. The measured process is the one that connects to them and owns
-// "/kx/ipc/client_mgr". Throws std::runtime_error, also when the process does not do within 20 s what it is expected
-// to.
+// The endpoints below one $KX_ROOT. The measured process connects to them and owns "/kx/ipc/client_mgr". Throws
+// std::runtime_error, also when the process does not do what is expected within 20 s.
 class neighbours {
 public:
-    // `system_log`: as open_private_system_log() returns it; it is shared with others.
-    // The radio owns wlan0 and as many more interfaces as `vaps` says.
+    // `system_log`: from open_private_system_log(), shared with others. The radio owns wlan0 and further interfaces,
+    // `vaps` in all.
     neighbours(const std::string &root, int system_log, unsigned vaps);
     ~neighbours();
     neighbours(const neighbours &) = delete;
     neighbours &operator=(const neighbours &) = delete;
 
     const std::string &root() const { return root_; }
-    // Connects to the endpoint of the measured process, which has announced itself, and takes its connection for
+    // Connects to the endpoint of the measured process, which has announced itself, and accepts its connection for
     // messages to the controller.
     void connect();
-    // Makes one local message to the measured process wait in its queue.
+    // Queues one local message for the measured process.
     void send(const bytes &message);
-    // Serves the endpoints until everything in `expected` has come.
+    // Serves the endpoints until everything in `expected` has arrived.
     void await(const counts &expected);
-    // Waits until the process has handled everything that it was sent. Returns what it sent meanwhile.
+    // Waits until the process has handled all messages. Returns what it sent meanwhile.
     std::vector<sent_message> settle();
-    // The same, with what it sent since the last call of settle() or await().
+    // The same, but returns what it sent since the last call of settle() or await().
     std::vector<sent_message> settle_all();
-    // The station list with which the radio answers from here on.
+    // Sets the station list of the radio's answers.
     void set_stations(bytes records) { stations_ = std::move(records); }
 
 private:
-    // Waits until something comes, or `subject_events` of poll(2) hold for the socket to the measured process.
+    // Waits until a message arrives, or until `subject_events` of poll(2) hold for the socket to the measured process.
     void serve(short subject_events = 0);
     void take_all(receiver from);
     bool answer_driver_request(int listener);

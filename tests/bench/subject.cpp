@@ -46,7 +46,7 @@ int connected(const std::string &path, int kind) {
     return fd;
 }
 
-// The text up to a MAC address in it, the address, and the text behind: what a plain daemon formats.
+// A text split at its MAC address: a plain daemon formats the parts.
 struct log_line {
     std::string before, after;
     std::optional<kx::mac_address> mac;
@@ -61,7 +61,7 @@ log_line split(const std::string &text) {
     return {text, "", std::nullopt};
 }
 
-// Goes on from the file's start where the daemon's would.
+// Starts the file again at the same size as the daemon.
 constexpr long log_size_max = 1 << 20;
 
 class event_log {
@@ -121,7 +121,7 @@ void ask_radio(const std::string &path, const bytes &request) {
     close(fd);
 }
 
-// The connections of a process that does deeds.
+// The connections of a process that stands in for the daemon.
 class exchange_process {
 public:
     exchange_process(const std::string &root, const deeds &does)
@@ -180,7 +180,7 @@ private:
     std::array<std::uint8_t, 16384> received_{}, sent_{};
 };
 
-// As any process starts; and it does not outlive the driver.
+// Executes the program. It ends when the driver ends.
 void begin_child() {
     sched_param none{};
     sched_setscheduler(0, SCHED_OTHER, &none);

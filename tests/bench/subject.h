@@ -13,7 +13,7 @@
 
 namespace bench {
 
-// What the processes beside the client manager do for each event.
+// What the other processes do for each event.
 struct deeds {
     std::size_t messages = 1;  // are received
     std::vector<sent_message> outputs;
@@ -24,13 +24,13 @@ struct deeds {
     std::vector<std::string> log_lines;
 };
 
-// A process and its surroundings below a directory of its own. Ends with the object.
+// A process and its surroundings in a directory of its own. The process ends with the object.
 class subject {
 public:
     // The client manager, ready for clients on wlan0, the first of its `vaps` VAPs.
     static std::unique_ptr<subject> client_manager(const std::string &program, const std::string &root, int level,
                                                    int system_log, unsigned vaps = 1);
-    // A process that for each event does what `does` says, and nothing else.
+    // A process that for each event does `does` and nothing else.
     static std::unique_ptr<subject> exchange(const std::string &root, const deeds &does, int system_log);
     ~subject();
     subject(const subject &) = delete;
@@ -40,7 +40,7 @@ public:
     neighbours &around() { return around_; }
     // CPU time that the process has used, in seconds.
     double cpu_time() const;
-    // Lines that the client manager has logged since the start or since it was asked last.
+    // Lines that the client manager has logged since the start or the last call.
     std::vector<std::string> new_log_lines();
 
 private:

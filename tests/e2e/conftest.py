@@ -1,4 +1,4 @@
-"""What every end-to-end test has: a lab of real processes in a network of its own, ended and checked afterwards."""
+"""Gives every end-to-end test a lab of real processes in a network of its own, and checks how they end."""
 
 import signal
 import sys
@@ -12,7 +12,8 @@ sys.path.insert(0, str(Path(__file__).parents[2]))
 from lab.site.laboratory import Laboratory  # noqa: E402
 from lab.site.network import enter_own_network  # noqa: E402
 
-# How a process may end that was asked to: the daemon has no way of its own to end, the radio says that it was asked.
+# The status of a process that was asked to end. The daemon does not handle SIGTERM; the radio exits with 128 +
+# SIGTERM.
 GOOD_ENDS = {"client_mgr": (-signal.SIGTERM,), "radio": (0, 128 + signal.SIGTERM)}
 SANITIZER_MARKS = ("Sanitizer", "runtime error:")
 ALL_SKIPPED = 77  # the exit status that ctest counts as skipped
@@ -52,7 +53,7 @@ def programs(request: pytest.FixtureRequest) -> Path:
 
 @pytest.fixture
 def lab(programs: Path, request: pytest.FixtureRequest) -> Iterator[Laboratory]:
-    """A lab whose controller and access points the test starts; its files stay only when the test fails."""
+    """A lab in which the test starts the controller and the access points. Its files are kept when the test fails."""
     with Laboratory(programs) as made:
         yield made
         processes = list(made.processes.all)

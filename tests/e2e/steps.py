@@ -1,4 +1,4 @@
-"""What the tests do again and again."""
+"""Steps that many tests share."""
 
 import os
 import struct
@@ -45,7 +45,7 @@ def client_mac(number: int) -> str:
 
 
 def add_access_point(lab: Laboratory, number: int = 1) -> AccessPoint:
-    """One with an office and a guest network, in whose air nothing happens by itself."""
+    """An access point with an office and a guest network, whose radio plays no events of its own."""
     def place(text: str) -> str:
         return text.replace("02:00:00:00:1", f"02:00:00:00:{number}")
 
@@ -57,7 +57,7 @@ def bssid_of(access_point: AccessPoint, index: int = 0) -> str:
 
 
 def wait_until_ready(access_point: AccessPoint) -> None:
-    """Returns when client_mgr has a controller, and with it loads its VAPs."""
+    """Returns when client_mgr has a controller and loads its VAPs."""
     wait_until(lambda: access_point.radio_state() == "played", f"{access_point.name}: client_mgr loads its VAPs",
                log=access_point.log)
 
@@ -89,12 +89,12 @@ def set_log_level(access_point: AccessPoint, level: int) -> None:
 
 
 def updates(controller: Controller) -> list[dict[str, Any]]:
-    """The records that tell of clients."""
+    """The records about clients."""
     return [each for each in controller.records() if each.get("name") not in REPORTS and not is_probe(each)]
 
 
 def associations(controller: Controller) -> list[tuple[str, str]]:
-    """The (client, BSSID) of each association that the controller was told of, in order."""
+    """The (client, BSSID) of each association that was reported to the controller, in order."""
     return [(each["client"], each["bssid"]) for each in updates(controller)
             if each.get("name") in (ASSOC, FOREIGN_ASSOC)]
 
@@ -105,14 +105,14 @@ def wait_for_association(lab: Laboratory, client: str) -> None:
 
 
 def introduce(lab: Laboratory, access_point: AccessPoint) -> None:
-    """Before the first record the controller does not know who is at the other end of a tunnel."""
+    """Sends a record: before the first one the controller does not know the access point at the other end."""
     associate(access_point, client_mac(9))
     wait_until(lambda: (access_point.mac, True) in [(each["ap"], each["up"]) for each in lab.controller.ask_json("aps")],
                "the controller knows the access point")
 
 
 def start_for_inspection(lab: Laboratory) -> AccessPoint:
-    """One that may be looked into, whose controller knows it and sends what the test says and nothing else."""
+    """An access point whose memory may be read. Its controller knows it and sends only what the test sends."""
     if os.geteuid() != 0:
         pytest.skip("only root may look into a process that handles keys")
     lab.controller.start("--passive")

@@ -32,7 +32,7 @@ def expand(name: str, groups: dict[str, list[str]]) -> set[str]:
 
 
 def read_allowed(unit: str) -> set[str]:
-    """A list that begins with ~ takes from what the lists before it have given."""
+    """The calls that the lists allow. One that begins with ~ removes calls that the lists before it have added."""
     groups = read_groups()
     allowed = expand("@default", groups)
     with open(unit) as lines:
@@ -46,7 +46,7 @@ def read_allowed(unit: str) -> set[str]:
 
 
 def set_filter(allowed: set[str]) -> None:
-    """It also keeps the process from gaining privileges."""
+    """Installs the filter, and keeps the process from gaining privileges."""
     library = ctypes.CDLL("libseccomp.so.2", use_errno=True)
     library.seccomp_init.restype = ctypes.c_void_p
     context = ctypes.c_void_p(library.seccomp_init(ctypes.c_uint32(ACT_ERRNO)))

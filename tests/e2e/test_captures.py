@@ -1,4 +1,4 @@
-"""Real traffic, recorded by others: the controller is told of exactly the associations that were granted."""
+"""Recorded real traffic: exactly the granted associations are reported to the controller."""
 
 from pathlib import Path
 
@@ -10,7 +10,7 @@ from steps import AP_MAC, associations
 
 CAPTURES = Path(__file__).parents[3] / "shared/captures"
 
-# Read off the frames: the responses of status 0.
+# From the frames: the responses of status 0.
 GRANTED = {
     "wpa-Induction.pcap": [("00:0d:93:82:36:3a", "00:0c:41:82:b2:55")],
     "wpa2-ft-psk.pcapng": [("02:00:00:00:02:00", "02:00:00:00:00:00"), ("02:00:00:00:02:00", "02:00:00:00:01:00")],

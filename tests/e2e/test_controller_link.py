@@ -92,7 +92,7 @@ def test_controller_of_another_host_is_refused(lab):
 
 
 class SilentController:
-    """The controller's end of the tunnel, written from the description of its frames: reads only when told to."""
+    """The controller's end of the tunnel, written from the description of its frames. It reads only on request."""
 
     HEADER = struct.Struct(">II")  # destination, length
 
@@ -151,7 +151,7 @@ def ask_for_verdicts(access_point, clients):
 
 
 def test_controller_that_does_not_read(lab, own_network):
-    """What does not fit any more is refused to the daemon, which says so; the rest arrives, in order."""
+    """Messages that do not fit are refused, and the daemon logs it. The others arrive in order."""
     if own_network:
         with suppress(OSError):  # where /proc may not be written, the kernel just takes more before it is full
             Path("/proc/sys/net/ipv4/tcp_wmem").write_text("4096 4096 4096")

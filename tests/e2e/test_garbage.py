@@ -1,4 +1,4 @@
-"""Whatever arrives at a socket, the processes go on and lose nothing."""
+"""The processes survive whatever arrives at a socket, and lose nothing."""
 
 import random
 import socket
@@ -19,7 +19,7 @@ LARGEST = 16384
 
 
 def connect(file, kind):
-    """Waits for its turn, for a while."""
+    """A connection whose sends wait up to 20 s for room."""
     connection = socket.socket(socket.AF_UNIX, kind)
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", 20, 0))
     connection.connect(str(file))
@@ -28,7 +28,7 @@ def connect(file, kind):
 
 @pytest.fixture
 def access_point(lab):
-    """One that must serve the next client as well as the first one after all that a test sends."""
+    """An access point that must still serve a client after everything that a test sends."""
     lab.controller.start()
     made = add_access_point(lab)
     lab.start()

@@ -1,4 +1,4 @@
-"""What the daemons give up before they handle keys, and that they do their work with what is left."""
+"""The daemons drop privileges before they handle keys, and work with those that remain."""
 
 import os
 import resource
@@ -14,7 +14,8 @@ from steps import add_access_point, wait_until_ready
 
 REPOSITORY = Path(__file__).parents[2]
 EXPOSURE_MAX = 2.0
-# Nobody's; root alone may look into processes that handle keys, and a user without a name has no rights by accident.
+# An unused user id. Only root may read processes that handle keys, and a user without a name has no rights by
+# accident.
 OTHER_USER = 64_123
 
 
@@ -41,7 +42,7 @@ def test_process_gives_up_what_it_does_not_need(access_point, program):
     process = access_point.running[program]
     assert status_of(process)["NoNewPrivs"] == "1"
     assert resource.prlimit(process.pid, resource.RLIMIT_CORE) == (0, 0)
-    # One that dumps no core belongs to root, whoever runs it: see PR_SET_DUMPABLE in prctl(2).
+    # A process that dumps no core belongs to root, whoever runs it: see PR_SET_DUMPABLE in prctl(2).
     assert os.stat(f"/proc/{process.pid}/mem").st_uid == 0
 
 
@@ -86,13 +87,13 @@ def filtered_programs(programs):
 
 @pytest.fixture
 def their_directory():
-    """Below /tmp: into the tests' own directory nobody else may look."""
+    """A directory below /tmp, because other users may not read the tests' own directory."""
     with tempfile.TemporaryDirectory() as name:
         yield Path(name)
 
 
 def run_tests_inside(limits, programs, selection, place):
-    """The tests as another user in a network namespace of its own, with what `limits`, words of setpriv, leave."""
+    """Runs the tests as another user in a network namespace of its own. `limits`: arguments of setpriv."""
     if os.geteuid() != 0:
         pytest.skip("only root may become another user")
     setpriv = ["setpriv", f"--reuid={OTHER_USER}", f"--regid={OTHER_USER}", "--clear-groups", "--no-new-privs", *limits]
@@ -103,7 +104,7 @@ def run_tests_inside(limits, programs, selection, place):
     command = ["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh", *setpriv, sys.executable, "-B",
                "-m", "pytest", "-q", "-p", "no:cacheprovider", f"--basetemp={place / 'tmp'}", "--bin", programs,
                *selection]
-    # The search for leaks stops the process with ptrace, which the filter does not let through.
+    # The leak check stops the process with ptrace, which the filter does not allow.
     settings = {"LAB_OWN_NETWORK": "1", "HOME": str(place), "ASAN_OPTIONS": "detect_leaks=0"}
     done = subprocess.run([str(word) for word in command], cwd=Path(__file__).parent, capture_output=True, text=True,
                           env=os.environ | settings, check=False)
@@ -112,7 +113,7 @@ def run_tests_inside(limits, programs, selection, place):
 
 
 SELECTION = ["test_flow.py", "test_operator.py", "test_two_access_points.py::test_each_reports_its_own_clients"]
-# But those that look into the daemons' memory, and those that need a privilege.
+# All tests but those that read the daemons' memory and those that need a privilege.
 EVERYTHING = ["test_captures.py", "test_configuration.py", "test_controller_link.py", "test_flow.py", "test_garbage.py",
               "test_operator.py", "test_restart.py", "test_site.py", "test_start.py", "test_two_access_points.py"]
 

@@ -33,14 +33,14 @@ def ip(*words):
 
 
 def ask(*words):
-    """What `ip` or `bridge` says, as JSON."""
+    """The output of `ip` or `bridge`, from JSON."""
     done = subprocess.run([words[0], "-j", *words[1:]], check=True, capture_output=True, text=True)
     return json.loads(done.stdout or "[]")
 
 
 @pytest.fixture
 def interfaces():
-    """wlan0 is a port of a bridge, wlan1 stands alone. Each is one end of a virtual cable."""
+    """wlan0 is a port of a bridge, wlan1 is not. Each is one end of a virtual cable."""
     if not enter_own_network():
         pytest.skip("network namespaces are not permitted here")
     ip("link", "add", "br0", "type", "bridge")

@@ -23,7 +23,7 @@ HOME_VLAN, OTHER_VLAN = 10, 77
 
 
 class Key:
-    """A key that is found again, whole or in part, as it is or as text."""
+    """A random key, and the search for it or a part of it, in binary or as text."""
 
     def __init__(self) -> None:
         self.bytes = secrets.token_bytes(32)
@@ -50,13 +50,13 @@ def places_of(key, process):
     return found
 
 
-# AddressSanitizer's map of the memory: what a process stores is never in there.
+# AddressSanitizer's shadow memory. It never holds data of the process.
 SHADOW = 1 << 40
 LARGE = 1 << 26
 
 
 def read_mapping(memory, start, end):
-    """Of a large one, only the pages that were ever used."""
+    """The content of a mapping. Of a large one, only the pages that were ever used."""
     if end - start >= SHADOW:
         return b""
     if end - start < LARGE:
@@ -74,7 +74,7 @@ def access_point(lab):
 
 
 def handled(access_point):
-    """Returns when client_mgr has handled the local messages that it was sent before."""
+    """Returns when client_mgr has handled all earlier local messages."""
     with LocalSocket(access_point.root) as ipc:
         ipc.request(DAEMON, Local.LOG_CFG_GET)
 
@@ -85,7 +85,7 @@ def key_message(access_point, what, client=STATION, key=bytes(32), bssid=None):
 
 
 def send_record(lab, access_point, record, body):
-    """Returns when client_mgr has handled it: a record of a type that there is not shows in the log behind it."""
+    """Returns when client_mgr has handled the record: a record of an unknown type behind it is logged."""
     number = send_record.number = getattr(send_record, "number", 0) + 1
     records = struct.pack(">BBH", record, 4, 4 + len(body)) + body + struct.pack(">BBH", 200, 4, 4 + number)
     header = struct.pack(">3BHBH6s", 1, 14, 0, 2, 0, 14 + len(records), mac_bytes(access_point.mac))
@@ -109,7 +109,7 @@ def reassociate(access_point):
     handled(access_point)
 
 
-# How a key arrives. Afterwards the client is associated, as a home client or as one that is tunnelled home.
+# How a key arrives. Afterwards the client is associated, at home or tunnelled.
 
 def derived_here(lab, access_point, key):
     key_message(access_point, Pmk.ADD, key=key.bytes)
@@ -167,7 +167,7 @@ def moved_away(lab, access_point):
 
 
 def handed_over(lab, access_point):
-    """It lives elsewhere now, with another key."""
+    """The client is at home elsewhere now, with another key."""
     send_record(lab, access_point, Record.CLIENT_BULK_INFO, entries(entry(access_point, secrets.token_bytes(32))))
 
 
@@ -177,7 +177,7 @@ def rekeyed(lab, access_point):
 
 
 def use(lab, access_point):
-    """Everything that copies a client's record without changing its key."""
+    """All events that copy a client's record without changing its key."""
     tell(access_point, Local.CLIENT_IP, mac_bytes(STATION) + bytes(2) + bytes([10, 0, 10, 7]) + b"wlan0\0")
     key_message(access_point, Pmk.FETCH)
     send_record(lab, access_point, Record.CLIENT_GUEST_AUTH, mac_bytes(STATION))
@@ -212,9 +212,9 @@ def test_key_goes_with_its_client(lab, access_point, arrive, ways_to_go):
         expect_nowhere(access_point, key)
 
 
-# The key of a client of an unknown BSSID is handed on and not kept.
+# The key of a client on an unknown BSSID is forwarded and not stored.
 
-# As many messages as the local socket of a stopped process takes, and some more, which its peer has to keep.
+# More messages than the local socket of a stopped process holds, so that its peer has to keep some.
 MORE_THAN_A_SOCKET_TAKES = 500
 
 
@@ -249,7 +249,7 @@ def test_key_that_waited_in_apd_is_gone(lab, access_point):
 
 
 def test_key_that_waited_for_the_controller_is_gone(lab, access_point):
-    """apd holds it back for a controller that does not read, until the controller goes."""
+    """apd queues the key for a controller that does not read, until the controller goes."""
     key = Key()
     message = struct.pack(">I", CLIENT_MANAGER) + key.bytes * 500
     assert lab.controller.process
@@ -267,7 +267,7 @@ def test_key_that_waited_for_the_controller_is_gone(lab, access_point):
 
 
 def test_key_is_in_no_file_and_no_command_line(lab, access_point):
-    """But for the one line of the log that is there for it."""
+    """Searches the log without the one line that shows keys."""
     key = Key()
     derived_here(lab, access_point, key)
     use(lab, access_point)

@@ -1,4 +1,4 @@
-"""What apd holds back for a peer that does not read is given back when it does."""
+"""apd frees the memory of messages that it queued for a peer when the peer reads them."""
 
 import os
 import signal
@@ -34,12 +34,12 @@ def stopped(process):
 
 
 def pages(access_point):
-    """apd's private ones, by what they belong to."""
+    """The private pages of apd, by mapping."""
     return holdings_of(access_point.running["apd"]).pages
 
 
 def send_to_controller(access_point, count):
-    """As client_mgr does; what apd does not take within a second is not sent."""
+    """A connection like client_mgr's. A message that apd does not take within a second is not sent."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as daemon, suppress(TimeoutError):
         daemon.connect(str(access_point.root / "kx/ipc/apcomm"))
         daemon.settimeout(1)
@@ -54,7 +54,7 @@ def send_to_client_mgr(lab, access_point, count):
 
 
 def replace_controller(lab, access_point):
-    """By one at another port: apd goes there at once, however often it has failed to reach the old one."""
+    """Starts a controller at another port. apd connects there at once, however often it failed to reach the old one."""
     tunnels = access_point.log.read_text().count("Rcvd tunl status up")
     lab.controller.kill()
     lab.controller.port = 0
@@ -65,7 +65,7 @@ def replace_controller(lab, access_point):
 
 
 def keep_waiting(lab, access_point, to_client_mgr, to_controller):
-    """Messages in both directions for a peer that reads them later, and for a controller that never does. Returns the
+    """Queues messages in both directions, for a peer that reads them later and a controller that never does. Returns the
     most pages that apd held."""
     with stopped(access_point.running["client_mgr"]):
         send_to_client_mgr(lab, access_point, to_client_mgr)

@@ -1,4 +1,4 @@
-"""What an operator, the MAC access lists and the keys bring about on other access points."""
+"""The effects of an operator, of MAC access lists and of keys on other access points."""
 
 import json
 

@@ -20,7 +20,7 @@ def test_daemon_is_taken_up_again(lab):
     wait_for_line(access_point.log, LOADED, number=loads + 1)
     associate(access_point, client_mac(2))
     wait_for_association(lab, client_mac(2))
-    # To the controller the access point has come back.
+    # The controller sees the access point come back.
     assert len(events(lab.controller, "tunnel_up")) == 2
     assert len(events(lab.controller, "tunnel_down")) == 1
 
@@ -43,7 +43,7 @@ def test_daemon_that_lost_its_table_gets_it_back(lab, programs):
 
 
 def test_radio_waits_for_a_daemon_that_is_restarted(lab, programs):
-    """It holds its events back until the daemon that is there then can use them."""
+    """The radio holds its events back until the new daemon is ready."""
     lab.controller.start("--passive")
     access_point = add_access_point(lab)
     access_point.start_radio(programs.parent / "lab/captures/builtin.pcap")

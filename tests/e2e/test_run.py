@@ -27,7 +27,7 @@ EXPECTED = [
 
 
 class Lab:
-    """Runs of the lab that leave what they leave in a directory of this test's."""
+    """Runs of the lab whose files are in a directory of this test."""
 
     def __init__(self, build):
         self.directory = Path(tempfile.mkdtemp(prefix="kx-run."))
@@ -40,12 +40,12 @@ class Lab:
                               check=False)
 
     def start(self, *arguments, stdout=subprocess.PIPE):
-        """In a process group of its own, as a shell does."""
+        """Starts the lab in a process group of its own, as a shell does."""
         return subprocess.Popen([*self._command, *arguments], **self._options, stdout=stdout, stderr=subprocess.PIPE,
                                 process_group=0)
 
     def processes(self):
-        """All that run on behalf of it, by program: they have inherited its TMPDIR."""
+        """The lab's processes by program, found by the TMPDIR that they inherit."""
         mark = f"TMPDIR={self.directory}\0".encode()
         found = []
         for process in Path("/proc").glob("[0-9]*"):
@@ -111,7 +111,7 @@ def test_site_on_a_terminal(lab_run):
 
 
 def read_terminal(terminal):
-    """All that is written to it until nobody can write any more."""
+    """Reads everything until the last writer closes."""
     text = b""
     with open(terminal, "rb", buffering=0) as screen:
         try:
@@ -207,7 +207,7 @@ def test_reader_that_goes_away(lab_run):
 
 @pytest.fixture
 def command(tmp_path):
-    """`run` itself, for what needs no build."""
+    """The script `run`, for options that need no build."""
     return lambda *arguments: subprocess.run([REPOSITORY / "run", *arguments], cwd=tmp_path, text=True,
                                              env={"PATH": os.environ["PATH"]}, capture_output=True, timeout=20,
                                              check=False)

@@ -1,4 +1,4 @@
-"""How the daemon is started, and what whoever starts it sees when it cannot run."""
+"""The daemon's start, and its messages when it cannot run."""
 
 import re
 import subprocess
@@ -13,7 +13,7 @@ USAGE = 64
 
 
 def start(programs: Path, root: Path | None, *arguments: str, **environment: str) -> subprocess.CompletedProcess[str]:
-    """Starts the daemon where it cannot run, and returns how it ended."""
+    """Starts the daemon where it cannot run, and returns the finished process."""
     return subprocess.run([programs / "client_mgr", *arguments], env=environment_for(root) | environment,
                           stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20, check=False)
 

@@ -30,7 +30,7 @@ def test_each_reports_its_own_clients(lab):
 
 
 def test_reassociation_moves_the_home(lab, programs):
-    """Each access point's radio hears the whole capture and takes from it what concerns its own BSSID."""
+    """Each access point's radio plays the whole capture and uses the frames of its own BSSID."""
     if not REASSOCIATION.exists():
         pytest.skip(f"{REASSOCIATION} is not here")
     found = open_capture(REASSOCIATION, programs).vaps.split("\n\n")
@@ -49,7 +49,7 @@ def test_reassociation_moves_the_home(lab, programs):
     assert (client["bssid"], client["home_bssid"]) == (SECOND, SECOND)
     assert first.clients() == []
     served, = second.clients()
-    # What the controller told of it counts as key, too, though it knows none.
+    # The controller's answer counts as a key, although the controller has none.
     assert (served.mac, served.home_bssid, served.bssid, served.flags) == (STATION, SECOND, SECOND, LOCAL | PMK)
     assert first.stations() == []
     assert [(each["client"], each["bssid"]) for each in second.stations()] == [(STATION, SECOND)]

@@ -20,8 +20,8 @@ void put32(std::vector<uint8_t> &file, uint32_t value) {
     }
 }
 
-// As libpcap's savefile format has it: magic, version 2.4, zone, accuracy, longest packet, link type; then of each
-// packet the time, the captured and the original length.
+// libpcap's savefile header: magic, version 2.4, zone, accuracy, longest packet, link type. Each packet has its
+// time, captured length and original length in front.
 std::vector<uint8_t> pcap_file(fuzz::input in) {
     std::vector<uint8_t> file;
     const int link = LINKS[(in.byte() - 1u) % LINKS.size()];

@@ -1,5 +1,5 @@
-// The controller: what access points send is decoded, shown and answered. Input: events, each as a byte for its kind
-// and a block.
+// The controller decodes, shows and answers what access points send. Input: events, each a byte for its kind and a
+// block.
 #include <array>
 
 #include "controller/message.h"
@@ -25,7 +25,7 @@ void put16(bytes &to, size_t value) {
     to.push_back(static_cast<uint8_t>(value));
 }
 
-// Records, each as its type and a block with its body, with the headers that belong to them.
+// Records, each a type and a block with its body. Their headers are added.
 bytes framed(const mac_address &ap, fuzz::input &in) {
     bytes records;
     size_t count = 0;
@@ -107,7 +107,7 @@ public:
     }
 
 private:
-    // As if the controller had sent it.
+    // The message arrives as if from the controller.
     static void show_what_is_sent(std::span<const uint8_t> content) {
         show(controller::decode(content, controller::direction::to_access_point));
     }
@@ -133,7 +133,7 @@ void fuzz_one(std::span<const uint8_t> input_bytes) {
         try {
             rig.happen(kind, fuzz::input(in.block()));
         } catch (const controller::refused &) {
-            continue;  // an operator's wish that cannot be met
+            continue;  // a command that cannot be carried out
         }
     }
 }

@@ -25,10 +25,10 @@ constexpr uint8_t BSSID_ELSEWHERE[6] = {0xd0, 0xd1, 0xd2, 0xd3, 0xd4, 0xd5};
 constexpr const char *IFNAME[2] = {"ath0", "ath1"};
 constexpr uint32_t VLAN[2] = {100, 200};
 
-// Of what the daemon does while the input's bytes are not yet in play nothing is logged.
+// Nothing is logged until the input's bytes are used.
 constexpr int QUIET = 0;
 
-// How far handlers read and write, also behind a short message, whose buffer is zero there.
+// Handlers read and write this far, also past a short message, where the buffer is zero.
 constexpr size_t PAYLOAD_USED = KX_IPC_RX_SCRATCH;
 constexpr size_t ACL_AUTH_PAYLOAD_USED = sizeof(acl_auth_request) + ACL_AUTH_DATA_MAX;
 
@@ -36,7 +36,7 @@ constexpr uint8_t LEVEL = 3;
 constexpr uint8_t LINK_DOWN = 4;
 constexpr uint8_t DRIVER_FAILS = 8;
 constexpr uint8_t CHANNEL_FULL = 16;
-constexpr uint8_t TABLES = 0xe0;  // these bits are 001 when the tables are full, which takes its time
+constexpr uint8_t TABLES = 0xe0;  // when these bits are 001 the tables are full, which is slow
 
 sim::bytes as_bytes(std::span<const uint8_t> part) { return {part.begin(), part.end()}; }
 
@@ -90,7 +90,7 @@ void add_verdict(uint8_t number, int32_t state, int64_t now) {
     client_mgr_acl_mac_add(&entry);
 }
 
-// Behind what is arranged, which is always the same: they are filled once.
+// Fills the tables after the fixed clients. The copy is made only once, because it is always the same.
 void fill_tables(int64_t now) {
     static sim::table_copy<client_info> clients;
     static sim::table_copy<acl_cache_entry> verdicts;
@@ -134,7 +134,7 @@ daemon_rig::daemon_rig(input &in) : sim_(QUIET) {
         sim_.fail_from("apcomm_send_msg", 1);
     }
     kx_log_conf_data.level = 1 + (kind & LEVEL);
-    // A record that leaves the controller message buffer would otherwise be read on in the next one.
+    // Otherwise a record that leaves the controller message buffer would continue in the next one.
     poison(g_cfg.ipc_rx_buf, sizeof g_cfg.ipc_rx_buf);
 }
 
@@ -197,7 +197,8 @@ sim::bytes controller_message(input &in) {
     if (in.byte() == 0) {
         sim::bytes msg = as_bytes(in.rest());
         if (msg.size() > 4) {
-            // A record of length 0 is met as often as the count says, 65,535 times; that takes long and shows nothing.
+            // A record of length 0 repeats as often as the count says, up to 65,535 times, which is slow and shows
+            // nothing.
             msg[3] = 0;
             msg[4] %= 16;
         }

@@ -1,4 +1,4 @@
-// The daemon on the simulated platform, in the middle of its life, for one input.
+// The daemon on the simulated platform, with clients and verdicts, for one input.
 #ifndef TESTS_FUZZ_DAEMON_RIG_H
 #define TESTS_FUZZ_DAEMON_RIG_H
 
@@ -12,11 +12,11 @@ namespace fuzz {
 
 class daemon_rig {
 public:
-    // Two VAPs, one of them a guest VAP, the link up, and clients and verdicts of every kind; the input's first byte
-    // tells what else: bits 0-1 the log level (1 to 4), bit 2 the link is down, bit 3 the driver fails, bit 4 the
-    // controller's channel is full, bits 5-7 are 1: both tables are full.
+    // Two VAPs, one of them for guests, the link up, and clients and verdicts of every kind. The input's first byte
+    // selects more: bits 0-1 the log level (1 to 4), bit 2 the link is down, bit 3 the driver fails, bit 4 the
+    // controller channel is full, bits 5-7 when 1 both tables are full.
     explicit daemon_rig(input &in);
-    // With the tables empty and no VAPs.
+    // Empty tables and no VAPs.
     daemon_rig();
     ~daemon_rig();
     daemon_rig(const daemon_rig &) = delete;
@@ -26,9 +26,9 @@ public:
 
     // Handles a local message in a buffer that ends where the platform contract lets a handler's reads and writes end.
     void local(uint32_t id, uint32_t flags, std::span<const uint8_t> payload);
-    // Lets it happen; a local message as above.
+    // Makes the event happen. A local message is handled as above.
     void happen(const sim::event &e);
-    // Ends the process when the daemon is not sound; drops the effects so far.
+    // Ends the process when the daemon is not sound. Drops the effects so far.
     void check();
 
 private:
@@ -38,13 +38,12 @@ private:
     sim::platform sim_;
 };
 
-// A controller message from input bytes. The first byte is 0: the rest is the message, but for its count of records,
-// which is at most 15; otherwise the rest are records, each as its type and a block with its body, and get the headers
-// that belong to them.
+// A controller message from input bytes. When the first byte is 0, the rest is the message, with a count of records
+// of at most 15. Otherwise the rest are records, each a type and a block with its body; their headers are added.
 sim::bytes controller_message(input &in);
 
-// The driver's station list, in the host's order. The first byte is 0: the rest is the list; otherwise each station is
-// a byte, the number of bytes behind its record's fixed ones, its MAC address and its inactivity in 16 bits.
+// The driver's station list, in the host's order. When the first byte is 0, the rest is the list. Otherwise each
+// station is a byte (the number of bytes after the fixed ones), its MAC address and its inactivity in 16 bits.
 sim::bytes station_list(input &in);
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-"""Seeds of the targets around the daemon: every message it knows, about the clients that daemon_rig.cpp arranges."""
+"""Seeds of the targets around the daemon: every message that it handles, about the clients of daemon_rig.cpp."""
 import itertools
 import random
 import struct
@@ -12,7 +12,8 @@ BSSIDS = [bytes.fromhex("b0b1b2b3b4b5"), bytes.fromhex("b0b1b2b3b4b6"), bytes.fr
 NOWHERE = bytes(6)
 PMK = bytes(range(0x40, 0x60))
 
-# First bytes of an input, the daemon's state: log level 4; 3, no link; 2, the driver fails; 1, the channel is full.
+# The first byte of an input, the daemon's state: log level 4; level 3, no link; level 2, the driver fails; level 1,
+# the channel is full.
 STATES = [3, 2 | 4, 1 | 8, 0 | 16]
 
 
@@ -24,7 +25,7 @@ def address(number):
     return bytes([10, 0, 0, number])
 
 
-# Clients of each kind and one nobody knows; on either VAP, and on one that is not ours.
+# Clients of each kind and an unknown one, on both VAPs and on an unknown BSSID.
 PLACES = [(number, bssid) for number in range(1, 7) for bssid in BSSIDS]
 
 
@@ -193,7 +194,7 @@ def stories():
 
 
 def random_events(dice):
-    """Anything at any time."""
+    """Events of every kind in random order."""
     messages, received = list(local_messages()), list(controller_records())
 
     def station_list():

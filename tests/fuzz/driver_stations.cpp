@@ -1,5 +1,5 @@
-// A bulk report over the station lists that the driver answers with. Input: the daemon's state (daemon_rig), the first
-// VAP's station list as a block, the second one's in the rest.
+// A bulk report on the driver's station lists. Input: the daemon's state (daemon_rig), the first VAP's station list
+// as a block, then the second one's.
 #include "client_mgr/clients/bulk_report.h"
 #include "daemon_rig.h"
 

@@ -1,4 +1,4 @@
-// What libFuzzer calls.
+// libFuzzer's entry point.
 #include <memory>
 
 #include "input.h"

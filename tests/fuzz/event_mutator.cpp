@@ -1,5 +1,5 @@
-// Mutations of inputs that are a head of EVENTS_AT bytes and then events, each a byte for its kind and a block. What
-// libFuzzer does to bytes seldom leaves the events behind them in one piece.
+// Mutations of inputs that consist of a head of EVENTS_AT bytes and events, each a byte for its kind and a block.
+// libFuzzer's own mutations of bytes seldom leave the later events intact.
 #include <algorithm>
 #include <random>
 #include <vector>
@@ -7,7 +7,7 @@
 #include "input.h"
 
 extern "C" {
-// libFuzzer's own, which returns the new size; and what it calls for the mutations of a target's own.
+// LLVMFuzzerMutate is libFuzzer's own and returns the new size. libFuzzer calls the other two.
 size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t max_size);
 size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max_size, unsigned seed);
 size_t LLVMFuzzerCustomCrossOver(const uint8_t *data, size_t size, const uint8_t *other, size_t other_size,
@@ -41,7 +41,7 @@ struct story {
         }
     }
 
-    // As many of the events as there is room for. Returns the size.
+    // Writes as many events as there is room for. Returns the size.
     size_t write(uint8_t *out, size_t room) const {
         uint8_t *end = std::copy_n(head.begin(), std::min(head.size(), room), out);
         for (const event &each : events) {
@@ -105,7 +105,7 @@ size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max_size, unsi
     return told.write(data, max_size);
 }
 
-// Some events of the other come among ours.
+// Inserts some events of the other input.
 size_t LLVMFuzzerCustomCrossOver(const uint8_t *data, size_t size, const uint8_t *other, size_t other_size,
                                  uint8_t *out, size_t max_size, unsigned seed) {
     chance chance(seed);

@@ -1,4 +1,4 @@
-// A fuzzer's bytes, read from front to back. What is missing at the end reads as zero or as nothing.
+// A fuzzer's bytes, read from front to back. Missing bytes at the end read as zero or as nothing.
 #ifndef TESTS_FUZZ_INPUT_H
 #define TESTS_FUZZ_INPUT_H
 
@@ -37,7 +37,7 @@ public:
     }
     std::span<const uint8_t> rest() { return take(left_.size()); }
 
-    // A 16-bit length and as many bytes, as far as they are there.
+    // A 16-bit length and as many bytes, or as many as there are.
     std::span<const uint8_t> block() { return take(word16()); }
 
 private:
@@ -46,7 +46,7 @@ private:
 
 }  // namespace fuzz
 
-// What every target defines. `bytes` lie in a block of the heap that is exactly as long.
+// Defined by every target. `bytes` lie in a block of the heap of exactly that size.
 void fuzz_one(std::span<const uint8_t> bytes);
 
 #endif

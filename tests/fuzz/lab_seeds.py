@@ -227,7 +227,7 @@ def site_life():
 
 
 def random_events(dice):
-    """Anything at any time, of three access points and seven stations."""
+    """Events of every kind in random order, from three access points and seven stations."""
     def bssid():
         return dice.choice([OURS, THEIRS, bytes([2, 0, 0, 0, 0xC, 10]), bytes(6)])
 

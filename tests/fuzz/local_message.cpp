@@ -1,5 +1,4 @@
-// One local message through the daemon's dispatch. Input: the daemon's state (daemon_rig), then the message as it
-// travels but for its length word.
+// One local message to the daemon. Input: the daemon's state (daemon_rig), then the message without its length word.
 #include "daemon_rig.h"
 
 void fuzz_one(std::span<const uint8_t> bytes) {

@@ -1,4 +1,4 @@
-// A file that lies in memory, for what can only be read by its name.
+// A file in memory, for code that reads files by name.
 #ifndef TESTS_FUZZ_MEMORY_FILE_H
 #define TESTS_FUZZ_MEMORY_FILE_H
 

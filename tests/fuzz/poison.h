@@ -1,11 +1,11 @@
-// Memory that nobody may touch, where AddressSanitizer is there to notice.
+// Memory that may not be accessed. Needs AddressSanitizer to notice.
 #ifndef TESTS_FUZZ_POISON_H
 #define TESTS_FUZZ_POISON_H
 
 #include <cstddef>
 
-// AddressSanitizer's own (sanitizer/asan_interface.h); null in a program without it. Weak instead of a macro that the
-// compiler sets, for a program may have it although this file is compiled without.
+// AddressSanitizer's own functions (sanitizer/asan_interface.h), null in a program without it. They are weak because
+// a program may have AddressSanitizer although this file is compiled without.
 extern "C" {
 void __asan_poison_memory_region(const volatile void *begin, size_t size) __attribute__((weak));
 void __asan_unpoison_memory_region(const volatile void *begin, size_t size) __attribute__((weak));

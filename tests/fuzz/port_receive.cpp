@@ -1,5 +1,5 @@
-// The port's local endpoints: the daemon's and everybody else's. Input: datagrams, each as a byte (bit 0: the sender
-// has no name; bit 1: the length word is put right) and a block; real sockets carry them.
+// The port's local endpoints, of the daemon and of other processes. Input: datagrams, each a byte (bit 0: the sender
+// has no name; bit 1: the length word is corrected) and a block. Real sockets carry them.
 #include <event2/event.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -22,7 +22,7 @@
 #include "platform/linux/event_base.h"
 #include "require.h"
 
-// Dropped messages are reported there.
+// The port reports dropped messages in the system log.
 extern "C" void __wrap_syslog(int priority, const char *format, ...);
 extern "C" void __wrap_syslog(int, const char *, ...) {}
 
@@ -35,7 +35,7 @@ using message = std::vector<uint8_t>;
 
 const std::array<uint8_t, BUFFER_SIZE> zeros{};
 std::array<uint8_t, BUFFER_SIZE> rx_buf;
-const message *expected = nullptr;  // what is to be delivered next
+const message *expected = nullptr;  // the next message to be delivered
 unsigned delivered = 0;
 
 uint32_t word(const uint8_t *at) { return fuzz::input({at, 4}).word32(); }
@@ -68,7 +68,7 @@ void receive(kx_ipc_rx *rx) {
     }
 }
 
-// A place for the sockets, for as long as the process lives.
+// A directory for the sockets, removed at the end of the process.
 class private_root {
 public:
     private_root() {
@@ -109,7 +109,7 @@ public:
     void send(bool without_name, const message &sent) {
         const bool good = is_well_formed(sent);
         if (!send_to(kx::endpoint_client_mgr, without_name, sent)) {
-            return;  // the kernel takes none that large
+            return;  // too large for the kernel
         }
         expected = good ? &sent : nullptr;
         delivered = 0;

@@ -1,4 +1,4 @@
-// Runs a fuzz target on the inputs it is given: for compilers and machines without libFuzzer.
+// Runs a fuzz target on the given inputs, for compilers and machines without libFuzzer.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// What a target says of the code under test.
+// Assertions of the fuzz targets.
 #ifndef TESTS_FUZZ_REQUIRE_H
 #define TESTS_FUZZ_REQUIRE_H
 
@@ -7,7 +7,7 @@
 
 namespace fuzz {
 
-// Ends the process when it does not hold.
+// Ends the process when the condition is false.
 inline void require(bool holds, const char *what) {
     if (!holds) {
         fprintf(stderr, "fault: not so: %s\n", what);

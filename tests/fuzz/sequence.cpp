@@ -1,5 +1,5 @@
-// Events in any order, with time between them; the daemon is checked after each. Input: 0 for a daemon that has just
-// started, or the daemon's state (daemon_rig); then the events, each as a byte for its kind and a block.
+// Events in any order, with time between them. The daemon is checked after each. Input: 0 for a daemon that has just
+// started, or the daemon's state (daemon_rig); then events, each a byte for its kind and a block.
 #include <array>
 #include <string>
 
@@ -15,7 +15,7 @@ using sim::event;
 constexpr unsigned EVENTS_MAX = 100;
 constexpr uint8_t KINDS = 9;
 
-// An input names one by its place, so that kept inputs only go on meaning the same while these places stay.
+// An input names a call by its index, so the indexes must not change for stored inputs.
 constexpr std::array CALLS = {
     "apcomm_send_msg",
     "ioctl",

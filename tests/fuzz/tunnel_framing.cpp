@@ -1,5 +1,4 @@
-// The frames of the tunnel, cut out of a stream that comes in pieces. Input: the length of a piece, less one, and the
-// stream.
+// The tunnel's frames in a stream that arrives in pieces. Input: the length of a piece minus one, and the stream.
 #include <event2/buffer.h>
 
 #include <algorithm>
@@ -22,7 +21,7 @@ struct message {
     bool operator==(const message &) const = default;
 };
 
-// What the stream holds, read from the whole of it, and the length of its good frames.
+// The frames of the whole stream, and the length of its good part.
 struct expectation {
     std::vector<message> messages;
     size_t length = 0;
@@ -47,7 +46,7 @@ expectation expect(std::span<const uint8_t> stream) {
     return found;
 }
 
-// Takes what is whole; false after a bad frame.
+// Reads the whole frames. False after a bad one.
 bool take_frames(evbuffer *input, std::vector<message> &taken) {
     const auto frame = std::make_unique<kx::tunnel_frame>();
     std::string fault;

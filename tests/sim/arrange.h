@@ -1,4 +1,4 @@
-// The daemon's state as a test wants to find it, put there without an event.
+// Sets up the daemon's state for a test without an event.
 #ifndef TESTS_SIM_ARRANGE_H
 #define TESTS_SIM_ARRANGE_H
 
@@ -12,22 +12,22 @@
 
 namespace sim {
 
-// System ready, link up, the controller's address 10.11.12.13.
+// Sets system ready, link up, and the controller's address 10.11.12.13.
 void ready_to_talk();
 
-// A VAP of no attributes; num_vaps is raised so that it is valid. MAC addresses are text.
+// A VAP without attributes. Raises num_vaps so that the entry is valid. MAC addresses are text.
 vap_cfg &have_vap(uint32_t idx, std::string_view ifname, std::string_view bssid, uint32_t vlan);
 
-// A name of 12 characters, which has no terminator; the record's padding behind it is made letters as well.
+// A name of 12 characters, which has no terminator. The padding after the field is filled with letters too.
 inline constexpr std::string_view FULL_IFNAME = "abcdefghijkl";
 void set_full_ifname(vap_cfg &vap);
 
-// A client with the MAC address and all else zero, in no table.
+// A client with this MAC address and every other field zero. It is in no table.
 client_info client_of(std::string_view mac);
-// Adds it; returns its slot. Leaves no effect behind.
+// Adds the client and returns its slot. Drops the effects.
 int32_t have_client(site &sim, const client_info &client);
 
-// The record that the table holds, null if none; looked up without a trace.
+// The table's record, null if there is none. The lookup leaves no trace in the log.
 const client_info *stored_client(std::string_view mac);
 const acl_cache_entry *stored_verdict(std::string_view mac);
 
@@ -39,10 +39,10 @@ void set_text(char *dst, size_t width, std::string_view text);
 // The client data of a record: the 88 bytes that callers and the table exchange.
 bytes client_data(const client_info &client);
 
-// g_cfg, padding included.
+// The bytes of g_cfg, padding included.
 bytes state_block();
 
-// What the platform's configuration lists.
+// An interface as the platform's configuration lists it.
 listed_vap apcfg_entry(std::string_view ifname, std::string_view ssid, uint16_t vlan);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// A station's association to one of two VAPs, and what the daemon does about it.
+// A station's association to one of two VAPs, and its effects.
 #ifndef TESTS_SIM_ASSOCIATION_STEPS_H
 #define TESTS_SIM_ASSOCIATION_STEPS_H
 
@@ -15,7 +15,7 @@ inline constexpr const char *STA = "02:11:22:33:44:55";
 inline constexpr const char *BSSID = "0a:1b:2c:3d:4e:50";
 inline constexpr const char *GUEST_BSSID = "0a:1b:2c:3d:4e:61";
 
-// 16 bytes of the radio stack's own, the client, the BSSID, an address that is not used.
+// 16 bytes that the daemon does not use, the client, the BSSID, an address that is not used.
 inline const bytes NOTIFICATION = hex("c0c1c2c3c4c5c6c7c8c9cacbcccdcecf  021122334455  0a1b2c3d4e50  e1e2e3e4");
 inline const bytes GUEST_NOTIFICATION = hex("c0c1c2c3c4c5c6c7c8c9cacbcccdcecf  021122334455  0a1b2c3d4e61  e1e2e3e4");
 
@@ -48,7 +48,7 @@ inline steps update_lines(const char *bssid, const char *ip) {
            log(3, std::string("Client IP ") + ip);
 }
 
-// One client update message: type, and the BSSID's last byte and the address as digits.
+// One client update message. `type`, the last byte of the BSSID and the address are hexadecimal digits.
 inline bytes update_msg(const char *type, const char *bssid_end, const char *ip) {
     return hex("01 0e 00 0001 00 0028 a0a1a2a3a4a5") + hex(type) + hex("04 001a 021122334455 0a1b2c3d4e") +
            hex(bssid_end) + hex("000000000000") + hex(ip);
@@ -60,7 +60,7 @@ inline steps bridged(const char *bssid, int vlan, const char *ip) {
            log(3, "VLAN   " + std::to_string(vlan)) + log(3, std::string("Client IP ") + ip);
 }
 
-// A first association on the VAP for home clients, from the receipt's end on.
+// A first association on the VAP for home clients, after the receipt.
 inline steps first_association(const steps &table) {
     return ACCEPTED + heard(BSSID, STA) + client_lookup(STA, false) + update_lines(BSSID, "0x00000000") +
            to_controller(update_msg("02", "50", "00000000")) + client_update(STA, table) +

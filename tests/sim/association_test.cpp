@@ -147,7 +147,7 @@ SIM_TEST(association, replaces_whatever_was_known_of_the_client) {
     client_info roamed = client_of(STA);
     set_mac(roamed.home_bssid, "06:01:02:03:04:05");
     roamed.home_vlan = 99;
-    roamed.bssid_idx = 0;  // and so its address counts, wherever the record came from
+    roamed.bssid_idx = 0;  // the same VAP, so the address is kept
     roamed.flag = CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK | CLIENT_FLAG_GUEST;
     memset(roamed.pmk, 0xbb, sizeof(roamed.pmk));
     set_bytes(roamed.cl_ip.bytes, hex("0a 01 02 03"));
@@ -260,7 +260,7 @@ SIM_TEST(association, passes_on_texts_that_fill_their_fields) {
                 captive_msg(STA, "abcdefghijklmnopqrstuvwxyz012345", CAPTIVE_MSG_ASSOCIATION, 1)});
 }
 
-// The receive buffer is zero past a message: what is missing of a short one is zero.
+// The receive buffer is zero past a message, so the missing end of a short one reads as zero.
 SIM_TEST(association, names_no_vap_when_its_notification_is_cut) {
     have_vaps();
     for (size_t len = 0; len < 28; len++) {

@@ -158,7 +158,7 @@ SIM_TEST(bulk_clients, sets_the_number_of_vaps_before_it_sends) {
     EXPECT_EQ(1u, g_cfg.num_vaps);
 }
 
-// More records than the VAP table has entries: no search looks past its end.
+// There are more records than the VAP table has entries. No search reads past the table's end.
 SIM_TEST(bulk_clients, may_count_more_vaps_than_the_table_holds) {
     ready_to_talk();
     for (int i = 0; i < 20; i++) {
@@ -192,7 +192,7 @@ struct full_report {
     bytes entries_of_a_full_vap;
 };
 
-// 105 stations on each of `count` VAPs: 9 fit whole, then 710 bytes are left for the stations of the tenth.
+// 105 stations on each of `count` VAPs. Nine VAPs fit whole; 710 bytes remain for the stations of the tenth.
 full_report have_full_vaps(site &sim, int count) {
     ready_to_talk();
     full_report full;
@@ -244,7 +244,7 @@ SIM_TEST(bulk_clients, leaves_out_what_does_not_fit) {
     }
 }
 
-// 10 VAPs of 986 stations leave the 54 bytes that an eleventh without stations takes.
+// 10 VAPs with 986 stations leave 54 bytes, enough for an eleventh VAP without stations.
 SIM_TEST(bulk_clients, fills_the_message_to_its_last_byte) {
     const full_report full = have_full_vaps(sim, 11);
     sim.stations["ath9"].resize(size_t{41} * 156);

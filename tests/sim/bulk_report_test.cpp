@@ -1,4 +1,4 @@
-// The bulk VAP configuration, and what both bulk reports have in common.
+// The bulk VAP configuration, and the start that both bulk reports share.
 #include "client_mgr/clients/bulk_report.h"
 
 #include <string>
@@ -144,7 +144,7 @@ SIM_TEST(bulk_config, takes_names_and_ssids_without_terminator) {
                 to_controller(bulk_message(1, config_record(BSSID, ssid, 0xfffe)))});
 }
 
-// Its record's name, which may fill its field, and not the list's.
+// The name in the record may fill its field. The name in the list is not used.
 SIM_TEST(bulk_config, reads_a_vap_by_the_name_in_its_record) {
     ready_to_talk();
     have_interface(sim, "ath0", "first", 0x0102, BSSID);

@@ -1,4 +1,4 @@
-// Byte strings as tests write them down.
+// Byte strings in tests.
 #ifndef TESTS_SIM_BYTES_H
 #define TESTS_SIM_BYTES_H
 
@@ -15,7 +15,7 @@ struct bytes : std::vector<uint8_t> {
 
 bytes operator+(bytes front, const bytes &back);
 
-// From hexadecimal digits; blanks are for the reader. Throws on anything else.
+// From hexadecimal digits. Blanks are skipped; anything else throws.
 bytes hex(std::string_view digits);
 // From a MAC address like "02:00:00:00:10:00".
 bytes mac_bytes(std::string_view mac);
@@ -34,7 +34,7 @@ bytes first(const bytes &all, size_t count);
 // Hexadecimal digits; a run of 16 or more equal bytes is written as "xx*count".
 std::string show(const uint8_t *data, size_t count);
 std::string show(const bytes &data);
-// What show() wrote, as bytes again.
+// Parses the output of show().
 bytes shown(std::string_view text);
 
 }  // namespace sim

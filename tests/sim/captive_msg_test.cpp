@@ -86,7 +86,7 @@ SIM_TEST(captive_msg, carries_an_empty_text_as_34_zeros) {
     sim.expect({client_lookup(STA, true), SENDING, to_captive_portal(START + zeros(34) + NO_GUEST)});
 }
 
-// At every length up to the 33 characters that need no terminator; nothing behind the text may be read.
+// The text has every length up to 33 characters, which need no terminator. Nothing past the text may be read.
 SIM_TEST(captive_msg, carries_a_text_of_up_to_33_characters_whole) {
     have_station(sim, 0);
     const std::string text = "abcdefghijklmnopqrstuvwxyz0123456";

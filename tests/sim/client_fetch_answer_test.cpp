@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view HOME = "e0:e1:e2:e3:e4:e5";
 const bytes IP = hex("0a5b5c5d");
 
-// What a re-association from ELSEWHERE to VAP 0 left behind.
+// The placeholder that a re-association from ELSEWHERE to VAP 0 leaves.
 client_info placeholder(std::string_view mac = CLIENT) {
     client_info client = client_of(mac);
     set_mac(client.home_bssid, ELSEWHERE);
@@ -137,13 +137,13 @@ SIM_TEST(client_info_answer, for_another_home_vlan_tunnels_the_client) {
     expect_stored(expected);
 }
 
-// The link went down since: home data are kept for the next re-association, which sets the VAP index; until then it is
-// that of VAP 0, here of a client on VAP 1.
+// The link went down in the meantime. The home data are kept for the next re-association, which sets the VAP index.
+// Until then the index is that of VAP 0, although this client is on VAP 1.
 SIM_TEST(client_info_answer, is_kept_though_the_roam_cannot_be_completed) {
     have_two_vaps();
     whenever_not_ready([&] {
         client_info client = placeholder();
-        // Nothing of these outlives the answer.
+        // The answer replaces all of these.
         client.bssid_idx = 9;
         client.home_vlan = 10;
         client.assoc_vlan = 11;
@@ -229,7 +229,7 @@ SIM_TEST(pmk_answer, installs_the_key_and_nothing_else) {
     before.flag = CLIENT_FLAG_LOCAL | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_GUEST;
     set_bytes(before.cl_ip.bytes, hex("08090a0b"));
     EXPECT_EQ(1, have_client(sim, before));
-    // Neither the home data nor the BSSID need be anything that is known here.
+    // Neither the home data nor the BSSID need be known here.
     const bytes list =
         hex("00000001 021324354657 e0e1e2e3e4e5 f0f1f2f3f4f5 01020304 0a5b5c5d"
             "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f 00000001");
@@ -291,7 +291,7 @@ SIM_TEST(pmk_answer, is_kept_though_hostapd_cannot_be_reached) {
     EXPECT_EQ(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_PMK, stored_client(CLIENT)->flag);
 }
 
-// A type 15 behind a type 14 brings keys alone as well.
+// A client info answer after a PMK answer installs only keys as well.
 SIM_TEST(pmk_answer, makes_the_rest_of_the_message_one) {
     have_two_vaps();
     have_client(sim, placeholder());

@@ -1,4 +1,4 @@
-// A client that roamed in and is not known: the controller is asked, and answers.
+// An unknown client roams in, and the daemon asks the controller about it.
 #include "client_mgr/clients/client_fetch.h"
 
 #include <string>
@@ -50,7 +50,7 @@ SIM_TEST(client_fetch, leaves_a_placeholder_and_asks_the_controller) {
         to_controller(hex("01 0e 00 0001 00 0044 a0a1a2a3a4a5  0d 04 0036  021324354657 b0b1b2b3b4b5") + zeros(38)),
     });
     expect_stored(placeholder());
-    // The notification is as it was.
+    // The handler does not change the notification.
     const uint8_t *payload = g_cfg.ipc_rx_buf + IPC_HDR_SIZE;
     EXPECT_EQ(notice(), bytes(payload, payload + 38));
 }
@@ -83,7 +83,7 @@ SIM_TEST(client_fetch, keeps_the_placeholder_of_a_request_that_cannot_be_sent) {
     expect_stored(placeholder());
 }
 
-// The placeholder counts as known: the client is served as if VAP 0 had its home VLAN.
+// The placeholder counts as a known client, as if the VLAN of VAP 0 were its home VLAN.
 SIM_TEST(client_fetch, is_not_repeated_while_the_placeholder_is_there) {
     have_two_vaps();
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, notice());
@@ -136,7 +136,7 @@ SIM_TEST(client_request, leaves_a_known_client_as_it_is) {
     expect_stored(client);
 }
 
-// Who calls it has seen to the link.
+// The callers check the link.
 SIM_TEST(client_request, does_not_look_at_the_link) {
     have_two_vaps();
     g_cfg.status_flags = 0;

@@ -53,7 +53,7 @@ bytes client_entry_of(const char *mac, bool key) {
 
 void have_station(site &sim) { have_client(sim, client_of(STA)); }
 
-// What the PMK answer for the station does.
+// The effects of the PMK answer for the station.
 steps key_installed() {
     return client_lookup(STA, true) + client_update_at(STA, 0) + log(3, "called client_mgr_notify_hostapd") +
            hostapd_command(hex("00000009 00000081 0affffffff01 000000000000 021122334455") + bytes(32, 0xab) +
@@ -120,14 +120,14 @@ SIM_TEST(ctrlr_dispatch, erases_a_message_that_may_carry_keys_once_it_is_handled
 }
 
 SIM_TEST(ctrlr_dispatch, drops_a_message_of_fewer_than_3_bytes) {
-    // What it lacks shows as 0.
+    // A missing field is logged as 0.
     for (const auto &[msg, version] : {std::pair("", 0), {"01", 1}, {"01 0e", 1}, {"07", 7}, {"07 0e", 7}}) {
         sim.controller(hex(msg));
         sim.expect({RECEIVED, invalid(version, 0)});
     }
 }
 
-// Header and record have a value of their own in every byte; the records begin behind a header of 18 bytes.
+// All bytes of the header and of the records differ. The records begin after a header of 18 bytes.
 SIM_TEST(ctrlr_dispatch, reads_a_message_cut_at_any_length_as_if_zeros_followed) {
     const bytes msg = hex("01 12 00 0002 77 a1b2 c1c2c3c4c5c6 e1e2e3e4  63 05 0007 f1f2f3  64 06 0809");
     for (size_t len = 3; len <= msg.size(); len++) {
@@ -142,7 +142,7 @@ SIM_TEST(ctrlr_dispatch, reads_a_message_cut_at_any_length_as_if_zeros_followed)
         }
         sim.expect({expected});
     }
-    // The last of these, as it is meant to be read.
+    // The whole message.
     sim.controller(msg);
     sim.expect({RECEIVED, header_line(2, 18, 41394), record_line(99, 5, 7), record_line(100, 6, 2057)});
 }
@@ -251,7 +251,7 @@ SIM_TEST(ctrlr_dispatch, takes_only_keys_from_a_pmk_answer) {
 SIM_TEST(ctrlr_dispatch, takes_only_keys_from_a_client_info_answer_behind_a_pmk_answer) {
     have_station(sim);
     const bytes info = record(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, hex("00000001") + client_entry_of(STA, true));
-    // Through any number of records in between.
+    // Other records may lie in between.
     sim.controller(message(4, record(CLIENT_MGR_PMK_FETCH_SUCCESS, hex("00000000")) + info + record(99, {}) + info));
     sim.expect(
         {RECEIVED, header_line(4, 14, 166), record_line(CLIENT_MGR_PMK_FETCH_SUCCESS, 4, 8),
@@ -260,7 +260,7 @@ SIM_TEST(ctrlr_dispatch, takes_only_keys_from_a_client_info_answer_behind_a_pmk_
          log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"), key_installed(),
          record_line(99, 4, 4), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
          log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"), key_installed()});
-    // But not into the next message.
+    // The next message starts afresh.
     sim.controller(message(1, info));
     sim.expect({RECEIVED, header_line(1, 14, 84), record_line(CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, 4, 70),
                 log(3, "Received CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS"), log(3, "NUM OF CLIENT INFO: 1"),
@@ -317,7 +317,7 @@ SIM_TEST(ctrlr_dispatch, reads_a_record_header_at_the_very_end_of_the_buffer) {
 }
 
 SIM_TEST(ctrlr_dispatch, ends_at_a_record_that_would_leave_the_buffer) {
-    // Behind the buffer the walk would meet records that it handles.
+    // The memory after the buffer holds records that the daemon would handle.
     for (uint32_t i = 0; i < BUF_SIZE; i += 4) {
         set_bytes(g_cfg.ipc_rx_buf + i, hex("1a 04 0004"));
     }
@@ -329,7 +329,7 @@ SIM_TEST(ctrlr_dispatch, ends_at_a_record_that_would_leave_the_buffer) {
     }
 }
 
-// Of each type that has a body, a record whose header is the last thing in the buffer.
+// For each type with a body: a record whose header ends with the buffer.
 SIM_TEST(ctrlr_dispatch, handles_no_body_that_would_leave_the_buffer) {
     const auto at_the_end = [&](uint8_t type, const steps &receipt) {
         sim.controller(message(2, record(99, zeros(BUF_SIZE - 14 - 4 - 4)) + record(type, {})));

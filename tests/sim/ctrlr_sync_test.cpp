@@ -1,4 +1,4 @@
-// Lists of clients that the controller hands over or has forgotten.
+// Lists of clients that the controller hands over or has removed.
 
 #include <string>
 
@@ -36,7 +36,7 @@ steps removed(std::string_view mac, int slot) {
            bridge_del(mac);
 }
 
-// A client whose current BSSID is this.
+// A client with this current BSSID.
 client_info on(std::string_view bssid, uint32_t flag = CLIENT_FLAG_LOCAL) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, BSSID);
@@ -104,7 +104,7 @@ SIM_TEST(bulk_client_info, turns_entry_flags_into_client_flags) {
         const bytes list = client_list({moved(c.entry)});
         sim.controller(handed_over(list));
         sim.forget();
-        // The key is taken over whether or not it is marked valid.
+        // The key is copied whether or not it is marked valid.
         expect_stored(known_elsewhere(c.client));
     }
 }
@@ -158,7 +158,7 @@ SIM_TEST(bulk_client_info, searches_all_16_vaps) {
                 bridge_del(CLIENT), client_update(CLIENT, client_added(CLIENT, 0)), added(CLIENT, HOME, 300)});
 }
 
-// An all-zero current BSSID is that of no VAP, though unused entries of the table have it as well.
+// An all-zero current BSSID matches no VAP, although unused entries of the VAP table hold it as well.
 SIM_TEST(bulk_client_info, of_a_client_without_bssid_disassociates_nobody) {
     have_client(sim, on(NOWHERE));
     const bytes list = client_list({moved()});
@@ -273,7 +273,7 @@ SIM_TEST(client_removal, disassociates_on_every_vap_with_the_bssid) {
          captive_msg(CLIENT, "portal fifteen", CAPTIVE_MSG_DISASSOCIATION, 1), removed(CLIENT, 0)});
 }
 
-// Unlike a hand-over: an all-zero BSSID is compared like any other, and unused entries have it.
+// Unlike in a hand-over, an all-zero BSSID is compared like any other, and unused entries hold it.
 SIM_TEST(client_removal, of_a_client_without_bssid_disassociates_on_every_unused_vap) {
     have_two_vaps();
     have_client(sim, on(NOWHERE));

@@ -177,7 +177,7 @@ void daemon_run::is_asked_for_the_dump() {
     if (!does("open") || !does("fstat") || !does("fchmod") || !does("ftruncate") || !does("fdopen")) {
         says("Unable to open /tmp/clientmgr_cli");
     } else {
-        // More than one and less than two times what the stream holds.
+        // The dump is larger than the stream's buffer and smaller than two of them.
         EXPECT_EQ(18U, clients.size());
         const bool first = does("write");
         const bool last = does("write");
@@ -209,7 +209,7 @@ void daemon_run::vap_updated(std::string_view ifname) {
     check();
 }
 
-// An entry whose BSSID cannot be read has its new name already; the next VAP takes it.
+// An entry whose BSSID cannot be read already has its new name. The next VAP overwrites it.
 void daemon_run::loads_vaps() {
     if (!does("apcfg_vap_get_ifname_list")) {
         says("Error getting the VAP list");

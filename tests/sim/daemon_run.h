@@ -1,7 +1,6 @@
-// A daemon driven event by event, on a platform that fails by one rule, beside what each event must bring about.
-//
-// Written down is what happens at log level 1: each call of the platform with the lines that its failure costs, and
-// what the failure keeps from happening. Two VAPs: "ath0" for home clients, "ath1" for guests.
+// A daemon driven event by event, on a platform on which one rule makes calls fail, together with a model of the
+// effects of each event. The model covers log level 1: each platform call, the lines that its failure adds, and the
+// effects that its failure prevents. Two VAPs: "ath0" for home clients, "ath1" for guests.
 #ifndef TESTS_SIM_DAEMON_RUN_H
 #define TESTS_SIM_DAEMON_RUN_H
 
@@ -19,7 +18,7 @@ namespace sim {
 inline constexpr std::string_view HOME_BSSID = BSSID;     // of "ath0", on VLAN 100
 inline constexpr std::string_view GUEST_BSSID = BSSID_2;  // of "ath1", on VLAN 200
 
-// The `nth` call of `call`, and with `onwards` every later one.
+// The `nth` call of `call`; if `onwards`, every later one too.
 struct failure {
     std::string call;
     unsigned nth;
@@ -31,17 +30,17 @@ public:
     // The daemon can talk to the controller and has loaded its VAPs. At a log level above 1 it runs unchecked.
     explicit daemon_run(int log_level = 1);
 
-    // From here on calls are counted anew, and fail so.
+    // Counts calls from here on, and fails those that the rule names.
     void begin(const std::optional<failure> &rule);
     void end();
-    // Calls since then.
+    // Calls since begin().
     std::map<std::string, unsigned> counts;
-    // The daemon runs: start-up did not end it.
+    // False when start-up ended the daemon.
     bool alive = true;
     site sim;
 
-    // An access point's everyday: its VAPs are loaded, a client comes, gets an address, is reported, leaves. Returns
-    // what was done.
+    // Everyday events: the VAPs are loaded, a client associates, gets an address, is reported, leaves. Returns the
+    // effects.
     std::string everyday();
 
     // --- events; each one's effects are checked
@@ -69,7 +68,7 @@ public:
     void handed_over(const listed_client &client);
     void forgotten(std::string_view mac);
     void moved_away(std::string_view mac);
-    // To a VLAN that is not the client's own.
+    // To a VLAN other than the client's home VLAN.
     void moved(std::string_view mac, std::string_view bssid);
     void fetched(const listed_client &client);
     void key_fetched(const listed_client &client);
@@ -101,12 +100,12 @@ private:
 
     static const std::array<vap, 2> VAPS;
 
-    // One call: counted, and expected as it succeeds or fails. Whether it succeeds.
+    // Counts a call and expects its effect, failed or not. Returns whether it succeeds.
     bool does(const std::string &call, const steps &effect = {});
-    // A line at level 1.
+    // Expects a line at level 1.
     void says(std::string_view line);
     void expects(const steps &effect) { wanted = wanted + effect; }
-    // What happened is what was expected.
+    // Compares the effects with the expected ones.
     void check();
 
     int index_of(std::string_view bssid) const;
@@ -115,7 +114,7 @@ private:
     void sends(const steps &message, std::string_view error);
     void sends_update(uint8_t type, std::string_view mac, std::string_view bssid, const bytes &ip);
     void sends_foreign_update(uint8_t type, std::string_view mac, const client &c, std::string_view bssid);
-    // A request on the throw-away socket; `error` is said before the socket is closed. Whether it succeeds.
+    // A request on a socket of its own. `error` is logged before the socket is closed. Returns whether it succeeds.
     bool asks_driver(const steps &request, std::string_view error, const steps &after = {});
     bool reads_bssid(const std::string &ifname);
     bool pushes_verdict(std::string_view bssid, uint32_t verdict);

@@ -10,7 +10,7 @@ std::string number(int value) { return std::to_string(value); }
 
 std::string with(std::string_view text, std::string_view mac) { return std::string(text) + std::string(mac); }
 
-// One table's operations and how they are traced.
+// The names of one table's operations, and whether its list steps are traced.
 struct table {
     std::string init_prefix;  // of every operation's name
     std::string get;
@@ -30,7 +30,7 @@ struct table {
                (idx < 0 ? steps{} : log(3, "<<< " + name + " LINE: client indx " + number(idx))) + trace_leave(name);
     }
 
-    // Between the two adds' lines; `middle` is what comes of the find.
+    // An add; `middle` is the outcome of its find.
     steps add(std::string_view mac, int found, const steps &middle, int result) const {
         const std::string outer = op("mac_add");
         const std::string inner = op("lock_mac_add");

@@ -15,7 +15,7 @@ bytes notice(std::string_view bssid = BSSID) {
     return UNREAD + mac_bytes(CLIENT) + mac_bytes(bssid) + hex("f0f1f2f3 f4f5 f6f7f8f9");
 }
 
-// What the update message takes from the bytes behind the BSSID, read as an address.
+// The update message reads the bytes after the BSSID as an address.
 const bytes IP_FIELD = hex("f0f1f2f3");
 
 steps local_receipt(std::string_view bssid = BSSID) {
@@ -139,7 +139,7 @@ SIM_TEST(disassociation, spares_clients_that_roamed) {
     }
 }
 
-// The tests come one after the other: flags, BSSID, VAP.
+// The daemon checks flags, BSSID and VAP in this order.
 SIM_TEST(disassociation, looks_at_the_flags_before_the_bssid) {
     have_two_vaps();
     have_client(sim, associated(CLIENT_FLAG_FOREIGN));
@@ -348,7 +348,7 @@ SIM_TEST(foreign_disassociation, does_not_clean_up_after_a_guest) {
     EXPECT_EQ(1u, g_cfg.vaps[0].guest_count);
 }
 
-// A notification shorter than the update message reads it: what is missing is zero.
+// The notification is shorter than the update message expects. The missing bytes read as zero.
 SIM_TEST(foreign_disassociation, of_32_bytes_reports_the_rest_as_zero) {
     have_two_vaps();
     have_client(sim, associated(CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL));

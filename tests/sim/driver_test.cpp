@@ -60,7 +60,7 @@ SIM_TEST(driver, fails_to_disassociate_without_a_socket) {
 }
 
 SIM_TEST(driver, passes_an_interface_name_of_16_characters_without_terminator) {
-    // Behind the 16 characters there is nothing that may be read.
+    // Nothing past the 16 characters may be read.
     const std::vector<char> name = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm', 'n', 'o', 'p'};
     disassoc(name.data(), 8);
     sim.expect({did("socket"), SENDING, driver_request(0x8be6, "abcdefghijklmnop", REQUEST), IN_SYSLOG, did("close")});

@@ -14,7 +14,7 @@ bool starts_with(const std::string &text, std::string_view start) { return text.
 
 bool is_printable(char c) { return c >= ' ' && c <= '~'; }
 
-// Replaces the digits behind position `at`, if there are any.
+// Replaces the digits after position `at`, if there are any.
 void replace_number(std::string &text, size_t at) {
     size_t end = at;
     while (end < text.size() && isdigit(static_cast<unsigned char>(text[end])) != 0) {

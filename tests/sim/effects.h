@@ -1,5 +1,4 @@
-// What the daemon does to the world around it, as text: the simulated platform records effects, tests write down the
-// ones they expect.
+// The daemon's effects as text. The simulated platform records them, and tests write the ones that they expect.
 #ifndef TESTS_SIM_EFFECTS_H
 #define TESTS_SIM_EFFECTS_H
 
@@ -17,11 +16,11 @@
 namespace sim {
 
 struct effect {
-    int level = 0;  // of a log or console line: it is expected when the configured level is at least this
+    int level = 0;  // of a log or console line: expected at this configured level and above
     std::string what;
 };
 
-// One or several effects in order: what a builder below returns, and what expect() takes a list of.
+// Effects in order: the result of a builder below.
 using steps = std::vector<effect>;
 
 steps operator+(steps front, const steps &back);
@@ -32,9 +31,9 @@ steps log(int level, std::string_view text);
 steps console(int level, std::string_view text);
 // A line in the system log; `priority` is facility and level: LOG_USER | LOG_INFO.
 steps syslog(int priority, std::string_view text);
-// Any other effect, as the platform words it.
+// Any other effect, in the platform's words.
 steps did(std::string_view what);
-// The same, failed with `result`.
+// The same effect, failed with `result`.
 steps failed(const steps &what, int result = -1);
 
 // apcomm_send_msg to the client manager's peer.
@@ -42,9 +41,9 @@ steps to_controller(const bytes &msg);
 // kx_ipc_send of a whole message, header included, to the captive-portal application.
 steps to_captive_portal(const bytes &msg);
 steps response(const bytes &body);
-// One wireless request to the driver: the interface name, which may fill its 16 bytes, and the body.
+// One wireless request to the driver. The interface name may fill its 16 bytes.
 steps driver_request(uint32_t request, std::string_view ifname, const bytes &body);
-// Asking the kernel for an interface's hardware address, from opening the socket to closing it.
+// A request for an interface's hardware address, from opening the socket to closing it.
 steps read_hwaddr(std::string_view ifname);
 steps ran(std::string_view command);
 steps bridge_add(std::string_view mac, std::string_view ifname, std::string_view device, uint32_t vlan,
@@ -52,13 +51,13 @@ steps bridge_add(std::string_view mac, std::string_view ifname, std::string_view
 steps bridge_del(std::string_view mac);
 steps hostapd_command(const bytes &command);
 
-// The texts behind the builders above; the platform records with these.
+// The texts of the builders above, for the platform's recording.
 std::string escaped(std::string_view text);
 std::string ioctl_text(uint32_t request, std::string_view ifname, const std::string &rest);
 std::string bridge_add_text(std::string_view mac, std::string_view ifname, std::string_view device, uint32_t vlan,
                             std::string_view ip, int tunnel);
 std::string mac_text(const uint8_t *mac);
-// A trace of the tables carries the number of its source line: replaced by "LINE".
+// Replaces the source line number in a table trace by "LINE".
 std::string without_source_line(std::string text);
 
 }  // namespace sim

@@ -1,5 +1,5 @@
-// Every call that a scenario makes of the platform fails, one at a time and from each one on for ever. What the daemon
-// does then is written down in daemon_run; afterwards it does its everyday work as if nothing had happened.
+// Each platform call of a scenario is failed once, then permanently from that call on. daemon_run models the
+// consequences. Afterwards the daemon handles everyday events as if nothing had happened.
 #include <set>
 #include <string>
 
@@ -43,7 +43,7 @@ const std::set<std::string> EVERY_CALL = {
 
 using call_counts = std::map<std::string, unsigned>;
 
-// The calls that a scenario makes when none fails, as the platform counts them.
+// The number of calls of each kind that a scenario makes when none fails.
 call_counts calls_of(const scenario &s, int log_level) {
     daemon_run run(log_level);
     s.before(run);

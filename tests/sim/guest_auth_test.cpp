@@ -85,7 +85,7 @@ SIM_TEST(guest_auth, with_no_guest_counted_clears_the_flag_alone) {
     expect_stored(guest(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK));
 }
 
-// It has no entries of its own, but the count is lowered all the same.
+// The guest has no entries, but the count is still lowered.
 SIM_TEST(guest_auth, of_a_guest_without_an_address_lowers_the_count) {
     have_two_vaps();
     g_cfg.vaps[0].guest_count = 1;

@@ -17,12 +17,12 @@ inline std::string dotted(const bytes &ip) {
            std::to_string(ip[3]);
 }
 
-// For the first guest of a VAP, in whose network `ip` is.
+// For the first guest of a VAP: an address in the network of `ip`.
 inline std::string address_command(std::string_view ifname, const bytes &ip) {
     return "ifconfig " + std::string(ifname) + " " + dotted({ip[0], ip[1], ip[2], 0});
 }
 
-// After the last one.
+// After the last guest has gone.
 inline std::string no_address_command(std::string_view ifname) {
     return "ifconfig " + std::string(ifname) + " 0.0.0.0";
 }

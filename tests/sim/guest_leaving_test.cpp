@@ -1,4 +1,4 @@
-// A guest that leaves before it is authorised: its ARP entry and host route go with it.
+// A guest leaves before it is authorised. Its ARP entry and host route are removed.
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
@@ -88,7 +88,7 @@ SIM_TEST(guest_leaving, without_an_address_removes_entries_of_0_0_0_0) {
     sim.expect({reported(), entries_removed("0.0.0.0"), removed()});
 }
 
-// The VAP is the one that the notification names, wherever the record says that the client is.
+// The VAP comes from the notification, not from the client's record.
 SIM_TEST(guest_leaving, counts_on_the_vap_of_the_notification) {
     have_two_vaps();
     g_cfg.vaps[0].guest_count = 5;
@@ -125,7 +125,7 @@ SIM_TEST(guest_leaving, is_cleaned_up_after_though_it_cannot_be_reported) {
                 removed()});
 }
 
-// Twelve characters fill the name's field: what lies behind it is no part of the name.
+// A name of 12 characters fills its field. The bytes after the field are not part of the name.
 SIM_TEST(guest_leaving, clears_an_interface_whose_name_has_no_terminator) {
     have_two_vaps();
     set_full_ifname(g_cfg.vaps[0]);

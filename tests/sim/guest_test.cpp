@@ -1,4 +1,4 @@
-// A client's address, and what it means for a guest that is not authorised yet.
+// A client's address, and its effects for an unauthorised guest.
 #include <string>
 
 #include "client_mgr/base/client_mgr_cfg.h"
@@ -126,7 +126,7 @@ SIM_TEST(client_ip, is_recorded_though_it_cannot_be_reported) {
     expect_stored(associated(CLIENT_FLAG_LOCAL, IP));
 }
 
-// Of a client that is on no VAP: the guest's way is the only one that needs it.
+// The client is on no VAP. Only guests need one.
 SIM_TEST(client_ip, needs_no_vap) {
     have_two_vaps();
     client_info client = associated(CLIENT_FLAG_FOREIGN);
@@ -206,7 +206,7 @@ SIM_TEST(guest_ip, is_recorded_though_the_vap_is_unknown) {
     EXPECT_EQ(0u, g_cfg.vaps[0].guest_count);
 }
 
-// The guest's VAP is that of its current BSSID, whatever index the record has.
+// The guest's VAP is found by its current BSSID, not by the index in its record.
 SIM_TEST(guest_ip, counts_on_the_vap_of_the_current_bssid) {
     have_two_vaps();
     g_cfg.vaps[1].guest_count = 5;
@@ -244,7 +244,7 @@ SIM_TEST(guest_ip, takes_an_interface_name_of_15_characters) {
                 stored_and_reported(IP, "192.168.5.23")});
 }
 
-// Counted all the same: it is lowered again when the guest leaves.
+// The guest is still counted, and the count is lowered when it leaves.
 SIM_TEST(guest_ip, never_hands_the_shell_a_name_that_is_none) {
     const steps refused = log(1, "Invalid interface name, command not run");
     for (const std::string &name : {std::string(), std::string("-a"), std::string("a;reboot"),

@@ -1,4 +1,4 @@
-// Whose code runs: the daemon's, or the simulated platform's that it called.
+// Whether the daemon's code runs, or the simulated platform's.
 #ifndef TESTS_SIM_INSIDE_H
 #define TESTS_SIM_INSIDE_H
 
@@ -6,7 +6,7 @@ namespace sim {
 
 inline bool daemon_runs = false;
 
-// The daemon is called, until the scope ends.
+// The daemon's code runs until the scope ends.
 class inside {
 public:
     inside() { daemon_runs = true; }
@@ -18,7 +18,7 @@ private:
     const bool before_ = daemon_runs;
 };
 
-// The daemon called the platform.
+// The platform's code runs until the scope ends.
 class outside {
 public:
     outside() { daemon_runs = false; }

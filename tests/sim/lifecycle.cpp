@@ -106,7 +106,7 @@ void at_buffer_end(const bytes &body, const std::function<void(uint8_t *rec)> &h
     const bytes record = ctrlr_record(0, body);
     uint8_t *rec = g_cfg.ctrlr_msg_buf + sizeof(g_cfg.ctrlr_msg_buf) - record.size();
     std::copy(record.begin(), record.end(), rec);
-    // What a read past the buffer would find is a client and not zeros.
+    // A read past the buffer finds a client and not zeros.
     std::fill(std::begin(g_cfg.ipc_rx_buf), std::end(g_cfg.ipc_rx_buf), uint8_t{1});
     handler(rec);
 }

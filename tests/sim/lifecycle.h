@@ -1,4 +1,4 @@
-// The clients, VAPs, messages and sequences of effects that the tests of a client's life share.
+// Clients, VAPs, messages and sequences of effects for the tests of a client's life.
 #ifndef TESTS_SIM_LIFECYCLE_H
 #define TESTS_SIM_LIFECYCLE_H
 
@@ -33,24 +33,24 @@ void have_two_vaps();
 // An interface that the configuration lists and whose hardware address can be read.
 void have_interface(site &sim, std::string_view ifname, std::string_view ssid, uint16_t vlan, std::string_view bssid);
 
-// 2048 other clients. Leaves no effect behind.
+// Adds 2048 other clients. Drops the effects.
 void have_full_table(site &sim);
 
 // Runs the event in every state in which the daemon cannot talk to the controller.
 void whenever_not_ready(const std::function<void()> &event);
 
-// The table holds exactly this of the client (its text of the MAC address included).
+// Expects exactly this client data in the table, with the text of the MAC address.
 void expect_stored(const client_info &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
 
-// A verdict in the ACL cache; returns its slot. Leaves no effect behind.
+// Adds a verdict to the ACL cache and returns its slot. Drops the effects.
 int32_t have_verdict(site &sim, std::string_view mac, int32_t state, int32_t timestamp);
 
-// The lines of a local notification, up to its own receipt line.
+// The lines of a local notification up to its receipt.
 steps notified(uint32_t id, std::string_view text, int level = 3);
 
 // --- messages of the controller
 
-// The lines of a message of one record, up to the record's own receipt line.
+// The lines of a message with one record, up to the record's receipt.
 steps received(uint8_t type, size_t body_size);
 
 // One entry of the controller's client lists.
@@ -65,14 +65,14 @@ struct listed_client {
 };
 bytes client_list(std::initializer_list<listed_client> clients);
 
-// Handles `body` as that of a record which ends with the controller message buffer.
+// Calls `handler` with a record of this body that ends with the controller message buffer.
 void at_buffer_end(const bytes &body, const std::function<void(uint8_t *rec)> &handler);
-// The line that says that there was more of a record than the buffer holds.
+// Logged when a record is cut by the buffer's end.
 inline const steps LEAVES_BUFFER = log(1, "Record leaves the controller message buffer");
 
 // --- what the daemon sends
 
-// One-record updates, with the lines that announce them.
+// Messages with one update record, and the lines that announce them.
 steps client_update(uint8_t type, std::string_view mac, std::string_view bssid, const bytes &ip);
 steps foreign_update(uint8_t type, std::string_view mac, std::string_view bssid, std::string_view last_bssid,
                      const bytes &ip);
@@ -83,19 +83,19 @@ bytes config_record(std::string_view bssid, std::string_view ssid, uint16_t vlan
 bytes list_record(std::string_view bssid, std::string_view ssid, uint16_t vlan, const bytes &entries = {});
 // A bulk report of these records.
 bytes bulk_message(uint8_t count, const bytes &records);
-// After a send that failed, before the sender's own line.
+// Logged after a failed send, before the sender's own line.
 inline const steps NOT_SENT = log(1, "APComm Unable to send data");
 
 // --- lines
 
 steps adding_to_bridge(std::string_view function, std::string_view mac, std::string_view bssid, int vlan);
 steps deleting_from_bridge(std::string_view function, std::string_view mac);
-// A VAP as a bulk report reads it.
+// The effects of reading a VAP for a bulk report.
 steps vap_read(std::string_view ifname, std::string_view bssid, std::string_view ssid, int vlan,
                std::string_view status = "AP_TRUE");
-// sta_disassoc of daemon_steps.h, with a request that the driver refuses.
+// sta_disassoc of daemon_steps.h, refused by the driver.
 steps sta_disassoc_refused(std::string_view ifname, std::string_view bssid, std::string_view mac, int reason);
-// captive_msg of daemon_steps.h, for a client that the table does not hold.
+// captive_msg of daemon_steps.h for a client that is not in the table.
 steps captive_msg_of_stranger(std::string_view mac, std::string_view text, uint32_t id);
 
 }  // namespace sim

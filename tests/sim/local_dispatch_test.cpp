@@ -64,7 +64,7 @@ void write_file(const std::string &path, const std::string &text) { std::ofstrea
 
 steps dumped() { return requested("59") + trace_enter("client_tbl_dump") + trace_leave("client_tbl_dump"); }
 
-// The dump of a table with one client, but for the slot's address in memory.
+// The dump of a table with one client, without the slot's address in memory.
 bool is_dump_of(const std::string &text, const char *mac) {
     return text.rfind("Entry 0 @ ", 0) == 0 &&
            text.find("\nClient MAC   : " + std::string(mac) + " (" + mac + ")\n") != std::string::npos;
@@ -157,7 +157,7 @@ SIM_TEST(local_dispatch, logs_twice_that_a_vap_update_has_no_controller) {
 }
 
 SIM_TEST(local_dispatch, logs_client_events_before_they_are_dropped) {
-    // Nobody can be told yet: the receipt is all.
+    // The controller cannot be reached yet, so only the receipt is logged.
     sim.local(KX_MSG_ID_CLIENT_ASSOCIATION, zeros(32));
     sim.expect({notified("63"), log(3, "KX_MSG_ID_CLIENT_ASSOCIATION rcvd")});
     sim.local(KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, zeros(38));
@@ -215,7 +215,7 @@ SIM_TEST(local_dispatch, drops_any_other_notification_silently) {
         sim.local(id, bytes(64, 0xff));
         sim.expect({notified(std::to_string(id))});
     }
-    // Only whole ids count, and unsigned values print as signed.
+    // All 32 bits of the id are compared. It is logged as a signed number.
     sim.local(0x0100003f, zeros(32));
     sim.expect({notified("16777279")});
     sim.local(0x3f000000, zeros(32));
@@ -339,7 +339,7 @@ SIM_TEST(dump_request, follows_no_symbolic_link) {
     ASSERT_EQ(0, symlink(target.c_str(), sim.dump_path().c_str()));
     request_dump(sim);
     EXPECT_EQ("precious", content(target));
-    // Nor is one made where a dangling link points.
+    // A dangling link does not create a file either.
     unlink(target.c_str());
     request_dump(sim);
     EXPECT_NE(0, access(target.c_str(), F_OK));

@@ -27,7 +27,7 @@ public:
     log_file(const log_file &) = delete;
     log_file &operator=(const log_file &) = delete;
 
-    // What has reached the file, whatever the stream still holds.
+    // The content of the file, without what the stream still buffers.
     std::string content() const {
         struct stat st;
         fstat(fileno(file), &st);
@@ -40,7 +40,7 @@ private:
     FILE *file;
 };
 
-// Messages of known level and text: without arguments, and with one.
+// Messages of known level and text, without arguments and with one.
 void event() { client_mgr_sys_ready_rcvd(); }
 void event_of(uint32_t ip) { client_mgr_apcomm_ctrl_status(ip, 1); }
 
@@ -91,7 +91,7 @@ TEST(log, starts_the_file_again_past_its_maximum) {
     sim.set_clock(1333333333, 222);
     event();
     const std::string line = ":1333333333:222: " + EVENT + "\n";
-    // Not truncated: the end of the old line stands behind the new one.
+    // The file is not truncated: the end of the old line follows the new one.
     EXPECT_EQ(line + old.substr(line.size()), file.content());
     EXPECT_EQ(line.size(), cur_log_size);
     sim.check_end();

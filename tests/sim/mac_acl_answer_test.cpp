@@ -157,7 +157,7 @@ SIM_TEST(mac_acl_answer, carries_at_most_128_bytes_of_data_and_the_length_it_was
     }
 }
 
-// What is not there of the data is read as the zeros behind the message.
+// Missing data reads as the zeros past the message.
 SIM_TEST(mac_acl_answer, with_less_data_than_it_says_is_filled_with_zeros) {
     have_two_vaps();
     sim.controller(one_record(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, answer(1, DATA, 0xffffffff)));
@@ -200,8 +200,8 @@ namespace {
 
 bytes question() { return mac_bytes(CLIENT) + mac_bytes(BSSID) + big32(0); }
 
-// How many times the controller is asked by a question `age` seconds after a pending entry of time `then`. Without a
-// log, whose lines carry the time as the process's own clock type holds it.
+// The number of requests to the controller when a question arrives `age` seconds after a pending entry of time
+// `then`. The log is off, because its lines show the time in the process's own clock type.
 size_t asked_at(int32_t then, int64_t clock) {
     site sim(0);
     have_two_vaps();
@@ -231,7 +231,7 @@ TEST(mac_acl_clock, set_back_keeps_the_question_pending) {
     EXPECT_EQ(1u, asked_at(1700000000, 1700000000 + 11));
 }
 
-// The pending entry's time is that of the moment behind the send, not of the question.
+// The pending entry gets the time after the send, not the time of the question.
 SIM_TEST(mac_acl_clock, is_read_again_when_the_entry_is_written) {
     have_two_vaps();
     const int32_t before = now(sim);

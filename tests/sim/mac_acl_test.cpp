@@ -1,4 +1,4 @@
-// The driver's questions: answered from the client table or the cache, or passed on to the controller.
+// The driver's questions are answered from the client table or the cache, or passed on to the controller.
 #include "client_mgr/clients/mac_acl.h"
 
 #include <algorithm>
@@ -140,7 +140,7 @@ SIM_TEST(mac_acl, waits_for_the_answer_for_11_seconds) {
     sim.advance(1);
     sim.local(KX_MSG_ID_MAC_ACL_AUTH, question());
     sim.expect({receipt(), not_here(), pending(), timed_out(), asked(), acl_update_at(CLIENT, 0)});
-    // What is written in place brings no text of its own.
+    // An entry that is written in place has no text of its address.
     expect_cached(2, asked_at + 11, "");
 }
 

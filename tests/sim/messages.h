@@ -12,7 +12,7 @@ namespace sim {
 
 // --- payloads of local messages; fields that the daemon does not read are zero
 
-// Of an association and of both disassociations.
+// For an association and both disassociations.
 bytes association_payload(const bytes &mac, const bytes &bssid);
 bytes foreign_association_payload(const bytes &mac, const bytes &bssid, const bytes &last_bssid);
 bytes client_ip_payload(const bytes &mac, const bytes &ip, std::string_view ifname);
@@ -23,7 +23,7 @@ bytes acl_payload(const bytes &mac, const bytes &bssid, const bytes &data);
 // --- messages of the controller
 
 bytes ctrlr_record(uint8_t type, const bytes &body);
-// Of the controller 90:91:92:93:94:95.
+// From the controller 90:91:92:93:94:95.
 bytes ctrlr_message(std::initializer_list<bytes> records);
 bytes one_record(uint8_t type, const bytes &body);
 

@@ -56,7 +56,7 @@ client_info moved(client_info client, int32_t vlan, uint32_t flag) {
     return client;
 }
 
-// Outside the controller message buffer.
+// A message outside the controller message buffer.
 int process(const bytes &record_body) {
     bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, record_body);
     return client_mgr_process_move_notify(record.data());
@@ -151,7 +151,7 @@ SIM_TEST(client_moved, to_its_home_vlan_is_not_recorded) {
     expect_stored(on(BSSID));
 }
 
-// The VLAN is one byte of the notice: 44 is not 300, whose low byte it is.
+// The notification carries one byte of the VLAN: 44, the low byte of 300, is not 300.
 SIM_TEST(client_moved, with_a_home_vlan_above_255_never_comes_home) {
     have_client(sim, on(BSSID, CLIENT_FLAG_LOCAL, 300));
     for (int i = 0; i < 2; i++) {
@@ -248,7 +248,7 @@ SIM_TEST(client_moved_away, without_bssid_is_disassociated_on_every_unused_vap) 
     sim.expect({receipt(), client_lookup(CLIENT, true), log(3, "CUR BSSID : 00:00:00:00:00:00"), unused, removed()});
 }
 
-// Bytes of the stored message itself, from its 38th on, at most 33 of them and none behind a zero.
+// The bytes of the stored message from the 38th on: at most 33, and none after a zero.
 SIM_TEST(client_moved_away, hands_the_portal_bytes_of_the_message) {
     const std::string text = "0123456789abcdef0123456789abcdefX";
     for (const std::string &behind : {text.substr(0, 5), text.substr(0, 32), text, text + "Y", std::string("ab\0cd", 5),
@@ -302,7 +302,7 @@ SIM_TEST(move_notify, reads_nothing_past_the_buffer) {
     expect_stored(on(ELSEWHERE));
     at_buffer_end(body(2), handler(0));
     sim.expect({looked_up, tunnelled(100)});
-    // Of a client that moved away, kind and MAC address are all that is read.
+    // For a client that moved away, only kind and MAC address are read.
     for (size_t size = 0; size < 7; size++) {
         at_buffer_end(first(body(1), size), handler(-1));
         sim.expect({LEAVES_BUFFER});

@@ -75,7 +75,7 @@ protected:
     void SetUp() override { allocations = 0; }
 };
 
-// Keeps the compiler from leaving out an allocation that nothing uses.
+// Keeps the compiler from removing an allocation that nothing uses.
 void use(void *memory) { __asm__ volatile("" : : "r"(memory) : "memory"); }
 
 unsigned counted(void (*what)()) {

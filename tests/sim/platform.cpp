@@ -12,7 +12,7 @@
 namespace sim {
 namespace {
 
-// The tables are made empty once: fuzzing and emulated machines need it often and quickly.
+// The tables are initialised once and then copied, because fuzzing needs it often and emulated machines are slow.
 void fresh_daemon() {
     static table_copy<client_info> no_clients;
     static table_copy<acl_cache_entry> no_verdicts;

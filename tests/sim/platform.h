@@ -1,6 +1,6 @@
-// The simulated platform: the whole contract in process, on virtual time. It records what the daemon does, in order,
-// and answers as the test arranged. Each service of the platform has its functions and its state in a file of its own
-// below services/.
+// The simulated platform: the whole contract in one process, on virtual time. It records the daemon's effects in
+// order and answers as the test arranged. Each service has its functions and its state in a file of its own in
+// services/.
 #ifndef TESTS_SIM_PLATFORM_H
 #define TESTS_SIM_PLATFORM_H
 
@@ -31,8 +31,8 @@ class platform : public calls,
                  public process_service,
                  public dump_file_service {
 public:
-    // One platform lives at a time. It starts the daemon's state afresh, as if start-up had just ended: log and
-    // endpoint open, console off, tables empty, g_cfg zero but for the access point's MAC address.
+    // Only one platform exists at a time. It resets the daemon to its state after start-up: log and endpoint open,
+    // console off, tables empty, g_cfg zero except for the access point's MAC address.
     explicit platform(int log_level);
     ~platform();
     platform(const platform &) = delete;
@@ -43,10 +43,10 @@ public:
 
     // Starts the daemon as a new process does, with nothing open.
     ending main();
-    // Effects since the last call, output without a newline included. What the daemon has not flushed is not among
-    // them.
+    // Effects since the last call. A console line without a newline is included; what the daemon has not flushed is
+    // not.
     std::vector<std::string> take_effects();
-    // Adds the complaints that only the end of a test can bring.
+    // Adds the complaints that are due at the end of a test.
     void finish();
 };
 

@@ -43,7 +43,7 @@ steps reported(std::string_view bssid = BSSID) {
                          zeros(6) + pmk_bytes());
 }
 
-// A client that came with its key.
+// The record of a client that a PMK add creates.
 client_info new_client() {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, BSSID_2);
@@ -229,7 +229,7 @@ SIM_TEST(pmk_fetch, is_answered_from_the_table) {
     expect_stored(known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK));
 }
 
-// The VAP is hostapd's business as long as the key is known.
+// The BSSID is not checked when the key is known.
 SIM_TEST(pmk_fetch, from_a_bssid_that_is_not_ours_is_answered_from_the_table) {
     have_two_vaps();
     have_client(sim, known_client(CLIENT_FLAG_PMK));
@@ -267,7 +267,7 @@ SIM_TEST(pmk_fetch, of_a_client_without_key_asks_the_controller) {
     }
 }
 
-// The placeholder's home BSSID is the current one: the previous one is not passed on.
+// The placeholder's home BSSID is the current one. The previous one is not used.
 SIM_TEST(pmk_fetch, of_an_unknown_client_leaves_a_placeholder) {
     have_two_vaps();
     sim.local(KX_MSG_ID_CLIENT_MGR_PMK_INFO, message(HOSTAPD_PMK_FETCH, BSSID_2));

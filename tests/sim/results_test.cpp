@@ -1,4 +1,4 @@
-// What the daemon's functions return, where no event shows it.
+// Results of the daemon's functions that no event shows.
 #include <algorithm>
 
 #include "client_mgr/clients/client_fetch.h"
@@ -77,7 +77,7 @@ SIM_TEST(results, of_a_pmk_message_are_those_of_its_handler) {
     have_two_vaps();
     EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, BSSID)));
     EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_ADD, ELSEWHERE)));
-    // From here on the key is known: hostapd gets it, whatever the BSSID.
+    // Now the key is known, and hostapd gets it whatever the BSSID.
     EXPECT_EQ(0, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, ELSEWHERE)));
     sim.fail_nth("hostapd_config_open_connection", 1);
     EXPECT_EQ(-1, handled_locally(client_mgr_handle_pmk_info, key_message(HOSTAPD_PMK_FETCH, BSSID)));

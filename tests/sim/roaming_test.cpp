@@ -45,7 +45,7 @@ steps portal_told(uint8_t flag = 1) {
     return captive_msg(CLIENT, "portal zero", CAPTIVE_MSG_FOREIGN_ASSOCIATION, flag);
 }
 
-// Known from elsewhere.
+// The flags of a client as it was before the roam.
 client_info roaming(uint32_t flag, int32_t home_vlan) {
     client_info client = client_of(CLIENT);
     set_mac(client.home_bssid, "e0:e1:e2:e3:e4:e5");
@@ -73,7 +73,7 @@ client_info at_home(uint32_t flag) {
     return client;
 }
 
-// What becomes of the flags of a client that arrives; guests do not get onto another VLAN.
+// A client's flags before and after its arrival. Guests may not move to another VLAN.
 struct transition {
     uint32_t before;
     uint32_t on_home_vlan;
@@ -235,7 +235,7 @@ SIM_TEST(roaming, writes_the_known_address_into_the_notification) {
     EXPECT_EQ(0, field[4]);
 }
 
-// The receive buffer is zero past a message: what is missing of a short one is zero.
+// The receive buffer is zero past a message, so the missing end of a short one reads as zero.
 SIM_TEST(roaming, may_be_cut_at_any_length) {
     have_two_vaps();
     for (size_t len = 0; len <= 38; len++) {

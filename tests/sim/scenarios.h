@@ -1,4 +1,4 @@
-// A fixed set of scenarios that together make every call of the platform.
+// Scenarios that together make every call of the platform.
 #ifndef TESTS_SIM_SCENARIOS_H
 #define TESTS_SIM_SCENARIOS_H
 
@@ -11,11 +11,11 @@ namespace sim {
 
 struct scenario {
     const char *name;
-    void (*before)(daemon_run &run);  // events for which every call succeeds
+    void (*before)(daemon_run &run);  // events during which no call fails
     void (*events)(daemon_run &run);
 };
 
-// For the names of tests.
+// Prints the scenario's name in the names of tests.
 void PrintTo(const scenario &s, std::ostream *out);
 
 extern const std::vector<scenario> SCENARIOS;

@@ -71,7 +71,7 @@ SIM_TEST(shell, takes_no_name_that_reads_as_an_option) {
     sim.expect({log(1, "Running (up a-b-)"), ran("up a-b-")});
 }
 
-// The name may fill 16 bytes without a terminator: it is refused, and nothing behind it is read.
+// A name that fills 16 bytes without a terminator is refused, and nothing past it is read.
 SIM_TEST(shell, reads_no_name_past_16_bytes) {
     std::string bytes_of_16(16, 'x');
     const std::vector<char> exact(bytes_of_16.begin(), bytes_of_16.end());

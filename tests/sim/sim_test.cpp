@@ -13,7 +13,7 @@ std::string lines(const std::vector<std::string> &list) {
     return out;
 }
 
-// Reports of the test runner go to the real standard output; its own printer runs between these two.
+// These two surround the test runner's own printer, which writes to the real standard output.
 class before_printer : public testing::EmptyTestEventListener {
     void OnTestPartResult(const testing::TestPartResult &) override {
         if (platform::current != nullptr) {

@@ -25,11 +25,11 @@ class site : public platform {
 public:
     using platform::platform;
 
-    // What happened since the last look is this, in this order, and nothing else.
+    // Expects these effects since the last call, in this order, and no others.
     void expect(std::initializer_list<steps> expected, const char *file = __builtin_FILE(),
                 int line = __builtin_LINE());
     void expect_nothing(const char *file = __builtin_FILE(), int line = __builtin_LINE()) { expect({}, file, line); }
-    // For what a test arranges by way of the daemon itself.
+    // Drops the effects of events that only prepare the test.
     void forget() { take_effects(); }
     void check_end();
 };

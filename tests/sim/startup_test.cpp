@@ -25,7 +25,7 @@ const steps RUNNING = did("sysmon_send_handshake(ipc, 60)") +
                       did("kx_eloop_register_timeout(60, 0, client_mgr_acl_cache_expire, null, null)") +
                       did("kx_eloop_run()");
 
-// What a process may find in its memory is not what start-up relies on.
+// Start-up must not rely on zeroed memory.
 void spoil_state() {
     memset(&g_cfg, 0xa5, sizeof(g_cfg));
     memset(client_info_tbl, 0xa5, sizeof(client_info_tbl));
@@ -71,7 +71,7 @@ SIM_TEST(startup, clears_the_state_before_the_event_loop_exists) {
     sim.forget();
 }
 
-// The tables' first trace is the first line of all: by then console echo is off and the state is clear.
+// The tables' first trace is the first line of the log. By then console echo is off and the state is clear.
 TEST(startup, clears_the_state_before_the_tables_are_set_up) {
     site sim(4);
     spoil_state();
@@ -185,7 +185,7 @@ SIM_TEST(startup, writes_a_fatal_message_to_the_console_when_echo_is_on) {
                 console(1, "Unable to open ipc")});
 }
 
-// The process really ends, with the status that a shell sees as 255.
+// The process really exits, with status 255.
 TEST(startup, exits_with_status_255) {
     const auto start = [](const char *failing) {
         site sim(0);

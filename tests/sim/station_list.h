@@ -1,4 +1,4 @@
-// The stations that the driver lists on a VAP, and what a bulk report makes of them.
+// The stations that the driver lists on a VAP, and their records in a bulk report.
 #ifndef TESTS_SIM_STATION_LIST_H
 #define TESTS_SIM_STATION_LIST_H
 
@@ -10,7 +10,7 @@
 
 namespace sim {
 
-inline constexpr uint8_t FILL = 0xee;  // of the driver's records, where nothing is read
+inline constexpr uint8_t FILL = 0xee;  // fills the bytes of a driver's record that the daemon does not read
 
 inline void have_ath0(site &sim) {
     ready_to_talk();

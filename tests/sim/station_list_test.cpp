@@ -1,4 +1,4 @@
-// The walk over the driver's list of stations, for the bulk client information.
+// The daemon walks over the driver's station list for the bulk client information.
 #include "station_list.h"
 
 #include <algorithm>
@@ -46,13 +46,13 @@ SIM_TEST(station_list, ends_behind_a_record_that_runs_past_the_end) {
         client_mgr_send_bulk_info();
         sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1)), sent(entry(CLIENT, zeros(4)))});
     }
-    // To the very end is not past it.
+    // A record may reach to the very end.
     sim.stations["ath0"] = station(CLIENT, 1, 312, 156) + station(CLIENT_2);
     client_mgr_send_bulk_info();
     sim.expect({begun(1), first_vap(), listed(seen(CLIENT, 1)), sent(entry(CLIENT, zeros(4)))});
 }
 
-// A record is looked at while 156 bytes are left, however short it says it is.
+// A record is read while 156 bytes remain, whatever its own length.
 SIM_TEST(station_list, takes_records_shorter_than_what_is_read) {
     have_ath0(sim);
     bytes list = station(CLIENT, 1, 4, 160);
@@ -69,7 +69,7 @@ SIM_TEST(station_list, takes_records_shorter_than_what_is_read) {
                 sent(entry(overlapping, zeros(4)) + entry(CLIENT, zeros(4)))});
 }
 
-// Of 16384 bytes, 105 records of 156 bytes.
+// 16384 bytes hold 105 records of 156 bytes.
 SIM_TEST(station_list, is_never_longer_than_its_buffer) {
     have_ath0(sim);
     for (size_t claimed : {16384u, 16385u, 65535u}) {

@@ -1,4 +1,4 @@
-// The log's own formatting says what libc's would.
+// The log's own formatting gives the same text as libc's.
 
 #include "client_mgr/base/text_buffer.h"
 

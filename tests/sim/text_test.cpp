@@ -40,7 +40,7 @@ TEST(text, is_not_validated_as_a_mac_address) {
 }
 
 TEST(text, of_a_mac_address_ends_before_the_next_byte) {
-    // Six pairs and nothing else: a sanitizer sees a look past the terminator.
+    // The array holds six pairs and nothing else, so that a sanitizer sees a read past the end.
     const std::string exact("0123456789ab");
     EXPECT_EQ(hex("01 23 45 67 89 ab"), converted(exact.c_str()));
 }

@@ -14,7 +14,7 @@ using namespace associating;
 namespace {
 
 bytes entry(const char *mac, const char *bssid) {
-    // The address, the home BSSID, the BSSID; VLAN, address, key and flags are of no concern here.
+    // MAC address, home BSSID and BSSID. VLAN, address, key and flags have no effect.
     return hex(mac) + hex("d0d1d2d3d4d5") + hex(bssid) + hex("e0e1e2e3 f0f1f2f3") + bytes(32, 0xaa) + hex("ffffffff");
 }
 
@@ -31,14 +31,14 @@ steps walked(int rec_len, int tot_len) {
            log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC");
 }
 
-// A message that fills the buffer: its second record, of type 26, starts `room` bytes before the buffer's end.
+// A message that fills the buffer. Its second record, of type 26, starts `room` bytes before the buffer's end.
 bytes with_record_at_the_end(size_t room, const bytes &record) {
     const auto skipped = static_cast<uint16_t>(CLIENT_MGR_BUF_SIZE - 14 - room);
     return hex("01 0e 00 0002 00 4000") + zeros(6) + hex("63 04") + big16(skipped) + zeros(skipped - 4U) +
            first(record, room);
 }
 
-// What lies behind the buffer goes on like the record that leaves it.
+// The memory after the buffer continues the record.
 void continue_behind_the_buffer(const bytes &record, size_t room) {
     std::copy(record.begin() + static_cast<std::ptrdiff_t>(room), record.end(), g_cfg.ipc_rx_buf);
 }
@@ -65,7 +65,7 @@ SIM_TEST(treat_as_association, associates_every_client_of_a_list) {
                                                        entry("021122334455", "0a1b2c3d4e61")));
     sim.expect({walked(194, 208), log(3, "NUM OF CLIENT INFO: 3"), first_association(client_added(STA, 0)), ACCEPTED,
                 invalid("0a:1b:2c:3d:4e:ff", "06:07:08:09:0a:0b"),
-                // Also one that is already present, here on another VAP.
+                // A client that is already present, on another VAP.
                 ACCEPTED, heard(GUEST_BSSID, STA), client_lookup(STA, true), update_lines(GUEST_BSSID, "0x00000000"),
                 to_controller(update_msg("02", "61", "00000000")), update_lines(GUEST_BSSID, "0x00000000"),
                 to_controller(update_msg("19", "61", "00000000")), client_update(STA, client_overwritten(STA, 0)),
@@ -82,7 +82,7 @@ SIM_TEST(treat_as_association, is_logged_and_dropped_until_the_controller_can_be
 
 SIM_TEST(treat_as_association, finds_the_list_where_the_records_header_ends) {
     have_vaps();
-    // A record header of 7 bytes: nothing behind it is aligned.
+    // With a record header of 7 bytes nothing after it is aligned.
     bytes record = hex("1a 07 0049 eeeeee 00000001") + entry("021122334455", "0a1b2c3d4e50");
     EXPECT_EQ(0, client_mgr_treat_unkn_as_assoc(record.data()));
     sim.expect({log(3, "NUM OF CLIENT INFO: 1"), first_association(client_added(STA, 0))});
@@ -97,7 +97,7 @@ SIM_TEST(treat_as_association, trusts_the_count_of_a_list_over_the_records_lengt
 }
 
 SIM_TEST(treat_as_association, prints_the_count_of_a_list_as_a_signed_number) {
-    // All entries behind the message are zero: no VAP has that BSSID, and the last entry ends the list.
+    // All entries after the message are zero. No VAP has that BSSID, and the last entry ends the list.
     ready_to_talk();
     g_cfg.ctrlr_ip = 0;
     sim.controller(treat_as_assoc(hex("fffffffe"), {}));

@@ -1,4 +1,4 @@
-// Two VAPs as the configuration lists them, and the lines around their loading.
+// Two VAPs as the configuration lists them, and the lines about loading them.
 #ifndef TESTS_SIM_VAP_TABLE_H
 #define TESTS_SIM_VAP_TABLE_H
 
@@ -24,7 +24,7 @@ inline void have_two_vaps(site &sim) {
     sim.hwaddr = {{"ath0", BSSID_0}, {"ath1", BSSID_1}};
 }
 
-// The name that an entry of the VAP table holds.
+// The name in an entry of the VAP table.
 inline std::string name_of(const vap_cfg &vap) { return {vap.ifname, strnlen(vap.ifname, sizeof(vap.ifname))}; }
 
 }  // namespace sim

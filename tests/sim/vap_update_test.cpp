@@ -23,7 +23,7 @@ SIM_TEST(vap_update, reports_the_vap_with_its_bssid_read_again) {
     EXPECT_EQ(hex("02 00 00 00 00 01"), bytes(vap.bssid.begin(), vap.bssid.end())) << "the entry is not refreshed";
 }
 
-// A VAP that moved up, because one before it cannot be read any more, leaves an old entry behind.
+// When a VAP before it cannot be read any more, a VAP moves up and leaves its old entry.
 SIM_TEST(vap_update, reports_the_first_entry_of_that_name) {
     have_two_vaps(sim);
     client_mgr_vap_init();

@@ -11,7 +11,7 @@ constexpr const char *BSSID_OF_MANY = "0a:1b:2c:3d:4e:72";
 
 steps got(int count) { return log(3, "Got " + std::to_string(count) + " vap configuration"); }
 
-// What the load of one VAP of no RADIUS and ACL indexes logs.
+// The lines about one VAP without RADIUS and ACL indexes.
 steps loaded(const std::string &ifname, const std::string &bssid, const std::string &ssid, int vlan) {
     return log(3, "vap " + ifname + " status = AP_TRUE") + read_hwaddr(ifname) + log(3, "BSSID : " + bssid) +
            log(3, "SSID  " + ssid) + log(3, "VLAN  " + std::to_string(vlan)) + log(3, "Radius Index  0") +
@@ -77,7 +77,7 @@ SIM_TEST(vaps, takes_every_field_of_a_vap) {
     sim.hwaddr = {{"ath0", BSSID_0}};
     memset(&g_cfg.vaps[0], 'x', offsetof(vap_cfg, guest_count));
     client_mgr_vap_init();
-    // A SSID of 32 bytes has no terminator: the line ends with it. Unsigned values print as signed.
+    // An SSID of 32 bytes has no terminator and ends the line. The log shows unsigned values as signed.
     sim.expect({INITIALISING, got(1), log(3, "vap ath0 status = AP_TRUE"), read_hwaddr("ath0"),
                 log(3, "BSSID : 0a:1b:2c:3d:4e:50"), log(3, "SSID  abcdefghijklmnopqrstuvwxyz012345"),
                 log(3, "VLAN  65244"), log(3, "Radius Index  555885348"), log(3, "MAC Acl Index  825373492"),
@@ -92,7 +92,7 @@ SIM_TEST(vaps, takes_every_field_of_a_vap) {
     expected.radius_idx = 0x21222324;
     expected.mac_acl_idx = 0x31323334;
     expected.radius_acl_type = 0xf1f2f3f4;
-    // The two bytes between the name and the VLAN are nobody's.
+    // The two bytes between the name and the VLAN are padding.
     EXPECT_EQ(0, memcmp(&expected, &g_cfg.vaps[0], 82)) << "BSSID, texts and name";
     EXPECT_EQ(0, memcmp(&expected.vlan, &g_cfg.vaps[0].vlan, sizeof(expected) - offsetof(vap_cfg, vlan)));
     EXPECT_EQ(1U, g_cfg.num_vaps);
@@ -207,7 +207,7 @@ SIM_TEST(vaps, stores_the_name_in_the_vaps_record) {
     }
 }
 
-// Up to as many interfaces as an 8-bit count can name.
+// Up to 255 interfaces: the count has 8 bits.
 SIM_TEST(vaps, stops_at_16_vaps) {
     ready_to_talk();
     steps first_16;
@@ -268,7 +268,7 @@ SIM_TEST(vap_lookup, finds_nothing_without_valid_entries) {
 
 SIM_TEST(vap_lookup, never_leaves_the_16_entries) {
     have_vap(15, "a", "02:00:00:00:00:01", 1);
-    // Where a 17th entry would be.
+    // The place of a 17th entry.
     set_bytes(g_cfg.ctrlr_msg_buf, hex("02 00 00 00 00 02"));
     for (uint32_t num_vaps : {16U, 17U, 255U, 0xffffffffU}) {
         g_cfg.num_vaps = num_vaps;

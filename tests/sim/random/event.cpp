@@ -69,7 +69,7 @@ void event::happen(platform &sim) const {
             }
             return;
         case MEND: {
-            // Whether a rule came to bear is left to chance here.
+            // A rule may have had no effect here.
             const size_t before = sim.complaints.size();
             sim.end_rules();
             sim.complaints.resize(before);

@@ -1,4 +1,4 @@
-// One event of a random run, and the source of them.
+// The events of a random run and their source.
 #ifndef TESTS_SIM_RANDOM_EVENT_H
 #define TESTS_SIM_RANDOM_EVENT_H
 
@@ -14,7 +14,7 @@
 
 namespace sim {
 
-// What the access point's configuration and its driver tell.
+// The answers of the access point's configuration and its driver.
 struct surroundings {
     std::vector<listed_vap> vaps;
     std::map<std::string, bytes> hwaddr;
@@ -36,7 +36,7 @@ struct event {
     void happen(platform &sim) const;
 };
 
-// The same seed brings the same events on every machine.
+// The same seed gives the same events on every machine.
 class event_source {
 public:
     explicit event_source(uint64_t seed);

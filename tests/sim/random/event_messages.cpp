@@ -151,7 +151,7 @@ bytes event_source::message(const std::vector<bytes> &records) {
         count = 0xffff;
     }
     bytes msg = hex("01 0e 00") + big16(count) + hex("00") + big16(static_cast<uint16_t>(14 + body.size())) + ap_mac;
-    // One byte of the header is any.
+    // One byte of the header is random.
     if (dice_.one_in(60)) {
         const uint32_t at = dice_.below(3);
         msg[at] = dice_.byte();
@@ -222,7 +222,7 @@ bytes event_source::client_entry() {
     return entry + big32(dice_.one_in(40) ? edge() : dice_.below(4));
 }
 
-// The controller names 2048 clients and, mostly, takes them back later.
+// The controller hands over 2048 clients and usually removes them later.
 void event_source::queue_full_table() {
     constexpr uint32_t per_message = 256;
     const bool same_bucket = dice_.one_in(2);

@@ -14,12 +14,12 @@
 namespace sim {
 namespace {
 
-// Where a 32-bit time_t goes negative, and where seconds of 32 bits begin again.
+// The seconds at which a 32-bit time_t becomes negative, and at which 32 bits wrap.
 constexpr int64_t WRAPS[] = {int64_t{1} << 31, int64_t{1} << 32};
 constexpr int64_t LAST_SECOND = int64_t{1} << 33;
 
 constexpr uint32_t WAITS[] = {1, 1, 1, 9, 10, 11, 29, 30, 31, 59, 60, 61, 120};
-// Not "write": where a dump that fails is cut depends on how long the addresses in it are.
+// Not "write": the place where a failed dump is cut depends on the length of its addresses.
 constexpr const char *CALLS[] = {
     "apcomm_send_msg",
     "apcomm_send_msg",
@@ -48,7 +48,7 @@ constexpr const char *CALLS[] = {
 }  // namespace
 
 event_source::event_source(uint64_t seed) : dice_(seed) {
-    // Most runs begin as the daemon's life does.
+    // Most runs begin with the daemon's usual start.
     if (dice_.one_in(8)) {
         return;
     }
@@ -122,7 +122,7 @@ event event_source::link() {
     if (dice_.one_in(10)) {
         e.number = edge();
     }
-    // A link that is down is up again soon: without one little happens.
+    // A link that goes down soon comes up again, because little happens without one.
     const bool ready = e.flags == 1 && e.number != 0;
     for (uint32_t i = dice_.below(10); !ready && i > 0; i--) {
         const event between = dice_.one_in(2) ? local() : controller();

@@ -1,5 +1,5 @@
-// Random runs: events in, effects out, the tables checked after every event, and one hash over all effects, which is
-// the same on every machine.
+// Random runs. The tables are checked after every event, and one hash covers all effects. It is the same on every
+// machine.
 #include <getopt.h>
 #include <unistd.h>
 
@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int EXIT_USAGE = 64;
-constexpr size_t LAST_EFFECTS = 30;  // that a fault shows
+constexpr size_t LAST_EFFECTS = 30;  // printed with a fault
 
 constexpr char HELP[] =
     "Usage: sim_random [options]\n"
@@ -42,8 +42,8 @@ struct options {
     bool trace = false;
 };
 
-// As Fowler, Noll and Vo's FNV-1a of 64 bits, but eight bytes at a time: every step is a bijection of the value, so
-// that lines which differ once stay different while what follows is the same.
+// FNV-1a of 64 bits (Fowler, Noll, Vo), but on eight bytes at a time. Every step is a bijection of the value, so the
+// hashes of different lines stay different while the rest is the same.
 struct line_hash {
     uint64_t value = 0xcbf29ce484222325;
 
@@ -74,7 +74,7 @@ class random_run {
 public:
     random_run(uint64_t seed, FILE *trace) : seed_(seed), source_(seed), sim_(3), trace_(trace) {}
 
-    // Whether nothing was wrong.
+    // True when there was no fault.
     bool run(uint32_t events) {
         for (uint32_t i = 1; i <= events; i++) {
             const sim::event e = source_.next();
@@ -113,7 +113,7 @@ private:
         }
     }
 
-    // The table that the daemon dumped, line by line.
+    // The daemon's table dump, line by line.
     void add_dump(std::vector<std::string> &effects) {
         std::ifstream file(sim_.dump_path());
         if (!file) {
@@ -200,7 +200,7 @@ options parse(int argc, char **argv) {
     return o;
 }
 
-// The line of a seed in the file; empty if there is none.
+// The line of a seed in the file, empty if there is none.
 std::string expected_line(const std::string &path, uint64_t seed) {
     std::ifstream file(path);
     if (!file) {
@@ -216,7 +216,7 @@ std::string expected_line(const std::string &path, uint64_t seed) {
 }
 
 bool run_seed(uint64_t seed, const options &o) {
-    // While a run lives, standard output is the daemon's.
+    // During a run, standard output is the daemon's.
     FILE *out = stdout;
     bool good;
     std::string line;

@@ -43,7 +43,7 @@ const char *fault(const acl_cache_entry &e) {
     if (e.state != ACL_STATE_DENIED && e.state != ACL_STATE_ALLOWED && e.state != ACL_STATE_PENDING) {
         return "has an unknown state";
     }
-    // An entry that was asked about again has no text: the update of a slot takes it as the caller left it.
+    // An entry that was updated in place has no text, because the update copies the caller's record.
     return e.acl_mac_str[0] == '\0' || is_text_of(e.acl_mac_str, e.acl_mac.bytes)
                ? nullptr
                : "has another text than its MAC address";
@@ -63,7 +63,7 @@ void add(std::vector<std::string> &all, const std::vector<std::string> &some) {
     all.insert(all.end(), some.begin(), some.end());
 }
 
-// What was found sound stays sound as long as it is the same.
+// A table that is unchanged since it was found sound is not checked again.
 template <class Slot>
 void check_table(const char *what, const Slot *slots, std::vector<std::string> (*table_faults)(),
                  std::vector<std::string> &faults) {

@@ -1,4 +1,4 @@
-// What holds after every event, whatever it was.
+// The invariants after every event.
 #ifndef TESTS_SIM_RANDOM_SOUNDNESS_H
 #define TESTS_SIM_RANDOM_SOUNDNESS_H
 
@@ -9,7 +9,8 @@
 
 namespace sim {
 
-// One sentence per fault: of the tables, of the fields of what they hold, of g_cfg; and the platform's complaints.
+// One sentence for each fault in the tables, in the fields of their entries and in g_cfg, and the platform's
+// complaints.
 std::vector<std::string> faults_of_daemon(const platform &sim);
 
 }  // namespace sim

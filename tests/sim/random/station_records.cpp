@@ -5,7 +5,7 @@
 namespace sim {
 namespace {
 
-// Of one record: the place of the length and of the inactivity, 16 bits each, and of the MAC address.
+// Offsets in one record: the length and the inactivity (16 bits each), and the MAC address.
 constexpr size_t LENGTH_AT = 0;
 constexpr size_t MAC_AT = 16;
 constexpr size_t INACTIVITY_AT = 140;

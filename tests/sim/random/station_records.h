@@ -1,4 +1,4 @@
-// A driver's list of stations as the machine at hand writes it, but read alike on all of them.
+// A driver's station list in the host's order that every machine reads alike.
 #ifndef TESTS_SIM_RANDOM_STATION_RECORDS_H
 #define TESTS_SIM_RANDOM_STATION_RECORDS_H
 
@@ -9,14 +9,14 @@
 
 namespace sim {
 
-// Records may overlap, wherever their lengths lead: an integer in the host's order only ever lies where no other record
-// has one, or a MAC address.
+// Records may overlap. An integer in the host's order never shares bytes with another record's integer or MAC
+// address.
 class station_records {
 public:
-    // A record whose length, the distance to the next one, is `step` or the next greater one that leads to a free
+    // Adds a record. Its length, the distance to the next one, is `step` or the next greater one that leads to a free
     // place.
     void add(const bytes &mac, uint16_t inactivity, uint32_t step);
-    // Gives the last record another length, which leads nowhere.
+    // Replaces the last record's length by one that leads nowhere.
     void end(uint16_t length) { put_integer(last_, length); }
     const bytes &list() const { return list_; }
 

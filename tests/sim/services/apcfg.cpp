@@ -18,7 +18,7 @@ int apcfg_vap_get_ifname_list(char (*list)[12], uint8_t *count) {
     if (result != 0) {
         return result;
     }
-    // Room for all of them is the contract, whatever their number.
+    // The contract gives the list room for all names, whatever their number.
     memset(list, 0xee, sizeof(*list) * APCFG_MAX_IFNAMES);
     *count = static_cast<uint8_t>(here().vaps.size());
     for (size_t i = 0; i < here().vaps.size(); i++) {

@@ -18,7 +18,7 @@ apcomm_service::apcomm_service()
     : controller_recv(client_mgr_apcomm_recv_msg), controller_status_cb(client_mgr_apcomm_ctrl_status) {}
 
 void apcomm_service::controller(const bytes &msg) {
-    // On the heap and no longer than it is, so that a sanitizer sees a read past its end.
+    // A block of the heap with exactly this length, so that a sanitizer sees a read past its end.
     const std::unique_ptr<uint8_t[]> copy(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), copy.get());
     {

@@ -13,7 +13,7 @@ class apcomm_service {
 public:
     apcomm_service();
 
-    // A message from the controller.
+    // Delivers a message from the controller.
     void controller(const bytes &msg);
     void controller_status(uint32_t ip, uint32_t status);
 

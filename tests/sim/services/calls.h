@@ -1,4 +1,4 @@
-// The calls that the daemon makes: what is recorded of them, which of them fail.
+// The daemon's calls of the platform: recorded effects, and rules that make calls fail.
 #ifndef TESTS_SIM_SERVICES_CALLS_H
 #define TESTS_SIM_SERVICES_CALLS_H
 
@@ -15,11 +15,11 @@ public:
     std::vector<std::string> effects;     // since the last look
     std::vector<std::string> complaints;  // breaches of the contract
 
-    // The Nth call of `call` from now on (1 is the next), or every one from the Nth, does nothing and returns `result`.
-    // A rule that never applied is a complaint.
+    // The Nth call of `call` from now on (1 is the next), or every one from the Nth, has no effect and returns
+    // `result`. A rule that never applied is a complaint.
     void fail_nth(std::string_view call, unsigned n, int result = -1);
     void fail_from(std::string_view call, unsigned n, int result = -1);
-    // Ends all rules, as the end of the test does.
+    // Ends all rules. The end of a test does the same.
     void end_rules();
     // Runs `what` at every call of `call`, before the call does anything. "log" is a line written to the log, "open"
     // the dump file's opening, "write" a write to it.
@@ -29,9 +29,9 @@ public:
 
     void record(const std::string &what) { effects.push_back(what); }
     void complain(const std::string &what) { complaints.push_back(what); }
-    // Counts a call. The result that a rule gives it, or `normal`.
+    // Counts a call. Returns the result that a rule demands, or `normal`.
     int outcome(std::string_view call, int normal);
-    // The same, and records the effect with a result that is not the normal one.
+    // The same, and records the effect, with the result if it is not the normal one.
     int recorded(std::string_view call, const std::string &what, int normal);
 
 private:

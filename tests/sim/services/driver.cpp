@@ -23,7 +23,7 @@ constexpr size_t NAME_SIZE = 16;
 // struct ifreq: the name and a struct sockaddr, whose data begin with the address.
 constexpr size_t IFREQ_DATA = NAME_SIZE + 2;
 
-// The wireless request record: name, pointer, length, flags, and zeros up to 32 bytes.
+// The wireless request record: name, pointer, length, flags, zeros up to 32 bytes.
 constexpr size_t IWREQ_LENGTH = NAME_SIZE + sizeof(void *);
 constexpr size_t IWREQ_END = IWREQ_LENGTH + 4;
 constexpr size_t IWREQ_SIZE = 32;

@@ -1,4 +1,4 @@
-// The driver and the kernel behind ioctl(), and the sockets for it.
+// The driver and the kernel behind ioctl(), and the sockets for their requests.
 #ifndef TESTS_SIM_SERVICES_DRIVER_H
 #define TESTS_SIM_SERVICES_DRIVER_H
 

@@ -27,7 +27,7 @@ std::string own_directory() {
 
 bool is_dump_file(const char *path) { return platform::current != nullptr && strcmp(path, "/tmp/clientmgr_cli") == 0; }
 
-// Whether a fault rule keeps the file from being opened.
+// Whether a rule makes the opening of the file fail.
 bool refused(const char *path) {
     if (!is_dump_file(path) || here().outcome("open", 0) >= 0) {
         return false;
@@ -36,7 +36,7 @@ bool refused(const char *path) {
     return true;
 }
 
-// Whether a fault rule fails a call on the dump file's descriptor.
+// Whether a rule makes a call on the dump file's descriptor fail.
 bool denied(const char *call) {
     const outside daemon;
     if (platform::current == nullptr || here().outcome(call, 0) >= 0) {
@@ -46,10 +46,10 @@ bool denied(const char *call) {
     return true;
 }
 
-// The daemon's dump file lies in the platform's own directory.
+// The daemon's dump file is in the platform's own directory.
 const char *redirected(const char *path) { return is_dump_file(path) ? here().dump_path().c_str() : path; }
 
-// A stream over a descriptor, whose writes a fault rule can fail.
+// A stream on a descriptor. A rule can make its writes fail.
 int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
 ssize_t stream_written(void *cookie, const char *data, size_t len) {
@@ -102,7 +102,7 @@ int __wrap_open(const char *path, int flags, ...) {
     return __real_open(redirected(path), flags, mode);
 }
 
-// What open is called with 64-bit file sizes.
+// The name of open() with 64-bit file sizes.
 int __wrap_open64(const char *path, int flags, ...) {
     const outside daemon;
     va_list args;
@@ -127,7 +127,7 @@ FILE *__wrap_fdopen(int fd, const char *mode) {
                        {nullptr, stream_written, nullptr, stream_closed});
 }
 
-// struct stat or struct stat64, as the caller has it.
+// `out` is a struct stat or a struct stat64.
 int __wrap_fstat(int fd, void *out) { return denied("fstat") ? -1 : __real_fstat(fd, out); }
 
 int __wrap_fstat64(int fd, void *out) { return denied("fstat") ? -1 : __real_fstat64(fd, out); }

@@ -18,7 +18,7 @@ public:
 
     int64_t wall_secs() const { return wall_usecs / 1000000; }
     void set_clock(int64_t secs, int msecs = 0) { wall_usecs = secs * 1000000 + int64_t{msecs} * 1000; }
-    // Lets time pass; timers run when they are due.
+    // Advances the time and runs the timers that are due.
     void advance(unsigned secs);
     // A timer that runs once.
     void arm(int64_t delay_usecs, kx_eloop_timeout_handler handler, void *ctx1, void *ctx2);

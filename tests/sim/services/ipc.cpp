@@ -25,7 +25,7 @@ bool all_zero(const uint8_t *data, size_t count) {
     return count == 0 || (data[0] == 0 && memcmp(data, data + 1, count - 1) == 0);
 }
 
-// Whether the buffer still holds the message, and zeros behind it, but for the bytes that a handler may write to.
+// Whether the buffer still holds the message, followed by zeros. Bytes that a handler may write to are not compared.
 bool is_kept(bytes msg, const uint8_t *buf, size_t room) {
     constexpr size_t scratch_end = IPC_HDR_SIZE + KX_IPC_RX_SCRATCH;
     msg.resize(std::max(msg.size(), scratch_end));

@@ -15,7 +15,7 @@ class ipc_service {
 public:
     ipc_service();
 
-    // A local message of flags 1 (notification) or with bit 2 (request).
+    // Delivers a local message.
     void local(uint32_t id, const bytes &payload, uint32_t flags = KX_IPC_FLAG_NOTIFICATION);
 
     kx_ipc_handle endpoint;

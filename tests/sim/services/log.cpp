@@ -55,9 +55,10 @@ int log_service::log_seeked(void *, off64_t *offset, int whence) {
     return 0;
 }
 
-// One write is one line: the prefix with the time of the real-time clock, the text, a newline. Whether it succeeds.
+// Checks that one write is one line: the prefix with the real-time clock's time, the text, a newline. Returns
+// whether the write succeeds.
 bool log_service::write_log(std::string_view chunk) {
-    // The seconds as this machine's clock can show them.
+    // The seconds in this machine's clock type.
     char text_of_now[40];
     const auto length = static_cast<size_t>(snprintf(
         text_of_now, sizeof text_of_now, ":%lld:%d: ", static_cast<long long>(static_cast<time_t>(here().wall_secs())),

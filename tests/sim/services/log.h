@@ -19,13 +19,14 @@ public:
 
     void open_log();
     void close_log();
-    // Standard output is the daemon's while a platform lives; a report of the test runner goes to the real one.
+    // Standard output is the daemon's while a platform exists. lend_stdout() gives it to the test runner for its
+    // reports.
     void lend_stdout();
     void take_stdout();
 
 protected:
     log_service();
-    // Records what the console got without a newline.
+    // Records a console line that has no newline yet.
     void end_console_line();
 
 private:

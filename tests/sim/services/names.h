@@ -1,4 +1,4 @@
-// How recorded calls name their arguments.
+// The names of arguments in recorded calls.
 #ifndef TESTS_SIM_SERVICES_NAMES_H
 #define TESTS_SIM_SERVICES_NAMES_H
 
@@ -12,7 +12,7 @@ inline platform &here() { return *platform::current; }
 
 inline std::string number(int64_t value) { return std::to_string(value); }
 
-// A pointer that the platform keeps or hands back, by the name of what it points to.
+// Names a pointer after the object that it points to.
 inline std::string name_of(const void *pointer, const void *known, const char *name) {
     if (pointer == nullptr) {
         return "null";
@@ -30,7 +30,7 @@ std::string handler_name(F handler, F known, const char *name) {
 
 inline std::string ipc_name(kx_ipc_handle ipc) { return name_of(ipc, here().endpoint, "ipc"); }
 
-// A NUL-terminated name that fits `room` bytes with its terminator.
+// The text of a NUL-terminated name. It must fit `room` bytes with its terminator.
 std::string name_text(const char *name, size_t room);
 
 }  // namespace sim

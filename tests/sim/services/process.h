@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// How client_mgr_main came back.
+// How client_mgr_main ended.
 struct ending {
     bool exited;  // by exit()
     int status;
@@ -18,9 +18,9 @@ class process_service {
 public:
     uid_t user = geteuid();  // the daemon's effective user
 
-    // Runs the daemon's main; an exit() ends the call.
+    // Runs the daemon's main. exit() ends the call.
     ending run_main();
-    // Without catching exit().
+    // The same, but exit() ends the process.
     void main_until_exit();
     bool inside_main() const { return inside_main_; }
     [[noreturn]] void leave_main(int status);

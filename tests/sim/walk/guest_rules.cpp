@@ -30,7 +30,7 @@ bool is_guest(const client_info *client) { return client != nullptr && (client->
 
 bool ready() { return g_cfg.status_flags == 3 && g_cfg.ctrlr_ip != 0; }
 
-// The VAP that the daemon knows by this BSSID, -1 if none.
+// The index of the VAP with this BSSID, -1 if there is none.
 int vap_with(const uint8_t *bssid) {
     for (int v = 0; v < VAPS && v < static_cast<int>(g_cfg.num_vaps); v++) {
         if (memcmp(g_cfg.vaps[v].bssid.bytes, bssid, 6) == 0) {
@@ -76,7 +76,7 @@ void guest_rules::remove_entries(int vap, const bytes &ip) {
     }
 }
 
-// A guest's first address brings entries; another one takes those of the old one away before.
+// A guest's first address installs entries. Another address first removes the entries of the old one.
 void guest_rules::new_address(const step &s) {
     const client_info *client = client_of(s.station);
     if (!ready() || !is_guest(client) || ip_of(*client) == s.ip) {
@@ -97,7 +97,7 @@ void guest_rules::new_address(const step &s) {
     expect(install_commands(mac_text(client->cl_mac.bytes), s.ip, "ath1"));
 }
 
-// Whoever the controller lets through: entries go as long as the VAP counts any, also for one that had none.
+// Entries are removed as long as the VAP counts any guest, even when the authorised client had none.
 void guest_rules::authorised(const step &s) {
     const client_info *client = client_of(s.station);
     const int vap = client != nullptr ? vap_with(client->assoc_bssid.bytes) : -1;
@@ -110,7 +110,7 @@ void guest_rules::authorised(const step &s) {
     }
 }
 
-// A guest that leaves the VAP it is on.
+// A guest leaves the VAP that it is on.
 void guest_rules::left(const step &s) {
     const client_info *client = client_of(s.station);
     const bool can_leave =
@@ -123,7 +123,7 @@ void guest_rules::left(const step &s) {
     }
 }
 
-// Those who associate to the guest VAP, and those of whom the controller says so.
+// Guests are the clients that associate to the guest VAP, and those that the controller marks as guests.
 void guest_rules::who_is_guest(const step &s) {
     const bool association = (s.kind == step::LOCAL && s.id == KX_MSG_ID_CLIENT_ASSOCIATION) ||
                              (s.kind == step::CONTROLLER && s.id == CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC);
@@ -140,7 +140,7 @@ void guest_rules::who_is_guest(const step &s) {
             }
         }
     }
-    // What the controller says of a client that roams in does not tell that it is a guest.
+    // The answer about a client that roams in does not mark it as a guest.
     if (s.id == CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS && is_known(s.vap)) {
         guest_[static_cast<size_t>(s.station)] = false;
     }

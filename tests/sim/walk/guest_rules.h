@@ -1,5 +1,5 @@
-// What has to be done for unauthorised guests, told by the rules and not by the daemon's code: the shell commands that
-// install and remove their ARP entries and routes, the VAPs' counts, and who is a guest.
+// A model of the rules for unauthorised guests, independent of the daemon's code: the shell commands that install
+// and remove their ARP entries and routes, the VAPs' counts, and who is a guest.
 #ifndef TESTS_SIM_WALK_GUEST_RULES_H
 #define TESTS_SIM_WALK_GUEST_RULES_H
 
@@ -14,9 +14,9 @@ namespace sim {
 
 class guest_rules {
 public:
-    // What follows from this step in the state that the daemon is in now.
+    // Applies the step to the daemon's current state.
     explicit guest_rules(const step &s);
-    // One sentence for each rule that was broken. `commands`: what the daemon ran.
+    // One sentence for each broken rule. `commands`: the commands that the daemon ran.
     std::vector<std::string> faults(const std::vector<std::string> &commands) const;
 
 private:
@@ -29,7 +29,7 @@ private:
 
     std::vector<std::string> commands_;
     std::array<uint32_t, VAPS> counts_;
-    std::array<bool, STATIONS> guest_;  // if it is a client at all
+    std::array<bool, STATIONS> guest_;  // meaningless for a station that is no client
 };
 
 }  // namespace sim

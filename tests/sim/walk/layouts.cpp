@@ -32,7 +32,7 @@ bool is(const bytes &m, size_t at, const bytes &wanted) {
 bool is_station(const bytes &m, size_t at) { return is(m, at, station_mac(0)) || is(m, at, station_mac(1)); }
 bool is_vap(const bytes &m, size_t at) { return is(m, at, vap_bssid(0)) || is(m, at, vap_bssid(1)); }
 
-// The text of a fixed field: NULs from its end on.
+// Whether a fixed field holds a text followed by NULs.
 bool is_text(const bytes &m, size_t at, size_t width) {
     const auto begin = m.begin() + static_cast<long>(at);
     const auto end = begin + static_cast<long>(width);
@@ -77,7 +77,7 @@ bool is_record(const bytes &m, size_t at, size_t len) {
         case CLIENT_MGR_CLIENT_ASSOC:
         case CLIENT_MGR_CLIENT_DISASSOC:
             return is_client_update(m, at, len) && is_vap(m, at + 10) && is(m, at + 16, zeros(6));
-        // Also of a client that is on no VAP of ours.
+        // The client may be on no VAP of this access point.
         case CLIENT_MGR_CLIENT_IP:
             return is_client_update(m, at, len) && is(m, at + 16, zeros(6)) && number(m, at + 22, 4) != 0;
         case CLIENT_MGR_FOREIGN_CLIENT_ASSOC:
@@ -159,12 +159,12 @@ constexpr channel CHANNELS[] = {
     {"hostapd_config_send_command(", ")", fault_of_hostapd_command},
     {"ioctl(0x8be6, ath0, 42, 0, ", ")", fault_of_station_operation},
     {"ioctl(0x8be6, ath1, 42, 0, ", ")", fault_of_station_operation},
-    // A client on no VAP counts as one on each entry that has never been a VAP.
+    // A client on no VAP matches each entry of the VAP table that was never used.
     {"ioctl(0x8be6, , 42, 0, ", ")", fault_of_station_operation},
     {"ioctl(0x89fc, ath0, 136, 0, ", ")", fault_of_verdict},
     {"ioctl(0x89fc, ath1, 136, 0, ", ")", fault_of_verdict},
 };
-// What must not be anything else than one of the above.
+// Effects that start like this must be one of the above.
 constexpr std::string_view MESSAGES[] = {"apcomm_send_msg", "kx_ipc_send",  "hostapd_config_send_command",
                                          "ioctl(0x8be6",    "ioctl(0x89fc", "kx_ipc_eloop_resp"};
 

@@ -1,4 +1,4 @@
-// Whether a message that the daemon sends is laid out as its receiver reads it.
+// Checks the layout of the messages that the daemon sends.
 #ifndef TESTS_SIM_WALK_LAYOUTS_H
 #define TESTS_SIM_WALK_LAYOUTS_H
 
@@ -6,8 +6,7 @@
 
 namespace sim {
 
-// A sentence that says what is wrong with the message that this effect sends; empty when nothing is, or when the effect
-// is no message.
+// Describes the fault in the message of this effect. Empty when there is none, or when the effect is no message.
 std::string layout_fault(const std::string &effect);
 
 }  // namespace sim

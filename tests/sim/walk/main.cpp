@@ -1,4 +1,4 @@
-// Walks through every state that the daemon can get into, breadth first.
+// Walks through every reachable state of the daemon, breadth first.
 #include <getopt.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -46,7 +46,7 @@ struct options {
     uint32_t memory = 256;
 };
 
-// What the processes of a walk share beside the states.
+// What the processes of a walk share besides the states.
 struct shared_progress {
     std::atomic<uint32_t> next;  // state to expand
     std::atomic<uint32_t> steps;
@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    // Every state of a level, by as many processes as wanted. False when something was wrong in one of them.
+    // Expands every state of a level in `jobs` processes. False when one of them found a fault.
     bool expand_all(uint32_t begin, uint32_t end) {
         progress_.next = begin;
         fflush(out_);
@@ -115,7 +115,7 @@ private:
         uint64_t before = walk_.steps_taken();
         for (uint32_t state; !progress_.late && !progress_.full && (state = progress_.next++) < end;) {
             if (!walk_.expand(state)) {
-                progress_.late = true;  // the others may end, too
+                progress_.late = true;  // the other processes end too
                 return false;
             }
             progress_.steps += static_cast<uint32_t>(walk_.steps_taken() - before);
@@ -155,7 +155,7 @@ private:
     double elapsed() const { return std::chrono::duration<double>(clock_type::now() - start_).count(); }
 
     const options &options_;
-    FILE *out_;  // standard output is the daemon's from the first platform on
+    FILE *out_;  // the real standard output; a platform redirects stdout
     sim::state_store &store_;
     sim::walk walk_;
     shared_progress &progress_;

@@ -45,7 +45,7 @@ state_store::state_store(size_t bytes) : max_states_(std::bit_ceil(bytes / EXPEC
     pthread_mutexattr_destroy(&shared);
 }
 
-// Whether the hash is there; else `place` is where it belongs.
+// Whether the hash is stored. If not, `place` is where it belongs.
 bool state_store::find_place(const state_hash &hash, size_t &place) const {
     const size_t mask = 2 * max_states_ - 1;
     for (place = static_cast<size_t>(hash.low) & mask;; place = (place + 1) & mask) {

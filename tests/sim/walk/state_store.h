@@ -1,4 +1,4 @@
-// The states that a walk has seen, in memory that its processes share.
+// The states that a walk has found, in memory shared by its processes.
 #ifndef TESTS_SIM_WALK_STATE_STORE_H
 #define TESTS_SIM_WALK_STATE_STORE_H
 
@@ -15,18 +15,18 @@ namespace sim {
 
 class state_store {
 public:
-    // Room for states of `bytes` in all. Throws when the memory cannot be had.
+    // Reserves `bytes` for the states. Throws when there is not enough memory.
     explicit state_store(size_t bytes);
     state_store(const state_store &) = delete;
     state_store &operator=(const state_store &) = delete;
 
     enum class outcome { KNOWN, NEW, NO_ROOM };
-    // `parent` is the state that `step` led here from.
+    // `step` led from the state `parent` to this one.
     outcome add(const std::vector<uint8_t> &saved, uint32_t parent, uint16_t step);
 
     uint32_t count() const { return head_->states.load(); }
     size_t bytes_used() const { return head_->used; }
-    // The bytes stay where they are.
+    // The pointer stays valid.
     const uint8_t *bytes_of(uint32_t state) const { return arena_ + states_[state].offset; }
     size_t size_of(uint32_t state) const { return states_[state].size; }
     uint32_t parent_of(uint32_t state) const { return states_[state].parent; }

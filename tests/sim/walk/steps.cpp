@@ -114,7 +114,7 @@ void add_station(int s) {
     }
     add_local(s, -1, KX_MSG_ID_CLIENT_ASSOCIATION, "associates to an unknown BSSID",
               association_payload(mac, ELSEWHERE));
-    // Addresses that the two stations share: one may take the other's.
+    // Both stations use the same two addresses, so one may take the other's.
     for (const uint8_t host : {uint8_t{5}, uint8_t{6}}) {
         const bytes told = ip(host);
         add_local(s, -1, KX_MSG_ID_CLIENT_IP, "has the address 10.0.0." + std::to_string(host),
@@ -141,7 +141,7 @@ void add_the_rest() {
     steps.push_back({.kind = step::AT_LIMIT, .name = "time passes up to the next limit"});
 }
 
-// Seconds until a verdict is as old as the next limit; 0 when none gets there.
+// Seconds until the first verdict reaches its next limit, 0 if none will.
 int secs_to_limit() {
     int next = 0;
     const auto now = static_cast<int32_t>(platform::current->wall_secs());

@@ -1,5 +1,5 @@
-// Everything that can happen to the daemon in a walk: two stations, two VAPs of different VLANs, the second one for
-// guests, another access point, the controller.
+// Everything that can happen to the daemon in a walk. There are two stations, two VAPs of different VLANs (the
+// second for guests), another access point and the controller.
 #ifndef TESTS_SIM_WALK_STEPS_H
 #define TESTS_SIM_WALK_STEPS_H
 
@@ -24,28 +24,28 @@ struct step {
         CONTROLLER,  // a message of the controller, `data`
         LINK_UP,
         LINK_DOWN,
-        CONFIGURED,    // the configuration lists `vap` VAPs from now on; the daemon is told
+        CONFIGURED,    // the configuration lists `vap` VAPs from now on, and the daemon reloads it
         SWEEP,         // the timer of the ACL cache; it may fire at any time
         BEFORE_LIMIT,  // time passes until one second before the next verdict changes its meaning
         AT_LIMIT,      // time passes until then
     };
     what_kind kind;
     std::string name;
-    uint32_t id = 0;   // of a local message; the record type of one to a controller
-    int station = -1;  // whom it is about; -1: both or none
+    uint32_t id = 0;   // of a local message; the type of a controller's record
+    int station = -1;  // -1: both or none
     int vap = -1;
     bytes data = {};
-    bytes ip = {};       // that a local message tells
-    bool guest = false;  // a client that the controller names is a guest
+    bytes ip = {};       // the address in a local message
+    bool guest = false;  // the controller marks the client as a guest
 };
 
 const std::vector<step> &all_steps();
 
-// Whether the step makes anything of a state happen at all.
+// Whether the step is possible in the current state.
 bool is_possible(const step &s);
 void take(const step &s, platform &sim);
 
-// Configuration and driver list `count` VAPs.
+// Makes the configuration and the driver list `count` VAPs.
 void have_configured(platform &sim, int count);
 
 }  // namespace sim

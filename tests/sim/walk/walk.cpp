@@ -38,7 +38,7 @@ std::set<bytes> clients() {
     return macs;
 }
 
-// The clients that are on one of the VAPs; or, of clients known by the controller's word alone, nowhere.
+// A client's BSSID must be that of a VAP, or zero for a client known only from the controller.
 std::set<bytes> clients_on(std::initializer_list<bytes> bssids) {
     std::set<bytes> macs;
     for (const int slot : used_clients()) {
@@ -61,7 +61,8 @@ std::vector<std::string> commands_of(const std::vector<std::string> &effects) {
     return commands;
 }
 
-// Verdicts of one age are one state, whenever it is; and what is too old to count is not told apart.
+// States are equal when their verdicts have the same age, whatever the time. Verdicts that are too old to count are
+// all alike.
 void move_to_present(int64_t now) {
     for (acl_cache_entry &e : client_acl_cache) {
         if (e.entry_flag != 0) {
@@ -85,14 +86,14 @@ const step &step_of(uint32_t id, int station, int vap) {
 }
 
 void start(platform &sim) {
-    // The sweep is a step of its own, and no timer's.
+    // The sweep is a step of its own, so no timer runs.
     sim.fail_from("kx_eloop_register_timeout", 1, -1);
     have_configured(sim, VAPS);
     sim.local(KX_MSG_ID_SYS_INIT, {});
     sim.local(KX_MSG_ID_SYS_READY, {});
     sim.controller_status(0x0a0b0c0d, 1);
     sim.local(KX_MSG_ID_VAP_INIT, {});
-    // The driver's list is in the daemon's buffer from the start: it is the same whenever it is asked for.
+    // The driver's list is in the daemon's buffer from the start, because it never changes.
     sim.controller(hex("010e00 0001 00 0012 909192939495 10 04 0004"));
     sim.set_clock(NOW);
     sim.take_effects();
@@ -111,7 +112,7 @@ walk::walk(state_store &store) : sim_(0), store_(store), daemon_(base_of(sim_)) 
     }
 }
 
-// What the daemon keeps and what the platform keeps.
+// Saves the daemon's state and the platform's.
 std::vector<uint8_t> walk::save(platform &sim) {
     move_to_present(sim.wall_secs());
     sim.set_clock(NOW);
@@ -152,7 +153,7 @@ bool walk::expand(uint32_t state) {
     return check_exits(state);
 }
 
-// Takes the step. What is wrong with its effects, and with what it leaves behind but for the tables.
+// Takes the step. Returns the faults in its effects and in the resulting state, the tables excepted.
 std::vector<std::string> walk::step_faults(const step &s) {
     const std::set<bytes> before = clients();
     const std::set<bytes> here_before = clients_on({vap_bssid(0), vap_bssid(1)});
@@ -184,7 +185,7 @@ std::vector<std::string> walk::step_faults(const step &s) {
     return faults;
 }
 
-// The same step again, with something else in the message buffers: everything has to be the same.
+// Takes the same step with other content in the message buffers. The result must be the same.
 std::vector<std::string> walk::trial_faults(uint32_t state, const step &s) {
     const std::vector<std::string> effects = effects_;
     const std::vector<uint8_t> outcome = save(sim_);
@@ -199,7 +200,7 @@ std::vector<std::string> walk::trial_faults(uint32_t state, const step &s) {
     return {};
 }
 
-// Keeps the state that the step led to. A state that is known was checked when it was new.
+// Stores the new state. A known state was checked when it was new.
 bool walk::keep(uint32_t state, size_t step_index) {
     const std::vector<uint8_t> saved = save(sim_);
     switch (store_.add(saved, state, static_cast<uint16_t>(step_index))) {
@@ -215,7 +216,8 @@ bool walk::keep(uint32_t state, size_t step_index) {
     return faults.empty() || report(state, {all_steps()[step_index].name}, faults);
 }
 
-// From every state in which the radio is heard, a station that associates and leaves is a client no more.
+// In every state in which the daemon handles associations, a station that associates and leaves is no longer a
+// client.
 bool walk::check_exits(uint32_t state) {
     const bool ready = g_cfg.status_flags == (STATUS_SYS_READY | STATUS_CTRLR_LINK_UP) && g_cfg.ctrlr_ip != 0;
     const int vaps = std::min(static_cast<int>(g_cfg.num_vaps), VAPS);
@@ -231,7 +233,7 @@ bool walk::check_exits(uint32_t state) {
             }
             sim_.take_effects();
             steps_taken_ += 2;
-            // The state's own blocks are the ones that the next restore puts back.
+            // The next restore puts the state's own blocks back.
             save(sim_);
             restore(state);
             if (!faults.empty()) {

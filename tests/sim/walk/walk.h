@@ -1,4 +1,4 @@
-// One process's part of a walk: takes every step from a state, checks what comes of it, and keeps the new states.
+// One process's part of a walk: it takes every step from a state, checks the result and stores the new states.
 #ifndef TESTS_SIM_WALK_WALK_H
 #define TESTS_SIM_WALK_WALK_H
 
@@ -14,10 +14,10 @@ namespace sim {
 
 class walk {
 public:
-    // The daemon in its first state: started, linked, both VAPs loaded.
+    // Brings the daemon into its first state: started, linked, both VAPs loaded.
     explicit walk(state_store &store);
 
-    // False when something was wrong: it is told on standard error, with the way to it.
+    // False when there was a fault. It is printed on standard error, with the steps that led to it.
     bool expand(uint32_t state);
     bool out_of_room() const { return out_of_room_; }
     uint64_t steps_taken() const { return steps_taken_; }
