@@ -9,6 +9,7 @@ namespace kx {
 
 namespace {
 
+constexpr std::size_t max_size = std::size_t{64} * 1024;
 constexpr std::size_t max_vaps = 255;
 constexpr std::size_t max_text = 32;
 constexpr std::size_t max_ifname = 12;
@@ -80,7 +81,7 @@ std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, 
 }
 
 ap_config load_ap_config(const std::string &file) {
-    toml_table top = toml_table::read(file, "the access point's configuration", 1);
+    toml_table top = toml_table::read(file, "the access point's configuration", max_size);
     top.allow_only({"ap", "controller", "vap"});
     toml_table ap = top.table("ap");
     ap.allow_only({"mac"});

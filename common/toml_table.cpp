@@ -12,11 +12,26 @@
 #include <cstring>
 #include <limits>
 
+#include "common/toml_depth.h"
+
 namespace kx {
 
 namespace {
 
-std::string read_file(const std::string &file, std::string_view purpose, std::size_t max_mib) {
+[[noreturn]] void fail_at(const std::string &file, std::size_t line, std::string_view what) {
+    throw config_error(file + ":" + std::to_string(line) + ": " + std::string(what));
+}
+
+[[noreturn]] void fail_at(const std::string &file, const toml::source_region &at, std::string_view what) {
+    fail_at(file, at.begin.line, what);
+}
+
+std::string describe_size(std::size_t bytes) {
+    constexpr std::size_t kib = 1024, mib = kib * kib;
+    return bytes % mib == 0 ? std::to_string(bytes / mib) + " MiB" : std::to_string(bytes / kib) + " KiB";
+}
+
+std::string read_file(const std::string &file, std::string_view purpose, std::size_t max_size) {
     // O_NONBLOCK: opening a pipe would wait for a writer.
     int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
@@ -30,7 +45,7 @@ std::string read_file(const std::string &file, std::string_view purpose, std::si
     std::string text;
     char chunk[4096];
     ssize_t size = 0;
-    while ((size = ::read(fd, chunk, sizeof(chunk))) > 0 && text.size() <= max_mib << 20) {
+    while ((size = ::read(fd, chunk, sizeof(chunk))) > 0 && text.size() <= max_size) {
         text.append(chunk, static_cast<std::size_t>(size));
     }
     int error = errno;
@@ -38,14 +53,12 @@ std::string read_file(const std::string &file, std::string_view purpose, std::si
     if (size < 0) {
         throw config_error(file + ": " + std::strerror(error));
     }
-    if (text.size() > max_mib << 20) {
-        throw config_error(file + ": a file of at most " + std::to_string(max_mib) + " MiB was expected");
+    if (text.size() > max_size) {
+        const auto lines = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(max_size), '\n');
+        fail_at(file, static_cast<std::size_t>(lines) + 1,
+                "a file of at most " + describe_size(max_size) + " was expected");
     }
     return text;
-}
-
-[[noreturn]] void fail_at(const std::string &file, const toml::source_region &at, std::string_view what) {
-    throw config_error(file + ":" + std::to_string(at.begin.line) + ": " + std::string(what));
 }
 
 std::string text_of(double number) {
@@ -107,9 +120,13 @@ struct toml_table::place {
 
 toml_table::toml_table(place at) : at_(std::make_shared<const place>(std::move(at))) {}
 
-toml_table toml_table::read(const std::string &file, std::string_view purpose, std::size_t max_mib) {
+toml_table toml_table::read(const std::string &file, std::string_view purpose, std::size_t max_size) {
+    const std::string text = read_file(file, purpose, max_size);
+    if (std::size_t line = find_deep_line(text); line != 0) {
+        fail_at(file, line, "expected tables and arrays nested at most " + std::to_string(toml_depth_max) + " deep");
+    }
     try {
-        auto root = std::make_shared<const toml::table>(toml::parse(read_file(file, purpose, max_mib), file));
+        auto root = std::make_shared<const toml::table>(toml::parse(text, file));
         return toml_table({file, "", root, root.get()});
     } catch (const toml::parse_error &error) {
         fail_at(file, error.source(), "not TOML: " + std::string(error.description()));

@@ -25,9 +25,9 @@ struct config_error : std::runtime_error {
 // is missing, has another type or exceeds its limits, which are inclusive.
 class toml_table {
 public:
-    // Reads a regular file of at most `max_mib` MiB and returns its top table. `purpose` describes the file in the
-    // error when it does not exist.
-    static toml_table read(const std::string &file, std::string_view purpose, std::size_t max_mib);
+    // Reads a regular file of at most `max_size` bytes, nested no deeper than toml_depth_max, and returns its top
+    // table. `purpose` describes the file in the error when it does not exist.
+    static toml_table read(const std::string &file, std::string_view purpose, std::size_t max_size);
 
     // Throws config_error about the value of the key, or about the table when it has no such key.
     [[noreturn]] void fail(std::string_view key, std::string_view what) const;

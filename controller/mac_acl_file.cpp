@@ -5,7 +5,7 @@ namespace controller {
 
 namespace {
 
-constexpr std::size_t file_mib_max = 64;
+constexpr std::size_t file_max = std::size_t{64} << 20;
 
 verdict read_default(const kx::toml_table &from, verdict otherwise) {
     constexpr std::string_view expected = R"("allow" or "deny")";
@@ -30,7 +30,7 @@ void read_clients(const kx::toml_table &from, std::string_view key, verdict deci
 }  // namespace
 
 mac_acl mac_acl::load(const std::string &file) {
-    const auto top = kx::toml_table::read(file, "a file of MAC access control lists", file_mib_max);
+    const auto top = kx::toml_table::read(file, "a file of MAC access control lists", file_max);
     top.allow_only({"default", "list"});
     mac_acl acl;
     acl.otherwise_ = read_default(top, acl.otherwise_);

@@ -16,7 +16,7 @@ namespace {
 using kx::toml_table;
 
 constexpr double seconds_max = 1e7;
-constexpr std::size_t file_mib_max = 64;
+constexpr std::size_t file_max = std::size_t{64} << 20;
 
 mac_address read_individual_address(const toml_table &from, std::string_view key) {
     const mac_address address = from.mac(key);
@@ -160,7 +160,7 @@ const scenario_ap *scenario::find_ap(std::string_view name) const {
 }
 
 scenario load_scenario(const std::string &file) {
-    const toml_table top = toml_table::read(file, "a scenario", file_mib_max);
+    const toml_table top = toml_table::read(file, "a scenario", file_max);
     top.allow_only({"come_back_ms", "ap", "station"});
     scenario result;
     if (top.has("come_back_ms")) {

@@ -1,6 +1,8 @@
 // The access point's configuration file. Input: the file.
 #include "common/ap_config.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <set>
 #include <string>
@@ -11,6 +13,16 @@
 #include "require.h"
 
 namespace {
+
+// The kernel checks the limit when the stack grows. The size is that of a thread's stack with musl, and as much for the
+// fuzzer and the sanitizers.
+const bool stack_is_small = [] {
+    constexpr rlim_t thread_stack = rlim_t{128} * 1024;
+    rlimit limit{};
+    getrlimit(RLIMIT_STACK, &limit);
+    limit.rlim_cur = 2 * thread_stack;
+    return setrlimit(RLIMIT_STACK, &limit) == 0;
+}();
 
 bool is_ifname(const std::string &name) {
     const auto allowed = [](char c) {
@@ -37,6 +49,7 @@ void check(const kx::ap_config &config) {
 }  // namespace
 
 void fuzz_one(std::span<const uint8_t> bytes) {
+    fuzz::require(stack_is_small, "the stack is small");
     const fuzz::memory_file file(bytes);
     try {
         check(kx::load_ap_config(file.path()));

@@ -52,6 +52,7 @@ bssid = "020000001001"
 def configurations():
     return [text.encode() for text in (ACCESS_POINT, ACCESS_POINT + OFFICE, ACCESS_POINT + OFFICE + GUEST,
                                        ACCESS_POINT + OFFICE + OFFICE, OFFICE, "", "[ap", ACCESS_POINT + "[[vap]]\n",
+                                       "a." * 2000 + "a = 1\n", "a = " + "[" * 200, "[" + "'a'." * 16 + "a]\n",
                                        'ap = { mac = "02:00:00:00:10:00" }\n' + ACCESS_POINT.split("\n", 2)[2])]
 
 
