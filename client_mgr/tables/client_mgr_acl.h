@@ -26,7 +26,7 @@ inline constexpr unsigned ACL_CACHE_SWEEP_SECS = 60;
 
 // One verdict. Integers in the host's order; indexes are -1 for none.
 struct acl_cache_entry {
-    // What add and update take from the caller.
+    // The data, which add and update copy from the caller's entry.
     mac_address acl_mac;   // the key
     char acl_mac_str[18];  // acl_mac as text; written by an add
     int32_t timestamp;     // seconds of time(): when the request was sent or the verdict arrived
@@ -51,15 +51,16 @@ void client_mgr_acl_cache_init(void);
 uint32_t client_mgr_acl_hash_func(const uint8_t *mac);
 int client_mgr_acl_bin_to_str(const uint8_t *mac, char *dst);
 
-// Adds the entry, or overwrites the one that holds its MAC address, however old. Returns the slot, or -1 when the cache
+// Adds the entry, or overwrites the entry of its MAC address, whatever its age. Returns the slot, or -1 when the cache
 // is full.
 int32_t client_mgr_acl_mac_add(const acl_cache_entry *e);
 
-// With idx -1 an add; with any other idx a copy into that slot, which must come from a lookup and is not checked.
+// Adds the entry when idx is -1. Otherwise copies the data into slot idx, which is not checked and must come from a
+// lookup of the same MAC address.
 void client_mgr_acl_mac_update(const acl_cache_entry *e, int32_t idx);
 
-// The entry of `mac` that is less than 30 seconds old, with its slot in *idx; null, with *idx untouched, when there is
-// none. A pending entry is returned like a verdict. As with client_tbl_client_get_fast, the pointer is for reading.
+// Returns the entry of `mac` that is less than 30 seconds old and stores its slot in *idx. When there is none, returns
+// null and leaves *idx as it is. Also returns pending entries. The entry is the cache's own.
 acl_cache_entry *client_mgr_acl_get_fast(const uint8_t *mac, int32_t *idx);
 
 // Frees the slot. Returns idx, or -1 when no entry is in it.

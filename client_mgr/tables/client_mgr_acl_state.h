@@ -1,4 +1,4 @@
-// The ACL cache's state, for the module and its tests alone.
+// The ACL cache's state, for the module and its tests.
 #ifndef CLIENT_MGR_TABLES_CLIENT_MGR_ACL_STATE_H
 #define CLIENT_MGR_TABLES_CLIENT_MGR_ACL_STATE_H
 

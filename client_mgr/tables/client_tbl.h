@@ -27,11 +27,11 @@ inline constexpr int32_t CLIENT_TBL_SIZE = 2048;
 
 // One client. Integers in the host's order; indexes are -1 for none.
 struct client_info {
-    // The client's data: what add and update take from the caller.
+    // The client's data, which add and update copy from the caller's record.
     mac_address cl_mac;       // the key
     char cl_mac_str[18];      // cl_mac as "02:00:00:00:10:00"; written by an add
     mac_address home_bssid;   // VAP of the client's home access point
-    mac_address assoc_bssid;  // VAP the client is on; zero for a client known by the controller's word alone
+    mac_address assoc_bssid;  // VAP the client is on; zero when only the controller reported the client
     int32_t home_vlan;
     int32_t assoc_vlan;  // of the VAP the client is on
     be32 cl_ip;          // IPv4 address
@@ -39,10 +39,10 @@ struct client_info {
     uint8_t pmk[32];
     uint32_t flag;  // CLIENT_FLAG_*
 
-    // The table's links; never taken from a caller.
+    // The table's links. Add and update ignore those of the caller's record.
     uint32_t hash_index;  // bucket; 0 on a free slot
-    int32_t hash_next;    // chain of the bucket, newest first; a lookup follows the same link in slot_key
-    int32_t hash_prev;
+    int32_t hash_next;    // the older neighbour in the bucket's chain
+    int32_t hash_prev;    // the newer neighbour in the bucket's chain
     int32_t next;         // used and deleted list: the newer neighbour; free list: the next free slot
     int32_t prev;         // used and deleted list: the older neighbour
     uint32_t entry_flag;  // CLIENT_TBL_ENTRY_*
@@ -60,17 +60,17 @@ uint32_t client_tbl_hash_func(const uint8_t *mac);
 // Writes `mac` as lower-case text with ':' and a NUL into `dst`, which has at least 18 bytes. Returns 17.
 int client_tbl_bin_to_str(const uint8_t *mac, char *dst);
 
-// Adds the client, or overwrites the data of the slot that holds its MAC address; cl_mac_str is made anew from cl_mac.
+// Adds the client, or overwrites the data of the slot with its MAC address. Writes the slot's cl_mac_str from cl_mac.
 // Returns the slot, or -1 when the table is full.
 int32_t client_tbl_mac_add(const client_info *info);
 
-// With idx -1 an add. With any other idx the data are copied into that slot as they stand: idx must come from a lookup
-// of the same MAC address and is not checked. `info` may be the slot itself.
+// Adds the client when idx is -1. Otherwise copies the data, cl_mac_str included, into slot idx, which is not checked
+// and must come from a lookup of the same MAC address. `info` may be the slot itself.
 void client_tbl_mac_update(const client_info *info, int32_t idx);
 
-// The record of `mac`, with its slot in *idx; null, with *idx untouched, when there is none. The pointer points into
-// the table and is for reading: changes go through client_tbl_mac_update, which keeps what a lookup searches in step
-// with the record. Once the client is deleted it shows an erased record: zero, and bssid_idx -1.
+// Returns the record of `mac` and stores its slot in *idx. When there is none, returns null and leaves *idx as it is.
+// The record is the table's own: a change takes effect at once, and later lookups compare with its cl_mac and follow
+// its hash_next. Once the client is deleted, its data are zero and bssid_idx is -1.
 client_info *client_tbl_client_get_fast(const uint8_t *mac, int32_t *idx);
 
 // Frees the slot. Returns idx, or -1 when no client is in it.

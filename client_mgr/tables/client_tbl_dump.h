@@ -11,7 +11,7 @@ extern "C" {
 // Writes one record as text. Returns the result of the last write.
 int client_tbl_print(FILE *f, const client_info *rec);
 
-// Writes every client, in slot order. Contains the keys: the stream must be the owner's alone.
+// Writes every client with its PMK, in slot order. Only the owner may be able to read the stream.
 void client_tbl_dump(FILE *f);
 }
 

@@ -70,8 +70,8 @@ void client_tbl_get_all(uint8_t *buf, uint32_t *len) {
     const trace_scope trace;
     uint32_t need = client_data_size;
     for (const client_info &rec : client_info_tbl) {
-        // Tested before every slot, used or not: a buffer that the stored records fill to the last byte gets no count
-        // back unless the last of them lies in the last slot.
+        // The test precedes every slot, used or not. So a buffer with room for exactly the stored records gets no
+        // count, unless the last slot is in use.
         if (need > *len) {
             CM_LOG(LOG_EVENT, "<<<<< No space left in the buffer");
             return;

@@ -1,4 +1,4 @@
-// The client table's state, for the module and its tests alone.
+// The client table's state, for the module and its tests.
 #ifndef CLIENT_MGR_TABLES_CLIENT_TBL_STATE_H
 #define CLIENT_MGR_TABLES_CLIENT_TBL_STATE_H
 

@@ -21,7 +21,7 @@ template <slot_table T>
 void hash_add(int32_t idx) {
     const trace_scope trace(T::names.hash_add);
     auto &s = at<T>(idx);
-    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg((s.*T::key).bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg(s.*T::key));
     int32_t &head = T::buckets[s.hash_index];
     s.hash_prev = NO_SLOT;
     s.hash_next = head;
@@ -37,7 +37,7 @@ template <slot_table T>
 void hash_delete(int32_t idx) {
     const trace_scope trace(T::names.hash_delete);
     const auto &s = at<T>(idx);
-    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg((s.*T::key).bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Client idx %d mac:" MAC_FMT, idx, mac_arg(s.*T::key));
     int32_t &head = T::buckets[mac_hash(s.*T::key)];
     if (s.hash_prev != NO_SLOT) {
         at<T>(s.hash_prev).hash_next = s.hash_next;
@@ -54,7 +54,7 @@ void hash_delete(int32_t idx) {
 template <slot_table T>
 int32_t find(const mac_address &mac) {
     const trace_scope trace(T::names.find);
-    CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, mac_arg(mac.bytes));
+    CM_LOG(LOG_EVENT, ">>> %s %d:Client mac:" MAC_FMT, T::names.find, __LINE__, mac_arg(mac));
     const uint32_t bucket = mac_hash(mac);
     // Comparing with a copy makes a full chain of 2048 slots 18 % faster (gcc 12, x86-64).
     const mac_address key = mac;

@@ -74,7 +74,7 @@ int32_t insert(const typename T::slot &rec) {
     at<T>(idx).entry_flag |= SLOT_USED;
     hash_add<T>(idx);
     used_list_add<T>(idx);
-    CM_LOG(LOG_EVENT, "<<<<< %s: Added client:" MAC_FMT ", idx %d", T::names.lock_add, mac_arg(mac.bytes), idx);
+    CM_LOG(LOG_EVENT, "<<<<< %s: Added client:" MAC_FMT ", idx %d", T::names.lock_add, mac_arg(mac), idx);
     return idx;
 }
 
@@ -82,15 +82,14 @@ template <slot_table T>
 int32_t overwrite_or_insert(const typename T::slot &rec) {
     const mac_address &mac = rec.*T::key;
     const trace_scope trace(T::names.lock_add);
-    CM_LOG(LOG_TRACE, ">>>>> Adding client:" MAC_FMT, mac_arg(mac.bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Adding client:" MAC_FMT, mac_arg(mac));
     const int32_t idx = find<T>(mac);
     if (idx == NO_SLOT) {
         return insert<T>(rec);
     }
     copy_data_and_write_text<T>(idx, rec);
     T::restore(idx);
-    CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.lock_add, mac_arg(mac.bytes),
-           idx);
+    CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.lock_add, mac_arg(mac), idx);
     return idx;
 }
 
@@ -100,9 +99,9 @@ template <slot_table T>
 int32_t add(const typename T::slot &rec) {
     const mac_address &mac = rec.*T::key;
     const trace_scope trace(T::names.add);
-    CM_LOG(LOG_TRACE, ">>>>> Adding cl mac:" MAC_FMT, mac_arg(mac.bytes));
+    CM_LOG(LOG_TRACE, ">>>>> Adding cl mac:" MAC_FMT, mac_arg(mac));
     const int32_t idx = overwrite_or_insert<T>(rec);
-    CM_LOG(LOG_TRACE, "Added client mac:" MAC_FMT ", cl idx %d", mac_arg(mac.bytes), idx);
+    CM_LOG(LOG_TRACE, "Added client mac:" MAC_FMT ", cl idx %d", mac_arg(mac), idx);
     return idx;
 }
 
@@ -111,15 +110,14 @@ template <slot_table T>
 void update(const typename T::slot &rec, int32_t idx) {
     const mac_address &mac = rec.*T::key;
     const trace_scope trace(T::names.update);
-    CM_LOG(LOG_TRACE, ">>>>> Updating client:" MAC_FMT " idx: %d", mac_arg(mac.bytes), idx);
+    CM_LOG(LOG_TRACE, ">>>>> Updating client:" MAC_FMT " idx: %d", mac_arg(mac), idx);
     if (idx == NO_SLOT) {
         add<T>(rec);
         return;
     }
     copy_data<T>(idx, rec);
     T::restore(idx);
-    CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.update, mac_arg(mac.bytes),
-           idx);
+    CM_LOG(LOG_EVENT, "<<<<< %s: Overwrite existing client:" MAC_FMT ", idx %d", T::names.update, mac_arg(mac), idx);
 }
 
 // --- delete

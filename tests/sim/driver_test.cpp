@@ -1,5 +1,6 @@
-#include "arrange.h"
 #include "client_mgr/neighbours/driver.h"
+
+#include "arrange.h"
 #include "daemon_steps.h"
 #include "sim_test.h"
 

@@ -1,7 +1,8 @@
+#include "client_mgr/clients/vaps.h"
+
 #include <cstring>
 
 #include "client_mgr/base/client_mgr_cfg.h"
-#include "client_mgr/clients/vaps.h"
 #include "vap_table.h"
 
 namespace sim {
