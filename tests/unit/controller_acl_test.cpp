@@ -1,4 +1,4 @@
-// The MAC access control lists and the file they are configured in.
+// The MAC access control lists and their configuration file.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -77,7 +77,7 @@ TEST(MacAcl, IsEdited) {
 
 struct wrong_file {
     const char *text;
-    const char *error;  // behind the file's name
+    const char *error;  // after the file's name
 };
 
 std::string load_error(const std::string &file) {

@@ -1,4 +1,4 @@
-// The operator's commands, and the control socket that carries them.
+// The operator's commands and the control socket.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -115,7 +115,7 @@ protected:
         client &operator=(const client &) = delete;
 
         bool connected() const { return connected_; }
-        // Sends as much as the socket takes; true when nothing is left.
+        // Sends until the socket is full. True when everything was sent.
         bool send(std::string &text) {
             const ssize_t size = ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL);
             text.erase(0, size > 0 ? static_cast<std::size_t>(size) : 0);

@@ -1,4 +1,4 @@
-// The controller over real tunnels: two access points' ends in the test, its own end as the program has it.
+// The controller over real tunnels. The test has the other ends, of two access points.
 #include <gtest/gtest.h>
 
 #include <iostream>
@@ -49,7 +49,7 @@ public:
         }
         return found;
     }
-    // How many objects have `key` with `value`.
+    // Number of objects in which `key` has `value`.
     long count(const char *key, const json &value) const {
         const auto all = objects();
         return std::count_if(all.begin(), all.end(),
@@ -89,7 +89,7 @@ protected:
     bool shows(const char *key, const json &value) {
         return rig_.run_until([&] { return shown_.count(key, value) > 0; });
     }
-    // An access point that has come up and reported that it has no stations.
+    // Connects an access point that reports no stations.
     void start(tunnel_end &end, const char *name, const mac_address &ap, const mac_address &bssid) {
         connect(end, name);
         ASSERT_TRUE(gets(end, record_type::req_bulk_info));

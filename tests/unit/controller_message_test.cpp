@@ -1,5 +1,4 @@
-// Every record of the controller protocol from bytes written out by hand, and what becomes of it when it is cut or
-// when one of its lengths lies.
+// Every record of the controller protocol from hand-written bytes: whole, cut, and with wrong lengths.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -54,7 +53,7 @@ struct golden {
     const char *test;
     direction sent;
     std::string hex;   // the whole message
-    std::string json;  // behind the opening and the access point
+    std::string json;  // after the access point's address
 };
 
 std::string header(const char *total) { return std::string("01 0e 00 0001 00 ") + total + "021122334455"; }
@@ -121,7 +120,7 @@ const golden goldens[] = {
 
 void PrintTo(const golden &one, std::ostream *to) { *to << one.test; }
 
-// The one malformation of a message that has nothing else.
+// The malformation of a message that has nothing else.
 malformation only_malformation(const bytes &content, direction sent = direction::to_controller) {
     const message decoded = decode(content, sent);
     EXPECT_EQ(decoded.items.size(), 1u);
@@ -303,7 +302,7 @@ TEST(AclRequest, WithDataPastTheirLengthIsMalformed) {
     const bytes request =
         from_hex(header("00bc") + "1b 04 00ae ffffffff" + acl_hex + "00000005 d1d2d3d4d5" + zeros(123));
     EXPECT_EQ(only_malformation(with(request, 65, 1)).offset, 65u);
-    const bytes longer = with(request, 58, 1);  // 261 bytes of which 128 travelled
+    const bytes longer = with(request, 58, 1);  // 261 bytes, of which 128 are in the record
     EXPECT_TRUE(std::holds_alternative<record>(decode(longer, direction::to_controller).items.at(0)));
 }
 

@@ -1,4 +1,4 @@
-// What the controller makes of messages that cross, of tunnels that come and go, and of its own restart.
+// Crossing messages, lost tunnels and restarts of the controller.
 #include <gtest/gtest.h>
 
 #include "tests/unit/controller_site_rig.h"
@@ -28,7 +28,7 @@ lines entry_for(const char *ap, const std::string &entry) {
     return {std::string(ap) + " CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS\n     client=s1 " + entry};
 }
 
-// As many stations of a10 as the driver lists.
+// The maximum number of stations of a10 that the driver lists.
 std::vector<station_at> crowd() {
     std::vector<station_at> stations;
     for (unsigned n = 0; n < 105; n++) {
@@ -37,7 +37,7 @@ std::vector<station_at> crowd() {
     return stations;
 }
 
-// How many ticks pass before A is asked for a report; more than 10 when it is not.
+// Number of ticks until a report is requested from A; 11 when none is requested within 10.
 int ticks_until_asked(site_rig &rig) {
     int ticks = 1;
     while (ticks <= 10 && rig.tick() != ask_a) {
@@ -46,7 +46,7 @@ int ticks_until_asked(site_rig &rig) {
     return ticks;
 }
 
-// s1 went from A to B and is back at A: the notice that it moved away may reach A before or after its return.
+// s1 moved from A to B and back to A. The notice of its move may reach A before or after its return.
 site_rig returned() {
     site_rig rig;
     rig.associates(A, a10, s1);
@@ -86,7 +86,7 @@ TEST(CrossedRemoval, ThatTookTheStationFromTheTableAloneGivesItBack) {
 
 TEST(CrossedRemoval, ThatTookTheStationLeavesNobody) {
     site_rig rig = returned();
-    EXPECT_EQ(rig.reports(A), nothing);  // one empty report may be a driver's failure
+    EXPECT_EQ(rig.reports(A), nothing);  // one empty report may result from a driver failure
     EXPECT_EQ(rig.site.unsettled(), 1u);
     EXPECT_EQ(rig.tick(), ask_a);
     EXPECT_EQ(rig.reports(A), remove_from("B", "s1"));
@@ -111,7 +111,8 @@ TEST(CrossedRemoval, OfAGuestKeepsItWaiting) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
 }
 
-// What the access point said before it took the notice, like its late use of an answer, moves nobody.
+// A record that the access point sent before it processed the notice, such as a late roam from an answer, moves no
+// client.
 TEST(CrossedRemoval, AndALateRoamMoveNobody) {
     site_rig rig;
     rig.associates(B, b20, s1);
@@ -173,7 +174,7 @@ TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
     site_rig rig = returned();
     rig.associates(A, a10, s2);
     rig.associates(B, b10, s2);
-    EXPECT_EQ(rig.associates(A, a10, s2), nothing);  // a report is awaited already
+    EXPECT_EQ(rig.associates(A, a10, s2), nothing);  // a report is already awaited
     EXPECT_EQ(rig.reports(A, {{a10, s1, ip1}, {a10, s2, ip1}}),
               (lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10", ask_a[0]}));
     EXPECT_EQ(rig.where(s2), s1_at_b);
@@ -181,7 +182,7 @@ TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
     EXPECT_EQ(rig.where(s2), s1_home);
 }
 
-// A kind of notice that the station is elsewhere, which A takes after it said that the station is back.
+// A processes the notice that the station is elsewhere after it reported the station's return.
 TEST(CrossedMoveToAnotherVlan, IsPutRight) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
@@ -224,7 +225,7 @@ TEST(CrossedAnswer, WithoutTheAddressIsPutRight) {
     EXPECT_EQ(rig.tick(), nothing);
 }
 
-// An association cannot give the address back that the daemon has lost without letting the guest in.
+// Only an answer could restore the lost address, and an answer would let the guest in.
 TEST(Guest, ThatWaitsIsToldOfOnce) {
     site_rig rig({A, B});
     rig.associates(A, a10, s1, ip1);
@@ -241,7 +242,7 @@ TEST(CrossedAnswer, IsPutRight) {
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.fetches(B, b20, s1).size(), 1u);
     rig.associates(B, b20, s1);
-    rig.roams_in(B, b20, s1, b20, ip1);  // what the answer made of it
+    rig.roams_in(B, b20, s1, b20, ip1);  // results from the answer
     EXPECT_EQ(rig.tick(), entry_for("B", "home_bssid=b20 bssid=b20 home_vlan=20 ip=10.0.0.1 flags=0"));
 }
 

@@ -1,6 +1,5 @@
-// A site of three access points for the tests of the controller's rules: A has the VAPs a10 and a20, B b10 and b20, and
-// C c10 and c30, each on the VLAN of its number; s1, s2 and s3 are stations. What the site sends is read as text with
-// these names.
+// A site of three access points: A has the VAPs a10 and a20, B has b10 and b20, and C has c10 and c30, each on the VLAN
+// of its number. s1, s2 and s3 are stations. The site's messages are compared as text with these names.
 #ifndef TESTS_UNIT_CONTROLLER_SITE_RIG_H
 #define TESTS_UNIT_CONTROLLER_SITE_RIG_H
 
@@ -42,12 +41,12 @@ struct station_at {
 
 class site_rig {
 public:
-    // With access points that have reported no stations yet.
+    // The access points in `up` have reported that they have no stations.
     explicit site_rig(const std::vector<mac_address> &up = {A, B, C}, controller::mac_acl acl = {});
 
     controller::site site;
 
-    // What the access points send; each returns what the site sends because of it.
+    // Records of the access points. Each function returns the site's messages in reaction.
     lines associates(const mac_address &ap, const mac_address &bssid, const mac_address &station, std::uint32_t ip = 0);
     lines roams_in(const mac_address &ap, const mac_address &bssid, const mac_address &station,
                    const mac_address &last_bssid, std::uint32_t ip = 0);
@@ -58,7 +57,7 @@ public:
     lines adds_pmk(const mac_address &ap, const mac_address &bssid, const mac_address &station, std::uint8_t pmk);
     lines fetches_pmk(const mac_address &ap, const mac_address &bssid, const mac_address &station);
     lines fetches(const mac_address &ap, const mac_address &bssid, const mac_address &station);
-    // Its two VAPs with these stations.
+    // A report of the access point's two VAPs with these stations.
     lines reports(const mac_address &ap, const std::vector<station_at> &stations = {});
 
     lines comes_up(const mac_address &ap, const std::vector<station_at> &stations = {});

@@ -1,4 +1,4 @@
-// The controller's rules for one event at a time.
+// The site's reactions to single events.
 #include <gtest/gtest.h>
 
 #include "controller/render.h"
@@ -21,7 +21,7 @@ std::string moved_to_vlan(const char *ap, const char *home, const char *new_bssi
            " new_bssid=" + new_bssid + " new_vlan=" + vlan;
 }
 
-// A list of one client, as it is read.
+// The text of a list of one client.
 std::string list(const std::string &head, const std::string &entry) { return head + "\n     " + entry; }
 
 std::string remove_s1(const char *ap) {
@@ -320,7 +320,7 @@ TEST(List, MakesTheAccessPointDropTheClientWhenItLeaves) {
     site_rig rig;
     rig.associates(A, a10, s1);
     static_cast<void>(rig.site.send_list(C));
-    rig.associates(B, b10, s1);  // which does not concern C
+    rig.associates(B, b10, s1);  // C gets no message
     EXPECT_EQ(rig.leaves(B, b10, s1), lines{remove_s1("C")});
 }
 

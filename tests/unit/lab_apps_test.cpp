@@ -1,4 +1,4 @@
-// What the lab's captive-portal application and hostapd make of the daemon's messages.
+// Decoding of the daemon's messages to the captive portal and of its commands to hostapd.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Link headers and frames: what the radio makes of the bytes of a capture.
+// Parsing of link headers and frames.
 #include <gtest/gtest.h>
 
 #include "lab/radio/association_tracker.h"
@@ -155,8 +155,8 @@ TEST(radio_frame, finds_a_name_and_takes_zeros_for_a_hidden_one) {
     EXPECT_FALSE(radio::parse_network_body(raw(3), 4));
 }
 
-// A frame that is cut is either seen to be malformed, or was cut where it could have ended: no piece of one makes
-// another event than the whole.
+// A cut frame is malformed, or it was cut where it could have ended. No part of a frame gives a different event than
+// the whole.
 TEST(radio_frame, cut_at_every_length_is_counted_or_means_the_same) {
     const std::vector<raw> frames = {association_request(anna, office, 1, "office"),
                                      association_response(anna, office, 2, 0),
@@ -173,7 +173,7 @@ TEST(radio_frame, cut_at_every_length_is_counted_or_means_the_same) {
         std::vector<radio::air_event> expected;
         ASSERT_FALSE(of_whole.receive(whole, false, expected));
         for (std::size_t length = 0; length < whole.size(); ++length) {
-            // In memory of its own, so that a read past its end is noticed.
+            // A separate allocation, so that a sanitizer detects a read past its end.
             const raw piece(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
             radio::association_tracker of_piece;
             std::vector<radio::air_event> events;

@@ -1,4 +1,4 @@
-// 802.11 frames for the radio's tests, written as they lie on the air.
+// 802.11 frames for the radio's tests, in the byte order of the air.
 #ifndef TESTS_UNIT_RADIO_FRAMES_H
 #define TESTS_UNIT_RADIO_FRAMES_H
 
@@ -75,7 +75,7 @@ inline raw departure(std::uint8_t kind, const kx::mac_address &receiver, const k
     return make_frame(kind, 0, receiver, transmitter, bssid, sequence, word16(reason));
 }
 
-// RFC 1042 header and an ARP packet of `sender`, as the station sends it to its access point.
+// A data frame from the station to its access point with an ARP packet of `sender`.
 inline raw arp(const kx::mac_address &station, const kx::mac_address &bssid, const kx::mac_address &sender,
                std::initializer_list<std::uint8_t> ip) {
     return make_frame(0x08, 0x01, bssid, station, radio::broadcast, 20,
@@ -83,7 +83,7 @@ inline raw arp(const kx::mac_address &station, const kx::mac_address &bssid, con
                           raw(6) + raw{10, 0, 10, 1});
 }
 
-// A DHCP message to the station, from its access point: BOOTP reply, message type `type`, address `ip`.
+// A data frame from the access point to the station with a DHCP reply of type `type` for the address `ip`.
 inline raw dhcp(const kx::mac_address &client, const kx::mac_address &bssid, std::uint8_t type,
                 std::initializer_list<std::uint8_t> ip) {
     const raw bootp = raw{2, 1, 6, 0, 0x12, 0x34, 0x56, 0x78} + raw(8) + raw(ip) + raw(8) + as_bytes(client) +

@@ -1,4 +1,4 @@
-// The radio as a process, with the test as its daemon.
+// The radio as a process. The test takes the daemon's place.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -127,7 +127,7 @@ TEST_F(radio_process_test, loses_nothing_when_the_daemon_is_slow) {
     kx::ipc_socket daemon = kx::ipc_socket::open(kx::endpoint_client_mgr);
     child_process radio(scenario_command(crowd(700)));
     load_vaps();
-    // The queue is full when no more is reported for longer than the radio pauses between two attempts.
+    // The queue is full when the radio reports nothing for longer than its pause between two attempts.
     std::size_t reported = 0;
     ASSERT_TRUE(eventually([&] { return reported == std::exchange(reported, radio.output().size()) && reported > 0; }));
     EXPECT_EQ(receive(daemon, 1400), crowd_messages(0, 700));
@@ -147,7 +147,7 @@ TEST_F(radio_process_test, holds_events_back_until_a_restarted_daemon_is_ready) 
     EXPECT_EQ(ask_stations(observer)["state"], "playing");
     EXPECT_FALSE(daemon->receive());
     EXPECT_EQ(ask_driver("wlan1", SIOCGIFHWADDR).error, 0);
-    // What the first daemon had in its queue is lost with it; from there on everything comes, in order.
+    // The first daemon's queue is lost with it. All later messages arrive in order.
     strings got = receive(*daemon, 1);
     const auto all = crowd_messages(0, stations);
     const auto first = std::ranges::find(all, got.at(0));

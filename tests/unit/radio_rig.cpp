@@ -43,7 +43,7 @@ bool eventually(const std::function<bool()> &done) {
 }
 
 child_process::child_process(const std::vector<std::string> &command) {
-    // A file, not a pipe: a program must not wait for a test that is not reading.
+    // A file, because a program would block on a pipe that the test does not read.
     output_fd_ = memfd_create("output", MFD_CLOEXEC);
     if (output_fd_ < 0) {
         throw std::runtime_error("memfd_create");

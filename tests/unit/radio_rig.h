@@ -1,4 +1,4 @@
-// The radio as a process, and the test in the place of the daemon.
+// The radio as a process, and the test in the daemon's place.
 #ifndef TESTS_UNIT_RADIO_RIG_H
 #define TESTS_UNIT_RADIO_RIG_H
 
@@ -13,7 +13,7 @@
 
 #include "common/local_ipc.h"
 
-// A running program: its standard output and error arrive line by line.
+// A running program with its standard output and error.
 class child_process {
 public:
     explicit child_process(const std::vector<std::string> &command);
@@ -24,7 +24,7 @@ public:
     void signal(int number) const;
     // The exit status, or -1 when it did not end in time.
     int wait();
-    // Everything it has written so far.
+    // Its output so far.
     const std::string &output();
 
 private:
@@ -57,13 +57,13 @@ private:
     int fd_ = -1;
 };
 
-// One request over a connection of its own, as the ioctl of the port makes it.
+// One request over a connection of its own.
 driver_reply ask_driver(const std::string &ifname, unsigned long request, const std::vector<std::uint8_t> &data = {});
 
 // Waits for the next message; none when none arrives in time.
 std::optional<kx::ipc_message> next_message(kx::ipc_socket &endpoint);
 
-// Asks the radio for its stations over `from_socket`, all pages together.
+// Requests all pages of the radio's stations through `from_socket`.
 nlohmann::json ask_stations(kx::ipc_socket &from_socket);
 
 bool eventually(const std::function<bool()> &done);

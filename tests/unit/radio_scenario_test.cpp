@@ -1,4 +1,4 @@
-// Scenarios: what a file may say, what an access point's radio plays of it, and the files that are made from a seed.
+// Scenarios: parsing of the file, one access point's part of it, and generation from a seed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -35,7 +35,7 @@ class radio_scenario : public private_root {
 protected:
     radio::scenario load(const std::string &text) { return radio::load_scenario(write_file("s.toml", text)); }
 
-    // Without the file's directory.
+    // The error without the file's directory.
     std::string error_of(const std::string &text) {
         try {
             load(text);
@@ -175,7 +175,7 @@ TEST_F(radio_scenario, the_same_seed_gives_the_same_bytes) {
     EXPECT_NE(radio::make_scenario(plan), radio::make_scenario(other));
 }
 
-// std::mt19937_64 is the same everywhere (its 10000th number is in the standard), and so is what is made of it.
+// std::mt19937_64 gives the same numbers everywhere (the standard has its 10000th number), so the file is the same too.
 TEST_F(radio_scenario, a_seed_means_the_same_on_every_machine) {
     const std::string text = radio::make_scenario({.access_points = 2, .stations = 1, .seconds = 20, .seed = 1});
     EXPECT_EQ(text.substr(text.find("[[station]]")),

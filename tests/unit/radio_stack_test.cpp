@@ -1,4 +1,4 @@
-// What the radio reports to the daemon, and how it answers the driver's requests.
+// The radio's notifications to the daemon and its answers to driver requests.
 #include "lab/radio/radio_stack.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ kx::vap_config make_vap(const char *ifname, const kx::mac_address &bssid, std::u
     return vap;
 }
 
-// In the host's order, as the daemon's ioctl hands it over.
+// In the host's byte order, as in the daemon's ioctl.
 raw mlme(const kx::mac_address &client, std::uint8_t operation = 2) {
     const std::uint16_t reason = 1;
     raw body = {operation, 0, 0, 0};
@@ -56,7 +56,7 @@ protected:
                       now_);
     }
 
-    // What was reported since the last call: the names of the events.
+    // The names of the events that were reported since the last call.
     std::vector<std::string> reported() {
         std::vector<std::string> names;
         for (const radio::report &each : reports_) {
@@ -238,7 +238,7 @@ TEST_F(radio_stack_test, lists_as_many_stations_as_an_answer_holds) {
 
 class radio_acl : public radio_stack_test {
 protected:
-    // The opaque data of the question that was asked last.
+    // The opaque data of the last question.
     raw question() {
         EXPECT_EQ(reported().back(), "acl_question");
         const radio::notification &asked = messages_.back();

@@ -1,4 +1,4 @@
-// Which exchanges between stations and access points are events.
+// The events that result from exchanges between stations and access points.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -80,7 +80,7 @@ TEST_F(radio_tracker, takes_a_repetition_whose_original_was_not_heard) {
     EXPECT_EQ(play({association_response(anna, office, 9, 0, retry)}), lines{"association " + anna_at_office});
 }
 
-// Two frames between which the access point answered another station are still the same exchange.
+// A response to another station in between does not separate two frames of an exchange.
 TEST_F(radio_tracker, knows_retransmissions_per_receiver) {
     EXPECT_EQ(play({association_response(anna, office, 9, 0), association_response(ben, office, 10, 0),
                     association_response(anna, office, 9, 0, retry)}),
@@ -208,7 +208,7 @@ TEST(radio_capture, names_what_is_wrong_with_a_file) {
     EXPECT_THROW(radio::capture_source(RADIO_SOURCE_DIR "/README.md"), std::runtime_error);
 }
 
-// Captures of others' traffic, beside the repository; read frame by frame with another program for these lists.
+// Captures from outside the repository. The lists were made frame by frame with another program.
 class radio_shared_captures : public testing::Test {
 protected:
     void SetUp() override {
@@ -227,7 +227,7 @@ TEST_F(radio_shared_captures, induction) {
     EXPECT_EQ(played.events, (lines{
                                  // Frames 78 to 84: authentication, request, response of status 0.
                                  "association 00:0d:93:82:36:3a 00:0c:41:82:b2:55",
-                                 // Frame 1050: disassociation by the station. Its addresses travel encrypted.
+                                 // Frame 1050: disassociation by the station. Its IP addresses are encrypted.
                                  "departure 00:0d:93:82:36:3a 00:0c:41:82:b2:55 by station 8",
                              }));
     EXPECT_EQ(played.counters.frames, 1093U);
@@ -244,7 +244,7 @@ TEST_F(radio_shared_captures, fast_transition) {
                   "reassociation 02:00:00:00:02:00 02:00:00:00:01:00 from 02:00:00:00:00:00",
               }));
     ASSERT_EQ(played.vaps.size(), 2U);
-    EXPECT_EQ(played.vaps[0].ssid, "wireshark-ft-psk");  // there is no beacon: from the requests
+    EXPECT_EQ(played.vaps[0].ssid, "wireshark-ft-psk");  // from the requests; there is no beacon
     EXPECT_EQ(played.vaps[0].vlan, played.vaps[1].vlan);
 }
 
