@@ -4,6 +4,7 @@
 #include <array>
 #include <tuple>
 
+#include "apd/controller_message.h"
 #include "apd/log.h"
 #include "apd/vap_changes.h"
 #include "common/ipv4.h"
@@ -35,6 +36,7 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
       config_(kx::load_ap_config(config_file_)),
       service_manager_(base),
       lost_(base, "messages of client_mgr dropped: there is no tunnel"),
+      refused_(base, "malformed messages from the controller refused"),
       link_(base, {[this] { tunnel_up(); }, [this] { tunnel_down(); },
                    [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                        controller_message_rcvd(destination, message);
@@ -110,10 +112,22 @@ void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::sp
         log_line("dropped a message from the controller to unknown peer " + std::to_string(destination));
         return;
     }
+    if (const char *fault = find_fault(message); fault != nullptr) {
+        refuse(fault);
+        return;
+    }
     inbox_.send_controller_message(message);
     if (inbox_.is_full()) {
         link_.set_reading(false);
     }
+}
+
+void platform_daemon::refuse(const char *fault) {
+    if (refused_.total() == 0) {
+        report(std::string("refused a message from the controller: ") + fault);
+    }
+    refused_.add(1);
+    publish_status();
 }
 
 bool platform_daemon::daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
@@ -174,7 +188,8 @@ void platform_daemon::reload() {
 
 void platform_daemon::publish_status() {
     std::string tunnel = link_.is_up() ? "tunnel to " + kx::format_ipv4(link_.controller_ip()) + " up" : "no tunnel";
-    service_manager::notify("STATUS=" + tunnel + ", " + monitor_.status());
+    std::string refused = refused_.total() == 0 ? "" : ", " + std::to_string(refused_.total()) + " messages refused";
+    service_manager::notify("STATUS=" + tunnel + ", " + monitor_.status() + refused);
 }
 
 }  // namespace apd

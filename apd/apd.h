@@ -35,6 +35,7 @@ private:
     void tunnel_up();
     void tunnel_down();
     void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    void refuse(const char *fault);
     bool daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
     void report_link_to_daemon();
     void send_status(std::uint32_t status, std::uint32_t ctrl_ip);
@@ -47,6 +48,7 @@ private:
     kx::ap_config config_;
     service_manager service_manager_;
     loss_counter lost_;
+    loss_counter refused_;
     controller_link link_;
     daemon_inbox inbox_;
     monitor monitor_;

@@ -25,7 +25,9 @@ public:
             timer_.start(std::chrono::seconds(1));
         }
         lost_ += count;
+        total_ += count;
     }
+    std::size_t total() const { return total_; }
 
 private:
     void flush() {
@@ -35,7 +37,8 @@ private:
     }
 
     std::string text_;
-    std::size_t lost_ = 0;
+    std::size_t lost_ = 0;  // since the last line
+    std::size_t total_ = 0;
     watch timer_;
 };
 

@@ -18,8 +18,10 @@ namespace {
 
 using bytes = std::vector<std::uint8_t>;
 
+// Of version 0, so that apd does not read its records. `number` has 24 bits.
 bytes numbered(std::uint32_t number, std::size_t size) {
     bytes message(size, static_cast<std::uint8_t>(number));
+    number <<= 8;
     std::memcpy(message.data(), &number, sizeof(number));
     return message;
 }
@@ -251,6 +253,21 @@ TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_read_them) {
     ASSERT_TRUE(accepted.send({1}));
     ASSERT_TRUE(accepted.send(bytes(16384)));
     EXPECT_TRUE(logged("2 messages from the controller dropped"));
+}
+
+TEST_F(apd_test, refuses_malformed_messages_from_the_controller) {
+    start_site();
+    const bytes endless = {1, 14, 0, 0xff, 0xff, 0, 0, 18, 0, 0, 0, 0, 0, 0, 10, 0, 0, 0};
+    for (int i = 0; i < 3; i++) {
+        ASSERT_TRUE(accepted.send(endless));
+    }
+    ASSERT_TRUE(accepted.send({7}));
+    auto message = next_message();
+    ASSERT_TRUE(message.has_value());
+    EXPECT_EQ(message->payload.back(), 7);
+    EXPECT_TRUE(logged("3 malformed messages from the controller refused"));
+    EXPECT_EQ(syslog_lines().front(), "refused a message from the controller: a record is shorter than its header");
+    EXPECT_EQ(syslog_lines().size(), 2U);
 }
 
 TEST_F(apd_test, ends_the_tunnel_with_its_daemon_and_makes_a_new_one_for_the_next) {
