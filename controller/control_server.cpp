@@ -1,5 +1,6 @@
 #include "controller/control_server.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,7 +17,9 @@ namespace controller {
 namespace {
 
 constexpr std::size_t connections_max = 64;
+constexpr int backlog = 128;  // an operator who does not wait is turned away when it is full
 constexpr timeval idle_limit = {10, 0};
+constexpr timeval accept_pause = {1, 0};
 
 [[noreturn]] void fail(const std::string &path, const std::string &why) {
     throw std::runtime_error("control socket " + path + ": " + why);
@@ -79,7 +82,10 @@ int bind_privately(int fd, const kx::ipc_address &address) {
 }  // namespace
 
 control_server::control_server(event_base *base, std::string path, handler answer)
-    : base_(base), path_(std::move(path)), answer_(std::move(answer)) {
+    : base_(base),
+      path_(std::move(path)),
+      answer_(std::move(answer)),
+      pause_(event_new(base, -1, 0, on_pause_end, this)) {
     if (path_.empty()) {
         fail(path_, "the path is empty");
     }
@@ -93,22 +99,71 @@ control_server::control_server(event_base *base, std::string path, handler answe
         static_cast<control_server *>(self)->accept(fd);
     };
     listener_.reset(
-        evconnlistener_new(base, accepted, this, LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, 16, made.get()));
+        evconnlistener_new(base, accepted, this, LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, backlog, made.get()));
     if (!listener_) {
         fail(path_, "cannot listen");
     }
     static_cast<void>(made.release());
+    evconnlistener_set_error_cb(listener_.get(), on_accept_error);
+    refill_reserve();
 }
 
-control_server::~control_server() { unlink(path_.c_str()); }
+control_server::~control_server() {
+    while (!connections_.empty()) {
+        drop(connections_.front().get());
+    }
+    if (reserve_ >= 0) {
+        ::close(reserve_);
+    }
+    unlink(path_.c_str());
+}
 
-void control_server::accept(int fd) {
-    if (!is_trusted(fd) || connections_.size() >= connections_max) {
-        ::close(fd);
+void control_server::refill_reserve() {
+    if (reserve_ < 0) {
+        reserve_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+}
+
+// When a connection uses the reserve, closes the oldest one first. Returns -1 when that was of no help.
+int control_server::accept_with_reserve() {
+    if (reserve_ < 0 && !connections_.empty()) {
+        drop(connections_.front().get());
+    }
+    if (reserve_ >= 0) {
+        ::close(std::exchange(reserve_, -1));
+    }
+    return accept4(evconnlistener_get_fd(listener_.get()), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+}
+
+// Without the pause the loop would try again at once, for as long as descriptors are short.
+void control_server::on_accept_error(evconnlistener *listener, void *self) {
+    auto *const of = static_cast<control_server *>(self);
+    if (const int fd = of->accept_with_reserve(); fd >= 0) {
+        of->accept(fd);
         return;
     }
-    bufferevent *made = bufferevent_socket_new(base_, fd, BEV_OPT_CLOSE_ON_FREE);
-    connections_.emplace(made, made);
+    of->refill_reserve();
+    evconnlistener_disable(listener);
+    event_add(of->pause_.get(), &accept_pause);
+}
+
+void control_server::on_pause_end(evutil_socket_t, short, void *self) {
+    auto *const of = static_cast<control_server *>(self);
+    of->refill_reserve();
+    evconnlistener_enable(of->listener_.get());
+}
+
+void control_server::accept(int fd) {
+    if (!is_trusted(fd)) {
+        ::close(fd);
+        refill_reserve();
+        return;
+    }
+    if (connections_.size() >= connections_max) {
+        drop(connections_.front().get());
+    }
+    bufferevent *made = bufferevent_socket_new(base_, fd, 0);
+    connections_.emplace_back(made);
     const auto readable = [](bufferevent *from, void *self) { static_cast<control_server *>(self)->read(from); };
     const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
     bufferevent_setcb(made, readable, nullptr, ended, this);
@@ -135,6 +190,13 @@ void control_server::read(bufferevent *from) {
     bufferevent_setcb(from, nullptr, written, ended, this);
 }
 
-void control_server::drop(bufferevent *gone) { connections_.erase(gone); }
+// libevent would close the descriptor later, when another connection may have come. The reserve needs it now.
+void control_server::drop(bufferevent *gone) {
+    const int fd = bufferevent_getfd(gone);
+    bufferevent_disable(gone, EV_READ | EV_WRITE);
+    connections_.remove_if([gone](const kx::bufferevent_ptr &each) { return each.get() == gone; });
+    ::close(fd);
+    refill_reserve();
+}
 
 }  // namespace controller

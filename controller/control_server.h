@@ -1,10 +1,13 @@
 // The controller's control socket: AF_UNIX, accessible to its owner only. One connection carries one command, a line of
 // words, and its answer: a line "ok" followed by the command's output, or a line "error <reason>".
+//
+// One descriptor is kept in reserve, so that an operator is served when the process has no others left. When the
+// maximum number of connections is reached, the oldest is closed for each new one.
 #ifndef CONTROLLER_CONTROL_SERVER_H
 #define CONTROLLER_CONTROL_SERVER_H
 
 #include <functional>
-#include <map>
+#include <list>
 #include <string>
 
 #include "common/event_ptr.h"
@@ -27,7 +30,11 @@ public:
     control_server &operator=(const control_server &) = delete;
 
 private:
+    static void on_accept_error(evconnlistener *, void *self);
+    static void on_pause_end(evutil_socket_t, short, void *self);
+    int accept_with_reserve();
     void accept(int fd);
+    void refill_reserve();
     void read(bufferevent *from);
     void drop(bufferevent *gone);
 
@@ -35,7 +42,9 @@ private:
     std::string path_;
     handler answer_;
     kx::listener_ptr listener_;
-    std::map<bufferevent *, kx::bufferevent_ptr> connections_;
+    kx::event_ptr pause_;
+    int reserve_ = -1;                            // descriptor; -1 while a connection uses it
+    std::list<kx::bufferevent_ptr> connections_;  // the oldest first
 };
 
 }  // namespace controller

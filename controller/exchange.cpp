@@ -16,13 +16,24 @@ tunnels::callbacks exchange::callbacks() {
         .on_message = [this](tunnel_id id, std::span<const std::uint8_t> content) { received(id, content); },
         .on_down = [this](tunnel_id id, const std::string &reason) { went_down(id, reason); },
         .on_refused = [this](const peer &other, const std::string &reason) { output_.tunnel_refused(other, reason); },
-        .on_accept_error = [this](const std::string &reason) { output_.note("cannot accept a tunnel: " + reason); },
+        .on_accept_error =
+            [this](const std::string &reason) {
+                counters_.accept_errors++;
+                accept_errors_.add("cannot accept a tunnel: " + reason);
+            },
+        .on_displaced =
+            [this](const peer &other) {
+                counters_.displaced++;
+                displaced_.add("too many connections without a certificate: closed the oldest, " + other.address);
+            },
     };
 }
 
 void exchange::tick() {
     records_last_second_ = counters_.records - records_at_last_tick_;
     records_at_last_tick_ = counters_.records;
+    accept_errors_.tick();
+    displaced_.tick();
     if (site_) {
         send(site_->tick());
         if (++ticks_ % ticks_to_repeat == 0) {

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "controller/access_points.h"
+#include "controller/flood_note.h"
 #include "controller/message.h"
 #include "controller/output.h"
 #include "controller/site.h"
@@ -16,7 +17,9 @@ namespace controller {
 struct counters {
     std::uint64_t records = 0;  // received
     std::uint64_t malformed = 0;
-    std::uint64_t sent = 0;  // messages
+    std::uint64_t sent = 0;           // messages
+    std::uint64_t displaced = 0;      // connections without a certificate that made room for newer ones
+    std::uint64_t accept_errors = 0;  // at most one a second
 };
 
 class exchange {
@@ -59,6 +62,8 @@ private:
     tunnels *tunnels_ = nullptr;
     access_points access_points_;
     counters counters_;
+    flood_note accept_errors_{[this](const std::string &text) { output_.note(text); }};
+    flood_note displaced_{[this](const std::string &text) { output_.note(text); }};
     std::uint64_t records_at_last_tick_ = 0;
     std::uint64_t records_last_second_ = 0;
     unsigned ticks_ = 0;

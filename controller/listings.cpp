@@ -124,7 +124,9 @@ listing list_stats(exchange &with) {
                   {"records", with.counts().records},
                   {"records_per_second", with.records_per_second()},
                   {"malformed", with.counts().malformed},
-                  {"messages_sent", with.counts().sent}},
+                  {"messages_sent", with.counts().sent},
+                  {"connections_displaced", with.counts().displaced},
+                  {"accept_errors", with.counts().accept_errors}},
                  ""};
     if (const site *known = with.managed_site()) {
         made.json.update(json{{"clients", known->clients().size()},

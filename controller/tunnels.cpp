@@ -1,10 +1,13 @@
 #include "controller/tunnels.h"
 
 #include <netdb.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -15,13 +18,27 @@ namespace {
 // Destination of the client manager's messages. Frames for other destinations are ignored.
 constexpr std::uint32_t client_manager_destination = 106;
 
-std::string format_address(const sockaddr *address, socklen_t length) {
+constexpr timeval accept_pause = {1, 0};
+constexpr std::size_t waiting_of_host_max = 64;
+
+// Leaves three quarters of the descriptors to the tunnels that are up.
+std::size_t limit_of_waiting() {
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    return std::clamp<rlim_t>(descriptors.rlim_cur / 4, 1, 256);
+}
+
+struct host_and_port {
+    std::string host, port;
+};
+
+host_and_port split_address(const sockaddr *address, socklen_t length) {
     char host[NI_MAXHOST];
     char port[NI_MAXSERV];
     if (getnameinfo(address, length, host, sizeof(host), port, sizeof(port), NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
-        return "unknown address";
+        return {"unknown address", "0"};
     }
-    return address->sa_family == AF_INET6 ? '[' + std::string(host) + "]:" + port : std::string(host) + ':' + port;
+    return {address->sa_family == AF_INET6 ? '[' + std::string(host) + ']' : host, port};
 }
 
 struct address_list {
@@ -56,13 +73,15 @@ std::uint16_t local_port(int fd) {
 
 tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
                  callbacks handlers)
-    : base_(base), tls_(std::move(tls)), handlers_(std::move(handlers)) {
+    : base_(base),
+      tls_(std::move(tls)),
+      handlers_(std::move(handlers)),
+      pause_(event_new(base, -1, 0, on_pause_end, this)),
+      waiting_max_(limit_of_waiting()) {
     const address_list list(address, port);
     const auto accepted = [](evconnlistener *, evutil_socket_t fd, sockaddr *from, int length, void *self) {
-        static_cast<tunnels *>(self)->accept(fd, format_address(from, static_cast<socklen_t>(length)));
-    };
-    const auto failed = [](evconnlistener *, void *self) {
-        static_cast<tunnels *>(self)->handlers_.on_accept_error(std::strerror(errno));
+        const auto [host, port_text] = split_address(from, static_cast<socklen_t>(length));
+        static_cast<tunnels *>(self)->accept(fd, host, port_text);
     };
     listener_.reset(evconnlistener_new_bind(base, accepted, this,
                                             LEV_OPT_CLOSE_ON_FREE | LEV_OPT_REUSEABLE | LEV_OPT_CLOSE_ON_EXEC, -1,
@@ -71,7 +90,7 @@ tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::stri
         throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                                  std::strerror(errno));
     }
-    evconnlistener_set_error_cb(listener_.get(), failed);
+    evconnlistener_set_error_cb(listener_.get(), on_accept_error);
     port_ = local_port(evconnlistener_get_fd(listener_.get()));
 }
 
@@ -89,10 +108,53 @@ void tunnels::close(tunnel_id which, const std::string &reason) {
     }
 }
 
-void tunnels::accept(int fd, const std::string &address) {
+// Without the pause the loop would try again at once, for as long as descriptors are short.
+void tunnels::on_accept_error(evconnlistener *, void *self) {
+    const int error = errno;
+    auto *const of = static_cast<tunnels *>(self);
+    evconnlistener_disable(of->listener_.get());
+    event_add(of->pause_.get(), &accept_pause);
+    of->handlers_.on_accept_error(std::strerror(error));
+}
+
+void tunnels::on_pause_end(evutil_socket_t, short, void *self) {
+    evconnlistener_enable(static_cast<tunnels *>(self)->listener_.get());
+}
+
+void tunnels::make_room(const std::string &host) {
+    std::size_t waiting = 0;
+    std::size_t waiting_of_host = 0;
+    std::optional<tunnel_id> oldest;
+    std::optional<tunnel_id> oldest_of_host;
+    for (const auto &[id, each] : tunnels_) {
+        if (each.up) {
+            continue;
+        }
+        waiting++;
+        oldest = oldest.value_or(id);
+        if (each.host == host) {
+            waiting_of_host++;
+            oldest_of_host = oldest_of_host.value_or(id);
+        }
+    }
+    if (waiting_of_host >= waiting_of_host_max) {
+        displace(*oldest_of_host);
+    } else if (waiting >= waiting_max_) {
+        displace(*oldest);
+    }
+}
+
+void tunnels::displace(tunnel_id which) {
+    const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    handlers_.on_displaced(gone.other);
+}
+
+void tunnels::accept(int fd, const std::string &host, const std::string &port) {
+    make_room(host);
     const tunnel_id id = ++last_;
     tunnel &added = tunnels_[id];
-    added.other.address = address;
+    added.host = host;
+    added.other.address = host + ':' + port;
     added.connection = kx::tunnel_connection::accept(
         base_, tls_.get(), fd,
         {.on_up = [this, id] { came_up(id); },

@@ -1,4 +1,7 @@
 // The controller's end of the tunnels: listens and holds the tunnels that access points open.
+//
+// Connections that have not shown a certificate are limited, in all and for each address. At the limit the oldest of
+// them is closed for each new one. When a connection cannot be accepted, the listener pauses for a second.
 #ifndef CONTROLLER_TUNNELS_H
 #define CONTROLLER_TUNNELS_H
 
@@ -31,6 +34,7 @@ public:
         std::function<void(tunnel_id, const std::string &reason)> on_down;        // once for each on_up
         std::function<void(const peer &, const std::string &reason)> on_refused;  // it never came up
         std::function<void(const std::string &reason)> on_accept_error;
+        std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
     };
 
     // Listens on `address`:`port`; port 0 is any free port. Throws std::runtime_error.
@@ -50,11 +54,16 @@ public:
 private:
     struct tunnel {
         peer other;
+        std::string host;  // the address of `other` without its port
         bool up = false;
         std::unique_ptr<kx::tunnel_connection> connection;
     };
 
-    void accept(int fd, const std::string &address);
+    static void on_accept_error(evconnlistener *, void *self);
+    static void on_pause_end(evutil_socket_t, short, void *self);
+    void accept(int fd, const std::string &host, const std::string &port);
+    void make_room(const std::string &host);
+    void displace(tunnel_id which);
     void came_up(tunnel_id which);
     void received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message);
     void went_down(tunnel_id which, const std::string &reason);
@@ -63,6 +72,8 @@ private:
     std::shared_ptr<SSL_CTX> tls_;
     callbacks handlers_;
     kx::listener_ptr listener_;
+    kx::event_ptr pause_;
+    std::size_t waiting_max_;  // connections that have not come up
     std::uint16_t port_ = 0;
     tunnel_id last_ = 0;
     std::map<tunnel_id, tunnel> tunnels_;
