@@ -1,4 +1,3 @@
-
 #include "kx/apcfg.h"
 
 #include <array>

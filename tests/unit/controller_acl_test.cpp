@@ -30,9 +30,9 @@ private:
     std::string path_;
 };
 
-TEST(MacAcl, AllowsEverybodyByDefault) { EXPECT_EQ(mac_acl().decide(0, stranger), verdict::allow); }
+TEST(MacAcl, allows_everybody_by_default) { EXPECT_EQ(mac_acl().decide(0, stranger), verdict::allow); }
 
-TEST(MacAcl, DecidesByIndex) {
+TEST(MacAcl, decides_by_index) {
     const file config(R"(
         default = "deny"
         [[list]]
@@ -59,7 +59,7 @@ TEST(MacAcl, DecidesByIndex) {
     EXPECT_EQ(acl.decide(3, listed), verdict::deny);
 }
 
-TEST(MacAcl, IsEdited) {
+TEST(MacAcl, is_edited) {
     mac_acl acl;
     acl.set(1, listed, verdict::deny);
     EXPECT_EQ(acl.decide(1, listed), verdict::deny);
@@ -89,7 +89,7 @@ std::string load_error(const std::string &file) {
     }
 }
 
-TEST(MacAcl, FileIsChecked) {
+TEST(MacAcl, file_is_checked) {
     const wrong_file cases[] = {
         {"default = 1", ":1: default: expected \"allow\" or \"deny\""},
         {"default = \"maybe\"", ":1: default: expected \"allow\" or \"deny\""},

@@ -30,7 +30,7 @@ struct exchange_of_words {
     std::string line, answer;
 };
 
-TEST_F(Commands, ThatAreWrongSayWhy) {
+TEST_F(Commands, that_are_wrong_say_why) {
     const exchange_of_words cases[] = {
         {"", "error expected a command; \"help\" lists the commands\n"},
         {"   ", "error expected a command; \"help\" lists the commands\n"},
@@ -64,7 +64,7 @@ TEST_F(Commands, ThatAreWrongSayWhy) {
     EXPECT_LT(commands_.run(std::string(100000, 'x')).size(), 100u);
 }
 
-TEST_F(Commands, EditTheAccessLists) {
+TEST_F(Commands, edit_the_access_lists) {
     EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:01 deny"), "ok\n");
     EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:02 allow"), "ok\n");
     EXPECT_EQ(commands_.run("acl-default 3 deny"), "ok\n");
@@ -75,7 +75,7 @@ TEST_F(Commands, EditTheAccessLists) {
     EXPECT_EQ(commands_.run("acl"), "ok\nwithout a list: allow\nlist 3: deny\n    02:00:00:00:00:02 allow\n");
 }
 
-TEST_F(Commands, ListTheSite) {
+TEST_F(Commands, list_the_site) {
     site &known = *exchange_.managed_site();
     known.ap_up(A);
     record config(record_type::bulk_vap_config);
@@ -162,19 +162,19 @@ protected:
     std::unique_ptr<control_server> server_;
 };
 
-TEST_F(ControlSocket, CarriesACommandAndItsAnswer) {
+TEST_F(ControlSocket, carries_a_command_and_its_answer) {
     open();
     EXPECT_EQ(ask("stats --json\n"), "ok\nanswer\n");
     EXPECT_EQ(lines_, lines{"stats --json"});
 }
 
-TEST_F(ControlSocket, CarriesLongAnswers) {
+TEST_F(ControlSocket, carries_long_answers) {
     open();
     reply_ = std::string(3'000'000, 'x');
     EXPECT_EQ(ask("clients\n").size(), 3'000'003u);
 }
 
-TEST_F(ControlSocket, IsForItsOwnerAlone) {
+TEST_F(ControlSocket, is_for_its_owner_alone) {
     open();
     struct stat status {};
     ASSERT_EQ(stat(path_.c_str(), &status), 0);
@@ -183,21 +183,21 @@ TEST_F(ControlSocket, IsForItsOwnerAlone) {
     EXPECT_NE(stat(path_.c_str(), &status), 0);
 }
 
-TEST_F(ControlSocket, TakesTheFirstLineOfGarbageForACommand) {
+TEST_F(ControlSocket, takes_the_first_line_of_garbage_for_a_command) {
     open();
     EXPECT_EQ(ask(std::string("\0\xff\x01garbage\nmore\n", 16)), "ok\nanswer\n");
     ASSERT_EQ(lines_.size(), 1u);
     EXPECT_EQ(lines_[0], std::string("\0\xff\x01garbage", 10));
 }
 
-TEST_F(ControlSocket, RefusesALineWithoutEnd) {
+TEST_F(ControlSocket, refuses_a_line_without_end) {
     open();
     EXPECT_EQ(ask(std::string(control_line_max + 1, 'x')).substr(0, 36), "error the command is longer than 330");
     EXPECT_TRUE(lines_.empty());
     EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
 }
 
-TEST_F(ControlSocket, DropsWhoGoesAwayInTheMiddle) {
+TEST_F(ControlSocket, drops_who_goes_away_in_the_middle) {
     open();
     client silent(path_);
     ASSERT_TRUE(silent.connected());
@@ -209,7 +209,7 @@ TEST_F(ControlSocket, DropsWhoGoesAwayInTheMiddle) {
     EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(ControlSocket, ServesManyAtOnce) {
+TEST_F(ControlSocket, serves_many_at_once) {
     open();
     std::vector<std::unique_ptr<client>> waiting;
     for (int i = 0; i < 20; i++) {
@@ -220,7 +220,7 @@ TEST_F(ControlSocket, ServesManyAtOnce) {
     EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
 }
 
-TEST_F(ControlSocket, OfADeadProcessIsTakenOver) {
+TEST_F(ControlSocket, of_a_dead_process_is_taken_over) {
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -231,13 +231,13 @@ TEST_F(ControlSocket, OfADeadProcessIsTakenOver) {
     EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
 }
 
-TEST_F(ControlSocket, OfALiveProcessIsNot) {
+TEST_F(ControlSocket, of_a_live_process_is_not) {
     open();
     EXPECT_THROW(control_server(rig_.base.get(), path_, [](const std::string &) { return ""; }), std::runtime_error);
     EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
 }
 
-TEST_F(ControlSocket, ReplacesNothingElse) {
+TEST_F(ControlSocket, replaces_nothing_else) {
     std::ofstream(path_) << "precious";
     EXPECT_THROW(open(), std::runtime_error);
     EXPECT_TRUE(std::ifstream(path_).good());

@@ -114,7 +114,7 @@ protected:
     PassiveExchange() : Exchange(std::nullopt) {}
 };
 
-TEST_F(Exchange, AnswersBetweenAccessPoints) {
+TEST_F(Exchange, answers_between_access_points) {
     start(first_, "ap-1", ap1, vap1);
     start(second_, "ap-2", ap2, vap2);
     say(first_, ap1, update(record_type::client_assoc, vap1));
@@ -132,7 +132,7 @@ TEST_F(Exchange, AnswersBetweenAccessPoints) {
     EXPECT_EQ(clients.at(0)["home_vlan"], 10);
 }
 
-TEST_F(Exchange, TellsOfTunnelsThatComeAndGo) {
+TEST_F(Exchange, tells_of_tunnels_that_come_and_go) {
     start(first_, "ap-1", ap1, vap1);
     first_.tunnel->close();
     ASSERT_TRUE(shows("event", "tunnel_down"));
@@ -145,14 +145,14 @@ TEST_F(Exchange, TellsOfTunnelsThatComeAndGo) {
     EXPECT_EQ(aps[0]["up"], false);
 }
 
-TEST_F(Exchange, RefusesACertificateOfAnotherAuthority) {
+TEST_F(Exchange, refuses_a_certificate_of_another_authority) {
     const certificate_authority other(directory_, "other");
     connect(first_, other.issue("ap-1", ""));
     EXPECT_TRUE(shows("event", "tunnel_refused"));
     EXPECT_EQ(shown_.count("event", "tunnel_up"), 0);
 }
 
-TEST_F(Exchange, GoesOnWithTheNewerTunnelOfAnAccessPoint) {
+TEST_F(Exchange, goes_on_with_the_newer_tunnel_of_an_access_point) {
     start(first_, "ap-1", ap1, vap1);
     connect(second_, "ap-1");
     ASSERT_TRUE(gets(second_, record_type::req_bulk_info));
@@ -162,7 +162,7 @@ TEST_F(Exchange, GoesOnWithTheNewerTunnelOfAnAccessPoint) {
     EXPECT_TRUE(exchange_.managed_site()->aps().at(ap1).up);
 }
 
-TEST_F(Exchange, KeepsAnAccessPointFromSpeakingForAnother) {
+TEST_F(Exchange, keeps_an_access_point_from_speaking_for_another) {
     start(first_, "ap-1", ap1, vap1);
     start(second_, "ap-2", ap2, vap2);
     say(second_, ap1, update(record_type::client_assoc, vap1));
@@ -176,7 +176,7 @@ TEST_F(Exchange, KeepsAnAccessPointFromSpeakingForAnother) {
     EXPECT_EQ(first_.downs, 0);
 }
 
-TEST_F(Exchange, ShowsWhatIsMalformedAndGoesOn) {
+TEST_F(Exchange, shows_what_is_malformed_and_goes_on) {
     start(first_, "ap-1", ap1, vap1);
     ASSERT_TRUE(first_.send({}));
     ASSERT_TRUE(first_.send(std::vector<std::uint8_t>(16384, 0xff)));
@@ -189,7 +189,7 @@ TEST_F(Exchange, ShowsWhatIsMalformedAndGoesOn) {
     EXPECT_EQ(exchange_.managed_site()->clients().size(), 1u);
 }
 
-TEST_F(Exchange, EndsATunnelWhoseAccessPointDoesNotRead) {
+TEST_F(Exchange, ends_a_tunnel_whose_access_point_does_not_read) {
     start(first_, "ap-1", ap1, vap1);
     first_.tunnel->set_reading(false);
     const bytes large(message_size_max, 1);
@@ -198,7 +198,7 @@ TEST_F(Exchange, EndsATunnelWhoseAccessPointDoesNotRead) {
     EXPECT_FALSE(exchange_.managed_site()->aps().at(ap1).up);
 }
 
-TEST_F(Exchange, AsksAgainUntilItIsAnswered) {
+TEST_F(Exchange, asks_again_until_it_is_answered) {
     connect(first_, "ap-1");
     ASSERT_TRUE(gets(first_, record_type::req_bulk_info));
     for (int i = 0; i < 3; i++) {
@@ -207,7 +207,7 @@ TEST_F(Exchange, AsksAgainUntilItIsAnswered) {
     EXPECT_TRUE(rig_.run_until([&] { return first_.messages.size() == 2; }));
 }
 
-TEST_F(PassiveExchange, OnlySendsWhatTheOperatorGives) {
+TEST_F(PassiveExchange, only_sends_what_the_operator_gives) {
     connect(first_, "ap-1");
     ASSERT_TRUE(shows("event", "tunnel_up"));
     ASSERT_TRUE(rig_.run_until([&] { return first_.up(); }));

@@ -133,7 +133,7 @@ malformation only_malformation(const bytes &content, direction sent = direction:
 
 class EveryRecord : public testing::TestWithParam<golden> {};
 
-TEST_P(EveryRecord, IsDecoded) {
+TEST_P(EveryRecord, is_decoded) {
     const message decoded = decode(from_hex(GetParam().hex), GetParam().sent);
     ASSERT_EQ(decoded.ap, ap);
     ASSERT_EQ(decoded.items.size(), 1u);
@@ -142,7 +142,7 @@ TEST_P(EveryRecord, IsDecoded) {
     EXPECT_EQ(to_line(to_json(ap, *one)), R"({"ap":"02:11:22:33:44:55",)" + GetParam().json);
 }
 
-TEST_P(EveryRecord, IsBuiltFromItsFields) {
+TEST_P(EveryRecord, is_built_from_its_fields) {
     const bytes content = from_hex(GetParam().hex);
     const auto one = std::get<record>(decode(content, GetParam().sent).items.at(0));
     if (!one.layout->open_ended || one.type() == record_type::client_move_notify) {
@@ -150,7 +150,7 @@ TEST_P(EveryRecord, IsBuiltFromItsFields) {
     }
 }
 
-TEST_P(EveryRecord, IsMalformedWhenTheMessageIsCutAnywhere) {
+TEST_P(EveryRecord, is_malformed_when_the_message_is_cut_anywhere) {
     const bytes whole = from_hex(GetParam().hex);
     for (std::size_t size = 0; size < whole.size(); size++) {
         const bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
@@ -159,7 +159,7 @@ TEST_P(EveryRecord, IsMalformedWhenTheMessageIsCutAnywhere) {
     }
 }
 
-TEST_P(EveryRecord, IsMalformedWhenCutWithAllLengthsCorrected) {
+TEST_P(EveryRecord, is_malformed_when_cut_with_all_lengths_corrected) {
     const bytes whole = from_hex(GetParam().hex);
     const auto *layout = find_layout(whole[14]);
     const std::size_t shortest = layout->open_ended ? 18 + size_of(layout->body) : whole.size();
@@ -176,7 +176,7 @@ TEST_P(EveryRecord, IsMalformedWhenCutWithAllLengthsCorrected) {
     }
 }
 
-TEST_P(EveryRecord, IsMalformedTheOtherWayRound) {
+TEST_P(EveryRecord, is_malformed_the_other_way_round) {
     const auto other =
         GetParam().sent == direction::to_controller ? direction::to_access_point : direction::to_controller;
     EXPECT_NE(only_malformation(from_hex(GetParam().hex), other).text.find("is sent in the other direction"),
@@ -186,7 +186,7 @@ TEST_P(EveryRecord, IsMalformedTheOtherWayRound) {
 INSTANTIATE_TEST_SUITE_P(Protocol, EveryRecord, testing::ValuesIn(goldens),
                          [](const auto &instance) { return instance.param.test; });
 
-TEST(EveryRecordType, HasAGolden) {
+TEST(EveryRecordType, has_a_golden) {
     std::map<int, int> seen;
     for (const golden &each : goldens) {
         seen[from_hex(each.hex)[14]]++;
@@ -210,7 +210,7 @@ struct wrong_header {
     const char *text;
 };
 
-TEST(MessageHeader, IsChecked) {
+TEST(MessageHeader, is_checked) {
     const wrong_header cases[] = {
         {0, 2, "message version 2, expected 1"},
         {1, 13, "message header length 13"},
@@ -227,7 +227,7 @@ TEST(MessageHeader, IsChecked) {
     }
 }
 
-TEST(RecordHeader, IsChecked) {
+TEST(RecordHeader, is_checked) {
     const wrong_header cases[] = {
         {15, 3, "record header length 3 in a record of 26 bytes"},
         {15, 27, "record header length 27 in a record of 26 bytes"},
@@ -245,7 +245,7 @@ TEST(RecordHeader, IsChecked) {
     }
 }
 
-TEST(RecordHeader, MayBeLongerThanTheBodyNeeds) {
+TEST(RecordHeader, may_be_longer_than_the_body_needs) {
     const bytes content =
         from_hex("01 10 00 0001 00 002c 021122334455 aaaa" + std::string("02 06 001c bbbb") + update_hex);
     const message decoded = decode(content, direction::to_controller);
@@ -253,11 +253,11 @@ TEST(RecordHeader, MayBeLongerThanTheBodyNeeds) {
     EXPECT_EQ(std::get<record>(decoded.items[0]).body.number("ip"), 0x0a0b0c0du);
 }
 
-TEST(Message, WithoutRecordsHasNothingWrong) {
+TEST(Message, without_records_has_nothing_wrong) {
     EXPECT_TRUE(decode(from_hex("010e0000000000 0e 021122334455"), direction::to_controller).items.empty());
 }
 
-TEST(Message, WithBytesPastTheLastRecordSaysSo) {
+TEST(Message, with_bytes_past_the_last_record_says_so) {
     bytes content = with(association, 7, 43);
     content.insert(content.end(), 3, 0);
     const message decoded = decode(content, direction::to_controller);
@@ -266,7 +266,7 @@ TEST(Message, WithBytesPastTheLastRecordSaysSo) {
     EXPECT_EQ(std::get<malformation>(decoded.items[1]).text, "3 bytes after the last record");
 }
 
-TEST(Message, GoesOnAfterAMalformedRecord) {
+TEST(Message, goes_on_after_a_malformed_record) {
     const bytes content =
         from_hex("010e00000200 0042 021122334455" + std::string("07 04 001a") + update_hex + "02 04 001a" + update_hex);
     const message decoded = decode(content, direction::to_controller);
@@ -275,13 +275,13 @@ TEST(Message, GoesOnAfterAMalformedRecord) {
     EXPECT_TRUE(std::holds_alternative<record>(decoded.items[1]));
 }
 
-TEST(Message, WithFewerRecordsThanItsCountSaysSo) {
+TEST(Message, with_fewer_records_than_its_count_says_so) {
     const message decoded = decode(with(association, 4, 2), direction::to_controller);
     ASSERT_EQ(decoded.items.size(), 2u);
     EXPECT_EQ(std::get<malformation>(decoded.items[1]).text, "record cut after 0 bytes of its header");
 }
 
-TEST(List, WhoseCountLiesIsMalformed) {
+TEST(List, whose_count_lies_is_malformed) {
     const bytes stations = from_hex(goldens[0].hex);
     for (const std::uint8_t count : std::initializer_list<std::uint8_t>{0, 1, 3, 255}) {
         EXPECT_EQ(only_malformation(with(stations, 61, count)).type, 0) << int{count};
@@ -292,13 +292,13 @@ TEST(List, WhoseCountLiesIsMalformed) {
     }
 }
 
-TEST(List, WithStrayBytesInAnEntryIsMalformed) {
+TEST(List, with_stray_bytes_in_an_entry_is_malformed) {
     const bytes stations = from_hex(goldens[0].hex);
     EXPECT_EQ(only_malformation(with(stations, 14 + 54 + 16 + 5, 4)).offset, 14u + 54 + 16 + 5);
     EXPECT_EQ(only_malformation(with(stations, 62, 4)).offset, 62u);
 }
 
-TEST(AclRequest, WithDataPastTheirLengthIsMalformed) {
+TEST(AclRequest, with_data_past_their_length_is_malformed) {
     const bytes request =
         from_hex(header("00bc") + "1b 04 00ae ffffffff" + acl_hex + "00000005 d1d2d3d4d5" + zeros(123));
     EXPECT_EQ(only_malformation(with(request, 65, 1)).offset, 65u);
@@ -306,7 +306,7 @@ TEST(AclRequest, WithDataPastTheirLengthIsMalformed) {
     EXPECT_TRUE(std::holds_alternative<record>(decode(longer, direction::to_controller).items.at(0)));
 }
 
-TEST(Text, ShowsNoKey) {
+TEST(Text, shows_no_key) {
     const bytes add = from_hex(header("0044") + "0b 04 0036 0a1a2a3a4a5a 061626364656 000000000000" + pmk_hex);
     const auto one = std::get<record>(decode(add, direction::to_controller).items.at(0));
     EXPECT_EQ(to_text(ap, one),
@@ -314,7 +314,7 @@ TEST(Text, ShowsNoKey) {
     EXPECT_EQ(to_line(to_json(ap, one)).find("c1c2"), std::string::npos);
 }
 
-TEST(Text, HasALinePerEntry) {
+TEST(Text, has_a_line_per_entry) {
     const auto one = std::get<record>(decode(from_hex(goldens[0].hex), direction::to_controller).items.at(0));
     EXPECT_EQ(to_text(ap, one),
               "02:11:22:33:44:55 CLIENT_MGR_BULK_INFO bssid=06:16:26:36:46:56 ssid=\"office\" vlan=301\n"
@@ -322,7 +322,7 @@ TEST(Text, HasALinePerEntry) {
               "     client=0b:1b:2b:3b:4b:5b ip=0.0.0.0");
 }
 
-TEST(Ssid, OfAnyBytesIsShownAsTextAndAsBytes) {
+TEST(Ssid, of_any_bytes_is_shown_as_text_and_as_bytes) {
     const auto shown = [](const std::string &hex) {
         const bytes config = from_hex(header("003c") + "01 04 002e 061626364656" + hex + "0000 012d");
         return std::get<record>(decode(config, direction::to_controller).items.at(0));
@@ -337,7 +337,7 @@ TEST(Ssid, OfAnyBytesIsShownAsTextAndAsBytes) {
     EXPECT_EQ(to_json(ap, shown(full))["ssid"], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345");
 }
 
-TEST(Malformation, IsShownWithItsPlace) {
+TEST(Malformation, is_shown_with_its_place) {
     const malformation what{21, 4, "wrong"};
     EXPECT_EQ(to_line(to_json(ap, what)), R"({"ap":"02:11:22:33:44:55","error":"wrong","offset":21,"type":4})");
     EXPECT_EQ(to_line(to_json(std::nullopt, malformation{0, std::nullopt, "wrong"})),
@@ -345,7 +345,7 @@ TEST(Malformation, IsShownWithItsPlace) {
     EXPECT_EQ(to_text(std::nullopt, what), "unknown access point malformed: wrong (at byte 21)");
 }
 
-TEST(Encode, RefusesWhatDoesNotFitOneMessage) {
+TEST(Encode, refuses_what_does_not_fit_one_message) {
     record list(record_type::client_bulk_info);
     list.entries.assign(263, values(list.layout->entry));
     EXPECT_EQ(encode(ap, list).size(), 14u + 4 + 4 + 263 * 62);

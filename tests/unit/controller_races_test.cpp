@@ -57,7 +57,7 @@ site_rig returned() {
     return rig;
 }
 
-TEST(CrossedRemoval, IsFoundOutByAReport) {
+TEST(CrossedRemoval, is_found_out_by_a_report) {
     site_rig rig = returned();
     EXPECT_EQ(rig.gets_address(A, a10, s1, ip1), nothing);
     EXPECT_EQ(rig.where(s1), s1_at_b);
@@ -68,7 +68,7 @@ TEST(CrossedRemoval, IsFoundOutByAReport) {
     EXPECT_EQ(ticks_until_asked(rig), 11);
 }
 
-TEST(CrossedRemoval, IsNotSeenInAReportThatMayLackStations) {
+TEST(CrossedRemoval, is_not_seen_in_a_report_that_may_lack_stations) {
     site_rig rig = returned();
     EXPECT_EQ(rig.reports(A, crowd()),
               lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10"});
@@ -76,7 +76,7 @@ TEST(CrossedRemoval, IsNotSeenInAReportThatMayLackStations) {
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
-TEST(CrossedRemoval, ThatTookTheStationFromTheTableAloneGivesItBack) {
+TEST(CrossedRemoval, that_took_the_station_from_the_table_alone_gives_it_back) {
     site_rig rig = returned();
     EXPECT_EQ(rig.reports(A, {{a10, s1}}),
               (lines{"B CLIENT_MGR_CLIENT_MOVE_NOTIFY kind=1 client=s1 new_bssid=a10 new_vlan=10",
@@ -84,7 +84,7 @@ TEST(CrossedRemoval, ThatTookTheStationFromTheTableAloneGivesItBack) {
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(CrossedRemoval, ThatTookTheStationLeavesNobody) {
+TEST(CrossedRemoval, that_took_the_station_leaves_nobody) {
     site_rig rig = returned();
     EXPECT_EQ(rig.reports(A), nothing);  // one empty report may result from a driver failure
     EXPECT_EQ(rig.site.unsettled(), 1u);
@@ -94,7 +94,7 @@ TEST(CrossedRemoval, ThatTookTheStationLeavesNobody) {
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
-TEST(CrossedRemoval, FollowedByANewAssociationStartsAnew) {
+TEST(CrossedRemoval, followed_by_a_new_association_starts_anew) {
     site_rig rig = returned();
     EXPECT_EQ(rig.reports(A), nothing);
     EXPECT_EQ(rig.associates(A, a10, s1), ask_a);
@@ -104,7 +104,7 @@ TEST(CrossedRemoval, FollowedByANewAssociationStartsAnew) {
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(CrossedRemoval, OfAGuestKeepsItWaiting) {
+TEST(CrossedRemoval, of_a_guest_keeps_it_waiting) {
     site_rig rig = returned();
     EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
     rig.reports(A, {{a10, s1, ip1}});
@@ -113,7 +113,7 @@ TEST(CrossedRemoval, OfAGuestKeepsItWaiting) {
 
 // A record that the access point sent before it processed the notice, such as a late roam from an answer, moves no
 // client.
-TEST(CrossedRemoval, AndALateRoamMoveNobody) {
+TEST(CrossedRemoval, and_a_late_roam_move_nobody) {
     site_rig rig;
     rig.associates(B, b20, s1);
     EXPECT_EQ(rig.fetches(A, a10, s1).size(), 1u);
@@ -125,7 +125,7 @@ TEST(CrossedRemoval, AndALateRoamMoveNobody) {
     EXPECT_EQ(rig.where(s1), "at c30 of C, home c30 of C VLAN 30, 0.0.0.0");
 }
 
-TEST(CrossedRemoval, IsNotSuspectedLongAfter) {
+TEST(CrossedRemoval, is_not_suspected_long_after) {
     for (int age : {20, 21}) {
         site_rig rig;
         rig.associates(A, a10, s1);
@@ -139,14 +139,14 @@ TEST(CrossedRemoval, IsNotSuspectedLongAfter) {
     }
 }
 
-TEST(CrossedRemoval, OfAStationThatCameAndLeftLeavesNobody) {
+TEST(CrossedRemoval, of_a_station_that_came_and_left_leaves_nobody) {
     site_rig rig = returned();
     EXPECT_EQ(rig.leaves(A, a10, s1), remove_from("B", "s1"));
     EXPECT_EQ(rig.site.unsettled(), 0u);
     EXPECT_EQ(rig.where(s1), "unknown");
 }
 
-TEST(CrossedRemoval, OfAStationThatAsksForItIsOver) {
+TEST(CrossedRemoval, of_a_station_that_asks_for_it_is_over) {
     site_rig rig = returned();
     EXPECT_EQ(rig.fetches(A, a10, s1).size(), 1u);
     EXPECT_EQ(rig.site.unsettled(), 0u);
@@ -154,7 +154,7 @@ TEST(CrossedRemoval, OfAStationThatAsksForItIsOver) {
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(CrossedRemoval, OfAStationThatLeavesItsFormerAccessPointLateIsKept) {
+TEST(CrossedRemoval, of_a_station_that_leaves_its_former_access_point_late_is_kept) {
     site_rig rig = returned();
     EXPECT_EQ(rig.leaves(B, b10, s1), nothing);
     EXPECT_EQ(rig.where(s1), "unknown");
@@ -162,7 +162,7 @@ TEST(CrossedRemoval, OfAStationThatLeavesItsFormerAccessPointLateIsKept) {
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(CrossedRemoval, OfAStationThatWentOnConcernsNobody) {
+TEST(CrossedRemoval, of_a_station_that_went_on_concerns_nobody) {
     site_rig rig = returned();
     EXPECT_EQ(rig.associates(C, c10, s1).size(), 2u);
     EXPECT_EQ(rig.site.unsettled(), 0u);
@@ -170,7 +170,7 @@ TEST(CrossedRemoval, OfAStationThatWentOnConcernsNobody) {
     EXPECT_EQ(rig.where(s1), "at c10 of C, home c10 of C VLAN 10, 0.0.0.0");
 }
 
-TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
+TEST(CrossedRemoval, is_not_judged_by_a_report_asked_for_before) {
     site_rig rig = returned();
     rig.associates(A, a10, s2);
     rig.associates(B, b10, s2);
@@ -183,7 +183,7 @@ TEST(CrossedRemoval, IsNotJudgedByAReportAskedForBefore) {
 }
 
 // A processes the notice that the station is elsewhere after it reported the station's return.
-TEST(CrossedMoveToAnotherVlan, IsPutRight) {
+TEST(CrossedMoveToAnotherVlan, is_put_right) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.roams_in(B, b20, s1, a10, ip1);
@@ -195,7 +195,7 @@ TEST(CrossedMoveToAnotherVlan, IsPutRight) {
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
-TEST(CrossedMoveToAnotherVlan, OfAGuestKeepsItWaiting) {
+TEST(CrossedMoveToAnotherVlan, of_a_guest_keeps_it_waiting) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -204,7 +204,7 @@ TEST(CrossedMoveToAnotherVlan, OfAGuestKeepsItWaiting) {
     EXPECT_EQ(rig.tick(), treat_as_associated("A", "a10"));
 }
 
-TEST(CrossedAnswer, ThatIsUsedLateMovesNobody) {
+TEST(CrossedAnswer, that_is_used_late_moves_nobody) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.associates(B, b20, s1).size(), 1u);
@@ -213,7 +213,7 @@ TEST(CrossedAnswer, ThatIsUsedLateMovesNobody) {
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
-TEST(CrossedAnswer, WithoutTheAddressIsPutRight) {
+TEST(CrossedAnswer, without_the_address_is_put_right) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.fetches(B, b10, s1).size(), 1u);
@@ -226,7 +226,7 @@ TEST(CrossedAnswer, WithoutTheAddressIsPutRight) {
 }
 
 // Only an answer could restore the lost address, and an answer would let the guest in.
-TEST(Guest, ThatWaitsIsToldOfOnce) {
+TEST(Guest, that_waits_is_told_of_once) {
     site_rig rig({A, B});
     rig.associates(A, a10, s1, ip1);
     rig.is_guest(A, a10, s1);
@@ -237,7 +237,7 @@ TEST(Guest, ThatWaitsIsToldOfOnce) {
     EXPECT_EQ(rig.tick(), nothing);
 }
 
-TEST(CrossedAnswer, IsPutRight) {
+TEST(CrossedAnswer, is_put_right) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.fetches(B, b20, s1).size(), 1u);
@@ -246,7 +246,7 @@ TEST(CrossedAnswer, IsPutRight) {
     EXPECT_EQ(rig.tick(), entry_for("B", "home_bssid=b20 bssid=b20 home_vlan=20 ip=10.0.0.1 flags=0"));
 }
 
-TEST(Fetch, OfAStationThatIsGoneWhenTheAnswerComesIsFoundOut) {
+TEST(Fetch, of_a_station_that_is_gone_when_the_answer_comes_is_found_out) {
     site_rig rig;
     rig.fetches(A, a10, s1);
     rig.associates(A, a10, s1);
@@ -258,7 +258,7 @@ TEST(Fetch, OfAStationThatIsGoneWhenTheAnswerComesIsFoundOut) {
     EXPECT_EQ(rig.where(s1), "unknown");
 }
 
-TEST(Fetch, IsNotJudgedByAReportThatMayLackStations) {
+TEST(Fetch, is_not_judged_by_a_report_that_may_lack_stations) {
     site_rig rig;
     rig.fetches(A, a10, s1);
     rig.associates(A, a10, s1);
@@ -268,7 +268,7 @@ TEST(Fetch, IsNotJudgedByAReportThatMayLackStations) {
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(Request, IsRepeatedUntilItIsAnswered) {
+TEST(Request, is_repeated_until_it_is_answered) {
     site_rig rig(no_access_points);
     rig.site.ap_up(A);
     EXPECT_EQ(rig.tick(), nothing);
@@ -282,7 +282,7 @@ TEST(Request, IsRepeatedUntilItIsAnswered) {
     }
 }
 
-TEST(Restart, TakesInWhatTheAccessPointsReport) {
+TEST(Restart, takes_in_what_the_access_points_report) {
     site_rig rig(no_access_points);
     EXPECT_EQ(rig.comes_up(A, {{a10, s1, ip1}}), nothing);
     EXPECT_EQ(rig.comes_up(B, {{b20, s2, ip1 + 1}}), nothing);
@@ -292,14 +292,14 @@ TEST(Restart, TakesInWhatTheAccessPointsReport) {
     EXPECT_EQ(texts(rig.site.approve(s1)), lines{"A CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
 }
 
-TEST(Restart, OfADaemonHasItTakeItsStationsUpAgain) {
+TEST(Restart, of_a_daemon_has_it_take_its_stations_up_again) {
     site_rig rig(no_access_points);
     EXPECT_EQ(rig.comes_up(A, {{a10, s1}}), treat_as_associated("A", "a10"));
     EXPECT_EQ(rig.associates(A, a10, s1), nothing);
     EXPECT_EQ(rig.where(s1), s1_home);
 }
 
-TEST(Restart, OfADaemonGivesItBackTheAddressesItHad) {
+TEST(Restart, of_a_daemon_gives_it_back_the_addresses_it_had) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.site.ap_down(A);
@@ -309,7 +309,7 @@ TEST(Restart, OfADaemonGivesItBackTheAddressesItHad) {
                      "ip=10.0.0.1 flags=0"}));
 }
 
-TEST(Restart, OfADaemonHasItsGuestsWaitOn) {
+TEST(Restart, of_a_daemon_has_its_guests_wait_on) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
@@ -318,7 +318,7 @@ TEST(Restart, OfADaemonHasItsGuestsWaitOn) {
     EXPECT_EQ(rig.comes_up(A, {{a10, s1}}), treat_as_associated("A", "a10"));
 }
 
-TEST(LostTunnel, KeepsTheClients) {
+TEST(LostTunnel, keeps_the_clients) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.site.ap_down(A);
@@ -327,7 +327,7 @@ TEST(LostTunnel, KeepsTheClients) {
     EXPECT_EQ(rig.site.unsettled(), 0u);
 }
 
-TEST(LostTunnel, ClientsThatAreGoneWhenItIsBackAreDropped) {
+TEST(LostTunnel, clients_that_are_gone_when_it_is_back_are_dropped) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.site.ap_down(A);
@@ -337,7 +337,7 @@ TEST(LostTunnel, ClientsThatAreGoneWhenItIsBackAreDropped) {
     EXPECT_EQ(rig.where(s1), "unknown");
 }
 
-TEST(LostTunnel, ClientsThatMovedMeanwhileAreTakenFromTheFormerAccessPoint) {
+TEST(LostTunnel, clients_that_moved_meanwhile_are_taken_from_the_former_access_point) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.site.ap_down(A);
@@ -346,7 +346,7 @@ TEST(LostTunnel, ClientsThatMovedMeanwhileAreTakenFromTheFormerAccessPoint) {
     EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 10.0.0.1");
 }
 
-TEST(LostTunnel, OfTheHomeIsToldOfTheRoamWhenItIsBack) {
+TEST(LostTunnel, of_the_home_is_told_of_the_roam_when_it_is_back) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.site.ap_down(A);
@@ -356,7 +356,7 @@ TEST(LostTunnel, OfTheHomeIsToldOfTheRoamWhenItIsBack) {
     EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 10.0.0.1");
 }
 
-TEST(LostTunnel, ClientsThatLeftTheSiteMeanwhileAreRemoved) {
+TEST(LostTunnel, clients_that_left_the_site_meanwhile_are_removed) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -365,7 +365,7 @@ TEST(LostTunnel, ClientsThatLeftTheSiteMeanwhileAreRemoved) {
     EXPECT_EQ(rig.comes_up(A), remove_from("A", "s1"));
 }
 
-TEST(LostTunnel, OfAnAccessPointThatGotAListCorrectsTheList) {
+TEST(LostTunnel, of_an_access_point_that_got_a_list_corrects_the_list) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
@@ -376,7 +376,7 @@ TEST(LostTunnel, OfAnAccessPointThatGotAListCorrectsTheList) {
     EXPECT_EQ(rig.comes_up(C), remove_from("C", "s1"));
 }
 
-TEST(SecondReporter, OfAClientThatIsElsewhereIsToldSo) {
+TEST(SecondReporter, of_a_client_that_is_elsewhere_is_told_so) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.comes_up(B, {{b10, s1, ip1}}),

@@ -28,14 +28,14 @@ std::string remove_s1(const char *ap) {
     return list(std::string(ap) + " CLIENT_MGR_REMOVE_CLIENT_BULK_INFO", "client=s1 home_vlan=0 ip=0.0.0.0 flags=0");
 }
 
-TEST(Association, RecordsTheHome) {
+TEST(Association, records_the_home) {
     site_rig rig;
     EXPECT_EQ(rig.associates(A, a20, s1), nothing);
     EXPECT_EQ(rig.where(s1), "at a20 of A, home a20 of A VLAN 20, 0.0.0.0");
     EXPECT_EQ(rig.site.roams(), 0u);
 }
 
-TEST(Association, OnAnotherAccessPointTellsTheFormerOne) {
+TEST(Association, on_another_access_point_tells_the_former_one) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.associates(B, b20, s1), lines{moved_away("A", "b20", "20")});
@@ -43,21 +43,21 @@ TEST(Association, OnAnotherAccessPointTellsTheFormerOne) {
     EXPECT_EQ(rig.site.roams(), 1u);
 }
 
-TEST(Association, OnAnotherVapOfTheSameAccessPointTellsNobody) {
+TEST(Association, on_another_vap_of_the_same_access_point_tells_nobody) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.associates(A, a20, s1), nothing);
     EXPECT_EQ(rig.where(s1), "at a20 of A, home a20 of A VLAN 20, 0.0.0.0");
 }
 
-TEST(Association, OfARoamedClientTellsItsHomeAndWhereItWas) {
+TEST(Association, of_a_roamed_client_tells_its_home_and_where_it_was) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
     EXPECT_EQ(rig.associates(C, c10, s1), (lines{moved_away("A", "c10", "10"), moved_away("B", "c10", "10")}));
 }
 
-TEST(Association, BeforeTheVapIsKnownGetsItsVlanLater) {
+TEST(Association, before_the_vap_is_known_gets_its_vlan_later) {
     site_rig rig(no_access_points);
     rig.site.ap_up(A);
     rig.associates(A, a10, s1);
@@ -66,7 +66,7 @@ TEST(Association, BeforeTheVapIsKnownGetsItsVlanLater) {
     EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
 }
 
-TEST(Roaming, WithinTheHomeVlanMovesTheHome) {
+TEST(Roaming, within_the_home_vlan_moves_the_home) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.roams_in(B, b10, s1, a10), lines{moved_away("A", "b10", "10")});
@@ -74,14 +74,14 @@ TEST(Roaming, WithinTheHomeVlanMovesTheHome) {
     EXPECT_EQ(rig.site.roams(), 1u);
 }
 
-TEST(Roaming, ToAnotherVlanTellsTheHome) {
+TEST(Roaming, to_another_vlan_tells_the_home) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.roams_in(B, b20, s1, a10, ip1), lines{moved_to_vlan("A", "a10", "b20", "20")});
     EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 10.0.0.1");
 }
 
-TEST(Roaming, OnToAThirdAccessPointTellsTheHomeAndTheOneBetween) {
+TEST(Roaming, on_to_a_third_access_point_tells_the_home_and_the_one_between) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -90,7 +90,7 @@ TEST(Roaming, OnToAThirdAccessPointTellsTheHomeAndTheOneBetween) {
     EXPECT_EQ(rig.where(s1), "at c30 of C, home a10 of A VLAN 10, 0.0.0.0");
 }
 
-TEST(Roaming, BackToTheHomeVlanElsewhereMovesTheHome) {
+TEST(Roaming, back_to_the_home_vlan_elsewhere_moves_the_home) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -98,26 +98,26 @@ TEST(Roaming, BackToTheHomeVlanElsewhereMovesTheHome) {
     EXPECT_EQ(rig.where(s1), "at c10 of C, home c10 of C VLAN 10, 0.0.0.0");
 }
 
-TEST(Roaming, ToAnotherVlanOfTheHomeAccessPointTellsNobody) {
+TEST(Roaming, to_another_vlan_of_the_home_access_point_tells_nobody) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.roams_in(A, a20, s1, a10), nothing);
     EXPECT_EQ(rig.where(s1), "at a20 of A, home a10 of A VLAN 10, 0.0.0.0");
 }
 
-TEST(Roaming, OfAnUnknownClientTakesItsLastBssidForItsHome) {
+TEST(Roaming, of_an_unknown_client_takes_its_last_bssid_for_its_home) {
     site_rig rig;
     EXPECT_EQ(rig.roams_in(B, b20, s1, a10), lines{moved_to_vlan("A", "a10", "b20", "20")});
     EXPECT_EQ(rig.where(s1), "at b20 of B, home a10 of A VLAN 10, 0.0.0.0");
 }
 
-TEST(Roaming, OfAnUnknownClientOnTheSameVlanTellsWhereItComesFrom) {
+TEST(Roaming, of_an_unknown_client_on_the_same_vlan_tells_where_it_comes_from) {
     site_rig rig;
     EXPECT_EQ(rig.roams_in(B, b10, s1, a10), lines{moved_away("A", "b10", "10")});
     EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
 }
 
-TEST(Roaming, FromAnUnknownAccessPointMakesTheClientAtHome) {
+TEST(Roaming, from_an_unknown_access_point_makes_the_client_at_home) {
     for (const mac_address &last : {stranger, none}) {
         site_rig rig;
         EXPECT_EQ(rig.roams_in(B, b20, s1, last), nothing);
@@ -125,14 +125,14 @@ TEST(Roaming, FromAnUnknownAccessPointMakesTheClientAtHome) {
     }
 }
 
-TEST(Disassociation, RemovesTheClient) {
+TEST(Disassociation, removes_the_client) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.leaves(A, a10, s1), nothing);
     EXPECT_EQ(rig.where(s1), "unknown");
 }
 
-TEST(Disassociation, FromWhereTheClientNoLongerIsRemovesNothing) {
+TEST(Disassociation, from_where_the_client_no_longer_is_removes_nothing) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.associates(B, b10, s1);
@@ -142,7 +142,7 @@ TEST(Disassociation, FromWhereTheClientNoLongerIsRemovesNothing) {
     EXPECT_EQ(rig.where(s1), "at b10 of B, home b10 of B VLAN 10, 0.0.0.0");
 }
 
-TEST(Disassociation, OfARoamedClientHasItsHomeDropIt) {
+TEST(Disassociation, of_a_roamed_client_has_its_home_drop_it) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -150,19 +150,19 @@ TEST(Disassociation, OfARoamedClientHasItsHomeDropIt) {
     EXPECT_EQ(rig.where(s1), "unknown");
 }
 
-TEST(Disassociation, OfAnUnknownClientIsNothing) {
+TEST(Disassociation, of_an_unknown_client_is_nothing) {
     site_rig rig;
     EXPECT_EQ(rig.leaves(A, a10, s1), nothing);
 }
 
-TEST(Address, IsKept) {
+TEST(Address, is_kept) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.gets_address(A, a10, s1, ip1), nothing);
     EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
 }
 
-TEST(Address, FromWhereTheClientNoLongerIsIsNotTaken) {
+TEST(Address, from_where_the_client_no_longer_is_is_not_taken) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.associates(B, b10, s1);
@@ -172,7 +172,7 @@ TEST(Address, FromWhereTheClientNoLongerIsIsNotTaken) {
     EXPECT_EQ(rig.where(s2), "unknown");
 }
 
-TEST(Fetch, OfAKnownClientGetsItsEntry) {
+TEST(Fetch, of_a_known_client_gets_its_entry) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     EXPECT_EQ(rig.fetches(B, b20, s1), lines{list("B CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS",
@@ -180,7 +180,7 @@ TEST(Fetch, OfAKnownClientGetsItsEntry) {
                                                   "flags=0")});
 }
 
-TEST(Fetch, OfAClientWithAPmkGetsThePmkToo) {
+TEST(Fetch, of_a_client_with_a_pmk_gets_the_pmk_too) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.adds_pmk(A, a10, s1, 0x5a);
@@ -190,13 +190,13 @@ TEST(Fetch, OfAClientWithAPmkGetsThePmkToo) {
     EXPECT_NE(answer[0].find("flags=1"), std::string::npos);
 }
 
-TEST(Fetch, OfAnUnknownClientHasItTreatedAsAssociated) {
+TEST(Fetch, of_an_unknown_client_has_it_treated_as_associated) {
     site_rig rig;
     EXPECT_EQ(rig.fetches(B, b20, s1), lines{list("B CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC",
                                                   "client=s1 bssid=b20 home_vlan=0 ip=0.0.0.0 flags=0")});
 }
 
-TEST(Fetch, OfAGuestThatWaitsHasItWaitOn) {
+TEST(Fetch, of_a_guest_that_waits_has_it_wait_on) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
@@ -204,7 +204,7 @@ TEST(Fetch, OfAGuestThatWaitsHasItWaitOn) {
                                                   "client=s1 bssid=b10 home_vlan=0 ip=0.0.0.0 flags=0")});
 }
 
-TEST(Pmk, IsKeptAndGivenToWhoAsks) {
+TEST(Pmk, is_kept_and_given_to_who_asks) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.adds_pmk(A, a10, s1, 0x5a), nothing);
@@ -215,13 +215,13 @@ TEST(Pmk, IsKeptAndGivenToWhoAsks) {
                          "client=s1 bssid=b20 home_vlan=0 ip=0.0.0.0 pmk=sha256:60bf07c4 flags=1")});
 }
 
-TEST(Pmk, ThatIsNotKnownIsNotAnswered) {
+TEST(Pmk, that_is_not_known_is_not_answered) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.fetches_pmk(B, b20, s1), nothing);
 }
 
-TEST(Guest, WaitsForApproval) {
+TEST(Guest, waits_for_approval) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
@@ -230,7 +230,7 @@ TEST(Guest, WaitsForApproval) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::approved);
 }
 
-TEST(Guest, NeedNotWaitAgainWhileItStaysOnTheSite) {
+TEST(Guest, need_not_wait_again_while_it_stays_on_the_site) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
@@ -243,7 +243,7 @@ TEST(Guest, NeedNotWaitAgainWhileItStaysOnTheSite) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
 }
 
-TEST(Guest, ThatAssociatesWithAnOrdinaryVapIsNoGuestAnyMore) {
+TEST(Guest, that_associates_with_an_ordinary_vap_is_no_guest_any_more) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
@@ -251,7 +251,7 @@ TEST(Guest, ThatAssociatesWithAnOrdinaryVapIsNoGuestAnyMore) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
 }
 
-TEST(Guest, RecordFromElsewhereIsNotTaken) {
+TEST(Guest, record_from_elsewhere_is_not_taken) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.is_guest(B, b10, s1), nothing);
@@ -259,7 +259,7 @@ TEST(Guest, RecordFromElsewhereIsNotTaken) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
 }
 
-TEST(Approval, IsRefusedToWhoDoesNotWait) {
+TEST(Approval, is_refused_to_who_does_not_wait) {
     site_rig rig;
     EXPECT_THROW(static_cast<void>(rig.site.approve(s1)), refused);
     rig.associates(A, a10, s1);
@@ -270,7 +270,7 @@ TEST(Approval, IsRefusedToWhoDoesNotWait) {
     EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
 }
 
-TEST(Acl, AnswersFromTheListAndEchoesTheQuestion) {
+TEST(Acl, answers_from_the_list_and_echoes_the_question) {
     mac_acl acl;
     acl.set_default(7, verdict::deny);
     acl.set(7, s1, verdict::allow);
@@ -294,7 +294,7 @@ TEST(Acl, AnswersFromTheListAndEchoesTheQuestion) {
     }
 }
 
-TEST(List, HasTheClientsThatAreElsewhere) {
+TEST(List, has_the_clients_that_are_elsewhere) {
     site_rig rig;
     rig.associates(A, a10, s1, ip1);
     rig.associates(B, b10, s2);
@@ -307,7 +307,7 @@ TEST(List, HasTheClientsThatAreElsewhere) {
     EXPECT_THROW(static_cast<void>(rig.site.send_list(stranger)), refused);
 }
 
-TEST(List, LeavesOutAClientThatTheAccessPointServesForItsHome) {
+TEST(List, leaves_out_a_client_that_the_access_point_serves_for_its_home) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
@@ -316,7 +316,7 @@ TEST(List, LeavesOutAClientThatTheAccessPointServesForItsHome) {
     EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
 }
 
-TEST(List, MakesTheAccessPointDropTheClientWhenItLeaves) {
+TEST(List, makes_the_access_point_drop_the_client_when_it_leaves) {
     site_rig rig;
     rig.associates(A, a10, s1);
     static_cast<void>(rig.site.send_list(C));
@@ -324,7 +324,7 @@ TEST(List, MakesTheAccessPointDropTheClientWhenItLeaves) {
     EXPECT_EQ(rig.leaves(B, b10, s1), lines{remove_s1("C")});
 }
 
-TEST(List, OfManyClientsTakesSeveralMessages) {
+TEST(List, of_many_clients_takes_several_messages) {
     site_rig rig;
     for (unsigned i = 0; i < 300; i++) {
         rig.associates(A, a10, {6, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)});
@@ -336,7 +336,7 @@ TEST(List, OfManyClientsTakesSeveralMessages) {
     EXPECT_LE(encode(B, sent[0].records).size(), message_size_max);
 }
 
-TEST(Removal, GoesToEveryAccessPointThatHoldsTheClient) {
+TEST(Removal, goes_to_every_access_point_that_holds_the_client) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.adds_pmk(A, a10, s1, 1);
@@ -348,7 +348,7 @@ TEST(Removal, GoesToEveryAccessPointThatHoldsTheClient) {
     EXPECT_THROW(static_cast<void>(rig.site.remove(s1)), refused);
 }
 
-TEST(Site, IgnoresWhatIsMalformed) {
+TEST(Site, ignores_what_is_malformed) {
     site_rig rig;
     EXPECT_EQ(rig.handle(A, {malformation{0, 2, "cut"}}), nothing);
     EXPECT_TRUE(rig.site.handle({std::nullopt, 3, {malformation{0, std::nullopt, "cut"}}}).empty());

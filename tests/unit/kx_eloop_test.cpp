@@ -1,4 +1,3 @@
-
 #include "kx/kx_eloop.h"
 
 #include <sys/wait.h>

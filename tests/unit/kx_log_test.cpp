@@ -1,4 +1,3 @@
-
 #include "kx/kx_log.h"
 
 #include <fcntl.h>

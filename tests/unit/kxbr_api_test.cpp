@@ -1,4 +1,3 @@
-
 #include "kx/kxbr_api.h"
 
 #include <event2/event.h>

@@ -20,7 +20,7 @@ kx::ipc_message captive_message(std::uint32_t id) {
     return {id, 1, payload, ""};
 }
 
-TEST(CaptiveMessage, IsShown) {
+TEST(CaptiveMessage, is_shown) {
     const std::pair<std::uint32_t, const char *> names[] = {{67, "guest_authenticated"},
                                                             {166, "association"},
                                                             {167, "foreign_association"},
@@ -38,7 +38,7 @@ TEST(CaptiveMessage, IsShown) {
     EXPECT_EQ(captive::to_text(passed), "02:1a:2b:3c:4d:5e association \"portal \\\"guest\\\"\"");
 }
 
-TEST(CaptiveMessage, WithAFullTextIsShown) {
+TEST(CaptiveMessage, with_a_full_text_is_shown) {
     kx::ipc_message message = captive_message(166);
     std::fill(message.payload.begin() + 6, message.payload.begin() + 39, 'x');
     EXPECT_NE(captive::to_json(message).find('"' + std::string(33, 'x') + '"'), std::string::npos);
@@ -46,14 +46,14 @@ TEST(CaptiveMessage, WithAFullTextIsShown) {
     EXPECT_EQ(captive::to_json(message), R"({"id":166,"error":"the captive-portal text is not terminated"})");
 }
 
-TEST(CaptiveMessage, WithBytesThatAreNoTextIsShown) {
+TEST(CaptiveMessage, with_bytes_that_are_no_text_is_shown) {
     kx::ipc_message message = captive_message(166);
     message.payload[6] = 0xff;
     message.payload[7] = 0x1b;
     EXPECT_NE(captive::to_json(message).find(R"("captive":"\ufffd\u001b)"), std::string::npos);
 }
 
-TEST(CaptiveMessage, ThatIsMalformedSaysWhy) {
+TEST(CaptiveMessage, that_is_malformed_says_why) {
     kx::ipc_message unknown = captive_message(165);
     EXPECT_EQ(captive::to_json(unknown), R"({"id":165,"error":"unknown message id"})");
     EXPECT_EQ(captive::to_text(unknown), "malformed message 165: unknown message id");
@@ -81,7 +81,7 @@ kx::ipc_message hostapd_message() {
     return {9, 1, payload, ""};
 }
 
-TEST(HostapdCommand, IsDecoded) {
+TEST(HostapdCommand, is_decoded) {
     const hostapd::command decoded = hostapd::decode(hostapd_message());
     EXPECT_EQ(hostapd::to_json(decoded, hostapd::outcome::installed),
               R"({"client":"32:31:32:33:34:35","bssid":"02:11:12:13:14:15","previous_bssid":"22:21:22:23:24:25",)"
@@ -92,7 +92,7 @@ TEST(HostapdCommand, IsDecoded) {
     EXPECT_EQ(decoded.pmk_message, octets(whole.begin() + 4, whole.begin() + 58));
 }
 
-TEST(HostapdCommand, WithoutAPreviousBssidLeavesItOut) {
+TEST(HostapdCommand, without_a_previous_bssid_leaves_it_out) {
     kx::ipc_message message = hostapd_message();
     std::fill_n(message.payload.begin() + 14, 6, std::uint8_t{0});
     EXPECT_EQ(hostapd::to_json(hostapd::decode(message), hostapd::outcome::radio_busy).find("previous"),
@@ -108,7 +108,7 @@ std::string error_of(const kx::ipc_message &message) {
     }
 }
 
-TEST(HostapdCommand, ThatIsMalformedSaysWhy) {
+TEST(HostapdCommand, that_is_malformed_says_why) {
     kx::ipc_message id = hostapd_message();
     id.id = 10;
     EXPECT_EQ(error_of(id), "message id 10, expected 9");
