@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/startup.h"
 
 #include <csignal>

@@ -2,8 +2,9 @@
 #ifndef CLIENT_MGR_BASE_IPV4_H
 #define CLIENT_MGR_BASE_IPV4_H
 
+#include <arpa/inet.h>
+
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "wire/big_endian.h"
@@ -22,7 +23,7 @@ struct ipv4_text {
 // "192.168.5.23"
 inline ipv4_text ipv4_to_text(be32 ip) {
     ipv4_text result;
-    snprintf(result.text, sizeof result.text, "%d.%d.%d.%d", ip.bytes[0], ip.bytes[1], ip.bytes[2], ip.bytes[3]);
+    inet_ntop(AF_INET, ip.bytes, result.text, sizeof result.text);
     return result;
 }
 

@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/base/log.h"
 
 #include <syslog.h>

@@ -28,7 +28,7 @@ enum {
             client_mgr_log_line(submod_name, fmt "\n" __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
-// Writes one line to the system log, with the same conversions; `priority` as syslog takes it.
+// Writes one line to the system log, with the same conversions; `priority` as for syslog.
 [[gnu::format(printf, 2, 3)]] void client_mgr_syslog(int priority, const char *fmt, ...);
 
 // A MAC address in the text of a line or a command: "02:00:00:00:10:00".

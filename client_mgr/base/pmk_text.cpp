@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/base/pmk_text.h"
 
 #include <cstdio>

@@ -1,21 +1,11 @@
-
-
 #include "client_mgr/base/text.h"
 
+#include <algorithm>
 #include <cstdio>
 
-int client_mgr_char_to_ascii(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    return 0;
-}
+#include "wire/hex.h"
+
+int client_mgr_char_to_ascii(char c) { return std::max(hex_value(c), 0); }
 
 void client_mgr_mac_str_to_bin(const char *text, uint8_t mac[6]) {
     for (int i = 0; i < 6; i++) {

@@ -1,10 +1,9 @@
-
-
 #include "client_mgr/base/text_buffer.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "wire/hex.h"
 #include "wire/mac_address.h"
 
 namespace {
@@ -62,14 +61,13 @@ void text_buffer::put_decimal(long value) {
 }
 
 void text_buffer::put_hex(uint32_t value, int min_digits) {
-    constexpr char digit[] = "0123456789abcdef";
     int digits = std::max(min_digits, 1);
     while (digits < 8 && value >> digits * 4 != 0) {
         digits++;
     }
     do {
         digits--;
-        put(digit[value >> digits * 4 & 0xf]);
+        put(hex_digit(value >> digits * 4));
     } while (digits > 0);
 }
 

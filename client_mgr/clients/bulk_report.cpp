@@ -1,7 +1,6 @@
 #include "client_mgr/clients/bulk_report.h"
 
 #include <cstring>
-#include <span>
 
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
@@ -14,9 +13,6 @@
 #include "wire/driver_records.h"
 
 namespace {
-
-// Too large for the stack beside a message.
-alignas(uint32_t) uint8_t station_list[DRIVER_STATION_LIST_MAX];
 
 struct vap_names {
     char names[APCFG_MAX_IFNAMES][12];
@@ -159,28 +155,21 @@ void client_mgr_send_bulk_info(void) {
 
 int client_mgr_get_client_bulk_info(report_cursor *at, const char *ifname) {
     at->record->stations = 0;
-    const int length = driver_read_stations(ifname, station_list);
-    if (length < 0) {
+    driver_stations stations(ifname);
+    if (!stations.valid()) {
         return -1;
     }
     auto *entries = reinterpret_cast<station_entry *>(at->record + 1);
     const uint32_t entries_max = at->room / static_cast<uint32_t>(sizeof *entries);
     uint32_t count = 0;
-    const uint8_t *next = station_list;
-    for (size_t left = static_cast<size_t>(length); left >= sizeof(driver_station);) {
-        driver_station station;  // a copy, as a record may be at any address
-        memcpy(&station, next, sizeof station);
+    driver_station station;
+    while (stations.next(station)) {
         CM_LOG(LOG_EVENT, "Client inactivity timer : %d", station.inactivity);
         if (count < entries_max) {
             fill_station_entry(entries[count++], station.mac);
         } else {
             at->left_out++;
         }
-        if (station.length == 0 || station.length > left) {
-            break;
-        }
-        left -= station.length;
-        next += station.length;
     }
     at->record->stations = static_cast<uint16_t>(count);
     return 0;

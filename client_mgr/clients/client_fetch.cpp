@@ -59,15 +59,8 @@ bool complete_roam(const client_entry &entry, const client_lookup &known) {
         CM_LOG(LOG_ERROR, "Invalid ap bssid in fetch client info msg");
         return false;
     }
-    client_info client = make_foreign_client(entry);
+    client_info client = make_fetched_client(entry, vap);
     const wipe_guard guard(client.pmk);
-    client.assoc_bssid = entry.bssid;
-    client.assoc_vlan = vap.vlan();
-    if ((entry.flags & CLIENT_ENTRY_PMK) != 0) {
-        memcpy(client.pmk, entry.pmk, sizeof client.pmk);
-    }
-    // Set even if the entry has no key.
-    client.flag |= CLIENT_FLAG_PMK;
     client_tbl_mac_update(&client, -1);
     roam_in(event);
     return true;

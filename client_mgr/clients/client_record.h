@@ -1,4 +1,5 @@
-// New records of the client table. PMK and guest flag are zero, and the address too unless a function says otherwise.
+// New records of the client table. Address, PMK and guest flag are zero unless a function says otherwise. The caller
+// erases a PMK.
 #ifndef CLIENT_MGR_CLIENTS_CLIENT_RECORD_H
 #define CLIENT_MGR_CLIENTS_CLIENT_RECORD_H
 
@@ -14,7 +15,11 @@ client_info make_home_client(const mac_address &client, const mac_address &bssid
 client_info make_placeholder(const mac_address &client, const mac_address &bssid, const mac_address &last_bssid,
                              const vap_lookup &vap);
 
-// A client on no VAP whose home is another access point. Home and address are those of the controller's entry.
-client_info make_foreign_client(const client_entry &entry);
+// A client on no VAP whose home is another access point, with everything that the controller's list has of it.
+client_info make_listed_client(const client_entry &entry);
+
+// A client on `vap` whose home the controller has sent in answer to a fetch. The PMK flag is set even if the entry has
+// no key. The VAP index is 0: the roam that follows sets it.
+client_info make_fetched_client(const client_entry &entry, const vap_lookup &vap);
 
 #endif

@@ -1,7 +1,5 @@
 #include "client_mgr/clients/ctrlr_sync.h"
 
-#include <cstring>
-
 #include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
 #include "client_mgr/base/vap_text.h"
@@ -45,15 +43,8 @@ void hand_over(const mac_address &client) {
 
 void take_over_from_controller(const client_entry &entry) {
     hand_over(entry.client);
-    client_info client = make_foreign_client(entry);
+    client_info client = make_listed_client(entry);
     const wipe_guard guard(client.pmk);
-    memcpy(client.pmk, entry.pmk, sizeof client.pmk);
-    if ((entry.flags & CLIENT_ENTRY_PMK) != 0) {
-        client.flag |= CLIENT_FLAG_PMK;
-    }
-    if ((entry.flags & CLIENT_ENTRY_GUEST) != 0) {
-        client.flag |= CLIENT_FLAG_GUEST;
-    }
     client_tbl_mac_update(&client, -1);
     CM_LOG(LOG_EVENT, "Added cl:" MAC_FMT " Home bssid:" MAC_FMT " home_vlan %d", mac_arg(client.cl_mac),
            mac_arg(client.home_bssid), client.home_vlan);

@@ -116,7 +116,6 @@ void client_mgr_apcomm_recv_msg(void *, const uint8_t *msg, uint32_t len) {
 }
 
 void client_mgr_proc_ctrlr_msg(uint8_t *msg) {
-    const size_t size = msg == g_cfg.ctrlr_msg_buf ? CLIENT_MGR_BUF_SIZE
-                                                   : size_t{reinterpret_cast<const ctrlr_msg_hdr *>(msg)->tot_len};
-    walk_records({msg, size});
+    const size_t tot_len = reinterpret_cast<const ctrlr_msg_hdr *>(msg)->tot_len;
+    walk_records({msg, readable_from(msg, tot_len).size()});
 }

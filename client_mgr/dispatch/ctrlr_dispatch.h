@@ -10,8 +10,8 @@ extern "C" {
 // carries keys was in it.
 void client_mgr_apcomm_recv_msg(void *ctx, const uint8_t *msg, uint32_t len);
 
-// Handles the records of a message one after the other. `msg` is g_cfg.ctrlr_msg_buf, which may be read to its end, or
-// another buffer, whose length is the total length in the message's header.
+// Handles the records of a message one after the other. A `msg` in g_cfg.ctrlr_msg_buf may be read to the buffer's end;
+// the length of a message elsewhere is the total length in its header.
 void client_mgr_proc_ctrlr_msg(uint8_t *msg);
 }
 

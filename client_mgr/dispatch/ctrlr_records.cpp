@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
 #include "client_mgr/clients/association.h"
 #include "client_mgr/clients/client_fetch.h"
@@ -21,19 +20,11 @@ enum : uint8_t {
     MOVED = 2,  // to another VAP, with its home here
 };
 
-std::span<const uint8_t> bytes_of(const uint8_t *rec) {
-    const std::span<const uint8_t> buffer(g_cfg.ctrlr_msg_buf);
-    const auto offset = reinterpret_cast<uintptr_t>(rec) - reinterpret_cast<uintptr_t>(buffer.data());
-    if (offset < buffer.size()) {
-        return buffer.subspan(offset);
-    }
-    return {rec, reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_len};
-}
-
 // A cursor at the record's body.
 record_cursor body_of(const uint8_t *rec) {
-    record_cursor cursor(bytes_of(rec));
-    cursor.skip(reinterpret_cast<const ctrlr_rec_hdr *>(rec)->rec_hdr_len);
+    const ctrlr_rec_hdr &hdr = *reinterpret_cast<const ctrlr_rec_hdr *>(rec);
+    record_cursor cursor(readable_from(rec, hdr.rec_len));
+    cursor.skip(hdr.rec_hdr_len);
     return cursor;
 }
 
@@ -49,7 +40,13 @@ public:
     uint32_t count() const { return *count_; }
 
     // The next entry; null after the last one and when the next one would leave the record's bytes.
-    const client_entry *next() { return left_-- > 0 ? cursor_.read<client_entry>() : nullptr; }
+    const client_entry *next() {
+        if (left_ == 0) {
+            return nullptr;
+        }
+        left_--;
+        return cursor_.read<client_entry>();
+    }
 
 private:
     record_cursor cursor_;

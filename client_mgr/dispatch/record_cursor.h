@@ -7,7 +7,16 @@
 #include <cstdint>
 #include <span>
 
+#include "client_mgr/base/client_mgr_cfg.h"
 #include "client_mgr/base/log.h"
+
+// The bytes from `at` on that may be read: to the end of g_cfg.ctrlr_msg_buf if `at` lies in it, otherwise
+// `own_length`.
+inline std::span<const uint8_t> readable_from(const uint8_t *at, size_t own_length) {
+    const std::span<const uint8_t> buffer(g_cfg.ctrlr_msg_buf);
+    const auto offset = reinterpret_cast<uintptr_t>(at) - reinterpret_cast<uintptr_t>(buffer.data());
+    return offset < buffer.size() ? buffer.subspan(offset) : std::span(at, own_length);
+}
 
 // Reads one object after the other from a span of bytes.
 class record_cursor {

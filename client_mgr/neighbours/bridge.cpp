@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/neighbours/bridge.h"
 
 #include "client_mgr/base/ipv4.h"

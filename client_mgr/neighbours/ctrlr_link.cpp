@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/neighbours/ctrlr_link.h"
 
 #include "client_mgr/base/client_mgr_cfg.h"

@@ -14,6 +14,9 @@
 
 namespace {
 
+// Too large for the stack beside a message.
+alignas(uint32_t) uint8_t station_list[DRIVER_STATION_LIST_MAX];
+
 class driver_socket {
 public:
     driver_socket() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {}
@@ -71,14 +74,26 @@ int client_mgr_get_bssid(uint8_t bssid[6], const char *ifname) {
     return 0;
 }
 
-int driver_read_stations(const char *ifname, std::span<uint8_t> room) {
+driver_stations::driver_stations(const char *ifname) {
     const driver_socket driver;
-    iwreq request = make_request(ifname, IFNAMSIZ, room.data(), room.size());
-    if (driver.request(DRIVER_STATION_LIST, request) < 0) {
+    iwreq request = make_request(ifname, IFNAMSIZ, station_list, sizeof station_list);
+    valid_ = driver.request(DRIVER_STATION_LIST, request) >= 0;
+    if (!valid_) {
         CM_LOG(LOG_ERROR, "Error obtaining the client list for %.16s", ifname);
-        return -1;
+        return;
     }
-    return static_cast<int>(std::min<size_t>(request.u.data.length, room.size()));
+    left_ = std::min<size_t>(request.u.data.length, sizeof station_list);
+}
+
+bool driver_stations::next(driver_station &station) {
+    if (left_ < sizeof station) {
+        return false;
+    }
+    memcpy(&station, station_list + offset_, sizeof station);
+    const bool last = station.length == 0 || station.length > left_;
+    left_ -= last ? left_ : station.length;
+    offset_ += station.length;
+    return true;
 }
 
 int driver_push_acl_verdict(const char *ifname, uint32_t verdict, const uint8_t *data, uint32_t data_len) {

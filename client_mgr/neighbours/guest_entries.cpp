@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/neighbours/guest_entries.h"
 
 #include "client_mgr/base/client_mgr_cfg.h"

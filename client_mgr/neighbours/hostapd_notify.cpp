@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/neighbours/hostapd_notify.h"
 
 #include <cstddef>

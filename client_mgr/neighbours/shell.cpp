@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/neighbours/shell.h"
 
 #include <cstdarg>

@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/tables/client_mgr_acl.h"
 
 #include <cstddef>

@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/tables/client_tbl.h"
 
 #include <cstddef>

@@ -1,5 +1,3 @@
-
-
 #include "client_mgr/tables/client_tbl_dump.h"
 
 #include "client_mgr/base/pmk_text.h"

@@ -1,4 +1,3 @@
-
 #include <cstring>
 
 #include "association_steps.h"

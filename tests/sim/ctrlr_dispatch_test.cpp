@@ -347,13 +347,20 @@ SIM_TEST(ctrlr_dispatch, handles_no_body_that_would_leave_the_buffer) {
     at_the_end(CLIENT_MGR_CLIENT_ACL_AUTH_RESP, log(4, "Received CLIENT_MGR_CLIENT_ACL_AUTH_RESP msg "));
 }
 
-SIM_TEST(ctrlr_dispatch, trusts_a_message_outside_the_controller_message_buffer) {
+SIM_TEST(ctrlr_dispatch, handles_a_message_outside_the_controller_message_buffer) {
     const bytes msg = message(1, record(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, hex("00000000")));
     const std::unique_ptr<uint8_t[]> own(new uint8_t[msg.size()]);
     std::copy(msg.begin(), msg.end(), own.get());
     client_mgr_proc_ctrlr_msg(own.get());
     sim.expect({header_line(1, 14, 22), record_line(CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, 4, 8),
                 log(3, "Received CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC"), log(3, "NUM OF CLIENT INFO: 0")});
+}
+
+SIM_TEST(ctrlr_dispatch, reads_a_message_elsewhere_up_to_its_total_length) {
+    bytes msg = message(2, record(99, {}) + record(100, {}));
+    msg[7] = 21;
+    client_mgr_proc_ctrlr_msg(msg.data());
+    sim.expect({header_line(2, 14, 21), record_line(99, 4, 4), LEAVES_BUFFER});
 }
 
 }  // namespace sim

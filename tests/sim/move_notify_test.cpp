@@ -1,4 +1,3 @@
-
 #include <algorithm>
 #include <string>
 
@@ -72,7 +71,7 @@ SIM_TEST(move_notify, is_not_read_past_the_controller_message_buffer) {
     }
 }
 
-SIM_TEST(move_notify, below_the_controller_message_buffer_is_trusted) {
+SIM_TEST(move_notify, below_the_controller_message_buffer_is_as_long_as_its_header_has_it) {
     const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     uint8_t *rec = reinterpret_cast<uint8_t *>(&g_cfg) + offsetof(client_mgr_cfg, ctrlr_msg_buf) - record.size();
     std::copy(record.begin(), record.end(), rec);
@@ -81,7 +80,7 @@ SIM_TEST(move_notify, below_the_controller_message_buffer_is_trusted) {
         {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
 }
 
-SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_trusted) {
+SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_as_long_as_its_header_has_it) {
     const bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
     static_assert(offsetof(client_mgr_cfg, ipc_rx_buf) ==
                   offsetof(client_mgr_cfg, ctrlr_msg_buf) + CLIENT_MGR_BUF_SIZE);
@@ -89,6 +88,16 @@ SIM_TEST(move_notify, right_behind_the_controller_message_buffer_is_trusted) {
     EXPECT_EQ(-1, client_mgr_process_move_notify(g_cfg.ipc_rx_buf));
     sim.expect(
         {log(3, "Client MAC : 02:13:24:35:46:57"), client_lookup(CLIENT, false), log(1, "Client not present in AP")});
+}
+
+SIM_TEST(move_notify, elsewhere_is_not_read_past_its_own_length) {
+    bytes record = ctrlr_record(CLIENT_MGR_CLIENT_MOVE_NOTIFY, body(1));
+    for (size_t length = 0; length < 4 + sizeof(move_notify_body); length++) {
+        const bytes claimed = big16(static_cast<uint16_t>(length));
+        std::copy(claimed.begin(), claimed.end(), record.begin() + 2);
+        EXPECT_EQ(-1, client_mgr_process_move_notify(record.data()));
+        sim.expect({LEAVES_BUFFER});
+    }
 }
 
 SIM_TEST(move_notify, of_an_unknown_client_does_nothing) {

@@ -1,4 +1,3 @@
-
 #include <string>
 
 #include "client_mgr/dispatch/local_events.h"

@@ -1,4 +1,3 @@
-
 #include "client_mgr/neighbours/shell.h"
 
 #include <string>
