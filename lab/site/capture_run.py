@@ -1,6 +1,5 @@
 """Plays a capture to one access point."""
 
-import os
 import subprocess
 import sys
 from collections import Counter
@@ -17,6 +16,7 @@ from lab.site.ending import Ended
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
 from lab.site.narration import RECORD_MEANINGS, JsonNarrator, Narrator
+from lab.site.plain_text import plain
 from lab.site.processes import die_with_parent, environment_for
 from lab.site.settling import settle
 from lab.site.waiting import wait_until
@@ -54,7 +54,8 @@ def open_capture(file: Path, programs: Path) -> Capture:
                            text=True, check=False, preexec_fn=die_with_parent)
     if found.returncode != 0:
         raise LabFailure(found.stderr.strip().removeprefix("radio: "))
-    sys.stderr.write(found.stderr.replace("radio: ", "run: "))
+    for line in found.stderr.splitlines():
+        print(plain(line.replace("radio: ", "run: ")), file=sys.stderr)
     return Capture(file, found.stdout.strip())
 
 
@@ -87,7 +88,7 @@ def run_for_people(capture: Capture, speed: str, programs: Path, console: Consol
     with Laboratory(programs) as lab:
         lab.controller.start()
         access_point = lab.add_access_point(AP_MAC, capture.vaps)
-        console.print(f"Playing {escape(str(capture.file))}, {describe_speed(speed)}:\n", soft_wrap=True)
+        console.print(f"Playing {escape(plain(capture.file))}, {describe_speed(speed)}:\n", soft_wrap=True)
         try:
             play(lab, capture, speed, Narrator(console, access_point, lab.controller), access_point)
         except Ended:
@@ -129,6 +130,7 @@ def show_records(console: Console, lab: Laboratory) -> None:
 
 def print_table(console: Console, headings: Sequence[str], rows: Sequence[Sequence[str]]) -> None:
     """Prints whole rows at any terminal width; the terminal wraps them."""
+    rows = [[plain(cell) for cell in row] for row in rows]
     widths = [max(map(len, column)) for column in zip(headings, *rows)]
     for style, row in [("bold", headings), *((None, row) for row in rows)]:
         line = "  ".join(cell.ljust(width) for cell, width in zip(row, widths))
@@ -154,4 +156,4 @@ def show_logs(console: Console, lab: Laboratory, access_point: AccessPoint) -> N
                       ("messages to the captive portal", access_point.captive_output.file),
                       ("the controller's records", lab.controller.output.file),
                       ("the platform daemon's messages", access_point.running["apd"].err)):
-        console.print(f"  {who:32} {escape(os.fspath(file))}", soft_wrap=True)
+        console.print(f"  {who:32} {plain(file)}", markup=False, soft_wrap=True)

@@ -1,13 +1,11 @@
 """The daemon's client table, read from its dump."""
 
-import fcntl
 import os
 import re
-from collections.abc import Iterator
-from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 
+from lab.site.dump_lock import locked_directory
 from lab.site.failure import LabFailure
 from lab.site.local_ipc import DAEMON, LocalSocket
 from lab.site.messages import Local
@@ -41,20 +39,9 @@ class Client:
         return ", ".join(name for bit, name in names.items() if self.flags & bit)
 
 
-@contextmanager
-def _only_dump() -> Iterator[None]:
-    """Excludes other dumps: all daemons of a machine write the same file."""
-    directory = os.open(DUMP_FILE.parent, os.O_RDONLY | os.O_DIRECTORY)
-    try:
-        fcntl.flock(directory, fcntl.LOCK_EX)
-        yield
-    finally:
-        os.close(directory)
-
-
 def read_client_table(root: Path) -> list[Client]:
     """Returns the table of the daemon with the root directory `root`. Removes the dump, which contains keys."""
-    with _only_dump(), LocalSocket(root) as ipc:
+    with locked_directory(DUMP_FILE.parent), LocalSocket(root) as ipc:
         try:
             DUMP_FILE.unlink(missing_ok=True)
             ipc.request(DAEMON, Local.CLIENT_TBL_DUMP)
@@ -62,7 +49,7 @@ def read_client_table(root: Path) -> list[Client]:
         except OSError as error:
             raise LabFailure(f"{DUMP_FILE}: {error.strerror}; expected the daemon's client table") from None
         finally:
-            if DUMP_FILE.exists() and DUMP_FILE.stat().st_uid == os.geteuid():
+            if DUMP_FILE.is_file() and DUMP_FILE.stat().st_uid == os.geteuid():
                 DUMP_FILE.unlink()
 
 

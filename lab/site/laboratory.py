@@ -1,26 +1,22 @@
 """A whole lab: a private directory, an authority, one controller and any number of access points."""
 
-import os
 import shutil
-import tempfile
 from pathlib import Path
 
 from lab.site.access_point import AccessPoint
 from lab.site.authority import Authority
 from lab.site.controller import Controller
+from lab.site.lab_directory import LabDirectory
 from lab.site.processes import Processes
 from lab.site.waiting import wait_until
-
-# The longest socket name below the directory, and the longest path of a socket (linux/un.h).
-LONGEST_SOCKET = "/ap10/kx/ipc/anonymous.4194304.99"
-SOCKET_NAME_MAX = 107
 
 
 class Laboratory:
     """On leaving the context, ends all processes and removes the authority's keys."""
 
     def __init__(self, programs: Path) -> None:
-        self.directory = make_private_directory()
+        self._place = LabDirectory()
+        self.directory = self._place.path
         self.processes = Processes(programs)
         self.access_points: list[AccessPoint] = []
         self._keys = self.directory / "keys"
@@ -39,9 +35,11 @@ class Laboratory:
         self.processes.end()
         for key in self._keys.glob("*.key"):
             key.unlink()
+        self._place.release()
 
     def discard(self) -> None:
         """Removes the directory with all output."""
+        self._place.release()
         shutil.rmtree(self.directory)
 
     def add_access_point(self, mac: str, vaps: str) -> AccessPoint:
@@ -63,12 +61,3 @@ class Laboratory:
         known = {each["ap"] for each in self.controller.ask_json("aps")}
         wanted = {each.mac for each in self.access_points}
         return known >= wanted and self.controller.ask_json("stats")["unsettled"] == 0
-
-
-def make_private_directory() -> Path:
-    """Makes a directory with mode 0700 whose name is short enough for the sockets in it."""
-    directory = Path(tempfile.mkdtemp(prefix="kx-lab."))
-    if len(os.fsencode(directory)) + len(LONGEST_SOCKET) <= SOCKET_NAME_MAX:
-        return directory
-    directory.rmdir()
-    return Path(tempfile.mkdtemp(prefix="kx-lab.", dir="/tmp"))

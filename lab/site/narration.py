@@ -5,10 +5,11 @@ import sys
 from typing import Any
 
 from rich.console import Console
-from rich.markup import escape
+from rich.text import Text
 
 from lab.site.access_point import AccessPoint, is_probe
 from lab.site.controller import Controller, is_record
+from lab.site.plain_text import plain
 
 # Members of a radio's event that have their own place in the line.
 COMMON_FACTS = ("event", "time", "client", "bssid", "ifname")
@@ -52,7 +53,7 @@ class Narrator:
         self._records_printed = len(received)
 
     def _line(self, style: str, who: str, text: str) -> None:
-        self._console.print(f"  [{style}]{who:10}[/]  {escape(text)}", soft_wrap=True)
+        self._console.print(Text.assemble("  ", (f"{who:10}", style), "  ", plain(text)), soft_wrap=True)
 
 
 class JsonNarrator:
@@ -66,7 +67,7 @@ class JsonNarrator:
         received = self._controller.objects()
         for printed in received[self._records_printed:]:
             if is_record(printed) and not is_probe(printed):
-                sys.stdout.write(json.dumps(printed, separators=(",", ":"), ensure_ascii=False) + "\n")
+                sys.stdout.write(json.dumps(printed, separators=(",", ":")) + "\n")
         sys.stdout.flush()
         self._records_printed = len(received)
 
@@ -84,5 +85,5 @@ def describe_record(record: dict[str, Any]) -> str:
 
 
 def describe_facts(facts: dict[str, Any]) -> str:
-    return "  ".join(f"{key}={json.dumps(value, ensure_ascii=False) if isinstance(value, (list, dict)) else value}"
+    return "  ".join(f"{key}={json.dumps(value) if isinstance(value, (list, dict)) else value}"
                      for key, value in facts.items())

@@ -7,6 +7,7 @@ from pathlib import Path
 from typing import NoReturn
 
 from lab.site.failure import LabFailure
+from lab.site.plain_text import plain
 
 USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N]"
 
@@ -54,7 +55,7 @@ def main() -> int:
     try:
         read_options()
     except LabFailure as failure:
-        print(f"run: {failure}", file=sys.stderr)
+        print(f"run: {plain(failure)}", file=sys.stderr)
         return 1
     return 0
 

@@ -1,12 +1,11 @@
 """The text output of a site's run."""
 
-import os
 from pathlib import Path
 
 from rich.console import Console
-from rich.markup import escape
 
 from lab.site.laboratory import Laboratory
+from lab.site.plain_text import plain
 from lab.site.site_run import Plan, Site
 from lab.site.site_screen import SiteScreen, describe_counters
 
@@ -40,12 +39,12 @@ def show_verdict(console: Console, differences: list[str]) -> None:
     console.print(f"The controller, the tables of client_mgr and the radios [bold red]do not agree[/], in "
                   f"{len(differences)} points:\n")
     for difference in differences:
-        console.print(f"  {difference}", markup=False, soft_wrap=True)
+        console.print(f"  {plain(difference)}", markup=False, soft_wrap=True)
 
 
 def show_logs(console: Console, lab: Laboratory) -> None:
     console.print("\nMore in these files:\n")
     for access_point in lab.access_points:
-        console.print(f"  {access_point.name + ': log of client_mgr':32} {escape(os.fspath(access_point.log))}",
+        console.print(f"  {access_point.name + ': log of client_mgr':32} {plain(access_point.log)}", markup=False,
                       soft_wrap=True)
-    console.print(f"  {'the controller':32} {escape(os.fspath(lab.controller.output.file))}", soft_wrap=True)
+    console.print(f"  {'the controller':32} {plain(lab.controller.output.file)}", markup=False, soft_wrap=True)
