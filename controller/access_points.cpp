@@ -1,5 +1,6 @@
 #include "controller/access_points.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace controller {
@@ -8,25 +9,19 @@ access_point_link access_points::remove(tunnel_id id) { return std::move(links_.
 
 access_points::claim access_points::identify(tunnel_id id, const mac_address &ap) {
     access_point_link &link = links_.at(id);
-    if (link.ap) {
-        return *link.ap == ap ? claim::known : claim::foreign;
+    if (link.other.mac != ap) {
+        return claim::foreign;
     }
-    const auto holder = tunnel_of(ap);
-    if (holder && links_.at(*holder).other.name != link.other.name) {
-        return claim::held;
+    if (link.ap) {
+        return claim::known;
     }
     link.ap = ap;
     return claim::bound;
 }
 
 std::optional<tunnel_id> access_points::tunnel_of(const mac_address &ap) const {
-    std::optional<tunnel_id> newest;
-    for (const auto &[id, link] : links_) {
-        if (link.ap == ap) {
-            newest = id;
-        }
-    }
-    return newest;
+    const auto found = std::ranges::find_if(links_, [&](const auto &each) { return each.second.ap == ap; });
+    return found == links_.end() ? std::nullopt : std::optional(found->first);
 }
 
 std::vector<tunnel_id> access_points::unidentified() const {

@@ -1,5 +1,5 @@
-// The access points behind the tunnels. A tunnel belongs to the access point whose MAC address its first message
-// carries. Messages to an access point go to the newest of its tunnels.
+// The access points behind the tunnels. An access point can be sent messages when the first message from it has
+// arrived.
 #ifndef CONTROLLER_ACCESS_POINTS_H
 #define CONTROLLER_ACCESS_POINTS_H
 
@@ -26,10 +26,9 @@ public:
 
     // The result of checking a message's MAC address against its tunnel.
     enum class claim {
-        known,    // the tunnel already belongs to `ap`
-        bound,    // the tunnel belongs to `ap` from now on
-        foreign,  // the tunnel belongs to another access point
-        held,     // `ap` has a tunnel with another certificate
+        known,    // not the first message
+        bound,    // the first message
+        foreign,  // the tunnel's certificate has another MAC address
     };
     claim identify(tunnel_id id, const mac_address &ap);
 

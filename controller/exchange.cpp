@@ -7,6 +7,7 @@ namespace controller {
 namespace {
 
 constexpr unsigned ticks_to_repeat = 3;
+constexpr const char *foreign_mac = "the MAC address is not the one in the tunnel's certificate";
 
 }  // namespace
 
@@ -79,10 +80,12 @@ void exchange::came_up(tunnel_id id, const peer &other) {
 
 void exchange::received(tunnel_id id, std::span<const std::uint8_t> content) {
     message decoded = decode(content, direction::to_controller);
-    const bool handled = identify(id, decoded) && site_;
+    const bool identified = identify(id, decoded);
     count(id, decoded);
     output_.received(decoded);
-    if (handled) {
+    if (decoded.ap && !identified) {
+        tunnels_->close(id, "it sent a message of " + kx::format_mac(*decoded.ap) + ": " + foreign_mac);
+    } else if (identified && site_) {
         send(site_->handle(decoded));
     }
 }
@@ -99,23 +102,16 @@ bool exchange::identify(tunnel_id id, message &decoded) {
     if (!decoded.ap) {
         return false;
     }
-    const auto former = access_points_.tunnel_of(*decoded.ap);
     switch (access_points_.identify(id, *decoded.ap)) {
         case access_points::claim::known:
             return true;
         case access_points::claim::bound:
-            if (former) {
-                tunnels_->close(*former, "the access point has opened another tunnel");
-            }
             if (site_) {
                 site_->ap_up(*decoded.ap);
             }
             return true;
         case access_points::claim::foreign:
-            decoded.items = {malformation{8, std::nullopt, "the tunnel belongs to another access point"}};
-            return false;
-        case access_points::claim::held:
-            decoded.items = {malformation{8, std::nullopt, "the access point has a tunnel with another certificate"}};
+            decoded.items = {malformation{8, std::nullopt, foreign_mac}};
             return false;
     }
     return false;

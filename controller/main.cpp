@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -25,6 +26,7 @@ struct options {
     std::string listen = "127.0.0.1:7443";
     std::string port_file;
     std::string ca, certificate, key;
+    std::string revoked;
     std::string control;
     bool json = false;
     bool events = false;
@@ -63,6 +65,7 @@ void add_options(CLI::App &app, options &chosen) {
         ->type_name("FILE")
         ->required();
     app.add_option("--key", chosen.key, "The key of the controller's certificate")->type_name("FILE")->required();
+    app.add_option("--crl", chosen.revoked, "List of revoked certificates of that authority")->type_name("FILE");
     app.add_option("--control", chosen.control, "Path of the control socket for sitectl")->type_name("PATH");
     app.add_flag("--json", chosen.json, "Print one JSON object per record");
     app.add_flag("--events", chosen.events, "With --json, also print objects for tunnel events and sent records")
@@ -90,6 +93,30 @@ std::optional<controller::site> make_site(const options &chosen) {
     return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
 }
 
+std::shared_ptr<SSL_CTX> read_certificates(const options &chosen) {
+    return kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key, chosen.revoked);
+}
+
+// Reads the files anew. Keeps the former content of one that cannot be read.
+void reload(const options &chosen, controller::tunnels &tunnels, controller::exchange &exchange,
+            controller::output &output) {
+    try {
+        tunnels.use(read_certificates(chosen));
+        output.note("read the certificates anew");
+    } catch (const std::exception &error) {
+        output.note(std::string("keeping the former certificates: ") + error.what());
+    }
+    if (chosen.acl.empty()) {
+        return;
+    }
+    try {
+        exchange.managed_site()->acl() = controller::mac_acl::load(chosen.acl);
+        output.note("read the access lists anew");
+    } catch (const std::exception &error) {
+        output.note(std::string("keeping the former access lists: ") + error.what());
+    }
+}
+
 kx::event_ptr every_second(event_base *base, controller::exchange &what) {
     const auto tick = [](evutil_socket_t, short, void *of) { static_cast<controller::exchange *>(of)->tick(); };
     kx::event_ptr timer(event_new(base, -1, EV_PERSIST, tick, &what));
@@ -98,11 +125,10 @@ kx::event_ptr every_second(event_base *base, controller::exchange &what) {
     return timer;
 }
 
-kx::event_ptr ends_loop(event_base *base, int signal) {
-    const auto end = [](evutil_socket_t, short, void *of) {
-        event_base_loopexit(static_cast<event_base *>(of), nullptr);
-    };
-    kx::event_ptr watch(evsignal_new(base, signal, end, base));
+// Calls `action`, which outlives the result, at each `signal`.
+kx::event_ptr on_signal(event_base *base, int signal, const std::function<void()> &action) {
+    const auto call = [](evutil_socket_t, short, void *of) { (*static_cast<const std::function<void()> *>(of))(); };
+    kx::event_ptr watch(evsignal_new(base, signal, call, const_cast<std::function<void()> *>(&action)));
     event_add(watch.get(), nullptr);
     return watch;
 }
@@ -110,7 +136,6 @@ kx::event_ptr ends_loop(event_base *base, int signal) {
 int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
     const auto [address, port] = split_address(chosen.listen).value();
-    const auto tls = kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key);
     const kx::event_base_ptr base(event_base_new());
     bool output_failed = false;
     const auto on_failure = [&] {
@@ -120,7 +145,7 @@ int run(const options &chosen) {
     controller::output output(chosen.json ? controller::output::format::json : controller::output::format::text,
                               chosen.events, on_failure);
     controller::exchange exchange(output, make_site(chosen));
-    controller::tunnels tunnels(base.get(), tls, address, port, exchange.callbacks());
+    controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
     controller::commands commands(exchange);
     std::unique_ptr<controller::control_server> control;
@@ -129,8 +154,11 @@ int run(const options &chosen) {
             base.get(), chosen.control, [&commands](const std::string &line) { return commands.run(line); });
     }
     const kx::event_ptr ticking = every_second(base.get(), exchange);
-    const kx::event_ptr on_interrupt = ends_loop(base.get(), SIGINT);
-    const kx::event_ptr on_terminate = ends_loop(base.get(), SIGTERM);
+    const std::function<void()> end = [&base] { event_base_loopexit(base.get(), nullptr); };
+    const std::function<void()> read_anew = [&] { reload(chosen, tunnels, exchange, output); };
+    const kx::event_ptr on_interrupt = on_signal(base.get(), SIGINT, end);
+    const kx::event_ptr on_terminate = on_signal(base.get(), SIGTERM, end);
+    const kx::event_ptr on_hangup = on_signal(base.get(), SIGHUP, read_anew);
     output.note("listening on " + address + " port " + std::to_string(tunnels.port()));
     if (!chosen.port_file.empty()) {
         write_port(chosen.port_file, tunnels.port());

@@ -72,10 +72,11 @@ std::uint16_t local_port(int fd) {
 }  // namespace
 
 tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
-                 callbacks handlers)
+                 callbacks handlers, std::chrono::milliseconds probe)
     : base_(base),
       tls_(std::move(tls)),
       handlers_(std::move(handlers)),
+      probe_(probe),
       pause_(event_new(base, -1, 0, on_pause_end, this)),
       waiting_max_(limit_of_waiting()) {
     const address_list list(address, port);
@@ -103,8 +104,27 @@ bool tunnels::send(tunnel_id to, std::span<const std::uint8_t> message) {
 }
 
 void tunnels::close(tunnel_id which, const std::string &reason) {
-    if (tunnels_.contains(which)) {
-        went_down(which, reason);
+    const auto found = tunnels_.find(which);
+    if (found == tunnels_.end()) {
+        return;
+    }
+    found->second.connection->close_because(reason);
+    closing_[which] = std::move(found->second.connection);
+    went_down(which, reason);
+}
+
+void tunnels::use(std::shared_ptr<SSL_CTX> tls) {
+    tls_ = std::move(tls);
+    std::map<tunnel_id, std::string> refused;
+    for (const auto &[id, each] : tunnels_) {
+        if (each.up) {
+            refused[id] = each.connection->recheck(tls_.get());
+        }
+    }
+    for (const auto &[id, reason] : refused) {
+        if (!reason.empty()) {
+            close(id, "its certificate is not accepted any more: " + reason);
+        }
     }
 }
 
@@ -161,13 +181,69 @@ void tunnels::accept(int fd, const std::string &host, const std::string &port) {
          .on_message = [this, id](std::uint32_t destination,
                                   std::span<const std::uint8_t> message) { received(id, destination, message); },
          .on_down = [this, id](const std::string &reason) { went_down(id, reason); },
-         .on_drained = nullptr});
+         .on_drained = nullptr,
+         .on_handshake = [this, id] { handshake_done(id); }});
+}
+
+// The tunnel of an access point, or with `waits` the one that waits for the other's probe.
+std::optional<tunnel_id> tunnels::find(const mac_address &ap, bool waits, tunnel_id except) const {
+    const auto found = std::ranges::find_if(tunnels_, [&](const auto &each) {
+        return each.second.other.mac == ap && (each.second.probe != nullptr) == waits && each.first != except;
+    });
+    return found == tunnels_.end() ? std::nullopt : std::optional(found->first);
+}
+
+void tunnels::handshake_done(tunnel_id which) {
+    tunnel &with = tunnels_.at(which);
+    with.other.name = with.connection->peer_name();
+    const auto mac = with.connection->peer_mac();
+    if (!mac || *mac == mac_address{}) {
+        close(which,
+              "the certificate has no MAC address: expected one subjectAltName URI like urn:mac:02-00-00-00-10-00");
+        return;
+    }
+    with.other.mac = *mac;
+    if (const auto former = find(*mac, true, which)) {
+        close(*former, "the access point has opened another tunnel");
+    }
+    if (const auto holder = find(*mac, false, which)) {
+        probe(*holder, which);
+        return;
+    }
+    with.connection->admit();
+}
+
+void tunnels::probe(tunnel_id holder, tunnel_id candidate) {
+    tunnel &waiting = tunnels_.at(candidate);
+    tunnels_.at(holder).connection->probe();
+    const auto over = [](evutil_socket_t, short, void *of) {
+        const auto *const done = static_cast<const probing *>(of);
+        done->self->probe_done(done->candidate);
+    };
+    waiting.probe = std::make_unique<probing>(probing{this, candidate, std::chrono::steady_clock::now(), nullptr});
+    waiting.probe->timer.reset(event_new(base_, -1, 0, over, waiting.probe.get()));
+    const timeval wait = {probe_.count() / 1000, probe_.count() % 1000 * 1000};
+    event_add(waiting.probe->timer.get(), &wait);
+}
+
+void tunnels::probe_done(tunnel_id candidate) {
+    tunnel &waiting = tunnels_.at(candidate);
+    if (const auto holder = find(waiting.other.mac, false, candidate)) {
+        if (tunnels_.at(*holder).connection->last_heard() > waiting.probe->since) {
+            close(candidate, "the access point has another tunnel, which is alive");
+            return;
+        }
+        close(*holder, "the access point has opened another tunnel, and this one was silent");
+    }
+    if (const auto still = tunnels_.find(candidate); still != tunnels_.end()) {
+        still->second.probe.reset();
+        still->second.connection->admit();
+    }
 }
 
 void tunnels::came_up(tunnel_id which) {
     tunnel &now_up = tunnels_.at(which);
     now_up.up = true;
-    now_up.other.name = now_up.connection->peer_name();
     handlers_.on_up(which, now_up.other);
 }
 
@@ -178,7 +254,15 @@ void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<cons
 }
 
 void tunnels::went_down(tunnel_id which, const std::string &reason) {
+    if (const auto found = tunnels_.find(which); found == tunnels_.end()) {
+        closing_.erase(which);
+        return;
+    }
     const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    if (const auto next = find(gone.other.mac, true, which); next && gone.probe == nullptr) {
+        tunnels_.at(*next).probe.reset();
+        tunnels_.at(*next).connection->admit();
+    }
     if (gone.up) {
         handlers_.on_down(which, reason);
     } else {

@@ -1,27 +1,35 @@
 // The controller's end of the tunnels: listens and holds the tunnels that access points open.
 //
+// A tunnel belongs to the access point whose MAC address is in its certificate. An access point has one tunnel. When it
+// opens a second one, the first is probed: if it is silent the second replaces it, otherwise the second is refused.
+//
 // Connections that have not shown a certificate are limited, in all and for each address. At the limit the oldest of
 // them is closed for each new one. When a connection cannot be accepted, the listener pauses for a second.
 #ifndef CONTROLLER_TUNNELS_H
 #define CONTROLLER_TUNNELS_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "common/event_ptr.h"
+#include "common/mac_address.h"
 #include "tunnel/tunnel.h"
 
 namespace controller {
 
+using kx::mac_address;
 using tunnel_id = std::uint64_t;
 
 // The other end of a tunnel.
 struct peer {
     std::string name;     // common name of its certificate
+    mac_address mac{};    // in its certificate; zero when it has none
     std::string address;  // "127.0.0.1:49152"
 };
 
@@ -37,9 +45,11 @@ public:
         std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
     };
 
-    // Listens on `address`:`port`; port 0 is any free port. Throws std::runtime_error.
+    // Listens on `address`:`port`; port 0 is any free port. `probe` is the time in which the tunnel of an access point
+    // has to be heard when the access point opens a second one; shorter than the set-up of a tunnel and longer than the
+    // time between two keep-alives. Throws std::runtime_error.
     tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
-            callbacks handlers);
+            callbacks handlers, std::chrono::milliseconds probe = std::chrono::seconds(6));
     ~tunnels();
     tunnels(const tunnels &) = delete;
     tunnels &operator=(const tunnels &) = delete;
@@ -48,14 +58,23 @@ public:
 
     // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
-    // Ends a tunnel at once and drops its queued messages. Calls on_down with `reason`.
+    // Ends a tunnel and sends the other end the reason. Calls on_down with `reason`.
     void close(tunnel_id which, const std::string &reason);
+    // Uses other certificates from now on, and closes the tunnels whose certificate they do not accept.
+    void use(std::shared_ptr<SSL_CTX> tls);
 
 private:
+    struct probing {
+        tunnels *self;
+        tunnel_id candidate;
+        std::chrono::steady_clock::time_point since;
+        kx::event_ptr timer;
+    };
     struct tunnel {
         peer other;
         std::string host;  // the address of `other` without its port
         bool up = false;
+        std::unique_ptr<probing> probe;  // while the access point's other tunnel is probed
         std::unique_ptr<kx::tunnel_connection> connection;
     };
 
@@ -64,6 +83,10 @@ private:
     void accept(int fd, const std::string &host, const std::string &port);
     void make_room(const std::string &host);
     void displace(tunnel_id which);
+    void handshake_done(tunnel_id which);
+    void probe(tunnel_id holder, tunnel_id candidate);
+    void probe_done(tunnel_id candidate);
+    std::optional<tunnel_id> find(const mac_address &ap, bool waits, tunnel_id except) const;
     void came_up(tunnel_id which);
     void received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message);
     void went_down(tunnel_id which, const std::string &reason);
@@ -71,12 +94,14 @@ private:
     event_base *base_;
     std::shared_ptr<SSL_CTX> tls_;
     callbacks handlers_;
+    std::chrono::milliseconds probe_;
     kx::listener_ptr listener_;
     kx::event_ptr pause_;
     std::size_t waiting_max_;  // connections that have not come up
     std::uint16_t port_ = 0;
     tunnel_id last_ = 0;
     std::map<tunnel_id, tunnel> tunnels_;
+    std::map<tunnel_id, std::unique_ptr<kx::tunnel_connection>> closing_;  // the reason is on its way
 };
 
 }  // namespace controller

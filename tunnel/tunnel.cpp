@@ -82,7 +82,13 @@ public:
     bool send(std::uint32_t destination, std::span<const std::uint8_t> message) override;
     void set_reading(bool on) override;
     void close() override;
+    void close_because(const std::string &reason) override;
+    void admit() override;
+    void probe() override { send_keep_alive(); }
+    std::string recheck(SSL_CTX *tls) const override { return recheck_peer(ssl(), tls); }
     std::string peer_name() const override { return peer_name_; }
+    std::optional<mac_address> peer_mac() const override { return peer_mac_; }
+    monotonic::time_point last_heard() const override { return heard_; }
     std::uint32_t peer_ipv4() const override { return peer_ipv4_; }
 
 private:
@@ -111,6 +117,7 @@ private:
     void deliver(const tunnel_frame &frame);
     void queue_shrunk();
     void event(short what);
+    void handshake_done();
     void go_up();
     void notify_close();
     void start_timer(monotonic::duration wait);
@@ -130,11 +137,14 @@ private:
     std::optional<tunnel_queue> queue_;  // present with buffered_
     phase phase_ = phase::setup;
     bool accepting_ = false;
+    bool shaken_hands_ = false;  // both ends have each other's certificate, as far as this end can see
+    bool admitted_ = false;
     bool reading_ = true;
     bool refused_ = false;
     std::string pending_end_;  // why the connection is lost, while received frames are not delivered yet
     monotonic::time_point sent_, heard_;
     std::string peer_name_;
+    std::optional<mac_address> peer_mac_;
     std::uint32_t peer_ipv4_ = 0;
 };
 
@@ -192,11 +202,26 @@ void connection::close() {
     if (phase_ == phase::closing || phase_ == phase::closed || phase_ == phase::ended) {
         return;
     }
-    start_timer(phase_ == phase::up ? close_wait : 0s);
+    start_timer(shaken_hands_ ? close_wait : 0s);
     phase_ = phase::closing;
     if (buffered_ != nullptr) {
         bufferevent_enable(buffered_.get(), EV_READ);
         bufferevent_trigger(buffered_.get(), EV_WRITE, BEV_TRIG_DEFER_CALLBACKS);
+    }
+}
+
+void connection::close_because(const std::string &reason) {
+    if (shaken_hands_ && (phase_ == phase::setup || phase_ == phase::up)) {
+        const std::string text = make_tunnel_end(reason);
+        queue_->push(tunnel_destination_own, {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()});
+    }
+    close();
+}
+
+void connection::admit() {
+    if (phase_ == phase::setup) {
+        admitted_ = true;
+        start_timer(0s);
     }
 }
 
@@ -230,6 +255,9 @@ void connection::take_frames() {
         evbuffer_drain(input, evbuffer_get_length(input));
         return;
     }
+    if (accepting_ && phase_ == phase::setup) {
+        return;
+    }
     auto alive = owner_;
     tunnel_frame frame;
     std::string fault;
@@ -252,22 +280,22 @@ void connection::take_frames() {
 
 // May destroy the connection.
 void connection::deliver(const tunnel_frame &frame) {
+    if (frame.is_end()) {
+        end("ended by the peer: " + read_tunnel_end(frame.message()));
+        return;
+    }
     auto alive = owner_;
     if (phase_ == phase::setup) {
         go_up();
     }
-    if (!frame.is_keep_alive() && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
+    if (!frame.is_own() && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
         alive->handlers.on_message(frame.destination, frame.message());
     }
 }
 
 void connection::event(short what) {
     if ((what & BEV_EVENT_CONNECTED) != 0) {
-        peer_name_ = common_name_of_peer(ssl());
-        if (accepting_ && phase_ == phase::setup) {
-            send_keep_alive();
-            go_up();
-        }
+        handshake_done();
         return;
     }
     if (phase_ == phase::closed) {
@@ -281,8 +309,28 @@ void connection::event(short what) {
     end(reason_of(what));
 }
 
+void connection::handshake_done() {
+    shaken_hands_ = true;
+    peer_name_ = common_name_of_peer(ssl());
+    peer_mac_ = mac_of_peer(ssl());
+    if (!accepting_ || phase_ != phase::setup) {
+        return;
+    }
+    if (auto alive = owner_; alive->handlers.on_handshake) {
+        bufferevent_disable(buffered_.get(), EV_READ);
+        alive->handlers.on_handshake();
+        return;
+    }
+    go_up();
+}
+
 void connection::go_up() {
     phase_ = phase::up;
+    if (accepting_) {
+        send_keep_alive();
+        bufferevent_enable(buffered_.get(), EV_READ);
+        bufferevent_trigger(buffered_.get(), EV_READ, BEV_TRIG_IGNORE_WATERMARKS | BEV_TRIG_DEFER_CALLBACKS);
+    }
     sent_ = heard_ = monotonic::now();
     start_timer(options_.ping_after);
     if (!reading_) {
@@ -302,6 +350,10 @@ void connection::start_timer(monotonic::duration wait) {
 void connection::time_passed() {
     switch (phase_) {
         case phase::setup:
+            if (admitted_) {
+                go_up();
+                return;
+            }
             end(dialer_ != nullptr ? "no connection in time" : "no answer in time");
             return;
         case phase::up:

@@ -14,9 +14,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
+#include "common/mac_address.h"
 #include "tunnel/tunnel_frames.h"
 
 struct event_base;
@@ -32,9 +34,10 @@ struct tunnel_options {
 };
 
 // Makes a context for TLS 1.3 alone that presents `certificate` and accepts only peers whose certificate `ca` signed.
-// The arguments are names of PEM files. Throws std::runtime_error that names the file and OpenSSL's reason.
-std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate,
-                                          const std::string &key);
+// `revoked` is a list of revoked certificates of that authority; empty for none. The arguments are names of PEM files.
+// Throws std::runtime_error that names the file and OpenSSL's reason.
+std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate, const std::string &key,
+                                          const std::string &revoked = {});
 
 // One end of a tunnel, connecting or connected. Callbacks run from the event loop only, never inside a call of this
 // class, and may destroy the object. The process must ignore SIGPIPE.
@@ -48,6 +51,9 @@ public:
         // not sent. The object makes no further callback.
         std::function<void(const std::string &reason)> on_down;
         std::function<void()> on_drained;  // after a refused send(): half of the queue is free
+        // At the accepting end: the peer's certificate is accepted. The owner then calls admit(), close_because() or
+        // destroys the object; until then the peer's messages wait. Without this callback every such peer is admitted.
+        std::function<void()> on_handshake = nullptr;
     };
 
     // The accepting end. Owns the connected socket `fd` from now on.
@@ -70,8 +76,20 @@ public:
     // Refuses further messages, drops received ones, sends the queued ones and closes the connection. on_down follows
     // within 2 s. Destruction without close() drops queued messages.
     virtual void close() = 0;
+    // Like close(), and sends `reason` to the peer, whose on_down has it.
+    virtual void close_because(const std::string &reason) = 0;
+    // After on_handshake: on_up follows.
+    virtual void admit() = 0;
+    // Sends a keep-alive. A peer whose system was restarted answers with a reset, which ends the connection.
+    virtual void probe() = 0;
+    // Why `tls` would not accept the certificate of this peer, a client; empty when it would. After on_handshake only.
+    virtual std::string recheck(SSL_CTX *tls) const = 0;
 
-    virtual std::string peer_name() const = 0;    // common name in the peer's certificate; empty before on_up
+    virtual std::string peer_name() const = 0;  // common name in the peer's certificate; empty before on_up
+    // The MAC address in the peer's certificate (subjectAltName, "URI:urn:mac:02-00-00-00-10-00"). None before
+    // on_handshake, and when the certificate does not have exactly one.
+    virtual std::optional<mac_address> peer_mac() const = 0;
+    virtual std::chrono::steady_clock::time_point last_heard() const = 0;  // when something was last received
     virtual std::uint32_t peer_ipv4() const = 0;  // as a number, 0 when the peer is not on IPv4
 };
 

@@ -2,6 +2,7 @@
 
 #include <event2/buffer.h>
 
+#include <algorithm>
 #include <bit>
 
 #include "wire/big_endian.h"
@@ -15,6 +16,15 @@ struct frame_header {
 };
 static_assert(sizeof(frame_header) == tunnel_header_size);
 
+bool may_be_own(std::size_t length) { return length >= 1 && length <= 1 + tunnel_reason_max; }
+
+std::string printable(std::string text) {
+    text.resize(std::min(text.size(), tunnel_reason_max));
+    std::ranges::replace_if(
+        text, [](char each) { return each < ' ' || each > '~'; }, '?');
+    return text;
+}
+
 }  // namespace
 
 frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string &fault) {
@@ -24,7 +34,7 @@ frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string 
     }
     frame.destination = header.destination;
     frame.length = header.length;
-    if (frame.length > tunnel_message_max || (frame.is_keep_alive() && frame.length != 1)) {
+    if (frame.length > tunnel_message_max || (frame.is_own() && !may_be_own(frame.length))) {
         fault = "the peer sent a frame of " + std::to_string(frame.length) + " bytes to " +
                 std::to_string(frame.destination);
         return frame_state::bad;
@@ -34,11 +44,17 @@ frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string 
     }
     evbuffer_drain(input, sizeof(header));
     evbuffer_remove(input, frame.buffer.data(), frame.length);
-    if (frame.is_keep_alive() && frame.buffer[0] != tunnel_keep_alive) {
+    if (frame.is_own() && !frame.is_end() && (frame.length != 1 || frame.buffer[0] != tunnel_keep_alive)) {
         fault = "the peer sent an unknown keep-alive";
         return frame_state::bad;
     }
     return frame_state::taken;
+}
+
+std::string make_tunnel_end(const std::string &reason) { return static_cast<char>(tunnel_end) + printable(reason); }
+
+std::string read_tunnel_end(std::span<const std::uint8_t> message) {
+    return printable({message.begin() + 1, message.end()});
 }
 
 std::array<std::uint8_t, tunnel_header_size> make_tunnel_header(std::uint32_t destination, std::size_t length) {

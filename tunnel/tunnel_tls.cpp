@@ -3,8 +3,10 @@
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "tunnel/tunnel.h"
@@ -25,10 +27,39 @@ namespace {
     throw std::runtime_error(file + ": " + what + ": " + text);
 }
 
+void use_revocation_list(SSL_CTX *tls, const std::string &file) {
+    X509_STORE *store = SSL_CTX_get_cert_store(tls);
+    X509_LOOKUP *lookup = X509_STORE_add_lookup(store, X509_LOOKUP_file());
+    if (lookup == nullptr) {
+        throw std::bad_alloc();
+    }
+    if (X509_load_crl_file(lookup, file.c_str(), X509_FILETYPE_PEM) < 1) {
+        fail(file, "no certificate revocation list can be read");
+    }
+    X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK);
+}
+
+constexpr std::string_view mac_uri_prefix = "urn:mac:";
+
+struct names_deleter {
+    void operator()(GENERAL_NAMES *names) const { GENERAL_NAMES_free(names); }
+};
+using names_ptr = std::unique_ptr<GENERAL_NAMES, names_deleter>;
+
+// "02-00-00-00-10-00"
+std::optional<mac_address> parse_dashed_mac(std::string text) {
+    constexpr std::size_t length = 17;
+    if (text.size() != length || text.find(':') != std::string::npos) {
+        return std::nullopt;
+    }
+    std::ranges::replace(text, '-', ':');
+    return parse_mac(text);
+}
+
 }  // namespace
 
-std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate,
-                                          const std::string &key) {
+std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate, const std::string &key,
+                                          const std::string &revoked) {
     ERR_clear_error();
     std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_method()), SSL_CTX_free);
     if (context == nullptr) {
@@ -52,6 +83,9 @@ std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::stri
     }
     if (SSL_CTX_use_PrivateKey_file(tls, key.c_str(), SSL_FILETYPE_PEM) != 1) {
         fail(key, "no key can be read that belongs to " + certificate);
+    }
+    if (!revoked.empty()) {
+        use_revocation_list(tls, revoked);
     }
     return context;
 }
@@ -91,6 +125,49 @@ std::string common_name_of_peer(const SSL *ssl) {
     std::string name(reinterpret_cast<char *>(text), static_cast<std::size_t>(size));
     OPENSSL_free(text);
     return name;
+}
+
+std::optional<mac_address> mac_of_peer(const SSL *ssl) {
+    const X509 *certificate = SSL_get0_peer_certificate(ssl);
+    if (certificate == nullptr) {
+        return std::nullopt;
+    }
+    const names_ptr names(
+        static_cast<GENERAL_NAMES *>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
+    std::optional<mac_address> found;
+    for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); i++) {
+        const GENERAL_NAME *name = sk_GENERAL_NAME_value(names.get(), i);
+        if (name->type != GEN_URI) {
+            continue;
+        }
+        const ASN1_IA5STRING *uri = name->d.uniformResourceIdentifier;
+        const std::string text(reinterpret_cast<const char *>(ASN1_STRING_get0_data(uri)),
+                               static_cast<std::size_t>(ASN1_STRING_length(uri)));
+        if (!text.starts_with(mac_uri_prefix)) {
+            continue;
+        }
+        const auto mac = parse_dashed_mac(text.substr(mac_uri_prefix.size()));
+        if (!mac || found) {
+            return std::nullopt;
+        }
+        found = mac;
+    }
+    return found;
+}
+
+std::string recheck_peer(const SSL *ssl, SSL_CTX *tls) {
+    const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> check(X509_STORE_CTX_new(),
+                                                                                X509_STORE_CTX_free);
+    if (check == nullptr || X509_STORE_CTX_init(check.get(), SSL_CTX_get_cert_store(tls),
+                                                SSL_get0_peer_certificate(ssl), SSL_get_peer_cert_chain(ssl)) != 1) {
+        throw std::bad_alloc();
+    }
+    X509_STORE_CTX_set_default(check.get(), "ssl_client");
+    if (X509_verify_cert(check.get()) == 1) {
+        return {};
+    }
+    ERR_clear_error();
+    return X509_verify_cert_error_string(X509_STORE_CTX_get_error(check.get()));
 }
 
 }  // namespace kx

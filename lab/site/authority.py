@@ -22,18 +22,21 @@ class Authority:
     def __init__(self, directory: Path, name: str = "authority") -> None:
         self._directory = directory
         self._own = self._identity(name)
-        self._make(self._own, name, "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=keyCertSign")
+        self._make(self._own, name, "-addext", "basicConstraints=critical,CA:TRUE",
+                   "-addext", "keyUsage=keyCertSign,cRLSign")
 
     @property
     def certificate(self) -> Path:
         return self._own.certificate
 
-    def issue(self, name: str, address: str | None = None) -> Identity:
-        """Issues a certificate for the common name `name`, and for the IP address `address` when it is given."""
+    def issue(self, name: str, address: str | None = None, mac: str | None = None) -> Identity:
+        """Issues a certificate for the common name `name`, for a host's IP address or an access point's MAC address."""
         issued = self._identity(name)
-        host = ("-addext", f"subjectAltName=IP:{address}") if address else ()
+        names = [f"IP:{address}"] if address else []
+        names += [f"URI:urn:mac:{mac.replace(':', '-')}"] if mac else []
+        alternative = ("-addext", f"subjectAltName={','.join(names)}") if names else ()
         self._make(issued, name, "-CA", self._own.certificate, "-CAkey", self._own.key,
-                   "-addext", "basicConstraints=CA:FALSE", *host)
+                   "-addext", "basicConstraints=CA:FALSE", *alternative)
         return issued
 
     def _identity(self, name: str) -> Identity:

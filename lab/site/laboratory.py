@@ -45,7 +45,7 @@ class Laboratory:
     def add_access_point(self, mac: str, vaps: str) -> AccessPoint:
         """Adds an access point that connects to the controller, which must have been started."""
         name = f"ap{len(self.access_points) + 1}"
-        added = AccessPoint(self.processes, self.directory / name, mac, vaps, self.authority.issue(name))
+        added = AccessPoint(self.processes, self.directory / name, mac, vaps, self.authority.issue(name, mac=mac))
         added.configure(self.controller, self.authority)
         self.access_points.append(added)
         return added

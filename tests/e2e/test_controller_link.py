@@ -60,7 +60,7 @@ def test_access_point_of_another_authority_is_refused(lab, tmp_path):
     lab.controller.start()
     access_point = add_access_point(lab)
     right = access_point.identity
-    access_point.identity = Authority(tmp_path, "others").issue("ap1")
+    access_point.identity = Authority(tmp_path, "others").issue("ap1", mac=access_point.mac)
     access_point.configure(lab.controller, lab.authority)
     access_point.start_all()
     wait_for_event(lab.controller, "tunnel_refused")

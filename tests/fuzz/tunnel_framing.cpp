@@ -36,7 +36,10 @@ expectation expect(std::span<const uint8_t> stream) {
         const uint32_t length = frame.word32();
         const auto bytes = frame.take(length);
         const bool own = destination == 0;
-        found.bad = length > 16384 || (own && length != 1) || (own && bytes.size() == 1 && bytes[0] != 1);
+        const bool end = !bytes.empty() && bytes[0] == 2;
+        const bool keep_alive = length == 1 && !bytes.empty() && bytes[0] == 1;
+        found.bad = length > 16384 || (own && (length < 1 || length > 201)) ||
+                    (own && bytes.size() == length && !end && !keep_alive);
         if (found.bad || bytes.size() < length) {
             break;
         }

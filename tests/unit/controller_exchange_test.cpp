@@ -15,6 +15,7 @@ namespace {
 
 using namespace controller;
 using nlohmann::json;
+using namespace std::chrono_literals;
 
 constexpr mac_address ap1 = {2, 0, 0, 0, 0x10, 0};
 constexpr mac_address vap1 = {2, 0, 0, 0, 0x10, 1};
@@ -66,16 +67,23 @@ protected:
     explicit Exchange(std::optional<site> answering = site())
         : exchange_(output_, std::move(answering)),
           tunnels_(rig_.base.get(), kx::make_tls_context(authority_.file(), server_.certificate, server_.key),
-                   "127.0.0.1", 0, exchange_.callbacks()),
+                   "127.0.0.1", 0, exchange_.callbacks(), 300ms),
           commands_(exchange_) {
         exchange_.use(tunnels_);
     }
 
-    void connect(tunnel_end &end, const std::string &name) { connect(end, authority_.issue(name, "")); }
+    certificate_files identity_of(const std::string &name, const mac_address &ap) {
+        std::string dashed = kx::format_mac(ap);
+        std::ranges::replace(dashed, ':', '-');
+        return authority_.issue(name, "URI:urn:mac:" + dashed);
+    }
+    void connect(tunnel_end &end, const std::string &name, const mac_address &ap) {
+        connect(end, identity_of(name, ap));
+    }
     void connect(tunnel_end &end, const certificate_files &identity) {
         const auto tls = kx::make_tls_context(authority_.file(), identity.certificate, identity.key);
-        end.tunnel =
-            kx::tunnel_connection::connect(rig_.base.get(), tls.get(), "127.0.0.1", tunnels_.port(), end.callbacks());
+        end.tunnel = kx::tunnel_connection::connect(rig_.base.get(), tls.get(), "127.0.0.1", tunnels_.port(),
+                                                    end.callbacks(), to_controller_);
     }
     void say(tunnel_end &end, const mac_address &ap, const record &one) { ASSERT_TRUE(end.send(encode(ap, one))); }
     // Whether `end` gets a record of this type.
@@ -91,7 +99,7 @@ protected:
     }
     // Connects an access point that reports no stations.
     void start(tunnel_end &end, const char *name, const mac_address &ap, const mac_address &bssid) {
-        connect(end, name);
+        connect(end, name, ap);
         ASSERT_TRUE(gets(end, record_type::req_bulk_info));
         say(end, ap, stations(bssid));
         ASSERT_TRUE(rig_.run_until([&] { return exchange_.aps().tunnel_of(ap).has_value(); }));
@@ -106,6 +114,7 @@ protected:
     exchange exchange_;
     tunnels tunnels_;
     commands commands_;
+    kx::tunnel_options to_controller_;
     tunnel_end first_, second_;
 };
 
@@ -152,12 +161,14 @@ TEST_F(Exchange, refuses_a_certificate_of_another_authority) {
     EXPECT_EQ(shown_.count("event", "tunnel_up"), 0);
 }
 
-TEST_F(Exchange, goes_on_with_the_newer_tunnel_of_an_access_point) {
+TEST_F(Exchange, replaces_a_silent_tunnel_by_a_newer_one) {
     start(first_, "ap-1", ap1, vap1);
-    connect(second_, "ap-1");
+    connect(second_, "ap-1", ap1);
+    EXPECT_TRUE(rig_.run_until([&] { return first_.downs == 1; }));
+    EXPECT_NE(first_.reason.find("has opened another tunnel, and this one was silent"), std::string::npos);
     ASSERT_TRUE(gets(second_, record_type::req_bulk_info));
     say(second_, ap1, stations(vap1));
-    EXPECT_TRUE(rig_.run_until([&] { return first_.downs == 1; }));
+    ASSERT_TRUE(rig_.run_until([&] { return exchange_.aps().tunnel_of(ap1).has_value(); }));
     EXPECT_EQ(exchange_.aps().links().size(), 1u);
     EXPECT_TRUE(exchange_.managed_site()->aps().at(ap1).up);
 }
@@ -166,14 +177,35 @@ TEST_F(Exchange, keeps_an_access_point_from_speaking_for_another) {
     start(first_, "ap-1", ap1, vap1);
     start(second_, "ap-2", ap2, vap2);
     say(second_, ap1, update(record_type::client_assoc, vap1));
-    EXPECT_TRUE(shows("error", "the tunnel belongs to another access point"));
-    tunnel_end third;
-    connect(third, "ap-3");
-    ASSERT_TRUE(gets(third, record_type::req_bulk_info));
-    say(third, ap1, update(record_type::client_assoc, vap1));
-    EXPECT_TRUE(shows("error", "the access point has a tunnel with another certificate"));
+    EXPECT_TRUE(shows("error", "the MAC address is not the one in the tunnel's certificate"));
+    ASSERT_TRUE(rig_.run_until([&] { return second_.downs == 1; }));
+    EXPECT_EQ(second_.reason,
+              "ended by the peer: it sent a message of 02:00:00:00:10:00: the MAC address is not the one "
+              "in the tunnel's certificate");
     EXPECT_TRUE(exchange_.managed_site()->clients().empty());
     EXPECT_EQ(first_.downs, 0);
+}
+
+TEST_F(Exchange, refuses_a_second_tunnel_while_the_first_is_alive) {
+    to_controller_.ping_after = 50ms;
+    start(first_, "ap-1", ap1, vap1);
+    connect(second_, "ap-1", ap1);
+    ASSERT_TRUE(rig_.run_until([&] { return second_.downs == 1; }));
+    EXPECT_EQ(second_.reason, "ended by the peer: the access point has another tunnel, which is alive");
+    EXPECT_EQ(second_.ups, 0);
+    EXPECT_TRUE(first_.up());
+}
+
+TEST_F(Exchange, refuses_a_certificate_without_exactly_one_mac_address) {
+    for (const char *const names : {"", "DNS:ap-1", "URI:urn:mac:02-00-00-00-10", "URI:urn:mac:02:00:00:00:10:00",
+                                    "URI:urn:mac:02-00-00-00-10-00,URI:urn:mac:02-00-00-00-10-01"}) {
+        tunnel_end end;
+        connect(end, authority_.issue("ap-1", names));
+        ASSERT_TRUE(rig_.run_until([&] { return end.downs == 1; }));
+        EXPECT_TRUE(end.reason.starts_with("ended by the peer: the certificate has no MAC address")) << end.reason;
+        EXPECT_EQ(end.ups, 0);
+    }
+    EXPECT_EQ(shown_.count("event", "tunnel_refused"), 5);
 }
 
 TEST_F(Exchange, shows_what_is_malformed_and_goes_on) {
@@ -199,7 +231,7 @@ TEST_F(Exchange, ends_a_tunnel_whose_access_point_does_not_read) {
 }
 
 TEST_F(Exchange, asks_again_until_it_is_answered) {
-    connect(first_, "ap-1");
+    connect(first_, "ap-1", ap1);
     ASSERT_TRUE(gets(first_, record_type::req_bulk_info));
     for (int i = 0; i < 3; i++) {
         exchange_.tick();
@@ -208,7 +240,7 @@ TEST_F(Exchange, asks_again_until_it_is_answered) {
 }
 
 TEST_F(PassiveExchange, only_sends_what_the_operator_gives) {
-    connect(first_, "ap-1");
+    connect(first_, "ap-1", ap1);
     ASSERT_TRUE(shows("event", "tunnel_up"));
     ASSERT_TRUE(rig_.run_until([&] { return first_.up(); }));
     say(first_, ap1, update(record_type::client_info_fetch, vap1));

@@ -1,0 +1,65 @@
+"""SIGHUP has the controller read its files anew, whatever is in them."""
+
+import signal
+import subprocess
+
+from steps import add_access_point, events, wait_for_event, wait_for_line
+
+
+def hang_up(lab, answer, number=1):
+    lab.controller.process.signal(signal.SIGHUP)
+    wait_for_line(lab.controller.process.err, answer, number)
+
+
+def revoke(lab, directory, *identities):
+    """A list of revoked certificates, signed by the lab's authority."""
+    authority = lab.authority.certificate
+    (directory / "index").write_text("")
+    (directory / "crlnumber").write_text("01\n")
+    configuration = directory / "ca.conf"
+    configuration.write_text(f"[ca]\ndefault_ca = lab\n[lab]\ndatabase = {directory}/index\ndefault_md = sha256\n"
+                             f"crlnumber = {directory}/crlnumber\ndefault_crl_days = 1\n")
+    command = ["openssl", "ca", "-config", configuration, "-cert", authority, "-keyfile", authority.with_suffix(".key")]
+    for each in identities:
+        subprocess.run([*command, "-revoke", each.certificate], check=True, capture_output=True)
+    subprocess.run([*command, "-gencrl", "-out", directory / "crl.pem"], check=True, capture_output=True)
+    return directory / "crl.pem"
+
+
+def test_access_lists_are_read_anew_and_kept_when_they_are_bad(lab, tmp_path):
+    lists = tmp_path / "acl.toml"
+    lists.write_text('default = "allow"\n')
+    lab.controller.start("--acl", lists)
+    lists.write_text('default = "deny"\n')
+    hang_up(lab, "read the access lists anew")
+    assert lab.controller.ask_json("acl")["default"] == "deny"
+    lists.write_text("default = [[[\n")
+    hang_up(lab, "keeping the former access lists")
+    assert lab.controller.ask_json("acl")["default"] == "deny"
+
+
+def test_certificates_are_read_anew_without_ending_tunnels(lab):
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    lab.start()
+    before = lab.controller.identity.certificate.read_text()
+    lab.controller.identity.certificate.write_text("nothing\n")
+    hang_up(lab, "keeping the former certificates")
+    lab.controller.identity.certificate.write_text(before)
+    hang_up(lab, "read the certificates anew")
+    assert events(lab.controller, "tunnel_down") == []
+    assert lab.controller.ask_json("aps")[0]["ap"] == access_point.mac
+
+
+def test_revoked_access_point_loses_its_tunnel_and_gets_no_other(lab, tmp_path):
+    lists = revoke(lab, tmp_path)
+    lab.controller.start("--crl", lists)
+    good, revoked = add_access_point(lab, 1), add_access_point(lab, 2)
+    lab.start()
+    revoke(lab, tmp_path, revoked.identity)
+    hang_up(lab, "read the certificates anew")
+    wait_for_event(lab.controller, "tunnel_down")
+    assert "revoked" in events(lab.controller, "tunnel_down")[0]["reason"]
+    wait_for_line(revoked.running["apd"].err, "certificate revoked")
+    wait_for_event(lab.controller, "tunnel_refused")
+    assert [each["ap"] for each in lab.controller.ask_json("aps") if each["up"]] == [good.mac]
