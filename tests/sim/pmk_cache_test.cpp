@@ -228,6 +228,17 @@ SIM_TEST(pmk_fetch, is_answered_from_the_table) {
     expect_stored(known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_FOREIGN | CLIENT_FLAG_TUNNEL | CLIENT_FLAG_PMK));
 }
 
+SIM_TEST(pmk_fetch, writes_its_answer_over_the_message) {
+    have_two_vaps();
+    const client_info client = known_client(CLIENT_FLAG_LOCAL | CLIENT_FLAG_PMK);
+    have_client(sim, client);
+    bytes payload = message(HOSTAPD_PMK_FETCH);
+    EXPECT_EQ(0, client_mgr_handle_pmk_fetch(payload.data()));
+    EXPECT_EQ(big32(HOSTAPD_PMK_FETCH_RESP), first(payload, 4));
+    EXPECT_EQ(bytes(client.pmk, client.pmk + sizeof client.pmk), bytes(payload.begin() + 22, payload.begin() + 54));
+    sim.forget();
+}
+
 // The BSSID is not checked when the key is known.
 SIM_TEST(pmk_fetch, from_a_bssid_that_is_not_ours_is_answered_from_the_table) {
     have_two_vaps();
