@@ -165,13 +165,21 @@ TEST_F(tunnel, reads_frames_that_arrive_together) {
     EXPECT_EQ(accepted.messages, (std::vector<received_message>{{106, {1}}, {5, {}}, {106, {2, 3}}}));
 }
 
+TEST_F(tunnel, ends_with_the_reason_of_the_peer_in_printable_characters) {
+    auto peer = start_raw_peer();
+    peer->send(frame(0, {kx::tunnel_end, 'n', 'o', 0x1b, 0xff}));
+    ASSERT_TRUE(run_until([&] { return accepted.downs == 1; }));
+    EXPECT_EQ(accepted.reason, "ended by the peer: no??");
+}
+
 TEST_F(tunnel, ends_on_frames_out_of_bounds) {
     bytes too_long = frame(106, {});
     too_long[6] = 0x40;
     too_long[7] = 0x01;
     bytes huge = frame(106, {});
     huge[4] = 0xff;
-    for (const bytes &bad : {too_long, huge, frame(0, {}), frame(0, {1, 1}), frame(0, {2})}) {
+    for (const bytes &bad :
+         {too_long, huge, frame(0, {}), frame(0, {1, 1}), frame(0, {3}), frame(0, bytes(202, kx::tunnel_end))}) {
         accepted = {};
         auto peer = start_raw_peer();
         peer->send(frame(106, {1}));
