@@ -77,7 +77,7 @@ int32_t find(const mac_address &mac) {
 template <slot_table T, class Accept>
 typename T::slot *get(const mac_address &mac, int32_t *idx, Accept accept) {
     const trace_scope trace(T::names.get);
-    CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", mac_arg(mac.bytes), *idx);
+    CM_LOG(LOG_TRACE, ">>>>> Client MAC:" MAC_FMT " idx: %d", mac_arg(mac), *idx);
     const mac_address key = mac;  // as in find
     for (int32_t i = T::buckets[mac_hash(mac)]; i != NO_SLOT; i = at<T>(i).hash_next) {
         auto &s = at<T>(i);
