@@ -2,18 +2,23 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <system_error>
 #include <tuple>
 
 #include "apd/controller_message.h"
 #include "apd/log.h"
 #include "apd/vap_changes.h"
 #include "common/ipv4.h"
+#include "common/service_manager.h"
 #include "wire/apcomm_channel.h"
 #include "wire/local_messages.h"
 
 namespace apd {
 
 namespace {
+
+constexpr std::chrono::seconds sockets_period{5};
 
 auto fields_of(const kx::controller_config &controller) {
     return std::tie(controller.address, controller.port, controller.ca, controller.certificate, controller.key);
@@ -34,7 +39,7 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
     : base_(base),
       config_file_(std::move(config_file)),
       config_(kx::load_ap_config(config_file_)),
-      service_manager_(base),
+      keep_alive_(base, -1, EV_PERSIST, [] { kx::notify_service_manager("WATCHDOG=1"); }),
       lost_(base, "messages of client_mgr dropped: there is no tunnel"),
       refused_(base, "malformed messages from the controller refused"),
       link_(base, {[this] { tunnel_up(); }, [this] { tunnel_down(); },
@@ -53,16 +58,21 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
                 [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                     return daemon_message_rcvd(destination, message);
                 }}),
-      config_watch_(base, config_file_, [this] { config_changed(); }) {
+      config_watch_(base, config_file_, [this] { config_changed(); }),
+      sockets_due_(base, -1, EV_PERSIST, [this] { restore_sockets(); }) {
+    if (auto period = kx::keep_alive_period(); period.count() > 0) {
+        keep_alive_.start(period);
+    }
+    sockets_due_.start(sockets_period);
     monitor_.start();
     check_certificates(config_.controller);
     log_line("waiting for client_mgr");
-    service_manager::notify("READY=1");
+    kx::notify_service_manager("READY=1");
     publish_status();
 }
 
 void platform_daemon::stop() {
-    service_manager::notify("STOPPING=1");
+    kx::notify_service_manager("STOPPING=1");
     link_.stop();
 }
 
@@ -186,10 +196,23 @@ void platform_daemon::reload() {
     inbox_.send(KX_MSG_ID_VAP_INIT);
 }
 
+void platform_daemon::restore_sockets() {
+    try {
+        monitor_.restore_endpoint();
+        channel_.restore_listener();
+        sockets_failed_ = false;
+    } catch (const std::system_error &error) {
+        if (!sockets_failed_) {
+            report(std::string("a socket was removed, and cannot be made again: ") + error.what());
+        }
+        sockets_failed_ = true;
+    }
+}
+
 void platform_daemon::publish_status() {
     std::string tunnel = link_.is_up() ? "tunnel to " + kx::format_ipv4(link_.controller_ip()) + " up" : "no tunnel";
     std::string refused = refused_.total() == 0 ? "" : ", " + std::to_string(refused_.total()) + " messages refused";
-    service_manager::notify("STATUS=" + tunnel + ", " + monitor_.status() + refused);
+    kx::notify_service_manager("STATUS=" + tunnel + ", " + monitor_.status() + refused);
 }
 
 }  // namespace apd

@@ -11,10 +11,10 @@
 #include "apd/controller_link.h"
 #include "apd/daemon_channel.h"
 #include "apd/daemon_inbox.h"
+#include "apd/events.h"
 #include "apd/log.h"
 #include "apd/loss_counter.h"
 #include "apd/monitor.h"
-#include "apd/service_manager.h"
 #include "common/ap_config.h"
 
 namespace apd {
@@ -42,11 +42,12 @@ private:
     void config_changed();
     bool read_config();
     void publish_status();
+    void restore_sockets();
 
     event_base *base_;
     std::string config_file_;
     kx::ap_config config_;
-    service_manager service_manager_;
+    watch keep_alive_;  // for the service manager
     loss_counter lost_;
     loss_counter refused_;
     controller_link link_;
@@ -54,6 +55,8 @@ private:
     monitor monitor_;
     daemon_channel channel_;
     config_watch config_watch_;
+    watch sockets_due_;
+    bool sockets_failed_ = false;  // the last time that they were checked
 };
 
 }  // namespace apd

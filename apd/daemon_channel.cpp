@@ -1,5 +1,6 @@
 #include "apd/daemon_channel.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <system_error>
 
-#include "common/ipc_endpoint.h"
 #include "common/paths.h"
 
 namespace apd {
@@ -50,7 +50,21 @@ daemon_channel::daemon_channel(event_base *base, detail_log details, callbacks h
       path_(kx::place(kx::endpoint_apcomm)),
       listener_(listen_at(path_)),
       acceptable_(base, listener_, EV_READ | EV_PERSIST, [this] { accept_connection(); }) {
+    file_.remember(path_);
     acceptable_.start();
+}
+
+void daemon_channel::restore_listener() {
+    if (!file_.is_gone()) {
+        return;
+    }
+    int fd = listen_at(path_);
+    file_.remember(path_);
+    acceptable_.stop();
+    dup3(fd, listener_, O_CLOEXEC);
+    close(fd);
+    acceptable_.start();
+    report("the socket for client_mgr was removed, and is made again");
 }
 
 daemon_channel::~daemon_channel() {

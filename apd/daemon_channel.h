@@ -14,6 +14,7 @@
 
 #include "apd/events.h"
 #include "apd/log.h"
+#include "common/ipc_endpoint.h"
 #include "wire/apcomm_channel.h"
 
 namespace apd {
@@ -39,6 +40,8 @@ public:
     bool is_registered() const { return !registered_.empty(); }
     // Offers the refused message to on_message again, and reads on when it is accepted.
     void resume();
+    // Makes the listener's socket again when its file was removed. Throws std::system_error.
+    void restore_listener();
     // Ends all connections. A client manager that runs connects and registers again.
     void disconnect();
 
@@ -60,6 +63,7 @@ private:
     callbacks handlers_;
     std::string path_;
     int listener_;
+    kx::socket_file file_;
     watch acceptable_;
     std::map<int, watch> connections_;  // by file descriptor
     std::set<int> registered_;          // on which a client manager has registered

@@ -1,6 +1,7 @@
 #include <event2/event.h>
 #include <signal.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -13,13 +14,16 @@
 #include "apd/heap_reserve.h"
 #include "apd/log.h"
 #include "common/ap_config.h"
+#include "common/console.h"
 #include "common/event_ptr.h"
 #include "common/hardening.h"
 #include "common/paths.h"
+#include "common/program_lock.h"
 
 namespace {
 
 void serve(const std::string &config_file, apd::detail_log details) {
+    kx::lock_program("apd");
     kx::event_base_ptr base(event_base_new());
     apd::platform_daemon daemon(base.get(), config_file, details);
     apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
@@ -50,6 +54,7 @@ int run(int argc, char **argv) {
     }
 
     signal(SIGPIPE, SIG_IGN);
+    kx::never_wait_for_reader(STDERR_FILENO);
     kx::harden_process();
     apd::take_heap();
     apd::clean_libraries_heap();

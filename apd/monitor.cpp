@@ -34,6 +34,14 @@ std::string monitor::status() const {
     return name + (daemon_->missed < missed_max ? " runs" : " does not answer");
 }
 
+void monitor::restore_endpoint() {
+    if (socket_.restore()) {
+        readable_.stop();
+        readable_.start();
+        report("the system monitor's socket was removed, and is made again");
+    }
+}
+
 void monitor::read_messages() {
     constexpr int messages_per_wakeup = 64;
     for (int i = 0; i < messages_per_wakeup; i++) {

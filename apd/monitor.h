@@ -25,6 +25,9 @@ public:
     // "client_mgr (process 123) runs"
     std::string status() const;
 
+    // Makes the endpoint again when its file was removed. Throws std::system_error.
+    void restore_endpoint();
+
 private:
     static constexpr unsigned missed_max = 3;
 

@@ -164,6 +164,20 @@ int open_ipc_endpoint(const std::string &path) {
     return fd.release();
 }
 
+void socket_file::remember(const std::string &path) {
+    struct stat status {};
+    path_ = path;
+    if (lstat(path.c_str(), &status) == 0) {
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+    }
+}
+
+bool socket_file::is_gone() const {
+    struct stat status {};
+    return lstat(path_.c_str(), &status) != 0 || status.st_dev != device_ || status.st_ino != inode_;
+}
+
 bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &datagram) {
     iovec data{buffer.data(), buffer.size()};
     // Room for the credentials alone, which come first. The kernel then installs no descriptors that a sender adds.

@@ -33,6 +33,20 @@ ipc_address make_ipc_address(const std::string &path);
 // Throws std::system_error, with EADDRINUSE when a live process uses the path.
 int open_ipc_endpoint(const std::string &path);
 
+// The file of a bound socket, which somebody may remove or replace.
+class socket_file {
+public:
+    // Remembers the file that is at `path` now.
+    void remember(const std::string &path);
+    // Another file, or none, is at the path.
+    bool is_gone() const;
+
+private:
+    std::string path_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+};
+
 // A received datagram.
 struct ipc_datagram {
     std::size_t size = 0;         // bytes in the buffer

@@ -1,5 +1,6 @@
 #include "common/local_ipc.h"
 
+#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -59,12 +60,14 @@ ipc_socket::ipc_socket(ipc_socket &&other) noexcept
     : on_dropped(std::move(other.on_dropped)),
       fd_(std::exchange(other.fd_, -1)),
       path_(std::move(other.path_)),
+      file_(std::move(other.file_)),
       drops_(other.drops_) {}
 
 ipc_socket &ipc_socket::operator=(ipc_socket &&other) noexcept {
     std::swap(on_dropped, other.on_dropped);
     std::swap(fd_, other.fd_);
     std::swap(path_, other.path_);
+    std::swap(file_, other.file_);
     std::swap(drops_, other.drops_);
     return *this;
 }
@@ -75,6 +78,17 @@ ipc_socket::~ipc_socket() {
         unlink(path_.c_str());
         close(fd_);
     }
+}
+
+bool ipc_socket::restore() {
+    if (!file_.is_gone()) {
+        return false;
+    }
+    int fd = open_ipc_endpoint(path_);
+    file_.remember(path_);
+    dup3(fd, fd_, O_CLOEXEC);
+    close(fd);
+    return true;
 }
 
 ipc_result ipc_socket::send(std::string_view endpoint, std::uint32_t id, std::uint32_t flags,

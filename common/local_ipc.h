@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/drop_log.h"
+#include "common/ipc_endpoint.h"
 #include "wire/local_ipc.h"
 
 namespace kx {
@@ -43,6 +44,10 @@ public:
 
     int fd() const { return fd_; }
 
+    // Makes the endpoint again, with the same file descriptor, when its file was removed or replaced. True when it has;
+    // a poller must then be given the descriptor again. Throws std::system_error.
+    bool restore();
+
     // Sends one message to `endpoint`: a platform path, or a file system path below root(), such as
     // ipc_message::sender. Throws std::length_error when header and payload exceed ipc_message_max, std::system_error
     // on any error that is neither `full` nor `absent`.
@@ -56,10 +61,11 @@ public:
     std::function<void(const std::string &)> on_dropped;
 
 private:
-    ipc_socket(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+    ipc_socket(int fd, std::string path) : fd_(fd), path_(std::move(path)) { file_.remember(path_); }
 
     int fd_ = -1;
     std::string path_;
+    socket_file file_;
     drop_log drops_;
 };
 

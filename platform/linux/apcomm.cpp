@@ -20,6 +20,7 @@
 #include "kx/kx_eloop.h"
 #include "platform/linux/event_base.h"
 #include "platform/linux/part_assembly.h"
+#include "platform/linux/service.h"
 #include "wire/apcomm_channel.h"
 
 namespace {
@@ -215,6 +216,7 @@ void apcomm_channel::tunnel_lost(const char *why) {
     }
     parts_.clear();
     tunnel_up_ = false;
+    kx::publish_controller(0);
 }
 
 bool apcomm_channel::send(uint32_t destination, std::span<const uint8_t> message) {
@@ -253,6 +255,7 @@ void apcomm_channel::status_rcvd(const kx::apcomm_status &report) {
         tunnel_lost("the tunnel is down");
     }
     tunnel_up_ = status == APCOMM_STATUS_UP;
+    kx::publish_controller(tunnel_up_ ? std::uint32_t{report.ctrl_ip} : 0);
     if (on_status != nullptr) {
         on_status(report.ctrl_ip, status);
     }

@@ -2,19 +2,25 @@
 
 #include <event2/event.h>
 #include <event2/event_struct.h>
+#include <fcntl.h>
 #include <sys/uio.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <span>
+#include <string>
 #include <system_error>
 
 #include "common/drop_log.h"
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
+#include "common/program_lock.h"
+#include "kx/kx_eloop.h"
 #include "platform/linux/event_base.h"
 #include "platform/linux/start_failure.h"
 #include "wire/local_ipc.h"
@@ -24,14 +30,23 @@ namespace {
 static_assert(kx::ipc_flag_notification == KX_IPC_FLAG_NOTIFICATION && kx::ipc_flag_request == KX_IPC_FLAG_REQUEST);
 static_assert(sizeof(kx_ipc_msg_hdr) == kx::ipc_header_size);
 
-// Messages handled before timers and other sockets get a turn.
+// Messages handled, and seconds spent on them, before timers and other sockets get a turn.
 constexpr int messages_per_wakeup = 64;
+constexpr time_t seconds_per_wakeup = 1;
+
+constexpr unsigned check_file_secs = 5;
 
 // A message and its sender, for kx_ipc_eloop_resp. `rx` comes first, so a pointer to it is a pointer to the record.
 struct received_message {
     kx_ipc_rx rx;
     const kx::ipc_address *sender;
 };
+
+time_t seconds_now() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
 
 ipc_hdr header_of(const void *message) {
     ipc_hdr header{};
@@ -93,9 +108,14 @@ struct kx_ipc {
 
 private:
     void read_messages();
+    void check_file();
+    void make_file_again();
     void deliver(const kx::ipc_datagram &datagram);
 
     int fd_ = -1;
+    std::string path_;
+    kx::socket_file file_;
+    bool failed_ = false;  // to make the file again
     event readable_{};
     std::span<std::uint8_t> buffer_;
     std::size_t dirty_ = 0;  // the bytes of buffer_ from here on are zero
@@ -106,7 +126,8 @@ private:
 };
 
 bool kx_ipc::open(const char *path, std::span<std::uint8_t> buffer, kx_ipc_recv_handler handler) {
-    int fd = kx::open_ipc_endpoint(kx::place(path));
+    path_ = kx::place(path);
+    int fd = kx::open_ipc_endpoint(path_);
     auto readable = [](int, short, void *self) { static_cast<kx_ipc *>(self)->read_messages(); };
     if (event_assign(&readable_, kx::process_event_base(), fd, EV_READ | EV_PERSIST, readable, this) != 0 ||
         event_add(&readable_, nullptr) != 0) {
@@ -116,12 +137,45 @@ bool kx_ipc::open(const char *path, std::span<std::uint8_t> buffer, kx_ipc_recv_
     fd_ = fd;
     buffer_ = buffer;
     handler_ = handler;
+    file_.remember(path_);
+    check_file();
     return true;
+}
+
+// Makes the socket again when its file was removed.
+void kx_ipc::check_file() {
+    auto passed = [](void *self, void *) { static_cast<kx_ipc *>(self)->check_file(); };
+    kx_eloop_register_timeout(check_file_secs, 0, passed, this, nullptr);
+    if (!file_.is_gone()) {
+        return;
+    }
+    try {
+        make_file_again();
+        syslog(LOG_USER | LOG_WARNING, "%s was removed, and is made again", path_.c_str());
+        failed_ = false;
+    } catch (const std::system_error &error) {
+        if (!failed_) {
+            syslog(LOG_USER | LOG_ERR, "the endpoint was removed, and cannot be made again: %s", error.what());
+        }
+        failed_ = true;
+    }
+}
+
+void kx_ipc::make_file_again() {
+    int fd = kx::open_ipc_endpoint(path_);
+    file_.remember(path_);
+    // Senders that are connected still use the socket that has lost its file.
+    read_messages();
+    event_del(&readable_);
+    dup3(fd, fd_, O_CLOEXEC);
+    close(fd);
+    event_add(&readable_, nullptr);
 }
 
 void kx_ipc::read_messages() {
     kx::ipc_datagram datagram;
-    for (int i = 0; i < messages_per_wakeup; i++) {
+    const time_t start = seconds_now();
+    for (int i = 0; i < messages_per_wakeup && seconds_now() <= start + seconds_per_wakeup; i++) {
         if (!kx::receive_ipc_datagram(fd_, buffer_, datagram)) {
             return;
         }
@@ -180,6 +234,7 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
         return -1;
     }
     try {
+        kx::lock_program("client_mgr");
         return endpoint.open(path, {static_cast<std::uint8_t *>(rx_buf), rx_buf_len}, recv) ? 0 : -1;
     } catch (const std::system_error &error) {
         kx::report_start_failure(error.what());

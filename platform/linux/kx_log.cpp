@@ -1,23 +1,22 @@
 // The log file is $KX_ROOT/log/<name>.log. The configuration record is the six words of kx_log_conf, big-endian.
 #include "kx/kx_log.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <stdexcept>
 #include <string>
-#include <system_error>
 
+#include "common/console.h"
 #include "common/hardening.h"
 #include "common/paths.h"
+#include "platform/linux/log_file.h"
 #include "platform/linux/start_failure.h"
 #include "wire/big_endian.h"
 
@@ -60,35 +59,19 @@ std::string file_of(const char *program) {
     return directory + "/" + name + ".log";
 }
 
-// Opens the file at its end, which is at `size`. Throws std::system_error.
-FILE *open_log(const std::string &file, std::uint32_t &size) {
-    int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
-    off_t end = fd < 0 ? -1 : lseek(fd, 0, SEEK_END);
-    FILE *stream = end < 0 ? nullptr : fdopen(fd, "w");
-    if (stream == nullptr) {
-        int error = errno;
-        if (fd >= 0) {
-            close(fd);
-        }
-        throw std::system_error(error, std::generic_category(), file);
-    }
-    // The daemon writes whole lines. A line may show a key, which must not stay in a stream's buffer.
-    setvbuf(stream, nullptr, _IONBF, 0);
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    size = static_cast<std::uint32_t>(std::min<off_t>(end, std::numeric_limits<std::uint32_t>::max()));
-    return stream;
-}
-
 }  // namespace
 
 int KX_LOG_INIT(const char *name, int level, int) {
     // The daemon calls this before any other service. Neither its tables nor its messages exist yet.
+    std::signal(SIGHUP, SIG_IGN);  // until the event loop handles it
+    kx::never_wait_for_reader(STDOUT_FILENO);
     kx::harden_process();
     try {
         kx_log_conf_data.level = initial_level(level);
         kx_log_conf_data.max_file_size = file_size_default;
-        // The daemon writes from the start again once the size exceeds the maximum, also that of an earlier run.
-        log_file_name = open_log(file_of(name), cur_log_size);
+        // A line may show a key, which must not stay in a stream's buffer.
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        kx::process_log().open(file_of(name));
         return 0;
     } catch (const std::exception &error) {
         kx::report_start_failure(error.what());

@@ -4,6 +4,7 @@
 
 #include "common/paths.h"
 #include "kx/kx_eloop.h"
+#include "platform/linux/service.h"
 #include "wire/local_ipc.h"
 #include "wire/sysmon_messages.h"
 
@@ -66,7 +67,10 @@ constinit handshake monitor_handshake;
 
 }  // namespace
 
-int sysmon_send_handshake(kx_ipc_handle ipc, uint32_t period_secs) { return monitor_handshake.start(ipc, period_secs); }
+int sysmon_send_handshake(kx_ipc_handle ipc, uint32_t period_secs) {
+    kx::start_service();
+    return monitor_handshake.start(ipc, period_secs);
+}
 
 int sysmon_send_hb(kx_ipc_handle ipc, uint32_t period_secs) {
     monitor_handshake.answered();

@@ -58,11 +58,11 @@ def test_without_a_configuration(programs, tmp_path):
 def test_beside_another_one(lab, programs):
     lab.controller.start()
     access_point = add_access_point(lab)
-    access_point.start("client_mgr")
+    first = access_point.start("client_mgr")
     wait_until((access_point.root / "kx/ipc/client_mgr").exists, "the endpoint", log=access_point.log)
     failed = start(programs, access_point.root)
     assert (failed.returncode, failed.stdout) == (START_FAILED, "")
-    assert "/kx/ipc/client_mgr is served by another process" in failed.stderr
+    assert f"client_mgr runs already, as process {first.pid}" in failed.stderr
     assert log_texts(access_point.root) == ["Unable to open ipc"]
     # Below level 1 the log stays silent.
     failed = start(programs, access_point.root, KX_LOG_LEVEL="0")

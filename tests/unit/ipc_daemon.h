@@ -31,6 +31,7 @@ public:
     ipc_daemon &operator=(const ipc_daemon &) = delete;
 
     bool is_serving() const { return serving_; }
+    pid_t pid() const { return pid_; }
     // Stops it with SIGKILL.
     void kill();
 

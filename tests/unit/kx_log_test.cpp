@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <stdio_ext.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 
 #include "tests/unit/private_root.h"

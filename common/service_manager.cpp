@@ -1,4 +1,4 @@
-#include "apd/service_manager.h"
+#include "common/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 
-namespace apd {
+namespace kx {
 
 namespace {
 
@@ -24,17 +24,14 @@ std::uint64_t number_in(const char *variable) {
 
 }  // namespace
 
-service_manager::service_manager(event_base *base) {
+std::chrono::microseconds keep_alive_period() {
     std::uint64_t limit_us = number_in("WATCHDOG_USEC");
     std::uint64_t pid = number_in("WATCHDOG_PID");
-    if (limit_us < 2 || (pid != 0 && pid != static_cast<std::uint64_t>(getpid()))) {
-        return;
-    }
-    watchdog_.emplace(base, -1, EV_PERSIST, [] { notify("WATCHDOG=1"); });
-    watchdog_->start(std::chrono::microseconds(limit_us / 2));
+    bool asked = pid == 0 || pid == static_cast<std::uint64_t>(getpid());
+    return std::chrono::microseconds(asked ? limit_us / 2 : 0);
 }
 
-void service_manager::notify(const std::string &state) {
+void notify_service_manager(std::string_view state) {
     const char *path = std::getenv("NOTIFY_SOCKET");
     sockaddr_un address{};
     std::string_view name = path == nullptr ? "" : path;
@@ -55,4 +52,4 @@ void service_manager::notify(const std::string &state) {
     close(fd);
 }
 
-}  // namespace apd
+}  // namespace kx

@@ -1,0 +1,19 @@
+// What the daemon owes whoever started it as a service: signals and the notify protocol.
+#ifndef KX_LINUX_SERVICE_H
+#define KX_LINUX_SERVICE_H
+
+#include <cstdint>
+
+namespace kx {
+
+// Reports that the daemon is ready, sends keep-alives from the event loop, and makes SIGHUP open the log anew. Called
+// after kx_eloop_init; later calls do nothing.
+void start_service();
+
+// The state of the connection to the controller, for the service manager's status line. `ctrl_ip` as in apcomm.h; 0:
+// none.
+void publish_controller(std::uint32_t ctrl_ip);
+
+}  // namespace kx
+
+#endif
