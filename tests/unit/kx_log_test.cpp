@@ -66,6 +66,31 @@ TEST_F(kx_log, appends_to_the_lines_of_an_earlier_run) {
     EXPECT_EQ(read_file(file()), "LASTier\nlater\n");
 }
 
+TEST_F(kx_log, reports_once_that_lines_find_no_room) {
+    ASSERT_EQ(KX_LOG_INIT("CLIENT_MGR", 3, 0), 0);
+    auto write_line = [](char letter) {
+        std::string line = std::string(399, letter) + "\n";
+        cur_log_size += 400;
+        return write(fileno(log_file_name), line.data(), line.size());
+    };
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    rlimit small{1000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    for (char letter : {'a', 'b', 'c', 'd', 'e'}) {
+        write_line(letter);
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(read_file(file()), std::string(399, 'a') + "\n" + std::string(399, 'b') + "\n");
+    ASSERT_EQ(syslog_lines().size(), 1u);
+    EXPECT_EQ(syslog_lines()[0], file() + ": No space left on device; lines of the log are lost");
+    EXPECT_EQ(write_line('f'), 400);
+    EXPECT_EQ(read_file(file()).size(), 1200u);
+    ASSERT_EQ(syslog_lines().size(), 2u);
+    EXPECT_EQ(syslog_lines()[1], file() + ": written again, 3 lines were lost");
+}
+
 TEST_F(kx_log, follows_no_link) {
     std::filesystem::create_directory(root() + "/log");
     std::string other = write_file("other", "untouched");
