@@ -1,6 +1,7 @@
 #include "controller/exchange.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace controller {
 
@@ -35,6 +36,10 @@ void exchange::tick() {
     records_at_last_tick_ = counters_.records;
     accept_errors_.tick();
     displaced_.tick();
+    dropped_lines_.tick();
+    if (const auto dropped = output_.dropped_lines(); dropped > std::exchange(dropped_at_last_tick_, dropped)) {
+        dropped_lines_.add("standard output does not take all lines: " + std::to_string(dropped) + " dropped so far");
+    }
     if (site_) {
         send(site_->tick());
         if (++ticks_ % ticks_to_repeat == 0) {

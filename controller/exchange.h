@@ -46,6 +46,7 @@ public:
     site *managed_site() { return site_ ? &*site_ : nullptr; }
     const access_points &aps() const { return access_points_; }
     const counters &counts() const { return counters_; }
+    std::uint64_t dropped_lines() const { return output_.dropped_lines(); }
     std::uint64_t records_per_second() const { return records_last_second_; }
 
 private:
@@ -63,6 +64,8 @@ private:
     access_points access_points_;
     counters counters_;
     flood_note accept_errors_{[this](const std::string &text) { output_.note(text); }};
+    std::uint64_t dropped_at_last_tick_ = 0;
+    flood_note dropped_lines_{[this](const std::string &text) { output_.note(text); }};
     flood_note displaced_{[this](const std::string &text) { output_.note(text); }};
     std::uint64_t records_at_last_tick_ = 0;
     std::uint64_t records_last_second_ = 0;

@@ -126,7 +126,8 @@ listing list_stats(exchange &with) {
                   {"malformed", with.counts().malformed},
                   {"messages_sent", with.counts().sent},
                   {"connections_displaced", with.counts().displaced},
-                  {"accept_errors", with.counts().accept_errors}},
+                  {"accept_errors", with.counts().accept_errors},
+                  {"output_lines_dropped", with.dropped_lines()}},
                  ""};
     if (const site *known = with.managed_site()) {
         made.json.update(json{{"clients", known->clients().size()},

@@ -1,4 +1,6 @@
 // site_controller: the controller of the access points of a site.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <csignal>
@@ -16,6 +18,7 @@
 #include "controller/commands.h"
 #include "controller/control_server.h"
 #include "controller/exchange.h"
+#include "controller/line_writer.h"
 #include "controller/output.h"
 #include "controller/tunnels.h"
 #include "tunnel/tunnel.h"
@@ -137,13 +140,13 @@ int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
     const auto [address, port] = split_address(chosen.listen).value();
     const kx::event_base_ptr base(event_base_new());
-    bool output_failed = false;
-    const auto on_failure = [&] {
-        output_failed = true;
-        event_base_loopexit(base.get(), nullptr);
-    };
+    controller::line_writer lines(STDOUT_FILENO);
+    controller::line_writer notes(STDERR_FILENO);
     controller::output output(chosen.json ? controller::output::format::json : controller::output::format::text,
-                              chosen.events, on_failure);
+                              chosen.events,
+                              {.line = [&lines](const std::string &text) { lines.write(text); },
+                               .note = [&notes](const std::string &text) { notes.write(text); },
+                               .dropped = [&lines] { return lines.dropped(); }});
     controller::exchange exchange(output, make_site(chosen));
     controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
@@ -164,9 +167,6 @@ int run(const options &chosen) {
         write_port(chosen.port_file, tunnels.port());
     }
     event_base_dispatch(base.get());
-    if (output_failed) {
-        throw std::runtime_error("cannot write to standard output");
-    }
     return 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <iostream>
 
 #include "controller/render.h"
 
@@ -29,7 +28,7 @@ std::string clock_text() {
 void output::received(const message &from_access_point) {
     const std::optional<mac_address> &ap = from_access_point.ap;
     for (const item &each : from_access_point.items) {
-        line(json_ ? to_line(to_json(ap, each)) : clock_text() + to_text(ap, each));
+        to_.line(json_ ? to_line(to_json(ap, each)) : clock_text() + to_text(ap, each));
     }
 }
 
@@ -41,9 +40,9 @@ void output::sent(const mac_address &ap, std::span<const std::uint8_t> content) 
         if (json_) {
             json event = {{"event", "sent"}};
             event.update(to_json(ap, each));
-            line(to_line(event));
+            to_.line(to_line(event));
         } else {
-            line(clock_text() + "to " + to_text(ap, each));
+            to_.line(clock_text() + "to " + to_text(ap, each));
         }
     }
 }
@@ -58,7 +57,7 @@ void output::tunnel_refused(const peer &other, const std::string &reason) {
     tunnel_event("tunnel_refused", other, std::nullopt, reason);
 }
 
-void output::note(const std::string &text) { std::cerr << "site_controller: " << text << std::endl; }
+void output::note(const std::string &text) { to_.note("site_controller: " + text); }
 
 void output::tunnel_event(const char *event, const peer &other, const std::optional<mac_address> &ap,
                           const std::string &reason) {
@@ -70,7 +69,7 @@ void output::tunnel_event(const char *event, const peer &other, const std::optio
         if (!reason.empty()) {
             object["reason"] = reason;
         }
-        line(to_line(object));
+        to_.line(to_line(object));
         return;
     }
     std::string text =
@@ -82,15 +81,9 @@ void output::tunnel_event(const char *event, const peer &other, const std::optio
         text += ": " + reason;
     }
     if (json_) {
-        std::cerr << text << std::endl;
+        to_.note(text);
     } else {
-        line(text);
-    }
-}
-
-void output::line(const std::string &text) {
-    if (std::cout && !(std::cout << text << std::endl)) {
-        on_failure_();
+        to_.line(text);
     }
 }
 

@@ -21,7 +21,10 @@ using namespace controller_test;
 
 class Commands : public testing::Test {
 protected:
-    output output_{output::format::json, false, [] {}};
+    output output_{
+        output::format::json,
+        false,
+        {.line = [](const std::string &) {}, .note = [](const std::string &) {}, .dropped = [] { return 0; }}};
     exchange exchange_{output_, site()};
     commands commands_{exchange_};
 };

@@ -110,7 +110,11 @@ protected:
     temporary_directory directory_;
     certificate_authority authority_{directory_, "ca"};
     certificate_files server_ = authority_.issue("controller", "IP:127.0.0.1");
-    output output_{output::format::json, true, [] { FAIL() << "standard output failed"; }};
+    output output_{output::format::json,
+                   true,
+                   {.line = [](const std::string &text) { std::cout << text << '\n'; },
+                    .note = [](const std::string &) {},
+                    .dropped = [] { return 0; }}};
     exchange exchange_;
     tunnels tunnels_;
     commands commands_;
