@@ -4,7 +4,6 @@
 #include <array>
 #include <chrono>
 #include <system_error>
-#include <tuple>
 
 #include "apd/controller_message.h"
 #include "apd/log.h"
@@ -19,10 +18,6 @@ namespace apd {
 namespace {
 
 constexpr std::chrono::seconds sockets_period{5};
-
-auto fields_of(const kx::controller_config &controller) {
-    return std::tie(controller.address, controller.port, controller.ca, controller.certificate, controller.key);
-}
 
 // The tunnel starts with the client manager. Faults of the certificates are reported at once.
 void check_certificates(const kx::controller_config &controller) {
@@ -171,7 +166,7 @@ void platform_daemon::config_changed() {
     if (before.mac != config_.mac) {
         log_line("the access point's address has changed: client_mgr takes it when it is restarted");
     }
-    if (fields_of(before.controller) != fields_of(config_.controller)) {
+    if (before.controller != config_.controller) {
         log_line("the controller's settings have changed");
         if (link_.is_started()) {
             link_.start(config_.controller);

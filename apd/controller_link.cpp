@@ -13,14 +13,18 @@ void controller_link::start(const kx::controller_config &controller) {
     if (stopping_) {
         return;
     }
-    controller_ = controller;
     started_ = true;
-    backoff_.reset();
+    if (controller != controller_) {
+        controller_ = controller;
+        failed_ = false;
+        backoff_.reset();
+    }
     if (tunnel_ != nullptr) {
         tunnel_->close();  // tunnel_down() then starts the new one
         return;
     }
-    retry_.start(std::chrono::microseconds(0));
+    // A client manager that registers again and again does not make apd hurry to a controller that refuses it.
+    retry_.start(failed_ ? backoff_.next() : std::chrono::milliseconds(0));
 }
 
 void controller_link::end(const std::string &reason) {
@@ -65,6 +69,7 @@ void controller_link::connect() {
 
 void controller_link::tunnel_up() {
     up_ = true;
+    failed_ = false;
     up_since_ = std::chrono::steady_clock::now();
     log_line("tunnel up: controller " + tunnel_->peer_name() + " at " + controller_.address + " port " +
              std::to_string(controller_.port));
@@ -89,6 +94,7 @@ void controller_link::tunnel_down(const std::string &reason) {
     if (!started_) {
         return;
     }
+    failed_ |= !was_up;
     auto wait = backoff_.next();
     retry_.start(wait);
     if (!was_up) {

@@ -29,7 +29,8 @@ public:
 
     controller_link(event_base *base, callbacks handlers);
 
-    // Connects to `controller`, and again whenever the tunnel fails. Closes an existing tunnel.
+    // Connects to `controller`, and again whenever the tunnel fails. Closes an existing tunnel. Connects at once unless
+    // the last attempt to connect to the same controller has failed.
     void start(const kx::controller_config &controller);
     // Closes the tunnel until the next start(). `reason` is for the log.
     void end(const std::string &reason);
@@ -54,6 +55,7 @@ private:
     std::unique_ptr<kx::tunnel_connection> tunnel_;
     bool started_ = false;
     bool up_ = false;
+    bool failed_ = false;  // the last attempt to connect
     std::chrono::steady_clock::time_point up_since_;
     bool reading_ = true;
     bool stopping_ = false;

@@ -49,7 +49,8 @@ daemon_channel::daemon_channel(event_base *base, detail_log details, callbacks h
       handlers_(std::move(handlers)),
       path_(kx::place(kx::endpoint_apcomm)),
       listener_(listen_at(path_)),
-      acceptable_(base, listener_, EV_READ | EV_PERSIST, [this] { accept_connection(); }) {
+      acceptable_(base, listener_, EV_READ | EV_PERSIST, [this] { accept_connection(); }),
+      accept_again_(base, -1, 0, [this] { acceptable_.start(); }) {
     file_.remember(path_);
     acceptable_.start();
 }
@@ -78,16 +79,55 @@ daemon_channel::~daemon_channel() {
 void daemon_channel::accept_connection() {
     int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
+        pause_accepting(errno);
         return;
     }
-    if (!is_trusted(fd) || connections_.size() == connections_max) {
+    if (accepts_failed_ > 0) {
+        report("accepts local connections again, after " + std::to_string(accepts_failed_) + " failures");
+        accepts_failed_ = 0;
+    }
+    if (!is_trusted(fd) || !make_room()) {
         close(fd);
         return;
     }
-    auto added = connections_.try_emplace(fd, base_, fd, EV_READ | EV_PERSIST, [this, fd] { read_packets(fd); });
+    auto [added, is_new] = connections_.try_emplace(
+        fd, base_, fd, [this, fd] { read_packets(fd); },
+        [this, fd] {
+            log_line("ended a local connection that did not register");
+            drop(fd);
+        },
+        ++accepted_);
+    added->second.unregistered.start(register_within);
     if (!refused_) {
-        added.first->second.start();
+        added->second.readable.start();
     }
+}
+
+// Without descriptors the listener stays readable, and waiting for it would take the whole processor.
+void daemon_channel::pause_accepting(int error) {
+    if (error == EAGAIN || error == EINTR || error == ECONNABORTED) {
+        return;
+    }
+    if (accepts_failed_++ == 0) {
+        report(std::string("cannot accept a local connection: ") + std::strerror(error));
+    }
+    acceptable_.stop();
+    accept_again_.start(accept_pause);
+}
+
+// Ends the oldest connection that has not registered, if there is no room. False when all have registered.
+bool daemon_channel::make_room() {
+    if (connections_.size() < connections_max) {
+        return true;
+    }
+    int oldest = -1;
+    for (const auto &[fd, each] : connections_) {
+        if (!registered_.contains(fd) && (oldest < 0 || each.number < connections_.at(oldest).number)) {
+            oldest = fd;
+        }
+    }
+    drop(oldest);
+    return oldest >= 0;
 }
 
 void daemon_channel::read_packets(int fd) {
@@ -119,6 +159,7 @@ void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
     auto message = packet.subspan(sizeof(head));
     if (head.destination == kx::apcomm_destination_apd) {
         registered_.insert(fd);
+        connections_.at(fd).unregistered.stop();
         handlers_.on_register();
         return;
     }
@@ -126,8 +167,8 @@ void daemon_channel::take_packet(int fd, std::span<const std::uint8_t> packet) {
         return;
     }
     refused_ = {head.destination, {message.begin(), message.end()}};
-    for (auto &[each, readable] : connections_) {
-        readable.stop();
+    for (auto &[other, each] : connections_) {
+        each.readable.stop();
     }
 }
 
@@ -136,8 +177,8 @@ void daemon_channel::resume() {
         return;
     }
     refused_.reset();
-    for (auto &[fd, readable] : connections_) {
-        readable.start();
+    for (auto &[fd, each] : connections_) {
+        each.readable.start();
     }
 }
 

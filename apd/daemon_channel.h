@@ -3,6 +3,7 @@
 #define APD_DAEMON_CHANNEL_H
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -47,6 +48,19 @@ public:
 
 private:
     static constexpr std::size_t connections_max = 8;
+    static constexpr std::chrono::seconds register_within{10}, accept_pause{1};
+
+    struct connection {
+        connection(event_base *base, int fd, watch::handler on_readable, watch::handler on_unregistered,
+                   std::uint64_t place)
+            : readable(base, fd, EV_READ | EV_PERSIST, std::move(on_readable)),
+              unregistered(base, -1, 0, std::move(on_unregistered)),
+              number(place) {}
+
+        watch readable;
+        watch unregistered;    // the time to register has passed
+        std::uint64_t number;  // in the order of acceptance
+    };
 
     struct refused_message {
         std::uint32_t destination;
@@ -54,6 +68,8 @@ private:
     };
 
     void accept_connection();
+    void pause_accepting(int error);
+    bool make_room();
     void read_packets(int fd);
     void take_packet(int fd, std::span<const std::uint8_t> packet);
     void drop(int fd);
@@ -65,8 +81,11 @@ private:
     int listener_;
     kx::socket_file file_;
     watch acceptable_;
-    std::map<int, watch> connections_;  // by file descriptor
-    std::set<int> registered_;          // on which a client manager has registered
+    watch accept_again_;
+    std::size_t accepts_failed_ = 0;  // since the last connection was accepted
+    std::uint64_t accepted_ = 0;
+    std::map<int, connection> connections_;  // by file descriptor
+    std::set<int> registered_;               // on which a client manager has registered
     std::optional<refused_message> refused_;
     // One byte longer than every packet, so that a longer one is noticed.
     std::array<std::uint8_t, sizeof(kx::apcomm_packet) + kx::apcomm_message_max + 1> buffer_;

@@ -39,6 +39,8 @@ struct controller_config {
     std::string address;
     std::uint16_t port = 0;
     std::string ca, certificate, key;  // absolute paths
+
+    bool operator==(const controller_config &) const = default;
 };
 
 struct vap_config {

@@ -331,6 +331,50 @@ TEST_F(apd_test, keeps_the_tunnel_when_another_registered_connection_ends) {
     EXPECT_TRUE(accepted.up());
 }
 
+TEST_F(apd_test, ends_the_oldest_connection_that_does_not_register_to_make_room) {
+    start_site();
+    std::vector<int> idle;
+    for (int i = 0; i < 20; i++) {
+        idle.push_back(connect_to_apd());
+        settle();
+    }
+    auto ended = [](int fd) {
+        char byte = 0;
+        return recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+    };
+    EXPECT_EQ(std::ranges::count_if(idle, ended), 13);
+    EXPECT_TRUE(ended(idle.front()));
+    EXPECT_FALSE(ended(idle.back()));
+    ASSERT_TRUE(daemon->send_packet(106, {1}));
+    EXPECT_TRUE(run_until([&] { return accepted.messages.size() == 1; }));
+    for (int fd : idle) {
+        close(fd);
+    }
+}
+
+TEST_F(apd_test, does_not_repeat_a_failed_handshake_at_once_for_a_daemon_that_registers_again) {
+    start_apd();
+    for (int i = 0; i < 12; i++) {  // the wait is random between zero and a ceiling, 30 s in the end
+        daemon->connect();
+        ASSERT_TRUE(daemon->send_packet(kx::apcomm_destination_apd, {}));
+        int fd = -1;
+        auto started = std::chrono::steady_clock::now();
+        run_until([&] {
+            return (fd = listener.accept()) >= 0 ||
+                   std::chrono::steady_clock::now() - started > std::chrono::milliseconds(500);
+        });
+        if (fd < 0) {
+            return;
+        }
+        close(fd);
+        settle();
+        daemon.reset();
+        settle();
+        daemon.emplace();
+    }
+    FAIL() << "each registration made apd connect at once";
+}
+
 TEST_F(apd_test, makes_its_sockets_for_the_owner_alone) {
     start_apd();
     EXPECT_EQ(mode_of(kx::place(kx::endpoint_sysmon)), 0600U);
