@@ -8,6 +8,6 @@
 // Stores and reports the new address of a known client. For a guest that has not passed the captive portal it also
 // moves the kernel entries to the new address; `ifname` (NUL-terminated if shorter than 16 bytes) is the interface that
 // serves it. Does nothing for address 0, for the stored address, or while the link to the controller is not ready.
-void learn_client_ip(const mac_address &client, be32 ip, const char *ifname);
+void learn_client_ip(const mac_address &mac, be32 ip, const char *ifname);
 
 #endif
