@@ -87,7 +87,8 @@ def key_message(access_point, what, client=STATION, key=bytes(32), bssid=None):
 def send_record(lab, access_point, record, body):
     """Returns when client_mgr has handled the record: a record of an unknown type behind it is logged."""
     number = send_record.number = getattr(send_record, "number", 0) + 1
-    records = struct.pack(">BBH", record, 4, 4 + len(body)) + body + struct.pack(">BBH", 200, 4, 4 + number)
+    records = struct.pack(">BBH", record, 4, 4 + len(body)) + body
+    records += struct.pack(">BBH", 200, 4, 4 + number) + bytes(number)
     header = struct.pack(">3BHBH6s", 1, 14, 0, 2, 0, 14 + len(records), mac_bytes(access_point.mac))
     lab.controller.ask("send", access_point.mac, (header + records).hex())
     wait_for_line(access_point.log, f"Received rec_type 200 rec_hdr_len 4 rec_len {4 + number}\n")
