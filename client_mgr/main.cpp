@@ -12,7 +12,7 @@ constexpr int exit_usage = 64;
 constexpr char help[] =
     "Usage: client_mgr\n"
     "The client manager daemon of a wireless access point. It takes no arguments: the\n"
-    "platform tells it all it needs. Runs in the foreground until it is killed.\n"
+    "platform provides its configuration. Runs in the foreground until it is killed.\n"
     "\n"
     "  --help     show this text and exit\n"
     "  --version  show the version and exit\n";

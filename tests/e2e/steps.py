@@ -112,7 +112,7 @@ def introduce(lab: Laboratory, access_point: AccessPoint) -> None:
 
 
 def start_for_inspection(lab: Laboratory) -> AccessPoint:
-    """An access point whose memory may be read. Its controller knows it and sends only what the test sends."""
+    """An access point whose memory may be read. The controller has identified it and sends only what the test sends."""
     if os.geteuid() != 0:
         pytest.skip("only root may look into a process that handles keys")
     lab.controller.start("--passive")

@@ -1,5 +1,5 @@
 // A process that serves the local endpoint "/kx/ipc/client_mgr" through the platform contract, as the daemon does, and
-// tells on request what it sees.
+// reports on request what it received.
 #ifndef TESTS_UNIT_IPC_DAEMON_H
 #define TESTS_UNIT_IPC_DAEMON_H
 

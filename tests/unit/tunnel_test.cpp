@@ -39,7 +39,7 @@ bytes numbered(std::uint32_t number, std::size_t size) {
     return message;
 }
 
-// A peer that speaks TLS but knows no frames: it sends and receives plain bytes.
+// A peer that speaks TLS without frames: it sends and receives plain bytes.
 class raw_peer {
 public:
     raw_peer(event_base *base, SSL_CTX *tls, std::uint16_t port)
