@@ -69,7 +69,7 @@ private:
 
 const char *find_fault(std::span<const std::uint8_t> message) {
     ctrlr_msg_hdr header{};
-    std::memcpy(&header, message.data(), std::min(message.size(), sizeof(header)));
+    std::copy_n(message.begin(), std::min(message.size(), sizeof(header)), reinterpret_cast<std::uint8_t *>(&header));
     if (header.version != 1 || header.msg_type != 0) {
         return nullptr;
     }

@@ -225,7 +225,7 @@ ssize_t kx_ipc::send(const char *dest, const void *message, std::size_t size) {
 
 namespace {
 
-constinit kx_ipc endpoint;
+kx_ipc endpoint;
 
 }  // namespace
 

@@ -37,7 +37,7 @@ int open_file(const std::string &path) {
     return fd;
 }
 
-constinit kx::log_file the_log;
+kx::log_file the_log;
 
 }  // namespace
 
