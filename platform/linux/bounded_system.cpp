@@ -12,8 +12,6 @@
 
 extern "C" int __wrap_system(const char *command);
 
-extern char **environ;
-
 namespace {
 
 constexpr time_t seconds_max = 10;
