@@ -28,7 +28,7 @@ constexpr std::array rules{
     record_rule{CLIENT_MGR_CLIENT_INFO_FETCH_SUCCESS, sizeof(be32), sizeof(client_entry), any_number},
     record_rule{CLIENT_MGR_REQ_BULK_INFO, 0, 0, 1},
     record_rule{CLIENT_MGR_REMOVE_CLIENT_BULK_INFO, sizeof(be32), sizeof(client_entry), any_number},
-    record_rule{CLIENT_MGR_CLIENT_GUEST_AUTH, sizeof(guest_auth_body), 0, 32},
+    record_rule{CLIENT_MGR_CLIENT_GUEST_AUTH, sizeof(guest_auth_body), 0, 16},
     record_rule{CLIENT_MGR_CLIENT_INFO_TREAT_AS_ASSOC, sizeof(be32), sizeof(client_entry), any_number},
     record_rule{CLIENT_MGR_CLIENT_ACL_AUTH_RESP, sizeof(acl_auth_body), 0, any_number},
 };

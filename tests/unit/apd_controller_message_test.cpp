@@ -103,7 +103,7 @@ TEST(apd_controller_message, a_body_that_leaves_its_record_is_refused) {
 TEST(apd_controller_message, records_whose_handling_takes_long_are_limited) {
     constexpr std::string_view fault = "too many records of one type";
     EXPECT_EQ(fault_of(message({record(16, {}), record(16, {})})), fault);
-    EXPECT_EQ(fault_of(message(std::vector<bytes>(32, record(24, bytes(6))))), "");
-    EXPECT_EQ(fault_of(message(std::vector<bytes>(33, record(24, bytes(6))))), fault);
+    EXPECT_EQ(fault_of(message(std::vector<bytes>(16, record(24, bytes(6))))), "");
+    EXPECT_EQ(fault_of(message(std::vector<bytes>(17, record(24, bytes(6))))), fault);
     EXPECT_EQ(fault_of(message(std::vector<bytes>(1000, record(9, bytes(7))))), "");
 }
