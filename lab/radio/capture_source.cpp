@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <string_view>
 
@@ -17,6 +18,12 @@ constexpr int frames_per_step = 1000;
 
 // libpcap reports a file that ends within a packet with this text. Such a file results when its writer is killed.
 bool ends_early(const char *error) { return std::string_view(error).find("truncated") != std::string_view::npos; }
+
+// A pcapng file may have times of 64 bits. What no clock of 32 bits shows is damage, and would overflow a lab_time.
+lab_time time_of(const timeval &stamp) {
+    const auto seconds = std::clamp<int64_t>(stamp.tv_sec, 0, std::numeric_limits<uint32_t>::max());
+    return std::chrono::seconds(seconds) + std::chrono::microseconds(stamp.tv_usec);
+}
 
 }  // namespace
 
@@ -75,7 +82,7 @@ bool capture_source::read_frame() {
         }
         return false;
     }
-    const lab_time at = std::chrono::seconds(header->ts.tv_sec) + std::chrono::microseconds(header->ts.tv_usec);
+    const lab_time at = time_of(header->ts);
     if (counters_.frames++ == 0) {
         first_ = at;
     }
