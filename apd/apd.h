@@ -11,11 +11,11 @@
 #include "apd/controller_link.h"
 #include "apd/daemon_channel.h"
 #include "apd/daemon_inbox.h"
-#include "apd/events.h"
 #include "apd/log.h"
 #include "apd/loss_counter.h"
 #include "apd/monitor.h"
 #include "common/ap_config.h"
+#include "common/events.h"
 
 namespace apd {
 
@@ -47,7 +47,7 @@ private:
     event_base *base_;
     std::string config_file_;
     kx::ap_config config_;
-    watch keep_alive_;  // for the service manager
+    kx::watch keep_alive_;  // for the service manager
     loss_counter lost_;
     loss_counter refused_;
     controller_link link_;
@@ -55,7 +55,7 @@ private:
     monitor monitor_;
     daemon_channel channel_;
     config_watch config_watch_;
-    watch sockets_due_;
+    kx::watch sockets_due_;
     bool sockets_failed_ = false;  // the last time that they were checked
 };
 

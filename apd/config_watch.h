@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "apd/events.h"
+#include "common/events.h"
 
 namespace apd {
 
@@ -25,7 +25,7 @@ private:
     std::string name_;
     std::function<void()> on_change_;
     int fd_;
-    watch readable_;
+    kx::watch readable_;
 };
 
 }  // namespace apd

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "apd/backoff.h"
-#include "apd/events.h"
 #include "common/ap_config.h"
+#include "common/events.h"
 #include "tunnel/tunnel.h"
 
 namespace apd {
@@ -60,7 +60,7 @@ private:
     bool reading_ = true;
     bool stopping_ = false;
     backoff backoff_;
-    watch retry_;
+    kx::watch retry_;
 };
 
 }  // namespace apd

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "apd/events.h"
 #include "apd/log.h"
+#include "common/events.h"
 #include "common/ipc_endpoint.h"
 #include "wire/apcomm_channel.h"
 
@@ -51,15 +51,15 @@ private:
     static constexpr std::chrono::seconds register_within{10}, accept_pause{1};
 
     struct connection {
-        connection(event_base *base, int fd, watch::handler on_readable, watch::handler on_unregistered,
+        connection(event_base *base, int fd, kx::watch::handler on_readable, kx::watch::handler on_unregistered,
                    std::uint64_t place)
             : readable(base, fd, EV_READ | EV_PERSIST, std::move(on_readable)),
               unregistered(base, -1, 0, std::move(on_unregistered)),
               number(place) {}
 
-        watch readable;
-        watch unregistered;    // the time to register has passed
-        std::uint64_t number;  // in the order of acceptance
+        kx::watch readable;
+        kx::watch unregistered;  // the time to register has passed
+        std::uint64_t number;    // in the order of acceptance
     };
 
     struct refused_message {
@@ -80,8 +80,8 @@ private:
     std::string path_;
     int listener_;
     kx::socket_file file_;
-    watch acceptable_;
-    watch accept_again_;
+    kx::watch acceptable_;
+    kx::watch accept_again_;
     std::size_t accepts_failed_ = 0;  // since the last connection was accepted
     std::uint64_t accepted_ = 0;
     std::map<int, connection> connections_;  // by file descriptor

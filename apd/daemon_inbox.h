@@ -6,8 +6,8 @@
 #include <functional>
 #include <span>
 
-#include "apd/events.h"
 #include "apd/loss_counter.h"
+#include "common/events.h"
 #include "tunnel/backlog.h"
 
 namespace apd {
@@ -49,7 +49,7 @@ private:
 
     callbacks handlers_;
     int fd_;
-    watch writable_;
+    kx::watch writable_;
     kx::backlog waiting_{room};
     std::size_t to_message_end_ = 0;  // waiting packets up to the end of a message from the controller
     loss_counter lost_;

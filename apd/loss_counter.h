@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <string>
 
-#include "apd/events.h"
 #include "apd/log.h"
+#include "common/events.h"
 
 namespace apd {
 
@@ -39,7 +39,7 @@ private:
     std::string text_;
     std::size_t lost_ = 0;  // since the last line
     std::size_t total_ = 0;
-    watch timer_;
+    kx::watch timer_;
 };
 
 }  // namespace apd

@@ -10,12 +10,12 @@
 
 #include "apd/apd.h"
 #include "apd/clean_heap.h"
-#include "apd/events.h"
 #include "apd/heap_reserve.h"
 #include "apd/log.h"
 #include "common/ap_config.h"
 #include "common/console.h"
 #include "common/event_ptr.h"
+#include "common/events.h"
 #include "common/hardening.h"
 #include "common/paths.h"
 #include "common/program_lock.h"
@@ -26,9 +26,9 @@ void serve(const std::string &config_file, apd::detail_log details) {
     kx::lock_program("apd");
     kx::event_base_ptr base(event_base_new());
     apd::platform_daemon daemon(base.get(), config_file, details);
-    apd::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
-    apd::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
-    apd::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
+    kx::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
+    kx::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
+    kx::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
     terminated.start();
     interrupted.start();
     hung_up.start();

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "apd/daemon_inbox.h"
-#include "apd/events.h"
 #include "apd/log.h"
+#include "common/events.h"
 #include "common/local_ipc.h"
 
 namespace apd {
@@ -47,8 +47,8 @@ private:
     detail_log details_;
     std::function<void()> on_change_;
     kx::ipc_socket socket_;
-    watch readable_;
-    watch period_;
+    kx::watch readable_;
+    kx::watch period_;
     std::optional<process> daemon_;
 };
 

@@ -1,6 +1,6 @@
-// Events of libevent as objects.
-#ifndef APD_EVENTS_H
-#define APD_EVENTS_H
+// Events of libevent as objects. A program that includes this is linked with libevent.
+#ifndef COMMON_EVENTS_H
+#define COMMON_EVENTS_H
 
 #include <event2/event.h>
 
@@ -11,7 +11,7 @@
 
 #include "common/event_ptr.h"
 
-namespace apd {
+namespace kx {
 
 // Waits for a timer, a signal or a file descriptor until it is destroyed. Its handler may destroy it.
 class watch {
@@ -45,9 +45,9 @@ private:
     }
 
     handler call_;
-    kx::event_ptr event_;
+    event_ptr event_;
 };
 
-}  // namespace apd
+}  // namespace kx
 
 #endif
