@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -24,7 +25,9 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t size);
 
 namespace {
 
-constexpr off_t cleared_at_once = 4096;
+// Cleared at once: a sixteenth of the file, within these bounds. A smaller part costs more calls, a larger one more
+// lines.
+constexpr off_t cleared_least = 4096, cleared_most = 65536;
 constexpr off_t line_max = 1024;  // more than a line of the daemon has
 constexpr off_t everything = std::numeric_limits<off_t>::max();
 
@@ -35,6 +38,24 @@ int open_file(const std::string &path) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     return fd;
+}
+
+// Makes `size` bytes at `start` one line of blanks; at most cleared_most + 2 * line_max.
+void write_blank_line(int fd, off_t start, std::size_t size) {
+    static constexpr auto blanks = [] {
+        std::array<char, 4096> made{};
+        made.fill(' ');
+        return made;
+    }();
+    static const char newline = '\n';
+    std::array<iovec, (cleared_most + 2 * line_max) / blanks.size() + 2> pieces{};
+    std::size_t count = 0;
+    for (std::size_t left = size - 1; left > 0; ++count) {
+        pieces[count] = {const_cast<char *>(blanks.data()), std::min(left, blanks.size())};
+        left -= pieces[count].iov_len;
+    }
+    pieces[count++] = {const_cast<char *>(&newline), 1};
+    (void)!pwritev(fd, pieces.data(), static_cast<int>(count), start);
 }
 
 kx::log_file the_log;
@@ -91,14 +112,18 @@ ssize_t kx::log_file::write(const void *line, std::size_t size) {
         clear_ahead(at_ + length);
     }
     ssize_t written = __real_write(fd_, line, size);
-    int error = errno;
     if (written == length) {
         at_ += length;
-    } else if (written > 0) {
-        take_back(written);
-        error = ENOSPC;
+        if (lost_ > 0) {
+            report_written_again();
+        }
+        return written;
     }
-    report(written != length, error);
+    int error = written < 0 ? errno : ENOSPC;
+    if (written > 0) {
+        take_back(written);
+    }
+    report_lost(error);
     errno = error;
     return written;
 }
@@ -106,25 +131,20 @@ ssize_t kx::log_file::write(const void *line, std::size_t size) {
 // Overwrites old lines with one of blanks, up to the end of a line behind `needed`.
 void kx::log_file::clear_ahead(off_t needed) {
     struct stat status {};
-    off_t end = needed + cleared_at_once;
     if (fstat(fd_, &status) != 0 || status.st_size <= std::max(at_, cleared_)) {
         cleared_ = everything;
         return;
     }
+    off_t end = needed + std::clamp(status.st_size / 16, cleared_least, cleared_most);
     std::array<char, line_max> text{};
     ssize_t size = pread(fd_, text.data(), text.size(), end - 1);
     if (size > 0) {
         const void *newline = std::memchr(text.data(), '\n', static_cast<std::size_t>(size));
         end += newline == nullptr ? size - 1 : static_cast<const char *>(newline) - text.data();
     }
-    end = std::min(end, status.st_size);
     off_t start = std::max(at_, cleared_);
-    std::array<char, cleared_at_once + 2 * line_max> blanks;
-    auto count = std::min(static_cast<std::size_t>(end - start), blanks.size());
-    blanks.fill(' ');
-    blanks[count - 1] = '\n';
-    (void)!pwrite(fd_, blanks.data(), count, start);
-    cleared_ = start + static_cast<off_t>(count);
+    cleared_ = std::min({end, status.st_size, start + cleared_most + 2 * line_max});
+    write_blank_line(fd_, start, static_cast<std::size_t>(cleared_ - start));
 }
 
 // Removes the first part of a line that did not fit.
@@ -136,14 +156,14 @@ void kx::log_file::take_back(ssize_t written) {
     lseek(fd_, at_, SEEK_SET);
 }
 
-void kx::log_file::report(bool lost, int error) {
-    if (lost && lost_++ == 0) {
+void kx::log_file::report_lost(int error) {
+    if (lost_++ == 0) {
         syslog(LOG_USER | LOG_ERR, "%s: %s; lines of the log are lost", path_.c_str(), std::strerror(error));
     }
-    if (!lost && lost_ > 0) {
-        syslog(LOG_USER | LOG_WARNING, "%s: written again, %lu lines were lost", path_.c_str(),
-               std::exchange(lost_, 0));
-    }
+}
+
+void kx::log_file::report_written_again() {
+    syslog(LOG_USER | LOG_WARNING, "%s: written again, %lu lines were lost", path_.c_str(), std::exchange(lost_, 0));
 }
 
 ssize_t __wrap_write(int fd, const void *bytes, size_t size) {

@@ -26,7 +26,8 @@ private:
     void start_at(off_t end);
     void clear_ahead(off_t needed);
     void take_back(ssize_t written);
-    void report(bool lost, int error);
+    void report_lost(int error);
+    void report_written_again();
 
     std::string path_;
     int fd_ = -1;
