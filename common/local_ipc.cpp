@@ -114,11 +114,13 @@ std::optional<ipc_message> ipc_socket::receive() {
         if (datagram.fault == nullptr) {
             ipc_hdr head{};
             std::memcpy(&head, buffer.data(), sizeof(head));
-            return ipc_message{
+            ipc_message message{
                 head.id,
                 head.flags,
                 {buffer.begin() + sizeof(head), buffer.begin() + static_cast<std::ptrdiff_t>(datagram.size)},
                 std::string(datagram.sender.path())};
+            explicit_bzero(buffer.data(), datagram.size);  // it may have had keys
+            return message;
         }
         if (on_dropped) {
             on_dropped(describe_drop(datagram));

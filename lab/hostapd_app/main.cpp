@@ -2,12 +2,15 @@
 #include <poll.h>
 
 #include <chrono>
+#include <cstddef>
+#include <span>
 #include <stdexcept>
 
 #include "common/paths.h"
 #include "lab/endpoint_program.h"
-#include "lab/hostapd_app/hostapd_command.h"
+#include "lab/hostapd_app/pmk_report.h"
 #include "lab/radio/radio_control.h"
+#include "wire/local_messages.h"
 
 namespace {
 
@@ -15,12 +18,12 @@ using namespace std::chrono_literals;
 
 constexpr auto patience = 1s;
 constexpr auto pause_between_tries = 5ms;
-constexpr std::uint32_t notification = 1;
 
-hostapd::outcome install(kx::ipc_socket &from, const hostapd::command &what) {
+hostapd::outcome install(kx::ipc_socket &from, std::span<const std::uint8_t> pmk_message) {
     const auto give_up = std::chrono::steady_clock::now() + patience;
     do {
-        switch (from.send(radio::endpoint_radio, radio::RADIO_MSG_INSTALL_PMK, notification, what.pmk_message)) {
+        switch (
+            from.send(radio::endpoint_radio, radio::RADIO_MSG_INSTALL_PMK, kx::ipc_flag_notification, pmk_message)) {
             case kx::ipc_result::sent:
                 return hostapd::outcome::installed;
             case kx::ipc_result::absent:
@@ -33,13 +36,15 @@ hostapd::outcome install(kx::ipc_socket &from, const hostapd::command &what) {
 }
 
 std::string handle(kx::ipc_socket &endpoint, const kx::ipc_message &message, bool json) {
-    hostapd::command what;
+    kx::pmk_answer what;
     try {
-        what = hostapd::decode(message);
+        what = kx::parse_hostapd_command(message);
     } catch (const std::runtime_error &error) {
         return json ? hostapd::error_to_json(error.what()) : std::string("malformed command: ") + error.what();
     }
-    const hostapd::outcome result = install(endpoint, what);
+    const auto pmk_message =
+        std::span(message.payload).subspan(offsetof(hostapd_command, info), sizeof(pmk_info_message));
+    const hostapd::outcome result = install(endpoint, pmk_message);
     return json ? to_json(what, result) : to_text(what, result);
 }
 

@@ -32,9 +32,12 @@ ordered_json describe(const mac_address &client, const station &each, const kx::
 
 }  // namespace
 
-control_server::control_server(loop &on, radio_stack &stack, callbacks ask)
-    : stack_(stack), ask_(std::move(ask)), socket_(kx::ipc_socket::open(endpoint_radio)) {
-    readable_ = make_reader(on, socket_.fd(), [this] { serve_waiting(); });
+control_server::control_server(event_base *base, radio_stack &stack, callbacks ask)
+    : stack_(stack),
+      ask_(std::move(ask)),
+      socket_(kx::ipc_socket::open(endpoint_radio)),
+      readable_(base, socket_.fd(), EV_READ | EV_PERSIST, [this] { serve_waiting(); }) {
+    readable_.start();
 }
 
 void control_server::serve_waiting() {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "common/events.h"
 #include "common/local_ipc.h"
-#include "lab/radio/loop.h"
 #include "lab/radio/radio_stack.h"
 
 namespace radio {
@@ -20,7 +20,7 @@ public:
     };
 
     // Throws std::system_error when another radio holds the endpoint.
-    control_server(loop &on, radio_stack &stack, callbacks ask);
+    control_server(event_base *base, radio_stack &stack, callbacks ask);
 
 private:
     void serve_waiting();
@@ -30,7 +30,7 @@ private:
     radio_stack &stack_;
     callbacks ask_;
     kx::ipc_socket socket_;
-    std::unique_ptr<loop_event> readable_;
+    kx::watch readable_;
 };
 
 }  // namespace radio

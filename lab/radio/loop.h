@@ -1,10 +1,10 @@
-// libevent's loop and events as objects. A handler runs until its event is destroyed.
+// libevent's loop as an object.
 #ifndef LAB_RADIO_LOOP_H
 #define LAB_RADIO_LOOP_H
 
-#include <chrono>
-#include <functional>
-#include <memory>
+#include <event2/event.h>
+
+#include <stdexcept>
 
 #include "common/event_ptr.h"
 
@@ -12,34 +12,19 @@ namespace radio {
 
 class loop {
 public:
-    loop();  // throws std::runtime_error
+    loop() : base_(event_base_new()) {
+        if (!base_) {
+            throw std::runtime_error("cannot make an event loop");
+        }
+    }
 
-    void run();  // until stop()
-    void stop();
+    void run() { event_base_loop(base_.get(), EVLOOP_NO_EXIT_ON_EMPTY); }  // until stop()
+    void stop() { event_base_loopbreak(base_.get()); }
     event_base *base() { return base_.get(); }
 
 private:
     kx::event_base_ptr base_;
 };
-
-class loop_event {
-public:
-    loop_event(loop &on, int fd, short what, std::function<void(short)> handler);
-    loop_event(const loop_event &) = delete;
-    loop_event &operator=(const loop_event &) = delete;
-
-    void add();
-    void add(std::chrono::microseconds timeout);  // restarts a timer
-    void remove();
-
-private:
-    std::function<void(short)> handler_;
-    kx::event_ptr event_;
-};
-
-std::unique_ptr<loop_event> make_timer(loop &on, std::function<void()> handler);
-std::unique_ptr<loop_event> make_reader(loop &on, int fd, std::function<void()> handler);      // already added
-std::unique_ptr<loop_event> make_signal(loop &on, int number, std::function<void()> handler);  // already added
 
 }  // namespace radio
 

@@ -11,8 +11,9 @@ constexpr int events_per_step = 256;
 
 }  // namespace
 
-player::player(loop &on, event_source &source, const settings &how, std::function<void(const timed_event &)> play)
-    : source_(source), how_(how), play_(std::move(play)), timer_(make_timer(on, [this] { step(); })) {}
+player::player(event_base *base, event_source &source, const settings &how,
+               std::function<void(const timed_event &)> play)
+    : source_(source), how_(how), play_(std::move(play)), timer_(base, -1, 0, [this] { step(); }) {}
 
 void player::start() {
     if (std::exchange(started_, true)) {
@@ -28,7 +29,7 @@ void player::start() {
 
 void player::go_on() {
     if (started_ && !ended_) {
-        timer_->add(lab_time::zero());
+        timer_.start(lab_time::zero());
     }
 }
 
@@ -49,7 +50,7 @@ bool player::wait_for(lab_time due) {
     if (left <= lab_time::zero()) {
         return false;
     }
-    timer_->add(std::chrono::duration_cast<lab_time>(
+    timer_.start(std::chrono::duration_cast<lab_time>(
         std::chrono::duration<double, std::micro>(static_cast<double>(left.count()) / *how_.speed + 1)));
     return true;
 }
@@ -98,7 +99,7 @@ void player::step() {
             play_(next);
         }
     }
-    timer_->add(lab_time::zero());
+    timer_.start(lab_time::zero());
 }
 
 }  // namespace radio

@@ -9,8 +9,8 @@
 #include <memory>
 #include <optional>
 
+#include "common/events.h"
 #include "lab/radio/air_event.h"
-#include "lab/radio/loop.h"
 
 namespace radio {
 
@@ -21,7 +21,7 @@ public:
         std::optional<std::chrono::system_clock::time_point> start_at;  // of lab time; none: at start()
     };
 
-    player(loop &on, event_source &source, const settings &how, std::function<void(const timed_event &)> play);
+    player(event_base *base, event_source &source, const settings &how, std::function<void(const timed_event &)> play);
 
     std::function<bool()> may_go_on;  // called before each event when no speed is given
     std::function<void()> on_end;
@@ -47,7 +47,7 @@ private:
     event_source &source_;
     settings how_;
     std::function<void(const timed_event &)> play_;
-    std::unique_ptr<loop_event> timer_;
+    kx::watch timer_;
     std::chrono::steady_clock::time_point start_;
     std::optional<timed_event> next_;   // of the source
     std::deque<timed_event> inserted_;  // in the order of their times

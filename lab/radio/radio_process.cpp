@@ -2,11 +2,23 @@
 
 #include <linux/sockios.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <utility>
 
 namespace radio {
+namespace {
+
+std::vector<std::string> names_of(const std::vector<kx::vap_config> &vaps) {
+    std::vector<std::string> names;
+    for (const kx::vap_config &vap : vaps) {
+        names.push_back(vap.ifname);
+    }
+    return names;
+}
+
+}  // namespace
 
 radio_process::radio_process(const settings &how, event_source &source)
     : stay_(how.stay),
@@ -14,16 +26,17 @@ radio_process::radio_process(const settings &how, event_source &source)
       source_(source),
       journal_(how.json),
       stack_(how.vaps),
-      link_(loop_, {.vaps = how.vaps.size(), .wait_ready = how.wait_ready, .patience = how.patience}),
-      player_(loop_, source, how.play, [this](const timed_event &next) { play(next); }),
-      acl_timer_(make_timer(loop_, [this] { expire_questions(); })),
-      control_(loop_, stack_,
+      link_(loop_.base(), {.vaps = how.vaps.size(), .wait_ready = how.wait_ready, .patience = how.patience}),
+      player_(loop_.base(), source, how.play, [this](const timed_event &next) { play(next); }),
+      acl_timer_(loop_.base(), -1, 0, [this] { expire_questions(); }),
+      control_(loop_.base(), stack_,
                {.state = [this] { return state(); },
                 .is_here = [this](const mac_address &client,
                                   const mac_address &bssid) { return source_.is_here(client, bssid, player_.now()); }}),
-      driver_(loop_, how.vaps, [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
-          return serve_driver(vap, request, data);
-      }) {
+      driver_(loop_.base(), names_of(how.vaps),
+              [this](std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
+                  return serve_driver(vap, request, data);
+              }) {
     stack_.on_report = [this](report what) { report_event(std::move(what)); };
     stack_.on_ordered_off = [this](const mac_address &client, const mac_address &bssid) {
         for (const timed_event &each : source_.when_sent_away(client, bssid, player_.now())) {
@@ -40,8 +53,12 @@ radio_process::radio_process(const settings &how, event_source &source)
 }
 
 int radio_process::run() {
-    const auto interrupt = make_signal(loop_, SIGINT, [this] { end(summed_up_ ? status_ : 128 + SIGINT); });
-    const auto terminate = make_signal(loop_, SIGTERM, [this] { end(summed_up_ ? status_ : 128 + SIGTERM); });
+    kx::watch interrupt(loop_.base(), SIGINT, EV_SIGNAL | EV_PERSIST,
+                        [this] { end(summed_up_ ? status_ : 128 + SIGINT); });
+    interrupt.start();
+    kx::watch terminate(loop_.base(), SIGTERM, EV_SIGNAL | EV_PERSIST,
+                        [this] { end(summed_up_ ? status_ : 128 + SIGTERM); });
+    terminate.start();
     if (starts_at_once_ || link_.is_ready()) {
         player_.start();
     }
@@ -65,8 +82,9 @@ void radio_process::expire_questions() {
     finish_if_done();
 }
 
-driver_answer radio_process::serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data) {
-    driver_answer answer = stack_.serve(vap, request, data, clock::now());
+kx::driver_answer radio_process::serve_driver(std::size_t vap, std::uint32_t request,
+                                              std::span<const std::uint8_t> data) {
+    kx::driver_answer answer = stack_.serve(vap, request, data, clock::now());
     if (request == SIOCGIFHWADDR) {
         link_.address_requested(vap);
     }
@@ -99,9 +117,10 @@ void radio_process::daemon_changed() {
 
 void radio_process::update_acl_timer() {
     if (const auto deadline = stack_.next_deadline()) {
-        return acl_timer_->add(std::chrono::ceil<std::chrono::microseconds>(*deadline - clock::now()));
+        const auto left = std::chrono::ceil<std::chrono::microseconds>(*deadline - clock::now());
+        return acl_timer_.start(std::max(left, std::chrono::microseconds::zero()));
     }
-    acl_timer_->remove();
+    acl_timer_.stop();
 }
 
 bool radio_process::is_done() const { return player_.has_ended() && link_.is_idle() && !stack_.next_deadline(); }

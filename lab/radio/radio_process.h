@@ -9,11 +9,12 @@
 
 #include "lab/radio/capture_source.h"
 #include "lab/radio/control_server.h"
-#include "lab/radio/daemon_link.h"
-#include "lab/radio/driver_server.h"
 #include "lab/radio/journal.h"
+#include "lab/radio/loop.h"
 #include "lab/radio/player.h"
 #include "lab/radio/radio_stack.h"
+#include "radio_service/daemon_link.h"
+#include "radio_service/driver_server.h"
 
 namespace radio {
 
@@ -37,7 +38,7 @@ public:
 private:
     void play(const timed_event &next);
     void expire_questions();
-    driver_answer serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data);
+    kx::driver_answer serve_driver(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data);
     const char *state() const;
     void report_event(report what);
     void daemon_changed();
@@ -53,11 +54,11 @@ private:
     loop loop_;
     journal journal_;
     radio_stack stack_;
-    daemon_link link_;
+    kx::daemon_link link_;
     player player_;
-    std::unique_ptr<loop_event> acl_timer_;
+    kx::watch acl_timer_;
     control_server control_;
-    driver_server driver_;  // last, so that its sockets appear only when the rest is ready
+    kx::driver_server driver_;  // last, so that its sockets appear only when the rest is ready
     bool summed_up_ = false;
     int status_ = 0;
 };

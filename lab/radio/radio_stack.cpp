@@ -60,14 +60,14 @@ void radio_stack::join(const air_event &event, std::size_t vap, clock::time_poin
     if (!roamed_in) {
         ++counters_.associations;
         return report_event("association", event.client, vap, "associated", ssid,
-                            association_notification(event.client, event.bssid));
+                            kx::association_notification(event.client, event.bssid));
     }
     ++counters_.reassociations;
     const std::string from = kx::format_mac(event.last_bssid);
     ordered_json facts = ssid;
     facts["last_bssid"] = from;
     report_event("reassociation", event.client, vap, "reassociated from " + from, facts,
-                 reassociation_notification(event.client, event.bssid, event.last_bssid));
+                 kx::reassociation_notification(event.client, event.bssid, event.last_bssid));
 }
 
 void radio_stack::depart(const air_event &event, std::size_t vap) {
@@ -99,7 +99,7 @@ void radio_stack::depart_one(const mac_address &client, const air_event &event, 
         std::string(event.by_station ? "left" : "was sent away") + ", reason " + std::to_string(event.code);
     report_event("disassociation", client, vap, text,
                  {{"by", event.by_station ? "station" : "ap"}, {"reason", event.code}, {"roamed", roamed_in}},
-                 departure_notification(client, event.bssid, roamed_in));
+                 kx::departure_notification(client, event.bssid, roamed_in));
 }
 
 void radio_stack::learn_address(const air_event &event, std::size_t vap, clock::time_point now) {
@@ -114,7 +114,7 @@ void radio_stack::learn_address(const air_event &event, std::size_t vap, clock::
     ++counters_.addresses;
     const std::string ip = kx::format_ipv4(event.ip);
     report_event("address", event.client, vap, "has the address " + ip, {{"ip", ip}},
-                 address_notification(event.client, event.ip, vaps_[vap].ifname));
+                 kx::address_notification(event.client, event.ip, vaps_[vap].ifname));
 }
 
 void radio_stack::report_key(const air_event &event, std::size_t vap) {
@@ -123,10 +123,10 @@ void radio_stack::report_key(const air_event &event, std::size_t vap) {
     }
     if (event.what == air::pmk_add) {
         return report_event("pmk_add", event.client, vap, "has a new PMK", {},
-                            pmk_add_notification(event.client, event.bssid, event.key));
+                            kx::pmk_add_notification(event.client, event.bssid, event.key));
     }
     report_event("pmk_fetch", event.client, vap, "needs its PMK", {},
-                 pmk_fetch_notification(event.client, event.bssid, event.last_bssid));
+                 kx::pmk_fetch_notification(event.client, event.bssid, event.last_bssid));
 }
 
 void radio_stack::install_pmk(std::span<const std::uint8_t> message) {
@@ -148,7 +148,7 @@ void radio_stack::install_pmk(std::span<const std::uint8_t> message) {
 }
 
 void radio_stack::report_event(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
-                               ordered_json facts, std::optional<notification> message) {
+                               ordered_json facts, std::optional<kx::notification> message) {
     on_report({.event = std::string(event),
                .client = client,
                .bssid = *vaps_[vap].bssid,

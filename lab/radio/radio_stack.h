@@ -15,13 +15,9 @@
 #include "common/ap_config.h"
 #include "lab/radio/report.h"
 #include "lab/radio/station_table.h"
+#include "radio_service/driver_requests.h"
 
 namespace radio {
-
-struct driver_answer {
-    int error = 0;  // the errno that the ioctl fails with
-    std::vector<std::uint8_t> data{};
-};
 
 struct stack_counters {
     std::uint64_t associations = 0, reassociations = 0, departures = 0, addresses = 0;
@@ -47,8 +43,8 @@ public:
 
     void handle(const air_event &event, clock::time_point now);
     // Serves one request of the driver service (wire/driver_service.h) for the VAP of that index.
-    driver_answer serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
-                        clock::time_point now);
+    kx::driver_answer serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
+                            clock::time_point now);
     void install_pmk(std::span<const std::uint8_t> message);
 
     // The latest time at which expire() must be called; none when no question is open.
@@ -78,10 +74,10 @@ private:
     void learn_address(const air_event &event, std::size_t vap, clock::time_point now);
     void report_key(const air_event &event, std::size_t vap);
     void report_event(std::string_view event, const mac_address &client, std::size_t vap, std::string text,
-                      nlohmann::ordered_json facts, std::optional<notification> message);
+                      nlohmann::ordered_json facts, std::optional<kx::notification> message);
 
-    driver_answer disassociate(std::size_t vap, std::span<const std::uint8_t> body);
-    driver_answer apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now);
+    kx::driver_answer disassociate(std::size_t vap, std::span<const std::uint8_t> body);
+    kx::driver_answer apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now);
 
     std::vector<kx::vap_config> vaps_;
     station_table stations_;

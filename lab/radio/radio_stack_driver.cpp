@@ -1,30 +1,14 @@
 // The driver's side of the radio stack: requests of the daemon, the MAC ACL's questions and verdicts.
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "lab/radio/radio_stack.h"
-#include "wire/big_endian.h"
 #include "wire/driver_records.h"
 
 namespace radio {
-namespace {
-
-template <typename T>
-std::optional<T> read_body(std::span<const std::uint8_t> data) {
-    T body{};
-    if (data.size() != sizeof body) {
-        return std::nullopt;
-    }
-    std::memcpy(&body, data.data(), sizeof body);
-    return body;
-}
-
-}  // namespace
-
-driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
-                                 clock::time_point now) {
+kx::driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::span<const std::uint8_t> data,
+                                     clock::time_point now) {
     switch (request) {
         case SIOCGIFHWADDR:
             return {.data = {vaps_[vap].bssid->begin(), vaps_[vap].bssid->end()}};
@@ -39,9 +23,9 @@ driver_answer radio_stack::serve(std::size_t vap, std::uint32_t request, std::sp
     }
 }
 
-driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::uint8_t> body) {
-    const auto order = read_body<driver_station_op>(body);
-    if (!order || order->op != DRIVER_OP_DISASSOC) {
+kx::driver_answer radio_stack::disassociate(std::size_t vap, std::span<const std::uint8_t> body) {
+    const auto order = kx::parse_station_request(body);
+    if (!order) {
         return {.error = EINVAL};
     }
     const mac_address client = order->station;
@@ -62,24 +46,22 @@ void radio_stack::ask(const air_event &join, std::size_t vap, clock::time_point 
     wait = {.join = join, .question = ++last_question_, .deadline = now + acl_patience, .behind = {}};
     ++counters_.acl_asked;
     report_event("acl_question", join.client, vap, "asks to be let in", {},
-                 acl_question(join.client, join.bssid, wait.question));
+                 kx::acl_question(join.client, join.bssid, wait.question));
 }
 
-driver_answer radio_stack::apply_verdict(std::size_t vap, std::span<const std::uint8_t> record, clock::time_point now) {
-    const auto answer = read_body<driver_acl_verdict>(record);
-    be32 question{};
-    if (!answer || answer->data_len != sizeof question) {
+kx::driver_answer radio_stack::apply_verdict(std::size_t vap, std::span<const std::uint8_t> record,
+                                             clock::time_point now) {
+    const auto answer = kx::parse_acl_verdict(record);
+    if (!answer) {
         return {.error = EINVAL};
     }
-    std::memcpy(&question, answer->data, sizeof question);
     const auto asked = std::ranges::find_if(waiting_, [&](const auto &each) {
-        return each.second.question == question && each.second.join.bssid == vaps_[vap].bssid;
+        return each.second.question == answer->question && each.second.join.bssid == vaps_[vap].bssid;
     });
     if (asked == waiting_.end()) {
         return {.error = ENOENT};
     }
-    const bool allowed = answer->verdict == DRIVER_ACL_ALLOWED;
-    decide(asked, allowed, allowed ? "let in by the MAC ACL" : "kept out by the MAC ACL", now);
+    decide(asked, answer->allowed, answer->allowed ? "let in by the MAC ACL" : "kept out by the MAC ACL", now);
     return {};
 }
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "lab/radio/notifications.h"
+#include "radio_service/notifications.h"
 
 namespace radio {
 
@@ -16,7 +16,7 @@ struct report {
     std::string ifname;
     std::string text;                // "associated with office"
     nlohmann::ordered_json facts{};  // further members of the JSON object, or null
-    std::optional<notification> message{};
+    std::optional<kx::notification> message{};
 };
 
 }  // namespace radio

@@ -1,9 +1,6 @@
 #include "lab/radio/station_table.h"
 
-#include <algorithm>
-#include <cstring>
-
-#include "wire/driver_records.h"
+#include "radio_service/driver_requests.h"
 
 namespace radio {
 
@@ -31,20 +28,14 @@ std::vector<mac_address> station_table::on_vap(std::size_t vap) const {
 }
 
 std::vector<std::uint8_t> station_table::driver_list(std::size_t vap, clock::time_point now) const {
-    std::vector<std::uint8_t> list;
+    std::vector<kx::listed_station> listed;
     for (const auto &[client, each] : stations_) {
-        if (each.vap != vap || list.size() + sizeof(driver_station) > DRIVER_STATION_LIST_MAX) {
-            continue;
+        if (each.vap == vap) {
+            listed.push_back(
+                {.mac = client, .silence = std::chrono::duration_cast<std::chrono::seconds>(now - each.heard)});
         }
-        const auto silence = std::chrono::duration_cast<std::chrono::seconds>(now - each.heard).count();
-        driver_station record{};
-        record.length = sizeof record;
-        record.mac = client;
-        record.inactivity = static_cast<std::uint16_t>(std::min<std::int64_t>(silence, UINT16_MAX));
-        const auto *raw = reinterpret_cast<const std::uint8_t *>(&record);
-        list.insert(list.end(), raw, raw + sizeof record);
     }
-    return list;
+    return kx::make_station_list(listed);
 }
 
 }  // namespace radio

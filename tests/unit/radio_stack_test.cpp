@@ -80,7 +80,7 @@ protected:
     radio::radio_stack stack_{{make_vap("wlan0", office, 0), make_vap("wlan1", guest, 7)}};
     radio::clock::time_point now_{1h};
     std::vector<radio::report> reports_;
-    std::vector<radio::notification> messages_;
+    std::vector<kx::notification> messages_;
 };
 
 using names = std::vector<std::string>;
@@ -241,7 +241,7 @@ protected:
     // The opaque data of the last question.
     raw question() {
         EXPECT_EQ(reported().back(), "acl_question");
-        const radio::notification &asked = messages_.back();
+        const kx::notification &asked = messages_.back();
         EXPECT_EQ(asked.id, 195U);
         EXPECT_EQ(raw(asked.payload.begin(), asked.payload.begin() + 16),
                   as_bytes(anna) + as_bytes(guest) + raw({0, 0, 0, 4}));

@@ -1,4 +1,4 @@
-#include "lab/radio/notifications.h"
+#include "radio_service/notifications.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,7 +7,7 @@
 #include "wire/big_endian.h"
 #include "wire/local_messages.h"
 
-namespace radio {
+namespace kx {
 namespace {
 
 template <typename T>
@@ -23,14 +23,11 @@ notification make_association(std::uint32_t id, const mac_address &client, const
     return make(id, body);
 }
 
-notification make_pmk(std::uint32_t sub_type, const mac_address &client, const mac_address &bssid,
-                      const mac_address &last_bssid, const pmk &key) {
+notification make_pmk(std::uint32_t sub_type, const mac_address &client, const mac_address &bssid) {
     pmk_info_message body{};
     body.sub_type = sub_type;
     body.bssid = bssid;
-    body.prev_bssid = last_bssid;
     body.client = client;
-    std::ranges::copy(key, body.pmk);
     return make(KX_MSG_ID_CLIENT_MGR_PMK_INFO, body);
 }
 
@@ -74,13 +71,18 @@ notification acl_question(const mac_address &client, const mac_address &bssid, s
     return result;
 }
 
-notification pmk_add_notification(const mac_address &client, const mac_address &bssid, const pmk &key) {
-    return make_pmk(HOSTAPD_PMK_ADD, client, bssid, {}, key);
+notification pmk_add_notification(const mac_address &client, const mac_address &bssid,
+                                  std::span<const std::uint8_t, pmk_size> pmk) {
+    notification result = make_pmk(HOSTAPD_PMK_ADD, client, bssid);
+    std::ranges::copy(pmk, result.payload.begin() + offsetof(pmk_info_message, pmk));
+    return result;
 }
 
 notification pmk_fetch_notification(const mac_address &client, const mac_address &bssid,
                                     const mac_address &last_bssid) {
-    return make_pmk(HOSTAPD_PMK_FETCH, client, bssid, last_bssid, {});
+    notification result = make_pmk(HOSTAPD_PMK_FETCH, client, bssid);
+    std::ranges::copy(last_bssid, result.payload.begin() + offsetof(pmk_info_message, prev_bssid));
+    return result;
 }
 
-}  // namespace radio
+}  // namespace kx

@@ -1,14 +1,18 @@
-// Notifications of the radio stack and hostapd to the daemon, as local messages (wire/local_messages.h).
-#ifndef LAB_RADIO_NOTIFICATIONS_H
-#define LAB_RADIO_NOTIFICATIONS_H
+// Notifications of an access point's radio to the daemon, as local messages (wire/local_messages.h).
+#ifndef RADIO_SERVICE_NOTIFICATIONS_H
+#define RADIO_SERVICE_NOTIFICATIONS_H
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
-#include "lab/radio/air_event.h"
+#include "wire/mac_address.h"
 
-namespace radio {
+namespace kx {
+
+inline constexpr std::size_t pmk_size = 32;
 
 struct notification {
     std::uint32_t id = 0;
@@ -22,9 +26,10 @@ notification reassociation_notification(const mac_address &client, const mac_add
 notification departure_notification(const mac_address &client, const mac_address &bssid, bool roamed_in);
 notification address_notification(const mac_address &client, std::uint32_t ip, std::string_view ifname);
 notification acl_question(const mac_address &client, const mac_address &bssid, std::uint32_t question);
-notification pmk_add_notification(const mac_address &client, const mac_address &bssid, const pmk &key);
+notification pmk_add_notification(const mac_address &client, const mac_address &bssid,
+                                  std::span<const std::uint8_t, pmk_size> pmk);
 notification pmk_fetch_notification(const mac_address &client, const mac_address &bssid, const mac_address &last_bssid);
 
-}  // namespace radio
+}  // namespace kx
 
 #endif

@@ -1,4 +1,4 @@
-#include "lab/radio/driver_server.h"
+#include "radio_service/driver_server.h"
 
 #include <event2/event.h>
 #include <sys/socket.h>
@@ -15,16 +15,14 @@
 #include <utility>
 
 #include "common/paths.h"
-#include "wire/driver_service.h"
 
-namespace radio {
+namespace kx {
 namespace {
 
 constexpr std::size_t connections_max = 64;
-constexpr std::chrono::milliseconds idle_max{kx::driver_idle_ms};
 // A longer packet is cut, and its length is then wrong.
 constexpr std::size_t request_room = 512;
-static_assert(request_room > sizeof(kx::driver_request) + sizeof(driver_acl_verdict));
+static_assert(request_room > sizeof(driver_request) + sizeof(driver_acl_verdict));
 
 sockaddr_un address_of(const std::string &path) {
     sockaddr_un address{};
@@ -74,7 +72,7 @@ struct parsed_request {
 };
 
 std::optional<parsed_request> parse_request(std::span<const std::uint8_t> packet, std::string_view ifname) {
-    kx::driver_request head{};
+    driver_request head{};
     if (packet.size() < sizeof head) {
         return std::nullopt;
     }
@@ -88,7 +86,7 @@ std::optional<parsed_request> parse_request(std::span<const std::uint8_t> packet
 }
 
 void send_answer(int fd, const driver_answer &answer) {
-    const kx::driver_reply head{.error = answer.error, .length = static_cast<std::uint32_t>(answer.data.size())};
+    const driver_reply head{.error = answer.error, .length = static_cast<std::uint32_t>(answer.data.size())};
     std::vector<std::uint8_t> packet(sizeof head);
     std::memcpy(packet.data(), &head, sizeof head);
     packet.insert(packet.end(), answer.data.begin(), answer.data.end());
@@ -97,16 +95,19 @@ void send_answer(int fd, const driver_answer &answer) {
 
 }  // namespace
 
-driver_server::driver_server(loop &on, const std::vector<kx::vap_config> &vaps, handler serve)
-    : loop_(on), serve_(std::move(serve)) {
-    const std::string directory = kx::place(kx::driver_directory);
-    kx::make_private_directories(directory);
+driver_server::driver_server(event_base *base, const std::vector<std::string> &ifnames, handler serve,
+                             std::chrono::milliseconds idle_max)
+    : base_(base), serve_(std::move(serve)), idle_max_(idle_max) {
+    const std::string directory = place(driver_directory);
+    make_private_directories(directory);
     try {
-        for (const kx::vap_config &vap : vaps) {
-            const std::string path = directory + '/' + vap.ifname;
+        for (const std::string &ifname : ifnames) {
+            const std::string path = std::string(directory).append("/").append(ifname);
             const std::size_t index = listeners_.size();
-            listeners_.push_back({.fd = listen_on(path), .path = path, .ifname = vap.ifname, .readable = nullptr});
-            listeners_[index].readable = make_reader(loop_, listeners_[index].fd, [this, index] { accept_one(index); });
+            listeners_.push_back({.fd = listen_on(path), .path = path, .ifname = ifname, .readable = nullptr});
+            listeners_[index].readable = std::make_unique<watch>(base_, listeners_[index].fd, EV_READ | EV_PERSIST,
+                                                                 [this, index] { accept_one(index); });
+            listeners_[index].readable->start();
         }
     } catch (...) {
         close_all();
@@ -133,28 +134,33 @@ void driver_server::accept_one(std::size_t vap) {
     if (fd < 0) {
         return;
     }
-    if (!is_trusted(fd) || connections_.size() >= connections_max) {
+    if (!is_trusted(fd)) {
         close(fd);
         return;
     }
-    const auto client = connections_.insert(connections_.end(), {.fd = fd, .vap = vap, .readable = nullptr});
-    client->readable = std::make_unique<loop_event>(
-        loop_, fd, EV_READ, [this, client](short what) { serve_request(client, (what & EV_TIMEOUT) != 0); });
-    client->readable->add(idle_max);
-}
-
-void driver_server::serve_request(std::list<connection>::iterator client, bool timed_out) {
-    if (!timed_out && answer(*client)) {
-        client->readable->add(idle_max);
-        return;
+    if (connections_.size() == connections_max) {
+        hang_up(connections_.begin());
     }
-    // The running handler belongs to the connection, which therefore lives until this function returns.
-    const connection done = std::move(*client);
-    connections_.erase(client);
-    close(done.fd);
+    const auto client = connections_.insert(connections_.end(), {.fd = fd, .vap = vap, .readable = nullptr});
+    client->readable = std::make_unique<watch>(base_, fd, EV_READ, [this, client] { serve_request(client); });
+    client->readable->start(idle_max_);
 }
 
-// False when the client has closed the connection.
+void driver_server::serve_request(std::list<connection>::iterator client) {
+    if (!answer(*client)) {
+        return hang_up(client);
+    }
+    client->readable->start(idle_max_);
+    connections_.splice(connections_.end(), connections_, client);
+}
+
+void driver_server::hang_up(std::list<connection>::iterator client) {
+    const int fd = client->fd;
+    connections_.erase(client);
+    close(fd);
+}
+
+// False when the client has closed the connection, or sent nothing for too long.
 bool driver_server::answer(const connection &client) {
     std::array<std::uint8_t, request_room> packet;
     const ssize_t size = recv(client.fd, packet.data(), packet.size(), 0);
@@ -167,4 +173,4 @@ bool driver_server::answer(const connection &client) {
     return true;
 }
 
-}  // namespace radio
+}  // namespace kx
