@@ -1,5 +1,7 @@
 #include "apd/apd.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -10,6 +12,7 @@
 #include "apd/vap_changes.h"
 #include "common/ipv4.h"
 #include "common/service_manager.h"
+#include "common/status_file.h"
 #include "wire/apcomm_channel.h"
 #include "wire/local_messages.h"
 
@@ -18,6 +21,7 @@ namespace apd {
 namespace {
 
 constexpr std::chrono::seconds sockets_period{5};
+constexpr char program[] = "apd";
 
 // The tunnel starts with the client manager. Faults of the certificates are reported at once.
 void check_certificates(const kx::controller_config &controller) {
@@ -35,20 +39,21 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
       config_file_(std::move(config_file)),
       config_(kx::load_ap_config(config_file_)),
       keep_alive_(base, -1, EV_PERSIST, [] { kx::notify_service_manager("WATCHDOG=1"); }),
-      lost_(base, "messages of client_mgr dropped: there is no tunnel"),
-      refused_(base, "malformed messages from the controller refused"),
-      link_(base, {[this] { tunnel_up(); }, [this] { tunnel_down(); },
-                   [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
-                       controller_message_rcvd(destination, message);
-                   },
-                   [this] { channel_.resume(); }, [this] { event_base_loopbreak(base_); }}),
-      inbox_(base, {[this] { link_.set_reading(true); },
-                    [this] {
-                        report("client_mgr does not read its messages");
-                        channel_.disconnect();
-                    }}),
-      monitor_(base, inbox_, details, [this] { publish_status(); }),
-      channel_(base, details,
+      losses_(base, [this] { publish_status(); }),
+      link_(base, losses_,
+            {[this] { tunnel_up(); }, [this] { tunnel_down(); },
+             [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                 controller_message_rcvd(destination, message);
+             },
+             [this] { channel_.resume(); }, [this] { event_base_loopbreak(base_); }}),
+      inbox_(base, losses_,
+             {[this] { link_.set_reading(true); },
+              [this] {
+                  report("client_mgr does not read its messages");
+                  channel_.disconnect();
+              }}),
+      monitor_(base, inbox_, losses_, details, [this] { publish_status(); }),
+      channel_(base, losses_, details,
                {[this] { daemon_registered(); }, [this] { daemon_lost(); },
                 [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                     return daemon_message_rcvd(destination, message);
@@ -65,6 +70,8 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
     kx::notify_service_manager("READY=1");
     publish_status();
 }
+
+platform_daemon::~platform_daemon() { kx::remove_status_file(program); }
 
 void platform_daemon::stop() {
     kx::notify_service_manager("STOPPING=1");
@@ -114,7 +121,9 @@ void platform_daemon::send_status(std::uint32_t status, std::uint32_t ctrl_ip) {
 
 void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (destination != kx::apcomm_destination_client_mgr) {
-        log_line("dropped a message from the controller to unknown peer " + std::to_string(destination));
+        losses_.add_described(loss_unknown_destination, [destination] {
+            return "dropped a message from the controller to unknown peer " + std::to_string(destination);
+        });
         return;
     }
     if (const char *fault = find_fault(message); fault != nullptr) {
@@ -128,11 +137,10 @@ void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::sp
 }
 
 void platform_daemon::refuse(const char *fault) {
-    if (refused_.total() == 0) {
+    if (losses_.total(loss_malformed) == 0) {
         report(std::string("refused a message from the controller: ") + fault);
     }
-    refused_.add(1);
-    publish_status();
+    losses_.add(loss_malformed);
 }
 
 bool platform_daemon::daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
@@ -140,7 +148,7 @@ bool platform_daemon::daemon_message_rcvd(std::uint32_t destination, std::span<c
         case controller_link::outcome::full:
             return false;
         case controller_link::outcome::down:
-            lost_.add(1);
+            losses_.add(loss_no_tunnel);
             break;
         case controller_link::outcome::sent:
             break;
@@ -204,10 +212,26 @@ void platform_daemon::restore_sockets() {
     }
 }
 
+std::string platform_daemon::tunnel_state() const {
+    return link_.is_up() ? "tunnel to " + kx::format_ipv4(link_.controller_ip()) + " up" : "no tunnel";
+}
+
 void platform_daemon::publish_status() {
-    std::string tunnel = link_.is_up() ? "tunnel to " + kx::format_ipv4(link_.controller_ip()) + " up" : "no tunnel";
-    std::string refused = refused_.total() == 0 ? "" : ", " + std::to_string(refused_.total()) + " messages refused";
-    kx::notify_service_manager("STATUS=" + tunnel + ", " + monitor_.status() + refused);
+    const auto number = losses_.total(loss_malformed);
+    std::string refused = number == 0 ? "" : ", " + std::to_string(number) + " messages refused";
+    kx::notify_service_manager("STATUS=" + tunnel_state() + ", " + monitor_.status() + refused);
+    kx::write_status_file(program, status_text());
+}
+
+std::string platform_daemon::status_text() const {
+    return "process = " + std::to_string(getpid()) + "\ntunnel = \"" + tunnel_state() + "\"\nclient_mgr = \"" +
+           monitor_.status() + "\"\n\n[lost]\n" + losses_.list();
+}
+
+void platform_daemon::write_state() {
+    report(tunnel_state() + ", " + monitor_.status());
+    losses_.write_totals();
+    publish_status();
 }
 
 }  // namespace apd

@@ -12,7 +12,7 @@
 #include "apd/daemon_channel.h"
 #include "apd/daemon_inbox.h"
 #include "apd/log.h"
-#include "apd/loss_counter.h"
+#include "apd/losses.h"
 #include "apd/monitor.h"
 #include "common/ap_config.h"
 #include "common/events.h"
@@ -23,9 +23,14 @@ class platform_daemon {
 public:
     // Opens the endpoints and starts all services. Throws kx::config_error and std::system_error.
     platform_daemon(event_base *base, std::string config_file, detail_log details);
+    ~platform_daemon();
+    platform_daemon(const platform_daemon &) = delete;
+    platform_daemon &operator=(const platform_daemon &) = delete;
 
     // Reads the configuration file again and makes the client manager load its VAPs again, even if nothing has changed.
     void reload();
+    // Writes the state and all losses to the log.
+    void write_state();
     // Closes the tunnel after sending what is queued, then ends the event loop.
     void stop();
 
@@ -42,14 +47,15 @@ private:
     void config_changed();
     bool read_config();
     void publish_status();
+    std::string tunnel_state() const;
+    std::string status_text() const;
     void restore_sockets();
 
     event_base *base_;
     std::string config_file_;
     kx::ap_config config_;
     kx::watch keep_alive_;  // for the service manager
-    loss_counter lost_;
-    loss_counter refused_;
+    losses losses_;
     controller_link link_;
     daemon_inbox inbox_;
     monitor monitor_;

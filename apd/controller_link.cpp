@@ -6,8 +6,8 @@
 
 namespace apd {
 
-controller_link::controller_link(event_base *base, callbacks handlers)
-    : base_(base), handlers_(std::move(handlers)), retry_(base, -1, 0, [this] { connect(); }) {}
+controller_link::controller_link(event_base *base, losses &lost, callbacks handlers)
+    : base_(base), losses_(lost), handlers_(std::move(handlers)), retry_(base, -1, 0, [this] { connect(); }) {}
 
 void controller_link::start(const kx::controller_config &controller) {
     if (stopping_) {
@@ -77,6 +77,7 @@ void controller_link::tunnel_up() {
 }
 
 void controller_link::tunnel_down(const std::string &reason) {
+    losses_.add(loss_unsent, tunnel_ == nullptr ? 0 : tunnel_->unsent());
     tunnel_.reset();
     bool was_up = std::exchange(up_, false);
     if (was_up) {

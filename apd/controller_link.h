@@ -10,6 +10,7 @@
 #include <string>
 
 #include "apd/backoff.h"
+#include "apd/losses.h"
 #include "common/ap_config.h"
 #include "common/events.h"
 #include "tunnel/tunnel.h"
@@ -27,7 +28,8 @@ public:
     };
     enum class outcome { sent, full, down };
 
-    controller_link(event_base *base, callbacks handlers);
+    // `lost` outlives the link.
+    controller_link(event_base *base, losses &lost, callbacks handlers);
 
     // Connects to `controller`, and again whenever the tunnel fails. Closes an existing tunnel. Connects at once unless
     // the last attempt to connect to the same controller has failed.
@@ -50,6 +52,7 @@ private:
     void tunnel_down(const std::string &reason);
 
     event_base *base_;
+    losses &losses_;
     callbacks handlers_;
     kx::controller_config controller_;
     std::unique_ptr<kx::tunnel_connection> tunnel_;

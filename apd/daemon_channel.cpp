@@ -31,20 +31,11 @@ int listen_at(const std::string &path) {
     return fd;
 }
 
-bool is_trusted(int fd) {
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == geteuid())) {
-        return true;
-    }
-    report("refused a connection of process " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid));
-    return false;
-}
-
 }  // namespace
 
-daemon_channel::daemon_channel(event_base *base, detail_log details, callbacks handlers)
+daemon_channel::daemon_channel(event_base *base, losses &lost, detail_log details, callbacks handlers)
     : base_(base),
+      losses_(lost),
       details_(details),
       handlers_(std::move(handlers)),
       path_(kx::place(kx::endpoint_apcomm)),
@@ -103,6 +94,18 @@ void daemon_channel::accept_connection() {
     }
 }
 
+bool daemon_channel::is_trusted(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == geteuid())) {
+        return true;
+    }
+    losses_.add_described(loss_stranger, [&peer] {
+        return "refused a connection of process " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid);
+    });
+    return false;
+}
+
 // Without descriptors the listener stays readable, and waiting for it would take the whole processor.
 void daemon_channel::pause_accepting(int error) {
     if (error == EAGAIN || error == EINTR || error == ECONNABORTED) {
@@ -144,7 +147,8 @@ void daemon_channel::read_packets(int fd) {
         }
         auto length = static_cast<std::size_t>(size);
         if (length < sizeof(kx::apcomm_packet) || length == buffer_.size()) {
-            log_line("ended a connection that sent a packet of the wrong size");
+            losses_.add_described(loss_local_malformed,
+                                  [] { return "ended a connection that sent a packet of the wrong size"; });
             drop(fd);
             return;
         }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "apd/log.h"
+#include "apd/losses.h"
 #include "common/events.h"
 #include "common/ipc_endpoint.h"
 #include "wire/apcomm_channel.h"
@@ -31,8 +32,9 @@ public:
         std::function<bool(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
     };
 
-    // Replaces the socket of a dead apd. The caller has made sure that no other apd runs. Throws std::system_error.
-    daemon_channel(event_base *base, detail_log details, callbacks handlers);
+    // Replaces the socket of a dead apd. The caller has made sure that no other apd runs. `lost` outlives the object.
+    // Throws std::system_error.
+    daemon_channel(event_base *base, losses &lost, detail_log details, callbacks handlers);
     ~daemon_channel();
     daemon_channel(const daemon_channel &) = delete;
     daemon_channel &operator=(const daemon_channel &) = delete;
@@ -69,12 +71,14 @@ private:
 
     void accept_connection();
     void pause_accepting(int error);
+    bool is_trusted(int fd);
     bool make_room();
     void read_packets(int fd);
     void take_packet(int fd, std::span<const std::uint8_t> packet);
     void drop(int fd);
 
     event_base *base_;
+    losses &losses_;
     detail_log details_;
     callbacks handlers_;
     std::string path_;

@@ -43,17 +43,13 @@ int make_socket() {
 
 }  // namespace
 
-daemon_inbox::daemon_inbox(event_base *base, callbacks handlers)
-    : handlers_(std::move(handlers)),
-      fd_(make_socket()),
-      writable_(base, fd_, EV_WRITE,
-                [this] {
-                    send_waiting();
-                    if (waiting_.empty()) {
-                        handlers_.on_drained();
-                    }
-                }),
-      lost_(base, "messages from the controller dropped: client_mgr does not take them") {}
+daemon_inbox::daemon_inbox(event_base *base, losses &lost, callbacks handlers)
+    : losses_(lost), handlers_(std::move(handlers)), fd_(make_socket()), writable_(base, fd_, EV_WRITE, [this] {
+          send_waiting();
+          if (waiting_.empty()) {
+              handlers_.on_drained();
+          }
+      }) {}
 
 daemon_inbox::~daemon_inbox() {
     writable_.stop();
@@ -75,7 +71,7 @@ void daemon_inbox::send_controller_message(std::span<const std::uint8_t> message
         head.part.length = static_cast<std::uint32_t>(body.size());
         offset += body.size();
         if (!push(bytes_of(head), body)) {
-            lost_.add(1);
+            losses_.add(loss_unread);
             return;
         }
     } while (offset < message.size());
@@ -150,7 +146,7 @@ void daemon_inbox::pop_waiting() {
 }
 
 void daemon_inbox::drop_waiting() {
-    lost_.add(to_message_end_ > 0 ? 1 : 0);
+    losses_.add(loss_unread, to_message_end_ > 0 ? 1 : 0);
     to_message_end_ = 0;
     waiting_.clear();
 }

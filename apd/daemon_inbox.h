@@ -6,7 +6,7 @@
 #include <functional>
 #include <span>
 
-#include "apd/loss_counter.h"
+#include "apd/losses.h"
 #include "common/events.h"
 #include "tunnel/backlog.h"
 
@@ -25,7 +25,8 @@ public:
         std::function<void()> on_stuck;    // the queue was full and all its messages have been dropped
     };
 
-    daemon_inbox(event_base *base, callbacks handlers);
+    // `lost` outlives the inbox.
+    daemon_inbox(event_base *base, losses &lost, callbacks handlers);
     ~daemon_inbox();
     daemon_inbox(const daemon_inbox &) = delete;
     daemon_inbox &operator=(const daemon_inbox &) = delete;
@@ -47,12 +48,12 @@ private:
     void pop_waiting();
     void drop_waiting();
 
+    losses &losses_;
     callbacks handlers_;
     int fd_;
     kx::watch writable_;
     kx::backlog waiting_{room};
     std::size_t to_message_end_ = 0;  // waiting packets up to the end of a message from the controller
-    loss_counter lost_;
 };
 
 }  // namespace apd

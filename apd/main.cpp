@@ -29,9 +29,11 @@ void serve(const std::string &config_file, apd::detail_log details) {
     kx::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
     kx::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
     kx::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
+    kx::watch asked(base.get(), SIGUSR1, EV_SIGNAL | EV_PERSIST, [&] { daemon.write_state(); });
     terminated.start();
     interrupted.start();
     hung_up.start();
+    asked.start();
     event_base_dispatch(base.get());
     apd::log_line("ended");
 }
@@ -54,6 +56,7 @@ int run(int argc, char **argv) {
     }
 
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGUSR1, SIG_IGN);  // until the event loop handles it
     kx::never_wait_for_reader(STDERR_FILENO);
     kx::harden_process();
     apd::take_heap();

@@ -14,14 +14,24 @@ constexpr std::uint32_t period_max_secs = 86'400;
 
 }  // namespace
 
-monitor::monitor(event_base *base, daemon_inbox &inbox, detail_log details, std::function<void()> on_change)
+monitor::monitor(event_base *base, daemon_inbox &inbox, losses &lost, detail_log details,
+                 std::function<void()> on_change)
     : inbox_(inbox),
+      losses_(lost),
       details_(details),
       on_change_(std::move(on_change)),
       socket_(kx::ipc_socket::open(kx::endpoint_sysmon)),
       readable_(base, socket_.fd(), EV_READ | EV_PERSIST, [this] { read_messages(); }),
       period_(base, -1, 0, [this] { period_passed(); }) {
+    socket_.on_dropped = [this](const kx::ipc_datagram &datagram) {
+        losses_.add_described(datagram.stranger ? loss_stranger : loss_local_malformed,
+                              [&datagram] { return describe_drop(datagram); });
+    };
     readable_.start();
+}
+
+void monitor::drop(const std::string &what) {
+    losses_.add_described(loss_local_malformed, [&what] { return "dropped a system monitor message " + what; });
 }
 
 void monitor::start() { inbox_.send(KX_MSG_ID_SYSMON_HB); }
@@ -56,13 +66,12 @@ void monitor::read_messages() {
 void monitor::message_rcvd(const kx::ipc_message &message) {
     kx::sysmon_announcement announcement{};
     if (message.payload.size() != sizeof(announcement)) {
-        log_line("dropped a system monitor message of " + std::to_string(message.payload.size()) + " bytes");
+        drop("of " + std::to_string(message.payload.size()) + " bytes");
         return;
     }
     std::memcpy(&announcement, message.payload.data(), sizeof(announcement));
     if (announcement.period_secs == 0 || announcement.period_secs > period_max_secs) {
-        log_line("dropped a system monitor message with a period of " + std::to_string(announcement.period_secs) +
-                 " s");
+        drop("with a period of " + std::to_string(announcement.period_secs) + " s");
         return;
     }
     bool known = daemon_ && daemon_->pid == announcement.pid;
@@ -71,7 +80,7 @@ void monitor::message_rcvd(const kx::ipc_message &message) {
         return;
     }
     if (message.id != kx::sysmon_id_heartbeat) {
-        log_line("dropped a system monitor message of unknown id " + std::to_string(message.id));
+        drop("of unknown id " + std::to_string(message.id));
         return;
     }
     details_.write("heartbeat from client_mgr");

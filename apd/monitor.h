@@ -9,6 +9,7 @@
 
 #include "apd/daemon_inbox.h"
 #include "apd/log.h"
+#include "apd/losses.h"
 #include "common/events.h"
 #include "common/local_ipc.h"
 
@@ -16,9 +17,9 @@ namespace apd {
 
 class monitor {
 public:
-    // Throws std::system_error when the endpoint cannot be opened. `inbox` must outlive the monitor. `on_change` is
-    // called when status() has changed.
-    monitor(event_base *base, daemon_inbox &inbox, detail_log details, std::function<void()> on_change);
+    // Throws std::system_error when the endpoint cannot be opened. `inbox` and `lost` outlive the monitor. `on_change`
+    // is called when status() has changed.
+    monitor(event_base *base, daemon_inbox &inbox, losses &lost, detail_log details, std::function<void()> on_change);
 
     // Sends a heartbeat request, to find a client manager that runs already.
     void start();
@@ -40,10 +41,12 @@ private:
 
     void read_messages();
     void message_rcvd(const kx::ipc_message &message);
+    void drop(const std::string &what);
     void take_up(std::uint32_t pid, std::uint32_t period_secs);
     void period_passed();
 
     daemon_inbox &inbox_;
+    losses &losses_;
     detail_log details_;
     std::function<void()> on_change_;
     kx::ipc_socket socket_;

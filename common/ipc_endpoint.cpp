@@ -91,14 +91,13 @@ void remove_dead_socket(const ipc_address &address, const std::string &path) {
     }
 }
 
+// The user is the one that the process was started as: no system call for each message.
+bool is_trusted(const ucred &sender) { return sender.uid == 0 || sender.uid == getauxval(AT_EUID); }
+
 const char *find_fault(const msghdr &message, const ipc_datagram &datagram, const std::uint8_t *bytes,
                        const ucred *sender) {
-    if (sender == nullptr) {
-        return "sender unknown";
-    }
-    // The user that the process was started as: no system call for each message.
-    if (sender->uid != 0 && sender->uid != getauxval(AT_EUID)) {
-        return "sender not permitted";
+    if (datagram.stranger) {
+        return sender == nullptr ? "sender unknown" : "sender not permitted";
     }
     if ((message.msg_flags & MSG_TRUNC) != 0) {
         return "longer than the buffer";
@@ -199,6 +198,7 @@ bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &
     const ucred *sender = find_credentials(message);
     datagram.uid = sender == nullptr ? static_cast<uid_t>(-1) : sender->uid;
     datagram.pid = sender == nullptr ? 0 : sender->pid;
+    datagram.stranger = sender == nullptr || !is_trusted(*sender);
     datagram.fault = find_fault(message, datagram, buffer.data(), sender);
     return true;
 }

@@ -51,6 +51,7 @@ private:
 struct ipc_datagram {
     std::size_t size = 0;         // bytes in the buffer
     const char *fault = nullptr;  // why it must be dropped; null: a well-formed message of a trusted sender
+    bool stranger = false;        // the fault is the sender
     ipc_address sender;
     uid_t uid = 0;
     pid_t pid = 0;

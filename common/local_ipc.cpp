@@ -123,7 +123,7 @@ std::optional<ipc_message> ipc_socket::receive() {
             return message;
         }
         if (on_dropped) {
-            on_dropped(describe_drop(datagram));
+            on_dropped(datagram);
         } else {
             drops_.write(datagram);
         }

@@ -55,10 +55,10 @@ public:
                     std::span<const std::uint8_t> payload);
 
     // The next well-formed message from root or this process's own user; none when no message waits. Each other message
-    // is dropped and reported in one line, to `on_dropped` or, when that is empty, to the system log.
+    // is dropped and reported to `on_dropped` or, when that is empty, to the system log.
     std::optional<ipc_message> receive();
 
-    std::function<void(const std::string &)> on_dropped;
+    std::function<void(const ipc_datagram &)> on_dropped;
 
 private:
     ipc_socket(int fd, std::string path) : fd_(fd), path_(std::move(path)) { file_.remember(path_); }

@@ -17,7 +17,7 @@ tunnels::callbacks exchange::callbacks() {
         .on_up = [this](tunnel_id id, const peer &other) { came_up(id, other); },
         .on_message = [this](tunnel_id id, std::span<const std::uint8_t> content) { received(id, content); },
         .on_down = [this](tunnel_id id, const std::string &reason) { went_down(id, reason); },
-        .on_refused = [this](const peer &other, const std::string &reason) { output_.tunnel_refused(other, reason); },
+        .on_refused = [this](const peer &other, const std::string &reason) { refusals_.add(other, reason); },
         .on_accept_error =
             [this](const std::string &reason) {
                 counters_.accept_errors++;
@@ -37,6 +37,7 @@ void exchange::tick() {
     accept_errors_.tick();
     displaced_.tick();
     dropped_lines_.tick();
+    refusals_.tick();
     if (const auto dropped = output_.dropped_lines(); dropped > std::exchange(dropped_at_last_tick_, dropped)) {
         dropped_lines_.add("standard output does not take all lines: " + std::to_string(dropped) + " dropped so far");
     }

@@ -9,6 +9,7 @@
 #include "controller/flood_note.h"
 #include "controller/message.h"
 #include "controller/output.h"
+#include "controller/refusals.h"
 #include "controller/site.h"
 #include "controller/tunnels.h"
 
@@ -46,6 +47,9 @@ public:
     site *managed_site() { return site_ ? &*site_ : nullptr; }
     const access_points &aps() const { return access_points_; }
     const counters &counts() const { return counters_; }
+    std::uint64_t refused() const { return refusals_.total(); }
+    // Of the tunnels; to be called after use().
+    const tunnels::losses &tunnel_losses() const { return tunnels_->lost(); }
     std::uint64_t dropped_lines() const { return output_.dropped_lines(); }
     std::uint64_t records_per_second() const { return records_last_second_; }
 
@@ -67,6 +71,9 @@ private:
     std::uint64_t dropped_at_last_tick_ = 0;
     flood_note dropped_lines_{[this](const std::string &text) { output_.note(text); }};
     flood_note displaced_{[this](const std::string &text) { output_.note(text); }};
+    refusals refusals_{[this](const peer &other, const std::string &reason, std::uint64_t times) {
+        output_.tunnel_refused(other, reason, times);
+    }};
     std::uint64_t records_at_last_tick_ = 0;
     std::uint64_t records_last_second_ = 0;
     unsigned ticks_ = 0;

@@ -119,16 +119,23 @@ listing list_clients(const site &of) {
     return made;
 }
 
+json losses_of(const exchange &with) {
+    return {{"malformed", with.counts().malformed},
+            {"frames_ignored", with.tunnel_losses().frames_ignored},
+            {"messages_unsent", with.tunnel_losses().messages_unsent},
+            {"tunnels_refused", with.refused()},
+            {"connections_displaced", with.counts().displaced},
+            {"accept_errors", with.counts().accept_errors},
+            {"output_lines_dropped", with.dropped_lines()}};
+}
+
 listing list_stats(exchange &with) {
     listing made{{{"tunnels", with.aps().links().size()},
                   {"records", with.counts().records},
                   {"records_per_second", with.records_per_second()},
-                  {"malformed", with.counts().malformed},
-                  {"messages_sent", with.counts().sent},
-                  {"connections_displaced", with.counts().displaced},
-                  {"accept_errors", with.counts().accept_errors},
-                  {"output_lines_dropped", with.dropped_lines()}},
+                  {"messages_sent", with.counts().sent}},
                  ""};
+    made.json.update(losses_of(with));
     if (const site *known = with.managed_site()) {
         made.json.update(json{{"clients", known->clients().size()},
                               {"roams", known->roams()},

@@ -23,7 +23,11 @@ listing list_access_points(exchange &with);
 //   "guest": "none" | "waiting" | "approved" | "unknown", "pmk": bool}]
 listing list_clients(const site &of);
 
-// {"tunnels", "records", "records_per_second", "malformed", "messages_sent"} and, unless the controller only listens,
+// {"malformed", "frames_ignored", "messages_unsent", "tunnels_refused", "connections_displaced", "accept_errors",
+// "output_lines_dropped"}, each a number since the start
+nlohmann::ordered_json losses_of(const exchange &with);
+
+// {"tunnels", "records", "records_per_second", "messages_sent"}, the losses and, unless the controller only listens,
 // {"clients", "roams", "guests_waiting", "guests_approved", "unsettled"}
 listing list_stats(exchange &with);
 

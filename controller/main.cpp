@@ -19,6 +19,7 @@
 #include "controller/control_server.h"
 #include "controller/exchange.h"
 #include "controller/line_writer.h"
+#include "controller/listings.h"
 #include "controller/output.h"
 #include "controller/tunnels.h"
 #include "tunnel/tunnel.h"
@@ -120,6 +121,20 @@ void reload(const options &chosen, controller::tunnels &tunnels, controller::exc
     }
 }
 
+void note_losses(const controller::exchange &exchange, controller::output &output) {
+    bool none = true;
+    const auto losses = controller::losses_of(exchange);
+    for (const auto &[what, number] : losses.items()) {
+        if (number != 0) {
+            output.note("since the start: " + what + ' ' + number.dump());
+            none = false;
+        }
+    }
+    if (none) {
+        output.note("no losses since the start");
+    }
+}
+
 kx::event_ptr every_second(event_base *base, controller::exchange &what) {
     const auto tick = [](evutil_socket_t, short, void *of) { static_cast<controller::exchange *>(of)->tick(); };
     kx::event_ptr timer(event_new(base, -1, EV_PERSIST, tick, &what));
@@ -161,7 +176,9 @@ int run(const options &chosen) {
     const std::function<void()> read_anew = [&] { reload(chosen, tunnels, exchange, output); };
     const kx::event_ptr on_interrupt = on_signal(base.get(), SIGINT, end);
     const kx::event_ptr on_terminate = on_signal(base.get(), SIGTERM, end);
+    const std::function<void()> note_all = [&] { note_losses(exchange, output); };
     const kx::event_ptr on_hangup = on_signal(base.get(), SIGHUP, read_anew);
+    const kx::event_ptr on_user = on_signal(base.get(), SIGUSR1, note_all);
     output.note("listening on " + address + " port " + std::to_string(tunnels.port()));
     if (!chosen.port_file.empty()) {
         write_port(chosen.port_file, tunnels.port());

@@ -53,14 +53,14 @@ void output::tunnel_down(const peer &other, const std::optional<mac_address> &ap
     tunnel_event("tunnel_down", other, ap, reason);
 }
 
-void output::tunnel_refused(const peer &other, const std::string &reason) {
-    tunnel_event("tunnel_refused", other, std::nullopt, reason);
+void output::tunnel_refused(const peer &other, const std::string &reason, std::uint64_t times) {
+    tunnel_event("tunnel_refused", other, std::nullopt, reason, times);
 }
 
 void output::note(const std::string &text) { to_.note("site_controller: " + text); }
 
 void output::tunnel_event(const char *event, const peer &other, const std::optional<mac_address> &ap,
-                          const std::string &reason) {
+                          const std::string &reason, std::uint64_t times) {
     if (json_ && events_) {
         json object = {{"event", event}, {"peer", other.name}, {"address", other.address}};
         if (ap) {
@@ -68,6 +68,9 @@ void output::tunnel_event(const char *event, const peer &other, const std::optio
         }
         if (!reason.empty()) {
             object["reason"] = reason;
+        }
+        if (times > 1) {
+            object["times"] = times;
         }
         to_.line(to_line(object));
         return;
@@ -79,6 +82,9 @@ void output::tunnel_event(const char *event, const peer &other, const std::optio
     }
     if (!reason.empty()) {
         text += ": " + reason;
+    }
+    if (times > 1) {
+        text += " (the latest of " + std::to_string(times) + ")";
     }
     if (json_) {
         to_.note(text);

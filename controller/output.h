@@ -29,13 +29,13 @@ public:
     void sent(const mac_address &ap, std::span<const std::uint8_t> content);
     void tunnel_up(const peer &other);
     void tunnel_down(const peer &other, const std::optional<mac_address> &ap, const std::string &reason);
-    void tunnel_refused(const peer &other, const std::string &reason);
+    void tunnel_refused(const peer &other, const std::string &reason, std::uint64_t times = 1);
     void note(const std::string &text);  // to standard error
     std::uint64_t dropped_lines() const { return to_.dropped(); }
 
 private:
     void tunnel_event(const char *event, const peer &other, const std::optional<mac_address> &ap,
-                      const std::string &reason);
+                      const std::string &reason, std::uint64_t times = 1);
 
     bool json_;
     bool events_;

@@ -99,8 +99,12 @@ tunnels::~tunnels() = default;
 
 bool tunnels::send(tunnel_id to, std::span<const std::uint8_t> message) {
     const auto found = tunnels_.find(to);
-    return found != tunnels_.end() && found->second.up &&
-           found->second.connection->send(client_manager_destination, message);
+    if (found == tunnels_.end() || !found->second.up) {
+        return false;
+    }
+    const bool sent = found->second.connection->send(client_manager_destination, message);
+    lost_.messages_unsent += sent ? 0 : 1;
+    return sent;
 }
 
 void tunnels::close(tunnel_id which, const std::string &reason) {
@@ -250,15 +254,20 @@ void tunnels::came_up(tunnel_id which) {
 void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (destination == client_manager_destination) {
         handlers_.on_message(from, message);
+    } else {
+        lost_.frames_ignored++;
     }
 }
 
 void tunnels::went_down(tunnel_id which, const std::string &reason) {
     if (const auto found = tunnels_.find(which); found == tunnels_.end()) {
-        closing_.erase(which);
+        if (const auto closed = closing_.extract(which)) {
+            lost_.messages_unsent += closed.mapped()->unsent();
+        }
         return;
     }
     const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    lost_.messages_unsent += gone.connection == nullptr ? 0 : gone.connection->unsent();
     if (const auto next = find(gone.other.mac, true, which); next && gone.probe == nullptr) {
         tunnels_.at(*next).probe.reset();
         tunnels_.at(*next).connection->admit();

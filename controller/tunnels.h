@@ -45,6 +45,11 @@ public:
         std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
     };
 
+    struct losses {
+        std::uint64_t messages_unsent = 0;  // the tunnel was full or ended before
+        std::uint64_t frames_ignored = 0;   // for another destination
+    };
+
     // Listens on `address`:`port`; port 0 is any free port. `probe` is the time in which the tunnel of an access point
     // has to be heard when the access point opens a second one; shorter than the set-up of a tunnel and longer than the
     // time between two keep-alives. Throws std::runtime_error.
@@ -58,6 +63,7 @@ public:
 
     // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
+    const losses &lost() const { return lost_; }
     // Ends a tunnel and sends the other end the reason. Calls on_down with `reason`.
     void close(tunnel_id which, const std::string &reason);
     // Uses other certificates from now on, and closes the tunnels whose certificate they do not accept.
@@ -99,6 +105,7 @@ private:
     kx::event_ptr pause_;
     std::size_t waiting_max_;  // connections that have not come up
     std::uint16_t port_ = 0;
+    losses lost_;
     tunnel_id last_ = 0;
     std::map<tunnel_id, tunnel> tunnels_;
     std::map<tunnel_id, std::unique_ptr<kx::tunnel_connection>> closing_;  // the reason is on its way

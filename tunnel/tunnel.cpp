@@ -86,6 +86,7 @@ public:
     void admit() override;
     void probe() override { send_keep_alive(); }
     std::string recheck(SSL_CTX *tls) const override { return recheck_peer(ssl(), tls); }
+    std::size_t unsent() const override { return unsent_; }
     std::string peer_name() const override { return peer_name_; }
     std::optional<mac_address> peer_mac() const override { return peer_mac_; }
     monotonic::time_point last_heard() const override { return heard_; }
@@ -146,6 +147,7 @@ private:
     std::string peer_name_;
     std::optional<mac_address> peer_mac_;
     std::uint32_t peer_ipv4_ = 0;
+    std::size_t unsent_ = 0;
 };
 
 void connection::start_tls(int fd, bufferevent_ssl_state role) {
@@ -407,8 +409,9 @@ void connection::end(const std::string &reason) {
         return;
     }
     std::string text = reason;
-    if (std::size_t unsent = queue_ ? queue_->count_messages() : 0; unsent > 0) {
-        text += "; " + std::to_string(unsent) + (unsent == 1 ? " message was" : " messages were") + " not sent";
+    unsent_ = queue_ ? queue_->count_messages() : 0;
+    if (unsent_ > 0) {
+        text += "; " + std::to_string(unsent_) + (unsent_ == 1 ? " message was" : " messages were") + " not sent";
     }
     phase_ = phase::ended;
     timer_.reset();

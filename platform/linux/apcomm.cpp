@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <span>
+#include <string>
 #include <system_error>
 
 #include "common/ipc_endpoint.h"
@@ -20,6 +21,7 @@
 #include "kx/kx_eloop.h"
 #include "platform/linux/event_base.h"
 #include "platform/linux/part_assembly.h"
+#include "platform/linux/port_losses.h"
 #include "platform/linux/service.h"
 #include "wire/apcomm_channel.h"
 
@@ -32,7 +34,10 @@ constexpr unsigned first_retry_ms = 100, last_retry_ms = 3200;
 
 bool is_full(int error) { return error == EAGAIN || error == ENOBUFS || error == ENOMEM; }
 
-void reject(const char *what) { syslog(LOG_USER | LOG_WARNING, "apcomm: dropped a message from apd: %s", what); }
+void reject(const char *what) {
+    kx::port_losses().add_described(kx::loss_from_apd,
+                                    [what] { return std::string("apcomm: dropped a message from apd: ") + what; });
+}
 
 class apcomm_channel {
 public:
@@ -56,7 +61,7 @@ private:
     void retry_later();
     void connection_readable();
     void connection_lost();
-    void tunnel_lost(const char *why);
+    void tunnel_lost();
 
     bool queue_packet(uint32_t destination, std::span<const uint8_t> message);
     int send_small_packet(const kx::apcomm_packet &head, std::span<const uint8_t> message) const;
@@ -200,7 +205,7 @@ void apcomm_channel::connection_lost() {
     connection_ = -1;
     bool was_up = tunnel_up_;
     syslog(LOG_USER | LOG_WARNING, "apcomm: connection to apd lost");
-    tunnel_lost("apd is gone");
+    tunnel_lost();
     retry_later();
     if (was_up && on_status != nullptr) {
         on_status(0, APCOMM_STATUS_DOWN);
@@ -208,9 +213,9 @@ void apcomm_channel::connection_lost() {
 }
 
 // Drops the messages that wait and the parts that have arrived.
-void apcomm_channel::tunnel_lost(const char *why) {
+void apcomm_channel::tunnel_lost() {
     if (waiting_.packets() > 0) {
-        syslog(LOG_USER | LOG_WARNING, "apcomm: %s: %zu messages for the controller dropped", why, waiting_.packets());
+        kx::port_losses().add(kx::loss_unsent, waiting_.packets());
         waiting_.clear();
         event_del(&writable_);
     }
@@ -220,8 +225,18 @@ void apcomm_channel::tunnel_lost(const char *why) {
 }
 
 bool apcomm_channel::send(uint32_t destination, std::span<const uint8_t> message) {
-    return connection_ >= 0 && tunnel_up_ && destination != kx::apcomm_destination_apd &&
-           message.size() <= kx::apcomm_message_max && queue_packet(destination, message);
+    if (destination == kx::apcomm_destination_apd || message.size() > kx::apcomm_message_max) {
+        return false;
+    }
+    if (connection_ < 0 || !tunnel_up_) {
+        kx::port_losses().add(kx::loss_no_tunnel);
+        return false;
+    }
+    if (!queue_packet(destination, message)) {
+        kx::port_losses().add(kx::loss_queue_full);
+        return false;
+    }
+    return true;
 }
 
 void apcomm_channel::payload_rcvd(uint8_t *payload) {
@@ -252,7 +267,7 @@ void apcomm_channel::status_rcvd(const kx::apcomm_status &report) {
         return;  // the apd that sent it has ended
     }
     if (status == APCOMM_STATUS_DOWN) {
-        tunnel_lost("the tunnel is down");
+        tunnel_lost();
     }
     tunnel_up_ = status == APCOMM_STATUS_UP;
     kx::publish_controller(tunnel_up_ ? std::uint32_t{report.ctrl_ip} : 0);

@@ -16,12 +16,12 @@
 #include <string>
 #include <system_error>
 
-#include "common/drop_log.h"
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
 #include "common/program_lock.h"
 #include "kx/kx_eloop.h"
 #include "platform/linux/event_base.h"
+#include "platform/linux/port_losses.h"
 #include "platform/linux/start_failure.h"
 #include "wire/local_ipc.h"
 
@@ -120,7 +120,6 @@ private:
     std::span<std::uint8_t> buffer_;
     std::size_t dirty_ = 0;  // the bytes of buffer_ from here on are zero
     kx_ipc_recv_handler handler_ = nullptr;
-    kx::drop_log drops_;
     std::array<peer, 8> peers_;
     std::size_t next_peer_ = 0;  // the one that the next new destination replaces
 };
@@ -181,7 +180,8 @@ void kx_ipc::read_messages() {
         }
         if (datagram.fault != nullptr) {
             dirty_ = std::max(dirty_, datagram.size);
-            drops_.write(datagram);
+            kx::port_losses().add_described(datagram.stranger ? kx::loss_stranger : kx::loss_malformed,
+                                            [&datagram] { return describe_drop(datagram); });
             continue;
         }
         deliver(datagram);
@@ -256,9 +256,15 @@ int kx_ipc_send(const kx_ipc_send_desc *desc) {
     if (payload > kx::ipc_message_max - kx::ipc_header_size) {
         return -1;
     }
+    ssize_t sent = -1;
     try {
-        return static_cast<int>(desc->ipc->send(desc->dest, desc->msg, kx::ipc_header_size + payload));
+        sent = desc->ipc->send(desc->dest, desc->msg, kx::ipc_header_size + payload);
     } catch (const std::system_error &) {
-        return -1;
+        sent = -1;
     }
+    // What the monitor misses is sent again.
+    if (sent < 0 && desc->dest != kx::endpoint_sysmon) {
+        kx::port_losses().add(kx::loss_undelivered);
+    }
+    return static_cast<int>(sent);
 }

@@ -63,7 +63,9 @@ std::string file_of(const char *program) {
 
 int KX_LOG_INIT(const char *name, int level, int) {
     // The daemon calls this before any other service. Neither its tables nor its messages exist yet.
-    std::signal(SIGHUP, SIG_IGN);  // until the event loop handles it
+    // Until the event loop handles them.
+    std::signal(SIGHUP, SIG_IGN);
+    std::signal(SIGUSR1, SIG_IGN);
     kx::never_wait_for_reader(STDOUT_FILENO);
     kx::harden_process();
     try {

@@ -6,13 +6,16 @@
 
 namespace kx {
 
-// Reports that the daemon is ready, sends keep-alives from the event loop, and makes SIGHUP open the log anew. Called
-// after kx_eloop_init; later calls do nothing.
+// Reports that the daemon is ready, sends keep-alives from the event loop, and makes SIGHUP open the log anew and
+// SIGUSR1 write the losses to the system log. Called after kx_eloop_init; later calls do nothing.
 void start_service();
 
 // The state of the connection to the controller, for the service manager's status line. `ctrl_ip` as in apcomm.h; 0:
 // none.
 void publish_controller(std::uint32_t ctrl_ip);
+
+// Writes the status file, with the losses.
+void publish_status();
 
 }  // namespace kx
 

@@ -103,7 +103,9 @@ public:
         const int large = 1 << 20;
         setsockopt(unnamed_, SOL_SOCKET, SO_SNDBUF, &large, sizeof large);
         setsockopt(named_.fd(), SOL_SOCKET, SO_SNDBUF, &large, sizeof large);
-        others_.on_dropped = [](const std::string &why) { fuzz::require(!why.empty(), "a drop has a reason"); };
+        others_.on_dropped = [](const kx::ipc_datagram &each) {
+            fuzz::require(each.fault != nullptr, "a drop has a reason");
+        };
     }
 
     void send(bool without_name, const message &sent) {

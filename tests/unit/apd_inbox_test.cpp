@@ -33,7 +33,8 @@ protected:
 
     std::optional<kx::ipc_socket> client_mgr{kx::ipc_socket::open(kx::endpoint_client_mgr)};
     int drained = 0, stuck = 0;
-    apd::daemon_inbox inbox{base.get(), {[this] { drained++; }, [this] { stuck++; }}};
+    apd::losses lost{base.get(), [] {}};
+    apd::daemon_inbox inbox{base.get(), lost, {[this] { drained++; }, [this] { stuck++; }}};
 };
 
 TEST_F(apd_inbox, keeps_the_longest_message_and_a_thousand_short_ones) {

@@ -247,6 +247,20 @@ TEST_F(apd_test, counts_messages_that_find_no_tunnel) {
     EXPECT_TRUE(logged("3 messages of client_mgr dropped: there is no tunnel"));
 }
 
+TEST_F(apd_test, counts_messages_that_end_with_the_tunnel) {
+    start_site();
+    accepted.tunnel->set_reading(false);
+    constexpr std::uint32_t count = 4000;
+    std::uint32_t sent = 0;
+    fill_until_stalled(sent, [&] { return sent < count && daemon->send_packet(106, numbered(sent, 8000)); });
+    ASSERT_LT(sent, count);
+    accepted = {};
+    EXPECT_TRUE(logged("messages of client_mgr dropped: the tunnel ended before they were sent"));
+    const std::string status = read_file(root() + "/kx/apd.status");
+    EXPECT_NE(status.find("\nunsent = "), std::string::npos) << status;
+    EXPECT_EQ(status.find("\nunsent = 0\n"), std::string::npos) << status;
+}
+
 TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_read_them) {
     start_site();
     daemon->close_endpoint();

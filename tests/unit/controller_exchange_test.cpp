@@ -209,7 +209,10 @@ TEST_F(Exchange, refuses_a_certificate_without_exactly_one_mac_address) {
         EXPECT_TRUE(end.reason.starts_with("ended by the peer: the certificate has no MAC address")) << end.reason;
         EXPECT_EQ(end.ups, 0);
     }
-    EXPECT_EQ(shown_.count("event", "tunnel_refused"), 5);
+    EXPECT_EQ(shown_.count("event", "tunnel_refused"), 1);
+    EXPECT_EQ(json::parse(commands_.run("stats --json").substr(3))["tunnels_refused"], 5);
+    exchange_.tick();
+    EXPECT_EQ(shown_.count("times", 4), 1);
 }
 
 TEST_F(Exchange, shows_what_is_malformed_and_goes_on) {

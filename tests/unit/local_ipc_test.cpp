@@ -100,7 +100,7 @@ TEST_F(local_ipc, reports_what_it_drops_and_continues) {
     ASSERT_EQ(syslog_lines().size(), 1u);
 
     std::vector<std::string> dropped;
-    server.on_dropped = [&](const std::string &line) { dropped.push_back(line); };
+    server.on_dropped = [&](const kx::ipc_datagram &each) { dropped.push_back(describe_drop(each)); };
     ASSERT_TRUE(send_raw(root() + portal, raw_message(1, 2, 1, 1)));
     ASSERT_TRUE(send_raw(root() + portal, bytes(kx::ipc_message_max + 1)));
     EXPECT_FALSE(server.receive());
