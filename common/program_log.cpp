@@ -1,13 +1,14 @@
-#include "apd/log.h"
+#include "common/program_log.h"
 
 #include <syslog.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 
-namespace apd {
+namespace kx {
 
 void log_line(const std::string &text) {
     using namespace std::chrono;
@@ -19,7 +20,8 @@ void log_line(const std::string &text) {
     localtime_r(&seconds, &local);
     std::array<char, 32> time{};
     std::strftime(time.data(), time.size(), "%F %T", &local);
-    std::fprintf(stderr, "%s.%03d apd: %s\n", time.data(), milliseconds, text.c_str());
+    std::fprintf(stderr, "%s.%03d %s: %s\n", time.data(), milliseconds, program_invocation_short_name,
+                 text.c_str());
 }
 
 void report(const std::string &text) {
@@ -27,4 +29,4 @@ void report(const std::string &text) {
     syslog(LOG_DAEMON | LOG_WARNING, "%s", text.c_str());
 }
 
-}  // namespace apd
+}  // namespace kx
