@@ -1,0 +1,176 @@
+// What the daemon is told of stations, and what outlives the process. The daemon is the test's.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "private_root.h"
+#include "radiod/announcer.h"
+#include "radiod/station_journal.h"
+#include "wire/local_messages.h"
+
+namespace {
+
+using namespace radiod;
+using ids = std::vector<std::uint32_t>;
+
+const mac_address ann{{2, 0xaa, 0, 0, 0, 1}}, ben{{2, 0xaa, 0, 0, 0, 2}};
+const announcer::place office{"wlan0", {{2, 0, 0, 0, 0x10, 1}}}, lobby{"wlan1", {{2, 0, 0, 0, 0x10, 2}}};
+const mac_address elsewhere{{2, 0, 0, 0, 0x20, 1}};
+
+class announcements : public testing::Test {
+protected:
+    ids take() {
+        ids seen;
+        for (const kx::notification &each : sent) {
+            seen.push_back(each.id);
+        }
+        sent.clear();
+        return seen;
+    }
+    void repeat(bool heard = true) {
+        those.all_again([=](const auto &, const auto &) { return heard; });
+    }
+
+    std::vector<kx::notification> sent;
+    announcer those{[this](kx::notification message) { sent.push_back(std::move(message)); }};
+};
+
+TEST_F(announcements, a_station_comes_gets_an_address_and_goes) {
+    those.arrived(office, ann, std::nullopt);
+    those.has_address(office, ann, 0x0a000005);
+    those.departed(office, ann);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP, KX_MSG_ID_CLIENT_DISASSOCIATION}));
+}
+
+TEST_F(announcements, a_roamed_station_comes_and_goes_as_a_foreign_one) {
+    those.arrived(office, ann, elsewhere);
+    those.departed(office, ann);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION}));
+}
+
+TEST_F(announcements, an_address_is_repeated_after_each_association) {
+    those.arrived(office, ann, std::nullopt);
+    those.has_address(office, ann, 0x0a000005);
+    take();
+    those.arrived(office, ann, std::nullopt);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
+}
+
+TEST_F(announcements, the_same_address_again_is_no_news) {
+    those.arrived(office, ann, std::nullopt);
+    those.has_address(office, ann, 0x0a000005);
+    take();
+    those.has_address(office, ann, 0x0a000005);
+    EXPECT_EQ(take(), ids{});
+    those.has_address(office, ann, 0x0a000006);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
+}
+
+TEST_F(announcements, an_address_of_a_station_that_is_not_there_is_ignored) {
+    those.has_address(office, ann, 0x0a000005);
+    those.arrived(lobby, ann, std::nullopt);
+    take();
+    those.has_address(office, ann, 0x0a000005);
+    EXPECT_EQ(take(), ids{});
+}
+
+TEST_F(announcements, a_departure_at_the_daemons_order_is_not_reported) {
+    those.arrived(office, ann, std::nullopt);
+    take();
+    those.sent_away(office, ann);
+    those.departed(office, ann);
+    repeat();
+    EXPECT_EQ(take(), ids{});
+}
+
+TEST_F(announcements, everything_is_repeated_in_the_order_of_arrival_behind_the_departures) {
+    those.arrived(office, ben, elsewhere);
+    those.arrived(office, ann, std::nullopt);
+    those.arrived(lobby, ann, std::nullopt);
+    those.departed(office, ann);
+    take();
+    repeat();
+    ASSERT_EQ(sent.size(), 3u);
+    EXPECT_EQ(sent[0].payload, kx::departure_notification(ann, office.bssid, false).payload);
+    EXPECT_EQ(sent[1].payload, kx::reassociation_notification(ben, office.bssid, elsewhere).payload);
+    EXPECT_EQ(sent[2].payload, kx::association_notification(ann, lobby.bssid).payload);
+    take();
+    repeat();
+    EXPECT_EQ(sent.size(), 2u) << "a departure is repeated once";
+}
+
+TEST_F(announcements, a_departure_is_not_repeated_when_the_station_is_back) {
+    those.arrived(office, ann, std::nullopt);
+    those.departed(office, ann);
+    those.arrived(office, ann, std::nullopt);
+    take();
+    repeat();
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
+}
+
+TEST_F(announcements, a_silent_station_is_not_announced_again) {
+    those.arrived(office, ann, std::nullopt);
+    take();
+    repeat(false);
+    EXPECT_EQ(take(), ids{});
+}
+
+class journal : public private_root {
+protected:
+    std::string path = root() + "/stations";
+    std::string text() const { return read_file(path); }
+};
+
+TEST_F(journal, keeps_who_is_there_and_where_roamed_stations_came_from) {
+    {
+        station_journal before(path);
+        before.arrived("wlan0", ann, std::nullopt);
+        before.arrived("wlan0", ben, elsewhere);
+        before.arrived("wlan1", ann, elsewhere);
+        before.departed("wlan1", ann);
+    }
+    const station_journal after(path);
+    EXPECT_EQ(after.present(),
+              (station_journal::stations{{{"wlan0", ann}, std::nullopt}, {{"wlan0", ben}, elsewhere}}));
+}
+
+TEST_F(journal, starts_with_the_lines_that_still_count) {
+    {
+        station_journal before(path);
+        before.arrived("wlan0", ann, std::nullopt);
+        before.departed("wlan0", ann);
+        before.arrived("wlan0", ben, elsewhere);
+    }
+    const station_journal after(path);
+    EXPECT_EQ(text(), "+ wlan0 02:aa:00:00:00:02 02:00:00:00:20:01\n");
+}
+
+TEST_F(journal, does_not_grow_for_ever) {
+    station_journal those(path);
+    for (int i = 0; i < 10'000; ++i) {
+        those.arrived("wlan0", ann, elsewhere);
+        those.departed("wlan0", ann);
+    }
+    EXPECT_LT(text().size(), 400'000u);
+}
+
+TEST_F(journal, skips_damaged_lines) {
+    std::ofstream(path)
+        << "+ wlan0 02:aa:00:00:00:01\n+ wlan0 02:aa:0\n? wlan0 02:aa:00:00:00:02\n\n+\n+ wlan1 02:aa:00";
+    EXPECT_EQ(station_journal(path).present(), (station_journal::stations{{{"wlan0", ann}, std::nullopt}}));
+}
+
+TEST_F(journal, goes_on_without_a_file) {
+    station_journal those(root() + "/missing/stations");
+    those.arrived("wlan0", ann, std::nullopt);
+    those.arrived("wlan0", ben, std::nullopt);
+    EXPECT_EQ(those.present().size(), 2u);
+    ASSERT_EQ(syslog_lines().size(), 1u);
+    EXPECT_EQ(
+        syslog_lines()[0],
+        root() + "/missing/stations: No such file or directory; after a restart roamed stations pass for new ones");
+}
+
+}  // namespace
