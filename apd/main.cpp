@@ -9,7 +9,7 @@
 #include <string>
 
 #include "apd/apd.h"
-#include "apd/clean_heap.h"
+#include "common/clean_heap.h"
 #include "apd/heap_reserve.h"
 #include "apd/log.h"
 #include "common/ap_config.h"
@@ -60,7 +60,7 @@ int run(int argc, char **argv) {
     kx::never_wait_for_reader(STDERR_FILENO);
     kx::harden_process();
     apd::take_heap();
-    apd::clean_libraries_heap();
+    kx::clean_libraries_heap();
     serve(config_file, apd::detail_log(verbose));
     return EX_OK;
 }

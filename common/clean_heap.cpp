@@ -1,4 +1,4 @@
-#include "apd/clean_heap.h"
+#include "common/clean_heap.h"
 
 #include <event2/event.h>
 #include <malloc.h>
@@ -39,7 +39,7 @@ void openssl_free(void *memory, const char *, int) { clean_free(memory); }
 
 }  // namespace
 
-void apd::clean_libraries_heap() {
+void kx::clean_libraries_heap() {
     event_set_mem_functions(std::malloc, clean_realloc, clean_free);
     CRYPTO_set_mem_functions(openssl_malloc, openssl_realloc, openssl_free);
 }
