@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/radio/air_event.h"
 #include "lab/radio/bytes.h"
 #include "lab/radio/link_header.h"
 

@@ -1,0 +1,221 @@
+#include "radiod/stations/station_tracker.h"
+
+#include <algorithm>
+#include <set>
+
+namespace radiod {
+namespace {
+
+template <typename... Handlers>
+struct overloaded : Handlers... {
+    using Handlers::operator()...;
+};
+template <typename... Handlers>
+overloaded(Handlers...) -> overloaded<Handlers...>;
+
+bool is_bssid(const mac_address &address) { return (address[0] & 1U) == 0 && address != mac_address{}; }
+
+}  // namespace
+
+void station_tracker::handle(const hostapd_event &event, time now) {
+    std::visit(overloaded{
+                   [&](const frame_received &received) { receive(received.frame, now); },
+                   [&](const station_connected &connected) {
+                       entry *const known = find_or_add(connected.station);
+                       if (known == nullptr) {
+                           return;
+                       }
+                       grant_request(connected.station, *known, now);
+                       if (!known->arrived) {
+                           arrive(connected.station, *known, {});
+                       }
+                   },
+                   [&](const handshake_completed &completed) {
+                       if (entry *const known = find(completed.station)) {
+                           grant_request(completed.station, *known, now);
+                       }
+                   },
+                   [&](const station_disconnected &disconnected) {
+                       if (entry *const known = find(disconnected.station)) {
+                           depart(disconnected.station, *known);
+                       }
+                   },
+                   [&](const ap_disabled &) { all_depart(); },
+                   [&](const terminating &) { all_depart(); },
+                   [](const ap_enabled &) {},
+               },
+               event);
+}
+
+void station_tracker::receive(const management_frame &frame, time now) {
+    if (frame.bssid != bssid_ ||
+        (frame.kind != frame_kind::assoc_request && frame.kind != frame_kind::reassoc_request)) {
+        return;
+    }
+    if (entry *const known = find_or_add(frame.station)) {
+        known->waiting = request{{previous_of(frame, *known, now), frame.suite}, now};
+    }
+}
+
+// A station whose reassociation was refused comes again with an association request, which does not name the access
+// point that it comes from: after status 53, invalid PMKID (IEEE 802.11-2020, 9.4.1.9).
+std::optional<mac_address> station_tracker::previous_of(const management_frame &frame, const entry &known,
+                                                        time now) const {
+    if (frame.kind == frame_kind::assoc_request) {
+        const bool refused = known.waiting && now - known.waiting->at <= refused_life;
+        return refused ? known.waiting->from.previous_bssid : std::nullopt;
+    }
+    if (frame.current_ap == bssid_ || !is_bssid(frame.current_ap)) {
+        return std::nullopt;
+    }
+    return frame.current_ap;
+}
+
+void station_tracker::grant_request(const mac_address &station, entry &known, time now) {
+    if (known.waiting && now - known.waiting->at <= request_life) {
+        arrive(station, known, known.waiting->from);
+    }
+}
+
+void station_tracker::arrive(const mac_address &station, entry &known, const origin &from) {
+    known = {.arrived = from, .waiting = {}, .gone_since = {}, .was_gone = false};
+    if (on_arrival) {
+        on_arrival({station, known.arrived->previous_bssid, known.arrived->suite});
+    }
+}
+
+// The request stays: the station may leave its old association by it.
+void station_tracker::depart(const mac_address &station, entry &known) {
+    if (!known.arrived) {
+        return;
+    }
+    const bool roamed_in = known.arrived->previous_bssid.has_value();
+    known = {.arrived = {}, .waiting = known.waiting, .gone_since = {}, .was_gone = false};
+    if (on_departure) {
+        on_departure({station, roamed_in});
+    }
+}
+
+void station_tracker::all_depart() {
+    for (auto &[station, known] : stations_) {
+        depart(station, known);
+    }
+}
+
+// A station that is present counts as new only after the kernel had removed it: until then its entry is that of the
+// earlier association, and its request may be refused or forged.
+void station_tracker::kernel_station(const mac_address &station, bool authorized, time now) {
+    entry *const known = find(station);
+    if (known == nullptr) {
+        return;
+    }
+    known->gone_since.reset();
+    if (authorized && (!known->arrived || known->was_gone)) {
+        grant_request(station, *known, now);
+    }
+}
+
+void station_tracker::kernel_gone(const mac_address &station, time now) {
+    entry *const known = find(station);
+    if (known != nullptr && known->arrived) {
+        known->gone_since = now;
+        known->was_gone = true;
+    }
+}
+
+void station_tracker::hostapd_lost(time now) {
+    if (!away_since_) {
+        away_since_ = now;
+    }
+}
+
+void station_tracker::resync(std::span<const mac_address> authorized, time now) {
+    away_since_.reset();
+    const std::set<mac_address> here(authorized.begin(), authorized.end());
+    for (auto &[station, known] : stations_) {
+        if (!here.contains(station)) {
+            depart(station, known);
+        }
+    }
+    for (const mac_address &station : here) {
+        entry *const known = find_or_add(station);
+        if (known == nullptr) {
+            return;
+        }
+        if (known->arrived) {
+            arrive(station, *known, *known->arrived);
+            continue;
+        }
+        grant_request(station, *known, now);
+        if (!known->arrived) {
+            arrive(station, *known, {});
+        }
+    }
+}
+
+void station_tracker::expire(time now) {
+    if (away_since_ && now - *away_since_ > away_limit) {
+        away_since_.reset();
+        all_depart();
+    }
+    for (auto &[station, known] : stations_) {
+        if (known.gone_since && now - *known.gone_since > gone_limit) {
+            depart(station, known);
+        }
+        if (known.waiting && now - known.waiting->at > request_life) {
+            known.waiting.reset();
+        }
+    }
+    std::erase_if(stations_,
+                  [](const table::value_type &each) { return !each.second.arrived && !each.second.waiting; });
+}
+
+bool station_tracker::has_open_return() const {
+    return std::ranges::any_of(stations_, [](const table::value_type &each) {
+        return each.second.was_gone && each.second.waiting.has_value();
+    });
+}
+
+bool station_tracker::is_present(const mac_address &station) const {
+    const auto found = stations_.find(station);
+    return found != stations_.end() && found->second.arrived;
+}
+
+std::vector<mac_address> station_tracker::present() const {
+    std::vector<mac_address> result;
+    for (const auto &[station, known] : stations_) {
+        if (known.arrived) {
+            result.push_back(station);
+        }
+    }
+    return result;
+}
+
+station_tracker::entry *station_tracker::find(const mac_address &station) {
+    const auto found = stations_.find(station);
+    return found == stations_.end() ? nullptr : &found->second;
+}
+
+// In a full table the station that has waited longest makes room. None when all are present.
+station_tracker::entry *station_tracker::find_or_add(const mac_address &station) {
+    if (entry *const known = find(station)) {
+        return known;
+    }
+    if (stations_.size() >= stations_max) {
+        const auto age = [](const table::value_type &each) {
+            const entry &known = each.second;
+            if (known.arrived) {
+                return time::max();
+            }
+            return known.waiting ? known.waiting->at : time::min();
+        };
+        const auto oldest = std::ranges::min_element(stations_, {}, age);
+        if (oldest->second.arrived) {
+            return nullptr;
+        }
+        stations_.erase(oldest);
+    }
+    return &stations_[station];
+}
+
+}  // namespace radiod
