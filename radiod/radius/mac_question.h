@@ -11,13 +11,6 @@ namespace radiod::radius {
 
 using kx::mac_address;
 
-struct mac_question {
-    std::uint32_t id;
-    mac_address station;
-    mac_address bssid;
-    std::string ssid;  // any bytes
-};
-
 // The station and the VAP of an Access-Request (RFC 3580, 3.20 and 3.21).
 struct station_at_vap {
     mac_address station;
