@@ -123,9 +123,9 @@ def records(*all_records):
     return b"\1" + b"".join(struct.pack(">BH", kind, len(body)) + body for kind, body in all_records)
 
 
-def whole_message(kind, body):
-    record = struct.pack(">BBH", kind, 4, 4 + len(body)) + body
-    return b"\0" + struct.pack(">BBBHBH", 1, 14, 0, 1, 0, 14 + len(record)) + bytes(6) + record
+def whole_message(*all_records):
+    text = b"".join(struct.pack(">BBH", kind, 4, 4 + len(body)) + body for kind, body in all_records)
+    return struct.pack(">BBBHBH", 1, 14, 0, len(all_records), 0, 14 + len(text)) + bytes(6) + text
 
 
 # --- station lists, as a fuzzer's input
@@ -236,8 +236,11 @@ def all_seeds():
                          [bytes([state]) + as_travelled(*message) for state in STATES[1:] for message in messages[::5]],
         "controller_message": [bytes([STATES[0]]) + records(record) for record in received] +
                               [bytes([STATES[0]]) + records(*received[i:i + 7]) for i in range(0, len(received), 7)] +
-                              [bytes([state]) + whole_message(*record)
+                              [bytes([state]) + b"\0" + whole_message(record)
                                for state in STATES for record in received[::11]],
+        "apd_message": [whole_message(record) for record in received] +
+                       [whole_message(*received[i:i + 7]) for i in range(0, len(received), 7)] +
+                       [whole_message(*[record] * 20) for record in received[:12]],
         "sequence": [b"\0" + story for story in stories()] + [bytes([state]) + story[len(START):]
                                                               for state in STATES + [32] for story in stories()] +
                     list(random_stories()),
