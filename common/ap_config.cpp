@@ -41,7 +41,7 @@ vap_config read_vap(const toml_table &from) {
     constexpr std::string_view name_expected =
         "an interface name of 1 to 12 characters of A-Z a-z 0-9 . _ -, not starting with -";
     from.allow_only({"ifname", "ssid", "vlan", "enabled", "guest", "captive", "radius_index", "mac_acl_index",
-                     "radius_acl_type", "bssid"});
+                     "radius_acl_type", "fetch_pmk", "bssid"});
     vap_config vap;
     vap.ifname = from.text("ifname", 1, max_ifname, name_expected);
     if (!is_interface_name(vap.ifname)) {
@@ -57,6 +57,7 @@ vap_config read_vap(const toml_table &from) {
     vap.radius_index = from.optional_u32("radius_index");
     vap.mac_acl_index = from.optional_u32("mac_acl_index");
     vap.radius_acl_type = from.optional_u32("radius_acl_type");
+    vap.fetch_pmk = !from.has("fetch_pmk") || from.boolean("fetch_pmk");
     if (from.has("bssid")) {
         vap.bssid = from.mac("bssid");
     }
@@ -82,7 +83,7 @@ std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, 
 
 ap_config load_ap_config(const std::string &file) {
     toml_table top = toml_table::read(file, "the access point's configuration", max_size);
-    top.allow_only({"ap", "controller", "vap"});
+    top.allow_only({"ap", "controller", "radio", "vap"});
     toml_table ap = top.table("ap");
     ap.allow_only({"mac"});
     std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
@@ -90,6 +91,9 @@ ap_config load_ap_config(const std::string &file) {
     ap_config config;
     config.mac = ap.mac("mac");
     config.controller = read_controller(top.table("controller"), directory);
+    if (top.has("radio")) {
+        config.radio = read_radio(top.table("radio"), directory);
+    }
     config.vaps = read_vaps(top, "vap", max_vaps);
     return config;
 }

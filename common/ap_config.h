@@ -20,7 +20,10 @@
 //   radius_index = 0                   # optional, 0 .. 2^32 - 1, like the two below
 //   mac_acl_index = 0
 //   radius_acl_type = 0
+//   fetch_pmk = true                   # optional, true; only radiod reads it: fetch the PMKs of stations that come
 //   bssid = "02:00:00:00:10:01"        # optional; only the lab's radio reads it: the BSSID of the VAP
+//
+// and the table of the radio service (common/radio_config.h).
 #ifndef COMMON_AP_CONFIG_H
 #define COMMON_AP_CONFIG_H
 
@@ -31,6 +34,7 @@
 #include <vector>
 
 #include "common/mac_address.h"
+#include "common/radio_config.h"
 #include "common/toml_table.h"
 
 namespace kx {
@@ -51,6 +55,7 @@ struct vap_config {
     std::uint32_t vap_attr = 0;
     std::string captive;
     std::uint32_t radius_index = 0, mac_acl_index = 0, radius_acl_type = 0;
+    bool fetch_pmk = true;
     std::optional<mac_address> bssid;
 
     bool operator==(const vap_config &) const = default;
@@ -59,6 +64,7 @@ struct vap_config {
 struct ap_config {
     mac_address mac{};
     controller_config controller;
+    radio_config radio;
     std::vector<vap_config> vaps;  // at most 255, each with another interface name
 };
 

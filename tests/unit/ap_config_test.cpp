@@ -101,7 +101,7 @@ TEST_F(ap_config, rejects_wrong_tables) {
     EXPECT_EQ(error_of("ap = 1\n"), "1: ap: expected a table");
     EXPECT_EQ(error_of(ap), "1: controller: missing; expected a table");
     EXPECT_EQ(error_of(std::string("more = 1\n") + ap + controller),
-              "1: more: unknown key; expected one of ap, controller, vap");
+              "1: more: unknown key; expected one of ap, controller, radio, vap");
     EXPECT_EQ(error_of(std::string(ap) + "max = 1\n" + controller), "3: ap.max: unknown key; expected one of mac");
     EXPECT_EQ(error_of(std::string(ap) + controller + "keys = 1\n"),
               "9: controller.keys: unknown key; expected one of address, port, ca, certificate, key");
@@ -179,7 +179,7 @@ TEST_F(ap_config, rejects_wrong_values_of_a_vap) {
               "13: vap.bssid: expected a MAC address such as \"02:00:00:00:10:00\"");
     EXPECT_EQ(error_of(with_vap(needed + "hidden = true")),
               "13: vap.hidden: unknown key; expected one of ifname, ssid, vlan, enabled, guest, captive, radius_index, "
-              "mac_acl_index, radius_acl_type, bssid");
+              "mac_acl_index, radius_acl_type, fetch_pmk, bssid");
     EXPECT_EQ(error_of(with_vap(needed) + vap), "14: vap.ifname: expected a name that no other VAP has, not \"wlan0\"");
 }
 
