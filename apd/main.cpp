@@ -18,11 +18,13 @@
 #include "common/events.h"
 #include "common/hardening.h"
 #include "common/paths.h"
+#include "common/permissions.h"
 #include "common/program_lock.h"
 
 namespace {
 
 void serve(const std::string &config_file, apd::detail_log details) {
+    kx::require_safe_root();
     kx::lock_program("apd");
     kx::event_base_ptr base(event_base_new());
     apd::platform_daemon daemon(base.get(), config_file, details);

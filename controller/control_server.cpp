@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "common/ipc_endpoint.h"
+#include "common/permissions.h"
 
 namespace controller {
 
@@ -90,6 +91,7 @@ control_server::control_server(event_base *base, std::string path, handler answe
         fail(path_, "the path is empty");
     }
     const kx::ipc_address address = kx::make_ipc_address(path_);
+    kx::require_safe_directory_of(path_);
     remove_dead_socket(path_, address);
     descriptor made = make_socket(path_);
     if (bind_privately(made.get(), address) != 0) {

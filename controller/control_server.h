@@ -22,8 +22,8 @@ public:
     // Returns the whole answer to `line`.
     using handler = std::function<std::string(const std::string &line)>;
 
-    // Replaces a socket that a dead process left behind. Throws std::runtime_error, also when `path` is not a socket or
-    // when another process listens there.
+    // Replaces a socket that a dead process left behind. Throws std::runtime_error, also when `path` is not a socket,
+    // another process listens there, or others may write to its directory.
     control_server(event_base *base, std::string path, handler answer);
     ~control_server();
     control_server(const control_server &) = delete;

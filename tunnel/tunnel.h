@@ -35,7 +35,7 @@ struct tunnel_options {
 
 // Makes a context for TLS 1.3 alone that presents `certificate` and accepts only peers whose certificate `ca` signed.
 // `revoked` is a list of revoked certificates of that authority; empty for none. The arguments are names of PEM files.
-// Throws std::runtime_error that names the file and OpenSSL's reason.
+// Throws std::runtime_error that names the file and the reason, also when others may read or write the key.
 std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate, const std::string &key,
                                           const std::string &revoked = {});
 

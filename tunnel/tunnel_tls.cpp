@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/permissions.h"
 #include "tunnel/tunnel.h"
 
 namespace kx {
@@ -60,6 +61,7 @@ std::optional<mac_address> parse_dashed_mac(std::string text) {
 
 std::shared_ptr<SSL_CTX> make_tls_context(const std::string &ca, const std::string &certificate, const std::string &key,
                                           const std::string &revoked) {
+    require_safe_key(key);
     ERR_clear_error();
     std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_method()), SSL_CTX_free);
     if (context == nullptr) {

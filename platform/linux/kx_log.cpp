@@ -16,6 +16,7 @@
 #include "common/console.h"
 #include "common/hardening.h"
 #include "common/paths.h"
+#include "common/permissions.h"
 #include "platform/linux/log_file.h"
 #include "platform/linux/start_failure.h"
 #include "wire/big_endian.h"
@@ -69,6 +70,7 @@ int KX_LOG_INIT(const char *name, int level, int) {
     kx::never_wait_for_reader(STDOUT_FILENO);
     kx::harden_process();
     try {
+        kx::require_safe_root();
         kx_log_conf_data.level = initial_level(level);
         kx_log_conf_data.max_file_size = file_size_default;
         // A line may show a key, which must not stay in a stream's buffer.

@@ -12,6 +12,10 @@ from pathlib import Path
 import pytest
 
 from lab.site.access_point import mac_bytes
+from lab.site.client_table import DUMP_FILE
+from lab.site.dump_lock import locked_directory
+from lab.site.failure import LabFailure
+from lab.site.local_ipc import DAEMON, LocalSocket
 from lab.site.messages import Local
 from lab.site.waiting import wait_until
 from steps import (GUEST, add_access_point, associate, client_mac, read_log_configuration, set_log_level, tell,
@@ -159,6 +163,23 @@ def test_socket_that_is_removed(access_point):
     assert f"process {access_point.running['client_mgr'].pid}" in second.err.read_text()
     wait_until(endpoint.exists, "the socket is made again")
     wait_until(lambda: read_log_configuration(access_point), "it answers")
+
+
+def test_directory_in_the_place_of_the_table_dump(lab, access_point, tmp_path, monkeypatch):
+    with locked_directory(DUMP_FILE.parent), LocalSocket(access_point.root) as ipc:
+        DUMP_FILE.unlink(missing_ok=True)
+        DUMP_FILE.mkdir()
+        try:
+            ipc.request(DAEMON, Local.CLIENT_TBL_DUMP)
+            assert list(DUMP_FILE.iterdir()) == []
+        finally:
+            DUMP_FILE.rmdir()
+    wait_for_line(access_point.log, f"Unable to open {DUMP_FILE}")
+    assert access_point.clients() == []
+    monkeypatch.setattr("lab.site.client_table.DUMP_FILE", tmp_path)
+    with pytest.raises(LabFailure, match=f"^{tmp_path}: Is a directory; expected the daemon's client table$"):
+        access_point.clients()
+    assert tmp_path.is_dir()
 
 
 def test_sockets_of_the_platform_daemon_that_are_removed(access_point):

@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -85,5 +86,6 @@ certificate_files certificate_authority::issue(const std::string &common_name, c
     certificate_files files{stem + ".crt", stem + ".key"};
     PEM_write_X509(open_for_writing(files.certificate).get(), certificate.get());
     PEM_write_PrivateKey(open_for_writing(files.key).get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+    require(chmod(files.key.c_str(), S_IRUSR | S_IWUSR) == 0, "chmod");
     return files;
 }
