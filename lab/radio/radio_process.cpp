@@ -12,6 +12,7 @@ namespace {
 
 std::vector<std::string> names_of(const std::vector<kx::vap_config> &vaps) {
     std::vector<std::string> names;
+    names.reserve(vaps.size());
     for (const kx::vap_config &vap : vaps) {
         names.push_back(vap.ifname);
     }

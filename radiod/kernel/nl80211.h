@@ -1,0 +1,56 @@
+// The stations that the kernel has, by nl80211. Needs no privilege.
+#ifndef RADIOD_KERNEL_NL80211_H
+#define RADIOD_KERNEL_NL80211_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "common/events.h"
+#include "radiod/kernel/generic_netlink.h"
+#include "radiod/kernel/station_messages.h"
+
+namespace radiod {
+
+struct kernel_stations {
+    int error = 0;  // an errno; then the list is empty and says nothing about the stations
+    std::vector<kernel_station> stations{};
+};
+
+class nl80211 {
+public:
+    static constexpr std::chrono::milliseconds patience{40};  // of one call of stations() or station()
+
+    // Throws std::runtime_error when the kernel has no nl80211, std::system_error when it has no netlink.
+    nl80211();
+
+    // All stations of an interface. ETIMEDOUT when the kernel does not answer in time, EAGAIN when the list changed
+    // during each of several attempts.
+    kernel_stations stations(unsigned ifindex);
+    // One station; ENOENT when the interface does not have it.
+    kernel_stations station(unsigned ifindex, const mac_address &mac);
+
+    struct watchers {
+        std::function<void(unsigned ifindex, const mac_address &)> on_new_station, on_del_station;
+        std::function<void()> on_missed;  // events were lost: the lists must be read again
+    };
+    // Reports what happens on all interfaces from now on. To be called once.
+    void watch(event_base *base, watchers call);
+
+private:
+    kernel_stations request(unsigned ifindex, const mac_address *mac, std::chrono::steady_clock::time_point end);
+    void read_events();
+
+    generic_family family_;
+    netlink_socket requests_, events_;
+    std::uint32_t sequence_ = 0;
+    watchers call_;
+    std::unique_ptr<kx::watch> readable_;
+};
+
+}  // namespace radiod
+
+#endif
