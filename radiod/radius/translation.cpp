@@ -32,8 +32,8 @@ bool add_microsoft(packet_builder &builder, bytes value, const leg &server, cons
     for (const attribute &each : *attributes) {
         const bool receives = each.type == microsoft_type::mppe_recv_key;
         if (receives || each.type == microsoft_type::mppe_send_key) {
-            clear_key send_key;
-            clear_key &key = receives ? receive_key : send_key;
+            clear_key other_key;
+            clear_key &key = receives && receive_key.key().empty() ? receive_key : other_key;
             if (!reveal_key(each.value, server.request, server.secret, key)) {
                 return false;
             }

@@ -21,8 +21,9 @@ bool is_eap(const packet &request);
 std::optional<datagram> translate_request(const packet &request, const leg &server);
 
 // A server's answer as hostapd gets it: MS-MPPE keys are hidden with hostapd's secret, and what else is hidden with the
-// server's secret is left out. Puts MS-MPPE-Recv-Key into `receive_key`, which stays empty when the answer has none.
-// None when a key or a Microsoft attribute is malformed, or the answer becomes too long.
+// server's secret is left out. Puts the first MS-MPPE-Recv-Key, which is the one that hostapd takes, into
+// `receive_key`; it stays empty when the answer has none. None when a key or a Microsoft attribute is malformed, or the
+// answer becomes too long.
 std::optional<datagram> translate_answer(const packet &answer, const leg &server, const leg &hostapd,
                                          clear_key &receive_key);
 

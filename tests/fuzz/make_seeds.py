@@ -14,6 +14,7 @@ sys.path[:0] = [str(HERE), str(HERE.parents[1])]
 
 import daemon_seeds  # noqa: E402
 import lab_seeds  # noqa: E402
+import radius_seeds  # noqa: E402
 
 
 def main():
@@ -21,7 +22,7 @@ def main():
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("regressions", type=pathlib.Path)
     arguments = parser.parse_args()
-    for target, seeds in {**daemon_seeds.all_seeds(), **lab_seeds.all_seeds()}.items():
+    for target, seeds in {**daemon_seeds.all_seeds(), **lab_seeds.all_seeds(), **radius_seeds.all_seeds()}.items():
         place = arguments.directory / target
         place.mkdir(parents=True)
         files = []
