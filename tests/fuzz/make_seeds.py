@@ -13,6 +13,7 @@ HERE = pathlib.Path(__file__).parent
 sys.path[:0] = [str(HERE), str(HERE.parents[1])]
 
 import daemon_seeds  # noqa: E402
+import hostapd_seeds  # noqa: E402
 import lab_seeds  # noqa: E402
 import radius_seeds  # noqa: E402
 
@@ -22,7 +23,8 @@ def main():
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("regressions", type=pathlib.Path)
     arguments = parser.parse_args()
-    for target, seeds in {**daemon_seeds.all_seeds(), **lab_seeds.all_seeds(), **radius_seeds.all_seeds()}.items():
+    makers = (daemon_seeds, hostapd_seeds, lab_seeds, radius_seeds)
+    for target, seeds in (item for maker in makers for item in maker.all_seeds().items()):
         place = arguments.directory / target
         place.mkdir(parents=True)
         files = []
