@@ -118,7 +118,7 @@ void station_tracker::kernel_station(const mac_address &station, bool authorized
 void station_tracker::kernel_gone(const mac_address &station, time now) {
     entry *const known = find(station);
     if (known != nullptr && known->arrived) {
-        known->gone_since = now;
+        known->gone_since = known->gone_since.value_or(now);
         known->was_gone = true;
     }
 }

@@ -50,7 +50,7 @@ public:
     void handle(const hostapd_event &event, time now);
     // The kernel lists the station: after NEW_STATION, and of a station dump.
     void kernel_station(const mac_address &station, bool authorized, time now);
-    // DEL_STATION.
+    // DEL_STATION, or a station dump lacks the station.
     void kernel_gone(const mac_address &station, time now);
 
     // hostapd does not answer. Its stations depart after away_limit.
