@@ -1,0 +1,157 @@
+#include "radiod/check/check.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <system_error>
+
+#include "common/event_ptr.h"
+#include "common/events.h"
+#include "common/ipc_endpoint.h"
+#include "radiod/hostapd/control.h"
+
+namespace radiod {
+namespace {
+
+namespace fs = std::filesystem;
+
+// 0 or the errno of connecting to the datagram socket.
+int connect_error(const std::string &path) {
+    try {
+        const kx::ipc_address address = kx::make_ipc_address(path);
+        const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const int error = connect(fd, address.get(), address.length) == 0 ? 0 : errno;
+        close(fd);
+        return error;
+    } catch (const std::system_error &failure) {
+        return failure.code().value();
+    }
+}
+
+// Why a socket cannot be used, with the remedy.
+std::string explain(const std::string &path, const std::string &directory, int error) {
+    switch (error) {
+        case ENOENT:
+            return "hostapd has no control socket " + path + ": start hostapd with ctrl_interface=" + directory;
+        case EACCES:
+            return "radiod may not use hostapd's control socket " + path +
+                   ": set ctrl_interface_group in hostapd.conf to a group of radiod's user";
+        case ECONNREFUSED:
+            return "hostapd has ended and left its control socket " + path + ": start it";
+        default:
+            return path + ": " + std::strerror(error);
+    }
+}
+
+// The lines of a reply that are looked at. Others may have a passphrase.
+std::string keep_lines(std::string_view reply) {
+    constexpr std::array<std::string_view, 7> kept = {
+        "state=", "bss[", "num_sta[", "ssid=", "key_mgmt=", "radiusAuthServerAddress=", "radiusAuthClient"};
+    std::string result;
+    while (!reply.empty()) {
+        const std::string_view line = reply.substr(0, reply.find('\n'));
+        reply.remove_prefix(std::min(reply.size(), line.size() + 1));
+        if (std::ranges::any_of(kept, [line](std::string_view start) { return line.starts_with(start); })) {
+            result.append(line) += '\n';
+        }
+    }
+    return result;
+}
+
+// Asks one hostapd. `done` is called when view.hostapd or view.no_replies_because is set.
+class questions {
+public:
+    questions(event_base *base, const std::string &directory, vap_view &view, std::function<void()> done)
+        : view_(view), done_(std::move(done)), control_(base, directory, view.wanted.ifname) {
+        control_.on_up = [this] {
+            ask("STATUS", &vap_view::replies::status, false);
+            ask("GET_CONFIG", &vap_view::replies::config, false);
+            ask("MIB", &vap_view::replies::mib, true);
+        };
+    }
+
+private:
+    void ask(const char *command, std::string vap_view::replies::*into, bool is_last) {
+        control_.send(command, [this, into, is_last](std::optional<std::string_view> reply) {
+            if (is_finished_) {
+                return;
+            }
+            collected_.*into = keep_lines(reply.value_or(""));
+            if (!reply) {
+                view_.no_replies_because = "hostapd does not answer: restart it";
+            } else if (is_last) {
+                view_.hostapd = collected_;
+            }
+            if (!reply || is_last) {
+                is_finished_ = true;
+                done_();
+            }
+        });
+    }
+
+    vap_view &view_;
+    std::function<void()> done_;
+    vap_view::replies collected_;
+    bool is_finished_ = false;
+    control control_;
+};
+
+void ask_all(const std::string &directory, std::vector<vap_view> &views) {
+    const kx::event_base_ptr base(event_base_new());
+    std::vector<std::unique_ptr<questions>> open;
+    std::size_t missing = 0;
+    for (vap_view &view : views) {
+        const std::string path = directory + "/" + view.wanted.ifname;
+        if (const int error = connect_error(path)) {
+            view.no_replies_because = explain(path, directory, error);
+            continue;
+        }
+        view.no_replies_because = "hostapd does not answer: restart it";
+        missing++;
+        open.push_back(std::make_unique<questions>(base.get(), directory, view, [&] {
+            if (--missing == 0) {
+                event_base_loopbreak(base.get());
+            }
+        }));
+    }
+    if (missing > 0) {
+        kx::watch overdue(base.get(), -1, 0, [&] { event_base_loopbreak(base.get()); });
+        overdue.start(2 * control::reply_limit);
+        event_base_dispatch(base.get());
+    }
+}
+
+bridge_port port_of(const std::string &sys, const std::string &ifname) {
+    const fs::path master = fs::path(sys) / "class/net" / ifname / "master";
+    std::error_code none;
+    const fs::path bridge = fs::read_symlink(master, none);
+    char filtering = '0';
+    std::ifstream(master / "bridge/vlan_filtering") >> filtering;
+    return {.bridge = bridge.filename().string(), .separates_vlans = filtering == '1'};
+}
+
+}  // namespace
+
+check_result check(const check_places &places, const std::vector<kx::vap_config> &vaps) {
+    std::vector<vap_view> views;
+    for (const kx::vap_config &each : vaps) {
+        if (each.enabled) {
+            views.push_back({.wanted = each,
+                             .hostapd = {},
+                             .no_replies_because = {},
+                             .settings = read_bss(places.proc, places.hostapd_directory, each.ifname),
+                             .port = port_of(places.sys, each.ifname)});
+        }
+    }
+    ask_all(places.hostapd_directory, views);
+    return check_vaps(views, places.radius_port);
+}
+
+}  // namespace radiod
