@@ -11,7 +11,8 @@ from lab.site.processes import environment_for
 MAN = Path(__file__).parents[2] / "man"
 USAGE = 64
 PAGES = {"apd": "apd.8", "captive_app": "captive_app.1", "client_mgr": "client_mgr.8", "hostapd_app": "hostapd_app.1",
-         "kx-scenario": "kx-scenario.1", "radio": "radio.1", "site_controller": "site_controller.1",
+         "kx-scenario": "kx-scenario.1", "radio": "radio.1", "radiod": "radiod.8",
+         "site_controller": "site_controller.1",
          "sitectl": "sitectl.1"}
 
 

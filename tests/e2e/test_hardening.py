@@ -54,7 +54,7 @@ def test_memory_is_locked(access_point, program):
     assert int(status_of(process)["VmLck"].split()[0]) > 0
 
 
-@pytest.mark.parametrize("unit", ["client_mgr", "apd"])
+@pytest.mark.parametrize("unit", ["client_mgr", "apd", "radiod"])
 def test_unit_is_closed(programs, unit):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not here")

@@ -22,7 +22,7 @@ def machine(programs, tmp_path):
 @pytest.mark.parametrize("prefix", ["/usr", "/opt/ap"])
 def test_units_start_what_is_installed(programs, tmp_path, prefix):
     machine = install(programs, tmp_path, prefix)
-    for daemon in ("apd", "client_mgr"):
+    for daemon in ("apd", "client_mgr", "radiod"):
         unit = (machine / prefix[1:] / "lib/systemd/system" / f"{daemon}.service").read_text()
         program = re.search(r"^ExecStart=/(\S+)$", unit, re.M)[1]
         done = subprocess.run([machine / program, "--version"], capture_output=True, text=True, timeout=20, check=True)

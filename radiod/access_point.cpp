@@ -1,0 +1,294 @@
+#include "radiod/access_point.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "common/paths.h"
+#include "common/program_log.h"
+#include "common/service_manager.h"
+#include "radiod/secret_file.h"
+
+namespace radiod {
+namespace {
+
+using namespace std::chrono_literals;
+using clock = std::chrono::steady_clock;
+
+// Of a PMK whose time the RADIUS server has not limited, or that came from another access point, where the limit is not
+// known: hostapd's own default (dot11RSNAConfigPMKLifetime).
+constexpr std::chrono::seconds pmk_lifetime = 12h;
+
+// The driver service begins when all VAPs are known, or after this time without the others: the daemon reports what the
+// driver lists, and the controller drops what is missing.
+constexpr auto start_limit = 2s;
+
+radius::radius_settings settings_of(const kx::radio_config &config) {
+    radius::radius_settings made{
+        .port = config.radius_port, .secret = read_secret(config.radius_secret_file), .upstream = {}};
+    for (const kx::radius_server_config &each : config.radius_servers) {
+        made.upstream.push_back({.address = each.address, .port = each.port, .secret = read_secret(each.secret_file)});
+    }
+    return made;
+}
+
+kx::daemon_link::settings link_settings(const kx::ap_config &config) {
+    return {.vaps = config.vaps.size(), .wait_ready = true, .patience = 0s, .waiting_max = 16384};
+}
+
+}  // namespace
+
+access_point::access_point(event_base *base, const kx::ap_config &config, kx::detail_log details)
+    : base_(base),
+      details_(details),
+      fallback_allows_(config.radio.allows_without_verdict),
+      daemon_(base, link_settings(config)),
+      journal_(kx::place("/kx/radiod.stations")),
+      announcements_([this](kx::notification message) {
+          details_.write("local message " + std::to_string(message.id));
+          if (daemon_.is_ready()) {  // otherwise daemon_loaded() announces what is then there
+              daemon_.send(std::move(message));
+          }
+      }),
+      admission_({.hold = config.radio.hold, .allows_without_verdict = config.radio.allows_without_verdict},
+                 {.ask_verdict = [this](const auto &station, const auto &bssid) { ask_daemon(station, bssid); },
+                  .get_pmk = [this](const auto &station, const auto &bssid) { return get_pmk(station, bssid); },
+                  .answer = [this](std::uint32_t question, const auto &station, const auto &bssid,
+                                   bool allowed) { answer_station(question, station, bssid, allowed); }}),
+      commands_(base),
+      ticks_(base, -1, EV_PERSIST, [this] { tick(); }),
+      deadline_(base, -1, 0, [this] { answer_overdue(); }),
+      start_limit_(base, -1, 0, [this] { serve_driver(); }),
+      keep_alive_(base, -1, EV_PERSIST, [] { kx::notify_service_manager("WATCHDOG=1"); }) {
+    if (!config.radio.radius_secret_file.empty()) {
+        radius_.emplace(base, settings_of(config.radio));
+        radius_->on_mac_question = [this](const radius::mac_question &question) { station_asks(question); };
+        radius_->on_session_key = [this](const radius::session_key &session) { session_began(session); };
+    }
+    commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmk_fetched(answer); };
+    commands_.on_malformed = [](const std::string &fault) { kx::log_line("dropped a command to hostapd: " + fault); };
+    daemon_.on_loaded = [this] { daemon_loaded(); };
+    for (const kx::vap_config &each : config.vaps) {
+        vap &made = vaps_.emplace_back(each, config.radio.hostapd_directory,
+                                       vap::shared{base, kernel_, announcements_, journal_});
+        made.on_synchronised = [this] { vap_synchronised(); };
+    }
+    watch_kernel();
+    ticks_.start(1s);
+    start_limit_.start(start_limit);
+    if (const auto period = kx::keep_alive_period(); period.count() > 0) {
+        keep_alive_.start(period);
+    }
+    kx::notify_service_manager("READY=1");
+    publish_status();
+}
+
+void access_point::watch_kernel() {
+    const auto of_interface = [this](unsigned ifindex, auto call) {
+        const auto found = std::ranges::find(vaps_, ifindex, &vap::ifindex);
+        if (found != vaps_.end()) {
+            call(*found);
+        }
+    };
+    kernel_.watch(base_, {.on_new_station =
+                              [=](unsigned ifindex, const mac_address &station) {
+                                  of_interface(ifindex, [&](vap &at) { at.kernel_has(station); });
+                              },
+                          .on_del_station =
+                              [=](unsigned ifindex, const mac_address &station) {
+                                  of_interface(ifindex, [&](vap &at) { at.kernel_lost(station); });
+                              },
+                          .on_missed = [this] { std::ranges::for_each(vaps_, &vap::compare_with_kernel); }});
+}
+
+vap *access_point::find_vap(const mac_address &bssid) {
+    const auto found = std::ranges::find(vaps_, bssid, &vap::bssid);
+    return found == vaps_.end() ? nullptr : &*found;
+}
+
+// --- the driver service
+
+void access_point::vap_synchronised() {
+    publish_status();
+    if (std::ranges::all_of(vaps_, &vap::is_synchronised)) {
+        serve_driver();
+    }
+}
+
+void access_point::serve_driver() {
+    if (driver_) {
+        return;
+    }
+    start_limit_.stop();
+    std::vector<std::string> ifnames;
+    for (const vap &each : vaps_) {
+        ifnames.push_back(each.ifname());
+    }
+    driver_.emplace(base_, ifnames, [this](std::size_t index, std::uint32_t request, auto data) {
+        return answer_driver(index, request, data);
+    });
+    daemon_.request_loads();
+}
+
+kx::driver_answer access_point::answer_driver(std::size_t vap_index, std::uint32_t request,
+                                              std::span<const std::uint8_t> data) {
+    vap &at = *std::next(vaps_.begin(), static_cast<std::ptrdiff_t>(vap_index));
+    switch (request) {
+        case SIOCGIFHWADDR:
+            daemon_.address_requested(vap_index);
+            return at.give_address();
+        case DRIVER_STATION_REQUEST: {
+            const auto order = kx::parse_station_request(data);
+            return order ? at.send_away(order->station, order->reason) : kx::driver_answer{.error = EINVAL};
+        }
+        case DRIVER_STATION_LIST:
+            return at.list_stations();
+        case DRIVER_ACL_VERDICT:
+            return apply_verdict(data);
+        default:
+            return {.error = EOPNOTSUPP};
+    }
+}
+
+kx::driver_answer access_point::apply_verdict(std::span<const std::uint8_t> data) {
+    const auto verdict = kx::parse_acl_verdict(data);
+    if (!verdict) {
+        return {.error = EINVAL};
+    }
+    const auto who = questions_.find(verdict->question);
+    vap *at = who ? find_vap(who->bssid) : nullptr;
+    if (at == nullptr) {
+        return {.error = ENOENT};
+    }
+    details_.write(kx::format_mac(who->station) + (verdict->allowed ? " is allowed" : " is not allowed"));
+    if (!admission_.verdict(who->station, who->bssid, verdict->allowed)) {
+        at->acl_changed(who->station, verdict->allowed);
+    }
+    set_deadline();
+    return {};
+}
+
+// --- stations that ask to be let in
+
+void access_point::station_asks(const radius::mac_question &question) {
+    vap *at = find_vap(question.bssid);
+    if (at == nullptr) {
+        radius_->answer(question.id, fallback_allows_);
+        return;
+    }
+    details_.write(kx::format_mac(question.station) + " asks to be let in at " + at->ifname());
+    admission_.asked(question.id, question.station, at->rules(), clock::now());
+    set_deadline();
+}
+
+void access_point::ask_daemon(const mac_address &station, const mac_address &bssid) {
+    if (daemon_.is_ready()) {
+        daemon_.send(kx::acl_question(station, bssid, questions_.number_of({station, bssid})));
+    }
+}
+
+void access_point::answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid,
+                                  bool allowed) {
+    details_.write(kx::format_mac(station) + (allowed ? " is let in" : " is kept out"));
+    radius_->answer(question, allowed);
+    if (vap *at = find_vap(bssid)) {
+        at->acl_answered(station, allowed);
+    }
+}
+
+void access_point::answer_overdue() {
+    admission_.expire(clock::now());
+    set_deadline();
+}
+
+void access_point::set_deadline() {
+    if (const auto next = admission_.next_deadline()) {
+        const auto left = std::max<clock::duration>(*next - clock::now(), 0s);
+        deadline_.start(std::chrono::duration_cast<std::chrono::microseconds>(left));
+    } else {
+        deadline_.stop();
+    }
+}
+
+// --- PMKs
+
+// The daemon stores the key, and the controller gives it to the access points that fetch it.
+void access_point::session_began(const radius::session_key &session) {
+    const auto lifetime = std::min(session.lifetime.value_or(pmk_lifetime), pmk_lifetime);
+    details_.write(kx::format_mac(session.station) + ": EAP made a PMK");
+    keys_.remember(session.station, session.pmk, session.bssid, lifetime, clock::now());
+    if (vap *at = find_vap(session.bssid)) {
+        at->made_pmk(session.station);
+    }
+    daemon_.send(kx::pmk_add_notification(session.station, session.bssid, session.pmk));
+}
+
+bool access_point::get_pmk(const mac_address &station, const mac_address &bssid) {
+    vap &at = *find_vap(bssid);
+    const auto known = keys_.find(station, clock::now());
+    if (known && at.has_pmk(station)) {
+        return false;
+    }
+    if (known) {
+        install_pmk(at, station, known->key, known->left);
+        return true;
+    }
+    if (!daemon_.is_ready()) {
+        return false;
+    }
+    details_.write(kx::format_mac(station) + ": fetching its PMK");
+    daemon_.send(kx::pmk_fetch_notification(station, bssid, mac_address{}));
+    return true;
+}
+
+void access_point::pmk_fetched(const kx::pmk_answer &answer) {
+    vap *at = find_vap(answer.bssid);
+    if (at == nullptr || answer.pmk == pmk{}) {
+        return;
+    }
+    details_.write(kx::format_mac(answer.client) + ": its PMK was fetched");
+    keys_.remember(answer.client, answer.pmk, answer.bssid, pmk_lifetime, clock::now());
+    install_pmk(*at, answer.client, answer.pmk, pmk_lifetime);
+}
+
+void access_point::install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime) {
+    at.install_pmk(station, key, lifetime, [this, station, bssid = at.bssid()] {
+        admission_.pmk_installed(station, bssid);
+        set_deadline();
+    });
+}
+
+// --- the daemon, and the passing of time
+
+void access_point::daemon_loaded() {
+    std::map<std::string, std::optional<std::set<mac_address>>> heard;
+    for (vap &each : vaps_) {
+        heard.emplace(each.ifname(), each.heard());
+    }
+    announcements_.all_again([&](const announcer::place &at, const mac_address &station) {
+        const auto &those = heard.at(at.ifname);
+        return !those || those->contains(station);
+    });
+}
+
+void access_point::tick() {
+    for (vap &each : vaps_) {
+        each.tick();
+    }
+    keys_.expire(clock::now());
+    try {
+        commands_.restore();
+    } catch (const std::system_error &error) {
+        kx::log_line(std::string("the endpoint of hostapd's commands is gone: ") + error.what());
+    }
+}
+
+void access_point::publish_status() {
+    const auto known = std::ranges::count_if(vaps_, &vap::is_synchronised);
+    kx::notify_service_manager("STATUS=hostapd serves " + std::to_string(known) + " of " +
+                               std::to_string(vaps_.size()) + " VAPs");
+}
+
+}  // namespace radiod

@@ -1,0 +1,79 @@
+#include <event2/event.h>
+#include <signal.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "common/ap_config.h"
+#include "common/clean_heap.h"
+#include "common/console.h"
+#include "common/event_ptr.h"
+#include "common/events.h"
+#include "common/hardening.h"
+#include "common/paths.h"
+#include "common/program_lock.h"
+#include "common/program_log.h"
+#include "common/service_manager.h"
+#include "radiod/access_point.h"
+
+namespace {
+
+void serve(const kx::ap_config &config, kx::detail_log details) {
+    kx::lock_program("radiod");
+    const kx::event_base_ptr base(event_base_new());
+    const auto end = [&] {
+        kx::notify_service_manager("STOPPING=1");
+        event_base_loopbreak(base.get());
+    };
+    kx::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, end);
+    kx::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, end);
+    terminated.start();
+    interrupted.start();
+    radiod::access_point access_point(base.get(), config, details);
+    event_base_dispatch(base.get());
+    kx::log_line("ended");
+}
+
+int run(int argc, char **argv) {
+    CLI::App options(
+        "The access point's radio service: reports hostapd's stations to client_mgr, and applies what client_mgr "
+        "decides to hostapd.\nIts files are below $KX_ROOT (default /run/kx).",
+        "radiod");
+    std::string config_file = kx::config_file();
+    options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
+        ->type_name("FILE");
+    bool verbose = false;
+    options.add_flag("--verbose", verbose, "Write every step to standard error");
+    options.set_version_flag("--version", "radiod " CLIENT_MGR_VERSION);
+    try {
+        options.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return options.exit(error) == 0 ? EX_OK : EX_USAGE;
+    }
+
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGHUP, SIG_IGN);
+    kx::never_wait_for_reader(STDERR_FILENO);
+    kx::harden_process();
+    kx::clean_libraries_heap();
+    serve(kx::load_ap_config(config_file), kx::detail_log(verbose));
+    return EX_OK;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return run(argc, argv);
+    } catch (const kx::config_error &error) {
+        std::fprintf(stderr, "radiod: %s\n", error.what());
+        return EX_CONFIG;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "radiod: %s\n", error.what());
+        return EX_OSERR;
+    }
+}

@@ -1,0 +1,118 @@
+// One VAP: its hostapd, its stations and its MAC ACL lists.
+#ifndef RADIOD_VAP_H
+#define RADIOD_VAP_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "common/ap_config.h"
+#include "radio_service/driver_requests.h"
+#include "radiod/acl_lists.h"
+#include "radiod/admission.h"
+#include "radiod/announcer.h"
+#include "radiod/hostapd/control.h"
+#include "radiod/kernel/address_snoop.h"
+#include "radiod/kernel/nl80211.h"
+#include "radiod/keys/pmk_cache.h"
+#include "radiod/station_journal.h"
+#include "radiod/stations/station_tracker.h"
+
+namespace radiod {
+
+class vap {
+public:
+    using time_point = std::chrono::steady_clock::time_point;
+
+    // What all VAPs of the access point use.
+    struct shared {
+        event_base *base;
+        nl80211 &kernel;
+        announcer &announcements;
+        station_journal &journal;
+    };
+
+    vap(const kx::vap_config &config, const std::string &hostapd_directory, shared with);
+
+    const std::string &ifname() const { return place_.ifname; }
+    // Zero while there is no such interface: hostapd makes those of a radio's further VAPs.
+    const mac_address &bssid() const { return place_.bssid; }
+    unsigned ifindex() const { return ifindex_; }
+    admission::vap_rules rules() const;
+
+    // hostapd's stations are known. Before, a list of stations would lack them.
+    bool is_synchronised() const { return synchronised_; }
+    std::function<void()> on_synchronised;  // the first time
+
+    // --- requests of the daemon
+
+    kx::driver_answer give_address() const;
+    kx::driver_answer send_away(const mac_address &station, std::uint16_t reason);
+    kx::driver_answer list_stations();
+
+    // --- the MAC ACL
+
+    void acl_answered(const mac_address &station, bool allowed) { acl_.answered(station, allowed, clock::now()); }
+    void acl_changed(const mac_address &station, bool allowed) { acl_.changed(station, allowed, clock::now()); }
+
+    // --- PMKs
+
+    // hostapd has the station's PMK: EAP made it there, or it was installed.
+    bool has_pmk(const mac_address &station) const { return keyed_.contains(station); }
+    void made_pmk(const mac_address &station) { keyed_.insert(station); }
+    // `done` is called when hostapd has taken or refused the PMK.
+    void install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
+                     std::function<void()> done);
+
+    // --- reports of the kernel, and the passing of time
+
+    void kernel_has(const mac_address &station);
+    void kernel_lost(const mac_address &station);
+    // Reports of the kernel were lost.
+    void compare_with_kernel();
+    // To be called once a second.
+    void tick();
+    // The stations that the kernel has heard in the last heard_time. None when it cannot be asked.
+    std::optional<std::set<mac_address>> heard();
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    static constexpr std::chrono::seconds heard_time{10};
+
+    void hostapd_up();
+    void hostapd_down();
+    void hostapd_reported(const hostapd_event &event);
+    void find_interface();
+    void read_key_management(std::optional<std::string_view> configuration);
+    void synchronise();
+    void station_arrived(const arrival &event);
+    void station_departed(const departure &event);
+    void take_over_journal();
+    std::optional<std::vector<kernel_station>> ask_kernel();
+
+    shared with_;
+    announcer::place place_;
+    unsigned ifindex_ = 0;
+    bool has_acl_, fetches_pmk_;
+    akm eap_suite_ = akm::none;  // that hostapd offers; none: no EAP
+    control hostapd_;
+    acl_lists acl_;
+    std::optional<station_tracker> stations_;  // of this BSSID
+    std::optional<address_snoop> addresses_;   // on this interface
+    std::set<mac_address> keyed_;
+    std::map<mac_address, time_point> sent_away_;
+    bool synchronised_ = false;
+    bool kernel_failed_ = false;
+    unsigned ticks_ = 0;
+};
+
+}  // namespace radiod
+
+#endif
