@@ -19,6 +19,7 @@
 #include "common/program_log.h"
 #include "common/service_manager.h"
 #include "radiod/access_point.h"
+#include "radiod/check/check.h"
 
 namespace {
 
@@ -38,6 +39,22 @@ void serve(const kx::ap_config &config, kx::detail_log details) {
     kx::log_line("ended");
 }
 
+// Returns the exit status.
+int print_check(const kx::ap_config &config) {
+    const radiod::check_result found = radiod::check(
+        {.hostapd_directory = config.radio.hostapd_directory, .radius_port = config.radio.radius_port}, config.vaps);
+    for (const std::string &line : found.faults) {
+        std::printf("%s\n", line.c_str());
+    }
+    for (const std::string &line : found.unseen) {
+        std::printf("not checked: %s\n", line.c_str());
+    }
+    if (found.faults.empty()) {
+        std::printf("no fault was found\n");
+    }
+    return found.faults.empty() ? EX_OK : 1;
+}
+
 int run(int argc, char **argv) {
     CLI::App options(
         "The access point's radio service: reports hostapd's stations to client_mgr, and applies what client_mgr "
@@ -46,7 +63,8 @@ int run(int argc, char **argv) {
     std::string config_file = kx::config_file();
     options.add_option("--config", config_file, "The access point's configuration ($KX_CONFIG or $KX_ROOT/ap.toml)")
         ->type_name("FILE");
-    bool verbose = false;
+    bool verbose = false, check = false;
+    options.add_flag("--check", check, "Compare hostapd and the bridges with the configuration, and exit");
     options.add_flag("--verbose", verbose, "Write every step to standard error");
     options.set_version_flag("--version", "radiod " CLIENT_MGR_VERSION);
     try {
@@ -55,6 +73,9 @@ int run(int argc, char **argv) {
         return options.exit(error) == 0 ? EX_OK : EX_USAGE;
     }
 
+    if (check) {
+        return print_check(kx::load_ap_config(config_file));
+    }
     signal(SIGPIPE, SIG_IGN);
     signal(SIGHUP, SIG_IGN);
     kx::never_wait_for_reader(STDERR_FILENO);
