@@ -18,13 +18,15 @@
 //   DRIVER_ACL_VERDICT        driver_acl_verdict    none
 //
 // Connections. A connection carries any number of requests, each sent after the reply to the one before. Either side
-// may close it between two requests: a client that kept one connects again when it finds it closed. A client that gives
-// up waiting closes the connection, so that a late reply cannot pass for the next one. The server closes a connection
-// on which no request arrives for driver_idle_ms.
+// may close it between two requests: a client that kept one connects again when it finds it closed, and repeats a
+// request that was not read. A client that gives up waiting sends nothing more on the connection and closes it, so that
+// a late reply cannot pass for the next one. The server closes a connection on which no request arrives for
+// driver_idle_ms, and the least recently used one when it has too many.
 //
 // Deadlines. The client waits driver_wait_ms from the start of the ioctl, connecting included; the daemon does nothing
 // else meanwhile. A server replies within a fraction of that: an operation that lasts longer is replied to once it has
-// been started.
+// been started. After a request without a reply the client fails all requests to that server at once, with ETIMEDOUT,
+// until the late reply comes or a second has passed, so a server that hangs costs the daemon one wait a second.
 //
 // Errors. `error` of the reply is the errno of the ioctl. A reply with an error has no data. From the server:
 //
@@ -68,7 +70,7 @@ static_assert(sizeof(driver_reply) == 8);
 
 inline constexpr std::size_t driver_data_max = DRIVER_STATION_LIST_MAX;  // bytes, of a request and of a reply
 inline constexpr unsigned driver_wait_ms = 250;
-inline constexpr unsigned driver_idle_ms = 1000;
+inline constexpr unsigned driver_idle_ms = 60'000;  // longer than the usual gap between two requests
 
 }  // namespace kx
 

@@ -97,6 +97,9 @@ neighbours::~neighbours() {
             close(fd);
         }
     }
+    for (int client : driver_clients_) {
+        close(client);
+    }
     close(controller_listener_);
     close(subject_);
 }
@@ -179,25 +182,30 @@ std::vector<sent_message> neighbours::settle_all() {
 }
 
 void neighbours::serve(short subject_events) {
-    std::array<pollfd, receivers + 1> waiting{};
-    for (std::size_t i = 0; i < receivers; i++) {
-        waiting[i] = {fds_[i], POLLIN, 0};
+    std::vector<pollfd> waiting;
+    for (int fd : fds_) {
+        waiting.push_back({fd, POLLIN, 0});
     }
-    waiting[receivers] = {subject_, subject_events, 0};
+    waiting.push_back({subject_, subject_events, 0});
+    for (int client : driver_clients_) {
+        waiting.push_back({client, POLLIN, 0});
+    }
     poll(waiting.data(), waiting.size(), 1000);
     for (std::size_t i = 0; i < receivers; i++) {
         if ((waiting[i].revents & POLLIN) != 0) {
             take_all(static_cast<receiver>(i));
         }
     }
+    answer_driver_requests();
 }
 
 void neighbours::take_all(receiver from) {
     int fd = fds_[static_cast<std::size_t>(from)];
     if (from == receiver::radio) {
-        while (answer_driver_request(fd)) {
+        for (int client = -1; (client = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
+            driver_clients_.push_back(client);
         }
-        return;
+        return answer_driver_requests();
     }
     static std::array<std::uint8_t, 32768> buffer;
     for (ssize_t size = 0; (size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;) {
@@ -205,13 +213,23 @@ void neighbours::take_all(receiver from) {
     }
 }
 
-bool neighbours::answer_driver_request(int listener) {
-    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
+void neighbours::answer_driver_requests() {
+    std::erase_if(driver_clients_, [this](int client) {
+        const bool hung_up = !answer_driver_request(client);
+        if (hung_up) {
+            close(client);
+        }
+        return hung_up;
+    });
+}
+
+// False when the client has hung up.
+bool neighbours::answer_driver_request(int client) {
     std::array<std::uint8_t, sizeof(kx::driver_request) + kx::driver_data_max> request_bytes;
-    ssize_t size = recv(fd, request_bytes.data(), request_bytes.size(), 0);
+    ssize_t size = recv(client, request_bytes.data(), request_bytes.size(), 0);
+    if (size <= 0) {
+        return size < 0 && errno == EAGAIN;
+    }
     kx::driver_request request{};
     if (size >= static_cast<ssize_t>(sizeof(request))) {
         std::memcpy(&request, request_bytes.data(), sizeof(request));
@@ -225,9 +243,8 @@ bool neighbours::answer_driver_request(int listener) {
     }
     kx::driver_reply reply{0, static_cast<std::uint32_t>(data.size())};
     std::array<iovec, 2> parts{{{&reply, sizeof(reply)}, {data.data(), data.size()}}};
-    writev(fd, parts.data(), parts.size());
-    close(fd);
-    received_.push_back({receiver::radio, static_cast<std::size_t>(std::max<ssize_t>(size, 0))});
+    writev(client, parts.data(), parts.size());
+    received_.push_back({receiver::radio, static_cast<std::size_t>(size)});
     return true;
 }
 

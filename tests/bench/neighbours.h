@@ -53,10 +53,12 @@ private:
     // Waits until a message arrives, or until `subject_events` of poll(2) hold for the socket to the measured process.
     void serve(short subject_events = 0);
     void take_all(receiver from);
-    bool answer_driver_request(int listener);
+    void answer_driver_requests();
+    bool answer_driver_request(int client);
 
     std::string root_;
     std::array<int, receivers> fds_{};
+    std::vector<int> driver_clients_;
     int controller_listener_ = -1;
     int subject_ = -1;
     bytes stations_;

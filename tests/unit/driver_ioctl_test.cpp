@@ -1,14 +1,18 @@
 #include <net/if_arp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 #include "common/ipc_endpoint.h"
 #include "common/paths.h"
@@ -32,17 +36,20 @@ bytes counting(std::size_t size) {
     return result;
 }
 
+int listen_on(const std::string &ifname, int backlog) {
+    std::string directory = kx::place(kx::driver_directory);
+    kx::make_private_directories(directory);
+    kx::ipc_address address = kx::make_ipc_address(directory + "/" + ifname);
+    int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(listener, address.get(), address.length), 0);
+    EXPECT_EQ(listen(listener, backlog), 0);
+    return listener;
+}
+
 // The server of one interface. It answers only after answer_once().
 class server {
 public:
-    explicit server(const std::string &ifname, int backlog = 4) {
-        std::string directory = kx::place(kx::driver_directory);
-        kx::make_private_directories(directory);
-        kx::ipc_address address = kx::make_ipc_address(directory + "/" + ifname);
-        listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(bind(listener_, address.get(), address.length), 0);
-        EXPECT_EQ(listen(listener_, backlog), 0);
-    }
+    explicit server(const std::string &ifname, int backlog = 4) : listener_(listen_on(ifname, backlog)) {}
     ~server() {
         finish();
         close(listener_);
@@ -87,6 +94,70 @@ private:
 
 }  // namespace
 
+// One process that serves several interfaces, and keeps its connections.
+class server_process {
+public:
+    explicit server_process(const std::vector<std::string> &ifnames) {
+        std::array<int, 2> ready{};
+        EXPECT_EQ(pipe(ready.data()), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            serve(ifnames, ready[1]);
+        }
+        char byte = 0;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+        close(ready[1]);
+    }
+    ~server_process() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    server_process(const server_process &) = delete;
+    server_process &operator=(const server_process &) = delete;
+
+    void stop() const {
+        kill(pid_, SIGSTOP);
+        waitpid(pid_, nullptr, WUNTRACED);
+    }
+    void go_on() const { kill(pid_, SIGCONT); }
+
+private:
+    // The last byte of each answer to SIOCGIFHWADDR counts the connections accepted so far.
+    [[noreturn]] static void serve(const std::vector<std::string> &ifnames, int ready) {
+        std::vector<pollfd> fds;
+        for (const std::string &ifname : ifnames) {
+            const std::string path = kx::place(kx::driver_directory) + "/" + ifname;
+            unlink(path.c_str());
+            fds.push_back({listen_on(ifname, 4), POLLIN, 0});
+        }
+        EXPECT_EQ(write(ready, "!", 1), 1);
+        const std::size_t listeners = fds.size();
+        for (;;) {
+            poll(fds.data(), fds.size(), -1);
+            for (std::size_t i = 0; i < fds.size(); i++) {
+                if (fds[i].revents == 0) {
+                    continue;
+                }
+                if (i < listeners) {
+                    fds.push_back({accept(fds[i].fd, nullptr, nullptr), POLLIN, 0});
+                    break;
+                }
+                std::array<char, 1024> request;
+                if (recv(fds[i].fd, request.data(), request.size(), 0) <= 0) {
+                    close(std::exchange(fds[i].fd, -1));
+                    continue;
+                }
+                const bytes packet = reply(0, {2, 0, 0, 0, 0, static_cast<std::uint8_t>(fds.size() - listeners)});
+                send(fds[i].fd, packet.data(), packet.size(), MSG_NOSIGNAL);
+            }
+        }
+    }
+
+    pid_t pid_ = -1;
+};
+
 class driver_ioctl : public private_root {
 protected:
     driver_ioctl() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
@@ -116,6 +187,8 @@ protected:
         EXPECT_EQ(std::string(head.ifname, strnlen(head.ifname, sizeof(head.ifname))), ifname);
         EXPECT_EQ(bytes(packet.begin() + sizeof(head), packet.end()), data);
     }
+
+    unsigned last_byte() const { return static_cast<std::uint8_t>(request_.ifr_hwaddr.sa_data[5]); }
 
     int fd_;
     ifreq request_{};
@@ -235,4 +308,88 @@ TEST_F(driver_ioctl, leaves_other_interfaces_and_requests_to_the_kernel) {
     std::memcpy(request_.ifr_name, "wlan0\0", 6);
     EXPECT_EQ(ioctl(fd_, SIOCGIFINDEX, &request_), -1);
     EXPECT_EQ(errno, ENODEV);
+}
+
+TEST_F(driver_ioctl, keeps_its_connection) {
+    server_process radio({"wlan0", "wlan1"});
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(address_of("wlan0"), 0);
+        EXPECT_EQ(last_byte(), i == 0 ? 1U : 2U);
+        EXPECT_EQ(address_of("wlan1"), 0);
+        EXPECT_EQ(last_byte(), 2U);
+    }
+}
+
+TEST_F(driver_ioctl, finds_a_server_that_came_back) {
+    for (int i = 0; i < 3; i++) {
+        server_process radio({"wlan0"});
+        EXPECT_EQ(address_of("wlan0"), 0);
+        EXPECT_EQ(address_of("wlan0"), 0);
+        EXPECT_EQ(last_byte(), 1U);
+    }
+    EXPECT_EQ(address_of("wlan0"), ENODEV);
+}
+
+TEST_F(driver_ioctl, keeps_as_many_connections_as_the_daemon_has_vaps) {
+    std::vector<std::string> names;
+    for (int i = 0; i < 17; i++) {
+        names.push_back("wlan" + std::to_string(i));
+    }
+    server_process radio(names);
+    for (const std::string &name : names) {
+        EXPECT_EQ(address_of(name.c_str()), 0);
+    }
+    EXPECT_EQ(last_byte(), 17U);
+    EXPECT_EQ(address_of("wlan1"), 0);
+    EXPECT_EQ(last_byte(), 17U);
+    EXPECT_EQ(address_of("wlan0"), 0);
+    EXPECT_EQ(last_byte(), 18U);
+}
+
+TEST_F(driver_ioctl, waits_once_for_a_server_that_hangs) {
+    const std::vector<std::string> names{"wlan0", "wlan1", "wlan2", "wlan3", "wlan4"};
+    server_process radio(names);
+    server_process other({"wlan5"});
+    EXPECT_EQ(address_of("wlan0"), 0);
+    radio.stop();
+    auto start = std::chrono::steady_clock::now();
+    for (const std::string &name : names) {
+        EXPECT_EQ(address_of(name.c_str()), ETIMEDOUT) << name;
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(address_of("wlan5"), 0);
+    radio.go_on();
+    // It replies to the request that was given up, and is asked again as soon as it has.
+    while (address_of("wlan1") == ETIMEDOUT && std::chrono::steady_clock::now() - start < deadline) {
+    }
+    for (const std::string &name : names) {
+        EXPECT_EQ(address_of(name.c_str()), 0) << name;
+    }
+}
+
+TEST_F(driver_ioctl, takes_no_late_reply_and_no_second_one) {
+    int listener = listen_on("wlan0", 4);
+    // In a thread of its own: receives one request on a new connection, and sends the replies, which it leaves open.
+    auto serve = [listener](const std::vector<bytes> &replies) {
+        return std::thread([listener, replies] {
+            int fd = accept(listener, nullptr, nullptr);
+            std::array<char, 64> request;
+            EXPECT_GT(recv(fd, request.data(), request.size(), 0), 0);
+            for (const bytes &each : replies) {
+                EXPECT_GT(send(fd, each.data(), each.size(), 0), 0);
+            }
+        });
+    };
+    EXPECT_EQ(address_of("wlan0"), ETIMEDOUT);
+    EXPECT_EQ(address_of("wlan0"), ETIMEDOUT);
+    serve({reply(0, {2, 0, 0, 0, 0, 1})}).join();
+    std::thread server = serve({reply(0, {2, 0, 0, 0, 0, 2}), reply(0, {2, 0, 0, 0, 0, 3})});
+    EXPECT_EQ(address_of("wlan0"), 0);
+    EXPECT_EQ(last_byte(), 2U);
+    server.join();
+    server = serve({reply(0, {2, 0, 0, 0, 0, 4})});
+    EXPECT_EQ(address_of("wlan0"), 0);
+    EXPECT_EQ(last_byte(), 4U);
+    server.join();
+    close(listener);
 }

@@ -224,7 +224,7 @@ TEST_F(radio_process_test, tells_its_stations_page_by_page) {
     EXPECT_EQ(radio.wait(), 0);
 }
 
-TEST_F(radio_process_test, a_connection_carries_requests_until_it_is_idle) {
+TEST_F(radio_process_test, a_connection_carries_many_requests) {
     kx::ipc_socket daemon = kx::ipc_socket::open(kx::endpoint_client_mgr);
     strings command = capture_command();
     command.emplace_back("--stay");
@@ -235,7 +235,6 @@ TEST_F(radio_process_test, a_connection_carries_requests_until_it_is_idle) {
         EXPECT_EQ(driver.ask(SIOCGIFHWADDR).data.size(), 6U);
         EXPECT_EQ(driver.ask(0xdeadbeef).error, EOPNOTSUPP);
     }
-    EXPECT_TRUE(driver.is_closed());
     EXPECT_EQ(ask_driver("wlan1", SIOCGIFHWADDR).error, 0);
     radio.signal(SIGTERM);
     radio.wait();
