@@ -113,14 +113,6 @@ private:
     long size_ = 0;
 };
 
-void ask_radio(const std::string &path, const bytes &request) {
-    static std::array<std::uint8_t, 16384> answer;
-    int fd = connected(path, SOCK_SEQPACKET);
-    send(fd, request.data(), request.size(), MSG_NOSIGNAL);
-    recv(fd, answer.data(), answer.size(), 0);
-    close(fd);
-}
-
 // The connections of a process that stands in for the daemon.
 class exchange_process {
 public:
@@ -135,6 +127,8 @@ public:
         fds_[static_cast<std::size_t>(receiver::hostapd)] = connected(place(kx::endpoint_hostapd), SOCK_DGRAM);
         fds_[static_cast<std::size_t>(receiver::monitor)] = connected(place(kx::endpoint_sysmon), SOCK_DGRAM);
         fds_[static_cast<std::size_t>(receiver::system_log)] = logs ? connected("/dev/log", SOCK_DGRAM) : -1;
+        fds_[static_cast<std::size_t>(receiver::radio)] =
+            connected(place(kx::driver_directory) + "/wlan0", SOCK_SEQPACKET);
         answer_heartbeat();                                   // announces the process
         recv(inbox_, received_.data(), received_.size(), 0);  // the system's start
         fds_[static_cast<std::size_t>(receiver::controller)] = connected(place(kx::endpoint_apcomm), SOCK_SEQPACKET);
@@ -161,7 +155,9 @@ private:
         log_.write_event();
         for (const sent_message &output : does_.outputs) {
             if (output.to == receiver::radio) {
-                ask_radio(place(kx::driver_directory) + "/wlan0", bytes(output.size));
+                int radio = fds_[static_cast<std::size_t>(receiver::radio)];
+                send(radio, sent_.data(), output.size, MSG_NOSIGNAL);
+                recv(radio, received_.data(), received_.size(), 0);
             } else if (output.to == receiver::system_log && does_.style == deeds::style::plain_daemon) {
                 syslog(LOG_USER | LOG_INFO,
                        "<clmgr> Proc Association-Req %02x:%02x:%02x:%02x:%02x:%02x -- %02x:%02x:%02x:%02x:%02x:%02x", 2,
