@@ -23,15 +23,6 @@ namespace {
 constexpr std::chrono::seconds sockets_period{5};
 constexpr char program[] = "apd";
 
-// The tunnel starts with the client manager. Faults of the certificates are reported at once.
-void check_certificates(const kx::controller_config &controller) {
-    try {
-        kx::make_tls_context(controller.ca, controller.certificate, controller.key);
-    } catch (const std::exception &error) {
-        report(std::string("there will be no tunnel: ") + error.what());
-    }
-}
-
 }  // namespace
 
 platform_daemon::platform_daemon(event_base *base, std::string config_file, detail_log details)
@@ -58,14 +49,22 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
                 [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
                     return daemon_message_rcvd(destination, message);
                 }}),
+      certificates_(base,
+                    [this] {
+                        link_.renew();
+                        publish_status();
+                    }),
       config_watch_(base, config_file_, [this] { config_changed(); }),
-      sockets_due_(base, -1, EV_PERSIST, [this] { restore_sockets(); }) {
+      sockets_due_(base, -1, EV_PERSIST, [this] {
+          restore_sockets();
+          certificates_.check_files();
+      }) {
     if (auto period = kx::keep_alive_period(); period.count() > 0) {
         keep_alive_.start(period);
     }
     sockets_due_.start(sockets_period);
     monitor_.start();
-    check_certificates(config_.controller);
+    certificates_.use(config_.controller);  // the tunnel starts with the client manager
     log_line("waiting for client_mgr");
     kx::notify_service_manager("READY=1");
     publish_status();
@@ -91,6 +90,7 @@ void platform_daemon::daemon_lost() { link_.end("client_mgr has gone"); }
 
 void platform_daemon::tunnel_up() {
     report_link_to_daemon();
+    channel_.resume();
     publish_status();
 }
 
@@ -176,6 +176,7 @@ void platform_daemon::config_changed() {
     }
     if (before.controller != config_.controller) {
         log_line("the controller's settings have changed");
+        certificates_.use(config_.controller);
         if (link_.is_started()) {
             link_.start(config_.controller);
         }
@@ -196,6 +197,7 @@ void platform_daemon::config_changed() {
 void platform_daemon::reload() {
     log_line("reading " + config_file_ + " again");
     config_changed();
+    certificates_.check_files();
     inbox_.send(KX_MSG_ID_VAP_INIT);
 }
 
@@ -224,12 +226,16 @@ void platform_daemon::publish_status() {
 }
 
 std::string platform_daemon::status_text() const {
+    const auto end = certificates_.end();
+    const std::string expiry = end ? "certificate_expires = " + kx::format_utc(*end) + "\n" : "";
     return "process = " + std::to_string(getpid()) + "\ntunnel = \"" + tunnel_state() + "\"\nclient_mgr = \"" +
-           monitor_.status() + "\"\n\n[lost]\n" + losses_.list();
+           monitor_.status() + "\"\n" + expiry + "\n[lost]\n" + losses_.list();
 }
 
 void platform_daemon::write_state() {
-    report(tunnel_state() + ", " + monitor_.status());
+    const auto end = certificates_.end();
+    report(tunnel_state() + ", " + monitor_.status() + ", the certificate " +
+           (end ? "ends at " + kx::format_utc(*end) : "cannot be used"));
     losses_.write_totals();
     publish_status();
 }

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "apd/certificates.h"
 #include "apd/config_watch.h"
 #include "apd/controller_link.h"
 #include "apd/daemon_channel.h"
@@ -27,7 +28,8 @@ public:
     platform_daemon(const platform_daemon &) = delete;
     platform_daemon &operator=(const platform_daemon &) = delete;
 
-    // Reads the configuration file again and makes the client manager load its VAPs again, even if nothing has changed.
+    // Reads the configuration file and the certificates again, and makes the client manager load its VAPs again, even
+    // if nothing has changed.
     void reload();
     // Writes the state and all losses to the log.
     void write_state();
@@ -60,6 +62,7 @@ private:
     daemon_inbox inbox_;
     monitor monitor_;
     daemon_channel channel_;
+    certificates certificates_;
     config_watch config_watch_;
     kx::watch sockets_due_;
     bool sockets_failed_ = false;  // the last time that they were checked

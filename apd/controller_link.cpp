@@ -27,8 +27,24 @@ void controller_link::start(const kx::controller_config &controller) {
     retry_.start(failed_ ? backoff_.next() : std::chrono::milliseconds(0));
 }
 
+void controller_link::renew() {
+    if (stopping_ || !started_) {
+        return;
+    }
+    if (up_ && renewal_ == renewal::none) {
+        renewal_ = renewal::closing;
+    }
+    backoff_.reset();
+    if (tunnel_ != nullptr) {
+        tunnel_->close();
+        return;
+    }
+    retry_.start(std::chrono::milliseconds(0));
+}
+
 void controller_link::end(const std::string &reason) {
     started_ = false;
+    renewal_ = renewal::none;
     retry_.stop();
     if (tunnel_ != nullptr) {
         tunnel_->close();
@@ -69,6 +85,8 @@ void controller_link::connect() {
 
 void controller_link::tunnel_up() {
     up_ = true;
+    renewal_ = renewal::none;
+    controller_ip_ = tunnel_->peer_ipv4();
     failed_ = false;
     up_since_ = std::chrono::steady_clock::now();
     log_line("tunnel up: controller " + tunnel_->peer_name() + " at " + controller_.address + " port " +
@@ -79,6 +97,12 @@ void controller_link::tunnel_up() {
 void controller_link::tunnel_down(const std::string &reason) {
     losses_.add(loss_unsent, tunnel_ == nullptr ? 0 : tunnel_->unsent());
     tunnel_.reset();
+    if (renewal_ == renewal::closing && started_ && !stopping_) {
+        renewal_ = renewal::connecting;
+        retry_.start(std::chrono::milliseconds(0));
+        return;
+    }
+    renewal_ = renewal::none;
     bool was_up = std::exchange(up_, false);
     if (was_up) {
         // A controller that closes each tunnel at once must not reset the backoff.
@@ -106,6 +130,9 @@ void controller_link::tunnel_down(const std::string &reason) {
 controller_link::outcome controller_link::send(std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (!up_) {
         return outcome::down;
+    }
+    if (renewal_ != renewal::none) {
+        return outcome::full;
     }
     return tunnel_->send(destination, message) ? outcome::sent : outcome::full;
 }

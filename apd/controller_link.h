@@ -34,6 +34,10 @@ public:
     // Connects to `controller`, and again whenever the tunnel fails. Closes an existing tunnel. Connects at once unless
     // the last attempt to connect to the same controller has failed.
     void start(const kx::controller_config &controller);
+    // Replaces the tunnel by a new one, with the certificates that the files have now. Messages that were sent go
+    // through the old one. Meanwhile send() has no room, and on_down is called only when the new one does not come up.
+    // Connects at once when there is no tunnel.
+    void renew();
     // Closes the tunnel until the next start(). `reason` is for the log.
     void end(const std::string &reason);
     // Sends what is queued and closes the tunnel for good; on_stopped follows.
@@ -44,9 +48,11 @@ public:
     // Like tunnel_connection::set_reading, for this tunnel and later ones.
     void set_reading(bool on);
     bool is_up() const { return up_; }
-    std::uint32_t controller_ip() const { return up_ ? tunnel_->peer_ipv4() : 0; }
+    std::uint32_t controller_ip() const { return up_ ? controller_ip_ : 0; }
 
 private:
+    enum class renewal : std::uint8_t { none, closing, connecting };
+
     void connect();
     void tunnel_up();
     void tunnel_down(const std::string &reason);
@@ -58,6 +64,8 @@ private:
     std::unique_ptr<kx::tunnel_connection> tunnel_;
     bool started_ = false;
     bool up_ = false;
+    renewal renewal_ = renewal::none;  // up_ stays true meanwhile
+    std::uint32_t controller_ip_ = 0;
     bool failed_ = false;  // the last attempt to connect
     std::chrono::steady_clock::time_point up_since_;
     bool reading_ = true;

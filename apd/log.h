@@ -9,6 +9,7 @@ namespace apd {
 using kx::detail_log;
 using kx::log_line;
 using kx::report;
+using kx::report_error;
 
 }  // namespace apd
 

@@ -9,10 +9,10 @@
 #include <string>
 
 #include "apd/apd.h"
-#include "common/clean_heap.h"
 #include "apd/heap_reserve.h"
 #include "apd/log.h"
 #include "common/ap_config.h"
+#include "common/clean_heap.h"
 #include "common/console.h"
 #include "common/event_ptr.h"
 #include "common/events.h"

@@ -20,13 +20,17 @@ void log_line(const std::string &text) {
     localtime_r(&seconds, &local);
     std::array<char, 32> time{};
     std::strftime(time.data(), time.size(), "%F %T", &local);
-    std::fprintf(stderr, "%s.%03d %s: %s\n", time.data(), milliseconds, program_invocation_short_name,
-                 text.c_str());
+    std::fprintf(stderr, "%s.%03d %s: %s\n", time.data(), milliseconds, program_invocation_short_name, text.c_str());
 }
 
 void report(const std::string &text) {
     log_line(text);
     syslog(LOG_DAEMON | LOG_WARNING, "%s", text.c_str());
+}
+
+void report_error(const std::string &text) {
+    log_line(text);
+    syslog(LOG_DAEMON | LOG_ERR, "%s", text.c_str());
 }
 
 }  // namespace kx

@@ -10,6 +10,8 @@ namespace kx {
 void log_line(const std::string &text);
 // Writes the line to the system log as well: something that an operator has to know.
 void report(const std::string &text);
+// With the priority of an error.
+void report_error(const std::string &text);
 
 // Lines that are written only with --verbose.
 class detail_log {

@@ -50,6 +50,7 @@ public:
     std::uint64_t refused() const { return refusals_.total(); }
     // Of the tunnels; to be called after use().
     const tunnels::losses &tunnel_losses() const { return tunnels_->lost(); }
+    std::optional<kx::wall_time> certificate_end() const { return tunnels_->certificate_end(); }
     std::uint64_t dropped_lines() const { return output_.dropped_lines(); }
     std::uint64_t records_per_second() const { return records_last_second_; }
 

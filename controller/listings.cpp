@@ -4,6 +4,7 @@
 
 #include "common/ipv4.h"
 #include "controller/render.h"
+#include "tunnel/certificate_life.h"
 
 namespace controller {
 
@@ -27,6 +28,8 @@ const char *name_of(guest_state state) {
     return "unknown";
 }
 
+std::string time_of(const std::optional<kx::wall_time> &time) { return time ? kx::format_utc(*time) : "unknown"; }
+
 std::int64_t stations_at(const site &of, const mac_address &ap) {
     return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.now.ap == ap; });
 }
@@ -36,9 +39,13 @@ void add_link(listing &to, const access_point_link &link) {
     if (link.ap) {
         one["ap"] = kx::format_mac(*link.ap);
     }
-    one.update(json{{"peer", link.other.name}, {"address", link.other.address}, {"records", link.records}});
+    const std::string end = time_of(link.other.certificate_end);
+    one.update(json{{"peer", link.other.name},
+                    {"address", link.other.address},
+                    {"records", link.records},
+                    {"certificate_expires", end}});
     to.text += (link.ap ? kx::format_mac(*link.ap) : "(not known yet)  ") + "  " + printable(link.other.name) + "  " +
-               link.other.address + "  " + std::to_string(link.records) + " records";
+               link.other.address + "  " + std::to_string(link.records) + " records  certificate ends " + end;
 }
 
 void add_site_state(listing &to, const site &of, const mac_address &ap) {
@@ -133,7 +140,8 @@ listing list_stats(exchange &with) {
     listing made{{{"tunnels", with.aps().links().size()},
                   {"records", with.counts().records},
                   {"records_per_second", with.records_per_second()},
-                  {"messages_sent", with.counts().sent}},
+                  {"messages_sent", with.counts().sent},
+                  {"certificate_expires", time_of(with.certificate_end())}},
                  ""};
     made.json.update(losses_of(with));
     if (const site *known = with.managed_site()) {

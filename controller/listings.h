@@ -14,9 +14,10 @@ struct listing {
     std::string text;  // the same as lines of text
 };
 
-// [{"ap": MAC or null, "up": bool, "peer": name, "address": text, "records": N, "stations": N,
-//   "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]. "peer", "address" and "records" are left out when "up" is
-// false. "ap" is null as long as the tunnel has carried no message.
+// [{"ap": MAC or null, "up": bool, "peer": name, "address": text, "records": N, "certificate_expires":
+//   "2026-11-22T10:00:00Z", "stations": N, "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]. "peer", "address",
+//   "records" and
+// "certificate_expires" are left out when "up" is false. "ap" is null as long as the tunnel has carried no message.
 listing list_access_points(exchange &with);
 
 // [{"client": MAC, "ap": MAC, "bssid": MAC, "home_ap": MAC, "home_bssid": MAC, "home_vlan": N or null, "ip": address,
@@ -27,7 +28,8 @@ listing list_clients(const site &of);
 // "output_lines_dropped"}, each a number since the start
 nlohmann::ordered_json losses_of(const exchange &with);
 
-// {"tunnels", "records", "records_per_second", "messages_sent"}, the losses and, unless the controller only listens,
+// {"tunnels", "records", "records_per_second", "messages_sent", "certificate_expires"}, the losses and, unless the
+// controller only listens,
 // {"clients", "roams", "guests_waiting", "guests_approved", "unsettled"}
 listing list_stats(exchange &with);
 

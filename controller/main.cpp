@@ -1,8 +1,10 @@
 // site_controller: the controller of the access points of a site.
+#include <syslog.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -15,6 +17,7 @@
 
 #include "common/command_line.h"
 #include "common/event_ptr.h"
+#include "common/events.h"
 #include "controller/commands.h"
 #include "controller/control_server.h"
 #include "controller/exchange.h"
@@ -22,6 +25,7 @@
 #include "controller/listings.h"
 #include "controller/output.h"
 #include "controller/tunnels.h"
+#include "tunnel/certificate_life.h"
 #include "tunnel/tunnel.h"
 
 namespace {
@@ -97,6 +101,34 @@ std::optional<controller::site> make_site(const options &chosen) {
     return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
 }
 
+// Warns before the controller's own certificate ends.
+class expiry_check {
+public:
+    expiry_check(event_base *base, std::string file, const controller::tunnels &of, controller::output &to)
+        : file_(std::move(file)), tunnels_(of), output_(to), day_passed_(base, -1, EV_PERSIST, [this] { run(); }) {
+        day_passed_.start(std::chrono::days(1));
+        run();
+    }
+
+    void run() {
+        const auto end = tunnels_.certificate_end();
+        if (!end) {
+            return;
+        }
+        if (const auto line = warning_.check(file_, *end, std::chrono::system_clock::now())) {
+            output_.note(line->text);
+            syslog(LOG_DAEMON | (line->ended ? LOG_ERR : LOG_WARNING), "%s", line->text.c_str());
+        }
+    }
+
+private:
+    std::string file_;
+    const controller::tunnels &tunnels_;
+    controller::output &output_;
+    kx::expiry_warning warning_;
+    kx::watch day_passed_;
+};
+
 std::shared_ptr<SSL_CTX> read_certificates(const options &chosen) {
     return kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key, chosen.revoked);
 }
@@ -165,6 +197,7 @@ int run(const options &chosen) {
     controller::exchange exchange(output, make_site(chosen));
     controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
+    expiry_check expiry(base.get(), chosen.certificate, tunnels, output);
     controller::commands commands(exchange);
     std::unique_ptr<controller::control_server> control;
     if (!chosen.control.empty()) {
@@ -173,7 +206,10 @@ int run(const options &chosen) {
     }
     const kx::event_ptr ticking = every_second(base.get(), exchange);
     const std::function<void()> end = [&base] { event_base_loopexit(base.get(), nullptr); };
-    const std::function<void()> read_anew = [&] { reload(chosen, tunnels, exchange, output); };
+    const std::function<void()> read_anew = [&] {
+        reload(chosen, tunnels, exchange, output);
+        expiry.run();
+    };
     const kx::event_ptr on_interrupt = on_signal(base.get(), SIGINT, end);
     const kx::event_ptr on_terminate = on_signal(base.get(), SIGTERM, end);
     const std::function<void()> note_all = [&] { note_losses(exchange, output); };

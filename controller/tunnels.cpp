@@ -200,6 +200,7 @@ std::optional<tunnel_id> tunnels::find(const mac_address &ap, bool waits, tunnel
 void tunnels::handshake_done(tunnel_id which) {
     tunnel &with = tunnels_.at(which);
     with.other.name = with.connection->peer_name();
+    with.other.certificate_end = with.connection->peer_certificate_end();
     const auto mac = with.connection->peer_mac();
     if (!mac || *mac == mac_address{}) {
         close(which,

@@ -19,6 +19,7 @@
 
 #include "common/event_ptr.h"
 #include "common/mac_address.h"
+#include "tunnel/certificate_life.h"
 #include "tunnel/tunnel.h"
 
 namespace controller {
@@ -31,6 +32,7 @@ struct peer {
     std::string name;     // common name of its certificate
     mac_address mac{};    // in its certificate; zero when it has none
     std::string address;  // "127.0.0.1:49152"
+    std::optional<std::chrono::system_clock::time_point> certificate_end;
 };
 
 class tunnels {
@@ -63,6 +65,8 @@ public:
 
     // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
+    // Of the controller itself.
+    std::optional<kx::wall_time> certificate_end() const { return kx::end_of_own(tls_.get()); }
     const losses &lost() const { return lost_; }
     // Ends a tunnel and sends the other end the reason. Calls on_down with `reason`.
     void close(tunnel_id which, const std::string &reason);

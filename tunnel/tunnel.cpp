@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "common/event_ptr.h"
+#include "tunnel/certificate_life.h"
 #include "tunnel/tcp_dialer.h"
 #include "tunnel/tunnel_queue.h"
 #include "tunnel/tunnel_tls.h"
@@ -89,6 +90,7 @@ public:
     std::size_t unsent() const override { return unsent_; }
     std::string peer_name() const override { return peer_name_; }
     std::optional<mac_address> peer_mac() const override { return peer_mac_; }
+    std::optional<wall_time> peer_certificate_end() const override { return peer_end_; }
     monotonic::time_point last_heard() const override { return heard_; }
     std::uint32_t peer_ipv4() const override { return peer_ipv4_; }
 
@@ -146,6 +148,7 @@ private:
     monotonic::time_point sent_, heard_;
     std::string peer_name_;
     std::optional<mac_address> peer_mac_;
+    std::optional<wall_time> peer_end_;
     std::uint32_t peer_ipv4_ = 0;
     std::size_t unsent_ = 0;
 };
@@ -315,6 +318,7 @@ void connection::handshake_done() {
     shaken_hands_ = true;
     peer_name_ = common_name_of_peer(ssl());
     peer_mac_ = mac_of_peer(ssl());
+    peer_end_ = end_of(SSL_get0_peer_certificate(ssl()));
     if (!accepting_ || phase_ != phase::setup) {
         return;
     }

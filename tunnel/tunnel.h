@@ -91,6 +91,8 @@ public:
     // The MAC address in the peer's certificate (subjectAltName, "URI:urn:mac:02-00-00-00-10-00"). None before
     // on_handshake, and when the certificate does not have exactly one.
     virtual std::optional<mac_address> peer_mac() const = 0;
+    // When the peer's certificate ends; none before on_handshake.
+    virtual std::optional<std::chrono::system_clock::time_point> peer_certificate_end() const = 0;
     virtual std::chrono::steady_clock::time_point last_heard() const = 0;  // when something was last received
     virtual std::uint32_t peer_ipv4() const = 0;  // as a number, 0 when the peer is not on IPv4
 };

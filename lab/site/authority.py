@@ -7,7 +7,8 @@ from pathlib import Path
 from lab.site.failure import LabFailure
 from lab.site.processes import die_with_parent
 
-NEW_KEY = ("-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2")
+NEW_KEY = ("-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes")
+DAYS = 40  # the programs warn about certificates that end within 30
 
 
 @dataclass(frozen=True)
@@ -22,20 +23,20 @@ class Authority:
     def __init__(self, directory: Path, name: str = "authority") -> None:
         self._directory = directory
         self._own = self._identity(name)
-        self._make(self._own, name, "-addext", "basicConstraints=critical,CA:TRUE",
+        self._make(self._own, name, "-days", DAYS, "-addext", "basicConstraints=critical,CA:TRUE",
                    "-addext", "keyUsage=keyCertSign,cRLSign")
 
     @property
     def certificate(self) -> Path:
         return self._own.certificate
 
-    def issue(self, name: str, address: str | None = None, mac: str | None = None) -> Identity:
+    def issue(self, name: str, address: str | None = None, mac: str | None = None, days: int = DAYS) -> Identity:
         """Issues a certificate for the common name `name`, for a host's IP address or an access point's MAC address."""
         issued = self._identity(name)
         names = [f"IP:{address}"] if address else []
         names += [f"URI:urn:mac:{mac.replace(':', '-')}"] if mac else []
         alternative = ("-addext", f"subjectAltName={','.join(names)}") if names else ()
-        self._make(issued, name, "-CA", self._own.certificate, "-CAkey", self._own.key,
+        self._make(issued, name, "-days", days, "-CA", self._own.certificate, "-CAkey", self._own.key,
                    "-addext", "basicConstraints=CA:FALSE", *alternative)
         return issued
 

@@ -1,36 +1,16 @@
 #include "platform/linux/config_cache.h"
 
-#include <sys/stat.h>
 #include <syslog.h>
 
 #include <optional>
 #include <string>
 
+#include "common/file_version.h"
 #include "common/paths.h"
 
 namespace kx {
 
 namespace {
-
-// Differs between two states of a file. Only `file` is set when the file does not exist.
-struct file_version {
-    std::string file;
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    time_t seconds = 0;
-    long nanoseconds = 0;
-
-    bool operator==(const file_version &) const = default;
-};
-
-file_version version_of(const std::string &file) {
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        return {file};
-    }
-    return {file, status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
 
 std::optional<ap_config> load(const std::string &file) {
     try {

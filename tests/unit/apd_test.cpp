@@ -261,6 +261,82 @@ TEST_F(apd_test, counts_messages_that_end_with_the_tunnel) {
     EXPECT_EQ(status.find("\nunsent = 0\n"), std::string::npos) << status;
 }
 
+TEST_F(apd_test, makes_a_new_tunnel_for_a_new_certificate_and_loses_nothing) {
+    start_site();
+    accepted.tunnel->set_reading(false);
+    std::uint32_t sent = 0;
+    for (; sent < 20; sent++) {
+        ASSERT_TRUE(run_until([&] { return daemon->send_packet(106, numbered(sent, 8000)); }));
+    }
+    settle();
+    const certificate_files renewed = authority.issue("ap-renewed", "");
+    std::filesystem::copy_file(renewed.key, client.key, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::copy_file(renewed.certificate, client.certificate,
+                               std::filesystem::copy_options::overwrite_existing);
+    apd->reload();
+    accepted.tunnel->set_reading(true);
+    for (; sent < 40; sent++) {
+        ASSERT_TRUE(daemon->send_packet(106, numbered(sent, 100)));
+    }
+    ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
+    std::vector<received_message> received = std::exchange(accepted, {}).messages;
+    accept_tunnel();
+    EXPECT_EQ(accepted.tunnel->peer_name(), "ap-renewed");
+    ASSERT_TRUE(run_until([&] { return received.size() + accepted.messages.size() >= sent; }));
+    received.insert(received.end(), accepted.messages.begin(), accepted.messages.end());
+    for (std::uint32_t i = 0; i < sent; i++) {
+        ASSERT_EQ(received[i].bytes, numbered(i, i < 20 ? 8000 : 100));
+    }
+    // The reload has the VAPs loaded again, and so has the new tunnel. That the old one ended is not reported.
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+    expect_status(kx::apcomm_status_up, 0x7f000001);
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+}
+
+TEST_F(apd_test, keeps_its_tunnel_while_the_new_certificate_cannot_be_used) {
+    start_site();
+    const certificate_files renewed = authority.issue("ap-renewed", "");
+    std::filesystem::copy_file(renewed.certificate, client.certificate,
+                               std::filesystem::copy_options::overwrite_existing);
+    apd->reload();
+    EXPECT_TRUE(logged("no key can be read that belongs to " + client.certificate));
+    settle();
+    EXPECT_TRUE(accepted.up());
+}
+
+TEST_F(apd_test, reports_a_renewed_tunnel_that_does_not_come_up) {
+    start_site();
+    const certificate_files renewed = authority.issue("ap-renewed", "");
+    std::filesystem::copy_file(renewed.key, client.key, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::copy_file(renewed.certificate, client.certificate,
+                               std::filesystem::copy_options::overwrite_existing);
+    apd->reload();
+    EXPECT_EQ(next_id(), KX_MSG_ID_VAP_INIT);
+    ASSERT_TRUE(run_until([&] { return !accepted.up(); }));
+    int refused = -1;
+    ASSERT_TRUE(run_until([&] { return (refused = listener.accept()) >= 0; }));
+    close(refused);
+    accepted = {};
+    expect_status(kx::apcomm_status_down, 0);
+    accept_tunnel();
+    expect_status(kx::apcomm_status_up, 0x7f000001);
+}
+
+TEST_F(apd_test, warns_of_a_certificate_that_ends_soon) {
+    client = authority.issue("ap-short", "", 3600);
+    start_apd();
+    EXPECT_TRUE(logged(client.certificate + ": the certificate ends at "));
+    EXPECT_NE(read_file(root() + "/kx/apd.status").find("certificate_expires = 20"), std::string::npos);
+    apd->reload();
+    EXPECT_EQ(syslog_lines().size(), 1U);
+}
+
+TEST_F(apd_test, reports_a_certificate_that_has_ended) {
+    client = authority.issue("ap-ended", "", -10);
+    start_apd();
+    EXPECT_TRUE(logged(client.certificate + ": the certificate ended at "));
+}
+
 TEST_F(apd_test, counts_messages_for_a_daemon_that_does_not_read_them) {
     start_site();
     daemon->close_endpoint();

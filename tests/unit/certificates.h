@@ -31,9 +31,9 @@ public:
 
     const std::string &file() const { return file_; }
     // `subject_alternative` in the form of OpenSSL's configuration ("IP:127.0.0.1,DNS:localhost"). The certificate is
-    // valid since yesterday and until `valid_secs` from now.
+    // valid since yesterday and until `valid_secs` from now; apd warns about one that ends within 30 days.
     certificate_files issue(const std::string &common_name, const std::string &subject_alternative,
-                            long valid_secs = 3600) const;
+                            long valid_secs = 40L * 24 * 3600) const;
 
 private:
     const temporary_directory &directory_;

@@ -1,0 +1,65 @@
+"""Certificates that end or are replaced while the programs run."""
+
+import re
+import signal
+import tomllib
+
+from lab.site.access_point import AccessPoint
+from lab.site.waiting import wait_until
+from steps import add_access_point, associate, client_mac, events, wait_for_association, wait_for_line
+
+UTC = re.compile(r"20\d\d-\d\d-\d\dT\d\d:\d\d:\d\dZ")
+
+
+def expiry_at_controller(lab) -> str:
+    return lab.controller.ask_json("aps")[0]["certificate_expires"]
+
+
+def status(access_point: AccessPoint):
+    return tomllib.loads((access_point.root / "kx/apd.status").read_text())
+
+
+def replace(lab, access_point: AccessPoint, days: int) -> None:
+    """A new certificate and key in the place of the old ones."""
+    issued = lab.authority.issue("renewed", mac=access_point.mac, days=days)
+    issued.key.rename(access_point.identity.key)
+    issued.certificate.rename(access_point.identity.certificate)
+
+
+def test_new_certificate_is_used_at_once_and_without_losses(lab):
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    lab.start()
+    before = expiry_at_controller(lab)
+    for round, days in enumerate((50, 60)):
+        replace(lab, access_point, days)
+        if round == 1:
+            access_point.running["apd"].signal(signal.SIGHUP)
+        for number in range(10 * round, 10 * round + 10):
+            associate(access_point, client_mac(number))
+        wait_until(lambda: len(events(lab.controller, "tunnel_up")) == round + 2, "there is a new tunnel")
+        wait_until(lambda: expiry_at_controller(lab) > before, "the controller has the new certificate")
+        before = expiry_at_controller(lab)
+        wait_until(lambda: f"{status(access_point)['certificate_expires']:%FT%TZ}" == before, "apd shows its end")
+    for number in range(20):
+        wait_for_association(lab, client_mac(number))
+    for program in ("apd", "client_mgr"):
+        lost = tomllib.loads((access_point.root / f"kx/{program}.status").read_text())["lost"]
+        assert not any(lost.values()), (program, lost)
+    assert all("was not sent" not in each["reason"] for each in events(lab.controller, "tunnel_down"))
+
+
+def test_certificate_that_ends_soon_is_told(lab):
+    lab.controller.identity = lab.authority.issue("controller", "127.0.0.1", days=6)
+    lab.controller.start()
+    wait_for_line(lab.controller.process.err, f"{lab.controller.identity.certificate}: the certificate ends at ")
+    assert "within 7 days" in lab.controller.process.err.read_text()
+    assert UTC.fullmatch(lab.controller.ask_json("stats")["certificate_expires"])
+    access_point = add_access_point(lab)
+    replace(lab, access_point, 20)
+    lab.start()
+    told = access_point.running["apd"].err
+    wait_for_line(told, "within 30 days")
+    replace(lab, access_point, 1)
+    wait_for_line(told, "within 1 day")
+    assert told.read_text().count("the certificate ends at ") == 2
