@@ -187,8 +187,8 @@ TEST_F(station_tracking, reports_the_return_of_a_pmf_station_by_the_kernels_flag
     vap_.assoc(anna);
     vap_.connected(anna);
     vap_.taken();
-    EXPECT_FALSE(vap_.tracker.has_open_return());
     vap_.reassoc(anna, elsewhere);
+    EXPECT_FALSE(vap_.tracker.has_open_return());
     vap_.tracker.kernel_gone(anna, vap_.now);
     vap_.tracker.kernel_station(anna, false, vap_.now);
     EXPECT_TRUE(vap_.tracker.has_open_return());
@@ -215,6 +215,7 @@ TEST_F(station_tracking, takes_a_station_that_gave_up_for_no_arrival) {
     vap_.assoc(ben);
     vap_.tracker.kernel_station(ben, false, vap_.now);
     vap_.tracker.kernel_gone(ben, vap_.now);
+    EXPECT_FALSE(vap_.tracker.has_open_return());
     vap_.wait(station_tracker::gone_limit + 1s);
     EXPECT_EQ(vap_.taken(), lines{});
 }
@@ -229,11 +230,22 @@ TEST_F(station_tracking, reports_a_station_that_the_kernel_lost) {
     vap_.connected(anna);
     vap_.taken();
     vap_.tracker.kernel_gone(anna, vap_.now);
+    EXPECT_FALSE(vap_.tracker.has_open_return());
     vap_.wait(station_tracker::gone_limit);
     EXPECT_EQ(vap_.taken(), lines{});
     vap_.tracker.kernel_gone(anna, vap_.now);  // a dump
     vap_.wait(1s);
     EXPECT_EQ(vap_.taken(), lines{anna_departs});
+}
+
+TEST_F(station_tracking, keeps_a_station_that_the_kernel_has_again) {
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    vap_.taken();
+    vap_.tracker.kernel_gone(anna, vap_.now);
+    vap_.tracker.kernel_station(anna, false, vap_.now);
+    vap_.wait(station_tracker::gone_limit + 1s);
+    EXPECT_EQ(vap_.taken(), lines{});
 }
 
 // SAE with a cached PMK: the reassociation is refused with status 53, and an association request follows.
@@ -267,6 +279,11 @@ TEST_F(station_tracking, remembers_a_request_while_eap_waits_for_a_user) {
     EXPECT_EQ(vap_.tracker.size(), 1U);
     vap_.connected(ben);
     EXPECT_EQ(vap_.taken(), (lines{anna_roams_in, "arrival 02:00:00:00:0b:02"}));
+    // Also before the request is removed from memory.
+    vap_.reassoc(ben, elsewhere);
+    vap_.now += station_tracker::request_life + 1s;
+    vap_.handshake(ben);
+    EXPECT_EQ(vap_.taken(), lines{});
 }
 
 // The old BSS reports the departure before the new one the arrival. The kernel lists the station at the old one for
