@@ -1,7 +1,8 @@
-// Authentication and key management (AKM) of a station.
+// Authentication and key management (AKM) of a station, and the name of its key.
 #ifndef RADIOD_AKM_H
 #define RADIOD_AKM_H
 
+#include <array>
 #include <cstdint>
 
 namespace radiod {
@@ -47,6 +48,8 @@ constexpr akm akm_of_selector(std::uint32_t selector) {
             return akm::other;
     }
 }
+
+using pmkid = std::array<std::uint8_t, 16>;
 
 }  // namespace radiod
 

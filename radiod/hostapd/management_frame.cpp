@@ -1,6 +1,7 @@
 #include "radiod/hostapd/management_frame.h"
 
 #include <algorithm>
+#include <array>
 
 namespace radiod {
 namespace {

@@ -2,7 +2,6 @@
 #ifndef RADIOD_HOSTAPD_MANAGEMENT_FRAME_H
 #define RADIOD_HOSTAPD_MANAGEMENT_FRAME_H
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -14,8 +13,6 @@
 namespace radiod {
 
 enum class frame_kind { auth, assoc_request, reassoc_request, disassoc, deauth };
-
-using pmkid = std::array<std::uint8_t, 16>;
 
 struct management_frame {
     frame_kind kind = frame_kind::auth;

@@ -14,7 +14,6 @@ namespace radiod {
 using kx::mac_address;
 
 using pmk = std::array<std::uint8_t, 32>;
-using pmkid = std::array<std::uint8_t, 16>;
 
 // The PMKID of a PMK that EAP made (IEEE 802.11-2020, 12.7.1.3): for 802.1X by HMAC-SHA-1, for 802.1X-SHA256 by
 // HMAC-SHA-256. None for every other suite: it has no PMK, or its PMKID is no function of the BSSID, or the PMK stays
