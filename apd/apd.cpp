@@ -57,6 +57,7 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
       config_watch_(base, config_file_, [this] { config_changed(); }),
       sockets_due_(base, -1, EV_PERSIST, [this] {
           restore_sockets();
+          config_watch_.check();
           certificates_.check_files();
       }) {
     if (auto period = kx::keep_alive_period(); period.count() > 0) {

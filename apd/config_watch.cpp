@@ -13,26 +13,34 @@ namespace apd {
 
 namespace {
 
-int watch_directory_of(const std::string &file) {
-    std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
+int make_inotify() {
     int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (fd < 0 || inotify_add_watch(fd, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
-        int error = errno;
-        if (fd >= 0) {
-            close(fd);
-        }
-        throw std::system_error(error, std::generic_category(), "watching " + directory.string());
+    if (fd < 0) {
+        throw std::system_error(errno, std::generic_category(), "inotify");
     }
     return fd;
+}
+
+int watch_directory(int inotify, const std::string &directory) {
+    return inotify_add_watch(inotify, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
 }
 
 }  // namespace
 
 config_watch::config_watch(event_base *base, const std::string &file, std::function<void()> on_change)
-    : name_(std::filesystem::path(file).filename()),
+    : file_(std::filesystem::absolute(file)),
+      seen_(kx::version_of(file_)),
+      directory_(std::filesystem::path(file_).parent_path()),
+      name_(std::filesystem::path(file_).filename()),
       on_change_(std::move(on_change)),
-      fd_(watch_directory_of(file)),
+      fd_(make_inotify()),
+      watched_(watch_directory(fd_, directory_)),
       readable_(base, fd_, EV_READ | EV_PERSIST, [this] { read_events(); }) {
+    if (watched_ < 0) {
+        int error = errno;
+        close(fd_);
+        throw std::system_error(error, std::generic_category(), "watching " + directory_);
+    }
     readable_.start();
 }
 
@@ -53,7 +61,23 @@ void config_watch::read_events() {
         }
     }
     if (changed) {
-        on_change_();
+        call();
+    }
+}
+
+void config_watch::call() {
+    seen_ = kx::version_of(file_);
+    on_change_();
+}
+
+void config_watch::check() {
+    // Has the same descriptor unless another directory is there now.
+    if (int watched = watch_directory(fd_, directory_); watched >= 0 && watched != watched_) {
+        inotify_rm_watch(fd_, watched_);
+        watched_ = watched;
+    }
+    if (kx::version_of(file_) != seen_) {
+        call();
     }
 }
 

@@ -1,7 +1,11 @@
-"""SIGHUP has the controller read its files anew, whatever is in them."""
+"""Files that are changed, or replaced in other ways, while the programs run."""
 
+import shutil
 import signal
 import subprocess
+import time
+
+import pytest
 
 from steps import add_access_point, events, wait_for_event, wait_for_line
 
@@ -63,3 +67,49 @@ def test_revoked_access_point_loses_its_tunnel_and_gets_no_other(lab, tmp_path):
     wait_for_line(revoked.running["apd"].err, "certificate revoked")
     wait_for_event(lab.controller, "tunnel_refused")
     assert [each["ap"] for each in lab.controller.ask_json("aps") if each["up"]] == [good.mac]
+
+
+@pytest.fixture
+def configuration(lab, tmp_path):
+    """Starts apd with a configuration whose directory is two symbolic links away, as Kubernetes mounts it."""
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    mount = tmp_path / "mount"
+    (mount / "first").mkdir(parents=True)
+    (mount / "first/ap.toml").write_text((access_point.root / "ap.toml").read_text())
+    (mount / "data").symlink_to("first")
+    (mount / "ap.toml").symlink_to("data/ap.toml")
+    access_point.start("apd", "--config", mount / "ap.toml")
+    wait_for_line(access_point.running["apd"].err, "waiting for client_mgr")
+    return access_point, mount
+
+
+def with_ssid(file, ssid):
+    return file.read_text().replace('"office"', f'"{ssid}"')
+
+
+def test_configuration_behind_a_link_that_is_replaced(configuration):
+    access_point, mount = configuration
+    told = access_point.running["apd"].err
+    for number in (1, 2):
+        (mount / f"next{number}").mkdir()
+        (mount / f"next{number}/ap.toml").write_text(with_ssid(mount / "first/ap.toml", f"new{number}"))
+        (mount / "data.new").symlink_to(f"next{number}")
+        (mount / "data.new").rename(mount / "data")
+        wait_for_line(told, "VAP wlan0 has changed", number)
+    assert told.read_text().count("VAP ") == 2
+
+
+def test_configuration_directory_that_is_made_anew(configuration):
+    access_point, mount = configuration
+    told = access_point.running["apd"].err
+    text = with_ssid(mount / "ap.toml", "new1")
+    shutil.rmtree(mount)
+    mount.mkdir()
+    (mount / "ap.toml").write_text(text)
+    wait_for_line(told, "VAP wlan0 has changed")
+    # From now on the new directory is watched.
+    start = time.monotonic()
+    (mount / "ap.toml").write_text(text.replace('"new1"', '"new2"'))
+    wait_for_line(told, "VAP wlan0 has changed", 2)
+    assert time.monotonic() - start < 2
