@@ -124,6 +124,20 @@ TEST(RadiusEap, AcceptWithoutALongKeyHasNoPmk) {
     EXPECT_FALSE(rig.keys[0].lifetime);
 }
 
+TEST(RadiusEap, FirstOfTwoKeysIsThePmk) {
+    core_rig rig;
+    const datagram request = eap_request(9);
+    rig.ask(request);
+    attributes added = both_keys(rig, numbered(32));
+    const attributes second = both_keys(rig, numbered(32, 0x99));
+    added.insert(added.end(), second.begin(), second.end());
+    rig.answer_last(code::access_accept, added);
+    EXPECT_EQ(key_for_hostapd(last_answer(rig, request), microsoft_type::mppe_recv_key, request),
+              kx::format_hex(numbered(32)));
+    ASSERT_EQ(rig.keys.size(), 1U);
+    EXPECT_EQ(kx::format_hex(rig.keys[0].pmk), kx::format_hex(numbered(32)));
+}
+
 TEST(RadiusEap, KeyInARejectIsNoPmk) {
     core_rig rig;
     const datagram request = eap_request(9);

@@ -1,6 +1,9 @@
 // Servers that do not answer.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
+
 #include "tests/unit/radius_rig.h"
 
 namespace radiod::radius {
@@ -108,6 +111,41 @@ TEST(RadiusFailover, ConversationStaysWithItsServer) {
     rig.answer_last(code::access_accept);
     rig.ask(eap_request(3));
     EXPECT_EQ(rig.asked().back(), 0U);
+}
+
+TEST(RadiusFailover, NewConversationBeginsWithThePreferredServer) {
+    core_rig rig(2);
+    rig.ask(eap_request(1));
+    rig.pass(3s);
+    rig.answer_last(code::access_challenge, {{type::state, {1}}});
+    rig.pass(server_choice::rest_time);
+    rig.ask(eap_request(2));  // the station has begun anew
+    EXPECT_EQ(rig.asked().back(), 0U);
+    rig.answer_last(code::access_accept);
+    rig.ask(eap_request(3, "\x01"));  // a State of before
+    EXPECT_EQ(rig.asked().back(), 0U);
+}
+
+TEST(RadiusFailover, RememberedConversationsAreBounded) {
+    constexpr unsigned most = 2048;
+    const auto request = [](unsigned station, const std::string &state) {
+        std::array<char, 18> text{};
+        std::snprintf(text.data(), text.size(), "02-00-00-00-%02X-%02X", station >> 8, station & 0xff);
+        return request_maker{.state = state, .station = text.data()}.make();
+    };
+    core_rig rig(2);
+    rig.ask(request(0, ""));
+    rig.pass(3s);
+    rig.answer_last(code::access_challenge);
+    for (unsigned station = 1; station <= most; station++) {
+        rig.ask(request(station, ""));
+        rig.answer_last(code::access_challenge);
+    }
+    rig.pass(server_choice::rest_time);
+    rig.ask(request(0, "state"));
+    EXPECT_EQ(rig.asked().back(), 0U);
+    rig.ask(request(most, "state"));
+    EXPECT_EQ(rig.asked().back(), 1U);
 }
 
 TEST(RadiusFailover, ConversationOfASilentServerMoves) {

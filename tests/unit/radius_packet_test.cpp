@@ -140,6 +140,22 @@ TEST(RadiusVerification, SecondMessageAuthenticatorIsWrong) {
     EXPECT_EQ(verify_request(packet::parse(text).value(), secret()), verdict::wrong_authenticator);
 }
 
+TEST(RadiusVerification, SecondMessageAuthenticatorIsWrongThoughItFits) {
+    datagram text(header_size);
+    text.insert(text.end(), {type::message_authenticator, 18});
+    text.resize(text.size() + authenticator_size, 0xaa);
+    text.insert(text.end(), {type::message_authenticator, 18});
+    text.resize(text.size() + authenticator_size);
+    text = with_length(text);
+    std::ranges::copy(hmac_md5(secret(), text), text.end() - authenticator_size);
+    EXPECT_EQ(verify_request(packet::parse(text).value(), secret()), verdict::wrong_authenticator);
+    text.erase(text.begin() + header_size, text.begin() + header_size + 18);
+    text = with_length(text);
+    std::ranges::fill(text.end() - authenticator_size, text.end(), std::uint8_t{0});
+    std::ranges::copy(hmac_md5(secret(), text), text.end() - authenticator_size);
+    EXPECT_EQ(verify_request(packet::parse(text).value(), secret()), verdict::good);
+}
+
 TEST(RadiusVerification, ShortMessageAuthenticatorIsWrong) {
     datagram text(header_size);
     text.insert(text.end(), {type::message_authenticator, 3, 0});

@@ -33,6 +33,7 @@ struct request_maker {
     std::string state{};           // empty: no State
     std::uint8_t forbidden = 0;    // the type of one attribute more, if it is not 0
     std::string secret = hostapd_secret;
+    std::string station = "02-00-00-00-00-0A";
 
     datagram make() const {
         static std::uint16_t number = 0;
@@ -40,7 +41,7 @@ struct request_maker {
         packet_builder builder(code::access_request, identifier);
         builder.add(type::user_name, radius_samples::as_bytes(user));
         builder.add(type::called_station_id, radius_samples::as_bytes("02-00-00-00-10-00:office"));
-        builder.add(type::calling_station_id, radius_samples::as_bytes("02-00-00-00-00-0A"));
+        builder.add(type::calling_station_id, radius_samples::as_bytes(station));
         if (!eap.empty()) {
             builder.add(type::eap_message, radius_samples::as_bytes(eap));
         }
