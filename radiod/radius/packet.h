@@ -76,7 +76,7 @@ public:
     std::uint8_t identifier() const { return text_[1]; }
     authenticator its_authenticator() const;
     bytes text() const { return text_; }
-    const attribute_list &attributes() const { return attributes_; }
+    attribute_list attributes() const { return attributes_; }
     // The first of that type.
     std::optional<bytes> find(std::uint8_t attribute_type) const;
     bool has(std::uint8_t attribute_type) const { return find(attribute_type).has_value(); }

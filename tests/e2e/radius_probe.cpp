@@ -3,7 +3,6 @@
 //   radius_probe SECRET [ADDRESS PORT SECRET]...
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <span>
 #include <string>
 
@@ -22,7 +21,7 @@ radius_settings settings_of(std::span<char *> words) {
     radius_settings settings{.port = 0, .secret = words[0], .upstream = {}};
     for (words = words.subspan(1); words.size() >= 3; words = words.subspan(3)) {
         settings.upstream.push_back(
-            {.address = words[0], .port = static_cast<std::uint16_t>(std::atoi(words[1])), .secret = words[2]});
+            {.address = words[0], .port = static_cast<std::uint16_t>(std::stoul(words[1])), .secret = words[2]});
     }
     return settings;
 }

@@ -234,8 +234,8 @@ private:
 
 }  // namespace
 
-void fuzz_one(std::span<const uint8_t> input) {
-    fuzz::input in(input);
+void fuzz_one(std::span<const uint8_t> bytes) {
+    fuzz::input in(bytes);
     service_rig rig(in.byte() % (SERVER_SECRETS.size() + 1));
     for (unsigned i = 0; i < EVENTS_MAX && !in.empty(); i++) {
         const uint8_t kind = in.byte();

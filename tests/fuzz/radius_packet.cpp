@@ -64,12 +64,12 @@ void check_translation(const packet &read) {
 
 }  // namespace
 
-void fuzz_one(std::span<const uint8_t> text) {
-    const auto read = packet::parse(text);
+void fuzz_one(std::span<const uint8_t> bytes) {
+    const auto read = packet::parse(bytes);
     if (!read) {
         return;
     }
-    fuzz::require(read->text().size() <= text.size(), "a packet is not longer than its datagram");
+    fuzz::require(read->text().size() <= bytes.size(), "a packet is not longer than its datagram");
     verify_request(*read, SECRET);
     check_building(*read);
     check_translation(*read);
