@@ -126,10 +126,15 @@ void access_point::serve_driver() {
     for (const vap &each : vaps_) {
         ifnames.push_back(each.ifname());
     }
-    driver_.emplace(base_, ifnames, [this](std::size_t index, std::uint32_t request, auto data) {
-        return answer_driver(index, request, data);
-    });
-    daemon_.request_loads();
+    try {
+        driver_.emplace(base_, ifnames, [this](std::size_t index, std::uint32_t request, auto data) {
+            return answer_driver(index, request, data);
+        });
+        daemon_.request_loads();
+    } catch (const std::runtime_error &error) {
+        kx::report(std::string(error.what()) + "; client_mgr has no driver service");
+        start_limit_.start(start_limit);
+    }
 }
 
 kx::driver_answer access_point::answer_driver(std::size_t vap_index, std::uint32_t request,
@@ -218,7 +223,7 @@ void access_point::set_deadline() {
 void access_point::session_began(const radius::session_key &session) {
     const auto lifetime = std::min(session.lifetime.value_or(pmk_lifetime), pmk_lifetime);
     details_.write(kx::format_mac(session.station) + ": EAP made a PMK");
-    keys_.remember(session.station, session.pmk, session.bssid, lifetime, clock::now());
+    remember_pmk(session.station, session.pmk, session.bssid, lifetime);
     if (vap *at = find_vap(session.bssid)) {
         at->made_pmk(session.station);
     }
@@ -249,8 +254,17 @@ void access_point::pmk_fetched(const kx::pmk_answer &answer) {
         return;
     }
     details_.write(kx::format_mac(answer.client) + ": its PMK was fetched");
-    keys_.remember(answer.client, answer.pmk, answer.bssid, pmk_lifetime, clock::now());
+    remember_pmk(answer.client, answer.pmk, answer.bssid, pmk_lifetime);
     install_pmk(*at, answer.client, answer.pmk, pmk_lifetime);
+}
+
+// What any VAP's hostapd had before is of no use to the station.
+void access_point::remember_pmk(const mac_address &station, const pmk &key, const mac_address &bssid,
+                                std::chrono::seconds lifetime) {
+    keys_.remember(station, key, bssid, lifetime, clock::now());
+    for (vap &each : vaps_) {
+        each.lost_pmk(station);
+    }
 }
 
 void access_point::install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime) {
@@ -277,7 +291,11 @@ void access_point::tick() {
     for (vap &each : vaps_) {
         each.tick();
     }
-    keys_.expire(clock::now());
+    const auto now = clock::now();
+    keys_.expire(now);
+    for (vap &each : vaps_) {
+        each.keep_pmks([&](const mac_address &station) { return keys_.find(station, now).has_value(); });
+    }
     try {
         commands_.restore();
     } catch (const std::system_error &error) {

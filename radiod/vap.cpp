@@ -132,10 +132,19 @@ void vap::find_interface() {
     }
     if (!addresses_ || addresses_->is_lost() || found->index != ifindex_) {
         ifindex_ = found->index;
+        watch_addresses();
+    }
+}
+
+void vap::watch_addresses() {
+    try {
         addresses_.emplace(with_.base, place_.ifname);
         addresses_->on_address = [this](const mac_address &station, std::uint32_t ip) {
             with_.announcements.has_address(place_, station, ip);
         };
+    } catch (const std::system_error &error) {
+        addresses_.reset();
+        kx::report(place_.ifname + ": stations' addresses cannot be seen: " + error.what());
     }
 }
 
@@ -261,6 +270,9 @@ void vap::tick() {
     ++ticks_;
     std::erase_if(sent_away_, [now](const auto &each) { return each.second + sent_away_time <= now; });
     acl_.expire(now);
+    if (addresses_ && addresses_->is_lost()) {
+        find_interface();
+    }
     if (!hostapd_.is_up()) {
         if (stations_) {
             stations_->expire(now);

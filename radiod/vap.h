@@ -66,6 +66,12 @@ public:
     // hostapd has the station's PMK: EAP made it there, or it was installed.
     bool has_pmk(const mac_address &station) const { return keyed_.contains(station); }
     void made_pmk(const mac_address &station) { keyed_.insert(station); }
+    // It has none, or an old one.
+    void lost_pmk(const mac_address &station) { keyed_.erase(station); }
+    template <class Predicate>
+    void keep_pmks(Predicate is_kept) {
+        std::erase_if(keyed_, [&](const mac_address &station) { return !is_kept(station); });
+    }
     // `done` is called when hostapd has taken or refused the PMK.
     void install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
                      std::function<void()> done);
@@ -90,6 +96,7 @@ private:
     void hostapd_down();
     void hostapd_reported(const hostapd_event &event);
     void find_interface();
+    void watch_addresses();
     void read_key_management(std::optional<std::string_view> configuration);
     void synchronise();
     void station_arrived(const arrival &event);
