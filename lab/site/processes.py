@@ -31,12 +31,12 @@ def environment_for(root: Path | None) -> dict[str, str]:
 class Process:
     """A running program. Its output is appended to `<directory>/<program>.out` and `<program>.err`."""
 
-    def __init__(self, executable: Path, arguments: Sequence[object], directory: Path,
-                 environment: dict[str, str]) -> None:
+    def __init__(self, executable: Path, arguments: Sequence[object], directory: Path, environment: dict[str, str],
+                 launcher: Sequence[object] = ()) -> None:
         self.name = f"{directory.name}/{executable.name}"
         self.out = directory / f"{executable.name}.out"
         self.err = directory / f"{executable.name}.err"
-        argv = [str(word) for word in (executable, *arguments)]
+        argv = [str(word) for word in (*launcher, executable, *arguments)]
         parent = os.getpid()
 
         def prepare() -> None:
@@ -82,10 +82,11 @@ def last_line(file: Path) -> str:
 
 
 class Processes:
-    """All processes of one lab."""
+    """All processes of one lab. `launcher` is a command that becomes the program, such as one of ip-netns(8)."""
 
-    def __init__(self, programs: Path) -> None:
+    def __init__(self, programs: Path, launcher: Sequence[object] = ()) -> None:
         self.programs = programs
+        self.launcher = launcher
         self.all: list[Process] = []
 
     def start(self, program: str, arguments: Sequence[object], directory: Path, root: Path | None = None) -> Process:
@@ -93,7 +94,7 @@ class Processes:
         executable = self.programs / program
         if not os.access(executable, os.X_OK):
             raise LabFailure(f"{executable}: no such program")
-        process = Process(executable, arguments, directory, environment_for(root))
+        process = Process(executable, arguments, directory, environment_for(root), self.launcher)
         self.all.append(process)
         return process
 

@@ -1,0 +1,89 @@
+"""The machine's wired network, access points and stations, which all cases share; their programs are each case's own."""
+
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parents[2]))
+
+from nodes.access_point_node import AccessPointNode  # noqa: E402
+from nodes.station_node import StationNode  # noqa: E402
+from nodes.traffic import EchoServer  # noqa: E402
+from nodes.wire import Wire  # noqa: E402
+
+from lab.site.authority import Authority  # noqa: E402
+from lab.site.processes import Processes  # noqa: E402
+
+SITE = Path("/run/site")
+ACCESS_POINTS = 2
+STATIONS = 2
+LOG_LINES = 120  # of each program, when a case fails
+
+
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--bin", type=Path, required=True, help="directory of the programs")
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
+    outcome = yield
+    report = outcome.get_result()
+    if report.failed:
+        for file in sorted(SITE.rglob("*.out")) + sorted(SITE.rglob("*.err")) + sorted(SITE.rglob("*.log")):
+            lines = file.read_text(errors="replace").splitlines()[-LOG_LINES:]
+            if lines:
+                report.sections.append((str(file.relative_to(SITE)), "\n".join(lines)))
+
+
+@pytest.fixture(scope="session")
+def programs(request: pytest.FixtureRequest) -> Path:
+    return request.config.getoption("--bin")
+
+
+@pytest.fixture(scope="session")
+def authority() -> Authority:
+    keys = SITE / "keys"
+    keys.mkdir(mode=0o700, parents=True)
+    return Authority(keys)
+
+
+@pytest.fixture(scope="session")
+def wire() -> Iterator[Wire]:
+    servers = Processes(Path("/usr/bin"))
+    made = Wire(servers, SITE / "wire")
+    made.start_dhcp()
+    yield made
+    servers.end()
+
+
+@pytest.fixture(scope="session")
+def echo() -> EchoServer:
+    return EchoServer()
+
+
+@pytest.fixture(scope="session")
+def all_access_points(wire: Wire) -> list[AccessPointNode]:
+    return [AccessPointNode(number, wire, SITE) for number in range(1, ACCESS_POINTS + 1)]
+
+
+@pytest.fixture(scope="session")
+def all_stations(all_access_points: list[AccessPointNode]) -> list[StationNode]:
+    return [StationNode(number, ACCESS_POINTS + number - 1, SITE) for number in range(1, STATIONS + 1)]
+
+
+@pytest.fixture
+def access_points(all_access_points: list[AccessPointNode]) -> Iterator[list[AccessPointNode]]:
+    """Their hostapds are not running yet."""
+    yield all_access_points
+    for each in all_access_points:
+        each.stop()
+
+
+@pytest.fixture
+def stations(all_stations: list[StationNode]) -> Iterator[list[StationNode]]:
+    """Their programs are not running yet."""
+    yield all_stations
+    for each in all_stations:
+        each.stop()

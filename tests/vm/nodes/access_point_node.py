@@ -1,0 +1,106 @@
+"""One access point: a namespace with a radio, a cable, a bridge for each VLAN, and hostapd."""
+
+import re
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from nodes.air import RadioHardware
+from nodes.control_socket import ControlSocket, try_to_attach
+from nodes.namespace import Namespace
+from nodes.network_kinds import NetworkKind
+from nodes.radius_server import PORT, SECRET
+from nodes.wire import ADDRESS, VLANS, Wire
+
+from lab.site.processes import Process, Processes
+from lab.site.waiting import wait_until
+
+CHANNELS = (1, 6)
+FREQUENCIES = "2412 2437"
+
+
+@dataclass(frozen=True)
+class Vap:
+    """One BSS of an access point's radio."""
+
+    kind: NetworkKind
+    ssid: str
+    vlan: int = 10
+    settings: tuple[str, ...] = ()  # further lines of hostapd.conf
+
+
+class AccessPointNode:
+    """Number 1 and so on, at the wired address 10.0.0.10 and so on, with the radio `number` - 1."""
+
+    def __init__(self, number: int, wire: Wire, directory: Path) -> None:
+        self.name = f"ap{number}"
+        self.directory = directory / self.name
+        self.directory.mkdir(parents=True)
+        self.address = f"10.0.0.{9 + number}"
+        self.channel = CHANNELS[(number - 1) % len(CHANNELS)]
+        self.namespace = Namespace(self.name)
+        self.radio = RadioHardware(number - 1, self.namespace)
+        wire.plug_in(self.namespace, 9 + number)
+        for vlan in VLANS:
+            self._make_bridge(vlan)
+        self.processes = Processes(Path("/usr/sbin"), self.namespace.launcher)
+        self.hostapd_process: Process | None = None
+        self.hostapd: dict[str, ControlSocket] = {}  # of each interface
+
+    def _make_bridge(self, vlan: int) -> None:
+        bridge, uplink = f"br{vlan}", f"eth0.{vlan}"
+        self.namespace.ip(f"link add link eth0 name {uplink} type vlan id {vlan}", f"link add {bridge} type bridge",
+                          f"link set {uplink} master {bridge} up", f"link set {bridge} up")
+
+    @staticmethod
+    def interface(index: int) -> str:
+        return f"wlan0_{index}" if index else "wlan0"
+
+    def bssid(self, index: int = 0) -> str:
+        return self.radio.mac[:-2] + f"{index:02x}"
+
+    def start_hostapd(self, *vaps: Vap) -> None:
+        configuration = self.directory / "hostapd.conf"
+        configuration.write_text("".join(f"{line}\n" for line in self._configuration(vaps)))
+        self.hostapd_process = self.processes.start("hostapd", ["-t", "-d", configuration], self.directory)
+        self.attach_to_hostapd(len(vaps))
+
+    def attach_to_hostapd(self, vaps: int) -> None:
+        """Returns when it answers and its BSSs are up."""
+        self.hostapd = {name: self._attach(name) for name in map(self.interface, range(vaps))}
+        wait_until(lambda: self.hostapd["wlan0"].status()["state"] == "ENABLED", f"{self.name}: hostapd is up",
+                   log=self.hostapd_process.out, check=self.hostapd_process.check_runs)
+
+    def _attach(self, interface: str) -> ControlSocket:
+        return wait_until(lambda: try_to_attach(self.directory / "hostapd" / interface),
+                          f"{self.name}: hostapd serves {interface}", log=self.hostapd_process.out,
+                          check=self.hostapd_process.check_runs)
+
+    def _configuration(self, vaps: Sequence[Vap]) -> list[str]:
+        lines = ["driver=nl80211", "hw_mode=g", f"channel={self.channel}", "ieee80211n=1", "logger_syslog=0"]
+        for index, vap in enumerate(vaps):
+            lines += [f"{'bss' if index else 'interface'}={self.interface(index)}", f"bssid={self.bssid(index)}",
+                      f"ssid={vap.ssid}", f"bridge=br{vap.vlan}", f"ctrl_interface={self.directory / 'hostapd'}",
+                      "notify_mgmt_frames=1", f"nas_identifier={self.name}-{index}",
+                      f"own_ip_addr={self.address}", f"r1_key_holder={self.bssid(index).replace(':', '')}",
+                      *self._radius_client(), *vap.kind.access_point, *vap.settings]
+        return lines
+
+    def _radius_client(self) -> list[str]:
+        return [f"auth_server_addr={ADDRESS}", f"auth_server_port={PORT}", f"auth_server_shared_secret={SECRET}"]
+
+    def authorized(self, interface: str = "wlan0") -> list[str]:
+        """The stations that the kernel lets send."""
+        dump = self.namespace.run("iw", "dev", interface, "station", "dump")
+        entries = re.findall(r"^Station (\S+) .*\n((?:\t.*\n?)*)", dump, re.MULTILINE)
+        return [mac for mac, fields in entries if re.search(r"authorized:\s*yes", fields)]
+
+    def has_station(self, mac: str, interface: str = "wlan0") -> bool:
+        """Whether hostapd has it as authorized."""
+        return "[AUTHORIZED]" in self.hostapd[interface].request(f"STA {mac}")
+
+    def stop(self) -> None:
+        for each in self.hostapd.values():
+            each.close()
+        self.hostapd.clear()
+        self.processes.end()

@@ -1,0 +1,25 @@
+"""The simulated radios (mac80211_hwsim), which hear each other across network namespaces."""
+
+from pathlib import Path
+
+from nodes.namespace import Namespace, run
+
+DEBUG = Path("/sys/kernel/debug/ieee80211")
+HEARD_BY_ALL, HEARD_BY_NONE = 1, 2
+
+
+class RadioHardware:
+    """Radio `number`, moved to a namespace, where its interface gets the name wlan0."""
+
+    def __init__(self, number: int, namespace: Namespace) -> None:
+        self.mac = f"02:00:00:00:{number:02x}:00"
+        self._group = DEBUG / f"phy{number}/hwsim/group"
+        run("iw", "phy", f"phy{number}", "set", "netns", "name", namespace.name)
+        namespace.ip(f"link set wlan{number} name wlan0")
+
+    def go_out_of_range(self) -> None:
+        """Frames in flight are lost, and nobody is told."""
+        self._group.write_text(str(HEARD_BY_NONE))
+
+    def come_into_range(self) -> None:
+        self._group.write_text(str(HEARD_BY_ALL))

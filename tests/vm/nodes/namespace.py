@@ -1,0 +1,57 @@
+"""A network namespace, its programs and sockets."""
+
+import ctypes
+import os
+import socket
+import subprocess
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+CLONE_NEWNET = 0x40000000  # linux/sched.h
+NAMES = Path("/run/netns")
+
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+def run(*words: object) -> str:
+    """Runs a program of the root namespace. Returns its output."""
+    done = subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False)
+    assert done.returncode == 0, f"{' '.join(done.args)}: {done.stderr.strip() or done.stdout.strip()}"
+    return done.stdout
+
+
+class Namespace:
+    def __init__(self, name: str) -> None:
+        self.name = name
+        self.launcher = ("ip", "netns", "exec", name)
+        run("ip", "netns", "add", name)
+        self.ip("link set lo up")
+
+    def run(self, *words: object) -> str:
+        return run(*self.launcher, *words)
+
+    def ip(self, *commands: str) -> None:
+        """Runs the commands of ip(8) in one process."""
+        done = subprocess.run(["ip", "-n", self.name, "-batch", "-"], input="\n".join(commands), capture_output=True,
+                              text=True, check=False)
+        assert done.returncode == 0, f"{self.name}: {done.stderr}"
+
+    def socket(self, *arguments: int) -> socket.socket:
+        """A socket of this namespace, for a process that stays in its own."""
+        with self._entered():
+            return socket.socket(*arguments)
+
+    @contextmanager
+    def _entered(self) -> Iterator[None]:
+        with open("/proc/thread-self/ns/net") as own, open(NAMES / self.name) as other:
+            enter(other.fileno())
+            try:
+                yield
+            finally:
+                enter(own.fileno())
+
+
+def enter(descriptor: int) -> None:
+    if _libc.setns(descriptor, CLONE_NEWNET) != 0:
+        raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))

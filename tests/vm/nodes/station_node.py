@@ -1,0 +1,108 @@
+"""One station: a namespace with a radio, wpa_supplicant and a DHCP client."""
+
+from pathlib import Path
+
+from nodes.access_point_node import FREQUENCIES
+from nodes.air import RadioHardware
+from nodes.control_socket import ControlSocket, try_to_attach
+from nodes.namespace import Namespace
+from nodes.network_kinds import NetworkKind
+
+from lab.site.processes import Process, Processes
+from lab.site.waiting import wait_until
+
+INTERFACE = "wlan0"
+DHCP_SCRIPT = Path(__file__).with_name("udhcpc_script")
+
+
+class StationNode:
+    """Its radio has the number `radio`."""
+
+    def __init__(self, number: int, radio: int, directory: Path) -> None:
+        self.name = f"sta{number}"
+        self.directory = directory / self.name
+        self.directory.mkdir(parents=True)
+        self.namespace = Namespace(self.name)
+        # The kernel would drop the neighbour table at each roam and find the gateway anew for a second.
+        self.namespace.run("sysctl", "-qw", "net.ipv4.conf.all.arp_evict_nocarrier=0",
+                           "net.ipv4.conf.default.arp_evict_nocarrier=0")
+        self.radio = RadioHardware(radio, self.namespace)
+        self.mac = self.radio.mac
+        self.processes = Processes(Path("/usr/sbin"), self.namespace.launcher)
+        self.supplicant_process: Process | None = None
+        self.supplicant: ControlSocket | None = None
+
+    def start(self, ssid: str, kind: NetworkKind, bssid: str = "any", *settings: str) -> None:
+        """Starts wpa_supplicant, which looks for the network, for one access point's when `bssid` is given."""
+        configuration = self.directory / "wpa_supplicant.conf"
+        block = [f'ssid="{ssid}"', f"bssid={bssid}", f"scan_freq={FREQUENCIES}", *kind.station, *settings]
+        configuration.write_text(f"ctrl_interface={self.directory / 'control'}\n"
+                                 + "network={\n" + "".join(f"    {line}\n" for line in block) + "}\n")
+        self.supplicant_process = self.processes.start(
+            "wpa_supplicant", ["-t", "-D", "nl80211", "-i", INTERFACE, "-c", configuration], self.directory)
+        self.supplicant = wait_until(lambda: try_to_attach(self.directory / "control" / INTERFACE),
+                                     f"{self.name}: wpa_supplicant answers", log=self.supplicant_process.out,
+                                     check=self.supplicant_process.check_runs)
+
+    def is_connected(self, bssid: str | None = None) -> bool:
+        status = self.supplicant.status()
+        return status.get("wpa_state") == "COMPLETED" and bssid in (None, status["bssid"])
+
+    def wait_until_connected(self, bssid: str | None = None, seconds: float = 30) -> None:
+        wait_until(lambda: self.is_connected(bssid), f"{self.name} is connected to {bssid or 'the network'}", seconds,
+                   self.supplicant_process.out)
+
+    def connect(self, ssid: str, kind: NetworkKind, bssid: str, *settings: str) -> None:
+        """Associates with this access point. It may roam afterwards."""
+        self.start(ssid, kind, bssid, *settings)
+        self.wait_until_connected(bssid)
+        self.supplicant.command("SET_NETWORK 0 bssid any")
+
+    def roam(self, bssid: str) -> None:
+        """A station gives up after 340 ms without an answer, and then connects anew to any access point."""
+        def try_to_roam() -> bool:
+            mark = self.supplicant.mark()
+            self.supplicant.command(f"ROAM {bssid}")
+            return bssid in self.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
+
+        if not self.supplicant.request(f"BSS {bssid}"):
+            self._scan_for(bssid)
+        wait_until(try_to_roam, f"{self.name} roams to {bssid}", 40, self.supplicant_process.out)
+
+    def _scan_for(self, bssid: str) -> None:
+        def heard() -> bool:
+            mark = self.supplicant.mark()
+            if self.supplicant.request("SCAN").strip() == "OK":
+                self.supplicant.wait_for("CTRL-EVENT-SCAN-RESULTS", mark)
+            return bool(self.supplicant.request(f"BSS {bssid}"))
+
+        wait_until(heard, f"{self.name} hears {bssid}", log=self.supplicant_process.out)
+
+    def leave(self) -> None:
+        self.supplicant.command("DISCONNECT")
+
+    def come_back(self) -> None:
+        self.supplicant.command("RECONNECT")
+
+    def count_eap(self) -> int:
+        """How often an authentication server has accepted it."""
+        return self.supplicant.count("CTRL-EVENT-EAP-SUCCESS")
+
+    def get_address(self) -> str:
+        """Asks for an address by DHCP until it has one."""
+        self.namespace.run("busybox", "udhcpc", "-i", INTERFACE, "-f", "-n", "-q", "-t", "20", "-T", "1",
+                           "-s", DHCP_SCRIPT)
+        words = self.namespace.run("ip", "-4", "-o", "addr", "show", "dev", INTERFACE).split()
+        return words[words.index("inet") + 1].partition("/")[0]
+
+    def reaches(self, address: str) -> bool:
+        with_reply = self.namespace.run("busybox", "ping", "-c", "3", "-W", "3", address)
+        return ", 0% packet loss" in with_reply
+
+    def stop(self) -> None:
+        if self.supplicant:
+            self.supplicant.close()
+            self.supplicant = None
+        self.processes.end()
+        self.radio.come_into_range()
+        self.namespace.run("ip", "addr", "flush", "dev", INTERFACE)

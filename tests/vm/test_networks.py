@@ -1,0 +1,91 @@
+"""hostapd and stations of each kind by themselves: what the other cases rest on."""
+
+from collections.abc import Callable, Iterator
+from pathlib import Path
+
+import pytest
+from nodes import network_kinds
+from nodes.access_point_node import AccessPointNode, Vap
+from nodes.network_kinds import NetworkKind
+from nodes.radius_server import start_freeradius, start_hostapd_server
+from nodes.station_node import StationNode
+from nodes.traffic import EchoServer, Traffic
+from nodes.wire import address_in
+
+from lab.site.authority import Authority
+from lab.site.processes import Process, Processes
+from lab.site.waiting import wait_until
+
+SSID = "office"
+
+
+@pytest.fixture
+def radius(authority: Authority, tmp_path: Path) -> Iterator[Callable[..., Process]]:
+    """Starts a server."""
+    processes = Processes(Path("/usr/sbin"))
+    yield lambda start: start(processes, tmp_path, authority)
+    processes.end()
+
+
+def start_network(access_points: list[AccessPointNode], kind: NetworkKind) -> None:
+    for each in access_points:
+        each.start_hostapd(Vap(kind, SSID))
+
+
+@pytest.mark.parametrize("kind", network_kinds.ALL, ids=str)
+def test_station_associates_and_roams_with_traffic(kind: NetworkKind, access_points: list[AccessPointNode],
+                                                   stations: list[StationNode], echo: EchoServer, radius) -> None:
+    first, second = access_points
+    station = stations[0]
+    if kind.has_8021x:
+        radius(start_hostapd_server)
+    start_network(access_points, kind)
+    station.connect(SSID, kind, first.bssid())
+    assert first.has_station(station.mac)
+    assert first.authorized() == [station.mac]
+    assert station.get_address().startswith("10.0.10.")
+    with Traffic(station.namespace, address_in(10), echo.port) as traffic:
+        station.roam(second.bssid())
+        traffic.wait_for_more()
+        station.roam(first.bssid())
+        traffic.wait_for_more()
+    assert traffic.is_complete
+    print(f"longest gap: {traffic.longest_gap:.2f} s")
+
+
+def test_freeradius_authenticates(access_points: list[AccessPointNode], stations: list[StationNode], radius) -> None:
+    server = radius(start_freeradius)
+    start_network(access_points[:1], network_kinds.EAP)
+    station = stations[0]
+    station.connect(SSID, network_kinds.EAP, access_points[0].bssid())
+    assert "Login OK: [bob]" in server.out.read_text()
+
+
+def test_station_out_of_range_comes_back(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
+    access_point, station = access_points[0], stations[0]
+    access_point.start_hostapd(Vap(network_kinds.PSK, SSID))
+    station.connect(SSID, network_kinds.PSK, access_point.bssid())
+    station.radio.go_out_of_range()
+    wait_until(lambda: not station.is_connected(), "the station notices that it is alone")
+    assert access_point.has_station(station.mac)
+    station.radio.come_into_range()
+    station.wait_until_connected()
+
+
+def test_station_leaves(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
+    access_point, station = access_points[0], stations[0]
+    access_point.start_hostapd(Vap(network_kinds.OPEN, SSID))
+    station.connect(SSID, network_kinds.OPEN, access_point.bssid())
+    station.leave()
+    access_point.hostapd["wlan0"].wait_for(f"AP-STA-DISCONNECTED {station.mac}")
+    assert access_point.authorized() == []
+
+
+def test_two_networks_on_one_radio(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
+    access_point = access_points[0]
+    kinds = (network_kinds.PSK, network_kinds.OPEN)
+    access_point.start_hostapd(Vap(kinds[0], "office", 10), Vap(kinds[1], "guest", 20))
+    for index, (ssid, vlan) in enumerate((("office", 10), ("guest", 20))):
+        stations[index].connect(ssid, kinds[index], access_point.bssid(index))
+        assert stations[index].get_address().startswith(f"10.0.{vlan}.")
+        assert stations[index].reaches(address_in(vlan))
