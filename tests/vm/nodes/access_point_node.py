@@ -62,7 +62,7 @@ class AccessPointNode:
     def start_hostapd(self, *vaps: Vap) -> None:
         configuration = self.directory / "hostapd.conf"
         configuration.write_text("".join(f"{line}\n" for line in self._configuration(vaps)))
-        self.hostapd_process = self.processes.start("hostapd", ["-t", "-d", configuration], self.directory)
+        self.hostapd_process = self.processes.start("hostapd", ["-t", configuration], self.directory)
         self.attach_to_hostapd(len(vaps))
 
     def attach_to_hostapd(self, vaps: int) -> None:
