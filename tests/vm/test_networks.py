@@ -40,7 +40,7 @@ def test_station_associates_and_roams_with_traffic(kind: NetworkKind, access_poi
     if kind.has_8021x:
         radius(start_hostapd_server)
     start_network(access_points, kind)
-    station.connect(SSID, kind, first.bssid())
+    station.connect(SSID, kind, first)
     assert first.has_station(station.mac)
     assert first.authorized() == [station.mac]
     assert station.get_address().startswith("10.0.10.")
@@ -57,14 +57,14 @@ def test_freeradius_authenticates(access_points: list[AccessPointNode], stations
     server = radius(start_freeradius)
     start_network(access_points[:1], network_kinds.EAP)
     station = stations[0]
-    station.connect(SSID, network_kinds.EAP, access_points[0].bssid())
+    station.connect(SSID, network_kinds.EAP, access_points[0])
     assert "Login OK: [bob]" in server.out.read_text()
 
 
 def test_station_out_of_range_comes_back(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
     access_point, station = access_points[0], stations[0]
     access_point.start_hostapd(Vap(network_kinds.PSK, SSID))
-    station.connect(SSID, network_kinds.PSK, access_point.bssid())
+    station.connect(SSID, network_kinds.PSK, access_point)
     station.radio.go_out_of_range()
     wait_until(lambda: not station.is_connected(), "the station notices that it is alone")
     assert access_point.has_station(station.mac)
@@ -75,7 +75,7 @@ def test_station_out_of_range_comes_back(access_points: list[AccessPointNode], s
 def test_station_leaves(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
     access_point, station = access_points[0], stations[0]
     access_point.start_hostapd(Vap(network_kinds.OPEN, SSID))
-    station.connect(SSID, network_kinds.OPEN, access_point.bssid())
+    station.connect(SSID, network_kinds.OPEN, access_point)
     station.leave()
     access_point.hostapd["wlan0"].wait_for(f"AP-STA-DISCONNECTED {station.mac}")
     assert access_point.authorized() == []
@@ -86,6 +86,6 @@ def test_two_networks_on_one_radio(access_points: list[AccessPointNode], station
     kinds = (network_kinds.PSK, network_kinds.OPEN)
     access_point.start_hostapd(Vap(kinds[0], "office", 10), Vap(kinds[1], "guest", 20))
     for index, (ssid, vlan) in enumerate((("office", 10), ("guest", 20))):
-        stations[index].connect(ssid, kinds[index], access_point.bssid(index))
+        stations[index].connect(ssid, kinds[index], access_point, index)
         assert stations[index].get_address().startswith(f"10.0.{vlan}.")
         assert stations[index].reaches(address_in(vlan))

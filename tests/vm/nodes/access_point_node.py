@@ -89,15 +89,15 @@ class AccessPointNode:
     def _radius_client(self) -> list[str]:
         return [f"auth_server_addr={ADDRESS}", f"auth_server_port={PORT}", f"auth_server_shared_secret={SECRET}"]
 
-    def authorized(self, interface: str = "wlan0") -> list[str]:
-        """The stations that the kernel lets send."""
-        dump = self.namespace.run("iw", "dev", interface, "station", "dump")
+    def authorized(self, index: int = 0) -> list[str]:
+        """The stations of VAP `index` that the kernel lets send."""
+        dump = self.namespace.run("iw", "dev", self.interface(index), "station", "dump")
         entries = re.findall(r"^Station (\S+) .*\n((?:\t.*\n?)*)", dump, re.MULTILINE)
         return [mac for mac, fields in entries if re.search(r"authorized:\s*yes", fields)]
 
-    def has_station(self, mac: str, interface: str = "wlan0") -> bool:
-        """Whether hostapd has it as authorized."""
-        return "[AUTHORIZED]" in self.hostapd[interface].request(f"STA {mac}")
+    def has_station(self, mac: str, index: int = 0) -> bool:
+        """Whether hostapd's VAP `index` has it as authorized."""
+        return "[AUTHORIZED]" in self.hostapd[self.interface(index)].request(f"STA {mac}")
 
     def stop(self) -> None:
         for each in self.hostapd.values():

@@ -2,7 +2,7 @@
 
 from pathlib import Path
 
-from nodes.access_point_node import FREQUENCIES
+from nodes.access_point_node import FREQUENCIES, AccessPointNode
 from nodes.air import RadioHardware
 from nodes.control_socket import ControlSocket, try_to_attach
 from nodes.namespace import Namespace
@@ -53,17 +53,19 @@ class StationNode:
         wait_until(lambda: self.is_connected(bssid), f"{self.name} is connected to {bssid or 'the network'}", seconds,
                    self.supplicant_process.out)
 
-    def connect(self, ssid: str, kind: NetworkKind, bssid: str, *settings: str) -> None:
-        """Associates with this access point. It may roam afterwards."""
-        self.start(ssid, kind, bssid, *settings)
-        wait_until(lambda: self._try_to_connect(bssid), f"{self.name} is connected to {bssid}", 40,
+    def connect(self, ssid: str, kind: NetworkKind, access_point: AccessPointNode, index: int = 0,
+                *settings: str) -> None:
+        """Associates with this access point's VAP `index`. It may roam afterwards."""
+        self.start(ssid, kind, access_point.bssid(index), *settings)
+        wait_until(lambda: self._try_to_connect(access_point, index), f"{self.name} is connected to {ssid}", 40,
                    self.supplicant_process.out)
         self.supplicant.command("SET_NETWORK 0 bssid any")
 
-    def _try_to_connect(self, bssid: str) -> bool:
-        """An access point that needs more than 200 ms to answer has each request twice, and keys of its own."""
+    def _try_to_connect(self, access_point: AccessPointNode, index: int) -> bool:
+        """hostapd's first key exchange takes so long here that it has the request twice, and other keys at the end."""
         try:
-            self.wait_until_connected(bssid, 12)
+            wait_until(lambda: self.is_connected() and access_point.has_station(self.mac, index),
+                       f"{self.name} and {access_point.name} agree", 10)
         except LabFailure:
             self.supplicant.command("REASSOCIATE")
             return False
