@@ -1,11 +1,16 @@
 #include "controller/access_points.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace controller {
 
-access_point_link access_points::remove(tunnel_id id) { return std::move(links_.extract(id).mapped()); }
+access_point_link access_points::remove(tunnel_id id) {
+    access_point_link gone = std::move(links_.extract(id).mapped());
+    if (gone.ap && tunnel_of(*gone.ap) == id) {
+        tunnels_.erase(*gone.ap);
+    }
+    return gone;
+}
 
 access_points::claim access_points::identify(tunnel_id id, const mac_address &ap) {
     access_point_link &link = links_.at(id);
@@ -16,12 +21,13 @@ access_points::claim access_points::identify(tunnel_id id, const mac_address &ap
         return claim::known;
     }
     link.ap = ap;
+    tunnels_[ap] = id;
     return claim::bound;
 }
 
 std::optional<tunnel_id> access_points::tunnel_of(const mac_address &ap) const {
-    const auto found = std::ranges::find_if(links_, [&](const auto &each) { return each.second.ap == ap; });
-    return found == links_.end() ? std::nullopt : std::optional(found->first);
+    const auto found = tunnels_.find(ap);
+    return found == tunnels_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<tunnel_id> access_points::unidentified() const {

@@ -40,6 +40,7 @@ public:
 
 private:
     std::map<tunnel_id, access_point_link> links_;
+    std::map<mac_address, tunnel_id> tunnels_;  // of the links with an access point
 };
 
 }  // namespace controller

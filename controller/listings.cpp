@@ -30,10 +30,6 @@ const char *name_of(guest_state state) {
 
 std::string time_of(const std::optional<kx::wall_time> &time) { return time ? kx::format_utc(*time) : "unknown"; }
 
-std::int64_t stations_at(const site &of, const mac_address &ap) {
-    return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.now.ap == ap; });
-}
-
 void add_link(listing &to, const access_point_link &link) {
     json &one = to.json.emplace_back(json{{"ap", nullptr}, {"up", true}});
     if (link.ap) {
@@ -49,12 +45,12 @@ void add_link(listing &to, const access_point_link &link) {
 }
 
 void add_site_state(listing &to, const site &of, const mac_address &ap) {
-    const auto stations = stations_at(of, ap);
+    const access_point &state = *of.tables().find_ap(ap);
     json &one = to.json.back();
-    one["stations"] = stations;
+    one["stations"] = state.clients;
     one["vaps"] = json::array();
-    to.text += "  " + std::to_string(stations) + " stations";
-    for (const auto &[bssid, config] : of.aps().at(ap).vaps) {
+    to.text += "  " + std::to_string(state.clients) + " stations";
+    for (const auto &[bssid, config] : state.vaps) {
         const std::string name = ssid_of(config.ssid);
         one["vaps"].push_back({{"bssid", kx::format_mac(bssid)}, {"ssid", name}, {"vlan", config.vlan}});
         to.text +=
@@ -72,10 +68,6 @@ json addresses(const mac_acl_list &list, verdict decision) {
     return found;
 }
 
-std::int64_t guests(const site &of, guest_state state) {
-    return std::ranges::count_if(of.clients(), [&](const auto &each) { return each.second.guest == state; });
-}
-
 }  // namespace
 
 listing list_access_points(exchange &with) {
@@ -91,8 +83,8 @@ listing list_access_points(exchange &with) {
     if (known == nullptr) {
         return made;
     }
-    for (const auto &[ap, state] : known->aps()) {
-        if (!state.up) {
+    for (const auto &[ap, state] : known->tables().aps()) {
+        if (!state->up) {
             made.json.push_back({{"ap", kx::format_mac(ap)}, {"up", false}});
             made.text += kx::format_mac(ap) + "  no tunnel";
             add_site_state(made, *known, ap);
@@ -104,7 +96,11 @@ listing list_access_points(exchange &with) {
 
 listing list_clients(const site &of) {
     listing made{json::array(), ""};
-    for (const auto &[station, known] : of.clients()) {
+    for (const auto &[station, entry] : of.tables().stations()) {
+        if (!entry->client) {
+            continue;
+        }
+        const client &known = *entry->client;
         json &one = made.json.emplace_back(json{{"client", kx::format_mac(station)},
                                                 {"ap", kx::format_mac(known.now.ap)},
                                                 {"bssid", kx::format_mac(known.now.bssid)},
@@ -113,7 +109,7 @@ listing list_clients(const site &of) {
                                                 {"home_vlan", nullptr},
                                                 {"ip", kx::format_ipv4(known.ip)},
                                                 {"guest", name_of(known.guest)},
-                                                {"pmk", of.has_pmk(station)}});
+                                                {"pmk", of.tables().pmk(station) != nullptr}});
         if (known.home_vlan) {
             one["home_vlan"] = *known.home_vlan;
         }
@@ -145,10 +141,10 @@ listing list_stats(exchange &with) {
                  ""};
     made.json.update(losses_of(with));
     if (const site *known = with.managed_site()) {
-        made.json.update(json{{"clients", known->clients().size()},
+        made.json.update(json{{"clients", known->tables().clients()},
                               {"roams", known->roams()},
-                              {"guests_waiting", guests(*known, guest_state::waiting)},
-                              {"guests_approved", guests(*known, guest_state::approved)},
+                              {"guests_waiting", known->tables().guests(guest_state::waiting)},
+                              {"guests_approved", known->tables().guests(guest_state::approved)},
                               {"unsettled", known->unsettled()}});
     }
     for (const auto &[key, value] : made.json.items()) {

@@ -1,9 +1,17 @@
 // The state of a site and the messages that follow from it. No I/O happens here: decoded messages and an operator's
-// commands go in, messages to send come out.
+// commands go in, messages to send come out. What a message costs depends neither on the number of access points nor on
+// that of stations.
 //
 // Records of one access point arrive in the order in which it sent them. Records of two access points arrive in any
-// order, and the last one to arrive counts. A message to an access point may cross a message from it; pending_checks.h
+// order, and the last one to arrive counts. A message to an access point may cross a message from it; report_checks.h
 // describes how the site finds out what happened.
+//
+//   site.cpp           access points and their records
+//   site_clients.cpp   clients that come, roam and leave
+//   site_answers.cpp   answers to an access point's requests
+//   site_reports.cpp   bulk reports: when they are requested, and their effect
+//   site_messages.cpp  the messages to access points
+//   site_commands.cpp  the operator's commands
 #ifndef CONTROLLER_SITE_H
 #define CONTROLLER_SITE_H
 
@@ -17,50 +25,10 @@
 
 #include "controller/mac_acl.h"
 #include "controller/message.h"
-#include "controller/pending_checks.h"
+#include "controller/report_checks.h"
+#include "controller/site_tables.h"
 
 namespace controller {
-
-// A VAP of the site.
-struct place {
-    mac_address ap{};
-    mac_address bssid{};
-    bool operator==(const place &) const = default;
-};
-
-enum class guest_state : std::uint8_t {
-    none,
-    waiting,  // for approval
-    approved,
-    unknown,  // the client associated before the controller started
-};
-
-struct client {
-    place home;                              // where it associated, or roamed to within its home VLAN
-    place now;                               // where it is served
-    std::optional<std::uint32_t> home_vlan;  // none until the VAP is reported
-    std::uint32_t ip = 0;                    // 10.0.0.1 is 0x0a000001; 0 when not known
-    guest_state guest = guest_state::none;
-};
-
-struct vap {
-    bytes ssid;  // NUL-padded
-    std::uint32_t vlan = 0;
-};
-
-// Why an access point's table holds a client.
-enum class holding : std::uint8_t {
-    station,  // it associated there, or was announced there
-    listed,   // the operator sent the client list
-};
-
-struct access_point {
-    bool up = false;
-    bool caught_up = false;                // it has reported through its present tunnel
-    std::map<mac_address, vap> vaps;       // by BSSID
-    std::map<mac_address, holding> holds;  // clients that its table should hold
-    pending_checks checks;
-};
 
 // Records that one access point gets in one message.
 struct outgoing {
@@ -90,71 +58,69 @@ public:
     [[nodiscard]] outbox send_list(const mac_address &ap);
     [[nodiscard]] outbox remove(const mac_address &client);
     mac_acl &acl() { return acl_; }
+    const mac_acl &acl() const { return acl_; }
 
-    const std::map<mac_address, client> &clients() const { return clients_; }
-    const std::map<mac_address, access_point> &aps() const { return aps_; }
-    bool has_pmk(const mac_address &client) const { return pmks_.contains(client); }
+    const site_tables &tables() const { return tables_; }
     std::uint64_t roams() const { return roams_; }
     // Number of access points and clients for which a report is awaited.
     std::size_t unsettled() const;
 
 private:
-    using handler = void (site::*)(const mac_address &ap, const record &);
+    // site.cpp
+    using handler = void (site::*)(access_point &ap, const record &);
     static handler handler_of(record_type type);
+    void apply(access_point &ap, const record &one);
+    bool is_stale(const access_point &ap, const record &one) const;
+    bool defer_if_unclear(access_point &ap, const record &one);
+    void vap_configured(access_point &ap, const record &);
+    outbox finish();
 
-    void apply(const mac_address &ap, const record &one);
-    bool is_stale(const mac_address &ap, const record &one) const;
-    bool defer_if_unclear(const mac_address &ap, const record &one);
-    void settle_at(const mac_address &ap, const mac_address &station, const record &update);
+    // site_clients.cpp
+    void associated(access_point &ap, const record &);
+    void roamed_in(access_point &ap, const record &);
+    void left(access_point &ap, const record &);
+    void got_address(access_point &ap, const record &);
+    void guest_associated(access_point &ap, const record &);
+    void move_to(access_point &ap, station &moved, const client &state, const record &update);
+    client guess_origin(const place &here, const mac_address &last_bssid) const;
+    void drop_client(station &gone);
 
-    void vap_configured(const mac_address &ap, const record &);
-    void associated(const mac_address &ap, const record &);
-    void roamed_in(const mac_address &ap, const record &);
-    void left(const mac_address &ap, const record &);
-    void got_address(const mac_address &ap, const record &);
-    void guest_associated(const mac_address &ap, const record &);
-    void pmk_added(const mac_address &ap, const record &);
-    void pmk_requested(const mac_address &ap, const record &);
-    void client_requested(const mac_address &ap, const record &);
-    void verdict_requested(const mac_address &ap, const record &);
+    // site_answers.cpp
+    void pmk_added(access_point &ap, const record &);
+    void pmk_requested(access_point &ap, const record &);
+    void client_requested(access_point &ap, const record &);
+    void verdict_requested(access_point &ap, const record &);
 
-    // The stations that one access point reported.
+    // site_reports.cpp. The stations that one access point reported:
     struct report {
         std::map<mac_address, std::pair<mac_address, std::uint32_t>> stations;  // to BSSID and IPv4 address
         std::set<mac_address> cut;                                              // BSSIDs whose list may lack stations
         bool whole = true;                                                      // no VAP's list is missing
     };
     static report read_report(const message &from);
-    presence look_up(const mac_address &ap, const report &, const mac_address &station) const;
-    void request_report_if_due(const mac_address &ap);
-    void apply_report(const mac_address &ap, const report &);
-    void apply_result(const mac_address &ap, const report &, const pending_checks::result &);
-    void catch_up(const mac_address &ap, const report &);
-    void add_station(const mac_address &ap, const mac_address &station, const mac_address &bssid, std::uint32_t ip);
-    void correct_holdings(const mac_address &ap);
+    presence look_up(const access_point &ap, const report &, const mac_address &station) const;
+    void request_report_if_due(access_point &ap);
+    void apply_report(access_point &ap, const report &);
+    void apply_result(access_point &ap, const report &, const report_checks::result &);
+    void catch_up(access_point &ap, const report &);
+    void add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip);
+    void correct_holdings(access_point &ap);
 
-    std::optional<std::uint32_t> vlan_of(const place &where) const;
-    std::optional<place> place_of(const mac_address &bssid) const;
-    client guess_origin(const place &here, const mac_address &last_bssid) const;
-    void notify_former_holders(const mac_address &station, const client &current);
-    void drop_client(const mac_address &station);
-
-    void send(const mac_address &ap, record one);
-    void send_entries(const mac_address &ap, record_type type, std::vector<values> entries);
-    void send_moved_away(const mac_address &ap, const mac_address &station, const client &current);
-    void send_moved_to_vlan(const mac_address &station, const client &current);
-    void send_removal(const mac_address &ap, const mac_address &station);
-    void send_approval(const mac_address &ap, const mac_address &guest);
-    void send_association(const mac_address &ap, const mac_address &station, const mac_address &bssid);
-    void send_answer(const mac_address &ap, const mac_address &station, const mac_address &bssid);
-    void send_correction(const mac_address &ap, const mac_address &station, notice old);
-    void restore(const mac_address &ap, const mac_address &station);
+    // site_messages.cpp
+    void send(const access_point &ap, record one);
+    void send_entries(const access_point &ap, record_type type, std::vector<values> entries);
+    void send_moved_away(access_point &ap, station &moved);
+    void send_moved_to_vlan(station &moved);
+    void send_removal(access_point &ap, station &gone);
+    void send_approval(const access_point &ap, const mac_address &guest);
+    void send_association(access_point &ap, const mac_address &station, const mac_address &bssid);
+    void send_answer(access_point &ap, const mac_address &station, const mac_address &bssid);
+    void send_correction(access_point &ap, const mac_address &station, notice old);
+    void restore(access_point &ap, const station &lost);
     values entry_of(const mac_address &station, const mac_address &bssid) const;
 
     mac_acl acl_;
-    std::map<mac_address, client> clients_;
-    std::map<mac_address, access_point> aps_;
-    std::map<mac_address, bytes> pmks_;  // kept when a client leaves, for its next association
+    site_tables tables_;
     std::uint64_t roams_ = 0;
     outbox outbox_;
 };

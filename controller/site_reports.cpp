@@ -1,7 +1,4 @@
 // Bulk reports: when the site requests them, and their effect.
-#include <algorithm>
-#include <utility>
-
 #include "controller/site.h"
 
 namespace controller {
@@ -15,37 +12,16 @@ constexpr std::size_t whole_report_max = message_size_max - 54;
 
 }  // namespace
 
-void site::ap_up(const mac_address &ap) {
-    access_point &state = aps_[ap];
-    state.up = true;
-    state.caught_up = false;
-    state.checks.restart();
-}
-
-void site::ap_down(const mac_address &ap) { aps_[ap].up = false; }
-
-outbox site::tick() {
-    for (auto &[ap, state] : aps_) {
-        state.checks.tick();
-        for (const auto &[station, old] : state.checks.extract_corrections()) {
-            send_correction(ap, station, old);
-        }
-        request_report_if_due(ap);
-    }
-    return std::exchange(outbox_, {});
-}
-
-void site::request_report_if_due(const mac_address &ap) {
-    access_point &state = aps_[ap];
-    if (state.up && state.checks.begin_report()) {
+void site::request_report_if_due(access_point &ap) {
+    if (ap.up && ap.checks.begin_report()) {
         send(ap, record(record_type::req_bulk_info));
     }
 }
 
 std::size_t site::unsettled() const {
     std::size_t number = 0;
-    for (const auto &[ap, state] : aps_) {
-        number += state.up ? state.checks.size() + (state.caught_up ? 0 : 1) : 0;
+    for (const auto &[mac, ap] : tables_.aps()) {
+        number += ap->up ? ap->checks.size() + (ap->caught_up ? 0 : 1) : 0;
     }
     return number;
 }
@@ -70,112 +46,115 @@ site::report site::read_report(const message &from) {
     return read;
 }
 
-presence site::look_up(const mac_address &ap, const report &read, const mac_address &station) const {
+presence site::look_up(const access_point &ap, const report &read, const mac_address &station) const {
     if (read.stations.contains(station)) {
         return presence::present;
     }
-    const auto known = clients_.find(station);
-    const bool is_here = known != clients_.end() && known->second.now.ap == ap;
+    const client *known = tables_.find_client(station);
+    const bool is_here = known != nullptr && known->now.ap == ap.mac;
     // A station that is just joining may be on any VAP.
-    const bool cut = is_here ? read.cut.contains(known->second.now.bssid) : !read.cut.empty();
+    const bool cut = is_here ? read.cut.contains(known->now.bssid) : !read.cut.empty();
     return read.whole && !cut ? presence::absent : presence::unclear;
 }
 
-void site::apply_report(const mac_address &ap, const report &read) {
-    access_point &state = aps_[ap];
-    if (!state.checks.awaits_report()) {
+void site::apply_report(access_point &ap, const report &read) {
+    if (!ap.checks.awaits_report()) {
         return;
     }
-    const auto results = state.checks.settle([&](const mac_address &station) { return look_up(ap, read, station); });
-    if (!state.caught_up) {
-        state.caught_up = true;
+    const auto results = ap.checks.settle([&](const mac_address &station) { return look_up(ap, read, station); });
+    if (!ap.caught_up) {
+        ap.caught_up = true;
+        for (const report_checks::result &each : results) {
+            tables_.check_closed(ap, tables_.get(each.station));
+        }
         catch_up(ap, read);
         return;
     }
-    for (const pending_checks::result &each : results) {
+    for (const report_checks::result &each : results) {
         apply_result(ap, read, each);
     }
 }
 
-void site::apply_result(const mac_address &ap, const report &read, const pending_checks::result &found) {
-    access_point &state = aps_[ap];
-    const mac_address &station = found.station;
-    const auto known = clients_.find(station);
+void site::apply_result(access_point &ap, const report &read, const report_checks::result &found) {
+    station &checked = tables_.get(found.station);
+    tables_.check_closed(ap, checked);
     if (!found.present) {
         // It joined and the crossing removal dropped it, or it is no longer where the site has it.
         const bool joined = !found.deferred.empty() && !found.maybe_stale;
         if (!found.deferred.empty()) {
-            state.holds.erase(station);
+            tables_.release(ap, checked);
         }
-        if (joined || (known != clients_.end() && known->second.now.ap == ap)) {
-            drop_client(station);
+        if (joined || (checked.client && checked.client->now.ap == ap.mac)) {
+            drop_client(checked);
         }
         return;
     }
     if (found.deferred.empty()) {
         return;
     }
-    state.checks.clear_notice(station);
+    ap.checks.clear_notice(checked.mac);
     for (const record &each : found.deferred) {
         apply(ap, each);
     }
     // The driver has the station. Without an address the daemon's table may lack it.
-    const auto reported = read.stations.find(station);
-    const client &now = clients_.at(station);
-    if (reported != read.stations.end() && reported->second.second == 0 && now.home.ap == ap) {
-        send_association(ap, station, now.now.bssid);
+    const auto reported = read.stations.find(checked.mac);
+    const client &now = checked.client.value();
+    if (reported != read.stations.end() && reported->second.second == 0 && now.home.ap == ap.mac) {
+        send_association(ap, checked.mac, now.now.bssid);
     }
 }
 
 // The first report through a new tunnel. Stations may have come and gone while there was none.
-void site::catch_up(const mac_address &ap, const report &read) {
-    for (const auto &[station, where] : read.stations) {
-        add_station(ap, station, where.first, where.second);
+void site::catch_up(access_point &ap, const report &read) {
+    for (const auto &[mac, where] : read.stations) {
+        add_station(ap, tables_.get(mac), where.first, where.second);
     }
-    for (const auto &[station, known] : clients_) {
-        if (known.now.ap == ap && look_up(ap, read, station) == presence::absent) {
-            aps_[ap].checks.add_absence(station);
+    for (const auto &[mac, why] : ap.holds) {
+        const client *known = tables_.find_client(mac);
+        if (known != nullptr && known->now.ap == ap.mac && look_up(ap, read, mac) == presence::absent) {
+            ap.checks.add_absence(mac);
         }
     }
     correct_holdings(ap);
 }
 
-void site::add_station(const mac_address &ap, const mac_address &station, const mac_address &bssid, std::uint32_t ip) {
-    const place here = {ap, bssid};
-    const auto [at, added] = clients_.try_emplace(station);
-    client &known = at->second;
-    aps_[ap].holds[station] = holding::station;
-    if (added) {
-        known = {.home = here, .now = here, .home_vlan = vlan_of(here), .ip = ip, .guest = guest_state::unknown};
+void site::add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip) {
+    const place here = {ap.mac, bssid};
+    tables_.hold(ap, found, holding::station);
+    if (!found.client) {
+        const auto vlan = tables_.vlan_of(here);
+        tables_.set_client(found,
+                           {.home = here, .now = here, .home_vlan = vlan, .ip = ip, .guest = guest_state::unknown});
     }
-    if (known.now.ap != ap) {
+    client state = *found.client;
+    if (state.now.ap != ap.mac) {
         return;
     }
-    if (known.home == known.now) {
-        known.home = here;
-        known.home_vlan = vlan_of(here);
+    if (state.home == state.now) {
+        state.home = here;
+        state.home_vlan = tables_.vlan_of(here);
     }
-    known.now = here;
-    if (ip != 0) {
-        known.ip = ip;
-    } else {
-        restore(ap, station);
+    state.now = here;
+    state.ip = ip != 0 ? ip : state.ip;
+    tables_.set_client(found, state);
+    if (ip == 0) {
+        restore(ap, found);
     }
 }
 
 // Sends the notices that the access point missed while it had no tunnel.
-void site::correct_holdings(const mac_address &ap) {
-    const auto held = aps_[ap].holds;
-    for (const auto &[station, why] : held) {
-        const auto known = clients_.find(station);
-        if (known == clients_.end()) {
-            send_removal(ap, station);
-        } else if (known->second.now.ap == ap || why == holding::listed) {
+void site::correct_holdings(access_point &ap) {
+    const auto held = ap.holds;
+    for (const auto &[mac, why] : held) {
+        station &each = tables_.get(mac);
+        if (!each.client) {
+            send_removal(ap, each);
+        } else if (each.client->now.ap == ap.mac || why == holding::listed) {
             continue;
-        } else if (known->second.home.ap == ap) {
-            send_moved_to_vlan(station, known->second);
+        } else if (each.client->home.ap == ap.mac) {
+            send_moved_to_vlan(each);
         } else {
-            send_moved_away(ap, station, known->second);
+            send_moved_away(ap, each);
         }
     }
 }

@@ -174,7 +174,7 @@ TEST_F(Exchange, replaces_a_silent_tunnel_by_a_newer_one) {
     say(second_, ap1, stations(vap1));
     ASSERT_TRUE(rig_.run_until([&] { return exchange_.aps().tunnel_of(ap1).has_value(); }));
     EXPECT_EQ(exchange_.aps().links().size(), 1u);
-    EXPECT_TRUE(exchange_.managed_site()->aps().at(ap1).up);
+    EXPECT_TRUE(exchange_.managed_site()->tables().find_ap(ap1)->up);
 }
 
 TEST_F(Exchange, keeps_an_access_point_from_speaking_for_another) {
@@ -186,7 +186,7 @@ TEST_F(Exchange, keeps_an_access_point_from_speaking_for_another) {
     EXPECT_EQ(second_.reason,
               "ended by the peer: it sent a message of 02:00:00:00:10:00: the MAC address is not the one "
               "in the tunnel's certificate");
-    EXPECT_TRUE(exchange_.managed_site()->clients().empty());
+    EXPECT_TRUE(exchange_.managed_site()->tables().clients() == 0);
     EXPECT_EQ(first_.downs, 0);
 }
 
@@ -225,7 +225,7 @@ TEST_F(Exchange, shows_what_is_malformed_and_goes_on) {
     say(first_, ap1, update(record_type::client_assoc, vap1));
     ASSERT_TRUE(shows("name", "CLIENT_MGR_CLIENT_ASSOC"));
     EXPECT_EQ(exchange_.counts().malformed, 3u);
-    EXPECT_EQ(exchange_.managed_site()->clients().size(), 1u);
+    EXPECT_EQ(exchange_.managed_site()->tables().clients(), 1u);
 }
 
 TEST_F(Exchange, ends_a_tunnel_whose_access_point_does_not_read) {
@@ -234,7 +234,7 @@ TEST_F(Exchange, ends_a_tunnel_whose_access_point_does_not_read) {
     const bytes large(message_size_max, 1);
     EXPECT_TRUE(rig_.run_until([&] { return !exchange_.send(ap1, large); }));
     EXPECT_FALSE(exchange_.aps().tunnel_of(ap1));
-    EXPECT_FALSE(exchange_.managed_site()->aps().at(ap1).up);
+    EXPECT_FALSE(exchange_.managed_site()->tables().find_ap(ap1)->up);
 }
 
 TEST_F(Exchange, asks_again_until_it_is_answered) {

@@ -108,7 +108,7 @@ TEST(CrossedRemoval, of_a_guest_keeps_it_waiting) {
     site_rig rig = returned();
     EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
     rig.reports(A, {{a10, s1, ip1}});
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+    EXPECT_EQ(rig.guest(s1), guest_state::waiting);
 }
 
 // A record that the access point sent before it processed the notice, such as a late roam from an answer, moves no
@@ -288,7 +288,7 @@ TEST(Restart, takes_in_what_the_access_points_report) {
     EXPECT_EQ(rig.comes_up(B, {{b20, s2, ip1 + 1}}), nothing);
     EXPECT_EQ(rig.where(s1), "at a10 of A, home a10 of A VLAN 10, 10.0.0.1");
     EXPECT_EQ(rig.where(s2), "at b20 of B, home b20 of B VLAN 20, 10.0.0.2");
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::unknown);
+    EXPECT_EQ(rig.guest(s1), guest_state::unknown);
     EXPECT_EQ(texts(rig.site.approve(s1)), lines{"A CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
 }
 

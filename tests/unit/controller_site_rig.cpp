@@ -129,11 +129,11 @@ lines site_rig::comes_up(const mac_address &ap, const std::vector<station_at> &s
 }
 
 std::string site_rig::where(const mac_address &station) const {
-    const auto found = site.clients().find(station);
-    if (found == site.clients().end()) {
+    const client *found = site.tables().find_client(station);
+    if (found == nullptr) {
         return "unknown";
     }
-    const client &known = found->second;
+    const client &known = *found;
     return with_names("at " + kx::format_mac(known.now.bssid) + " of " + kx::format_mac(known.now.ap) + ", home " +
                       kx::format_mac(known.home.bssid) + " of " + kx::format_mac(known.home.ap) + " VLAN " +
                       (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + ", " + kx::format_ipv4(known.ip));

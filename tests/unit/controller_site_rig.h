@@ -66,6 +66,7 @@ public:
     lines handle(const mac_address &ap, std::vector<controller::item> records);
     // "at a10 of A, home a10 of A VLAN 10, 0.0.0.0", or "unknown"
     std::string where(const mac_address &station) const;
+    controller::guest_state guest(const mac_address &client) const { return site.tables().find_client(client)->guest; }
 };
 
 }  // namespace controller_test

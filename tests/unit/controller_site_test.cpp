@@ -209,7 +209,7 @@ TEST(Pmk, is_kept_and_given_to_who_asks) {
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.adds_pmk(A, a10, s1, 0x5a), nothing);
     rig.leaves(A, a10, s1);
-    EXPECT_TRUE(rig.site.has_pmk(s1));
+    EXPECT_TRUE(rig.site.tables().pmk(s1));
     EXPECT_EQ(rig.fetches_pmk(B, b20, s1),
               lines{list("B CLIENT_MGR_PMK_FETCH_SUCCESS",
                          "client=s1 bssid=b20 home_vlan=0 ip=0.0.0.0 pmk=sha256:60bf07c4 flags=1")});
@@ -225,9 +225,9 @@ TEST(Guest, waits_for_approval) {
     site_rig rig;
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.is_guest(A, a10, s1), nothing);
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+    EXPECT_EQ(rig.guest(s1), guest_state::waiting);
     EXPECT_EQ(texts(rig.site.approve(s1)), lines{"A CLIENT_MGR_CLIENT_GUEST_AUTH client=s1"});
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::approved);
+    EXPECT_EQ(rig.guest(s1), guest_state::approved);
 }
 
 TEST(Guest, need_not_wait_again_while_it_stays_on_the_site) {
@@ -240,7 +240,7 @@ TEST(Guest, need_not_wait_again_while_it_stays_on_the_site) {
     rig.leaves(B, b10, s1);
     rig.associates(B, b10, s1);
     EXPECT_EQ(rig.is_guest(B, b10, s1), nothing);
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+    EXPECT_EQ(rig.guest(s1), guest_state::waiting);
 }
 
 TEST(Guest, that_associates_with_an_ordinary_vap_is_no_guest_any_more) {
@@ -248,7 +248,7 @@ TEST(Guest, that_associates_with_an_ordinary_vap_is_no_guest_any_more) {
     rig.associates(A, a10, s1);
     rig.is_guest(A, a10, s1);
     rig.associates(A, a20, s1);
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
+    EXPECT_EQ(rig.guest(s1), guest_state::none);
 }
 
 TEST(Guest, record_from_elsewhere_is_not_taken) {
@@ -256,7 +256,7 @@ TEST(Guest, record_from_elsewhere_is_not_taken) {
     rig.associates(A, a10, s1);
     EXPECT_EQ(rig.is_guest(B, b10, s1), nothing);
     EXPECT_EQ(rig.is_guest(B, b10, s2), nothing);
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::none);
+    EXPECT_EQ(rig.guest(s1), guest_state::none);
 }
 
 TEST(Approval, is_refused_to_who_does_not_wait) {
@@ -267,7 +267,7 @@ TEST(Approval, is_refused_to_who_does_not_wait) {
     rig.is_guest(A, a10, s1);
     rig.site.ap_down(A);
     EXPECT_THROW(static_cast<void>(rig.site.approve(s1)), refused);
-    EXPECT_EQ(rig.site.clients().at(s1).guest, guest_state::waiting);
+    EXPECT_EQ(rig.guest(s1), guest_state::waiting);
 }
 
 TEST(Acl, answers_from_the_list_and_echoes_the_question) {
@@ -344,7 +344,7 @@ TEST(Removal, goes_to_every_access_point_that_holds_the_client) {
     static_cast<void>(rig.site.send_list(C));
     EXPECT_EQ(texts(rig.site.remove(s1)), (lines{remove_s1("A"), remove_s1("B"), remove_s1("C")}));
     EXPECT_EQ(rig.where(s1), "unknown");
-    EXPECT_FALSE(rig.site.has_pmk(s1));
+    EXPECT_FALSE(rig.site.tables().pmk(s1));
     EXPECT_THROW(static_cast<void>(rig.site.remove(s1)), refused);
 }
 

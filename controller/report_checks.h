@@ -3,11 +3,12 @@
 // A client may associate before or after a message about it takes effect at the access point. The controller cannot see
 // the order. An access point processes and sends messages in order, so a report that is requested afterwards shows the
 // result.
-#ifndef CONTROLLER_PENDING_CHECKS_H
-#define CONTROLLER_PENDING_CHECKS_H
+#ifndef CONTROLLER_REPORT_CHECKS_H
+#define CONTROLLER_REPORT_CHECKS_H
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <optional>
 #include <utility>
@@ -31,7 +32,7 @@ enum class presence : std::uint8_t {
     unclear,  // the report may lack stations
 };
 
-class pending_checks {
+class report_checks {
 public:
     struct result {
         mac_address station;
@@ -76,25 +77,41 @@ public:
 
     bool awaits_report() const { return requested_; }
     std::size_t size() const { return checks_.size() + corrections_.size(); }
+    // Whether a check or a correction of the station is open.
+    bool has_any(const mac_address &station) const {
+        return checks_.contains(station) || corrections_.contains(station);
+    }
+    // Those with a check or a correction.
+    std::vector<mac_address> stations() const;
 
 private:
+    // Counts ticks and requests since the last restart. A request covers what was added before it.
     struct sent_notice {
         notice kind;
-        bool after_answer = false;    // an answer preceded it and has had no visible effect yet
-        bool before_request = false;  // the awaited report was requested after it
-        unsigned age = 0;             // in ticks
+        bool after_answer = false;  // an answer preceded it and has had no visible effect yet
+        unsigned requests = 0;      // when it was sent
+        unsigned sent = 0;          // at this tick
     };
     struct check {
-        unsigned wait = 0;       // ticks until the check justifies a report of its own
-        bool requested = false;  // the awaited report was requested after the check began
-        unsigned absences = 0;   // reports in a row without the station
+        unsigned due = 0;       // tick from which the check justifies a report of its own
+        unsigned requests = 0;  // when the check began
+        unsigned absences = 0;  // reports in a row without the station
         std::vector<record> deferred = {};
         bool maybe_stale = false;
     };
+    static constexpr unsigned never = std::numeric_limits<unsigned>::max();
+
+    bool has_expired(const sent_notice &one) const;
+    const sent_notice *find_notice(const mac_address &station) const;
+    void schedule(check &one, unsigned ticks);
+    bool is_due();
 
     bool requested_ = false;
-    unsigned ticks_ = 0;  // since the last request
-    std::map<mac_address, sent_notice> notices_;
+    unsigned requested_at_ = 0;  // tick of the last request
+    unsigned now_ = 0;           // ticks
+    unsigned requests_ = 0;
+    unsigned earliest_due_ = never;               // no check is due before
+    std::map<mac_address, sent_notice> notices_;  // some have expired
     std::map<mac_address, check> checks_;
     std::map<mac_address, notice> corrections_;
 };

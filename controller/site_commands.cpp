@@ -1,0 +1,67 @@
+// The operator's commands.
+#include "controller/site.h"
+
+namespace controller {
+
+namespace {
+
+constexpr std::uint32_t entry_flag_guest = 2;
+
+}  // namespace
+
+outbox site::approve(const mac_address &guest) {
+    station *const found = tables_.find(guest);
+    if (found == nullptr || !found->client) {
+        throw refused(kx::format_mac(guest) + " is not on the site");
+    }
+    const client &known = *found->client;
+    if (known.guest != guest_state::waiting && known.guest != guest_state::unknown) {
+        throw refused(kx::format_mac(guest) + " does not wait for approval");
+    }
+    const access_point &serving = tables_.ap(known.now.ap);
+    if (!serving.up) {
+        throw refused("the access point of " + kx::format_mac(guest) + " has no tunnel");
+    }
+    tables_.set_guest(*found, guest_state::approved);
+    send_approval(serving, guest);
+    return finish();
+}
+
+outbox site::send_list(const mac_address &mac) {
+    access_point *const ap = tables_.find_ap(mac);
+    if (ap == nullptr || !ap->up) {
+        throw refused(kx::format_mac(mac) + " has no tunnel");
+    }
+    std::vector<values> entries;
+    for (const auto &[station, state] : tables_.stations()) {
+        const auto &known = state->client;
+        // An access point that finds its own station in a list disassociates it.
+        if (!known || known->now.ap == mac || known->home.ap == mac || !known->home_vlan) {
+            continue;
+        }
+        values &entry = entries.emplace_back(entry_of(station, {}));
+        if (known->guest == guest_state::waiting) {
+            entry.set("flags", entry.number("flags") | entry_flag_guest);
+        }
+        if (!ap->holds.contains(station)) {
+            tables_.hold(*ap, *state, holding::listed);
+        }
+        ap->checks.add_notice(station, notice::removal);
+    }
+    send_entries(*ap, record_type::client_bulk_info, std::move(entries));
+    return finish();
+}
+
+outbox site::remove(const mac_address &client) {
+    station *const found = tables_.find(client);
+    const bool had_pmk = tables_.erase_pmk(client);
+    if ((found == nullptr || !found->client) && !had_pmk) {
+        throw refused(kx::format_mac(client) + " is not on the site");
+    }
+    if (found != nullptr) {
+        drop_client(*found);
+    }
+    return finish();
+}
+
+}  // namespace controller
