@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -61,11 +60,6 @@ void play(subject &to, const client_messages &make, std::size_t clients, unsigne
         play_window(to, make, first, std::min(first + window, clients), round);
         to.around().settle();
     }
-}
-
-double quantile(std::vector<double> values, double share) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 }  // namespace bench

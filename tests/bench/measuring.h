@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/bench/event_kinds.h"
+#include "tests/bench/quantile.h"
 #include "tests/bench/subject.h"
 
 namespace bench {
@@ -44,8 +45,6 @@ void share_cpu(int cpu);
 void play_window(subject &to, const client_messages &make, std::size_t first, std::size_t end, unsigned round);
 // The same for all clients below `clients`, window by window, until everything is handled. `make` may be empty.
 void play(subject &to, const client_messages &make, std::size_t clients, unsigned round);
-
-double quantile(std::vector<double> values, double share);
 
 }  // namespace bench
 
