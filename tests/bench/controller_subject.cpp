@@ -1,5 +1,7 @@
 #include "tests/bench/controller_subject.h"
 
+#include <openssl/ssl.h>
+
 #include <algorithm>
 #include <ctime>
 #include <numeric>
@@ -60,7 +62,7 @@ controller_subject::controller_subject(unsigned aps, unsigned stations)
       output_(controller::output::format::json, false,
               {.line = [](const std::string &) {}, .note = [](const std::string &) {}, .dropped = [] { return 0; }}),
       exchange_(output_, controller::site()),
-      tunnels_(base_.get(), nullptr, "127.0.0.1", 0, exchange_.callbacks()),
+      tunnels_(base_.get(), {SSL_CTX_new(TLS_method()), SSL_CTX_free}, "127.0.0.1", 0, exchange_.callbacks()),
       from_tunnels_(exchange_.callbacks()),
       commands_(exchange_),
       site_(*exchange_.managed_site()),
@@ -89,7 +91,7 @@ std::vector<unsigned> controller_subject::next_stations() {
 }
 
 void controller_subject::start_access_point(unsigned ap) {
-    from_tunnels_.on_up(ap, {.name = "ap" + std::to_string(ap), .mac = ap_mac(ap), .address = "192.0.2.1:1"});
+    from_tunnels_.on_up(ap, {"ap" + std::to_string(ap), ap_mac(ap), "192.0.2.1:1", std::nullopt});
     std::vector<record> lists;
     for (unsigned vap = 0; vap < vaps; vap++) {
         lists.emplace_back(record_type::bulk_info).body.set("bssid", bssid_of(ap, vap)).set("vlan", vlan);
