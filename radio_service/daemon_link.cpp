@@ -1,9 +1,11 @@
 #include "radio_service/daemon_link.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "common/paths.h"
+#include "common/program_log.h"
 #include "wire/local_messages.h"
 
 namespace kx {
@@ -14,6 +16,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t daemon_vaps_max = 16;  // size of the daemon's table; it requests no more addresses
 constexpr auto full_pause = 1ms;             // poll() does not report room in a datagram peer's queue
 constexpr auto absent_pause = 20ms;
+constexpr auto error_pause = 200ms;
 constexpr auto unready_pause = 500ms;  // address_requested() ends it
 
 }  // namespace
@@ -45,6 +48,12 @@ bool daemon_link::is_ready() const {
 
 void daemon_link::request_loads() {
     requests_loads_ = true;
+    flush();
+}
+
+void daemon_link::request_load_again() {
+    load_again_ = true;
+    load_requested_of_.reset();
     flush();
 }
 
@@ -93,33 +102,59 @@ void daemon_link::start_waiting() {
     }
 }
 
-void daemon_link::request_load() {
+std::chrono::milliseconds daemon_link::request_load() {
     const std::optional<endpoint_id> daemon = current_endpoint();
-    if (daemon && load_requested_of_ != daemon &&
-        socket_.send(endpoint_client_mgr, KX_MSG_ID_VAP_INIT, ipc_flag_notification, {}) == ipc_result::sent) {
+    if (!daemon) {
+        return absent_pause;
+    }
+    if (load_requested_of_ == daemon) {
+        return 0ms;
+    }
+    const auto pause = send_now({.id = KX_MSG_ID_VAP_INIT, .payload = {}});
+    if (pause == 0ms) {
         load_requested_of_ = daemon;
+        load_again_ = false;
+    }
+    return pause;
+}
+
+std::chrono::milliseconds daemon_link::send_now(const notification &message) {
+    try {
+        const ipc_result result = socket_.send(endpoint_client_mgr, message.id, ipc_flag_notification, message.payload);
+        has_failed_ = false;
+        switch (result) {
+            case ipc_result::sent:
+                return 0ms;
+            case ipc_result::full:
+                return full_pause;
+            default:
+                return absent_pause;
+        }
+    } catch (const std::system_error &error) {
+        if (!std::exchange(has_failed_, true)) {
+            report(std::string("client_mgr cannot be reached: ") + error.what());
+        }
+        return error_pause;
     }
 }
 
 void daemon_link::flush() {
+    auto pause = 0ms;
+    if (requests_loads_ && (load_again_ || !is_ready())) {
+        pause = request_load();
+    }
     if (!is_ready()) {
-        if (requests_loads_) {
-            request_load();
-        }
         return again_.start(unready_pause);
     }
-    auto result = ipc_result::sent;
     bool progress = false;
-    while (!queue_.empty()) {
-        const notification &next = queue_.front();
-        result = socket_.send(endpoint_client_mgr, next.id, ipc_flag_notification, next.payload);
-        if (result != ipc_result::sent) {
-            break;
+    while (pause == 0ms && !queue_.empty()) {
+        pause = send_now(queue_.front());
+        if (pause == 0ms) {
+            queue_.pop_front();
+            progress = true;
         }
-        queue_.pop_front();
-        progress = true;
     }
-    if (queue_.empty()) {
+    if (pause == 0ms) {
         patience_.stop();
         again_.stop();
         if (on_change) {
@@ -130,7 +165,7 @@ void daemon_link::flush() {
     if (progress) {
         start_waiting();
     }
-    again_.start(result == ipc_result::full ? full_pause : absent_pause);
+    again_.start(pause);
 }
 
 void daemon_link::give_up() {

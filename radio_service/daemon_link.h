@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -48,7 +49,11 @@ public:
     // From now on asks a daemon that is not ready to load its VAPs, once for each endpoint: for a radio that may start
     // after the daemon.
     void request_loads();
-    // The daemon has requested the address of the VAP of that index.
+    // Asks the daemon once more, even when it has loaded its VAPs: for a radio that could not answer for all of them
+    // then, or one of whose BSSIDs has changed. What waits is sent after this request.
+    void request_load_again();
+    // The daemon has requested the address of the VAP of that index, and was given it. The daemon does not load a VAP
+    // whose address it is refused.
     void address_requested(std::size_t vap);
 
     bool is_ready() const;
@@ -66,7 +71,9 @@ private:
     };
     static std::optional<endpoint_id> current_endpoint();
 
-    void request_load();
+    // These two return the time until the next attempt, 0 when there is nothing more to do.
+    std::chrono::milliseconds request_load();
+    std::chrono::milliseconds send_now(const notification &message);
     void flush();
     void give_up();
 
@@ -74,6 +81,8 @@ private:
     ipc_socket socket_ = ipc_socket::anonymous();
     std::deque<notification> queue_;
     bool requests_loads_ = false;
+    bool load_again_ = false;
+    bool has_failed_ = false;  // at the last attempt, and it was reported
     std::optional<endpoint_id> load_requested_of_;
     std::vector<bool> requested_;              // per VAP, since the last load
     std::optional<endpoint_id> requested_by_;  // whose requests these are

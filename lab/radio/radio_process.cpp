@@ -86,7 +86,7 @@ void radio_process::expire_questions() {
 kx::driver_answer radio_process::serve_driver(std::size_t vap, std::uint32_t request,
                                               std::span<const std::uint8_t> data) {
     kx::driver_answer answer = stack_.serve(vap, request, data, clock::now());
-    if (request == SIOCGIFHWADDR) {
+    if (request == SIOCGIFHWADDR && answer.error == 0) {
         link_.address_requested(vap);
     }
     update_acl_timer();

@@ -1,6 +1,10 @@
 // The radio's side of the daemon. The test takes the daemon's place.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <future>
@@ -105,6 +109,87 @@ TEST_F(daemon_link_test, asks_each_daemon_once_to_load_its_vaps) {
     EXPECT_EQ(got, std::vector<unsigned>{KX_MSG_ID_VAP_INIT});
     load_vaps(link);
     EXPECT_EQ(received(*daemon), std::vector<unsigned>{3});
+}
+
+TEST_F(daemon_link_test, asks_a_loaded_daemon_once_more_before_it_sends_the_rest) {
+    auto daemon = start_daemon();
+    kx::daemon_link link = make_link();
+    link.request_loads();
+    load_vaps(link);
+    EXPECT_EQ(received(*daemon), std::vector<unsigned>{KX_MSG_ID_VAP_INIT});
+    link.request_load_again();
+    send_address(link, 1);
+    EXPECT_EQ(received(*daemon), (std::vector<unsigned>{KX_MSG_ID_VAP_INIT, 1}));
+    send_address(link, 2);
+    EXPECT_EQ(received(*daemon), std::vector<unsigned>{2});
+}
+
+TEST_F(daemon_link_test, asks_once_more_a_daemon_that_is_not_ready) {
+    auto daemon = start_daemon();
+    kx::daemon_link link = make_link();
+    link.request_loads();
+    link.request_load_again();
+    EXPECT_EQ(received(*daemon), (std::vector<unsigned>{KX_MSG_ID_VAP_INIT, KX_MSG_ID_VAP_INIT}));
+    daemon.reset();
+    link.request_load_again();
+    daemon = start_daemon();
+    std::vector<unsigned> got;
+    ASSERT_TRUE(run_until([&] {
+        got = received(*daemon);
+        return !got.empty();
+    }));
+    EXPECT_EQ(got, std::vector<unsigned>{KX_MSG_ID_VAP_INIT});
+}
+
+TEST_F(daemon_link_test, asks_once_more_when_the_daemon_has_room_again) {
+    auto daemon = start_daemon();
+    kx::daemon_link link = make_link();
+    link.request_loads();
+    load_vaps(link);
+    auto other = kx::ipc_socket::anonymous();
+    while (other.send(kx::endpoint_client_mgr, 1, kx::ipc_flag_notification, {}) == kx::ipc_result::sent) {
+    }
+    link.request_load_again();
+    std::vector<unsigned> got;
+    ASSERT_TRUE(run_until([&] {
+        for (const unsigned each : received(*daemon)) {
+            got.push_back(each);
+        }
+        return std::ranges::count(got, KX_MSG_ID_VAP_INIT) == 2;
+    }));
+}
+
+// A stream socket in the daemon's place fails every datagram with EPROTOTYPE.
+TEST_F(daemon_link_test, reports_an_unexpected_error_once_and_tries_again) {
+    const std::string path = kx::place(kx::endpoint_client_mgr);
+    const int wrong = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un name{.sun_family = AF_UNIX, .sun_path = {}};
+    ASSERT_LT(path.size(), sizeof name.sun_path);
+    path.copy(name.sun_path, path.size());
+    ASSERT_EQ(bind(wrong, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+
+    kx::daemon_link link(base.get(), {.wait_ready = false});
+    testing::internal::CaptureStderr();
+    link.request_loads();
+    link.request_load_again();
+    send_address(link, 1);
+    settle();
+    const std::string log = testing::internal::GetCapturedStderr();
+    const std::size_t first = log.find("client_mgr cannot be reached: ");
+    EXPECT_NE(first, std::string::npos) << log;
+    EXPECT_EQ(log.find("client_mgr cannot be reached: ", first + 1), std::string::npos) << log;
+
+    close(wrong);
+    std::filesystem::remove(path);
+    auto daemon = start_daemon();
+    std::vector<unsigned> got;
+    ASSERT_TRUE(run_until([&] {
+        for (const unsigned each : received(*daemon)) {
+            got.push_back(each);
+        }
+        return got.size() == 2;
+    }));
+    EXPECT_EQ(got, (std::vector<unsigned>{KX_MSG_ID_VAP_INIT, 1}));
 }
 
 TEST_F(daemon_link_test, drops_the_oldest_when_too_many_wait) {
