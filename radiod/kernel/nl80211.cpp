@@ -14,7 +14,6 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr int attempts_max = 3;           // for a list that stays the same while it is read
 constexpr int datagrams_per_wakeup = 64;  // so that a flood leaves the loop its other events
 constexpr std::size_t event_max = 32768;
 
@@ -27,17 +26,23 @@ generic_family find_nl80211() {
 
 }  // namespace
 
-nl80211::nl80211() : family_(find_nl80211()), requests_(open_generic_netlink()) {}
-
-kernel_stations nl80211::stations(unsigned ifindex) {
-    const auto end = steady_clock::now() + patience;
-    for (int attempt = 0; attempt < attempts_max; attempt++) {
-        kernel_stations result = request(ifindex, nullptr, end);
+kernel_stations read_unchanged(const std::function<kernel_stations()> &read, steady_clock::time_point end) {
+    do {
+        kernel_stations result = read();
         if (result.error != EINTR) {
             return result;
         }
-    }
+    } while (steady_clock::now() < end);
     return {.error = EAGAIN};
+}
+
+nl80211::nl80211() : nl80211(find_nl80211()) {}
+
+nl80211::nl80211(generic_family family) : family_(std::move(family)) {}
+
+kernel_stations nl80211::stations(unsigned ifindex) {
+    const auto end = steady_clock::now() + patience;
+    return read_unchanged([&] { return request(ifindex, nullptr, end); }, end);
 }
 
 kernel_stations nl80211::station(unsigned ifindex, const mac_address &mac) {
@@ -45,6 +50,13 @@ kernel_stations nl80211::station(unsigned ifindex, const mac_address &mac) {
 }
 
 kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, steady_clock::time_point end) {
+    if (!requests_) {
+        try {
+            requests_ = open_generic_netlink();
+        } catch (const std::system_error &error) {
+            return {.error = error.code().value()};
+        }
+    }
     const auto flags = static_cast<std::uint16_t>(mac == nullptr ? NLM_F_DUMP : NLM_F_ACK);
     generic_request request(family_.id, NL80211_CMD_GET_STATION, flags, ++sequence_);
     mnl_attr_put_u32(&request.head(), NL80211_ATTR_IFINDEX, ifindex);
@@ -56,7 +68,7 @@ kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, stead
     int error = exchange(mnl_socket_get_fd(requests_.get()), request.head(), answer.answer(), left);
     if (!answer.answer().is_complete()) {
         // What is left of the answer would fill the socket, and the kernel begins no other list meanwhile.
-        requests_ = open_generic_netlink();
+        requests_.reset();
     } else {
         error = answer.error();
     }

@@ -20,15 +20,21 @@ struct kernel_stations {
     std::vector<kernel_station> stations{};
 };
 
+// Reads a list until it did not change meanwhile (EINTR), or until `end`; then EAGAIN.
+kernel_stations read_unchanged(const std::function<kernel_stations()> &read, std::chrono::steady_clock::time_point end);
+
 class nl80211 {
 public:
     static constexpr std::chrono::milliseconds patience{40};  // of one call of stations() or station()
 
     // Throws std::runtime_error when the kernel has no nl80211, std::system_error when it has no netlink.
     nl80211();
+    // Asks a family that was found before. Does not throw.
+    explicit nl80211(generic_family family);
 
+    // Neither of these two throws. A socket that cannot be opened is an errno too, and the next call tries again.
     // All stations of an interface. ETIMEDOUT when the kernel does not answer in time, EAGAIN when the list changed
-    // during each of several attempts.
+    // during each attempt.
     kernel_stations stations(unsigned ifindex);
     // One station; ENOENT when the interface does not have it.
     kernel_stations station(unsigned ifindex, const mac_address &mac);
@@ -45,7 +51,8 @@ private:
     void read_events();
 
     generic_family family_;
-    netlink_socket requests_, events_;
+    netlink_socket requests_;  // opened by the first request, and by the next one after an answer was given up
+    netlink_socket events_;
     std::uint32_t sequence_ = 0;
     watchers call_;
     std::unique_ptr<kx::watch> readable_;

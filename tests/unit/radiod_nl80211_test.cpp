@@ -1,6 +1,7 @@
 // nl80211: messages made by hand, a kernel that the test plays, and the machine's own generic netlink.
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -192,6 +193,36 @@ TEST(radiod_nl80211, says_when_the_kernel_has_no_wireless) {
     } catch (const std::runtime_error &error) {
         EXPECT_STREQ(error.what(), "the kernel has no nl80211: is a wireless driver loaded?");
     }
+}
+
+// The controller of generic netlink takes the place of nl80211; it has no list of stations.
+TEST(radiod_nl80211, returns_the_error_when_it_can_open_no_socket_and_tries_again) {
+    radiod::nl80211 kernel(radiod::find_family("nlctrl").value());
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int error = kernel.stations(ifindex).error;
+    const int error_of_one = kernel.station(ifindex, first).error;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(error, EMFILE);
+    EXPECT_EQ(error_of_one, EMFILE);
+    EXPECT_EQ(kernel.stations(ifindex).error, EOPNOTSUPP);
+}
+
+TEST(radiod_nl80211, reads_a_list_that_changes_until_its_time_is_over) {
+    int reads = 0;
+    const auto changes = [&](int times) {
+        reads = 0;
+        return [&reads, times] { return radiod::kernel_stations{.error = ++reads <= times ? EINTR : 0}; };
+    };
+    const auto now = std::chrono::steady_clock::now();
+    EXPECT_EQ(radiod::read_unchanged(changes(50), now + 20s).error, 0);
+    EXPECT_EQ(reads, 51);
+    EXPECT_EQ(radiod::read_unchanged(changes(50), now).error, EAGAIN);
+    EXPECT_EQ(reads, 1);
+    EXPECT_EQ(radiod::read_unchanged([] { return radiod::kernel_stations{.error = ENODEV}; }, now + 20s).error, ENODEV);
 }
 
 // The test is the kernel, at the other end of a pair of sockets.
