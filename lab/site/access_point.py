@@ -10,7 +10,7 @@ from typing import Any
 
 from lab.site.authority import Authority, Identity
 from lab.site.client_table import Client, read_client_table
-from lab.site.controller import ADDRESS, Controller
+from lab.site.controller import Controller
 from lab.site.json_lines import JsonLines
 from lab.site.local_ipc import DAEMON, RADIO, LocalSocket
 from lab.site.messages import Local, Radio
@@ -48,7 +48,7 @@ class AccessPoint:
 mac = "{self.mac}"
 
 [controller]
-address = "{ADDRESS}"
+address = "{controller.address}"
 port = {controller.port}
 ca = {quote(authority.certificate)}
 certificate = {quote(self.identity.certificate)}

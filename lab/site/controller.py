@@ -16,14 +16,16 @@ ANSWER_SECONDS = 10
 
 
 class Controller:
-    """Listens on `port` of the loopback interface; 0 is any free port."""
+    """Listens on `port` of `address`, of the loopback interface by default; 0 is any free port."""
 
-    def __init__(self, processes: Processes, directory: Path, authority: Authority, port: int = 0) -> None:
+    def __init__(self, processes: Processes, directory: Path, authority: Authority, port: int = 0,
+                 address: str = ADDRESS) -> None:
         self._processes = processes
         self._directory = directory
         self._authority = authority
-        self.identity = authority.issue("controller", ADDRESS)
+        self.identity = authority.issue("controller", address)
         self._control = directory / "controller.sock"
+        self.address = address
         self.port = port
         self.process: Process | None = None
         self.output = JsonLines(directory / "site_controller.out")
@@ -33,7 +35,7 @@ class Controller:
         port_file.unlink(missing_ok=True)
         self.process = self._processes.start(
             "site_controller",
-            ["--listen", f"{ADDRESS}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
+            ["--listen", f"{self.address}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
              "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self._control,
              "--json", "--events", *options],
             self._directory)

@@ -5,7 +5,7 @@ from pathlib import Path
 
 from lab.site.access_point import AccessPoint
 from lab.site.authority import Authority
-from lab.site.controller import Controller
+from lab.site.controller import ADDRESS, Controller
 from lab.site.lab_directory import LabDirectory
 from lab.site.processes import Processes
 from lab.site.waiting import wait_until
@@ -14,7 +14,7 @@ from lab.site.waiting import wait_until
 class Laboratory:
     """On leaving the context, ends all processes and removes the authority's keys."""
 
-    def __init__(self, programs: Path) -> None:
+    def __init__(self, programs: Path, address: str = ADDRESS) -> None:
         self._place = LabDirectory()
         self.directory = self._place.path
         self.processes = Processes(programs)
@@ -23,7 +23,7 @@ class Laboratory:
         self._keys.mkdir(mode=0o700)
         try:
             self.authority = Authority(self._keys)
-            self.controller = Controller(self.processes, self.directory, self.authority)
+            self.controller = Controller(self.processes, self.directory, self.authority, address=address)
         except BaseException:
             self.discard()
             raise

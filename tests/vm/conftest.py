@@ -1,7 +1,7 @@
 """The machine's wired network, access points and stations, which all cases share; their programs are each case's own."""
 
 import sys
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
@@ -9,12 +9,13 @@ import pytest
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from nodes.access_point_node import AccessPointNode  # noqa: E402
+from nodes.managed_site import ManagedSite  # noqa: E402
 from nodes.station_node import StationNode  # noqa: E402
 from nodes.traffic import EchoServer  # noqa: E402
 from nodes.wire import Wire  # noqa: E402
 
 from lab.site.authority import Authority  # noqa: E402
-from lab.site.processes import Processes  # noqa: E402
+from lab.site.processes import Process, Processes  # noqa: E402
 
 SITE = Path("/run/site")
 ACCESS_POINTS = 2
@@ -87,3 +88,19 @@ def stations(all_stations: list[StationNode]) -> Iterator[list[StationNode]]:
     yield all_stations
     for each in all_stations:
         each.stop()
+
+
+@pytest.fixture
+def radius(authority: Authority, tmp_path: Path) -> Iterator[Callable[..., Process]]:
+    """Starts a RADIUS server on the wired host."""
+    processes = Processes(Path("/usr/sbin"))
+    yield lambda start: start(processes, tmp_path, authority)
+    processes.end()
+
+
+@pytest.fixture
+def site(programs: Path, access_points: list[AccessPointNode], stations: list[StationNode],
+         radius: Callable[..., Process]) -> Iterator[ManagedSite]:
+    """Its controller runs, the access points' daemons do not yet."""
+    with ManagedSite(programs, stations) as made:
+        yield made

@@ -1,8 +1,5 @@
 """hostapd and stations of each kind by themselves: what the other cases rest on."""
 
-from collections.abc import Callable, Iterator
-from pathlib import Path
-
 import pytest
 from nodes import network_kinds
 from nodes.access_point_node import AccessPointNode, Vap
@@ -12,19 +9,9 @@ from nodes.station_node import StationNode
 from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
 
-from lab.site.authority import Authority
-from lab.site.processes import Process, Processes
 from lab.site.waiting import wait_until
 
 SSID = "office"
-
-
-@pytest.fixture
-def radius(authority: Authority, tmp_path: Path) -> Iterator[Callable[..., Process]]:
-    """Starts a server."""
-    processes = Processes(Path("/usr/sbin"))
-    yield lambda start: start(processes, tmp_path, authority)
-    processes.end()
 
 
 def start_network(access_points: list[AccessPointNode], kind: NetworkKind) -> None:

@@ -27,6 +27,7 @@ class Vap:
     ssid: str
     vlan: int = 10
     settings: tuple[str, ...] = ()  # further lines of hostapd.conf
+    daemon_settings: tuple[str, ...] = ()  # and of the VAP's table in ap.toml
 
 
 class AccessPointNode:
@@ -59,9 +60,9 @@ class AccessPointNode:
     def bssid(self, index: int = 0) -> str:
         return self.radio.mac[:-2] + f"{index:02x}"
 
-    def start_hostapd(self, *vaps: Vap) -> None:
+    def start_hostapd(self, *vaps: Vap, radius: str = ADDRESS) -> None:
         configuration = self.directory / "hostapd.conf"
-        configuration.write_text("".join(f"{line}\n" for line in self._configuration(vaps)))
+        configuration.write_text("".join(f"{line}\n" for line in self._configuration(vaps, radius)))
         self.hostapd_process = self.processes.start("hostapd", ["-t", configuration], self.directory)
         self.attach_to_hostapd(len(vaps))
 
@@ -76,18 +77,28 @@ class AccessPointNode:
                           f"{self.name}: hostapd serves {interface}", log=self.hostapd_process.out,
                           check=self.hostapd_process.check_runs)
 
-    def _configuration(self, vaps: Sequence[Vap]) -> list[str]:
+    def end_hostapd(self, number: int) -> None:
+        """By this signal."""
+        self._detach()
+        self.processes.forget(self.hostapd_process)
+        self.hostapd_process.signal(number)
+        self.hostapd_process.wait()
+
+    def _detach(self) -> None:
+        for each in self.hostapd.values():
+            each.close()
+        self.hostapd.clear()
+
+    def _configuration(self, vaps: Sequence[Vap], radius: str) -> list[str]:
         lines = ["driver=nl80211", "hw_mode=g", f"channel={self.channel}", "ieee80211n=1", "logger_syslog=0"]
         for index, vap in enumerate(vaps):
             lines += [f"{'bss' if index else 'interface'}={self.interface(index)}", f"bssid={self.bssid(index)}",
                       f"ssid={vap.ssid}", f"bridge=br{vap.vlan}", f"ctrl_interface={self.directory / 'hostapd'}",
                       "notify_mgmt_frames=1", f"nas_identifier={self.name}-{index}",
                       f"own_ip_addr={self.address}", f"r1_key_holder={self.bssid(index).replace(':', '')}",
-                      *self._radius_client(), *vap.kind.access_point, *vap.settings]
+                      f"auth_server_addr={radius}", f"auth_server_port={PORT}", f"auth_server_shared_secret={SECRET}",
+                      *vap.kind.access_point, *vap.settings]
         return lines
-
-    def _radius_client(self) -> list[str]:
-        return [f"auth_server_addr={ADDRESS}", f"auth_server_port={PORT}", f"auth_server_shared_secret={SECRET}"]
 
     def authorized(self, index: int = 0) -> list[str]:
         """The stations of VAP `index` that the kernel lets send."""
@@ -100,7 +111,12 @@ class AccessPointNode:
         return "[AUTHORIZED]" in self.hostapd[self.interface(index)].request(f"STA {mac}")
 
     def stop(self) -> None:
-        for each in self.hostapd.values():
-            each.close()
-        self.hostapd.clear()
+        self._detach()
         self.processes.end()
+        forget_output(self.directory)
+
+
+def forget_output(directory: Path) -> None:
+    """What the programs of one case printed is not shown with the next one's failure."""
+    for file in [*directory.glob("*.out"), *directory.glob("*.err")]:
+        file.unlink()

@@ -2,7 +2,7 @@
 
 from pathlib import Path
 
-from nodes.access_point_node import FREQUENCIES, AccessPointNode
+from nodes.access_point_node import FREQUENCIES, AccessPointNode, forget_output
 from nodes.air import RadioHardware
 from nodes.control_socket import ControlSocket, try_to_attach
 from nodes.namespace import Namespace
@@ -32,6 +32,7 @@ class StationNode:
         self.processes = Processes(Path("/usr/sbin"), self.namespace.launcher)
         self.supplicant_process: Process | None = None
         self.supplicant: ControlSocket | None = None
+        self.address: str | None = None  # by DHCP
 
     def start(self, ssid: str, kind: NetworkKind, bssid: str = "any", *settings: str) -> None:
         """Starts wpa_supplicant, which looks for the network, for one access point's when `bssid` is given."""
@@ -106,7 +107,8 @@ class StationNode:
         self.namespace.run("busybox", "udhcpc", "-i", INTERFACE, "-f", "-n", "-q", "-t", "20", "-T", "1",
                            "-s", DHCP_SCRIPT)
         words = self.namespace.run("ip", "-4", "-o", "addr", "show", "dev", INTERFACE).split()
-        return words[words.index("inet") + 1].partition("/")[0]
+        self.address = words[words.index("inet") + 1].partition("/")[0]
+        return self.address
 
     def reaches(self, address: str) -> bool:
         with_reply = self.namespace.run("busybox", "ping", "-c", "3", "-W", "3", address)
@@ -117,5 +119,7 @@ class StationNode:
             self.supplicant.close()
             self.supplicant = None
         self.processes.end()
+        forget_output(self.directory)
+        self.address = None
         self.radio.come_into_range()
         self.namespace.run("ip", "addr", "flush", "dev", INTERFACE)

@@ -1,0 +1,138 @@
+"""The access points with all their daemons, and the controller on the wired host."""
+
+import signal
+from pathlib import Path
+
+from nodes.access_point_node import AccessPointNode, Vap
+from nodes.radius_server import SECRET
+from nodes.station_node import StationNode
+from nodes.wire import ADDRESS
+
+from lab.site.access_point import AccessPoint
+from lab.site.client_table import Client
+from lab.site.consistency import UNKNOWN_IP, collect_views, find_differences
+from lab.site.failure import LabFailure
+from lab.site.laboratory import Laboratory
+from lab.site.processes import Processes
+from lab.site.waiting import wait_until
+
+LOCAL_RADIUS = "127.0.0.1"
+DAEMONS = ("radiod", "client_mgr", "apd")
+AGREE_SECONDS = 20
+
+
+class ManagedAccessPoint(AccessPoint):
+    """`node`'s daemons. hostapd is the node's."""
+
+    def __init__(self, node: AccessPointNode, vaps: tuple[Vap, ...], lab: "ManagedSite") -> None:
+        self.node = node
+        self._lab = lab
+        super().__init__(Processes(lab.processes.programs, node.namespace.launcher), lab.directory / node.name,
+                         node.bssid(), describe(node, vaps), lab.authority.issue(node.name, mac=node.bssid()))
+        for name in ("hostapd.secret", "server.secret"):
+            (self.root / name).touch(mode=0o600)
+            (self.root / name).write_text(SECRET)
+        self.number_of_vaps = len(vaps)
+
+    def start_all(self) -> None:
+        self.start("captive_app", "--json")
+        for daemon in DAEMONS:
+            self.start_daemon(daemon)
+
+    def start_daemon(self, daemon: str) -> None:
+        self.start(daemon, *(["--verbose"] if daemon == "radiod" else []))
+
+    def replace(self, daemon: str) -> None:
+        """Kills it and starts another."""
+        self.kill(daemon)
+        self.start_daemon(daemon)
+
+    def stations(self) -> list[dict[str, object]]:
+        """The kernel's, as the lab's radio lists its own."""
+        return [{"client": mac, "bssid": self.node.bssid(index), "ip": self._lab.address_of(mac), "here": True}
+                for index in range(self.number_of_vaps) for mac in self.node.authorized(index)]
+
+    def client(self, mac: str) -> Client | None:
+        return next((each for each in self.clients() if each.mac == mac), None)
+
+    def end_all(self) -> None:
+        self._processes.end()
+
+
+def describe(node: AccessPointNode, vaps: tuple[Vap, ...]) -> str:
+    text = f"""\
+[radio]
+hostapd_directory = "{node.directory / 'hostapd'}"
+radius_secret_file = "hostapd.secret"
+
+[[radio.radius_server]]
+address = "{ADDRESS}"
+secret_file = "server.secret"
+"""
+    for index, vap in enumerate(vaps):
+        text += f"""
+[[vap]]
+ifname = "{node.interface(index)}"
+ssid = "{vap.ssid}"
+vlan = {vap.vlan}
+"""
+        text += "".join(f"{line}\n" for line in vap.daemon_settings)
+    return text
+
+
+class ManagedSite(Laboratory):
+    """On leaving the context its daemons end."""
+
+    def __init__(self, programs: Path, stations: list[StationNode]) -> None:
+        super().__init__(programs, ADDRESS)
+        self._stations = stations
+        self.controller.start()
+
+    def __exit__(self, *_: object) -> None:
+        for each in self.access_points:
+            each.end_all()
+        super().__exit__()
+        self.discard()
+
+    def start(self, nodes: list[AccessPointNode], *vaps: Vap) -> None:
+        """Every access point serves these VAPs. Returns when the controller has the first report of each."""
+        for node in nodes:
+            node.start_hostapd(*vaps, radius=LOCAL_RADIUS)
+            added = ManagedAccessPoint(node, vaps, self)
+            added.configure(self.controller, self.authority)
+            self.access_points.append(added)
+        super().start()
+
+    def address_of(self, mac: str) -> str:
+        return next((each.address for each in self._stations if each.mac == mac and each.address), UNKNOWN_IP)
+
+    def client(self, station: StationNode) -> dict[str, object] | None:
+        """The controller's entry."""
+        return next((each for each in self.controller.ask_json("clients") if each["client"] == station.mac), None)
+
+    def wait_until_at(self, station: StationNode, bssid: str, seconds: float = 20) -> None:
+        """Returns when the controller has it there."""
+        wait_until(lambda: (self.client(station) or {}).get("bssid") == bssid,
+                   f"the controller has {station.name} at {bssid}", seconds, log=self.controller.output.file)
+
+    def wait_until_gone(self, station: StationNode) -> None:
+        wait_until(lambda: self.client(station) is None, f"the controller has no {station.name}",
+                   log=self.controller.output.file)
+
+    def wait_until_all_agree(self, seconds: float = AGREE_SECONDS) -> None:
+        """The kernels' stations, the daemons' tables and the controller."""
+        differences: list[str] = []
+
+        def agree() -> bool:
+            differences[:] = find_differences(collect_views(self))
+            return not differences
+
+        try:
+            wait_until(agree, "all agree", seconds)
+        except LabFailure:
+            raise LabFailure(f"not all agree within {seconds} s:\n" + "\n".join(differences)) from None
+
+
+def restart_hostapd(node: AccessPointNode, vaps: tuple[Vap, ...], number: int = signal.SIGTERM) -> None:
+    node.end_hostapd(number)
+    node.start_hostapd(*vaps, radius=LOCAL_RADIUS)
