@@ -14,12 +14,14 @@ from nodes.station_node import StationNode  # noqa: E402
 from nodes.traffic import EchoServer  # noqa: E402
 from nodes.wire import Wire  # noqa: E402
 
+from lab.site import waiting  # noqa: E402
 from lab.site.authority import Authority  # noqa: E402
 from lab.site.processes import Process, Processes  # noqa: E402
 
 SITE = Path("/run/site")
 ACCESS_POINTS = 2
 STATIONS = 2
+waiting.POLL_SECONDS = 0.1  # the emulated processor has other work
 LOG_LINES = 120  # of each program, when a case fails
 
 

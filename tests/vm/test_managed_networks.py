@@ -30,7 +30,7 @@ def test_association_roams_and_departure(kind: NetworkKind, site: ManagedSite, a
     site.wait_until_all_agree()
     with Traffic(station.namespace, address_in(10), echo.port) as traffic:
         for target in (second, first):
-            station.roam(target.bssid())
+            station.roam(target)
             site.wait_until_at(station, target.bssid())
             traffic.wait_for_more()
     assert traffic.is_complete
@@ -87,7 +87,7 @@ def test_roam_needs_no_eap_with_a_fetched_key(kind: NetworkKind, site: ManagedSi
     station.connect(SSID, kind, first, 0, "proactive_key_caching=1")
     wait_until(lambda: (site.client(station) or {}).get("pmk"), "the controller has the key")
     assert station.count_eap() == 1
-    station.roam(second.bssid())
+    station.roam(second)
     assert station.count_eap() == 1
     site.wait_until_at(station, second.bssid())
     site.wait_until_all_agree()

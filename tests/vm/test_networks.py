@@ -1,12 +1,10 @@
-"""hostapd and stations of each kind by themselves: what the other cases rest on."""
+"""hostapd, stations and servers by themselves: what the other cases rest on."""
 
-import pytest
 from nodes import network_kinds
 from nodes.access_point_node import AccessPointNode, Vap
 from nodes.network_kinds import NetworkKind
-from nodes.radius_server import start_freeradius, start_hostapd_server
+from nodes.radius_server import start_freeradius
 from nodes.station_node import StationNode
-from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
 
 from lab.site.waiting import wait_until
@@ -17,27 +15,6 @@ SSID = "office"
 def start_network(access_points: list[AccessPointNode], kind: NetworkKind) -> None:
     for each in access_points:
         each.start_hostapd(Vap(kind, SSID))
-
-
-@pytest.mark.parametrize("kind", network_kinds.ALL, ids=str)
-def test_station_associates_and_roams_with_traffic(kind: NetworkKind, access_points: list[AccessPointNode],
-                                                   stations: list[StationNode], echo: EchoServer, radius) -> None:
-    first, second = access_points
-    station = stations[0]
-    if kind.has_8021x:
-        radius(start_hostapd_server)
-    start_network(access_points, kind)
-    station.connect(SSID, kind, first)
-    assert first.has_station(station.mac)
-    assert first.authorized() == [station.mac]
-    assert station.get_address().startswith("10.0.10.")
-    with Traffic(station.namespace, address_in(10), echo.port) as traffic:
-        station.roam(second.bssid())
-        traffic.wait_for_more()
-        station.roam(first.bssid())
-        traffic.wait_for_more()
-    assert traffic.is_complete
-    print(f"longest gap: {traffic.longest_gap:.2f} s")
 
 
 def test_freeradius_authenticates(access_points: list[AccessPointNode], stations: list[StationNode], radius) -> None:

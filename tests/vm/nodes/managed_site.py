@@ -113,7 +113,8 @@ class ManagedSite(Laboratory):
     def wait_until_at(self, station: StationNode, bssid: str, seconds: float = 20) -> None:
         """Returns when the controller has it there."""
         wait_until(lambda: (self.client(station) or {}).get("bssid") == bssid,
-                   f"the controller has {station.name} at {bssid}", seconds, log=self.controller.output.file)
+                   f"the controller has {station.name} at {bssid}", seconds,
+                   self.controller.output.file)
 
     def wait_until_gone(self, station: StationNode) -> None:
         wait_until(lambda: self.client(station) is None, f"the controller has no {station.name}",

@@ -65,23 +65,35 @@ class StationNode:
     def _try_to_connect(self, access_point: AccessPointNode, index: int) -> bool:
         """hostapd's first key exchange takes so long here that it has the request twice, and other keys at the end."""
         try:
-            wait_until(lambda: self.is_connected() and access_point.has_station(self.mac, index),
-                       f"{self.name} and {access_point.name} agree", 10)
+            self.wait_until_connected(access_point.bssid(index), 10)
         except LabFailure:
-            self.supplicant.command("REASSOCIATE")
-            return False
-        return True
+            pass
+        if self.is_connected() and self._is_known(access_point, index):
+            return True
+        self.supplicant.command("REASSOCIATE")
+        return False
 
-    def roam(self, bssid: str) -> None:
+    def roam(self, access_point: AccessPointNode, index: int = 0) -> None:
         """A station gives up after 340 ms without an answer, and then connects anew to any access point."""
+        bssid = access_point.bssid(index)
+
         def try_to_roam() -> bool:
             mark = self.supplicant.mark()
-            self.supplicant.command(f"ROAM {bssid}")
-            return bssid in self.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
+            self.supplicant.command("REASSOCIATE" if self.is_connected(bssid) else f"ROAM {bssid}")
+            return (bssid in self.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
+                    and self._is_known(access_point, index))
 
         if not self.supplicant.request(f"BSS {bssid}"):
             self._scan_for(bssid)
         wait_until(try_to_roam, f"{self.name} roams to {bssid}", 40, self.supplicant_process.out)
+
+    def _is_known(self, access_point: AccessPointNode, index: int) -> bool:
+        """Whether hostapd soon has it as authorized: see _try_to_connect."""
+        try:
+            wait_until(lambda: access_point.has_station(self.mac, index), f"{access_point.name} has {self.name}", 3)
+        except LabFailure:
+            return False
+        return True
 
     def _scan_for(self, bssid: str) -> None:
         def heard() -> bool:

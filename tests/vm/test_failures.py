@@ -1,0 +1,88 @@
+"""hostapd, a daemon or the controller fails among real stations: soon all agree again."""
+
+import itertools
+import signal
+import threading
+
+import pytest
+from nodes import network_kinds
+from nodes.access_point_node import Vap
+from nodes.managed_site import DAEMONS, ManagedSite, restart_hostapd
+
+SSID = "office"
+VAP = Vap(network_kinds.PSK, SSID)
+
+
+def connect_all(site: ManagedSite, access_points, stations) -> None:
+    site.start(access_points, VAP)
+    for station, access_point in zip(stations, itertools.cycle(access_points)):
+        station.connect(SSID, VAP.kind, access_point)
+    for station, access_point in zip(stations, itertools.cycle(access_points)):
+        site.wait_until_at(station, access_point.bssid())
+
+
+def wait_until_back(site: ManagedSite, stations) -> None:
+    for station in stations:
+        station.wait_until_connected()
+    site.wait_until_all_agree()
+    connected = {station.mac: station.supplicant.status()["bssid"] for station in stations}
+    assert {each["client"]: each["bssid"] for each in site.controller.ask_json("clients")} == connected
+
+
+def test_hostapd_reloads(site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    mark = stations[0].supplicant.mark()
+    access_points[0].hostapd_process.signal(signal.SIGHUP)
+    stations[0].supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
+    wait_until_back(site, stations)
+    stations[0].roam(access_points[1])
+    site.wait_until_at(stations[0], access_points[1].bssid())
+    stations[0].roam(access_points[0])
+    site.wait_until_at(stations[0], access_points[0].bssid())
+    site.wait_until_all_agree()
+
+
+def test_hostapd_is_disabled_and_enabled(site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    access_points[0].hostapd["wlan0"].command("DISABLE")
+    site.wait_until_at(stations[0], access_points[1].bssid(), 40)
+    site.wait_until_all_agree()
+    access_points[0].hostapd["wlan0"].command("ENABLE")
+    stations[0].roam(access_points[0])
+    site.wait_until_at(stations[0], access_points[0].bssid())
+    site.wait_until_all_agree()
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL], ids=["TERM", "KILL"])
+def test_hostapd_ends_and_comes_back(number: int, site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    restart_hostapd(access_points[0], (VAP,), number)
+    wait_until_back(site, stations)
+    stations[0].roam(access_points[0])
+    site.wait_until_at(stations[0], access_points[0].bssid())
+    site.wait_until_all_agree()
+
+
+@pytest.mark.parametrize("daemon", DAEMONS)
+def test_daemon_is_killed_while_stations_roam(daemon: str, site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    mover = threading.Thread(target=roam_all, args=(access_points, stations))
+    mover.start()
+    site.access_points[0].replace(daemon)
+    mover.join()
+    wait_until_back(site, stations)
+
+
+def roam_all(access_points, stations) -> None:
+    """Each station goes to the other access point and back."""
+    for target in (access_points[1], access_points[0]):
+        for station in stations:
+            station.roam(target)
+
+
+def test_controller_is_killed_and_comes_back(site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    site.controller.kill()
+    stations[0].roam(access_points[1])
+    site.controller.start()
+    wait_until_back(site, stations)
