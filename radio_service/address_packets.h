@@ -21,10 +21,12 @@ struct used_address {
 };
 
 // Each returns none for a packet that is cut, malformed or of another kind.
-// The sender of an ARP packet; none of a probe, which has no address yet.
-std::optional<used_address> sender_of_arp(std::span<const std::uint8_t> packet);
-// The client of a DHCP server's acknowledgement.
-std::optional<used_address> client_of_dhcp(std::span<const std::uint8_t> ipv4_packet);
+// The sender of an ARP packet that comes from the MAC address `source`; none of a probe, which has no address yet, nor
+// when the packet names another sender.
+std::optional<used_address> sender_of_arp(const mac_address &source, std::span<const std::uint8_t> packet);
+// The client of a DHCP server's acknowledgement that goes to the MAC address `destination`: the client's or a group's.
+// Only the caller can say whether the packet comes from where DHCP servers are.
+std::optional<used_address> client_of_dhcp(const mac_address &destination, std::span<const std::uint8_t> ipv4_packet);
 
 }  // namespace kx
 

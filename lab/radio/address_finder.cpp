@@ -29,11 +29,10 @@ std::optional<air_event> find_address(const frame &data) {
     const std::uint16_t ethertype = big16(data.body, 6);
     const bytes packet = data.body.subspan(8);
     if (data.to_ds && ethertype == kx::ethertype_arp) {
-        const auto sender = kx::sender_of_arp(packet);
-        return sender && sender->station == data.transmitter ? address_event(sender, data.receiver) : std::nullopt;
+        return address_event(kx::sender_of_arp(data.transmitter, packet), data.receiver);
     }
     if (data.from_ds && ethertype == kx::ethertype_ipv4) {
-        return address_event(kx::client_of_dhcp(packet), data.transmitter);
+        return address_event(kx::client_of_dhcp(data.receiver, packet), data.transmitter);
     }
     return std::nullopt;
 }

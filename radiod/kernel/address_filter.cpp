@@ -10,6 +10,7 @@
 namespace radiod {
 namespace {
 
+constexpr std::size_t destination_at = 0, source_at = 6;
 constexpr std::uint32_t ethertype_at = 12;
 constexpr std::uint32_t payload_at = 14;
 constexpr std::uint32_t tag_size = 4;  // IEEE 802.1Q-2018, 9.5
@@ -20,9 +21,9 @@ enum place : std::uint8_t {
     plain_ip = 8,
     tagged_ip = 17,
     client_port = 25,
-    arp = 26,
-    pass = 28,
-    drop = 29
+    arp = 28,
+    pass = 30,
+    drop = 31
 };
 
 constexpr int load8 = BPF_LD | BPF_B | BPF_ABS;
@@ -51,7 +52,7 @@ constexpr auto packet_type = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTT
 constexpr std::uint32_t whole_frame = 0xffff;
 
 // The kernel takes a VLAN tag off before a packet socket gets the frame, but not the second of two.
-constexpr std::array<sock_filter, 30> program{
+constexpr std::array<sock_filter, 32> program{
     run(load16, ethertype_at),
     test(1, if_equal, ETH_P_ARP, arp, 2),
     test(2, if_equal, ETH_P_IP, plain_ip, 3),
@@ -77,9 +78,11 @@ constexpr std::array<sock_filter, 30> program{
     run(load_port, source_port_at + tag_size),
     test(23, if_equal, server_port, 24, drop),
     run(load_port, destination_port_at + tag_size),
-    test(25, if_equal, dhcp_client_port, pass, drop),  // client_port
-    run(load_ancillary, packet_type),                  // arp
-    test(27, if_equal, PACKET_OUTGOING, drop, pass),
+    test(25, if_equal, dhcp_client_port, 26, drop),  // client_port
+    run(load_ancillary, packet_type),
+    test(27, if_equal, PACKET_OUTGOING, pass, drop),
+    run(load_ancillary, packet_type),  // arp
+    test(29, if_equal, PACKET_OUTGOING, drop, pass),
     run(end, whole_frame),  // pass
     run(end, 0),            // drop
 };
@@ -104,9 +107,9 @@ std::optional<kx::used_address> find_address(std::span<const std::uint8_t> frame
     }
     switch (ethertype) {
         case kx::ethertype_arp:
-            return kx::sender_of_arp(frame.subspan(payload));
+            return kx::sender_of_arp(mac_at(&frame[source_at]), frame.subspan(payload));
         case kx::ethertype_ipv4:
-            return kx::client_of_dhcp(frame.subspan(payload));
+            return kx::client_of_dhcp(mac_at(&frame[destination_at]), frame.subspan(payload));
         default:
             return std::nullopt;
     }

@@ -12,8 +12,8 @@
 
 namespace radiod {
 
-// The socket filter of a packet socket (classic BPF). It passes ARP packets that arrive, and UDP datagrams from port 67
-// to port 68, each also behind one VLAN tag.
+// The socket filter of a packet socket (classic BPF). It passes ARP packets that arrive, and UDP datagrams that leave
+// from port 67 to port 68, each also behind one VLAN tag. A station that says it is a DHCP server is not believed.
 std::span<const sock_filter> address_filter();
 
 // The address in an Ethernet frame that the filter has passed; hostile frames are survived. None when there is none.

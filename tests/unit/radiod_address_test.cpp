@@ -28,8 +28,9 @@ const octets ipv4_type{8, 0};
 octets big16(std::size_t value) { return {static_cast<std::uint8_t>(value >> 8U), static_cast<std::uint8_t>(value)}; }
 octets bytes_of(const mac_address &mac) { return {mac.begin(), mac.end()}; }
 
-octets ethernet(const mac_address &from, const octets &type_and_payload) {
-    return octets(6, 0xff) + bytes_of(from) + type_and_payload;
+constexpr mac_address everybody{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+octets ethernet(const mac_address &from, const octets &type_and_payload, const mac_address &to = everybody) {
+    return bytes_of(to) + bytes_of(from) + type_and_payload;
 }
 octets arp(const mac_address &sender, const octets &sender_ip) {
     return octets{0, 1, 8, 0, 6, 4, 0, 1} + bytes_of(sender) + sender_ip + octets(6) + octets{10, 0, 0, 1};
@@ -62,6 +63,8 @@ TEST(radiod_address, is_the_sender_of_an_arp_packet) {
     EXPECT_EQ(radiod::find_address(ethernet(station, tag + arp_type + packet)), found);
     EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + arp(station, {0, 0, 0, 0}))), std::nullopt);
     EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + arp({3, 0, 0, 0, 0, 1}, ip_bytes))), std::nullopt);
+    EXPECT_EQ(radiod::find_address(ethernet(router, arp_type + packet)), std::nullopt);
+    EXPECT_EQ(radiod::find_address(ethernet(router, tag + arp_type + packet)), std::nullopt);
     octets other = packet;
     other[1] = 6;
     EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + other)), std::nullopt);
@@ -73,6 +76,8 @@ TEST(radiod_address, is_in_an_acknowledgement_of_dhcp) {
     EXPECT_EQ(radiod::find_address(ethernet(
                   router, ipv4_type + ipv4(udp(67, 68, dhcp(octets{0, 12, 1, 'a'} + ack_options)), octets(8)))),
               found);
+    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack(), station)), found);
+    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack(), {2, 0, 0, 0, 0xc, 2})), std::nullopt);
     for (const octets &wrong : {
              ipv4(udp(67, 68, dhcp({53, 1, 2, 255}))),          // an offer
              ipv4(udp(67, 68, dhcp({53, 2, 5, 0, 255}))),       // a type of two bytes
@@ -161,29 +166,36 @@ TEST_F(radiod_address_snoop, finds_addresses_and_is_not_woken_by_other_traffic) 
     const octets arp_packet = arp(station, ip_bytes);
     // None of these passes the filter.
     leaves(ethernet(router, arp_type + arp(router, {10, 0, 0, 1})));
-    arrives(ethernet(station, ipv4_type + ipv4(udp(1000, 53, octets(40)))));
-    arrives(ethernet(station, ipv4_type + ipv4(udp(67, 69, dhcp(ack_options)))));
-    arrives(ethernet(station, ipv4_type + ipv4(udp(68, 67, dhcp(ack_options, 1)))));
-    arrives(ethernet(station, ipv4_type + ipv4(octets(40), {}, 0, 6)));
-    arrives(ethernet(station, ipv4_type + ipv4(udp(67, 68, octets(40)), {}, 5)));
-    arrives(ethernet(station, octets{0x86, 0xdd} + octets(60)));
-    arrives(ethernet(station, tag + ipv4_type + ipv4(udp(67, 66, dhcp(ack_options)))));
+    leaves(ethernet(router, ipv4_type + ipv4(udp(1000, 53, octets(40)))));
+    leaves(ethernet(router, ipv4_type + ipv4(udp(67, 69, dhcp(ack_options)))));
+    leaves(ethernet(router, ipv4_type + ipv4(udp(68, 67, dhcp(ack_options, 1)))));
+    leaves(ethernet(router, ipv4_type + ipv4(octets(40), {}, 0, 6)));
+    leaves(ethernet(router, ipv4_type + ipv4(udp(67, 68, octets(40)), {}, 5)));
+    leaves(ethernet(router, octets{0x86, 0xdd} + octets(60)));
+    leaves(ethernet(router, tag + ipv4_type + ipv4(udp(67, 66, dhcp(ack_options)))));
     arrives(ethernet(station, octets{8, 7}));
+    for (const mac_address &from : {station, router}) {
+        arrives(ethernet(from, ipv4_type + ack()));
+        arrives(ethernet(from, tag + ipv4_type + ack()));
+    }
     // All of these do.
-    const std::vector<octets> passing = {
+    const std::vector<octets> arriving = {
         ethernet(station, arp_type + arp_packet),
         ethernet(station, tag + arp_type + arp_packet),
         ethernet(station, octets{0x88, 0xa8, 0, 10} + tag + arp_type + arp_packet),
-        ethernet(station, ipv4_type + ack()),
-        ethernet(station, tag + ipv4_type + ack()),
-        ethernet(station, ipv4_type + ipv4(udp(67, 68, dhcp(ack_options)), octets(12))),
     };
-    for (const octets &frame : passing) {
+    const std::vector<octets> leaving = {
+        ethernet(router, ipv4_type + ack()),
+        ethernet(router, tag + ipv4_type + ack()),
+        ethernet(router, ipv4_type + ipv4(udp(67, 68, dhcp(ack_options)), octets(12))),
+    };
+    for (const octets &frame : arriving) {
         arrives(frame);
     }
-    leaves(ethernet(router, ipv4_type + ack()));
-    leaves(ethernet(router, tag + ipv4_type + ack()));
-    const std::size_t expected = passing.size() + 2;
+    for (const octets &frame : leaving) {
+        leaves(frame);
+    }
+    const std::size_t expected = arriving.size() + leaving.size();
     EXPECT_TRUE(run_until([&] { return seen_.size() >= expected; }));
     settle();
     EXPECT_EQ(seen_, std::vector<kx::used_address>(expected, *found));
