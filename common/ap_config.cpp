@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <climits>
 #include <filesystem>
+#include <stdexcept>
 #include <string_view>
+
+#include "common/permissions.h"
 
 namespace kx {
 
@@ -82,6 +85,11 @@ std::vector<vap_config> read_vaps(const toml_table &from, std::string_view key, 
 }
 
 ap_config load_ap_config(const std::string &file) {
+    try {
+        require_safe_configuration(file);
+    } catch (const std::runtime_error &error) {
+        throw config_error(error.what());
+    }
     toml_table top = toml_table::read(file, "the access point's configuration", max_size);
     top.allow_only({"ap", "controller", "radio", "vap"});
     toml_table ap = top.table("ap");

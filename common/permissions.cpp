@@ -92,6 +92,17 @@ void require_safe_root() {
 
 void require_safe_directory_of(const std::string &file) { require_way(fs::absolute(file).parent_path(), links_max); }
 
+void require_safe_configuration(const std::string &file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) {
+        return;
+    }
+    require_owner(file, status, true);
+    if ((status.st_mode & writable_by_others) != 0) {
+        fail(file, status, "write to it", "0644");
+    }
+}
+
 void require_safe_key(const std::string &file) {
     struct stat status {};
     if (stat(file.c_str(), &status) != 0) {

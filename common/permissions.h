@@ -17,6 +17,9 @@ void require_safe_root();
 // The directory of `file`, like one on the way.
 void require_safe_directory_of(const std::string &file);
 
+// A configuration: a trusted owner, and nobody else may write to it. The way is not checked.
+void require_safe_configuration(const std::string &file);
+
 // A private key: a trusted owner, and nobody else may read or write it. The group of this process may read a key of
 // root.
 void require_safe_key(const std::string &file);

@@ -57,6 +57,7 @@ key = {quote(self.identity.key)}
 {self.vaps_text}"""
         aside = self.root / "ap.toml.new"
         aside.write_text(text)
+        aside.chmod(0o644)
         aside.rename(self.root / "ap.toml")
 
     def start(self, program: str, *arguments: object) -> Process:

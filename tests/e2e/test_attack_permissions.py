@@ -19,11 +19,11 @@ def access_point(lab):
     return add_access_point(lab)
 
 
-def refused(access_point, program, root=None):
+def refused(access_point, program, root=None, status=None):
     """Starts the program, which is expected to end, and returns what it says."""
     process = access_point._processes.start(program, (), access_point.root, root or access_point.root)
     access_point._processes.forget(process)
-    assert process.wait() == DAEMONS[program]
+    assert process.wait() == (status or DAEMONS[program])
     return process.err.read_text()
 
 
@@ -76,6 +76,22 @@ def test_link_of_another_user(lab, access_point):
     link.symlink_to(access_point.root)
     os.lchown(link, STRANGER, STRANGER)
     assert f"{link}: it belongs to user {STRANGER}" in refused(access_point, "apd", link)
+
+
+@pytest.mark.parametrize("mode", [0o666, 0o620], ids=oct)
+def test_configuration_that_others_may_write_to(access_point, mode):
+    """At the start it is refused. Later the one before stays in use."""
+    configuration = access_point.root / "ap.toml"
+    configuration.chmod(mode)
+    complaint = f"{configuration}: its mode is {mode:04o}, others may write to it; chmod it to 0644"
+    for program, status in {"client_mgr": 255, "apd": os.EX_CONFIG}.items():
+        assert complaint in refused(access_point, program, status=status)
+    configuration.chmod(0o644)
+    access_point.start_all()
+    wait_until_ready(access_point)
+    configuration.chmod(mode)
+    access_point.running["apd"].signal(signal.SIGHUP)
+    wait_for_line(access_point.running["apd"].err, f"{complaint}; the configuration stays as it was")
 
 
 def test_key_that_others_may_read_gives_no_tunnel(access_point):

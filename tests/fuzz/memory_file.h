@@ -3,6 +3,7 @@
 #define TESTS_FUZZ_MEMORY_FILE_H
 
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -15,7 +16,8 @@ namespace fuzz {
 class memory_file {
 public:
     explicit memory_file(std::span<const uint8_t> content) : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {
-        if (fd_ < 0 || write(fd_, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
+        if (fd_ < 0 || fchmod(fd_, S_IRUSR | S_IWUSR) != 0 ||
+            write(fd_, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
             throw std::system_error(errno, std::generic_category(), "a file in memory");
         }
     }

@@ -43,6 +43,7 @@ private_root::private_root() {
         throw std::runtime_error("no temporary directory");
     }
     root_ = name;
+    umask(S_IRWXG | S_IRWXO);
     setenv("KX_ROOT", name, 1);
     unsetenv("KX_CONFIG");
     unsetenv("KX_LOG_LEVEL");
