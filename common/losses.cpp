@@ -9,10 +9,14 @@ losses::losses(std::span<const reason> reasons, callbacks handlers)
 
 void losses::add(std::size_t which, std::size_t number) {
     if (number > 0) {
-        counts_[which].total += number;
         counts_[which].unwritten += number;
-        wake();
+        add_quietly(which, number);
     }
+}
+
+void losses::add_quietly(std::size_t which, std::size_t number) {
+    counts_[which].total += number;
+    wake();
 }
 
 void losses::wake() { awake_ = awake_ || handlers_.wake(); }

@@ -28,6 +28,8 @@ public:
 
     // The line about these losses, and about others until tick(), has their number.
     void add(std::size_t which, std::size_t number = 1);
+    // Without a line.
+    void add_quietly(std::size_t which, std::size_t number = 1);
     // Like add, but the first loss within a second is written at once, as the line that `describe` returns.
     template <typename Describe>
     void add_described(std::size_t which, Describe describe) {

@@ -199,9 +199,6 @@ void kx_ipc::deliver(const kx::ipc_datagram &datagram) {
 }
 
 int kx_ipc::respond(const received_message &request, const void *body, std::uint32_t size) const {
-    if (!request.sender->is_named()) {
-        return -1;
-    }
     const ipc_hdr asked = header_of(request.rx.hdr);
     ipc_hdr header = kx::make_ipc_header(asked.id, size, asked.flags);
     std::array<iovec, 2> pieces{{{&header, sizeof(header)}, {const_cast<void *>(body), size}}};
@@ -210,7 +207,11 @@ int kx_ipc::respond(const received_message &request, const void *body, std::uint
     answer.msg_namelen = request.sender->length;
     answer.msg_iov = pieces.data();
     answer.msg_iovlen = pieces.size();
-    return static_cast<int>(sendmsg(fd_, &answer, MSG_DONTWAIT | MSG_NOSIGNAL));
+    const ssize_t sent = request.sender->is_named() ? sendmsg(fd_, &answer, MSG_DONTWAIT | MSG_NOSIGNAL) : -1;
+    if (sent < 0) {
+        kx::port_losses().add(kx::loss_undelivered);
+    }
+    return static_cast<int>(sent);
 }
 
 ssize_t kx_ipc::send(const char *dest, const void *message, std::size_t size) {

@@ -1,7 +1,6 @@
 // The log file is $KX_ROOT/log/<name>.log. The configuration record is the six words of kx_log_conf, big-endian.
 #include "kx/kx_log.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 #include "common/paths.h"
 #include "common/permissions.h"
 #include "platform/linux/log_file.h"
+#include "platform/linux/port_losses.h"
 #include "platform/linux/start_failure.h"
 #include "wire/big_endian.h"
 
@@ -102,9 +102,10 @@ void KX_LOG_SET_CFG(const void *payload) {
                      record.console, record.word4, record.max_file_size};
     if (conf.level < level_min || conf.level > level_max || conf.console > 1 || conf.max_file_size < file_size_min ||
         conf.max_file_size > file_size_max) {
-        syslog(LOG_USER | LOG_WARNING, "log configuration refused: level %d, console %u, file size %u",
-               static_cast<int>(conf.level), static_cast<unsigned>(conf.console),
-               static_cast<unsigned>(conf.max_file_size));
+        kx::port_losses().add_described(kx::loss_malformed, [&conf] {
+            return "log configuration refused: level " + std::to_string(conf.level) + ", console " +
+                   std::to_string(conf.console) + ", file size " + std::to_string(conf.max_file_size);
+        });
         return;
     }
     kx_log_conf_data = conf;

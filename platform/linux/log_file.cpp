@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "kx/kx_log.h"
+#include "platform/linux/port_losses.h"
 
 extern "C" {
 ssize_t __real_write(int fd, const void *bytes, size_t size);
@@ -157,6 +158,7 @@ void kx::log_file::take_back(ssize_t written) {
 }
 
 void kx::log_file::report_lost(int error) {
+    port_losses().add_quietly(loss_log_lines);
     if (lost_++ == 0) {
         syslog(LOG_USER | LOG_ERR, "%s: %s; lines of the log are lost", path_.c_str(), std::strerror(error));
     }

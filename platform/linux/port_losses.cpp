@@ -18,6 +18,8 @@ constexpr std::array reasons{
     kx::losses::reason{"queue_full", "messages for the controller dropped: the queue is full"},
     kx::losses::reason{"unsent", "messages for the controller dropped: the tunnel ended before they were sent"},
     kx::losses::reason{"from_apd", "messages from apd dropped"},
+    kx::losses::reason{"log_lines", "lines of the log lost"},
+    kx::losses::reason{"console_lines", "lines of the log lost on the console"},
 };
 
 void write_line(const std::string &line) { syslog(LOG_USER | LOG_WARNING, "%s", line.c_str()); }

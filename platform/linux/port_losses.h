@@ -16,6 +16,8 @@ enum port_loss : std::size_t {
     loss_queue_full,
     loss_unsent,
     loss_from_apd,
+    loss_log_lines,
+    loss_console_lines,
 };
 
 // Of this process. Lines go to the system log.

@@ -2,6 +2,7 @@
 
 import os
 import struct
+import tomllib
 from pathlib import Path
 from typing import Any
 
@@ -86,6 +87,16 @@ def set_log_level(access_point: AccessPoint, level: int) -> None:
     configuration = read_log_configuration(access_point)
     configuration[2] = level
     tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
+
+
+def status(access_point: AccessPoint, program: str) -> dict[str, Any]:
+    """The state of a daemon, which is not asked."""
+    file = access_point.root / f"kx/{program}.status"
+    return tomllib.loads(file.read_text()) if file.exists() else {"lost": {}}
+
+
+def lost(access_point: AccessPoint, program: str) -> dict[str, int]:
+    return {reason: number for reason, number in status(access_point, program)["lost"].items() if number}
 
 
 def updates(controller: Controller) -> list[dict[str, Any]]:

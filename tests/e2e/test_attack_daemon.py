@@ -18,7 +18,7 @@ from lab.site.failure import LabFailure
 from lab.site.local_ipc import DAEMON, LocalSocket
 from lab.site.messages import Local
 from lab.site.waiting import wait_until
-from steps import (GUEST, add_access_point, associate, client_mac, read_log_configuration, set_log_level, tell,
+from steps import (GUEST, add_access_point, associate, client_mac, lost, read_log_configuration, set_log_level, tell,
                    wait_for_association, wait_for_line, wait_until_ready)
 
 LINE = re.compile(r":\d+:\d+: .*")
@@ -94,6 +94,7 @@ def test_full_disk_costs_lines_and_nothing_else(lab):
         start_daemon(access_point)
         set_log_level(access_point, 4)
         talk(access_point, 500)
+        wait_until(lambda: lost(access_point, "client_mgr").get("log_lines", 0) > 0, "the lines are counted")
         full = access_point.log.read_text()
         assert all(LINE.fullmatch(line) for line in full.splitlines())
         subprocess.run(["mount", "-o", "remount,size=64k", directory], check=True)
@@ -118,6 +119,7 @@ def test_console_that_nobody_reads(lab):
         for _ in range(50):
             talk(access_point, 50)  # more than a pipe has room for
         assert len(os.read(reader, 1 << 20)) > 4096
+        wait_until(lambda: lost(access_point, "client_mgr").get("console_lines", 0) > 0, "the lines are counted")
     finally:
         access_point.kill("client_mgr")
         os.close(reader)

@@ -5,14 +5,14 @@ import socket
 import ssl
 import struct
 import time
-import tomllib
 
 import pytest
 
 from lab.site.controller import ADDRESS
+from lab.site.messages import Local
 from lab.site.waiting import wait_until
-from steps import (add_access_point, associate, client_mac, read_log_configuration, wait_for_association, wait_for_line,
-                   wait_until_ready)
+from steps import (add_access_point, associate, client_mac, lost, read_log_configuration, status, tell,
+                   wait_for_association, wait_for_line, wait_until_ready)
 
 FLOOD = 300
 ENDLESS = struct.pack(">BBBHBH6s", 1, 14, 0, 0xFFFF, 0, 18, bytes(6)) + b"\x0a\x00\x00\x00"
@@ -25,16 +25,6 @@ def access_point(lab):
     made.start_all()
     wait_until_ready(made)
     return made
-
-
-def status(access_point, program):
-    """The state of a daemon, which is not asked."""
-    file = access_point.root / f"kx/{program}.status"
-    return tomllib.loads(file.read_text()) if file.exists() else {"lost": {}}
-
-
-def lost(access_point, program):
-    return {reason: number for reason, number in status(access_point, program)["lost"].items() if number}
 
 
 def send_garbage(access_point, endpoint):
@@ -62,6 +52,15 @@ def test_flood_of_local_garbage_is_counted(lab, access_point):
     assert 1 <= said <= time.monotonic() - start + 1
     associate(access_point, client_mac(1))
     wait_for_association(lab, client_mac(1))
+
+
+def test_flood_of_bad_log_configurations_is_counted(access_point):
+    """Each is a sound local message; level 99 is not."""
+    before = read_log_configuration(access_point)
+    for _ in range(FLOOD):
+        tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", 0, 0, 99, 0, 0, 4096))
+    wait_until(lambda: lost(access_point, "client_mgr") == {"malformed": FLOOD}, "client_mgr has counted the flood")
+    assert read_log_configuration(access_point) == before
 
 
 def test_signal_has_apd_write_all_losses(lab, access_point):

@@ -25,7 +25,7 @@ def machine(programs, tmp_path):
     return tmp_path
 
 
-@pytest.mark.parametrize("daemon", DAEMONS)
+@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod"])
 def test_unit_is_what_systemd_understands(machine, daemon):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not here")
@@ -35,6 +35,13 @@ def test_unit_is_what_systemd_understands(machine, daemon):
                           check=False)
     assert done.returncode == 0, done.stderr
     assert f"{daemon}.service" not in done.stderr, done.stderr
+
+
+@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod"])
+def test_unit_never_gives_up(machine, daemon):
+    unit = (machine / f"usr/lib/systemd/system/{daemon}.service").read_text().splitlines()
+    assert {"StartLimitIntervalSec=0", "Type=notify", "Restart=always"} <= {*unit}
+    assert any(line.startswith("WatchdogSec=") for line in unit)
 
 
 @pytest.fixture

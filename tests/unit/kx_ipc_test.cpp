@@ -153,6 +153,7 @@ TEST_F(kx_ipc_endpoint, clears_the_buffer_where_a_handler_has_written) {
 TEST_F(kx_ipc_endpoint, does_not_answer_a_request_without_return_address) {
     ASSERT_TRUE(send_raw(path(), raw_message(daemon_echo, 4, 2, 4)));
     EXPECT_EQ(ask_daemon_number(client_, daemon_last_result), static_cast<std::uint32_t>(-1));
+    EXPECT_TRUE(logged("1 local messages not delivered"));
 }
 
 TEST_F(kx_ipc_endpoint, fails_to_answer_a_sender_that_has_ended) {

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "platform/linux/port_losses.h"
 #include "tests/unit/private_root.h"
 
 class kx_log : public private_root {
@@ -68,6 +69,7 @@ TEST_F(kx_log, appends_to_the_lines_of_an_earlier_run) {
 
 TEST_F(kx_log, reports_once_that_lines_find_no_room) {
     ASSERT_EQ(KX_LOG_INIT("CLIENT_MGR", 3, 0), 0);
+    const auto lost_before = kx::port_losses().total(kx::loss_log_lines);
     auto write_line = [](char letter) {
         std::string line = std::string(399, letter) + "\n";
         cur_log_size += 400;
@@ -85,6 +87,7 @@ TEST_F(kx_log, reports_once_that_lines_find_no_room) {
     EXPECT_EQ(read_file(file()), std::string(399, 'a') + "\n" + std::string(399, 'b') + "\n");
     ASSERT_EQ(syslog_lines().size(), 1u);
     EXPECT_EQ(syslog_lines()[0], file() + ": No space left on device; lines of the log are lost");
+    EXPECT_EQ(kx::port_losses().total(kx::loss_log_lines), lost_before + 3);
     EXPECT_EQ(write_line('f'), 400);
     EXPECT_EQ(read_file(file()).size(), 1200u);
     ASSERT_EQ(syslog_lines().size(), 2u);
@@ -141,6 +144,9 @@ TEST_F(kx_log, applies_a_valid_configuration) {
 
 TEST_F(kx_log, ignores_an_invalid_configuration) {
     kx_log_conf_data = {1, 2, 3, 0, 5, 8192};
+    kx::port_losses().tick();
+    const std::size_t lines_before = syslog_lines().size();
+    const auto before = kx::port_losses().total(kx::loss_malformed);
     std::size_t refused = 0;
     for (auto words :
          {record({9, 9, 0xfffffffe, 0, 9, 4096}), record({9, 9, 10, 0, 9, 4096}), record({9, 9, 3, 2, 9, 4096}),
@@ -150,7 +156,10 @@ TEST_F(kx_log, ignores_an_invalid_configuration) {
         EXPECT_EQ(kx_log_conf_data.level, 3);
         EXPECT_EQ(kx_log_conf_data.console, 0u);
         EXPECT_EQ(kx_log_conf_data.max_file_size, 8192u);
-        EXPECT_EQ(syslog_lines().size(), ++refused);
+        EXPECT_EQ(kx::port_losses().total(kx::loss_malformed), before + ++refused);
     }
-    EXPECT_EQ(syslog_lines()[1], "log configuration refused: level 10, console 0, file size 4096");
+    ASSERT_EQ(syslog_lines().size(), lines_before + 1);
+    EXPECT_EQ(syslog_lines().back(), "log configuration refused: level -2, console 0, file size 4096");
+    kx::port_losses().tick();
+    EXPECT_EQ(syslog_lines().back(), "5 more malformed local messages dropped");
 }
