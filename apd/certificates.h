@@ -13,7 +13,7 @@
 
 namespace apd {
 
-// Notices new files, and warns before the certificate ends.
+// Notices new files, and warns before a certificate ends.
 class certificates {
 public:
     // `on_new` is called when files have changed that can be used.
@@ -31,13 +31,14 @@ private:
 
     versions current_versions() const;
     bool load();
-    void check_end();
+    void check_ends();
+    static void report_end(kx::expiry_warning &of, const std::string &file, std::optional<kx::wall_time> end);
 
     std::function<void()> on_new_;
     kx::controller_config controller_;
     versions seen_;
-    std::optional<kx::wall_time> end_;
-    kx::expiry_warning warning_;
+    std::optional<kx::wall_time> end_, authority_end_;
+    kx::expiry_warning warning_, authority_warning_;
     kx::watch day_passed_;
 };
 

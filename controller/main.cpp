@@ -101,31 +101,35 @@ std::optional<controller::site> make_site(const options &chosen) {
     return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
 }
 
-// Warns before the controller's own certificate ends.
+// Warns before the controller's own certificate or its authority's ends.
 class expiry_check {
 public:
-    expiry_check(event_base *base, std::string file, const controller::tunnels &of, controller::output &to)
-        : file_(std::move(file)), tunnels_(of), output_(to), day_passed_(base, -1, EV_PERSIST, [this] { run(); }) {
+    expiry_check(event_base *base, const options &chosen, const controller::tunnels &of, controller::output &to)
+        : chosen_(chosen), tunnels_(of), output_(to), day_passed_(base, -1, EV_PERSIST, [this] { run(); }) {
         day_passed_.start(std::chrono::days(1));
         run();
     }
 
     void run() {
-        const auto end = tunnels_.certificate_end();
+        report(warning_, chosen_.certificate, tunnels_.certificate_end());
+        report(authority_warning_, chosen_.ca, tunnels_.authority_end());
+    }
+
+private:
+    void report(kx::expiry_warning &of, const std::string &file, std::optional<kx::wall_time> end) {
         if (!end) {
             return;
         }
-        if (const auto line = warning_.check(file_, *end, std::chrono::system_clock::now())) {
+        if (const auto line = of.check(file, *end, std::chrono::system_clock::now())) {
             output_.note(line->text);
             syslog(LOG_DAEMON | (line->ended ? LOG_ERR : LOG_WARNING), "%s", line->text.c_str());
         }
     }
 
-private:
-    std::string file_;
+    const options &chosen_;
     const controller::tunnels &tunnels_;
     controller::output &output_;
-    kx::expiry_warning warning_;
+    kx::expiry_warning warning_, authority_warning_;
     kx::watch day_passed_;
 };
 
@@ -197,7 +201,7 @@ int run(const options &chosen) {
     controller::exchange exchange(output, make_site(chosen));
     controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
-    expiry_check expiry(base.get(), chosen.certificate, tunnels, output);
+    expiry_check expiry(base.get(), chosen, tunnels, output);
     controller::commands commands(exchange);
     std::unique_ptr<controller::control_server> control;
     if (!chosen.control.empty()) {

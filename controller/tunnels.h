@@ -67,6 +67,7 @@ public:
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
     // Of the controller itself.
     std::optional<kx::wall_time> certificate_end() const { return kx::end_of_own(tls_.get()); }
+    std::optional<kx::wall_time> authority_end() const { return kx::end_of_authority(tls_.get()); }
     const losses &lost() const { return lost_; }
     // Ends a tunnel and sends the other end the reason. Calls on_down with `reason`.
     void close(tunnel_id which, const std::string &reason);

@@ -26,6 +26,18 @@ std::optional<wall_time> end_of(const X509 *certificate) {
 
 std::optional<wall_time> end_of_own(const SSL_CTX *tls) { return end_of(SSL_CTX_get0_certificate(tls)); }
 
+std::optional<wall_time> end_of_authority(const SSL_CTX *tls) {
+    std::optional<wall_time> first;
+    const STACK_OF(X509_OBJECT) *known = X509_STORE_get0_objects(SSL_CTX_get_cert_store(tls));
+    for (int i = 0; i < sk_X509_OBJECT_num(known); i++) {
+        const auto end = end_of(X509_OBJECT_get0_X509(sk_X509_OBJECT_value(known, i)));  // null for a revocation list
+        if (end && (!first || *end < *first)) {
+            first = end;
+        }
+    }
+    return first;
+}
+
 std::string format_utc(wall_time time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm utc{};

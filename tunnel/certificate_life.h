@@ -17,6 +17,8 @@ using wall_time = std::chrono::system_clock::time_point;
 std::optional<wall_time> end_of(const X509 *certificate);
 // Of the own certificate in `tls`.
 std::optional<wall_time> end_of_own(const SSL_CTX *tls);
+// Of the authority's certificates in `tls`: the first end.
+std::optional<wall_time> end_of_authority(const SSL_CTX *tls);
 
 // "2026-11-22T10:00:00Z", to the second.
 std::string format_utc(wall_time time);

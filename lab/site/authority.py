@@ -20,10 +20,10 @@ class Identity:
 class Authority:
     """Signs certificates with a key in `directory`."""
 
-    def __init__(self, directory: Path, name: str = "authority") -> None:
+    def __init__(self, directory: Path, name: str = "authority", days: int = DAYS) -> None:
         self._directory = directory
         self._own = self._identity(name)
-        self._make(self._own, name, "-days", DAYS, "-addext", "basicConstraints=critical,CA:TRUE",
+        self._make(self._own, name, "-days", days, "-addext", "basicConstraints=critical,CA:TRUE",
                    "-addext", "keyUsage=keyCertSign,cRLSign")
 
     @property

@@ -2,21 +2,19 @@
 
 import re
 import signal
-import tomllib
 
 from lab.site.access_point import AccessPoint
+from lab.site.authority import Authority
+from lab.site.controller import Controller
 from lab.site.waiting import wait_until
-from steps import add_access_point, associate, client_mac, events, wait_for_association, wait_for_line
+from steps import (add_access_point, associate, client_mac, events, lost, status, wait_for_association, wait_for_line,
+                   wait_until_ready)
 
 UTC = re.compile(r"20\d\d-\d\d-\d\dT\d\d:\d\d:\d\dZ")
 
 
 def expiry_at_controller(lab) -> str:
     return lab.controller.ask_json("aps")[0]["certificate_expires"]
-
-
-def status(access_point: AccessPoint):
-    return tomllib.loads((access_point.root / "kx/apd.status").read_text())
 
 
 def replace(lab, access_point: AccessPoint, days: int) -> None:
@@ -40,12 +38,11 @@ def test_new_certificate_is_used_at_once_and_without_losses(lab):
         wait_until(lambda: len(events(lab.controller, "tunnel_up")) == round + 2, "there is a new tunnel")
         wait_until(lambda: expiry_at_controller(lab) > before, "the controller has the new certificate")
         before = expiry_at_controller(lab)
-        wait_until(lambda: f"{status(access_point)['certificate_expires']:%FT%TZ}" == before, "apd shows its end")
+        wait_until(lambda: f"{status(access_point, 'apd')['certificate_expires']:%FT%TZ}" == before, "apd shows its end")
     for number in range(20):
         wait_for_association(lab, client_mac(number))
     for program in ("apd", "client_mgr"):
-        lost = tomllib.loads((access_point.root / f"kx/{program}.status").read_text())["lost"]
-        assert not any(lost.values()), (program, lost)
+        assert lost(access_point, program) == {}, program
     assert all("was not sent" not in each["reason"] for each in events(lab.controller, "tunnel_down"))
 
 
@@ -63,3 +60,17 @@ def test_certificate_that_ends_soon_is_told(lab):
     replace(lab, access_point, 1)
     wait_for_line(told, "within 1 day")
     assert told.read_text().count("the certificate ends at ") == 2
+
+
+def test_authority_whose_certificate_ends_soon_is_told(lab):
+    lab.authority = Authority(lab.controller.identity.key.parent, "brief", days=6)
+    lab.controller = Controller(lab.processes, lab.directory, lab.authority)
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    access_point.start_all()
+    wait_until_ready(access_point)
+    expected = f"{lab.authority.certificate}: the certificate ends at "
+    for told in (lab.controller.process.err, access_point.running["apd"].err):
+        wait_for_line(told, expected)
+        assert told.read_text().count("the certificate ends at ") == 1
+        assert "within 7 days" in told.read_text()
