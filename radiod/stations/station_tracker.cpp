@@ -32,7 +32,7 @@ void station_tracker::handle(const hostapd_event &event, time now) {
                    },
                    [&](const handshake_completed &completed) {
                        if (entry *const known = find(completed.station)) {
-                           grant_request(completed.station, *known, now);
+                           grant_if_new(completed.station, *known, now);
                        }
                    },
                    [&](const station_disconnected &disconnected) {
@@ -77,6 +77,14 @@ void station_tracker::grant_request(const mac_address &station, entry &known, ti
     }
 }
 
+// A station that is present counts as new only after the kernel had removed it: until then its entry is that of the
+// earlier association, its handshake may be for a new key, and its request may be refused or forged.
+void station_tracker::grant_if_new(const mac_address &station, entry &known, time now) {
+    if (!known.arrived || known.was_gone) {
+        grant_request(station, known, now);
+    }
+}
+
 void station_tracker::arrive(const mac_address &station, entry &known, const origin &from) {
     known = {.arrived = from, .waiting = {}, .gone_since = {}, .was_gone = false};
     if (on_arrival) {
@@ -102,16 +110,14 @@ void station_tracker::all_depart() {
     }
 }
 
-// A station that is present counts as new only after the kernel had removed it: until then its entry is that of the
-// earlier association, and its request may be refused or forged.
 void station_tracker::kernel_station(const mac_address &station, bool authorized, time now) {
     entry *const known = find(station);
     if (known == nullptr) {
         return;
     }
     known->gone_since.reset();
-    if (authorized && (!known->arrived || known->was_gone)) {
-        grant_request(station, *known, now);
+    if (authorized) {
+        grant_if_new(station, *known, now);
     }
 }
 

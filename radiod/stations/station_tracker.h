@@ -28,8 +28,8 @@ struct departure {
 
 // The kind of an arrival is in the station's request, which hostapd reports as a frame before it grants or refuses it.
 // The request is granted when hostapd then reports the station as connected. It does not when it still lists the
-// station, which happens with protected management frames. Then a 4-way handshake grants the request, or an authorized
-// station in the kernel.
+// station, which happens with protected management frames. Then the kernel has removed the station, and a 4-way
+// handshake grants the request, or an authorized station in the kernel.
 //
 // Handlers must not call the tracker. Times do not decrease.
 class station_tracker {
@@ -89,6 +89,7 @@ private:
     void receive(const management_frame &frame, time now);
     std::optional<mac_address> previous_of(const management_frame &frame, const entry &known, time now) const;
     void grant_request(const mac_address &station, entry &known, time now);
+    void grant_if_new(const mac_address &station, entry &known, time now);
     void arrive(const mac_address &station, entry &known, const origin &from);
     void depart(const mac_address &station, entry &known);
     void all_depart();

@@ -204,9 +204,23 @@ TEST_F(station_tracking, believes_no_forged_request_of_a_present_station) {
     vap_.taken();
     vap_.reassoc(anna, elsewhere);
     vap_.tracker.kernel_station(anna, true, vap_.now);
+    vap_.handshake(anna);  // of a new key
+    EXPECT_EQ(vap_.taken(), lines{});
     vap_.wait(station_tracker::request_life + 1s);
     vap_.handshake(anna);
     EXPECT_EQ(vap_.taken(), lines{});
+}
+
+// The kernel's events and hostapd's come by two sockets.
+TEST_F(station_tracking, reports_a_return_whose_handshake_is_seen_before_the_kernels_events) {
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    vap_.taken();
+    vap_.reassoc(anna, elsewhere);
+    vap_.handshake(anna);
+    vap_.tracker.kernel_gone(anna, vap_.now);
+    vap_.tracker.kernel_station(anna, true, vap_.now);
+    EXPECT_EQ(vap_.taken(), lines{anna_roams_in});
 }
 
 TEST_F(station_tracking, takes_a_station_that_gave_up_for_no_arrival) {
