@@ -43,6 +43,11 @@ unsigned long sum_of(std::string_view reply, std::string_view name) {
     return sum;
 }
 
+// In a list that is separated by spaces.
+bool has_word(std::string_view list, std::string_view word) {
+    return (' ' + std::string(list) + ' ').find(' ' + std::string(word) + ' ') != std::string::npos;
+}
+
 // Without control characters.
 std::string shown(std::string_view text) {
     std::string result(text);
@@ -80,6 +85,7 @@ public:
         check_state();
         check_radius_server();
         check_acl();
+        check_pmk();
         check_frames();
         check_bridge();
     }
@@ -118,10 +124,21 @@ private:
                       " and not radiod" + remedy);
             }
         }
-        if (sum_of(vap_.hostapd->mib, "radiusAuthClientBadAuthenticators") > 0) {
-            fault(
-                "hostapd has refused RADIUS answers as forged: make auth_server_shared_secret in hostapd.conf equal to "
-                "the secret in ap.toml");
+        check_radius_answers();
+    }
+
+    // radiod drops a request that it takes for forged, so a wrong secret shows as silence.
+    void check_radius_answers() {
+        const std::string_view mib = vap_.hostapd->mib;
+        const std::string same_secret =
+            "make auth_server_shared_secret in hostapd.conf equal to the secret in radius_secret_file of ap.toml";
+        const unsigned long answers = sum_of(mib, "radiusAuthClientAccessAccepts") +
+                                      sum_of(mib, "radiusAuthClientAccessRejects") +
+                                      sum_of(mib, "radiusAuthClientAccessChallenges");
+        if (sum_of(mib, "radiusAuthClientBadAuthenticators") > 0) {
+            fault("hostapd has refused RADIUS answers as forged: " + same_secret);
+        } else if (answers == 0 && sum_of(mib, "radiusAuthClientTimeouts") > 0) {
+            fault("hostapd has had no answer to its RADIUS requests: " + same_secret + ", and see that radiod runs");
         }
     }
 
@@ -147,6 +164,25 @@ private:
             unseen(reason + ", hostapd does not show it");
         } else if (vap_.settings->ft_over_ds != "0") {
             fault(reason);
+        }
+    }
+
+    // The PMK is fetched when hostapd asks about the station's MAC address. With an ACL check_acl() says that it must.
+    void check_pmk() {
+        const std::string_view suites = value_of(vap_.hostapd->config, "key_mgmt");
+        const bool fetches =
+            vap_.wanted.fetch_pmk && (has_word(suites, "WPA-EAP") || has_word(suites, "WPA-EAP-SHA256"));
+        if (!fetches || has_acl(vap_.wanted)) {
+            return;
+        }
+        const std::string remedy =
+            ": set macaddr_acl=2 in hostapd.conf, or fetch_pmk = false in ap.toml where stations need not keep their "
+            "PMKs";
+        if (!vap_.settings) {
+            unseen("PMKs are fetched only when hostapd asks about stations, and it does not show whether it does" +
+                   remedy);
+        } else if (vap_.settings->macaddr_acl != "2") {
+            fault("no PMK is ever fetched, because hostapd lets stations in without a question" + remedy);
         }
     }
 

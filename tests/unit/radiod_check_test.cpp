@@ -31,7 +31,11 @@ vap_view good_vap() {
                                      .mib = "radiusAuthServerAddress=127.0.0.1\n"
                                             "radiusAuthClientServerPortNumber=1812\n"
                                             "radiusAuthClientAccessRequests=0\n"
-                                            "radiusAuthClientBadAuthenticators=0\n"},
+                                            "radiusAuthClientAccessAccepts=0\n"
+                                            "radiusAuthClientAccessRejects=0\n"
+                                            "radiusAuthClientAccessChallenges=0\n"
+                                            "radiusAuthClientBadAuthenticators=0\n"
+                                            "radiusAuthClientTimeouts=0\n"},
         .no_replies_because = {},
         .settings =
             radiod::bss_settings{.macaddr_acl = "2", .notify_mgmt_frames = "1", .ft_over_ds = "1", .bridge = "br0"},
@@ -103,6 +107,46 @@ TEST(check_rules, name_another_radius_secret) {
     vap_view vap = good_vap();
     vap.hostapd->mib = with(vap.hostapd->mib, "Authenticators=0", "Authenticators=3");
     EXPECT_NE(fault_of(vap).find("make auth_server_shared_secret"), std::string::npos) << fault_of(vap);
+}
+
+TEST(check_rules, name_a_silence_of_radiod) {
+    vap_view vap = good_vap();
+    vap.hostapd->mib = with(vap.hostapd->mib, "Timeouts=0", "Timeouts=3");
+    EXPECT_EQ(fault_of(vap),
+              "wlan0: hostapd has had no answer to its RADIUS requests: make auth_server_shared_secret in hostapd.conf "
+              "equal to the secret in radius_secret_file of ap.toml, and see that radiod runs");
+    for (const std::string answer : {"Accepts", "Rejects", "Challenges"}) {
+        vap_view answered = vap;
+        answered.hostapd->mib = with(vap.hostapd->mib, answer + "=0", answer + "=1");
+        EXPECT_EQ(check_vaps({answered}, radius_port).faults, lines{});
+    }
+}
+
+TEST(check_rules, name_a_vap_whose_pmks_are_never_fetched) {
+    vap_view vap = good_vap();
+    vap.hostapd->config = with(vap.hostapd->config, "WPA-PSK", "WPA-EAP FT-EAP");
+    vap.wanted.mac_acl_index = 0;
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+    vap.settings->macaddr_acl = "0";
+    EXPECT_EQ(
+        fault_of(vap),
+        "wlan0: no PMK is ever fetched, because hostapd lets stations in without a question: set macaddr_acl=2 in "
+        "hostapd.conf, or fetch_pmk = false in ap.toml where stations need not keep their PMKs");
+    vap_view hidden = vap;
+    hidden.settings.reset();
+    EXPECT_EQ(check_vaps({hidden}, radius_port).unseen.size(), 2U);
+    // One line is enough for one remedy.
+    vap_view with_acl = vap;
+    with_acl.wanted.mac_acl_index = 1;
+    EXPECT_NE(fault_of(with_acl).find("the VAP has a MAC ACL"), std::string::npos) << fault_of(with_acl);
+    vap.wanted.fetch_pmk = false;
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+    // Only the PMKs of these suites have a PMKID that an access point can compute.
+    vap.wanted.fetch_pmk = true;
+    vap.hostapd->config = with(vap.hostapd->config, "WPA-EAP FT-EAP", "FT-EAP WPA-EAP-SUITE-B-192");
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+    vap.hostapd->config = with(vap.hostapd->config, "FT-EAP WPA-EAP-SUITE-B-192", "WPA-EAP-SHA256");
+    EXPECT_NE(fault_of(vap).find("no PMK is ever fetched"), std::string::npos) << fault_of(vap);
 }
 
 TEST(check_rules, name_an_acl_that_hostapd_does_not_ask_about) {
