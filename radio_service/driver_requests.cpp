@@ -18,6 +18,12 @@ std::optional<T> read_record(std::span<const std::uint8_t> data) {
     return record;
 }
 
+// None when the verdict's data are of another length.
+template <typename T>
+std::optional<T> read_verdict_data(const driver_acl_verdict &record) {
+    return record.data_len == sizeof(T) ? read_record<T>(std::span(record.data).first(sizeof(T))) : std::nullopt;
+}
+
 constexpr std::size_t listed_stations_max = DRIVER_STATION_LIST_MAX / sizeof(driver_station);
 
 }  // namespace
@@ -32,12 +38,20 @@ std::optional<disassociation_order> parse_station_request(std::span<const std::u
 
 std::optional<acl_verdict> parse_acl_verdict(std::span<const std::uint8_t> data) {
     const auto record = read_record<driver_acl_verdict>(data);
-    be32 question{};
-    if (!record || record->data_len != sizeof question) {
+    const auto question = record ? read_verdict_data<be32>(*record) : std::nullopt;
+    if (!question) {
         return std::nullopt;
     }
-    std::memcpy(&question, record->data, sizeof question);
-    return acl_verdict{.question = question, .allowed = record->verdict == DRIVER_ACL_ALLOWED};
+    return acl_verdict{.question = *question, .allowed = record->verdict == DRIVER_ACL_ALLOWED};
+}
+
+std::optional<subject_verdict> parse_subject_verdict(std::span<const std::uint8_t> data) {
+    const auto record = read_record<driver_acl_verdict>(data);
+    const auto subject = record ? read_verdict_data<acl_subject>(*record) : std::nullopt;
+    if (!subject) {
+        return std::nullopt;
+    }
+    return subject_verdict{.subject = *subject, .allowed = record->verdict == DRIVER_ACL_ALLOWED};
 }
 
 std::vector<std::uint8_t> make_station_list(std::span<const listed_station> stations) {

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "radio_service/notifications.h"
 #include "wire/driver_records.h"
 #include "wire/mac_address.h"
 
@@ -33,6 +34,13 @@ struct acl_verdict {
 };
 // DRIVER_ACL_VERDICT; none when it is malformed or its data are not of acl_question().
 std::optional<acl_verdict> parse_acl_verdict(std::span<const std::uint8_t> data);
+
+// The verdict on a question that names its own subject.
+struct subject_verdict {
+    acl_subject subject{};
+    bool allowed = false;
+};
+std::optional<subject_verdict> parse_subject_verdict(std::span<const std::uint8_t> data);
 
 struct listed_station {
     mac_address mac{};

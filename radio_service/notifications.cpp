@@ -31,6 +31,16 @@ notification make_pmk(std::uint32_t sub_type, const mac_address &client, const m
     return make(KX_MSG_ID_CLIENT_MGR_PMK_INFO, body);
 }
 
+notification make_question(const mac_address &client, const mac_address &bssid, std::span<const std::uint8_t> data) {
+    acl_auth_request body{};
+    body.client = client;
+    body.bssid = bssid;
+    body.data_len = static_cast<std::uint32_t>(data.size());
+    notification result = make(KX_MSG_ID_MAC_ACL_AUTH, body);
+    std::ranges::copy(data, std::back_inserter(result.payload));
+    return result;
+}
+
 }  // namespace
 
 notification association_notification(const mac_address &client, const mac_address &bssid) {
@@ -62,13 +72,12 @@ notification address_notification(const mac_address &client, std::uint32_t ip, s
 notification acl_question(const mac_address &client, const mac_address &bssid, std::uint32_t question) {
     be32 data{};
     data = question;
-    acl_auth_request body{};
-    body.client = client;
-    body.bssid = bssid;
-    body.data_len = sizeof data;
-    notification result = make(KX_MSG_ID_MAC_ACL_AUTH, body);
-    std::copy(std::begin(data.bytes), std::end(data.bytes), std::back_inserter(result.payload));
-    return result;
+    return make_question(client, bssid, data.bytes);
+}
+
+notification acl_question(const mac_address &client, const mac_address &bssid) {
+    acl_subject data{.client = client, .bssid = bssid};
+    return make_question(client, bssid, {reinterpret_cast<const std::uint8_t *>(&data), sizeof data});
 }
 
 notification pmk_add_notification(const mac_address &client, const mac_address &bssid,

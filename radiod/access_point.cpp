@@ -34,6 +34,10 @@ radius::radius_settings settings_of(const kx::radio_config &config) {
     return made;
 }
 
+// Stations without an association for whom a PMK may be fetched in an hour.
+constexpr std::size_t fetches_max = 256;
+constexpr unsigned fetches_period = 3600;  // ticks
+
 kx::daemon_link::settings link_settings(const kx::ap_config &config) {
     return {.vaps = config.vaps.size(), .wait_ready = true, .patience = 0s, .waiting_max = 16384};
 }
@@ -46,20 +50,23 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
       fallback_allows_(config.radio.allows_without_verdict),
       daemon_(base, link_settings(config)),
       journal_(kx::place("/kx/radiod.stations")),
-      announcements_([this](kx::notification message) {
-          details_.write("local message " + std::to_string(message.id));
-          if (daemon_.is_ready()) {  // otherwise daemon_loaded() announces what is then there
-              daemon_.send(std::move(message));
-          }
-      }),
-      admission_({.hold = config.radio.hold, .allows_without_verdict = config.radio.allows_without_verdict},
-                 {.ask_verdict = [this](const auto &station, const auto &bssid) { ask_daemon(station, bssid); },
-                  .get_pmk = [this](const auto &station, const auto &bssid) { return get_pmk(station, bssid); },
-                  .answer = [this](std::uint32_t question, const auto &station, const auto &bssid,
-                                   bool allowed) { answer_station(question, station, bssid, allowed); }}),
+      announcements_(
+          [this](kx::notification message) {
+              details_.write("local message " + std::to_string(message.id));
+              if (daemon_.is_ready()) {  // otherwise daemon_loaded() announces what is then there
+                  daemon_.send(std::move(message));
+              }
+          },
+          config.vaps.size() > 1),
+      admission_(
+          {.hold = config.radio.hold, .allows_without_verdict = config.radio.allows_without_verdict},
+          {.ask_verdict = [this](const auto &station, const auto &bssid) { ask_daemon(station, bssid); },
+           .get_pmk = [this](const auto &station, const auto &bssid) { return get_pmk(station, bssid); },
+           .answer = [this](std::uint32_t question, const auto &station, const auto &bssid, bool allowed,
+                            bool by_verdict) { answer_station(question, station, bssid, allowed, by_verdict); }}),
       commands_(base),
       ticks_(base, -1, EV_PERSIST, [this] { tick(); }),
-      deadline_(base, -1, 0, [this] { answer_overdue(); }),
+      deadline_(base, -1, 0, [this] { deadline_passed(); }),
       start_limit_(base, -1, 0, [this] { serve_driver(); }),
       keep_alive_(base, -1, EV_PERSIST, [] { kx::notify_service_manager("WATCHDOG=1"); }) {
     if (!config.radio.radius_secret_file.empty()) {
@@ -69,11 +76,15 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     }
     commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmk_fetched(answer); };
     commands_.on_malformed = [](const std::string &fault) { kx::log_line("dropped a command to hostapd: " + fault); };
-    daemon_.on_loaded = [this] { daemon_loaded(); };
+    announcements_.on_held = [this] { set_deadline(); };
+    daemon_.on_loaded = [this] { announcements_.all_again(); };
     for (const kx::vap_config &each : config.vaps) {
         vap &made = vaps_.emplace_back(each, config.radio.hostapd_directory,
                                        vap::shared{base, kernel_, announcements_, journal_});
         made.on_synchronised = [this] { vap_synchronised(); };
+        made.on_arrival = [this, &made](const mac_address &station) { station_arrived(made, station); };
+        made.on_moved = [this](const mac_address &station) { station_moved(station); };
+        made.on_radio_enabled = [this] { std::ranges::for_each(vaps_, &vap::radio_enabled); };
     }
     watch_kernel();
     ticks_.start(1s);
@@ -81,7 +92,6 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     if (const auto period = kx::keep_alive_period(); period.count() > 0) {
         keep_alive_.start(period);
     }
-    kx::notify_service_manager("READY=1");
     publish_status();
 }
 
@@ -110,18 +120,16 @@ vap *access_point::find_vap(const mac_address &bssid) {
 
 // --- the driver service
 
+// The daemon leaves out a VAP whose address it could not read, until it loads its VAPs again.
 void access_point::vap_synchronised() {
-    publish_status();
-    if (std::ranges::all_of(vaps_, &vap::is_synchronised)) {
+    if (driver_) {
+        daemon_.request_load_again();
+    } else if (std::ranges::all_of(vaps_, &vap::is_synchronised)) {
         serve_driver();
     }
 }
 
 void access_point::serve_driver() {
-    if (driver_) {
-        return;
-    }
-    start_limit_.stop();
     std::vector<std::string> ifnames;
     for (const vap &each : vaps_) {
         ifnames.push_back(each.ifname());
@@ -130,11 +138,14 @@ void access_point::serve_driver() {
         driver_.emplace(base_, ifnames, [this](std::size_t index, std::uint32_t request, auto data) {
             return answer_driver(index, request, data);
         });
-        daemon_.request_loads();
     } catch (const std::runtime_error &error) {
         kx::report(std::string(error.what()) + "; client_mgr has no driver service");
         start_limit_.start(start_limit);
+        return;
     }
+    start_limit_.stop();
+    daemon_.request_loads();
+    kx::notify_service_manager("READY=1");
 }
 
 kx::driver_answer access_point::answer_driver(std::size_t vap_index, std::uint32_t request,
@@ -158,18 +169,18 @@ kx::driver_answer access_point::answer_driver(std::size_t vap_index, std::uint32
 }
 
 kx::driver_answer access_point::apply_verdict(std::span<const std::uint8_t> data) {
-    const auto verdict = kx::parse_acl_verdict(data);
+    const auto verdict = kx::parse_subject_verdict(data);
     if (!verdict) {
         return {.error = EINVAL};
     }
-    const auto who = questions_.find(verdict->question);
-    vap *at = who ? find_vap(who->bssid) : nullptr;
+    const auto &[station, bssid] = verdict->subject;
+    vap *at = find_vap(bssid);
     if (at == nullptr) {
         return {.error = ENOENT};
     }
-    details_.write(kx::format_mac(who->station) + (verdict->allowed ? " is allowed" : " is not allowed"));
-    if (!admission_.verdict(who->station, who->bssid, verdict->allowed)) {
-        at->acl_changed(who->station, verdict->allowed);
+    details_.write(kx::format_mac(station) + (verdict->allowed ? " is allowed" : " is not allowed"));
+    if (!admission_.verdict(station, bssid, verdict->allowed)) {
+        at->acl_changed(station, verdict->allowed);
     }
     set_deadline();
     return {};
@@ -177,57 +188,93 @@ kx::driver_answer access_point::apply_verdict(std::span<const std::uint8_t> data
 
 // --- stations that ask to be let in
 
+// A VAP that is not known yet may have a MAC ACL.
 void access_point::station_asks(const radius::mac_question &question) {
-    vap *at = find_vap(question.bssid);
-    if (at == nullptr) {
-        radius_->answer(question.id, fallback_allows_);
-        return;
-    }
-    details_.write(kx::format_mac(question.station) + " asks to be let in at " + at->ifname());
-    admission_.asked(question.id, question.station, at->rules(), clock::now());
+    const vap *at = find_vap(question.bssid);
+    details_.write(kx::format_mac(question.station) + " asks to be let in");
+    admission_.asked(question.id, question.station,
+                     at != nullptr ? at->rules() : admission::vap_rules{.bssid = question.bssid, .has_acl = true},
+                     clock::now());
     set_deadline();
 }
 
+// Also when the daemon is not ready: a verdict that comes late goes into hostapd's lists.
 void access_point::ask_daemon(const mac_address &station, const mac_address &bssid) {
-    if (daemon_.is_ready()) {
-        daemon_.send(kx::acl_question(station, bssid, questions_.number_of({station, bssid})));
+    if (find_vap(bssid) != nullptr) {
+        daemon_.send(kx::acl_question(station, bssid));
     }
 }
 
 void access_point::answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid,
-                                  bool allowed) {
+                                  bool allowed, bool by_verdict) {
     details_.write(kx::format_mac(station) + (allowed ? " is let in" : " is kept out"));
     radius_->answer(question, allowed);
     if (vap *at = find_vap(bssid)) {
-        at->acl_answered(station, allowed);
+        at->acl_answered(station, allowed, by_verdict);
     }
 }
 
-void access_point::answer_overdue() {
-    admission_.expire(clock::now());
+void access_point::deadline_passed() {
+    const auto now = clock::now();
+    admission_.expire(now);
+    announcements_.expire(now);
     set_deadline();
 }
 
 void access_point::set_deadline() {
-    if (const auto next = admission_.next_deadline()) {
-        const auto left = std::max<clock::duration>(*next - clock::now(), 0s);
-        deadline_.start(std::chrono::duration_cast<std::chrono::microseconds>(left));
-    } else {
+    const auto questions = admission_.next_deadline(), departures = announcements_.next_deadline();
+    if (!questions && !departures) {
         deadline_.stop();
+        return;
     }
+    const auto next =
+        std::min(questions.value_or(clock::time_point::max()), departures.value_or(clock::time_point::max()));
+    const auto left = std::max<clock::duration>(next - clock::now(), 0s);
+    deadline_.start(std::chrono::duration_cast<std::chrono::microseconds>(left));
 }
 
 // --- PMKs
 
-// The daemon stores the key, and the controller gives it to the access points that fetch it.
+// The daemon stores the key, and the controller gives it to the access points that fetch it. The daemon takes a client
+// whose key it gets first for a new one, so the association comes first. What a RADIUS server limits to less than
+// pmk_lifetime stays here: the limit cannot be passed on.
 void access_point::session_began(const radius::session_key &session) {
     const auto lifetime = std::min(session.lifetime.value_or(pmk_lifetime), pmk_lifetime);
     details_.write(kx::format_mac(session.station) + ": EAP made a PMK");
     remember_pmk(session.station, session.pmk, session.bssid, lifetime);
-    if (vap *at = find_vap(session.bssid)) {
-        at->made_pmk(session.station);
+    vap *at = find_vap(session.bssid);
+    if (at == nullptr) {
+        return;
     }
-    daemon_.send(kx::pmk_add_notification(session.station, session.bssid, session.pmk));
+    at->made_pmk(session.station);
+    if (lifetime < pmk_lifetime) {
+        return;
+    }
+    if (at->has_station(session.station)) {  // EAP again, without an association
+        daemon_.send(kx::pmk_add_notification(session.station, session.bssid, session.pmk));
+    } else {
+        new_pmks_.insert_or_assign(session.station, session.bssid);
+    }
+}
+
+void access_point::station_arrived(const vap &at, const mac_address &station) {
+    fetches_.erase(station);
+    const auto made = new_pmks_.find(station);
+    if (made == new_pmks_.end() || made->second != at.bssid()) {
+        return;
+    }
+    new_pmks_.erase(made);
+    if (const auto known = keys_.find(station, clock::now())) {
+        daemon_.send(kx::pmk_add_notification(station, at.bssid(), known->key));
+    }
+}
+
+// It may get another PMK where it is now.
+void access_point::station_moved(const mac_address &station) {
+    keys_.forget(station);
+    for (vap &each : vaps_) {
+        each.lost_pmk(station);
+    }
 }
 
 bool access_point::get_pmk(const mac_address &station, const mac_address &bssid) {
@@ -240,17 +287,20 @@ bool access_point::get_pmk(const mac_address &station, const mac_address &bssid)
         install_pmk(at, station, known->key, known->left);
         return true;
     }
-    if (!daemon_.is_ready()) {
+    // A fetch makes the client known to the daemon, whose table has 2048 clients. Addresses may be forged.
+    if (!daemon_.is_ready() || fetches_.size() >= fetches_max) {
         return false;
     }
+    fetches_.insert(station);
     details_.write(kx::format_mac(station) + ": fetching its PMK");
     daemon_.send(kx::pmk_fetch_notification(station, bssid, mac_address{}));
     return true;
 }
 
+// A key that comes late may be older than one that EAP has made meanwhile.
 void access_point::pmk_fetched(const kx::pmk_answer &answer) {
     vap *at = find_vap(answer.bssid);
-    if (at == nullptr || answer.pmk == pmk{}) {
+    if (at == nullptr || answer.pmk == pmk{} || !admission_.waits_for_pmk(answer.client, answer.bssid)) {
         return;
     }
     details_.write(kx::format_mac(answer.client) + ": its PMK was fetched");
@@ -274,23 +324,17 @@ void access_point::install_pmk(vap &at, const mac_address &station, const pmk &k
     });
 }
 
-// --- the daemon, and the passing of time
-
-void access_point::daemon_loaded() {
-    std::map<std::string, std::optional<std::set<mac_address>>> heard;
-    for (vap &each : vaps_) {
-        heard.emplace(each.ifname(), each.heard());
-    }
-    announcements_.all_again([&](const announcer::place &at, const mac_address &station) {
-        const auto &those = heard.at(at.ifname);
-        return !those || those->contains(station);
-    });
-}
+// --- the passing of time
 
 void access_point::tick() {
     for (vap &each : vaps_) {
         each.tick();
     }
+    if (now_ticks_++ % fetches_period == 0) {
+        fetches_.clear();
+    }
+    std::erase_if(new_pmks_, [this](const auto &each) { return !keys_.find(each.first, clock::now()); });
+    publish_status();
     const auto now = clock::now();
     keys_.expire(now);
     for (vap &each : vaps_) {
@@ -304,9 +348,11 @@ void access_point::tick() {
 }
 
 void access_point::publish_status() {
-    const auto known = std::ranges::count_if(vaps_, &vap::is_synchronised);
-    kx::notify_service_manager("STATUS=hostapd serves " + std::to_string(known) + " of " +
-                               std::to_string(vaps_.size()) + " VAPs");
+    const auto served = std::ranges::count_if(vaps_, &vap::is_served);
+    if (std::exchange(served_, served) != served) {
+        kx::notify_service_manager("STATUS=hostapd serves " + std::to_string(served) + " of " +
+                                   std::to_string(vaps_.size()) + " VAPs");
+    }
 }
 
 }  // namespace radiod

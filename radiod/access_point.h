@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <list>
+#include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 
@@ -14,7 +16,6 @@
 #include "radio_service/daemon_link.h"
 #include "radio_service/driver_server.h"
 #include "radio_service/hostapd_endpoint.h"
-#include "radiod/acl_questions.h"
 #include "radiod/admission.h"
 #include "radiod/announcer.h"
 #include "radiod/kernel/nl80211.h"
@@ -39,7 +40,10 @@ private:
 
     void station_asks(const radius::mac_question &question);
     void ask_daemon(const mac_address &station, const mac_address &bssid);
-    void answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed);
+    void answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed,
+                        bool by_verdict);
+    void station_arrived(const vap &at, const mac_address &station);
+    void station_moved(const mac_address &station);
 
     bool get_pmk(const mac_address &station, const mac_address &bssid);
     void session_began(const radius::session_key &session);
@@ -48,9 +52,8 @@ private:
                       std::chrono::seconds lifetime);
     void install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime);
 
-    void daemon_loaded();
     void tick();
-    void answer_overdue();
+    void deadline_passed();
     void set_deadline();
     vap *find_vap(const mac_address &bssid);
     void publish_status();
@@ -63,12 +66,15 @@ private:
     station_journal journal_;
     announcer announcements_;
     pmk_cache keys_;
-    acl_questions questions_;
+    std::map<mac_address, mac_address> new_pmks_;  // stations whose EAP made a PMK, until they arrive; BSSID
+    std::set<mac_address> fetches_;                // stations without an association yet
     admission admission_;
     std::optional<radius::service> radius_;  // none without a secret: then hostapd does not ask
     kx::hostapd_endpoint commands_;
     std::list<vap> vaps_;
     std::optional<kx::driver_server> driver_;
+    std::ptrdiff_t served_ = -1;
+    unsigned now_ticks_ = 0;
     kx::watch ticks_, deadline_, start_limit_, keep_alive_;
 };
 

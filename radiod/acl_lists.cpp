@@ -1,39 +1,41 @@
 #include "radiod/acl_lists.h"
 
-#include <string_view>
-#include <utility>
+#include <algorithm>
 
 namespace radiod {
 
+// Forged addresses must not displace a station that is in a list.
 acl_lists::entry *acl_lists::find_room(const mac_address &station) {
-    const auto found = entries_.find(station);
-    if (found != entries_.end()) {
-        return &found->second;
+    if (entries_.size() >= stations_max && !entries_.contains(station)) {
+        const auto spare = std::ranges::find(entries_, list::none, [](const auto &each) { return each.second.in; });
+        if (spare == entries_.end()) {
+            return nullptr;
+        }
+        entries_.erase(spare);
     }
-    return entries_.size() < stations_max ? &entries_[station] : nullptr;
+    return &entries_[station];
+}
+
+void acl_lists::command(const mac_address &station, list which, std::string_view verb) {
+    const std::string_view name = which == list::accept ? "ACCEPT_ACL " : "DENY_ACL ";
+    send_(std::string(name).append(verb).append(kx::format_mac(station)));
 }
 
 void acl_lists::put(const mac_address &station, entry &its, list in) {
-    if (its.in == in) {
-        return;
-    }
-    const auto command = [&](list which, std::string_view verb) {
-        const std::string_view name = which == list::accept ? "ACCEPT_ACL " : "DENY_ACL ";
-        send_(std::string(name).append(verb).append(kx::format_mac(station)));
-    };
-    if (its.in != list::none) {
-        command(its.in, "DEL_MAC ");
+    if (its.in != list::none && its.in != in) {
+        command(station, its.in, "DEL_MAC ");
     }
     if (in != list::none) {
-        command(in, "ADD_MAC ");
+        command(station, in, "ADD_MAC ");
     }
     its.in = in;
 }
 
-void acl_lists::answered(const mac_address &station, bool allowed, time_point now) {
+void acl_lists::answered(const mac_address &station, bool allowed, bool by_verdict, time_point now) {
     if (entry *its = find_room(station)) {
         put(station, *its, list::none);
         its->allowed = allowed;
+        its->by_verdict = by_verdict;
         its->until = now + cache_time;
     }
 }
@@ -45,18 +47,41 @@ void acl_lists::changed(const mac_address &station, bool allowed, time_point now
     }
     put(station, *its, allowed ? list::accept : list::deny);
     its->allowed = allowed;
+    its->by_verdict = true;
     its->until = now + cache_time;
 }
 
-void acl_lists::associated_by_ft(const mac_address &station, time_point now) {
+void acl_lists::associated(const mac_address &station, bool by_ft) {
     const auto found = entries_.find(station);
-    if (found != entries_.end() && found->second.allowed) {
-        put(station, found->second, list::accept);
+    if (found == entries_.end()) {
+        return;
+    }
+    entry &its = found->second;
+    if (by_ft && its.allowed && its.by_verdict) {
+        its.until = time_point::max();  // until it departs
+        its.in = list::accept;
+    }
+    if (its.in != list::none) {
+        put(station, its, its.in);
+    }
+}
+
+void acl_lists::departed(const mac_address &station, time_point now) {
+    const auto found = entries_.find(station);
+    if (found != entries_.end() && found->second.until == time_point::max()) {
         found->second.until = now + fast_transition_time;
     }
 }
 
-void acl_lists::reset() { entries_.clear(); }
+void acl_lists::enter_all() {
+    send_("ACCEPT_ACL CLEAR");
+    send_("DENY_ACL CLEAR");
+    for (auto &[station, its] : entries_) {
+        if (its.in != list::none) {
+            put(station, its, its.in);
+        }
+    }
+}
 
 void acl_lists::expire(time_point now) {
     for (auto each = entries_.begin(); each != entries_.end();) {

@@ -7,6 +7,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "common/mac_address.h"
 
@@ -16,13 +18,13 @@ using kx::mac_address;
 
 // hostapd keeps the answer to a question for 30 s and has no command that empties this cache (RADIUS_ACL_TIMEOUT of its
 // ieee802_11_auth.c). A verdict that differs from the last answer goes into a list until the cache has forgotten that
-// answer. An entry of the deny list also sends the station away.
+// answer. An entry of the deny list also sends the station away; the accept list comes before it.
 class acl_lists {
 public:
     using time_point = std::chrono::steady_clock::time_point;
 
     static constexpr std::chrono::seconds cache_time{31};
-    // How long a station that roams by FT is let in without a question after it was last let in. A question would take
+    // How long a station that roams by FT is let in without a question after it was last here. A question would take
     // longer than FT allows.
     static constexpr std::chrono::minutes fast_transition_time{10};
     static constexpr std::size_t stations_max = 2048;
@@ -30,27 +32,31 @@ public:
     // `send` takes a command of hostapd's control interface.
     explicit acl_lists(std::function<void(std::string)> send) : send_(std::move(send)) {}
 
-    // hostapd has got that answer to a question.
-    void answered(const mac_address &station, bool allowed, time_point now);
+    // hostapd has got that answer to a question; `by_verdict`: not because no verdict came.
+    void answered(const mac_address &station, bool allowed, bool by_verdict, time_point now);
     // A verdict for which no question is open.
     void changed(const mac_address &station, bool allowed, time_point now);
-    // A station that may roam by FT has associated.
-    void associated_by_ft(const mac_address &station, time_point now);
+    // `by_ft`: it may roam by FT. What hostapd's lists should have of the station is entered again, because a reload
+    // empties the lists and keeps the cache.
+    void associated(const mac_address &station, bool by_ft);
+    void departed(const mac_address &station, time_point now);
 
-    // hostapd was started anew: its lists and its cache are empty.
-    void reset();
+    // hostapd answers again: whatever its lists have is replaced.
+    void enter_all();
     void expire(time_point now);
 
 private:
     enum class list { none, accept, deny };
     struct entry {
-        bool allowed = false;  // the last verdict
+        bool allowed = false;  // the last answer
+        bool by_verdict = false;
         list in = list::none;
         time_point until{};
     };
 
     entry *find_room(const mac_address &station);
     void put(const mac_address &station, entry &its, list in);
+    void command(const mac_address &station, list which, std::string_view verb);
 
     std::function<void(std::string)> send_;
     std::map<mac_address, entry> entries_;

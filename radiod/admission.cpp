@@ -18,7 +18,7 @@ void admission::asked(std::uint32_t question, const mac_address &station, const 
 
 bool admission::verdict(const mac_address &station, const mac_address &bssid, bool allowed) {
     const auto question = open_.find({station, bssid});
-    if (question == open_.end() || question->second.has_verdict) {
+    if (question == open_.end() || (question->second.has_verdict && allowed)) {
         return false;
     }
     if (allowed) {
@@ -29,10 +29,14 @@ bool admission::verdict(const mac_address &station, const mac_address &bssid, bo
     return true;
 }
 
-void admission::pmk_installed(const mac_address &station, const mac_address &bssid) {
+bool admission::waits_for_pmk(const mac_address &station, const mac_address &bssid) const {
     const auto question = open_.find({station, bssid});
-    if (question != open_.end() && question->second.has_verdict) {
-        close(question, true);
+    return question != open_.end() && question->second.has_verdict;
+}
+
+void admission::pmk_installed(const mac_address &station, const mac_address &bssid) {
+    if (waits_for_pmk(station, bssid)) {
+        close(open_.find({station, bssid}), true);
     }
 }
 
@@ -44,11 +48,11 @@ void admission::allow(std::map<key, open_question>::iterator question) {
     }
 }
 
-void admission::close(std::map<key, open_question>::iterator question, bool allowed) {
+void admission::close(std::map<key, open_question>::iterator question, bool allowed, bool by_verdict) {
     const auto [station, bssid] = question->first;
     const std::uint32_t id = question->second.id;
     open_.erase(question);
-    act_.answer(id, station, bssid, allowed);
+    act_.answer(id, station, bssid, allowed, by_verdict);
 }
 
 std::optional<admission::time_point> admission::next_deadline() const {
@@ -60,7 +64,8 @@ void admission::expire(time_point now) {
     for (auto each = open_.begin(); each != open_.end();) {
         const auto question = each++;
         if (question->second.deadline <= now) {
-            close(question, question->second.has_verdict || how_.allows_without_verdict);
+            const bool has_verdict = question->second.has_verdict;
+            close(question, has_verdict || how_.allows_without_verdict, has_verdict);
         }
     }
 }

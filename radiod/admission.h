@@ -36,7 +36,9 @@ public:
         std::function<void(const mac_address &station, const mac_address &bssid)> ask_verdict;
         // Returns false when no key has to be waited for.
         std::function<bool(const mac_address &station, const mac_address &bssid)> get_pmk;
-        std::function<void(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed)>
+        // `by_verdict`: not because none came.
+        std::function<void(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed,
+                           bool by_verdict)>
             answer;
     };
 
@@ -46,6 +48,7 @@ public:
     void asked(std::uint32_t question, const mac_address &station, const vap_rules &vap, time_point now);
     // The daemon's verdict. False when no question waits for it: it came late, or it has changed.
     bool verdict(const mac_address &station, const mac_address &bssid, bool allowed);
+    bool waits_for_pmk(const mac_address &station, const mac_address &bssid) const;
     // The station's PMK is at the VAP's hostapd.
     void pmk_installed(const mac_address &station, const mac_address &bssid);
 
@@ -64,7 +67,7 @@ private:
     using key = std::pair<mac_address, mac_address>;  // station, BSSID
 
     void allow(std::map<key, open_question>::iterator question);
-    void close(std::map<key, open_question>::iterator question, bool allowed);
+    void close(std::map<key, open_question>::iterator question, bool allowed, bool by_verdict = true);
 
     settings how_;
     actions act_;

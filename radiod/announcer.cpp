@@ -1,15 +1,15 @@
 #include "radiod/announcer.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace radiod {
 
-void announcer::arrived(const place &at, const mac_address &address, const std::optional<mac_address> &previous) {
+void announcer::arrived(const place &at, const mac_address &address, const std::optional<mac_address> &previous,
+                        time_point now) {
+    std::erase_if(held_, [&](const departure &each) { return each.station == address; });
+    std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
     station &its = stations_[{at.bssid, address}];
-    its.at = at;
-    its.previous = previous;
-    its.arrival = ++last_arrival_;
+    its = {.at = at, .previous = previous, .to_confirm = false};
     send_arrival(address, its);
 }
 
@@ -17,8 +17,9 @@ void announcer::send_arrival(const mac_address &address, const station &its) {
     const mac_address &bssid = its.at.bssid;
     send_(its.previous ? kx::reassociation_notification(address, bssid, *its.previous)
                        : kx::association_notification(address, bssid));
-    if (its.ip != 0) {
-        send_(kx::address_notification(address, its.ip, its.at.ifname));
+    const auto known = addresses_.find(address);
+    if (known != addresses_.end()) {
+        send_(kx::address_notification(address, known->second.ip, its.at.ifname));
     }
 }
 
@@ -32,49 +33,100 @@ std::optional<announcer::station> announcer::remove(const place &from, const mac
     return its;
 }
 
-void announcer::departed(const place &from, const mac_address &address) {
-    if (const std::optional<station> its = remove(from, address)) {
-        departed_unseen(from, address, its->previous.has_value());
+void announcer::departed(const place &from, const mac_address &address, time_point now) {
+    const std::optional<station> its = remove(from, address);
+    if (!its) {
+        return;
+    }
+    const departure gone{
+        .bssid = from.bssid, .station = address, .roamed_in = its->previous.has_value(), .due = now + roam_time};
+    if (holds_departures_) {
+        held_.push_back(gone);
+        on_held();
+    } else {
+        send_departure(gone);
     }
 }
 
 void announcer::departed_unseen(const place &from, const mac_address &address, bool roamed_in) {
-    kx::notification message = kx::departure_notification(address, from.bssid, roamed_in);
-    if (departures_.size() == departures_max) {
-        departures_.pop_front();
+    send_departure({.bssid = from.bssid, .station = address, .roamed_in = roamed_in, .due = {}});
+}
+
+void announcer::send_departure(const departure &gone) {
+    if (sent_.size() == departures_max) {
+        sent_.pop_front();
     }
-    departures_.emplace_back(key{from.bssid, address}, message);
-    send_(std::move(message));
+    sent_.push_back(gone);
+    send_(kx::departure_notification(gone.station, gone.bssid, gone.roamed_in));
 }
 
 void announcer::sent_away(const place &from, const mac_address &address) { remove(from, address); }
 
-void announcer::has_address(const place &at, const mac_address &address, std::uint32_t ip) {
-    const auto found = stations_.find({at.bssid, address});
-    if (found == stations_.end() || found->second.ip == ip) {
+void announcer::has_address(const place &at, const mac_address &address, std::uint32_t ip, time_point now) {
+    const bool is_here = stations_.contains({at.bssid, address});
+    const auto known = addresses_.find(address);
+    const bool is_news = known == addresses_.end() || known->second.ip != ip;
+    if (known == addresses_.end() && !make_room_for_address(is_here, now)) {
         return;
     }
-    found->second.ip = ip;
-    send_(kx::address_notification(address, ip, at.ifname));
+    addresses_[address] = {.ip = ip, .seen = now};
+    if (is_news && is_here) {
+        send_(kx::address_notification(address, ip, at.ifname));
+    }
 }
 
-void announcer::all_again(const std::function<bool(const place &, const mac_address &)> &is_heard) {
-    for (auto &[who, message] : departures_) {
-        if (!stations_.contains(who)) {
-            send_(std::move(message));
-        }
+// Hosts behind the bridge are seen too, and do not displace a station.
+bool announcer::make_room_for_address(bool is_here, time_point now) {
+    if (addresses_.size() < addresses_max) {
+        return true;
     }
-    departures_.clear();
+    std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
+    if (addresses_.size() >= addresses_max && is_here) {
+        addresses_.erase(addresses_.begin());
+    }
+    return addresses_.size() < addresses_max;
+}
 
-    std::vector<decltype(stations_)::const_pointer> in_order;
-    for (const auto &each : stations_) {
-        in_order.push_back(&each);
-    }
-    std::ranges::sort(in_order, {}, [](const auto *each) { return each->second.arrival; });
-    for (const auto *each : in_order) {
-        if (is_heard(each->second.at, each->first.second)) {
-            send_arrival(each->first.second, each->second);
+void announcer::all_again() {
+    for (const departure &each : std::exchange(sent_, {})) {
+        if (!stations_.contains({each.bssid, each.station})) {
+            send_(kx::departure_notification(each.station, each.bssid, each.roamed_in));
         }
+    }
+    for (auto &[who, its] : stations_) {
+        its.to_confirm = true;
+    }
+}
+
+std::vector<mac_address> announcer::unconfirmed(const place &at, std::size_t most) const {
+    std::vector<mac_address> found;
+    for (auto each = stations_.lower_bound({at.bssid, {}}); each != stations_.end() && found.size() < most; ++each) {
+        if (each->first.first != at.bssid) {
+            break;
+        }
+        if (each->second.to_confirm) {
+            found.push_back(each->first.second);
+        }
+    }
+    return found;
+}
+
+void announcer::confirmed(const place &at, const mac_address &address) {
+    const auto found = stations_.find({at.bssid, address});
+    if (found != stations_.end() && std::exchange(found->second.to_confirm, false)) {
+        send_arrival(address, found->second);
+    }
+}
+
+std::optional<announcer::time_point> announcer::next_deadline() const {
+    return held_.empty() ? std::nullopt : std::optional(held_.front().due);
+}
+
+void announcer::expire(time_point now) {
+    while (!held_.empty() && held_.front().due <= now) {
+        const departure gone = held_.front();
+        held_.pop_front();
+        send_departure(gone);
     }
 }
 

@@ -2,6 +2,7 @@
 #ifndef RADIOD_ANNOUNCER_H
 #define RADIOD_ANNOUNCER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "common/mac_address.h"
 #include "radio_service/notifications.h"
@@ -19,49 +21,79 @@ namespace radiod {
 using kx::mac_address;
 
 // The daemon drops notifications while it has no controller, and loads its VAPs once it has one again. all_again() then
-// repeats the departures since the last load, and the stations. An arrival or an address that the daemon has already
-// changes nothing there.
+// repeats the departures since the last load, and has the stations asked whether they are still there. An arrival or an
+// address that the daemon has already changes nothing there. A station that does not answer may be at another access
+// point, whose announcement must not be undone.
 class announcer {
 public:
+    using time_point = std::chrono::steady_clock::time_point;
+
     struct place {  // of a station
         std::string ifname;
         mac_address bssid{};
     };
 
-    explicit announcer(std::function<void(kx::notification)> send) : send_(std::move(send)) {}
+    // hostapd disconnects a station that roams between two of its VAPs from the old one first. The daemon would then
+    // take it for a new client.
+    static constexpr std::chrono::milliseconds roam_time{300};
+    static constexpr std::chrono::minutes address_time{5};  // a station keeps its address while it is away
+    static constexpr std::size_t departures_max = 2048, addresses_max = 2048;
+
+    // With `holds_departures` a departure is sent after roam_time, unless the station has arrived anywhere by then.
+    announcer(std::function<void(kx::notification)> send, bool holds_departures)
+        : send_(std::move(send)), holds_departures_(holds_departures) {}
+
+    std::function<void()> on_held;  // next_deadline() has changed
 
     // `previous`: the BSSID of another VAP that the station came from.
-    void arrived(const place &at, const mac_address &station, const std::optional<mac_address> &previous);
-    void departed(const place &from, const mac_address &station);
+    void arrived(const place &at, const mac_address &station, const std::optional<mac_address> &previous,
+                 time_point now);
+    void departed(const place &from, const mac_address &station, time_point now);
     // Of a station that an earlier process announced.
     void departed_unseen(const place &from, const mac_address &station, bool roamed_in);
     // The daemon itself has sent the station away.
     void sent_away(const place &from, const mac_address &station);
-    // The station's IPv4 address, in the host's order. Ignored when the station is not there.
-    void has_address(const place &at, const mac_address &station, std::uint32_t ip);
+    // The station's IPv4 address, in the host's order. It may be seen before the arrival.
+    void has_address(const place &at, const mac_address &station, std::uint32_t ip, time_point now);
 
-    // `is_heard`: whether a station has been heard lately. One that has not may be at another access point, whose
-    // announcement must not be undone.
-    void all_again(const std::function<bool(const place &, const mac_address &)> &is_heard);
+    void all_again();
+    // The stations of a VAP that all_again() has left to be asked, at most `most` of them.
+    std::vector<mac_address> unconfirmed(const place &at, std::size_t most) const;
+    // It has answered.
+    void confirmed(const place &at, const mac_address &station);
+
+    // When expire() has to be called; none when no departure is held.
+    std::optional<time_point> next_deadline() const;
+    void expire(time_point now);
 
 private:
-    static constexpr std::size_t departures_max = 2048;
-
     struct station {
         place at;
         std::optional<mac_address> previous;
-        std::uint32_t ip = 0;       // 0: unknown
-        std::uint64_t arrival = 0;  // number, in the order of arrivals
+        bool to_confirm = false;
+    };
+    struct departure {
+        mac_address bssid, station;
+        bool roamed_in = false;
+        time_point due{};
+    };
+    struct ip_address {
+        std::uint32_t ip = 0;
+        time_point seen{};
     };
     using key = std::pair<mac_address, mac_address>;  // BSSID, station
 
     void send_arrival(const mac_address &address, const station &its);
+    void send_departure(const departure &gone);
     std::optional<station> remove(const place &from, const mac_address &address);
+    bool make_room_for_address(bool is_here, time_point now);
 
     std::function<void(kx::notification)> send_;
+    bool holds_departures_;
     std::map<key, station> stations_;
-    std::deque<std::pair<key, kx::notification>> departures_;  // since the last load
-    std::uint64_t last_arrival_ = 0;
+    std::deque<departure> held_;
+    std::deque<departure> sent_;  // since the last load
+    std::map<mac_address, ip_address> addresses_;
 };
 
 }  // namespace radiod

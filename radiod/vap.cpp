@@ -22,6 +22,8 @@ using namespace std::chrono_literals;
 
 constexpr auto sent_away_time = 5s;     // hostapd reports a station that it was told to send away within that time
 constexpr unsigned compare_period = 5;  // ticks
+constexpr unsigned polls_each_tick = 64;
+constexpr std::size_t suites_max = 2048;
 
 struct interface {
     unsigned index = 0;
@@ -72,25 +74,31 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
     hostapd_.on_up = [this] { hostapd_up(); };
     hostapd_.on_down = [this] { hostapd_down(); };
     hostapd_.on_event = [this](const hostapd_event &event) { hostapd_reported(event); };
+    find_interface();  // the daemon may ask for the address before hostapd runs
 }
 
 admission::vap_rules vap::rules() const {
-    return {.bssid = place_.bssid, .has_acl = has_acl_, .fetches_pmk = fetches_pmk_ && eap_suite_ != akm::none};
+    return {
+        .bssid = place_.bssid, .has_acl = has_acl_, .fetches_pmk = fetches_pmk_ && (offers_sha1_ || offers_sha256_)};
 }
 
 // --- hostapd
 
 void vap::hostapd_up() {
     kx::log_line(place_.ifname + ": hostapd answers");
-    acl_.reset();
+    if (has_acl_) {
+        acl_.enter_all();
+    }
+    radio_enabled();
+}
+
+void vap::radio_enabled() {
     keyed_.clear();
     find_interface();
     // Lost when hostapd reads its configuration again, unless that says so too.
     hostapd_.send("SET notify_mgmt_frames 1");
-    hostapd_.send("GET_CONFIG", [this](std::optional<std::string_view> reply) {
-        read_key_management(reply);
-        synchronise();
-    });
+    resync_due_ = true;
+    read_configuration();
 }
 
 void vap::hostapd_down() {
@@ -102,33 +110,40 @@ void vap::hostapd_down() {
 
 void vap::hostapd_reported(const hostapd_event &event) {
     if (std::holds_alternative<ap_enabled>(event)) {
-        hostapd_.send("SET notify_mgmt_frames 1");
+        on_radio_enabled();
+    }
+    if (const auto *polled = std::get_if<station_polled>(&event)) {
+        with_.announcements.confirmed(place_, polled->station);
     }
     if (stations_) {
         stations_->handle(event, clock::now());
     }
 }
 
-void vap::read_key_management(std::optional<std::string_view> configuration) {
-    const std::string_view suites = configuration ? value_of(*configuration, "key_mgmt") : std::string_view();
-    const bool sha256 = suites.find("WPA-EAP-SHA256") != std::string_view::npos;
-    const bool sha1 = (' ' + std::string(suites) + ' ').find(" WPA-EAP ") != std::string::npos;
-    // A station that may choose chooses the stronger one.
-    eap_suite_ = sha256 ? akm::ieee8021x_sha256 : sha1 ? akm::ieee8021x : akm::none;
+void vap::read_configuration() {
+    hostapd_.send("GET_CONFIG", [this](std::optional<std::string_view> reply) {
+        if (!reply) {
+            return;
+        }
+        const std::string suites = ' ' + std::string(value_of(*reply, "key_mgmt")) + ' ';
+        offers_sha1_ = suites.find(" WPA-EAP ") != std::string::npos;
+        offers_sha256_ = suites.find(" WPA-EAP-SHA256 ") != std::string::npos;
+        synchronise();
+    });
 }
 
 // A new interface has a new index and perhaps another address.
 void vap::find_interface() {
     const std::optional<interface> found = find_by_name(place_.ifname);
     if (!found) {
-        kx::report(place_.ifname + ": there is no such interface");
+        if (!std::exchange(interface_missing_, true)) {
+            kx::report(place_.ifname + ": there is no such interface");
+        }
         return;
     }
+    interface_missing_ = false;
     if (!stations_ || found->address != place_.bssid) {
-        place_.bssid = found->address;
-        stations_.emplace(place_.bssid);
-        stations_->on_arrival = [this](const arrival &event) { station_arrived(event); };
-        stations_->on_departure = [this](const departure &event) { station_departed(event); };
+        use_address(found->address);
     }
     if (!addresses_ || addresses_->is_lost() || found->index != ifindex_) {
         ifindex_ = found->index;
@@ -136,21 +151,36 @@ void vap::find_interface() {
     }
 }
 
+void vap::use_address(const mac_address &bssid) {
+    if (stations_) {
+        stations_->handle(ap_disabled{}, clock::now());  // the stations of the old address depart
+    }
+    place_.bssid = bssid;
+    address_is_new_ = true;
+    stations_.emplace(bssid);
+    stations_->on_arrival = [this](const arrival &event) { station_arrived(event); };
+    stations_->on_departure = [this](const departure &event) { station_departed(event); };
+}
+
 void vap::watch_addresses() {
     try {
         addresses_.emplace(with_.base, place_.ifname);
         addresses_->on_address = [this](const mac_address &station, std::uint32_t ip) {
-            with_.announcements.has_address(place_, station, ip);
+            with_.announcements.has_address(place_, station, ip, clock::now());
         };
+        snoop_failed_ = false;
     } catch (const std::system_error &error) {
         addresses_.reset();
+        if (std::exchange(snoop_failed_, true)) {
+            return;
+        }
         kx::report(place_.ifname + ": stations' addresses cannot be seen: " + error.what());
     }
 }
 
 void vap::synchronise() {
-    const auto listed = ask_kernel();
-    if (!stations_ || !listed) {
+    const auto listed = stations_ ? ask_kernel() : std::nullopt;
+    if (!listed) {
         return;
     }
     std::vector<mac_address> authorized;
@@ -159,9 +189,12 @@ void vap::synchronise() {
             authorized.push_back(each.mac);
         }
     }
+    resync_due_ = false;
     stations_->resync(authorized, clock::now());
     if (!std::exchange(synchronised_, true)) {
         take_over_journal();
+    }
+    if (std::exchange(address_is_new_, false)) {
         on_synchronised();
     }
 }
@@ -170,25 +203,37 @@ void vap::synchronise() {
 
 void vap::station_arrived(const arrival &event) {
     std::optional<mac_address> previous = event.previous_bssid;
-    if (!synchronised_) {
+    if (!synchronised_ && !previous && event.suite == akm::other) {
         const auto before = with_.journal.present().find({place_.ifname, event.station});
         if (before != with_.journal.present().end()) {
             previous = before->second;
         }
     }
+    sent_away_.erase(event.station);
     with_.journal.arrived(place_.ifname, event.station, previous);
-    with_.announcements.arrived(place_, event.station, previous);
-    if (event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae) {
-        acl_.associated_by_ft(event.station, clock::now());
+    with_.announcements.arrived(place_, event.station, previous, clock::now());
+    if (event.suite == akm::ieee8021x || event.suite == akm::ieee8021x_sha256) {
+        if (suites_.size() >= suites_max) {
+            suites_.clear();
+        }
+        suites_.insert_or_assign(event.station, event.suite);
     }
+    if (has_acl_) {
+        acl_.associated(event.station,
+                        event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae);
+    }
+    on_arrival(event.station);
 }
 
 void vap::station_departed(const departure &event) {
+    const auto now = clock::now();
     with_.journal.departed(place_.ifname, event.station);
+    acl_.departed(event.station, now);
     if (sent_away_.erase(event.station) > 0) {
         with_.announcements.sent_away(place_, event.station);
+        on_moved(event.station);
     } else {
-        with_.announcements.departed(place_, event.station);
+        with_.announcements.departed(place_, event.station, now);
     }
 }
 
@@ -251,18 +296,11 @@ void vap::kernel_lost(const mac_address &station) {
     }
 }
 
-std::optional<std::set<mac_address>> vap::heard() {
-    const auto listed = ask_kernel();
-    if (!listed) {
-        return std::nullopt;
+// A station answers when it is still here; one that sleeps, when it wakes.
+void vap::poll_unconfirmed() {
+    for (const mac_address &station : with_.announcements.unconfirmed(place_, polls_each_tick)) {
+        hostapd_.send("POLL_STA " + kx::format_mac(station));
     }
-    std::set<mac_address> found;
-    for (const kernel_station &each : *listed) {
-        if (each.inactive < heard_time) {
-            found.insert(each.mac);
-        }
-    }
-    return found;
 }
 
 void vap::tick() {
@@ -270,23 +308,21 @@ void vap::tick() {
     ++ticks_;
     std::erase_if(sent_away_, [now](const auto &each) { return each.second + sent_away_time <= now; });
     acl_.expire(now);
-    if (addresses_ && addresses_->is_lost()) {
+    if (!addresses_ || addresses_->is_lost()) {
         find_interface();
     }
-    if (!hostapd_.is_up()) {
-        if (stations_) {
-            stations_->expire(now);
-        }
+    if (!stations_) {
         return;
     }
-    if (!synchronised_) {
-        find_interface();
+    stations_->expire(now);
+    if (!hostapd_.is_up()) {
+        return;
+    }
+    poll_unconfirmed();
+    if (resync_due_) {
         synchronise();
-    } else {
-        stations_->expire(now);
-        if (stations_->has_open_return() || ticks_ % compare_period == 0) {
-            compare_with_kernel();
-        }
+    } else if (stations_->has_open_return() || ticks_ % compare_period == 0) {
+        compare_with_kernel();
     }
 }
 
@@ -325,18 +361,34 @@ kx::driver_answer vap::list_stations() {
     return {.data = kx::make_station_list(both)};
 }
 
-// --- PMKs
+// --- the MAC ACL and PMKs
+
+void vap::acl_answered(const mac_address &station, bool allowed, bool by_verdict) {
+    if (has_acl_) {
+        acl_.answered(station, allowed, by_verdict, clock::now());
+    }
+}
+
+// A station that may choose chooses the stronger suite.
+akm vap::suite_for(const mac_address &station) const {
+    const auto last = suites_.find(station);
+    if (last != suites_.end()) {
+        return last->second;
+    }
+    return offers_sha256_ ? akm::ieee8021x_sha256 : akm::ieee8021x;
+}
 
 void vap::install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
                       std::function<void()> done) {
-    const auto name = make_pmkid(eap_suite_, key, place_.bssid, station);
+    const akm suite = suite_for(station);
+    const auto name = make_pmkid(suite, key, place_.bssid, station);
     if (!name) {
         done();
         return;
     }
     std::string command = "PMKSA_ADD " + kx::format_mac(station) + ' ' + kx::format_hex(*name) + ' ' +
                           kx::format_hex(key) + ' ' + std::to_string(lifetime.count()) + ' ' +
-                          std::to_string(hostapd_suite(eap_suite_));
+                          std::to_string(hostapd_suite(suite));
     hostapd_.send(std::move(command), [this, station, done = std::move(done)](std::optional<std::string_view> reply) {
         if (reply == "OK") {
             keyed_.insert(station);

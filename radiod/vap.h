@@ -48,7 +48,15 @@ public:
 
     // hostapd's stations are known. Before, a list of stations would lack them.
     bool is_synchronised() const { return synchronised_; }
-    std::function<void()> on_synchronised;  // the first time
+    // The first time, and whenever the BSSID has changed.
+    std::function<void()> on_synchronised;
+    std::function<void(const mac_address &station)> on_arrival;  // after it was announced
+    std::function<void(const mac_address &station)> on_moved;    // the daemon has sent it away
+    std::function<void()> on_radio_enabled;                      // reported for a radio's first VAP alone
+    bool has_station(const mac_address &station) const { return stations_ && stations_->is_present(station); }
+    bool is_served() const { return hostapd_.is_up(); }
+    // hostapd has forgotten its PMKs, and perhaps its settings.
+    void radio_enabled();
 
     // --- requests of the daemon
 
@@ -58,7 +66,7 @@ public:
 
     // --- the MAC ACL
 
-    void acl_answered(const mac_address &station, bool allowed) { acl_.answered(station, allowed, clock::now()); }
+    void acl_answered(const mac_address &station, bool allowed, bool by_verdict);
     void acl_changed(const mac_address &station, bool allowed) { acl_.changed(station, allowed, clock::now()); }
 
     // --- PMKs
@@ -84,20 +92,19 @@ public:
     void compare_with_kernel();
     // To be called once a second.
     void tick();
-    // The stations that the kernel has heard in the last heard_time. None when it cannot be asked.
-    std::optional<std::set<mac_address>> heard();
 
 private:
     using clock = std::chrono::steady_clock;
-
-    static constexpr std::chrono::seconds heard_time{10};
 
     void hostapd_up();
     void hostapd_down();
     void hostapd_reported(const hostapd_event &event);
     void find_interface();
     void watch_addresses();
-    void read_key_management(std::optional<std::string_view> configuration);
+    void read_configuration();
+    void use_address(const mac_address &bssid);
+    void poll_unconfirmed();
+    akm suite_for(const mac_address &station) const;
     void synchronise();
     void station_arrived(const arrival &event);
     void station_departed(const departure &event);
@@ -108,15 +115,16 @@ private:
     announcer::place place_;
     unsigned ifindex_ = 0;
     bool has_acl_, fetches_pmk_;
-    akm eap_suite_ = akm::none;  // that hostapd offers; none: no EAP
+    bool offers_sha1_ = false, offers_sha256_ = false;  // 802.1X
+    std::map<mac_address, akm> suites_;                 // of the stations' last associations by 802.1X
     control hostapd_;
     acl_lists acl_;
     std::optional<station_tracker> stations_;  // of this BSSID
     std::optional<address_snoop> addresses_;   // on this interface
     std::set<mac_address> keyed_;
     std::map<mac_address, time_point> sent_away_;
-    bool synchronised_ = false;
-    bool kernel_failed_ = false;
+    bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
+    bool kernel_failed_ = false, interface_missing_ = false, snoop_failed_ = false;
     unsigned ticks_ = 0;
 };
 

@@ -60,6 +60,9 @@ std::optional<hostapd_event> parse_event(std::string_view line) {
     if (name == "AP-STA-DISCONNECTED") {
         return station_event<station_disconnected>(line);
     }
+    if (name == "AP-STA-POLL-OK") {
+        return station_event<station_polled>(line);
+    }
     if (name == "EAPOL-4WAY-HS-COMPLETED") {
         return station_event<handshake_completed>(line);
     }

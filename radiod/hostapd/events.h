@@ -17,6 +17,10 @@ struct station_connected {
 struct station_disconnected {
     mac_address station;
 };
+// It answered POLL_STA.
+struct station_polled {
+    mac_address station;
+};
 // After an association, and after each new pairwise key.
 struct handshake_completed {
     mac_address station;
@@ -30,7 +34,7 @@ struct ap_disabled {};
 // The control socket is about to be closed.
 struct terminating {};
 
-using hostapd_event = std::variant<station_connected, station_disconnected, handshake_completed, frame_received,
+using hostapd_event = std::variant<station_connected, station_disconnected, station_polled, handshake_completed, frame_received,
                                    ap_enabled, ap_disabled, terminating>;
 
 // The names of the events are in hostapd's src/common/wpa_ctrl.h. None for any other event, and for what is malformed.

@@ -43,6 +43,7 @@ void station_tracker::handle(const hostapd_event &event, time now) {
                    [&](const ap_disabled &) { all_depart(); },
                    [&](const terminating &) { all_depart(); },
                    [](const ap_enabled &) {},
+                   [](const station_polled &) {},
                },
                event);
 }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "radiod/acl_lists.h"
-#include "radiod/acl_questions.h"
 #include "radiod/admission.h"
 
 namespace {
@@ -33,8 +32,9 @@ protected:
                          return key_is_coming;
                      },
                  .answer =
-                     [this](std::uint32_t question, const auto &, const auto &, bool allowed) {
-                         seen.push_back(std::to_string(question) + (allowed ? " allowed" : " denied"));
+                     [this](std::uint32_t question, const auto &, const auto &, bool allowed, bool by_verdict) {
+                         seen.push_back(std::to_string(question) + (allowed ? " allowed" : " denied") +
+                                        (by_verdict ? "" : " without verdict"));
                      }}};
     }
     void note(const std::string &what, const mac_address &station) {
@@ -110,7 +110,7 @@ TEST_F(admissions, the_hold_ends_a_wait_for_a_verdict_as_configured) {
         admission those = make(fallback);
         those.asked(7, ann, full_vap, now);
         those.expire(now + 120ms);
-        EXPECT_EQ(seen, (strings{"ask ann", fallback ? "7 allowed" : "7 denied"}));
+        EXPECT_EQ(seen, (strings{"ask ann", fallback ? "7 allowed without verdict" : "7 denied without verdict"}));
     }
 }
 
@@ -118,9 +118,20 @@ TEST_F(admissions, a_verdict_that_comes_late_or_again_is_not_an_answer) {
     admission those = make();
     those.asked(7, ann, full_vap, now);
     those.verdict(ann, office, true);
-    EXPECT_FALSE(those.verdict(ann, office, false)) << "the key is waited for";
+    EXPECT_FALSE(those.verdict(ann, office, true)) << "the key is waited for";
     those.expire(now + 120ms);
     EXPECT_FALSE(those.verdict(ann, office, true));
+}
+
+TEST_F(admissions, a_denial_ends_the_wait_for_a_key) {
+    admission those = make();
+    those.asked(7, ann, full_vap, now);
+    those.verdict(ann, office, true);
+    EXPECT_TRUE(those.waits_for_pmk(ann, office));
+    EXPECT_TRUE(those.verdict(ann, office, false));
+    those.pmk_installed(ann, office);
+    EXPECT_EQ(seen, (strings{"ask ann", "key ann", "7 denied"}));
+    EXPECT_FALSE(those.waits_for_pmk(ann, office));
 }
 
 TEST_F(admissions, a_key_before_the_verdict_lets_nobody_in) {
@@ -140,30 +151,6 @@ TEST_F(admissions, a_new_question_of_a_station_replaces_the_open_one) {
     EXPECT_EQ(seen.back(), "8 allowed");
 }
 
-TEST(acl_questions, a_station_has_one_number_on_a_vap_and_others_elsewhere) {
-    acl_questions those;
-    const auto number = those.number_of({ann, office});
-    EXPECT_EQ(those.number_of({ann, office}), number);
-    EXPECT_NE(those.number_of({ann, lobby}), number);
-    EXPECT_NE(those.number_of({ben, office}), number);
-    ASSERT_TRUE(those.find(number));
-    EXPECT_EQ(those.find(number)->station, ann);
-    EXPECT_EQ(those.find(number)->bssid, office);
-    EXPECT_FALSE(those.find(number - 1));
-}
-
-TEST(acl_questions, the_oldest_is_forgotten_when_there_are_too_many) {
-    acl_questions those;
-    const auto first = those.number_of({ann, office});
-    for (unsigned i = 0; i < acl_questions::most - 1; ++i) {
-        those.number_of({{{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, office});
-    }
-    EXPECT_TRUE(those.find(first));
-    those.number_of({ben, office});
-    EXPECT_FALSE(those.find(first));
-    EXPECT_NE(those.number_of({ann, office}), first);
-}
-
 class lists : public testing::Test {
 protected:
     acl_lists::time_point now{1000s};
@@ -177,13 +164,13 @@ constexpr const char *accept_ann = "ACCEPT_ACL ADD_MAC 02:aa:00:00:00:01",
                      *deny_no_more = "DENY_ACL DEL_MAC 02:aa:00:00:00:01";
 
 TEST_F(lists, a_verdict_that_hostapd_has_already_changes_nothing) {
-    those.answered(ann, true, now);
+    those.answered(ann, true, true, now);
     those.changed(ann, true, now + 5s);
     EXPECT_EQ(sent, strings{});
 }
 
 TEST_F(lists, a_changed_verdict_is_listed_until_hostapds_cache_has_forgotten_the_old_one) {
-    those.answered(ann, true, now);
+    those.answered(ann, true, true, now);
     those.changed(ann, false, now + 5s);
     EXPECT_EQ(sent, strings{deny_ann});
     those.expire(now + 35s);
@@ -193,13 +180,13 @@ TEST_F(lists, a_changed_verdict_is_listed_until_hostapds_cache_has_forgotten_the
 }
 
 TEST_F(lists, a_late_verdict_overrides_the_answer_that_was_given_without_it) {
-    those.answered(ann, false, now);
+    those.answered(ann, false, true, now);
     those.changed(ann, true, now + 1s);
     EXPECT_EQ(sent, strings{accept_ann});
 }
 
 TEST_F(lists, a_verdict_that_changes_back_moves_to_the_other_list) {
-    those.answered(ann, true, now);
+    those.answered(ann, true, true, now);
     those.changed(ann, false, now + 1s);
     those.changed(ann, true, now + 2s);
     EXPECT_EQ(sent, (strings{deny_ann, deny_no_more, accept_ann}));
@@ -207,39 +194,66 @@ TEST_F(lists, a_verdict_that_changes_back_moves_to_the_other_list) {
 
 TEST_F(lists, an_answer_takes_the_station_off_the_lists) {
     those.changed(ann, false, now);
-    those.answered(ann, true, now + 1s);
+    those.answered(ann, true, true, now + 1s);
     EXPECT_EQ(sent, (strings{deny_ann, deny_no_more}));
 }
 
-TEST_F(lists, a_station_of_ft_is_not_asked_about_again_for_ten_minutes) {
-    those.answered(ann, true, now);
-    those.associated_by_ft(ann, now + 1s);
+TEST_F(lists, a_station_of_ft_is_not_asked_about_while_it_is_here_and_for_ten_minutes_more) {
+    those.answered(ann, true, true, now);
+    those.associated(ann, true);
     EXPECT_EQ(sent, strings{accept_ann});
-    those.expire(now + 10min);
+    those.expire(now + 24h);
+    those.departed(ann, now + 24h);
+    those.expire(now + 24h + 599s);
     EXPECT_EQ(sent.size(), 1u);
-    those.expire(now + 10min + 1s);
+    those.expire(now + 24h + 600s);
     EXPECT_EQ(sent, (strings{accept_ann, accept_no_more}));
 }
 
 TEST_F(lists, a_station_of_ft_that_is_no_longer_allowed_is_sent_away) {
-    those.answered(ann, true, now);
-    those.associated_by_ft(ann, now + 1s);
+    those.answered(ann, true, true, now);
+    those.associated(ann, true);
     those.changed(ann, false, now + 2min);
     EXPECT_EQ(sent, (strings{accept_ann, accept_no_more, deny_ann}));
 }
 
-TEST_F(lists, nobody_is_accepted_by_ft_alone) {
-    those.associated_by_ft(ann, now);
-    those.answered(ann, false, now);
-    those.associated_by_ft(ann, now);
+TEST_F(lists, nobody_is_accepted_without_a_verdict) {
+    those.associated(ann, true);
+    those.answered(ann, false, true, now);
+    those.associated(ann, true);
+    those.answered(ann, true, false, now);
+    those.associated(ann, true);
     EXPECT_EQ(sent, strings{});
 }
 
-TEST_F(lists, a_new_hostapd_begins_with_empty_lists) {
+TEST_F(lists, a_station_of_another_suite_is_asked_about_again) {
+    those.answered(ann, true, true, now);
+    those.associated(ann, false);
+    EXPECT_EQ(sent, strings{});
+}
+
+TEST_F(lists, a_denial_that_a_reload_has_emptied_is_entered_again_when_the_station_comes) {
     those.changed(ann, false, now);
-    those.reset();
-    those.expire(now + 1h);
-    EXPECT_EQ(sent, strings{deny_ann});
+    those.associated(ann, false);
+    EXPECT_EQ(sent, (strings{deny_ann, deny_ann}));
+}
+
+TEST_F(lists, what_an_earlier_process_entered_is_cleared_and_what_holds_is_entered) {
+    those.changed(ann, false, now);
+    those.answered(ben, true, true, now);
+    sent.clear();
+    those.enter_all();
+    EXPECT_EQ(sent, (strings{"ACCEPT_ACL CLEAR", "DENY_ACL CLEAR", deny_ann}));
+}
+
+TEST_F(lists, forged_addresses_displace_no_denial) {
+    those.changed(ann, false, now);
+    for (unsigned i = 0; i < 2 * acl_lists::stations_max; ++i) {
+        those.answered({{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, false, false, now);
+    }
+    sent.clear();
+    those.enter_all();
+    EXPECT_EQ(sent.back(), deny_ann);
 }
 
 }  // namespace

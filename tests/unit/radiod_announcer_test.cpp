@@ -13,6 +13,7 @@
 namespace {
 
 using namespace radiod;
+using namespace std::chrono_literals;
 using ids = std::vector<std::uint32_t>;
 
 const mac_address ann{{2, 0xaa, 0, 0, 0, 1}}, ben{{2, 0xaa, 0, 0, 0, 2}};
@@ -29,92 +30,155 @@ protected:
         sent.clear();
         return seen;
     }
-    void repeat(bool heard = true) {
-        those.all_again([=](const auto &, const auto &) { return heard; });
+    void confirm_all(const announcer::place &at) {
+        for (const mac_address &station : those.unconfirmed(at, 100)) {
+            those.confirmed(at, station);
+        }
     }
 
+    announcer::time_point now{1000s};
     std::vector<kx::notification> sent;
-    announcer those{[this](kx::notification message) { sent.push_back(std::move(message)); }};
+    int held = 0;
+    announcer those = make(false);
+
+    announcer make(bool holds) {
+        announcer made([this](kx::notification message) { sent.push_back(std::move(message)); }, holds);
+        made.on_held = [this] { held++; };
+        return made;
+    }
 };
 
 TEST_F(announcements, a_station_comes_gets_an_address_and_goes) {
-    those.arrived(office, ann, std::nullopt);
-    those.has_address(office, ann, 0x0a000005);
-    those.departed(office, ann);
+    those.arrived(office, ann, std::nullopt, now);
+    those.has_address(office, ann, 0x0a000005, now);
+    those.departed(office, ann, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP, KX_MSG_ID_CLIENT_DISASSOCIATION}));
 }
 
 TEST_F(announcements, a_roamed_station_comes_and_goes_as_a_foreign_one) {
-    those.arrived(office, ann, elsewhere);
-    those.departed(office, ann);
+    those.arrived(office, ann, elsewhere, now);
+    those.departed(office, ann, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION}));
 }
 
-TEST_F(announcements, an_address_is_repeated_after_each_association) {
-    those.arrived(office, ann, std::nullopt);
-    those.has_address(office, ann, 0x0a000005);
+TEST_F(announcements, an_address_is_repeated_after_each_association_for_five_minutes) {
+    those.arrived(office, ann, std::nullopt, now);
+    those.has_address(office, ann, 0x0a000005, now);
     take();
-    those.arrived(office, ann, std::nullopt);
+    those.arrived(office, ann, std::nullopt, now);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
+    those.departed(office, ann, now);
+    take();
+    those.arrived(lobby, ann, std::nullopt, now + 299s);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
+    those.arrived(lobby, ann, std::nullopt, now + 300s);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
+}
+
+TEST_F(announcements, an_address_seen_before_the_association_is_reported_with_it) {
+    those.has_address(office, ann, 0x0a000005, now);
+    EXPECT_EQ(take(), ids{});
+    those.arrived(office, ann, std::nullopt, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
 }
 
 TEST_F(announcements, the_same_address_again_is_no_news) {
-    those.arrived(office, ann, std::nullopt);
-    those.has_address(office, ann, 0x0a000005);
+    those.arrived(office, ann, std::nullopt, now);
+    those.has_address(office, ann, 0x0a000005, now);
     take();
-    those.has_address(office, ann, 0x0a000005);
+    those.has_address(office, ann, 0x0a000005, now);
     EXPECT_EQ(take(), ids{});
-    those.has_address(office, ann, 0x0a000006);
+    those.has_address(office, ann, 0x0a000006, now);
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
 }
 
-TEST_F(announcements, an_address_of_a_station_that_is_not_there_is_ignored) {
-    those.has_address(office, ann, 0x0a000005);
-    those.arrived(lobby, ann, std::nullopt);
+TEST_F(announcements, an_address_at_a_vap_where_the_station_is_not_is_not_reported) {
+    those.arrived(lobby, ann, std::nullopt, now);
     take();
-    those.has_address(office, ann, 0x0a000005);
+    those.has_address(office, ann, 0x0a000005, now);
     EXPECT_EQ(take(), ids{});
+}
+
+TEST_F(announcements, hosts_behind_the_bridge_do_not_hide_a_stations_address) {
+    for (unsigned i = 0; i < announcer::addresses_max + 10; i++) {
+        those.has_address(office, {{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, i + 1, now);
+    }
+    those.arrived(office, ann, std::nullopt, now);
+    take();
+    those.has_address(office, ann, 0x0a000005, now);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
 }
 
 TEST_F(announcements, a_departure_at_the_daemons_order_is_not_reported) {
-    those.arrived(office, ann, std::nullopt);
+    those.arrived(office, ann, std::nullopt, now);
     take();
     those.sent_away(office, ann);
-    those.departed(office, ann);
-    repeat();
+    those.departed(office, ann, now);
+    those.all_again();
+    confirm_all(office);
     EXPECT_EQ(take(), ids{});
 }
 
-TEST_F(announcements, everything_is_repeated_in_the_order_of_arrival_behind_the_departures) {
-    those.arrived(office, ben, elsewhere);
-    those.arrived(office, ann, std::nullopt);
-    those.arrived(lobby, ann, std::nullopt);
-    those.departed(office, ann);
+TEST_F(announcements, departures_are_repeated_once_and_stations_when_they_have_answered) {
+    those.arrived(office, ben, elsewhere, now);
+    those.arrived(office, ann, std::nullopt, now);
+    those.arrived(lobby, ann, std::nullopt, now);
+    those.departed(office, ann, now);
     take();
-    repeat();
-    ASSERT_EQ(sent.size(), 3u);
+    those.all_again();
+    ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].payload, kx::departure_notification(ann, office.bssid, false).payload);
-    EXPECT_EQ(sent[1].payload, kx::reassociation_notification(ben, office.bssid, elsewhere).payload);
-    EXPECT_EQ(sent[2].payload, kx::association_notification(ann, lobby.bssid).payload);
-    take();
-    repeat();
-    EXPECT_EQ(sent.size(), 2u) << "a departure is repeated once";
+    EXPECT_EQ(those.unconfirmed(office, 10), std::vector{ben});
+    EXPECT_EQ(those.unconfirmed(lobby, 10), std::vector{ann});
+    sent.clear();
+    those.confirmed(office, ben);
+    those.confirmed(office, ben);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].payload, kx::reassociation_notification(ben, office.bssid, elsewhere).payload);
+    EXPECT_TRUE(those.unconfirmed(office, 10).empty());
+    sent.clear();
+    those.all_again();
+    EXPECT_EQ(take(), ids{}) << "a departure is repeated once";
 }
 
 TEST_F(announcements, a_departure_is_not_repeated_when_the_station_is_back) {
-    those.arrived(office, ann, std::nullopt);
-    those.departed(office, ann);
-    those.arrived(office, ann, std::nullopt);
+    those.arrived(office, ann, std::nullopt, now);
+    those.departed(office, ann, now);
+    those.arrived(office, ann, std::nullopt, now);
     take();
-    repeat();
-    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
+    those.all_again();
+    EXPECT_EQ(take(), ids{});
 }
 
-TEST_F(announcements, a_silent_station_is_not_announced_again) {
-    those.arrived(office, ann, std::nullopt);
+TEST_F(announcements, a_station_that_was_not_announced_for_repetition_is_not_repeated) {
+    those.arrived(office, ann, std::nullopt, now);
     take();
-    repeat(false);
+    those.confirmed(office, ann);
     EXPECT_EQ(take(), ids{});
+}
+
+TEST_F(announcements, a_roam_between_two_vaps_has_no_departure) {
+    announcer two = make(true);
+    two.arrived(office, ann, std::nullopt, now);
+    take();
+    two.departed(office, ann, now);
+    EXPECT_EQ(held, 1);
+    EXPECT_EQ(two.next_deadline(), now + 300ms);
+    two.arrived(lobby, ann, office.bssid, now + 299ms);
+    two.expire(now + 1s);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION});
+    EXPECT_FALSE(two.next_deadline());
+}
+
+TEST_F(announcements, a_held_departure_is_sent_in_time) {
+    announcer two = make(true);
+    two.arrived(office, ann, std::nullopt, now);
+    two.departed(office, ann, now);
+    take();
+    two.expire(now + 299ms);
+    EXPECT_EQ(take(), ids{});
+    two.expire(now + 300ms);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_DISASSOCIATION});
 }
 
 class journal : public private_root {
