@@ -82,6 +82,8 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
         vap &made = vaps_.emplace_back(each, config.radio.hostapd_directory,
                                        vap::shared{base, kernel_, announcements_, journal_});
         made.on_synchronised = [this] { vap_synchronised(); };
+        // The daemon lets in every client that it has, so it is asked before the arrival.
+        made.on_unasked = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
         made.on_arrival = [this, &made](const mac_address &station) { station_arrived(made, station); };
         made.on_moved = [this](const mac_address &station) { station_moved(station); };
         made.on_radio_enabled = [this] { std::ranges::for_each(vaps_, &vap::radio_enabled); };

@@ -36,8 +36,14 @@ void acl_lists::answered(const mac_address &station, bool allowed, bool by_verdi
         put(station, *its, list::none);
         its->allowed = allowed;
         its->by_verdict = by_verdict;
+        its->answered = now;
         its->until = now + cache_time;
     }
+}
+
+bool acl_lists::was_asked(const mac_address &station, time_point now) const {
+    const auto found = entries_.find(station);
+    return found != entries_.end() && found->second.answered + association_time > now;
 }
 
 void acl_lists::changed(const mac_address &station, bool allowed, time_point now) {

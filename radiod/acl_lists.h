@@ -27,6 +27,7 @@ public:
     // How long a station that roams by FT is let in without a question after it was last here. A question would take
     // longer than FT allows.
     static constexpr std::chrono::minutes fast_transition_time{10};
+    static constexpr std::chrono::seconds association_time{10};  // from the question to the association
     static constexpr std::size_t stations_max = 2048;
 
     // `send` takes a command of hostapd's control interface.
@@ -41,6 +42,10 @@ public:
     void associated(const mac_address &station, bool by_ft);
     void departed(const mac_address &station, time_point now);
 
+    // hostapd has got an answer to a question within the last seconds. Otherwise it let the station in by its cache or
+    // its accept list.
+    bool was_asked(const mac_address &station, time_point now) const;
+
     // hostapd answers again: whatever its lists have is replaced.
     void enter_all();
     void expire(time_point now);
@@ -50,6 +55,7 @@ private:
     struct entry {
         bool allowed = false;  // the last answer
         bool by_verdict = false;
+        time_point answered{};
         list in = list::none;
         time_point until{};
     };

@@ -210,6 +210,9 @@ void vap::station_arrived(const arrival &event) {
         }
     }
     sent_away_.erase(event.station);
+    if (has_acl_ && !acl_.was_asked(event.station, clock::now())) {
+        on_unasked(event.station);
+    }
     with_.journal.arrived(place_.ifname, event.station, previous);
     with_.announcements.arrived(place_, event.station, previous, clock::now());
     if (event.suite == akm::ieee8021x || event.suite == akm::ieee8021x_sha256) {

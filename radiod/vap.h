@@ -50,6 +50,8 @@ public:
     bool is_synchronised() const { return synchronised_; }
     // The first time, and whenever the BSSID has changed.
     std::function<void()> on_synchronised;
+    // Before its arrival is announced: hostapd let it in without a question, though the VAP has a MAC ACL.
+    std::function<void(const mac_address &station)> on_unasked;
     std::function<void(const mac_address &station)> on_arrival;  // after it was announced
     std::function<void(const mac_address &station)> on_moved;    // the daemon has sent it away
     std::function<void()> on_radio_enabled;                      // reported for a radio's first VAP alone

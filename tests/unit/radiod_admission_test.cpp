@@ -246,6 +246,15 @@ TEST_F(lists, what_an_earlier_process_entered_is_cleared_and_what_holds_is_enter
     EXPECT_EQ(sent, (strings{"ACCEPT_ACL CLEAR", "DENY_ACL CLEAR", deny_ann}));
 }
 
+TEST_F(lists, a_station_was_asked_about_for_ten_seconds) {
+    EXPECT_FALSE(those.was_asked(ann, now));
+    those.answered(ann, true, true, now);
+    EXPECT_TRUE(those.was_asked(ann, now + 9s));
+    EXPECT_FALSE(those.was_asked(ann, now + 10s));
+    those.changed(ben, true, now);
+    EXPECT_FALSE(those.was_asked(ben, now));
+}
+
 TEST_F(lists, forged_addresses_displace_no_denial) {
     those.changed(ann, false, now);
     for (unsigned i = 0; i < 2 * acl_lists::stations_max; ++i) {
