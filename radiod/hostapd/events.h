@@ -34,8 +34,8 @@ struct ap_disabled {};
 // The control socket is about to be closed.
 struct terminating {};
 
-using hostapd_event = std::variant<station_connected, station_disconnected, station_polled, handshake_completed, frame_received,
-                                   ap_enabled, ap_disabled, terminating>;
+using hostapd_event = std::variant<station_connected, station_disconnected, handshake_completed, frame_received,
+                                   ap_enabled, ap_disabled, terminating, station_polled>;
 
 // The names of the events are in hostapd's src/common/wpa_ctrl.h. None for any other event, and for what is malformed.
 std::optional<hostapd_event> parse_event(std::string_view line);

@@ -70,7 +70,7 @@ def wait_for_processes(lab_run, effect, what):
 
 def test_json(lab_run):
     done = lab_run.run("--json")
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stderr) == (0, ""), done.stdout
     objects = [json.loads(line) for line in done.stdout.splitlines()]
     assert {each["ap"] for each in objects} == {"02:00:00:00:10:00"}
     assert [(each["name"], each["client"]) for each in objects if "client" in each] == EXPECTED
@@ -82,7 +82,7 @@ def test_json(lab_run):
 
 def test_screen(lab_run):
     done = lab_run.run("--speed", "max")
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stderr) == (0, ""), done.stdout
     for text in ("4  association granted", "1  association refused", "4  CLIENT_MGR_CLIENT_ASSOC",
                  "client_mgr has 2 clients in its table", "02:00:00:00:0a:01  office   10    10.0.10.21  home client"):
         assert text in done.stdout
@@ -94,7 +94,7 @@ def test_screen(lab_run):
 
 def test_site(lab_run):
     done = lab_run.run("--site", "--seed", "7", "--speed", "12")
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stderr) == (0, ""), done.stdout
     assert "The seed of this run is 7." in done.stdout
     assert "agree on every station" in done.stdout
 
@@ -125,7 +125,7 @@ def read_terminal(terminal):
 def test_own_capture(lab_run, programs):
     shutil.copy(programs.parent / "lab/captures/builtin.pcap", lab_run.directory / "own capture.pcap")
     done = lab_run.run("own capture.pcap")
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stderr) == (0, ""), done.stdout
     assert "client_mgr has 2 clients in its table" in done.stdout
 
 
@@ -215,7 +215,7 @@ def command(tmp_path):
 
 def test_help_needs_nothing(command):
     done = command("--help")
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stderr) == (0, ""), done.stdout
     assert "./run FILE" in done.stdout
 
 

@@ -186,6 +186,7 @@ TEST(hostapd_event, reads_stations) {
     EXPECT_EQ(station_of<station_connected>("<3>AP-STA-CONNECTED 02:00:00:00:0a:01"), anna);
     EXPECT_EQ(station_of<station_connected>("<3>AP-STA-CONNECTED 02:00:00:00:0a:01 auth_alg=sae keyid=guests"), anna);
     EXPECT_EQ(station_of<station_disconnected>("<3>AP-STA-DISCONNECTED 02:00:00:00:0a:01"), anna);
+    EXPECT_EQ(station_of<station_polled>("<3>AP-STA-POLL-OK 02:00:00:00:0a:01"), anna);
     EXPECT_EQ(station_of<handshake_completed>("<3>EAPOL-4WAY-HS-COMPLETED 02:00:00:00:0a:01"), anna);
 }
 
