@@ -104,7 +104,7 @@ def test_site_on_a_terminal(lab_run):
     running = lab_run.start("--site", "--speed", "12", stdout=terminal)
     os.close(terminal)
     screen = read_terminal(mine)
-    assert running.wait(20) == 0
+    assert running.wait(20) == 0, screen
     assert "access point" in screen
     assert re.search(r"ap3 02:a0:00:00:03:00 *up", re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", screen))
     assert "on every station" in screen
