@@ -1,4 +1,4 @@
-"""The machine's wired network, access points and stations, which all cases share; their programs are each case's own."""
+"""The machine's wired network, access points and stations, shared by all cases. Their programs are each case's own."""
 
 import sys
 from collections.abc import Callable, Iterator
