@@ -143,7 +143,7 @@ protected:
         sockaddr_ll address{};
         address.sll_family = AF_PACKET;
         address.sll_ifindex = static_cast<int>(if_nametoindex(ifname));
-        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         return fd;
     }
     // A station's frame that arrives at the VAP.
