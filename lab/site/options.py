@@ -9,7 +9,7 @@ from typing import NoReturn
 from lab.site.failure import LabFailure
 from lab.site.plain_text import plain
 
-USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N]"
+USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N] | run --stock"
 
 
 class _Parser(argparse.ArgumentParser):
@@ -25,9 +25,12 @@ def read_options() -> argparse.Namespace:
     parser.add_argument("--json", action="store_true")
     parser.add_argument("--speed", type=speed)
     parser.add_argument("--site", action="store_true")
+    parser.add_argument("--stock", action="store_true")
     parser.add_argument("--seed", type=int)
     parser.add_argument("capture", nargs="?", type=Path)
     options = parser.parse_args()
+    if options.stock and len(sys.argv) > 2:
+        parser.error("--stock stands alone")
     if options.site and (options.json or options.capture or options.speed == "max"):
         parser.error("--site can only be combined with --seed and a number for --speed")
     if options.seed is not None and not options.site:

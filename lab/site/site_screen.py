@@ -8,6 +8,7 @@ from rich.progress_bar import ProgressBar
 from rich.table import Table
 from rich.text import Text
 
+from lab.site.laboratory import Laboratory
 from lab.site.site_run import Site
 
 LINES_EVERY_LAB_SECONDS = 10  # without a terminal
@@ -43,7 +44,7 @@ class SiteScreen:
 def draw(site: Site, counters: dict[str, Any], access_points: dict[str, dict[str, Any]]) -> Group:
     return Group(ProgressBar(total=site.plan.seconds, completed=site.lab_time(), width=60),
                  Text(describe_progress(site, counters)), Text(),
-                 access_point_table(site, access_points))
+                 access_point_table(site.lab, access_points))
 
 
 def describe_progress(site: Site, counters: dict[str, Any]) -> str:
@@ -56,11 +57,11 @@ def describe_counters(counters: dict[str, Any]) -> str:
             f"{counters['guests_approved']} approved, {counters['records']} records")
 
 
-def access_point_table(site: Site, access_points: dict[str, dict[str, Any]]) -> Table:
+def access_point_table(lab: Laboratory, access_points: dict[str, dict[str, Any]]) -> Table:
     table = Table(box=None, pad_edge=False)
     for heading in ("access point", "tunnel", "stations", "", "records"):
         table.add_column(heading, justify="right" if heading == "records" else "left", no_wrap=True)
-    for access_point in site.lab.access_points:
+    for access_point in lab.access_points:
         known = access_points.get(access_point.mac, {"up": False})
         stations = known.get("stations", 0)
         table.add_row(f"{access_point.name} {access_point.mac}", "up" if known["up"] else "down", f"{stations:8}",

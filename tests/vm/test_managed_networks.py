@@ -1,15 +1,18 @@
 """Stations of each kind of network, seen by radiod, client_mgr, apd and the controller."""
 
+import signal
+
 import pytest
 from nodes import network_kinds
 from nodes.access_point_node import Vap
-from nodes.managed_site import ManagedSite
+from nodes.managed_site import LOCAL_RADIUS, ManagedSite
 from nodes.network_kinds import NetworkKind
 from nodes.radius_server import start_hostapd_server
 from nodes.station_node import StationNode
 from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
 
+from lab.site.client_table import TUNNEL
 from lab.site.waiting import wait_until
 
 SSID = "office"
@@ -91,3 +94,54 @@ def test_roam_needs_no_eap_with_a_fetched_key(kind: NetworkKind, site: ManagedSi
     assert station.count_eap() == 1
     site.wait_until_at(station, second.bssid())
     site.wait_until_all_agree()
+
+
+@pytest.mark.parametrize("kind", [network_kinds.PSK, network_kinds.EAP], ids=str)
+def test_roam_to_another_vlan_is_tunnelled(kind: NetworkKind, site: ManagedSite, access_points, stations,
+                                           radius) -> None:
+    if kind.has_8021x:
+        radius(start_hostapd_server)
+    first, second = access_points
+    site.add(first, Vap(kind, SSID, 10, ("macaddr_acl=2",)))
+    site.add(second, Vap(kind, SSID, 20, ("macaddr_acl=2",), ("fetch_pmk = false",)))
+    site.start()
+    station = stations[0]
+    station.connect(SSID, kind, first)
+    site.wait_until_at(station, first.bssid())
+    station.roam(second)
+    site.wait_until_at(station, second.bssid())
+
+    def is_tunnelled() -> bool:
+        client = site.access_points[1].client(station.mac)
+        return client is not None and client.home_vlan == 10 and bool(client.flags & TUNNEL)
+
+    wait_until(is_tunnelled, "the daemon tunnels the station to its home VLAN", log=site.access_points[1].log)
+
+
+def test_roam_between_two_vaps_of_one_hostapd(site: ManagedSite, access_points, stations) -> None:
+    access_point, station = access_points[0], stations[0]
+    vap = Vap(network_kinds.PSK, SSID)
+    site.start([access_point], vap, vap)
+    station.connect(SSID, vap.kind, access_point)
+    site.wait_until_at(station, access_point.bssid())
+    station.get_address()
+    wait_until(lambda: site.client(station)["ip"] == station.address, "the controller has the address")
+    station.roam(access_point, 1)
+    site.wait_until_at(station, access_point.bssid(1))
+    site.wait_until_all_agree()
+    assert site.client(station)["ip"] == station.address
+    assert not any(each["name"] == "disassociation" for each in site.access_points[0].captive_output.read())
+
+
+def test_hostapd_that_starts_late(site: ManagedSite, access_points, stations) -> None:
+    access_point, station = access_points[0], stations[0]
+    vaps = (Vap(network_kinds.PSK, SSID), Vap(network_kinds.OPEN, "guest", 20))
+    site.add(access_point, *vaps)
+    access_point.end_hostapd(signal.SIGTERM)
+    site.start()
+    access_point.start_hostapd(*vaps, radius=LOCAL_RADIUS)
+    for index, (each, vap) in enumerate(zip(stations, vaps)):
+        each.connect(vap.ssid, vap.kind, access_point, index)
+        site.wait_until_at(each, access_point.bssid(index))
+    site.wait_until_all_agree()
+    assert station.is_connected()

@@ -94,13 +94,17 @@ class ManagedSite(Laboratory):
         super().__exit__()
         self.discard()
 
-    def start(self, nodes: list[AccessPointNode], *vaps: Vap) -> None:
-        """Every access point serves these VAPs. Returns when the controller has the first report of each."""
+    def add(self, node: AccessPointNode, *vaps: Vap) -> None:
+        """With its hostapd, which serves these VAPs."""
+        node.start_hostapd(*vaps, radius=LOCAL_RADIUS)
+        added = ManagedAccessPoint(node, vaps, self)
+        added.configure(self.controller, self.authority)
+        self.access_points.append(added)
+
+    def start(self, nodes: list[AccessPointNode] = (), *vaps: Vap) -> None:
+        """Each of `nodes` is added with these VAPs. Returns when the controller has the first report of each."""
         for node in nodes:
-            node.start_hostapd(*vaps, radius=LOCAL_RADIUS)
-            added = ManagedAccessPoint(node, vaps, self)
-            added.configure(self.controller, self.authority)
-            self.access_points.append(added)
+            self.add(node, *vaps)
         super().start()
 
     def address_of(self, mac: str) -> str:
