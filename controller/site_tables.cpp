@@ -34,7 +34,7 @@ void site_tables::configure(access_point &at, const mac_address &bssid, vap conf
     const std::uint32_t vlan = config.vlan;
     at.vaps[bssid] = std::move(config);
     insert(vaps_[bssid], at);
-    absl::erase_if(at.without_vlan, [&](const mac_address &station) {
+    std::erase_if(at.without_vlan, [&](const mac_address &station) {
         client &known = *find(station)->client;
         if (known.home.bssid != bssid) {
             return false;

@@ -6,14 +6,12 @@
 #ifndef CONTROLLER_SITE_TABLES_H
 #define CONTROLLER_SITE_TABLES_H
 
-#include <absl/container/btree_map.h>
-#include <absl/container/btree_set.h>
-
 #include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -60,11 +58,11 @@ enum class holding : std::uint8_t {
 struct access_point {
     mac_address mac{};
     bool up = false;
-    bool caught_up = false;                       // it has reported through its present tunnel
-    std::map<mac_address, vap> vaps;              // by BSSID
-    absl::btree_map<mac_address, holding> holds;  // stations that its table should hold
-    absl::btree_set<mac_address> without_vlan;    // clients whose home here has not been reported
-    std::size_t clients = 0;                      // that it serves
+    bool caught_up = false;                // it has reported through its present tunnel
+    std::map<mac_address, vap> vaps;       // by BSSID
+    std::map<mac_address, holding> holds;  // stations that its table should hold
+    std::set<mac_address> without_vlan;    // clients whose home here has not been reported
+    std::size_t clients = 0;               // that it serves
     report_checks checks;
 };
 
@@ -78,8 +76,8 @@ struct station {
 
 class site_tables {
 public:
-    using ap_table = absl::btree_map<mac_address, std::unique_ptr<access_point>>;
-    using station_table = absl::btree_map<mac_address, std::unique_ptr<station>>;
+    using ap_table = std::map<mac_address, std::unique_ptr<access_point>>;
+    using station_table = std::map<mac_address, std::unique_ptr<station>>;
 
     // Adds it when it is new.
     access_point &ap(const mac_address &mac);
@@ -132,9 +130,9 @@ private:
     std::string check_counts() const;
 
     ap_table aps_;
-    absl::btree_map<mac_address, std::vector<access_point *>> vaps_;  // by BSSID; by MAC address
+    std::map<mac_address, std::vector<access_point *>> vaps_;  // by BSSID; by MAC address
     station_table stations_;
-    absl::btree_map<mac_address, bytes> pmks_;
+    std::map<mac_address, bytes> pmks_;
     std::size_t clients_ = 0;
     std::array<std::size_t, guest_states> guests_{};
     std::vector<mac_address> emptied_;  // since the last purge()
