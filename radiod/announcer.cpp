@@ -9,17 +9,18 @@ void announcer::arrived(const place &at, const mac_address &address, const std::
     std::erase_if(held_, [&](const departure &each) { return each.station == address; });
     std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
     station &its = stations_[{at.bssid, address}];
-    its = {.at = at, .previous = previous, .to_confirm = false};
+    its = {.at = at, .previous = previous};
     send_arrival(address, its);
 }
 
-void announcer::send_arrival(const mac_address &address, const station &its) {
+void announcer::send_arrival(const mac_address &address, station &its) {
     const mac_address &bssid = its.at.bssid;
     send_(its.previous ? kx::reassociation_notification(address, bssid, *its.previous)
                        : kx::association_notification(address, bssid));
     const auto known = addresses_.find(address);
     if (known != addresses_.end()) {
-        send_(kx::address_notification(address, known->second.ip, its.at.ifname));
+        its.ip = known->second.ip;
+        send_(kx::address_notification(address, its.ip, its.at.ifname));
     }
 }
 
@@ -62,15 +63,15 @@ void announcer::send_departure(const departure &gone) {
 
 void announcer::sent_away(const place &from, const mac_address &address) { remove(from, address); }
 
+// VAPs of one bridge see the same broadcasts, in any order.
 void announcer::has_address(const place &at, const mac_address &address, std::uint32_t ip, time_point now) {
-    const bool is_here = stations_.contains({at.bssid, address});
-    const auto known = addresses_.find(address);
-    const bool is_news = known == addresses_.end() || known->second.ip != ip;
-    if (known == addresses_.end() && !make_room_for_address(is_here, now)) {
-        return;
+    const auto here = stations_.find({at.bssid, address});
+    const bool is_here = here != stations_.end();
+    if (addresses_.contains(address) || make_room_for_address(is_here, now)) {
+        addresses_[address] = {.ip = ip, .seen = now};
     }
-    addresses_[address] = {.ip = ip, .seen = now};
-    if (is_news && is_here) {
+    if (is_here && here->second.ip != ip) {
+        here->second.ip = ip;
         send_(kx::address_notification(address, ip, at.ifname));
     }
 }

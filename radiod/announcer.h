@@ -71,6 +71,7 @@ private:
         place at;
         std::optional<mac_address> previous;
         bool to_confirm = false;
+        std::uint32_t ip = 0;  // that was sent; 0: none
     };
     struct departure {
         mac_address bssid, station;
@@ -83,7 +84,7 @@ private:
     };
     using key = std::pair<mac_address, mac_address>;  // BSSID, station
 
-    void send_arrival(const mac_address &address, const station &its);
+    void send_arrival(const mac_address &address, station &its);
     void send_departure(const departure &gone);
     std::optional<station> remove(const place &from, const mac_address &address);
     bool make_room_for_address(bool is_here, time_point now);

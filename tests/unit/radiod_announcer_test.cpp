@@ -99,6 +99,15 @@ TEST_F(announcements, an_address_at_a_vap_where_the_station_is_not_is_not_report
     EXPECT_EQ(take(), ids{});
 }
 
+TEST_F(announcements, an_address_that_another_vap_of_the_bridge_saw_first_is_reported) {
+    those.arrived(office, ann, std::nullopt, now);
+    take();
+    those.has_address(lobby, ann, 0x0a000005, now);
+    EXPECT_EQ(take(), ids{});
+    those.has_address(office, ann, 0x0a000005, now);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
+}
+
 TEST_F(announcements, hosts_behind_the_bridge_do_not_hide_a_stations_address) {
     for (unsigned i = 0; i < announcer::addresses_max + 10; i++) {
         those.has_address(office, {{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, i + 1, now);
