@@ -27,7 +27,7 @@ def show_roam(station: StationNode, access_point, site: ManagedSite) -> None:
     station.roam(access_point)
     seconds = time.monotonic() - start
     site.wait_until_at(station, access_point.bssid())
-    how = "with EAP" if station.count_eap() > before else "without EAP, by the key that radiod fetched"
+    how = "with EAP" if station.count_eap() > before else "without EAP"
     say(f"{station.name} {station.mac} roams to {access_point.name} in {seconds:.2f} s, {how}")
 
 
@@ -35,7 +35,7 @@ def show_site(site: ManagedSite) -> None:
     counters = site.controller.ask_json("stats")
     access_points = {each["ap"]: each for each in site.controller.ask_json("aps")}
     print(f"\n  {describe_counters(counters)}\n", flush=True)
-    Console(width=100).print(access_point_table(site, access_points))
+    Console(width=100, force_terminal=False).print(access_point_table(site, access_points))
 
 
 def test_show(site: ManagedSite, access_points, stations, radius, echo: EchoServer) -> None:
