@@ -55,7 +55,7 @@ std::string site_tables::check_access_point(const access_point &at) const {
     }
     for (const auto &[bssid, config] : at.vaps) {
         const auto first =
-            std::ranges::find_if(aps_, [&](const auto &each) { return each.second->vaps.contains(bssid); });
+            std::ranges::find_if(aps_, [bssid = bssid](const auto &each) { return each.second->vaps.contains(bssid); });
         if (find_vap(bssid) != place{first->first, bssid}) {
             return describe("wrong access point of", bssid);
         }
@@ -75,8 +75,8 @@ std::string site_tables::check_counts() const {
     if (clients != clients_ || guests != guests_) {
         return "wrong number of clients";
     }
-    const std::size_t vaps = std::ranges::count_if(vaps_, [](const auto &each) { return each.second.empty(); });
-    return vaps == 0 ? "" : "a BSSID without access point";
+    const bool is_lost = std::ranges::any_of(vaps_, [](const auto &each) { return each.second.empty(); });
+    return is_lost ? "a BSSID without access point" : "";
 }
 
 std::string site_tables::find_inconsistency() const {
