@@ -47,7 +47,6 @@ kx::daemon_link::settings link_settings(const kx::ap_config &config) {
 access_point::access_point(event_base *base, const kx::ap_config &config, kx::detail_log details)
     : base_(base),
       details_(details),
-      fallback_allows_(config.radio.allows_without_verdict),
       daemon_(base, link_settings(config)),
       journal_(kx::place("/kx/radiod.stations")),
       announcements_(
@@ -332,7 +331,7 @@ void access_point::tick() {
     for (vap &each : vaps_) {
         each.tick();
     }
-    if (now_ticks_++ % fetches_period == 0) {
+    if (seconds_++ % fetches_period == 0) {
         fetches_.clear();
     }
     std::erase_if(new_pmks_, [this](const auto &each) { return !keys_.find(each.first, clock::now()); });

@@ -60,7 +60,6 @@ private:
 
     event_base *base_;
     kx::detail_log details_;
-    bool fallback_allows_;
     nl80211 kernel_;
     kx::daemon_link daemon_;
     station_journal journal_;
@@ -74,7 +73,7 @@ private:
     std::list<vap> vaps_;
     std::optional<kx::driver_server> driver_;
     std::ptrdiff_t served_ = -1;
-    unsigned now_ticks_ = 0;
+    unsigned seconds_ = 0;
     kx::watch ticks_, deadline_, start_limit_, keep_alive_;
 };
 
