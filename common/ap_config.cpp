@@ -40,6 +40,11 @@ controller_config read_controller(const toml_table &from, const std::filesystem:
     return config;
 }
 
+tunnel_config read_tunnel(const toml_table &from) {
+    from.allow_only({"enabled"});
+    return {.enabled = from.boolean("enabled")};
+}
+
 vap_config read_vap(const toml_table &from) {
     constexpr std::string_view name_expected =
         "an interface name of 1 to 12 characters of A-Z a-z 0-9 . _ -, not starting with -";
@@ -91,7 +96,7 @@ ap_config load_ap_config(const std::string &file) {
         throw config_error(error.what());
     }
     toml_table top = toml_table::read(file, "the access point's configuration", max_size);
-    top.allow_only({"ap", "controller", "radio", "vap"});
+    top.allow_only({"ap", "controller", "radio", "tunnel", "vap"});
     toml_table ap = top.table("ap");
     ap.allow_only({"mac"});
     std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
@@ -101,6 +106,9 @@ ap_config load_ap_config(const std::string &file) {
     config.controller = read_controller(top.table("controller"), directory);
     if (top.has("radio")) {
         config.radio = read_radio(top.table("radio"), directory);
+    }
+    if (top.has("tunnel")) {
+        config.tunnel = read_tunnel(top.table("tunnel"));
     }
     config.vaps = read_vaps(top, "vap", max_vaps);
     return config;

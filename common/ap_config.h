@@ -23,6 +23,9 @@
 //   fetch_pmk = true                   # optional, true; only radiod reads it: fetch the PMKs of stations that come
 //   bssid = "02:00:00:00:10:01"        # optional; only the lab's radio reads it: the BSSID of the VAP
 //
+//   [tunnel]
+//   enabled = true                     # optional table; false without it: carry clients that roamed to another VLAN
+//
 // and the table of the radio service (common/radio_config.h).
 #ifndef COMMON_AP_CONFIG_H
 #define COMMON_AP_CONFIG_H
@@ -61,9 +64,16 @@ struct vap_config {
     bool operator==(const vap_config &) const = default;
 };
 
+struct tunnel_config {
+    bool enabled = false;
+
+    bool operator==(const tunnel_config &) const = default;
+};
+
 struct ap_config {
     mac_address mac{};
     controller_config controller;
+    tunnel_config tunnel;
     radio_config radio;
     std::vector<vap_config> vaps;  // at most 255, each with another interface name
 };

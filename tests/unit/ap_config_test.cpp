@@ -64,8 +64,18 @@ TEST_F(ap_config, reads_every_key) {
     EXPECT_EQ(kx::format_mac(*vap0.bssid), "02:00:00:00:1a:0b");
 }
 
+TEST_F(ap_config, reads_whether_roamed_clients_are_carried) {
+    std::string rest = std::string(ap) + controller + vap;
+    EXPECT_TRUE(load(rest + "[tunnel]\nenabled = true\n").tunnel.enabled);
+    EXPECT_FALSE(load(rest + "[tunnel]\nenabled = false\n").tunnel.enabled);
+    EXPECT_EQ(error_of(rest + "[tunnel]\n"), "13: tunnel.enabled: missing; expected true or false");
+    EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\nkey = 1\n"),
+              "15: tunnel.key: unknown key; expected one of enabled");
+}
+
 TEST_F(ap_config, gives_defaults_to_optional_keys) {
     kx::ap_config config = load(std::string(ap) + controller + vap);
+    EXPECT_FALSE(config.tunnel.enabled);
     ASSERT_EQ(config.vaps.size(), 1u);
     kx::vap_config expected;
     expected.ifname = "wlan0";
@@ -101,7 +111,7 @@ TEST_F(ap_config, rejects_wrong_tables) {
     EXPECT_EQ(error_of("ap = 1\n"), "1: ap: expected a table");
     EXPECT_EQ(error_of(ap), "1: controller: missing; expected a table");
     EXPECT_EQ(error_of(std::string("more = 1\n") + ap + controller),
-              "1: more: unknown key; expected one of ap, controller, radio, vap");
+              "1: more: unknown key; expected one of ap, controller, radio, tunnel, vap");
     EXPECT_EQ(error_of(std::string(ap) + "max = 1\n" + controller), "3: ap.max: unknown key; expected one of mac");
     EXPECT_EQ(error_of(std::string(ap) + controller + "keys = 1\n"),
               "9: controller.keys: unknown key; expected one of address, port, ca, certificate, key");
