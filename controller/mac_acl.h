@@ -15,10 +15,9 @@
 #include <string>
 
 #include "common/mac_address.h"
+#include "controller/store/values.h"
 
 namespace controller {
-
-enum class verdict : std::uint32_t { deny = 0, allow = 1 };
 
 struct mac_acl_list {
     verdict otherwise = verdict::allow;

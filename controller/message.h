@@ -21,11 +21,9 @@
 
 #include "common/mac_address.h"
 #include "controller/layouts.h"
+#include "controller/store/values.h"
 
 namespace controller {
-
-using kx::mac_address;
-using bytes = std::vector<std::uint8_t>;
 
 // Bytes with their layout. A key that the layout lacks is a programming error and throws std::logic_error.
 class values {

@@ -17,32 +17,9 @@
 
 #include "controller/message.h"
 #include "controller/report_checks.h"
+#include "controller/store/values.h"
 
 namespace controller {
-
-// A VAP of the site.
-struct place {
-    mac_address ap{};
-    mac_address bssid{};
-    bool operator==(const place &) const = default;
-};
-
-enum class guest_state : std::uint8_t {
-    none,
-    waiting,  // for approval
-    approved,
-    unknown,  // the client associated before the controller started
-};
-inline constexpr std::size_t guest_states = 4;
-
-struct client {
-    place home;                              // where it associated, or roamed to within its home VLAN
-    place now;                               // where it is served
-    std::optional<std::uint32_t> home_vlan;  // none until the VAP is reported
-    std::uint32_t ip = 0;                    // 10.0.0.1 is 0x0a000001; 0 when not known
-    guest_state guest = guest_state::none;
-    bool operator==(const client &) const = default;
-};
 
 struct vap {
     bytes ssid;  // NUL-padded
