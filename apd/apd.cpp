@@ -38,11 +38,16 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
              },
              [this] { channel_.resume(); }, [this] { event_base_loopbreak(base_); }}),
       inbox_(base, losses_,
-             {[this] { link_.set_reading(true); },
+             {[this] {
+                  link_.set_reading(true);
+                  paths_.resume();
+              },
               [this] {
                   report("client_mgr does not read its messages");
                   channel_.disconnect();
               }}),
+      paths_(inbox_, losses_),
+      homes_(base, losses_, [this](const kx::home_question &asked) { return ask_controller(asked); }),
       monitor_(base, inbox_, losses_, details, [this] { publish_status(); }),
       channel_(base, losses_, details,
                {[this] { daemon_registered(); }, [this] { daemon_lost(); },
@@ -85,11 +90,17 @@ void platform_daemon::daemon_registered() {
         link_.start(config_.controller);
     }
     report_link_to_daemon();
+    paths_.daemon_registered();
 }
 
 void platform_daemon::daemon_lost() { link_.end("client_mgr has gone"); }
 
 void platform_daemon::tunnel_up() {
+    if (config_.tunnel.enabled) {
+        kx::roaming_carrier carrier{};
+        carrier.address = config_.tunnel.address;
+        link_.send(kx::tunnel_destination_own, kx::make_roaming_frame(carrier));
+    }
     report_link_to_daemon();
     channel_.resume();
     publish_status();
@@ -121,6 +132,10 @@ void platform_daemon::send_status(std::uint32_t status, std::uint32_t ctrl_ip) {
 }
 
 void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message) {
+    if (destination == kx::tunnel_destination_own) {
+        roaming_frame_rcvd(message);
+        return;
+    }
     if (destination != kx::apcomm_destination_client_mgr) {
         losses_.add_described(loss_unknown_destination, [destination] {
             return "dropped a message from the controller to unknown peer " + std::to_string(destination);
@@ -135,6 +150,19 @@ void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::sp
     if (inbox_.is_full()) {
         link_.set_reading(false);
     }
+}
+
+void platform_daemon::roaming_frame_rcvd(std::span<const std::uint8_t> frame) {
+    if (const auto statement = kx::read_roaming_frame<kx::roaming_peer>(frame)) {
+        paths_.take(*statement);
+    } else if (const auto answer = kx::read_roaming_frame<kx::home_answer>(frame)) {
+        homes_.answer(*answer);
+    }
+}
+
+bool platform_daemon::ask_controller(const kx::home_question &asked) {
+    return config_.tunnel.enabled &&
+           link_.send(kx::tunnel_destination_own, kx::make_roaming_frame(asked)) == controller_link::outcome::sent;
 }
 
 void platform_daemon::refuse(const char *fault) {
@@ -178,9 +206,9 @@ void platform_daemon::config_changed() {
     if (before.controller != config_.controller) {
         log_line("the controller's settings have changed");
         certificates_.use(config_.controller);
-        if (link_.is_started()) {
-            link_.start(config_.controller);
-        }
+    }
+    if ((before.controller != config_.controller || before.tunnel != config_.tunnel) && link_.is_started()) {
+        link_.start(config_.controller);  // announces the tunnel's settings
     }
     vap_changes changes = find_vap_changes(before.vaps, config_.vaps);
     for (const std::string &ifname : changes.updated) {
@@ -205,6 +233,7 @@ void platform_daemon::reload() {
 void platform_daemon::restore_sockets() {
     try {
         monitor_.restore_endpoint();
+        homes_.restore_endpoint();
         channel_.restore_listener();
         sockets_failed_ = false;
     } catch (const std::system_error &error) {

@@ -8,10 +8,12 @@
 #include <string>
 
 #include "apd/certificates.h"
+#include "apd/client_paths.h"
 #include "apd/config_watch.h"
 #include "apd/controller_link.h"
 #include "apd/daemon_channel.h"
 #include "apd/daemon_inbox.h"
+#include "apd/home_questions.h"
 #include "apd/log.h"
 #include "apd/losses.h"
 #include "apd/monitor.h"
@@ -42,6 +44,8 @@ private:
     void tunnel_up();
     void tunnel_down();
     void controller_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
+    void roaming_frame_rcvd(std::span<const std::uint8_t> frame);
+    bool ask_controller(const kx::home_question &asked);
     void refuse(const char *fault);
     bool daemon_message_rcvd(std::uint32_t destination, std::span<const std::uint8_t> message);
     void report_link_to_daemon();
@@ -60,6 +64,8 @@ private:
     losses losses_;
     controller_link link_;
     daemon_inbox inbox_;
+    client_paths paths_;
+    home_questions homes_;
     monitor monitor_;
     daemon_channel channel_;
     certificates certificates_;

@@ -20,6 +20,7 @@ enum loss : std::size_t {
     loss_unknown_destination,
     loss_stranger,
     loss_local_malformed,
+    loss_paths,
 };
 
 inline constexpr std::array loss_reasons{
@@ -30,6 +31,7 @@ inline constexpr std::array loss_reasons{
     kx::losses::reason{"unknown_destination", "messages from the controller dropped: their destination is unknown"},
     kx::losses::reason{"stranger", "local messages and connections refused: the user is not permitted"},
     kx::losses::reason{"local_malformed", "malformed local messages dropped"},
+    kx::losses::reason{"paths", "clients on another VLAN not carried: too many"},
 };
 
 class losses : public kx::losses {

@@ -1,5 +1,7 @@
 #include "common/ap_config.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <climits>
 #include <filesystem>
@@ -41,8 +43,17 @@ controller_config read_controller(const toml_table &from, const std::filesystem:
 }
 
 tunnel_config read_tunnel(const toml_table &from) {
-    from.allow_only({"enabled"});
-    return {.enabled = from.boolean("enabled")};
+    from.allow_only({"enabled", "address"});
+    tunnel_config config{.enabled = from.boolean("enabled")};
+    if (from.has("address")) {
+        const std::string text = from.text("address", 1, INET_ADDRSTRLEN, "an IPv4 address");
+        in_addr address{};
+        if (inet_pton(AF_INET, text.c_str(), &address) != 1 || address.s_addr == 0) {
+            from.fail("address", "expected an IPv4 address");
+        }
+        config.address = ntohl(address.s_addr);
+    }
+    return config;
 }
 
 vap_config read_vap(const toml_table &from) {

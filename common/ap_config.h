@@ -25,6 +25,7 @@
 //
 //   [tunnel]
 //   enabled = true                     # optional table; false without it: carry clients that roamed to another VLAN
+//   address = "10.0.0.10"              # optional: where other access points reach this one
 //
 // and the table of the radio service (common/radio_config.h).
 #ifndef COMMON_AP_CONFIG_H
@@ -66,6 +67,7 @@ struct vap_config {
 
 struct tunnel_config {
     bool enabled = false;
+    std::uint32_t address = 0;  // IPv4, as a number; 0: the one that the controller sees
 
     bool operator==(const tunnel_config &) const = default;
 };

@@ -16,6 +16,7 @@ struct access_point_link {
     peer other;
     std::optional<mac_address> ap;  // none before its first message
     std::uint64_t records = 0;      // received, including malformed ones
+    std::uint32_t carrier = 0;      // its address for other access points; 0: it carries no clients between VLANs
 };
 
 class access_points {
@@ -34,6 +35,7 @@ public:
 
     void count_records(tunnel_id id, std::size_t number) { links_.at(id).records += number; }
 
+    access_point_link &link(tunnel_id id) { return links_.at(id); }
     std::optional<tunnel_id> tunnel_of(const mac_address &ap) const;
     std::vector<tunnel_id> unidentified() const;
     const std::map<tunnel_id, access_point_link> &links() const { return links_; }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "tunnel/roaming_frames.h"
+
 namespace controller {
 
 namespace {
@@ -16,6 +18,8 @@ tunnels::callbacks exchange::callbacks() {
     return {
         .on_up = [this](tunnel_id id, const peer &other) { came_up(id, other); },
         .on_message = [this](tunnel_id id, std::span<const std::uint8_t> content) { received(id, content); },
+        .on_roaming_frame = [this](tunnel_id id,
+                                   std::span<const std::uint8_t> frame) { roaming_frame_received(id, frame); },
         .on_down = [this](tunnel_id id, const std::string &reason) { went_down(id, reason); },
         .on_refused = [this](const peer &other, const std::string &reason) { refusals_.add(other, reason); },
         .on_accept_error =
@@ -58,7 +62,18 @@ void exchange::request_reports() {
 
 void exchange::send(const outbox &messages) {
     for (const outgoing &each : messages) {
-        send(each.ap, encode(each.ap, each.records));
+        if (each.frame.empty()) {
+            send(each.ap, encode(each.ap, each.records));
+        } else {
+            send_frame(each.ap, each.frame);
+        }
+    }
+}
+
+void exchange::send_frame(const mac_address &ap, std::span<const std::uint8_t> frame) {
+    const auto tunnel = access_points_.tunnel_of(ap);
+    if (tunnel && !tunnels_->send_roaming_frame(*tunnel, frame)) {
+        tunnels_->close(*tunnel, "the access point does not read its messages");
     }
 }
 
@@ -96,6 +111,19 @@ void exchange::received(tunnel_id id, std::span<const std::uint8_t> content) {
     }
 }
 
+// An access point is known to the site from its first message on.
+void exchange::roaming_frame_received(tunnel_id id, std::span<const std::uint8_t> frame) {
+    access_point_link &link = access_points_.link(id);
+    if (const auto carrier = kx::read_roaming_frame<kx::roaming_carrier>(frame)) {
+        link.carrier = carrier->address != 0 ? std::uint32_t(carrier->address) : link.other.ipv4;
+        if (site_ && link.ap && link.carrier != 0) {
+            send(site_->ap_carries(*link.ap, link.carrier));
+        }
+    } else if (const auto asked = kx::read_roaming_frame<kx::home_question>(frame); asked && site_ && link.ap) {
+        send(site_->home_asked(*link.ap, asked->station, asked->bssid));
+    }
+}
+
 void exchange::went_down(tunnel_id id, const std::string &reason) {
     const access_point_link gone = access_points_.remove(id);
     output_.tunnel_down(gone.other, gone.ap, reason);
@@ -114,6 +142,9 @@ bool exchange::identify(tunnel_id id, message &decoded) {
         case access_points::claim::bound:
             if (site_) {
                 site_->ap_up(*decoded.ap);
+                if (const std::uint32_t carrier = access_points_.link(id).carrier; carrier != 0) {
+                    send(site_->ap_carries(*decoded.ap, carrier));
+                }
             }
             return true;
         case access_points::claim::foreign:

@@ -57,6 +57,8 @@ public:
 private:
     void came_up(tunnel_id id, const peer &other);
     void received(tunnel_id id, std::span<const std::uint8_t> content);
+    void roaming_frame_received(tunnel_id id, std::span<const std::uint8_t> frame);
+    void send_frame(const mac_address &ap, std::span<const std::uint8_t> frame);
     void went_down(tunnel_id id, const std::string &reason);
     // False when the message's MAC address does not fit the tunnel; its records are then replaced by a malformation.
     bool identify(tunnel_id id, message &decoded);

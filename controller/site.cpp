@@ -43,9 +43,13 @@ void site::ap_up(const mac_address &ap) {
     }
     state.checks.restart();
     tables_.purge();
+    peers_.ap_up(ap);
 }
 
-void site::ap_down(const mac_address &ap) { tables_.ap(ap).up = false; }
+void site::ap_down(const mac_address &ap) {
+    tables_.ap(ap).up = false;
+    peers_.ap_down(ap);
+}
 
 outbox site::handle(const message &from) {
     if (!from.ap) {
@@ -67,6 +71,7 @@ outbox site::handle(const message &from) {
 }
 
 outbox site::tick() {
+    peers_.tick();
     for (const auto &[mac, ap] : tables_.aps()) {
         ap->checks.tick();
         for (const auto &[station, old] : ap->checks.extract_corrections()) {
@@ -78,6 +83,7 @@ outbox site::tick() {
 }
 
 outbox site::finish() {
+    send_statements();
     tables_.purge();
     return std::exchange(outbox_, {});
 }

@@ -10,6 +10,7 @@
 //   site_clients.cpp   clients that come, roam and leave
 //   site_answers.cpp   answers to an access point's requests
 //   site_reports.cpp   bulk reports: when they are requested, and their effect
+//   site_roaming.cpp   clients on another VLAN than their home VLAN
 //   site_messages.cpp  the messages to access points
 //   site_commands.cpp  the operator's commands
 #ifndef CONTROLLER_SITE_H
@@ -26,14 +27,16 @@
 #include "controller/mac_acl.h"
 #include "controller/message.h"
 #include "controller/report_checks.h"
+#include "controller/roaming_peers.h"
 #include "controller/site_tables.h"
 
 namespace controller {
 
-// Records that one access point gets in one message.
+// Records that one access point gets in one message, or a frame of the tunnel itself (tunnel/roaming_frames.h).
 struct outgoing {
     mac_address ap;
     std::vector<record> records;
+    bytes frame = {};  // empty: records
 };
 using outbox = std::vector<outgoing>;
 
@@ -50,6 +53,11 @@ public:
     void ap_up(const mac_address &ap);
     void ap_down(const mac_address &ap);
     [[nodiscard]] outbox handle(const message &from);
+    // It carries clients that roamed to another VLAN, and other access points reach it at this address, which is not 0.
+    // To be called for each tunnel, once it is up.
+    [[nodiscard]] outbox ap_carries(const mac_address &ap, std::uint32_t address);
+    // A station is about to associate with a VAP of `ap`.
+    [[nodiscard]] outbox home_asked(const mac_address &ap, const mac_address &station, const mac_address &bssid);
     // To be called about once a second. Requests reports, and repeats requests that were not answered.
     [[nodiscard]] outbox tick();
 
@@ -106,6 +114,13 @@ private:
     void add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip);
     void correct_holdings(access_point &ap);
 
+    // site_roaming.cpp
+    std::optional<roaming_path> path_of(const mac_address &station) const;
+    const client *find_home_elsewhere(const access_point &ap, const mac_address &station,
+                                      const mac_address &bssid) const;
+    void send_statements();
+    void send_frame(const access_point &ap, bytes frame);
+
     // site_messages.cpp
     void send(const access_point &ap, record one);
     void send_entries(const access_point &ap, record_type type, std::vector<values> entries);
@@ -118,9 +133,11 @@ private:
     void send_correction(access_point &ap, const mac_address &station, notice old);
     void restore(access_point &ap, const station &lost);
     values entry_of(const mac_address &station, const mac_address &bssid) const;
+    values list_entry_of(const mac_address &station) const;
 
     mac_acl acl_;
     site_tables tables_;
+    roaming_peers peers_;
     std::uint64_t roams_ = 0;
     outbox outbox_;
 };

@@ -3,12 +3,6 @@
 
 namespace controller {
 
-namespace {
-
-constexpr std::uint32_t entry_flag_guest = 2;
-
-}  // namespace
-
 outbox site::approve(const mac_address &guest) {
     station *const found = tables_.find(guest);
     if (found == nullptr || !found->client) {
@@ -39,10 +33,7 @@ outbox site::send_list(const mac_address &mac) {
         if (!known || known->now.ap == mac || known->home.ap == mac || !known->home_vlan) {
             continue;
         }
-        values &entry = entries.emplace_back(entry_of(station, {}));
-        if (known->guest == guest_state::waiting) {
-            entry.set("flags", entry.number("flags") | entry_flag_guest);
-        }
+        entries.push_back(list_entry_of(station));
         if (!ap->holds.contains(station)) {
             tables_.hold(*ap, *state, holding::listed);
         }

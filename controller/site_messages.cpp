@@ -12,6 +12,7 @@ constexpr std::uint32_t kind_moved_away = 1;
 constexpr std::uint32_t kind_moved_to_vlan = 2;
 
 constexpr std::uint32_t entry_flag_pmk = 1;
+constexpr std::uint32_t entry_flag_guest = 2;
 
 // Number of client entries that fit into one message.
 constexpr std::size_t entries_max = (message_size_max - message_header_size - record_header_size - 4) / 62;
@@ -26,7 +27,7 @@ values client_entry(const mac_address &station) {
 
 void site::send(const access_point &ap, record one) {
     if (ap.up) {
-        outbox_.push_back({ap.mac, {std::move(one)}});
+        outbox_.push_back({.ap = ap.mac, .records = {std::move(one)}, .frame = {}});
     }
 }
 
@@ -51,6 +52,15 @@ values site::entry_of(const mac_address &station, const mac_address &bssid) cons
     if (const bytes *pmk = tables_.pmk(station)) {
         entry.set("pmk", std::span<const std::uint8_t>(*pmk));
         entry.set("flags", entry_flag_pmk);
+    }
+    return entry;
+}
+
+// Of a list, whose clients need not be at the access point.
+values site::list_entry_of(const mac_address &station) const {
+    values entry = entry_of(station, {});
+    if (tables_.find_client(station)->guest == guest_state::waiting) {
+        entry.set("flags", entry.number("flags") | entry_flag_guest);
     }
     return entry;
 }

@@ -116,6 +116,7 @@ void site::catch_up(access_point &ap, const report &read) {
         }
     }
     correct_holdings(ap);
+    peers_.ap_caught_up(ap.mac);
 }
 
 void site::add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <ranges>
 
 namespace controller {
 
@@ -32,6 +33,9 @@ access_point *site_tables::find_ap(const mac_address &mac) const {
 
 void site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
     const std::uint32_t vlan = config.vlan;
+    if (vlan_of({at.mac, bssid}) != vlan) {
+        std::ranges::copy(std::views::keys(at.holds), std::inserter(changed_, changed_.end()));
+    }
     at.vaps[bssid] = std::move(config);
     insert(vaps_[bssid], at);
     std::erase_if(at.without_vlan, [&](const mac_address &station) {
@@ -86,6 +90,7 @@ void site_tables::count(const client &state, std::size_t by) {
 void site_tables::set_client(station &of, const client &state) {
     leave_indices(of);
     of.client = state;
+    changed_.insert(of.mac);
     count(state, 1);
     if (!state.home_vlan) {
         ap(state.home.ap).without_vlan.insert(of.mac);
@@ -101,6 +106,7 @@ void site_tables::set_guest(station &of, guest_state state) {
 void site_tables::erase_client(station &of) {
     leave_indices(of);
     of.client.reset();
+    changed_.insert(of.mac);
     emptied_.push_back(of.mac);
 }
 

@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "controller/message.h"
@@ -92,6 +93,9 @@ public:
     void set_pmk(const mac_address &station, bytes pmk) { pmks_[station] = std::move(pmk); }
     bool erase_pmk(const mac_address &station) { return pmks_.erase(station) > 0; }
 
+    // Clients whose home, place or VLAN has changed since the last call; also those that are gone.
+    std::set<mac_address> extract_changed() { return std::exchange(changed_, {}); }
+
     // Deletes the stations that are neither clients nor held.
     void purge();
 
@@ -113,6 +117,7 @@ private:
     std::size_t clients_ = 0;
     std::array<std::size_t, guest_states> guests_{};
     std::vector<mac_address> emptied_;  // since the last purge()
+    std::set<mac_address> changed_;     // since the last extract_changed()
 };
 
 }  // namespace controller

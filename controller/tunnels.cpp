@@ -98,11 +98,19 @@ tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::stri
 tunnels::~tunnels() = default;
 
 bool tunnels::send(tunnel_id to, std::span<const std::uint8_t> message) {
+    return send(to, client_manager_destination, message);
+}
+
+bool tunnels::send_roaming_frame(tunnel_id to, std::span<const std::uint8_t> frame) {
+    return send(to, kx::tunnel_destination_own, frame);
+}
+
+bool tunnels::send(tunnel_id to, std::uint32_t destination, std::span<const std::uint8_t> message) {
     const auto found = tunnels_.find(to);
     if (found == tunnels_.end() || !found->second.up) {
         return false;
     }
-    const bool sent = found->second.connection->send(client_manager_destination, message);
+    const bool sent = found->second.connection->send(destination, message);
     lost_.messages_unsent += sent ? 0 : 1;
     return sent;
 }
@@ -201,6 +209,7 @@ void tunnels::handshake_done(tunnel_id which) {
     tunnel &with = tunnels_.at(which);
     with.other.name = with.connection->peer_name();
     with.other.certificate_end = with.connection->peer_certificate_end();
+    with.other.ipv4 = with.connection->peer_ipv4();
     const auto mac = with.connection->peer_mac();
     if (!mac || *mac == mac_address{}) {
         close(which,
@@ -255,6 +264,8 @@ void tunnels::came_up(tunnel_id which) {
 void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (destination == client_manager_destination) {
         handlers_.on_message(from, message);
+    } else if (destination == kx::tunnel_destination_own) {
+        handlers_.on_roaming_frame(from, message);
     } else {
         lost_.frames_ignored++;
     }

@@ -29,9 +29,10 @@ using tunnel_id = std::uint64_t;
 
 // The other end of a tunnel.
 struct peer {
-    std::string name;     // common name of its certificate
-    mac_address mac{};    // in its certificate; zero when it has none
-    std::string address;  // "127.0.0.1:49152"
+    std::string name;        // common name of its certificate
+    mac_address mac{};       // in its certificate; zero when it has none
+    std::string address;     // "127.0.0.1:49152"
+    std::uint32_t ipv4 = 0;  // as a number; 0 when it is not on IPv4
     std::optional<std::chrono::system_clock::time_point> certificate_end;
 };
 
@@ -40,7 +41,9 @@ public:
     struct callbacks {
         std::function<void(tunnel_id, const peer &)> on_up;
         std::function<void(tunnel_id, std::span<const std::uint8_t> message)>
-            on_message;                                                           // to the client manager's controller
+            on_message;  // to the client manager's controller
+        // One of tunnel/roaming_frames.h.
+        std::function<void(tunnel_id, std::span<const std::uint8_t> frame)> on_roaming_frame;
         std::function<void(tunnel_id, const std::string &reason)> on_down;        // once for each on_up
         std::function<void(const peer &, const std::string &reason)> on_refused;  // it never came up
         std::function<void(const std::string &reason)> on_accept_error;
@@ -65,6 +68,7 @@ public:
 
     // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
+    bool send_roaming_frame(tunnel_id to, std::span<const std::uint8_t> frame);
     // Of the controller itself.
     std::optional<kx::wall_time> certificate_end() const { return kx::end_of_own(tls_.get()); }
     std::optional<kx::wall_time> authority_end() const { return kx::end_of_authority(tls_.get()); }
@@ -99,6 +103,7 @@ private:
     void probe_done(tunnel_id candidate);
     std::optional<tunnel_id> find(const mac_address &ap, bool waits, tunnel_id except) const;
     void came_up(tunnel_id which);
+    bool send(tunnel_id to, std::uint32_t destination, std::span<const std::uint8_t> message);
     void received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message);
     void went_down(tunnel_id which, const std::string &reason);
 

@@ -293,7 +293,7 @@ void connection::deliver(const tunnel_frame &frame) {
     if (phase_ == phase::setup) {
         go_up();
     }
-    if (!frame.is_own() && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
+    if (!frame.is_keep_alive() && !alive->gone && phase_ == phase::up && alive->handlers.on_message) {
         alive->handlers.on_message(frame.destination, frame.message());
     }
 }

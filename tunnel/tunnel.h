@@ -45,7 +45,7 @@ class tunnel_connection {
 public:
     struct callbacks {
         std::function<void()> on_up;  // once: both ends have accepted the certificates
-        // `message` is valid until the callback returns.
+        // A message for a peer, or for destination 0 one of roaming_frames.h. It is valid until the callback returns.
         std::function<void(std::uint32_t destination, std::span<const std::uint8_t> message)> on_message;
         // Once, when the connection has failed or ended. `reason` also gives the number of queued messages that were
         // not sent. The object makes no further callback.

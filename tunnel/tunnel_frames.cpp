@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "tunnel/roaming_frames.h"
 #include "wire/big_endian.h"
 
 namespace kx {
@@ -44,8 +45,8 @@ frame_state take_tunnel_frame(evbuffer *input, tunnel_frame &frame, std::string 
     }
     evbuffer_drain(input, sizeof(header));
     evbuffer_remove(input, frame.buffer.data(), frame.length);
-    if (frame.is_own() && !frame.is_end() && (frame.length != 1 || frame.buffer[0] != tunnel_keep_alive)) {
-        fault = "the peer sent an unknown keep-alive";
+    if (frame.is_own() && !frame.is_keep_alive() && !frame.is_end() && !is_roaming_frame(frame.message())) {
+        fault = "the peer sent an unknown frame of the tunnel itself";
         return frame_state::bad;
     }
     return frame_state::taken;

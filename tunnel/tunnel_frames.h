@@ -6,7 +6,7 @@
 //   8       length  message
 //
 // A frame for destination 0 is a keep-alive, whose message is one byte of value 1, or it ends the tunnel: a byte of
-// value 2 and the reason, at most 200 bytes of printable ASCII.
+// value 2 and the reason, at most 200 bytes of printable ASCII; or it is one of roaming_frames.h.
 #ifndef TUNNEL_TUNNEL_FRAMES_H
 #define TUNNEL_TUNNEL_FRAMES_H
 
@@ -35,6 +35,7 @@ struct tunnel_frame {
 
     // Of the tunnel itself.
     bool is_own() const { return destination == tunnel_destination_own; }
+    bool is_keep_alive() const { return is_own() && length == 1 && buffer[0] == tunnel_keep_alive; }
     bool is_end() const { return is_own() && buffer[0] == tunnel_end; }
     std::span<const std::uint8_t> message() const { return {buffer.data(), length}; }
 };

@@ -154,6 +154,11 @@ def streams():
     yield b"\xff" + frame(106, bytes(16384)) + keep_alive
     yield b"\xff" + keep_alive + struct.pack(">II", 106, 16385) + bytes(20)
     yield b"\x05" + good[:-1]
+    client, bssid = b"\6\0\0\0\0\1", b"\2\0\0\0\x0b\x14"
+    yield b"\x08" + frame(0, b"\3" + bytes(4)) + frame(0, b"\5" + client + bssid)
+    yield b"\x08" + frame(0, b"\6" + client + bssid + bssid + b"\0\x0a") + frame(0, b"\6" + bytes(20))
+    for role in range(8):
+        yield b"\x08" + frame(0, b"\4" + bytes([role]) + client + b"\0\x0a" + b"\x0a\0\0\1") + keep_alive
 
 
 # --- what access points send

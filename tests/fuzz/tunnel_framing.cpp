@@ -21,6 +21,40 @@ struct message {
     bool operator==(const message &) const = default;
 };
 
+uint32_t number(std::span<const uint8_t> bytes) {
+    uint32_t value = 0;
+    for (const uint8_t each : bytes) {
+        value = value << 8 | each;
+    }
+    return value;
+}
+
+bool is_client(std::span<const uint8_t> mac) {
+    return mac[0] % 2 == 0 && std::ranges::any_of(mac, [](uint8_t each) { return each != 0; });
+}
+
+// One of the frames about clients on other VLANs.
+bool is_roaming(std::span<const uint8_t> bytes) {
+    switch (bytes[0]) {
+        case 3:
+            return bytes.size() == 5;
+        case 4: {
+            if (bytes.size() != 14 || bytes[1] < 1 || bytes[1] > 6) {
+                return false;
+            }
+            const uint32_t vlan = number(bytes.subspan(8, 2));
+            return bytes[1] >= 5 || (is_client(bytes.subspan(2, 6)) && (bytes[1] == 4 || (vlan >= 1 && vlan <= 4094)) &&
+                                     (bytes[1] >= 3 || number(bytes.subspan(10, 4)) != 0));
+        }
+        case 5:
+            return bytes.size() == 13 && is_client(bytes.subspan(1, 6));
+        case 6:
+            return bytes.size() == 21 && is_client(bytes.subspan(1, 6)) && number(bytes.subspan(19, 2)) <= 4094;
+        default:
+            return false;
+    }
+}
+
 // The frames of the whole stream, and the length of its good part.
 struct expectation {
     std::vector<message> messages;
@@ -39,7 +73,7 @@ expectation expect(std::span<const uint8_t> stream) {
         const bool end = !bytes.empty() && bytes[0] == 2;
         const bool keep_alive = length == 1 && !bytes.empty() && bytes[0] == 1;
         found.bad = length > 16384 || (own && (length < 1 || length > 201)) ||
-                    (own && bytes.size() == length && !end && !keep_alive);
+                    (own && bytes.size() == length && !end && !keep_alive && !is_roaming(bytes));
         if (found.bad || bytes.size() < length) {
             break;
         }

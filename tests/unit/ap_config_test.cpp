@@ -70,7 +70,12 @@ TEST_F(ap_config, reads_whether_roamed_clients_are_carried) {
     EXPECT_FALSE(load(rest + "[tunnel]\nenabled = false\n").tunnel.enabled);
     EXPECT_EQ(error_of(rest + "[tunnel]\n"), "13: tunnel.enabled: missing; expected true or false");
     EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\nkey = 1\n"),
-              "15: tunnel.key: unknown key; expected one of enabled");
+              "15: tunnel.key: unknown key; expected one of enabled, address");
+    EXPECT_EQ(load(rest + "[tunnel]\nenabled = true\naddress = \"10.1.2.3\"\n").tunnel.address, 0x0a010203u);
+    EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\naddress = \"fd00::1\"\n"),
+              "15: tunnel.address: expected an IPv4 address");
+    EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\naddress = \"0.0.0.0\"\n"),
+              "15: tunnel.address: expected an IPv4 address");
 }
 
 TEST_F(ap_config, gives_defaults_to_optional_keys) {

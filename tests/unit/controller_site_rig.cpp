@@ -35,7 +35,28 @@ record update(record_type type, const mac_address &bssid, const mac_address &sta
     return made;
 }
 
+std::string frame_text(const outgoing &sent) {
+    const std::string ap = kx::format_mac(sent.ap);
+    if (const auto peer = kx::read_roaming_frame<kx::roaming_peer>(sent.frame)) {
+        constexpr const char *roles[] = {"?", "home", "foreign", "local", "gone", "begin", "end"};
+        return ap + ' ' + roles[peer->role] + ' ' + kx::format_mac(peer->client) + ' ' +
+               std::to_string(std::uint16_t(peer->vlan)) + ' ' + kx::format_ipv4(peer->peer);
+    }
+    const auto answer = kx::read_roaming_frame<kx::home_answer>(sent.frame).value();
+    return ap + " answer " + kx::format_mac(answer.station) + " at " + kx::format_mac(answer.bssid) + " home " +
+           kx::format_mac(answer.home_bssid) + ' ' + std::to_string(std::uint16_t(answer.vlan));
+}
+
 }  // namespace
+
+lines site_rig::take(const outbox &sent) {
+    for (const outgoing &each : sent) {
+        if (!each.frame.empty()) {
+            frames_.push_back(with_names(frame_text(each)));
+        }
+    }
+    return texts(sent);
+}
 
 lines texts(const outbox &sent) {
     lines text;
@@ -54,7 +75,7 @@ site_rig::site_rig(const std::vector<mac_address> &up, mac_acl acl) : site(std::
 }
 
 lines site_rig::handle(const mac_address &ap, std::vector<item> records) {
-    return texts(site.handle({ap, 100, std::move(records)}));
+    return take(site.handle({ap, 100, std::move(records)}));
 }
 
 lines site_rig::associates(const mac_address &ap, const mac_address &bssid, const mac_address &station,

@@ -61,12 +61,26 @@ public:
     lines reports(const mac_address &ap, const std::vector<station_at> &stations = {});
 
     lines comes_up(const mac_address &ap, const std::vector<station_at> &stations = {});
-    lines tick() { return texts(site.tick()); }
+    lines tick() { return take(site.tick()); }
+    // It carries clients between VLANs, at 10.0.0.10 and so on.
+    void carries(const mac_address &ap) { carries(ap, 0x0a000000u + ap[4]); }
+    void carries(const mac_address &ap, std::uint32_t address) { take(site.ap_carries(ap, address)); }
+    lines asks_home(const mac_address &ap, const mac_address &station, const mac_address &bssid) {
+        return take(site.home_asked(ap, station, bssid));
+    }
+
+    // What the access points were told about clients on other VLANs since the last call: "A home s1 10 10.0.0.11".
+    lines extract_frames() { return std::exchange(frames_, {}); }
 
     lines handle(const mac_address &ap, std::vector<controller::item> records);
     // "at a10 of A, home a10 of A VLAN 10, 0.0.0.0", or "unknown"
     std::string where(const mac_address &station) const;
     controller::guest_state guest(const mac_address &client) const { return site.tables().find_client(client)->guest; }
+
+private:
+    lines take(const controller::outbox &sent);
+
+    lines frames_;
 };
 
 }  // namespace controller_test
