@@ -31,14 +31,9 @@ protected:
 };
 
 // Of stores whose contents outlive the process.
-class keeping : public conformance {
-protected:
-    void SetUp() override {
-        if (!GetParam().keeps) {
-            GTEST_SKIP() << "keeps nothing";
-        }
-    }
-};
+class keeping : public conformance {};
+class keeping_pmks : public conformance {};
+class keeping_nothing : public conformance {};
 
 TEST_P(conformance, starts_empty) {
     EXPECT_EQ(store->load(), contents{});
@@ -108,10 +103,7 @@ TEST_P(conformance, audit_is_paged_newest_first) {
 
 TEST_P(conformance, nothing_to_write_is_done) { EXPECT_EQ(store.write({}), ""); }
 
-TEST_P(conformance, a_store_that_keeps_nothing_refuses_copies) {
-    if (GetParam().keeps) {
-        GTEST_SKIP() << "keeps its contents";
-    }
+TEST_P(keeping_nothing, refuses_copies) {
     EXPECT_NE(store.backup(store.file("copy")), "");
     EXPECT_NE(store.export_to(store.file("lines")), "");
     EXPECT_NE(store.restore(store.file("copy")), "");
@@ -148,10 +140,8 @@ TEST_P(keeping, history_and_its_numbers_go_on) {
     EXPECT_EQ(store->audit({})[0].number, 2u);
 }
 
-TEST_P(keeping, pmks_come_back) {
-    if (!store->status().keeps_pmks) {
-        GTEST_SKIP() << "keeps no PMKs";
-    }
+TEST_P(keeping_pmks, pmks_come_back) {
+    EXPECT_TRUE(store->status().keeps_pmks);
     EXPECT_EQ(store.write({pmk_change{s1, bytes(32, 1)}, pmk_change{s2, bytes(32, 2)}}), "");
     EXPECT_EQ(store.write({pmk_change{s1, bytes(32, 3)}, pmk_change{s2, std::nullopt}}), "");
     EXPECT_EQ(store.reopen().pmks, (std::vector<stored_pmk>{{s1, bytes(32, 3)}}));
@@ -233,7 +223,12 @@ TEST_P(keeping, a_useless_backup_changes_nothing) {
     EXPECT_EQ(store.write({associated(s2)}), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(stores, conformance, testing::Values(in_memory), [](const auto &of) { return of.param.name; });
-INSTANTIATE_TEST_SUITE_P(stores, keeping, testing::Values(in_memory), [](const auto &of) { return of.param.name; });
+std::string name_of_kind(const testing::TestParamInfo<store_kind> &of) { return of.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(stores, conformance, testing::Values(in_memory(), in_sqlite(), in_sqlite_without_key()),
+                         name_of_kind);
+INSTANTIATE_TEST_SUITE_P(stores, keeping, testing::Values(in_sqlite(), in_sqlite_without_key()), name_of_kind);
+INSTANTIATE_TEST_SUITE_P(stores, keeping_pmks, testing::Values(in_sqlite()), name_of_kind);
+INSTANTIATE_TEST_SUITE_P(stores, keeping_nothing, testing::Values(in_memory()), name_of_kind);
 
 }  // namespace

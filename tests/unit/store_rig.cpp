@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "controller/store/sqlite/sqlite_store.h"
+
 namespace store_test {
 
 private_directory::private_directory() : path_((std::filesystem::temp_directory_path() / "store.XXXXXX").string()) {
@@ -19,8 +21,26 @@ private_directory::~private_directory() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-const store_kind in_memory = {"memory", false,
-                              [](const setting &how) { return std::make_unique<memory_store>(how.now); }};
+store_kind in_memory() {
+    return {"memory", false, [](const setting &how) { return std::make_unique<memory_store>(how.now); }};
+}
+
+namespace {
+
+std::unique_ptr<store> open_sqlite(const setting &how, std::optional<pmk_cipher> cipher) {
+    return std::make_unique<sqlite_store>(
+        sqlite_settings{how.directory_file, std::move(cipher), how.kept, how.wake, how.now, ""});
+}
+
+}  // namespace
+
+store_kind in_sqlite() {
+    return {"sqlite", true, [](const setting &how) { return open_sqlite(how, pmk_cipher({1, 2, 3})); }};
+}
+
+store_kind in_sqlite_without_key() {
+    return {"sqlite_without_key", true, [](const setting &how) { return open_sqlite(how, std::nullopt); }};
+}
 
 store_rig::store_rig(store_kind kind) : kind_(std::move(kind)) {
     open();

@@ -44,7 +44,9 @@ struct store_kind {
     std::function<std::unique_ptr<store>(const setting &)> open;
 };
 
-extern const store_kind in_memory;
+store_kind in_memory();
+store_kind in_sqlite();  // with a key for PMKs
+store_kind in_sqlite_without_key();
 
 // A store, its owner and a clock that the test sets.
 class store_rig {
@@ -55,6 +57,7 @@ public:
     controller::store *operator->() { return store_.get(); }
     // As after a new start.
     contents reopen();
+    void end() { store_.reset(); }
 
     // Each waits for the result.
     std::string write(const std::vector<change> &changes);
