@@ -96,19 +96,38 @@ void announcer::all_again() {
     }
     for (auto &[who, its] : stations_) {
         its.to_confirm = true;
+        its.polls = 0;
     }
 }
 
-std::vector<mac_address> announcer::unconfirmed(const place &at, std::size_t most) const {
-    std::vector<mac_address> found;
-    for (auto each = stations_.lower_bound({at.bssid, {}}); each != stations_.end() && found.size() < most; ++each) {
-        if (each->first.first != at.bssid) {
-            break;
-        }
-        if (each->second.to_confirm) {
-            found.push_back(each->first.second);
+void announcer::visit_unconfirmed(const place &at, const std::function<bool(const mac_address &, station &)> &visit) {
+    for (auto each = stations_.lower_bound({at.bssid, {}}); each != stations_.end() && each->first.first == at.bssid;
+         ++each) {
+        if (each->second.to_confirm && !visit(each->first.second, each->second)) {
+            return;
         }
     }
+}
+
+std::vector<mac_address> announcer::ask_unconfirmed(const place &at, std::size_t most) {
+    std::vector<mac_address> found;
+    visit_unconfirmed(at, [&](const mac_address &address, station &its) {
+        ++its.polls;
+        found.push_back(address);
+        return found.size() < most;
+    });
+    return found;
+}
+
+std::vector<mac_address> announcer::take_silent(const place &at) {
+    std::vector<mac_address> found;
+    visit_unconfirmed(at, [&](const mac_address &address, station &its) {
+        if (its.polls >= polls_max) {
+            its.to_confirm = false;
+            found.push_back(address);
+        }
+        return true;
+    });
     return found;
 }
 

@@ -38,6 +38,7 @@ public:
     static constexpr std::chrono::milliseconds roam_time{300};
     static constexpr std::chrono::minutes address_time{5};  // a station keeps its address while it is away
     static constexpr std::size_t departures_max = 2048, addresses_max = 2048;
+    static constexpr unsigned polls_max = 5;  // hostapd gives a silent station 3 s to answer
 
     // With `holds_departures` a departure is sent after roam_time, unless the station has arrived anywhere by then.
     announcer(std::function<void(kx::notification)> send, bool holds_departures)
@@ -46,21 +47,23 @@ public:
     std::function<void()> on_held;  // next_deadline() has changed
 
     // `previous`: the BSSID of another VAP that the station came from.
-    void arrived(const place &at, const mac_address &station, const std::optional<mac_address> &previous,
+    void arrived(const place &at, const mac_address &address, const std::optional<mac_address> &previous,
                  time_point now);
-    void departed(const place &from, const mac_address &station, time_point now);
+    void departed(const place &from, const mac_address &address, time_point now);
     // Of a station that an earlier process announced.
-    void departed_unseen(const place &from, const mac_address &station, bool roamed_in);
+    void departed_unseen(const place &from, const mac_address &address, bool roamed_in);
     // The daemon itself has sent the station away.
-    void sent_away(const place &from, const mac_address &station);
+    void sent_away(const place &from, const mac_address &address);
     // The station's IPv4 address, in the host's order. It may be seen before the arrival.
-    void has_address(const place &at, const mac_address &station, std::uint32_t ip, time_point now);
+    void has_address(const place &at, const mac_address &address, std::uint32_t ip, time_point now);
 
     void all_again();
-    // The stations of a VAP that all_again() has left to be asked, at most `most` of them.
-    std::vector<mac_address> unconfirmed(const place &at, std::size_t most) const;
+    // The stations of a VAP that all_again() has left to be asked, at most `most` of them. They count as asked.
+    std::vector<mac_address> ask_unconfirmed(const place &at, std::size_t most);
+    // Those that were asked polls_max times without an answer. They are returned once.
+    std::vector<mac_address> take_silent(const place &at);
     // It has answered.
-    void confirmed(const place &at, const mac_address &station);
+    void confirmed(const place &at, const mac_address &address);
 
     // When expire() has to be called; none when no departure is held.
     std::optional<time_point> next_deadline() const;
@@ -71,6 +74,7 @@ private:
         place at;
         std::optional<mac_address> previous;
         bool to_confirm = false;
+        unsigned polls = 0;    // without an answer
         std::uint32_t ip = 0;  // that was sent; 0: none
     };
     struct departure {
@@ -87,6 +91,8 @@ private:
     void send_arrival(const mac_address &address, station &its);
     void send_departure(const departure &gone);
     std::optional<station> remove(const place &from, const mac_address &address);
+    // Calls `visit` for each unconfirmed station of the VAP until it returns false.
+    void visit_unconfirmed(const place &at, const std::function<bool(const mac_address &, station &)> &visit);
     bool make_room_for_address(bool is_here, time_point now);
 
     std::function<void(kx::notification)> send_;

@@ -23,6 +23,7 @@ using namespace std::chrono_literals;
 constexpr auto sent_away_time = 5s;     // hostapd reports a station that it was told to send away within that time
 constexpr unsigned compare_period = 5;  // ticks
 constexpr unsigned polls_each_tick = 64;
+constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 constexpr std::size_t suites_max = 2048;
 
 struct interface {
@@ -299,9 +300,14 @@ void vap::kernel_lost(const mac_address &station) {
     }
 }
 
-// A station answers when it is still here; one that sleeps, when it wakes.
+// A station answers when it is still here; one that sleeps, when it wakes. hostapd keeps one that has roamed away while
+// no move notice could come; its entry would be taken for the station's place.
 void vap::poll_unconfirmed() {
-    for (const mac_address &station : with_.announcements.unconfirmed(place_, polls_each_tick)) {
+    for (const mac_address &station : with_.announcements.take_silent(place_)) {
+        kx::log_line(place_.ifname + ": a station that does not answer is sent away");
+        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " reason=" + std::to_string(reason_inactivity));
+    }
+    for (const mac_address &station : with_.announcements.ask_unconfirmed(place_, polls_each_tick)) {
         hostapd_.send("POLL_STA " + kx::format_mac(station));
     }
 }

@@ -31,7 +31,7 @@ protected:
         return seen;
     }
     void confirm_all(const announcer::place &at) {
-        for (const mac_address &station : those.unconfirmed(at, 100)) {
+        for (const mac_address &station : those.ask_unconfirmed(at, 100)) {
             those.confirmed(at, station);
         }
     }
@@ -137,14 +137,14 @@ TEST_F(announcements, departures_are_repeated_once_and_stations_when_they_have_a
     those.all_again();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].payload, kx::departure_notification(ann, office.bssid, false).payload);
-    EXPECT_EQ(those.unconfirmed(office, 10), std::vector{ben});
-    EXPECT_EQ(those.unconfirmed(lobby, 10), std::vector{ann});
+    EXPECT_EQ(those.ask_unconfirmed(office, 10), std::vector{ben});
+    EXPECT_EQ(those.ask_unconfirmed(lobby, 10), std::vector{ann});
     sent.clear();
     those.confirmed(office, ben);
     those.confirmed(office, ben);
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].payload, kx::reassociation_notification(ben, office.bssid, elsewhere).payload);
-    EXPECT_TRUE(those.unconfirmed(office, 10).empty());
+    EXPECT_TRUE(those.ask_unconfirmed(office, 10).empty());
     sent.clear();
     those.all_again();
     EXPECT_EQ(take(), ids{}) << "a departure is repeated once";
@@ -164,6 +164,35 @@ TEST_F(announcements, a_station_that_was_not_announced_for_repetition_is_not_rep
     take();
     those.confirmed(office, ann);
     EXPECT_EQ(take(), ids{});
+}
+
+TEST_F(announcements, a_station_that_never_answers_is_silent_once) {
+    those.arrived(office, ann, std::nullopt, now);
+    those.arrived(office, ben, std::nullopt, now);
+    those.arrived(lobby, ann, std::nullopt, now);
+    those.all_again();
+    for (unsigned poll = 0; poll < announcer::polls_max; poll++) {
+        EXPECT_TRUE(those.take_silent(office).empty());
+        EXPECT_EQ(those.ask_unconfirmed(office, 10).size(), poll == 0 ? 2u : 1u);
+        those.confirmed(office, ben);
+    }
+    EXPECT_EQ(those.take_silent(office), std::vector{ann});
+    EXPECT_TRUE(those.take_silent(office).empty());
+    EXPECT_TRUE(those.take_silent(lobby).empty()) << "was not asked";
+    EXPECT_TRUE(those.ask_unconfirmed(office, 10).empty());
+    those.all_again();
+    EXPECT_TRUE(those.take_silent(office).empty()) << "is asked anew";
+}
+
+TEST_F(announcements, silent_stations_do_not_keep_others_from_being_asked) {
+    those.arrived(office, ann, std::nullopt, now);
+    those.arrived(office, ben, std::nullopt, now);
+    those.all_again();
+    for (unsigned poll = 0; poll < announcer::polls_max; poll++) {
+        EXPECT_EQ(those.ask_unconfirmed(office, 1), std::vector{ann});
+    }
+    those.take_silent(office);
+    EXPECT_EQ(those.ask_unconfirmed(office, 1), std::vector{ben});
 }
 
 TEST_F(announcements, a_roam_between_two_vaps_has_no_departure) {

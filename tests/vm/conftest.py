@@ -10,16 +10,17 @@ sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from nodes.access_point_node import AccessPointNode  # noqa: E402
 from nodes.managed_site import ManagedSite  # noqa: E402
+from nodes.pool import Pool  # noqa: E402
 from nodes.station_node import StationNode  # noqa: E402
 from nodes.traffic import EchoServer  # noqa: E402
 from nodes.wire import Wire  # noqa: E402
+from nodes.worker import SITE, enter_own_networks  # noqa: E402
 
 from lab.site import waiting  # noqa: E402
 from lab.site.authority import Authority  # noqa: E402
 from lab.site.processes import Process, Processes  # noqa: E402
 
-SITE = Path("/run/site")
-ACCESS_POINTS = 2
+ACCESS_POINTS = 2  # of most cases
 STATIONS = 2
 waiting.POLL_SECONDS = 0.1  # the emulated processor has other work
 LOG_LINES = 120  # of each program, when a case fails
@@ -27,6 +28,10 @@ LOG_LINES = 120  # of each program, when a case fails
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--bin", type=Path, required=True, help="directory of the programs")
+
+
+def pytest_configure() -> None:
+    enter_own_networks()
 
 
 @pytest.hookimpl(hookwrapper=True)
@@ -67,29 +72,22 @@ def echo() -> EchoServer:
 
 
 @pytest.fixture(scope="session")
-def all_access_points(wire: Wire) -> list[AccessPointNode]:
-    return [AccessPointNode(number, wire, SITE) for number in range(1, ACCESS_POINTS + 1)]
-
-
-@pytest.fixture(scope="session")
-def all_stations(all_access_points: list[AccessPointNode]) -> list[StationNode]:
-    return [StationNode(number, ACCESS_POINTS + number - 1, SITE) for number in range(1, STATIONS + 1)]
+def pool(wire: Wire) -> Pool:
+    return Pool(wire, SITE)
 
 
 @pytest.fixture
-def access_points(all_access_points: list[AccessPointNode]) -> Iterator[list[AccessPointNode]]:
+def access_points(pool: Pool) -> Iterator[list[AccessPointNode]]:
     """Their hostapds are not running yet."""
-    yield all_access_points
-    for each in all_access_points:
-        each.stop()
+    with pool.access_points(ACCESS_POINTS) as nodes:
+        yield nodes
 
 
 @pytest.fixture
-def stations(all_stations: list[StationNode]) -> Iterator[list[StationNode]]:
+def stations(pool: Pool) -> Iterator[list[StationNode]]:
     """Their programs are not running yet."""
-    yield all_stations
-    for each in all_stations:
-        each.stop()
+    with pool.stations(STATIONS) as nodes:
+        yield nodes
 
 
 @pytest.fixture

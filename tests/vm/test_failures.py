@@ -2,12 +2,11 @@
 
 import itertools
 import signal
-import threading
 
 import pytest
 from nodes import network_kinds
 from nodes.access_point_node import Vap
-from nodes.managed_site import DAEMONS, ManagedSite, restart_hostapd
+from nodes.managed_site import ManagedSite, restart_hostapd
 
 SSID = "office"
 VAP = Vap(network_kinds.PSK, SSID)
@@ -22,11 +21,7 @@ def connect_all(site: ManagedSite, access_points, stations) -> None:
 
 
 def wait_until_back(site: ManagedSite, stations) -> None:
-    for station in stations:
-        station.wait_until_connected()
-    site.wait_until_all_agree()
-    connected = {station.mac: station.supplicant.status()["bssid"] for station in stations}
-    assert {each["client"]: each["bssid"] for each in site.controller.ask_json("clients")} == connected
+    site.wait_until_all_agree(connected=stations)
 
 
 def test_hostapd_reloads(site: ManagedSite, access_points, stations) -> None:
@@ -61,23 +56,6 @@ def test_hostapd_ends_and_comes_back(number: int, site: ManagedSite, access_poin
     stations[0].roam(access_points[0])
     site.wait_until_at(stations[0], access_points[0].bssid())
     site.wait_until_all_agree()
-
-
-@pytest.mark.parametrize("daemon", DAEMONS)
-def test_daemon_is_killed_while_stations_roam(daemon: str, site: ManagedSite, access_points, stations) -> None:
-    connect_all(site, access_points, stations)
-    mover = threading.Thread(target=roam_all, args=(access_points, stations))
-    mover.start()
-    site.access_points[0].replace(daemon)
-    mover.join()
-    wait_until_back(site, stations)
-
-
-def roam_all(access_points, stations) -> None:
-    """Each station goes to the other access point and back."""
-    for target in (access_points[1], access_points[0]):
-        for station in stations:
-            station.roam(target)
 
 
 def test_controller_is_killed_and_comes_back(site: ManagedSite, access_points, stations) -> None:

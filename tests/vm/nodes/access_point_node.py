@@ -17,6 +17,8 @@ from lab.site.waiting import wait_until
 
 CHANNELS = (1, 6)
 FREQUENCIES = "2412 2437"
+MAC = re.compile("(?:[0-9a-f]{2}:){5}[0-9a-f]{2}\n")
+MAC_LENGTH = 17
 
 
 @dataclass(frozen=True)
@@ -100,15 +102,32 @@ class AccessPointNode:
                       *vap.kind.access_point, *vap.settings]
         return lines
 
-    def authorized(self, index: int = 0) -> list[str]:
-        """The stations of VAP `index` that the kernel lets send."""
-        dump = self.namespace.run("iw", "dev", self.interface(index), "station", "dump")
-        entries = re.findall(r"^Station (\S+) .*\n((?:\t.*\n?)*)", dump, re.MULTILINE)
-        return [mac for mac, fields in entries if re.search(r"authorized:\s*yes", fields)]
+    def authorized(self, vaps: int = 1) -> list[tuple[str, int]]:
+        """The stations that the kernel lets send, each with the index of its VAP, of the first so many VAPs."""
+        names = {self.interface(index): index for index in range(vaps)}
+        dump = self.namespace.run("sh", "-c", "".join(f"iw dev {name} station dump;" for name in names))
+        entries = re.findall(r"^Station (\S+) \(on (\S+)\)\n((?:\t.*\n?)*)", dump, re.MULTILINE)
+        return [(mac, names[name]) for mac, name, fields in entries if re.search(r"authorized:\s*yes", fields)]
+
+    def served(self, vaps: int) -> list[tuple[str, int]]:
+        """The stations that hostapd has as authorized, likewise."""
+        found = []
+        for index in range(vaps):
+            hostapd = self.hostapd[self.interface(index)]
+            entry = hostapd.request("STA-FIRST")
+            while MAC.match(entry):
+                if "[AUTHORIZED]" in entry:
+                    found.append((entry[:MAC_LENGTH], index))
+                entry = hostapd.request(f"STA-NEXT {entry[:MAC_LENGTH]}")
+        return found
 
     def has_station(self, mac: str, index: int = 0) -> bool:
         """Whether hostapd's VAP `index` has it as authorized."""
-        return "[AUTHORIZED]" in self.hostapd[self.interface(index)].request(f"STA {mac}")
+        hostapd = self.hostapd.get(self.interface(index))
+        try:
+            return hostapd is not None and "[AUTHORIZED]" in hostapd.request(f"STA {mac}")
+        except OSError:  # it has just ended
+            return False
 
     def stop(self) -> None:
         self._detach()

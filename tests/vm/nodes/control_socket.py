@@ -2,8 +2,11 @@
 
 import itertools
 import socket
+import threading
 import time
 from pathlib import Path
+
+from nodes.worker import SITE
 
 from lab.site.failure import LabFailure
 
@@ -14,10 +17,11 @@ _numbers = itertools.count()
 
 
 class ControlSocket:
-    """Attached: it collects every event from now on."""
+    """Attached: it collects every event from now on. Several threads may send requests."""
 
     def __init__(self, server: Path) -> None:
-        self._own = Path(f"/run/control.{next(_numbers)}")
+        self._requests = threading.Lock()
+        self._own = SITE / f"control.{next(_numbers)}"
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(str(self._own))
         self._server = server
@@ -34,13 +38,14 @@ class ControlSocket:
         self._own.unlink()
 
     def request(self, text: str) -> str:
-        self._socket.send(text.encode())
-        deadline = time.monotonic() + REPLY_SECONDS
-        while True:
-            datagram = self._receive(deadline, f"an answer to {text}")
-            if not datagram.startswith(EVENT_MARK):
-                return datagram.decode(errors="replace")
-            self._collect(datagram)
+        with self._requests:
+            self._socket.send(text.encode())
+            deadline = time.monotonic() + REPLY_SECONDS
+            while True:
+                datagram = self._receive(deadline, f"an answer to {text}")
+                if not datagram.startswith(EVENT_MARK):
+                    return datagram.decode(errors="replace")
+                self._collect(datagram)
 
     def command(self, text: str) -> None:
         """Raises LabFailure when the answer is not OK."""

@@ -1,6 +1,7 @@
 """The access points with all their daemons, and the controller on the wired host."""
 
 import signal
+from collections.abc import Sequence
 from pathlib import Path
 
 from nodes.access_point_node import AccessPointNode, Vap
@@ -50,7 +51,11 @@ class ManagedAccessPoint(AccessPoint):
     def stations(self) -> list[dict[str, object]]:
         """The kernel's, as the lab's radio lists its own."""
         return [{"client": mac, "bssid": self.node.bssid(index), "ip": self._lab.address_of(mac), "here": True}
-                for index in range(self.number_of_vaps) for mac in self.node.authorized(index)]
+                for mac, index in self.node.authorized(self.number_of_vaps)]
+
+    def served_by_hostapd(self) -> set[tuple[str, str]]:
+        """Its stations, each with its BSSID."""
+        return {(mac, self.node.bssid(index)) for mac, index in self.node.served(self.number_of_vaps)}
 
     def client(self, mac: str) -> Client | None:
         return next((each for each in self.clients() if each.mac == mac), None)
@@ -124,18 +129,35 @@ class ManagedSite(Laboratory):
         wait_until(lambda: self.client(station) is None, f"the controller has no {station.name}", seconds,
                    self.controller.output.file)
 
-    def wait_until_all_agree(self, seconds: float = AGREE_SECONDS) -> None:
-        """The kernels' stations, the daemons' tables and the controller."""
+    def wait_until_all_agree(self, seconds: float = AGREE_SECONDS, connected: Sequence[StationNode] = ()) -> None:
+        """The stations themselves, hostapd, the kernels, the daemons' tables and the controller.
+
+        The stations `connected` must be so.
+        """
         differences: list[str] = []
 
         def agree() -> bool:
-            differences[:] = find_differences(collect_views(self))
+            away = [f"{each.mac}: it is not connected" for each in connected if not each.is_connected()]
+            differences[:] = away or self._find_differences()
             return not differences
 
         try:
             wait_until(agree, "all agree", seconds)
         except LabFailure:
             raise LabFailure(f"not all agree within {seconds} s:\n" + "\n".join(differences)) from None
+
+    def _find_differences(self) -> list[str]:
+        connected = {(each.mac, bssid) for each in self._stations if (bssid := each.bssid())}
+        served = set().union(*(each.served_by_hostapd() for each in self.access_points))
+        views = collect_views(self)
+        in_kernels = {(mac, entry["bssid"]) for mac, entries in views.stations.items() for _, entry in entries}
+        return [*(f"{mac}: it is connected to {bssid}, whose hostapd does not have it"
+                  for mac, bssid in connected - served),
+                *(f"{mac}: hostapd has it on {bssid}, to which it is not connected"
+                  for mac, bssid in served - connected),
+                *(f"{mac}: one of hostapd and the kernel does not have it on {bssid}"
+                  for mac, bssid in served ^ in_kernels),
+                *find_differences(views)]
 
 
 def restart_hostapd(node: AccessPointNode, vaps: tuple[Vap, ...], number: int = signal.SIGTERM) -> None:

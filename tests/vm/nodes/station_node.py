@@ -1,5 +1,6 @@
 """One station: a namespace with a radio, wpa_supplicant and a DHCP client."""
 
+import socket
 from pathlib import Path
 
 from nodes.access_point_node import FREQUENCIES, AccessPointNode, forget_output
@@ -13,6 +14,7 @@ from lab.site.processes import Process, Processes
 from lab.site.waiting import wait_until
 
 INTERFACE = "wlan0"
+EXPERIMENTAL_ETHERTYPE = "88b5"  # IEEE 802, 9.2.3
 DHCP_SCRIPT = Path(__file__).with_name("udhcpc_script")
 
 
@@ -46,9 +48,14 @@ class StationNode:
                                      f"{self.name}: wpa_supplicant answers", log=self.supplicant_process.out,
                                      check=self.supplicant_process.check_runs)
 
+    def bssid(self) -> str | None:
+        """Of the VAP to which it is connected, with keys."""
+        status = self.supplicant.status() if self.supplicant else {}
+        return status.get("bssid") if status.get("wpa_state") == "COMPLETED" else None
+
     def is_connected(self, bssid: str | None = None) -> bool:
-        status = self.supplicant.status()
-        return status.get("wpa_state") == "COMPLETED" and bssid in (None, status["bssid"])
+        current = self.bssid()
+        return current is not None and bssid in (None, current)
 
     def wait_until_connected(self, bssid: str | None = None, seconds: float = 30) -> None:
         wait_until(lambda: self.is_connected(bssid), f"{self.name} is connected to {bssid or 'the network'}", seconds,
@@ -58,7 +65,11 @@ class StationNode:
                 *settings: str) -> None:
         """Associates with this access point's VAP `index`. It may roam afterwards."""
         self.start(ssid, kind, access_point.bssid(index), *settings)
-        wait_until(lambda: self._try_to_connect(access_point, index), f"{self.name} is connected to {ssid}", 40,
+        self.settle(access_point, index)
+
+    def settle(self, access_point: AccessPointNode, index: int = 0) -> None:
+        """Returns when the VAP for which it was started has it. It may roam afterwards."""
+        wait_until(lambda: self._try_to_connect(access_point, index), f"{self.name} is connected", 40,
                    self.supplicant_process.out)
         self.supplicant.command("SET_NETWORK 0 bssid any")
 
@@ -70,22 +81,27 @@ class StationNode:
             pass
         if self.is_connected() and self._is_known(access_point, index):
             return True
-        self.supplicant.command("REASSOCIATE")
+        self.leave()
+        self.come_back()
         return False
 
     def roam(self, access_point: AccessPointNode, index: int = 0) -> None:
         """A station gives up after 340 ms without an answer, and then connects anew to any access point."""
+        wait_until(lambda: self._try_to_roam(access_point, index), f"{self.name} roams to {access_point.name}", 60,
+                   self.supplicant_process.out)
+
+    def _try_to_roam(self, access_point: AccessPointNode, index: int) -> bool:
         bssid = access_point.bssid(index)
-
-        def try_to_roam() -> bool:
-            mark = self.supplicant.mark()
-            self.supplicant.command("REASSOCIATE" if self.is_connected(bssid) else f"ROAM {bssid}")
-            return (bssid in self.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
-                    and self._is_known(access_point, index))
-
-        if not self.supplicant.request(f"BSS {bssid}"):
-            self._scan_for(bssid)
-        wait_until(try_to_roam, f"{self.name} roams to {bssid}", 40, self.supplicant_process.out)
+        self._hear(bssid)
+        mark = self.supplicant.mark()
+        order = "REASSOCIATE" if self.is_connected(bssid) else f"ROAM {bssid}"
+        if self.supplicant.request(order).strip() != "OK":  # it has lost its access point meanwhile
+            return False
+        try:
+            event = self.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
+        except LabFailure:  # after a failure wpa_supplicant may pause for longer
+            return False
+        return bssid in event and self._is_known(access_point, index)
 
     def _is_known(self, access_point: AccessPointNode, index: int) -> bool:
         """Whether hostapd soon has it as authorized: see _try_to_connect."""
@@ -95,14 +111,23 @@ class StationNode:
             return False
         return True
 
-    def _scan_for(self, bssid: str) -> None:
+    def _hear(self, bssid: str) -> None:
+        """Scans until it has the access point's frames."""
         def heard() -> bool:
+            if self.supplicant.request(f"BSS {bssid}"):
+                return True
             mark = self.supplicant.mark()
             if self.supplicant.request("SCAN").strip() == "OK":
                 self.supplicant.wait_for("CTRL-EVENT-SCAN-RESULTS", mark)
-            return bool(self.supplicant.request(f"BSS {bssid}"))
+            return False
 
-        wait_until(heard, f"{self.name} hears {bssid}", log=self.supplicant_process.out)
+        wait_until(heard, f"{self.name} hears {bssid}", 40, self.supplicant_process.out)
+
+    def send_frame(self) -> None:
+        """A broadcast, which an access point that does not have the station answers by sending it away."""
+        with self.namespace.socket(socket.AF_PACKET, socket.SOCK_RAW) as link:
+            link.bind((INTERFACE, 0))
+            link.send(bytes.fromhex("ffffffffffff" + self.mac.replace(":", "") + EXPERIMENTAL_ETHERTYPE) + bytes(46))
 
     def leave(self) -> None:
         self.supplicant.command("DISCONNECT")
