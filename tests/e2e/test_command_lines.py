@@ -11,7 +11,7 @@ from lab.site.processes import environment_for
 MAN = Path(__file__).parents[2] / "man"
 USAGE = 64
 PAGES = {"apd": "apd.8", "captive_app": "captive_app.1", "client_mgr": "client_mgr.8", "hostapd_app": "hostapd_app.1",
-         "kx-scenario": "kx-scenario.1", "radio": "radio.1", "radiod": "radiod.8",
+         "kx-fleet": "kx-fleet.1", "kx-scenario": "kx-scenario.1", "radio": "radio.1", "radiod": "radiod.8",
          "site_controller": "site_controller.1",
          "sitectl": "sitectl.1"}
 
@@ -51,6 +51,11 @@ def test_wrong_use(run, name):
     (["site_controller", "--ca", "a"], "--certificate is required"),
     (["sitectl", "--control", "a"], "command is required"),
     (["kx-scenario", "--aps", "0"], "--aps: Value 0 not in range"),
+    (["kx-fleet", "--controller", "127.0.0.1", "--ca", "a", "--ca-key", "b"], "--controller: expected ADDRESS:PORT"),
+    (["kx-fleet", "--controller", "127.0.0.1:1", "--ca", "a", "--ca-key", "b", "--aps", "0"],
+     "--aps: Value 0 not in range"),
+    (["kx-fleet", "--controller", "127.0.0.1:1", "--ca", "a", "--ca-key", "b", "--speed", "2"],
+     "--speed requires --scenario"),
 ])
 def test_wrong_values(run, command, complaint):
     refused = run(*command)
