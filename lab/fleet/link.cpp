@@ -24,12 +24,17 @@ bool link::send(std::span<const std::uint8_t> message) {
 }
 
 void link::connect() {
-    tunnel_ = kx::tunnel_connection::connect(
-        base_, tls_.get(), controller_.host, controller_.port,
-        {.on_up = [this] { came_up(); },
-         .on_message = [this](std::uint32_t, std::span<const std::uint8_t> message) { handlers_.on_message(message); },
-         .on_down = [this](const std::string &reason) { went_down(reason); },
-         .on_drained = nullptr});
+    tunnel_ =
+        kx::tunnel_connection::connect(base_, tls_.get(), controller_.host, controller_.port,
+                                       {.on_up = [this] { came_up(); },
+                                        .on_message =
+                                            [this](std::uint32_t destination, std::span<const std::uint8_t> message) {
+                                                if (destination == kx::apcomm_destination_client_mgr) {
+                                                    handlers_.on_message(message);
+                                                }
+                                            },
+                                        .on_down = [this](const std::string &reason) { went_down(reason); },
+                                        .on_drained = nullptr});
 }
 
 void link::came_up() {
