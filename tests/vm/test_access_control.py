@@ -109,3 +109,31 @@ def test_guest_waits_is_approved_and_stays_approved(site: ManagedSite, access_po
     site.wait_until_all_agree()
     assert not host_routes(first) and not host_routes(second)
     assert guest.reaches(address_in(20))
+
+
+def test_guest_that_roams_while_it_waits(site: ManagedSite, access_points, stations) -> None:
+    """client_mgr makes entries for an address that is new to it, and a move notice removes none."""
+    first, second = access_points
+    guest: StationNode = stations[0]
+    guest_network(site, access_points)
+    guest.connect("guest", network_kinds.OPEN, first, GUEST_VAP)
+    site.wait_until_at(guest, first.bssid(GUEST_VAP))
+    guest.get_address()
+    wait_until(lambda: host_routes(first) == [guest.address], "the kernel has a route to the guest")
+    guest.roam(second, GUEST_VAP)
+    site.wait_until_at(guest, second.bssid(GUEST_VAP))
+    site.wait_until_all_agree(connected=[guest])
+    assert site.client(guest)["guest"] == "waiting"
+    assert site.access_points[1].client(guest.mac).flags & GUEST
+
+    site.controller.ask("approve", guest.mac)
+    wait_until(lambda: not site.access_points[1].client(guest.mac).flags & GUEST, "the daemon has the approval")
+    guest.roam(first, GUEST_VAP)
+    site.wait_until_at(guest, first.bssid(GUEST_VAP))
+    site.wait_until_all_agree(connected=[guest])
+    assert site.client(guest)["guest"] == "approved"
+    assert not site.access_points[0].client(guest.mac).flags & GUEST
+    assert host_routes(first) == [guest.address]
+    assert permanent_neighbours(first) == [(guest.address, guest.mac)]
+    assert not host_routes(second) and not permanent_neighbours(second)
+    assert guest.reaches(address_in(20))

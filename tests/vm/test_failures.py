@@ -48,6 +48,17 @@ def test_hostapd_is_disabled_and_enabled(site: ManagedSite, access_points, stati
     site.wait_until_all_agree()
 
 
+def test_link_of_a_vap_goes_down_and_up(site: ManagedSite, access_points, stations) -> None:
+    connect_all(site, access_points, stations)
+    access_points[0].namespace.ip("link set wlan0 down")
+    site.wait_until_at(stations[0], access_points[1].bssid(), 40)
+    site.wait_until_all_agree(connected=stations)
+    access_points[0].namespace.ip("link set wlan0 up")
+    stations[0].roam(access_points[0])
+    site.wait_until_at(stations[0], access_points[0].bssid())
+    site.wait_until_all_agree(connected=stations)
+
+
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL], ids=["TERM", "KILL"])
 def test_hostapd_ends_and_comes_back(number: int, site: ManagedSite, access_points, stations) -> None:
     connect_all(site, access_points, stations)

@@ -1,18 +1,20 @@
 """Stations of each kind of network, seen by radiod, client_mgr, apd and the controller."""
 
 import signal
+from collections.abc import Callable
 
 import pytest
 from nodes import network_kinds
-from nodes.access_point_node import Vap
+from nodes.access_point_node import AccessPointNode, Vap
 from nodes.managed_site import LOCAL_RADIUS, ManagedSite
 from nodes.network_kinds import NetworkKind
-from nodes.radius_server import start_hostapd_server
+from nodes.radius_server import start_freeradius, start_hostapd_server
 from nodes.station_node import StationNode
 from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
 
 from lab.site.client_table import TUNNEL
+from lab.site.processes import Process
 from lab.site.waiting import wait_until
 
 SSID = "office"
@@ -80,20 +82,51 @@ def test_operator_removes_a_station(site: ManagedSite, access_points, stations) 
     site.wait_until_all_agree()
 
 
-@pytest.mark.parametrize("kind", [network_kinds.EAP, network_kinds.EAP_SHA256], ids=str)
-def test_roam_needs_no_eap_with_a_fetched_key(kind: NetworkKind, site: ManagedSite, access_points, stations,
-                                              radius) -> None:
-    radius(start_hostapd_server)
+@pytest.mark.parametrize(("kind", "start_server"), [
+    pytest.param(network_kinds.EAP, start_hostapd_server, id="eap"),
+    pytest.param(network_kinds.EAP, start_freeradius, id="eap-freeradius"),
+    pytest.param(network_kinds.EAP_SHA256, start_hostapd_server, id="eap-sha256")])
+def test_roam_needs_no_eap_with_a_fetched_key(kind: NetworkKind, start_server: Callable[..., Process],
+                                              site: ManagedSite, access_points, stations, radius) -> None:
+    radius(start_server)
     first, second = access_points
     site.start(access_points, Vap(kind, SSID, settings=("macaddr_acl=2",)))
     station = stations[0]
-    station.connect(SSID, kind, first, 0, "proactive_key_caching=1")
-    wait_until(lambda: (site.client(station) or {}).get("pmk"), "the controller has the key")
-    assert station.count_eap() == 1
+    connect_with_eap(site, station, kind, first)
     station.roam(second)
     assert station.count_eap() == 1
+    assert count_eap(second) == 0
     site.wait_until_at(station, second.bssid())
-    site.wait_until_all_agree()
+    site.wait_until_all_agree(connected=[station])
+
+
+@pytest.mark.parametrize("start_server", [start_hostapd_server, start_freeradius], ids=["hostapd", "freeradius"])
+def test_roam_runs_eap_where_the_key_is_unknown(start_server: Callable[..., Process], site: ManagedSite, access_points,
+                                                stations, radius) -> None:
+    radius(start_server)
+    first, second = access_points
+    site.add(first, Vap(network_kinds.EAP, SSID, settings=("macaddr_acl=2",)))
+    site.add(second, Vap(network_kinds.EAP, SSID, settings=("macaddr_acl=2",), daemon_settings=("fetch_pmk = false",)))
+    site.start()
+    station = stations[0]
+    connect_with_eap(site, station, network_kinds.EAP, first)
+    station.roam(second)
+    assert station.count_eap() == 2
+    assert count_eap(second) == 1
+    site.wait_until_at(station, second.bssid())
+    site.wait_until_all_agree(connected=[station])
+
+
+def connect_with_eap(site: ManagedSite, station: StationNode, kind: NetworkKind, access_point: AccessPointNode) -> None:
+    """Returns when the controller has the key. The station offers it at each access point."""
+    station.connect(SSID, kind, access_point, 0, "proactive_key_caching=1")
+    wait_until(lambda: (site.client(station) or {}).get("pmk"), "the controller has the key")
+    assert station.count_eap() == 1
+
+
+def count_eap(access_point: AccessPointNode) -> int:
+    """How often hostapd was told by the authentication server to let a station in."""
+    return access_point.hostapd["wlan0"].count("CTRL-EVENT-EAP-SUCCESS2")
 
 
 @pytest.mark.parametrize("kind", [network_kinds.PSK, network_kinds.EAP], ids=str)

@@ -39,10 +39,16 @@ class Wire:
 
     def plug_in(self, namespace: Namespace, host: int) -> None:
         """The namespace gets a cable, its interface eth0, with the management address 10.0.0.`host`."""
-        socket = f"to-{namespace.name}"
-        run("ip", "link", "add", socket, "type", "veth", "peer", "name", "eth0", "netns", namespace.name)
+        self.connect(namespace, "eth0")
+        namespace.ip(f"addr add 10.0.0.{host}/24 dev eth0")
+
+    @staticmethod
+    def connect(namespace: Namespace, interface: str) -> None:
+        """The switch's ports are members of all VLANs. A cable is removed with its interface."""
+        socket = f"{namespace.name}-{interface}"
+        run("ip", "link", "add", socket, "type", "veth", "peer", "name", interface, "netns", namespace.name)
         run("ip", "link", "set", socket, "master", SWITCH, "up")
-        namespace.ip(f"addr add 10.0.0.{host}/24 dev eth0", "link set eth0 up")
+        namespace.ip(f"link set {interface} up")
 
     def start_dhcp(self) -> None:
         for vlan in VLANS:
