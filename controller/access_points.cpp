@@ -4,10 +4,15 @@
 
 namespace controller {
 
+void access_points::add(tunnel_id id, const peer &other) {
+    links_[id].other = other;
+    tunnels_[other.mac] = id;
+}
+
 access_point_link access_points::remove(tunnel_id id) {
     access_point_link gone = std::move(links_.extract(id).mapped());
-    if (gone.ap && tunnel_of(*gone.ap) == id) {
-        tunnels_.erase(*gone.ap);
+    if (const auto latest = tunnels_.find(gone.other.mac); latest != tunnels_.end() && latest->second == id) {
+        tunnels_.erase(latest);
     }
     return gone;
 }
@@ -21,13 +26,17 @@ access_points::claim access_points::identify(tunnel_id id, const mac_address &ap
         return claim::known;
     }
     link.ap = ap;
-    tunnels_[ap] = id;
     return claim::bound;
 }
 
 std::optional<tunnel_id> access_points::tunnel_of(const mac_address &ap) const {
     const auto found = tunnels_.find(ap);
-    return found == tunnels_.end() ? std::nullopt : std::optional(found->second);
+    return found == tunnels_.end() || !links_.at(found->second).ap ? std::nullopt : std::optional(found->second);
+}
+
+const access_point_link *access_points::find(const mac_address &ap) const {
+    const auto found = tunnels_.find(ap);
+    return found == tunnels_.end() ? nullptr : &links_.at(found->second);
 }
 
 std::vector<tunnel_id> access_points::unidentified() const {

@@ -21,7 +21,7 @@ struct access_point_link {
 
 class access_points {
 public:
-    void add(tunnel_id id, const peer &other) { links_[id].other = other; }
+    void add(tunnel_id id, const peer &other);
     // Returns the removed entry.
     access_point_link remove(tunnel_id id);
 
@@ -36,13 +36,17 @@ public:
     void count_records(tunnel_id id, std::size_t number) { links_.at(id).records += number; }
 
     access_point_link &link(tunnel_id id) { return links_.at(id); }
+    // Of an access point that can be sent messages.
     std::optional<tunnel_id> tunnel_of(const mac_address &ap) const;
+    // With and without a message; null when there is no tunnel.
+    const access_point_link *find(const mac_address &ap) const;
     std::vector<tunnel_id> unidentified() const;
     const std::map<tunnel_id, access_point_link> &links() const { return links_; }
+    const std::map<mac_address, tunnel_id> &by_mac() const { return tunnels_; }
 
 private:
     std::map<tunnel_id, access_point_link> links_;
-    std::map<mac_address, tunnel_id> tunnels_;  // of the links with an access point
+    std::map<mac_address, tunnel_id> tunnels_;  // the latest of each access point
 };
 
 }  // namespace controller

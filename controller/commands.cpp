@@ -1,14 +1,17 @@
 #include "controller/commands.h"
 
+#include <event2/http.h>
+
 #include <algorithm>
-#include <charconv>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <vector>
+#include <utility>
 
 #include "common/hex.h"
-#include "controller/listings.h"
+#include "controller/listing_forms.h"
 #include "controller/render.h"
+#include "controller/statistics.h"
 
 namespace controller {
 
@@ -16,13 +19,16 @@ namespace {
 
 using words = std::vector<std::string>;
 
-mac_address mac_of(const std::string &word) {
-    const auto mac = kx::parse_mac(word);
-    if (!mac) {
-        throw refused("\"" + word + "\" is not a MAC address");
-    }
-    return *mac;
-}
+struct request {
+    words arguments;
+    named_words filters;
+    bool as_json = false;
+};
+
+struct reply {
+    std::string text;
+    std::string next = {};  // cursor of the next page
+};
 
 bytes hex_of(const std::string &text) {
     auto content = kx::parse_hex(text);
@@ -31,15 +37,6 @@ bytes hex_of(const std::string &text) {
                       " bytes in hexadecimal digits");
     }
     return std::move(*content);
-}
-
-std::uint32_t index_of(const std::string &word) {
-    std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    if (error != std::errc() || end != word.data() + word.size()) {
-        throw refused("expected a MAC ACL index from 0 to 4294967295");
-    }
-    return value;
 }
 
 verdict verdict_of(const std::string &word) {
@@ -57,89 +54,177 @@ site &site_of(exchange &with) {
     return *managed;
 }
 
-std::string show(const listing &what, bool as_json) { return as_json ? to_line(what.json) + '\n' : what.text; }
-
-std::string list_aps(exchange &with, const words &, bool as_json) { return show(list_access_points(with), as_json); }
-
-std::string list_known_clients(exchange &with, const words &, bool as_json) {
-    return show(list_clients(site_of(with)), as_json);
-}
-
-std::string show_stats(exchange &with, const words &, bool as_json) { return show(list_stats(with), as_json); }
-
-std::string approve(exchange &with, const words &arguments, bool) {
-    with.send(site_of(with).approve(mac_of(arguments[0])));
-    return "";
-}
-
-std::string remove(exchange &with, const words &arguments, bool) {
-    with.send(site_of(with).remove(mac_of(arguments[0])));
-    return "";
-}
-
-std::string move_list(exchange &with, const words &arguments, bool) {
-    with.send(site_of(with).send_list(mac_of(arguments[0])));
-    return "";
-}
-
-std::string list_acl(exchange &with, const words &, bool as_json) {
-    return show(list_mac_acl(site_of(with).acl()), as_json);
-}
-
-std::string set_acl(exchange &with, const words &arguments, bool) {
-    site_of(with).acl().set(index_of(arguments[0]), mac_of(arguments[1]), verdict_of(arguments[2]));
-    return "";
-}
-
-std::string remove_acl(exchange &with, const words &arguments, bool) {
-    if (!site_of(with).acl().remove(index_of(arguments[0]), mac_of(arguments[1]))) {
-        throw refused(arguments[1] + " is not in the list of that index");
+template <class Row>
+reply show(const page<Row> &listed, bool as_json) {
+    reply made{.text = "", .next = listed.next};
+    for (const Row &row : listed.rows) {
+        made.text += (as_json ? to_line(to_json(row)) : to_text(row)) + '\n';
     }
-    return "";
+    return made;
 }
 
-std::string set_acl_default(exchange &with, const words &arguments, bool) {
-    site_of(with).acl().set_default(index_of(arguments[0]), verdict_of(arguments[1]));
-    return "";
+reply show_aps(exchange &with, const request &of) {
+    const site *const managed = with.managed_site();
+    return show(
+        list_access_points(with.aps(), managed == nullptr ? nullptr : &managed->tables(), parse_ap_query(of.filters)),
+        of.as_json);
 }
 
-std::string send(exchange &with, const words &arguments, bool) {
-    const mac_address ap = mac_of(arguments[0]);
-    if (!with.send(ap, hex_of(arguments[1]))) {
-        throw refused(arguments[0] + " has no tunnel");
+reply show_vaps(exchange &with, const request &of) {
+    return show(list_vaps(site_of(with).tables(), parse_vap_query(of.filters)), of.as_json);
+}
+
+reply show_clients(exchange &with, const request &of) {
+    return show(list_clients(site_of(with).tables(), parse_client_query(of.filters)), of.as_json);
+}
+
+reply show_acl(exchange &with, const request &of) {
+    return show(list_mac_acl(site_of(with).acl(), parse_acl_query(of.filters)), of.as_json);
+}
+
+reply show_stats(exchange &with, const request &of) {
+    const auto counted = statistics_of(with);
+    if (of.as_json) {
+        return {to_line(counted) + '\n'};
     }
-    return "";
+    reply made;
+    for (const auto &[key, value] : counted.items()) {
+        made.text += key + ' ' + value.dump() + '\n';
+    }
+    return made;
 }
 
-std::string show_help(exchange &, const words &, bool) { return command_summary(); }
+reply approve(exchange &with, const request &of) {
+    with.send(site_of(with).approve(parse_mac_word(of.arguments[0])));
+    return {};
+}
+
+reply remove(exchange &with, const request &of) {
+    with.send(site_of(with).remove(parse_mac_word(of.arguments[0])));
+    return {};
+}
+
+reply name_client(exchange &with, const request &of) {
+    site_of(with).name_client(parse_mac_word(of.arguments[0]), of.arguments.size() > 1 ? of.arguments[1] : "");
+    return {};
+}
+
+reply move_list(exchange &with, const request &of) {
+    with.send(site_of(with).send_list(parse_mac_word(of.arguments[0])));
+    return {};
+}
+
+reply set_acl(exchange &with, const request &of) {
+    const words &given = of.arguments;
+    site_of(with).acl().set(parse_acl_index(given[0]), parse_mac_word(given[1]), verdict_of(given[2]));
+    return {};
+}
+
+reply remove_acl(exchange &with, const request &of) {
+    const mac_address client = parse_mac_word(of.arguments[1]);
+    if (!site_of(with).acl().remove(parse_acl_index(of.arguments[0]), client)) {
+        throw refused(kx::format_mac(client) + " is not in the list of that index");
+    }
+    return {};
+}
+
+reply set_acl_default(exchange &with, const request &of) {
+    site_of(with).acl().set_default(parse_acl_index(of.arguments[0]), verdict_of(of.arguments[1]));
+    return {};
+}
+
+reply send(exchange &with, const request &of) {
+    const mac_address ap = parse_mac_word(of.arguments[0]);
+    if (!with.send(ap, hex_of(of.arguments[1]))) {
+        throw refused(kx::format_mac(ap) + " has no tunnel");
+    }
+    return {};
+}
+
+reply show_help(exchange &, const request &of) {
+    if (!of.as_json) {
+        return {command_summary()};
+    }
+    reply made;
+    for (const command_usage &each : command_usages()) {
+        const nlohmann::ordered_json usage = {
+            {"command", each.name}, {"arguments", each.arguments}, {"help", each.help}};
+        made.text += to_line(usage) + '\n';
+    }
+    return made;
+}
 
 struct command {
-    std::string_view name;
-    std::string_view arguments;
-    std::string_view help;
-    std::string (*run)(exchange &, const words &, bool as_json);
+    command_usage usage;
+    reply (*run)(exchange &, const request &);
 };
 
-constexpr command table[] = {
-    {"aps", "", "list the access points, their tunnels and VAPs", list_aps},
-    {"clients", "", "list the clients of the site", list_known_clients},
-    {"stats", "", "print the counters", show_stats},
-    {"approve", "CLIENT", "approve a waiting guest", approve},
-    {"remove", "CLIENT", "remove a client from every access point that holds it", remove},
-    {"move-list", "AP", "send an access point the list of clients that are elsewhere", move_list},
-    {"acl", "", "list the MAC access control lists", list_acl},
-    {"acl-set", "INDEX CLIENT allow|deny", "add a client to a list", set_acl},
-    {"acl-remove", "INDEX CLIENT", "remove a client from a list", remove_acl},
-    {"acl-default", "INDEX allow|deny", "set the verdict for clients that are not in the list", set_acl_default},
-    {"send", "AP HEX", "send a whole message unchanged", send},
-    {"help", "", "list the commands", show_help},
+const std::vector<command> table = {
+    {{"aps", "", "mac name state", "list the access points, their tunnels and VAPs", true}, show_aps},
+    {{"vaps", "", "ap ssid", "list the VAPs", true}, show_vaps},
+    {{"clients", "", "mac name ssid ap state", "list the clients of the site", true}, show_clients},
+    {{"stats", "", "", "print the counters", false}, show_stats},
+    {{"approve", "CLIENT", "", "approve a waiting guest", false}, approve},
+    {{"remove", "CLIENT", "", "remove a client from every access point that holds it", false}, remove},
+    {{"name", "CLIENT [NAME]", "", "give a client a name for the listings, or take it away", false}, name_client},
+    {{"move-list", "AP", "", "send an access point the list of clients that are elsewhere", false}, move_list},
+    {{"acl", "", "index mac", "list the MAC access control lists", true}, show_acl},
+    {{"acl-set", "INDEX CLIENT allow|deny", "", "add a client to a list", false}, set_acl},
+    {{"acl-remove", "INDEX CLIENT", "", "remove a client from a list", false}, remove_acl},
+    {{"acl-default", "INDEX allow|deny", "", "set the verdict for clients that are not in the list", false},
+     set_acl_default},
+    {{"send", "AP HEX", "", "send a whole message unchanged", false}, send},
+    {{"help", "", "", "list the commands", false}, show_help},
 };
 
 std::size_t count_words(std::string_view text) {
     return text.empty() ? 0 : static_cast<std::size_t>(std::ranges::count(text, ' ')) + 1;
 }
 
-words split(std::string_view line) {
+std::string decode(const std::string &word) {
+    std::size_t length = 0;
+    const std::unique_ptr<char, decltype(&std::free)> decoded(evhttp_uridecode(word.c_str(), 0, &length), std::free);
+    return {decoded.get(), length};
+}
+
+bool allows(const command_usage &usage, const std::string &option) {
+    return usage.is_listing &&
+           (option == "cursor" || option == "limit" || std::ranges::count(words_of(usage.filters), option) > 0);
+}
+
+// Separates "--mac 06:00" and "--mac=06:00" from the arguments.
+request read_request(const command_usage &usage, const words &given) {
+    request made;
+    for (auto at = given.begin(); at != given.end(); ++at) {
+        if (*at == "--json") {
+            made.as_json = true;
+            continue;
+        }
+        if (!at->starts_with("--")) {
+            made.arguments.push_back(decode(*at));
+            continue;
+        }
+        const std::size_t equals = std::min(at->find('='), at->size());
+        const std::string option = at->substr(2, equals - 2);
+        if (!allows(usage, option)) {
+            throw refused("unknown option " + quote(*at));
+        }
+        if (equals == at->size() && std::next(at) == given.end()) {
+            throw refused("--" + option + " needs a value");
+        }
+        made.filters[option] = decode(equals < at->size() ? at->substr(equals + 1) : *++at);
+    }
+    const std::size_t most = count_words(usage.arguments);
+    const std::size_t least = most - (usage.arguments.ends_with(']') ? 1 : 0);
+    if (made.arguments.size() < least || made.arguments.size() > most) {
+        throw refused("expected " + (most == 0 ? "no arguments" : std::string(usage.arguments)));
+    }
+    return made;
+}
+
+}  // namespace
+
+std::vector<std::string> words_of(std::string_view line) {
     std::istringstream stream{std::string(line)};
     words found;
     for (std::string word; stream >> word;) {
@@ -148,41 +233,44 @@ words split(std::string_view line) {
     return found;
 }
 
-std::string quote(std::string_view word) {
-    constexpr std::size_t length_max = 40;
-    return '"' + printable(word.substr(0, length_max)) + '"';
+const std::vector<command_usage> &command_usages() {
+    static const std::vector<command_usage> usages = [] {
+        std::vector<command_usage> made;
+        std::ranges::transform(table, std::back_inserter(made), &command::usage);
+        return made;
+    }();
+    return usages;
 }
-
-}  // namespace
 
 std::string command_summary() {
     std::string text;
-    for (const command &each : table) {
+    for (const command_usage &each : command_usages()) {
         std::string usage = std::string(each.name) + ' ' + std::string(each.arguments);
         usage.resize(std::max<std::size_t>(usage.size() + 2, 36), ' ');
         text += "  " + usage + std::string(each.help) + '\n';
+        for (const std::string &filter : words_of(each.filters)) {
+            text += "      --" + filter;
+        }
+        text += each.filters.empty() ? "" : "\n";
     }
     return text;
 }
 
 std::string commands::run(std::string_view line) {
-    words given = split(line);
-    const bool as_json = std::erase(given, "--json") > 0;
-    if (given.empty()) {
+    words given = words_of(line);
+    const auto first = std::ranges::find_if(given, [](const std::string &each) { return each != "--json"; });
+    if (first == given.end()) {
         return "error expected a command; \"help\" lists the commands\n";
     }
-    const auto *found = std::ranges::find(table, given.front(), &command::name);
-    if (found == std::end(table)) {
-        return "error unknown command " + quote(given.front()) + "; \"help\" lists the commands\n";
-    }
-    given.erase(given.begin());
-    const std::string name(found->name);
-    if (given.size() != count_words(found->arguments)) {
-        return "error " + name + ": expected " +
-               (found->arguments.empty() ? "no arguments" : std::string(found->arguments)) + '\n';
+    const std::string name = *first;
+    given.erase(first);
+    const auto found = std::ranges::find(table, name, [](const command &each) { return each.usage.name; });
+    if (found == table.end()) {
+        return "error unknown command " + quote(name) + "; \"help\" lists the commands\n";
     }
     try {
-        return "ok\n" + found->run(exchange_, given, as_json);
+        const reply made = found->run(exchange_, read_request(found->usage, given));
+        return (made.next.empty() ? "ok" : "more " + made.next) + '\n' + made.text;
     } catch (const refused &why) {
         return "error " + name + ": " + why.what() + '\n';
     }

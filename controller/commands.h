@@ -1,14 +1,27 @@
-// The operator's commands, each a line of words.
+// The operator's commands, each a line of words. In a word, "%20" stands for a space, and so on for any byte.
+//
+// A listing is answered page by page: after "more CURSOR" the same line with "--cursor CURSOR" gives the next page.
 #ifndef CONTROLLER_COMMANDS_H
 #define CONTROLLER_COMMANDS_H
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "controller/exchange.h"
 
 namespace controller {
 
+struct command_usage {
+    std::string_view name;
+    std::string_view arguments;  // "INDEX CLIENT"
+    std::string_view filters;    // words that may follow as options: "mac ssid"; of a listing alone
+    std::string_view help;
+    bool is_listing;  // has rows, and with them pages
+};
+const std::vector<command_usage> &command_usages();
+// Those that spaces separate.
+std::vector<std::string> words_of(std::string_view line);
 // One line per command, for help texts.
 std::string command_summary();
 
@@ -16,7 +29,8 @@ class commands {
 public:
     explicit commands(exchange &with) : exchange_(with) {}
 
-    // Returns "ok\n" and the command's output, or "error <reason>\n".
+    // Returns "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n". With the word "--json" the
+    // output is one JSON object a line.
     std::string run(std::string_view line);
 
 private:

@@ -95,6 +95,7 @@ void exchange::came_up(tunnel_id id, const peer &other) {
     access_points_.add(id, other);
     output_.tunnel_up(other);
     if (site_) {
+        site_->name_ap(other.mac, other.name);
         tunnels_->send(id, encode({}, record(record_type::req_bulk_info)));
     }
 }

@@ -45,6 +45,7 @@ public:
 
     // Null when the controller only listens.
     site *managed_site() { return site_ ? &*site_ : nullptr; }
+    const site *managed_site() const { return site_ ? &*site_ : nullptr; }
     const access_points &aps() const { return access_points_; }
     const counters &counts() const { return counters_; }
     std::uint64_t refused() const { return refusals_.total(); }

@@ -1,172 +1,235 @@
 #include "controller/listings.h"
 
 #include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <utility>
 
-#include "common/ipv4.h"
 #include "controller/render.h"
-#include "tunnel/certificate_life.h"
+#include "controller/site.h"
 
 namespace controller {
 
 namespace {
 
-using json = nlohmann::ordered_json;
+// Entries that a page may pass over to find its rows, and VAPs that it may list beside access points: a millisecond or
+// two of work.
+constexpr std::size_t passed_max = 4000;
+constexpr std::size_t vaps_max = 1600;
 
-const char *name_of(verdict decision) { return decision == verdict::allow ? "allow" : "deny"; }
-
-const char *name_of(guest_state state) {
-    switch (state) {
-        case guest_state::none:
-            return "none";
-        case guest_state::waiting:
-            return "waiting";
-        case guest_state::approved:
-            return "approved";
-        case guest_state::unknown:
-            return "unknown";
+// Whether a page has room for more rows and work.
+class budget {
+public:
+    explicit budget(std::size_t rows) : rows_(rows) {}
+    bool spent() const { return rows_ == 0 || passed_ == 0 || vaps_ == 0; }
+    void pass() { passed_--; }
+    void add_row(std::size_t vaps = 0) {
+        rows_--;
+        vaps_ -= std::min(vaps_, vaps);
     }
-    return "unknown";
+
+private:
+    std::size_t rows_;
+    std::size_t passed_ = passed_max;
+    std::size_t vaps_ = vaps_max;
+};
+
+std::optional<mac_address> mac_of_cursor(const std::string &cursor) {
+    if (cursor.empty()) {
+        return std::nullopt;
+    }
+    const auto mac = kx::parse_mac(cursor);
+    if (!mac) {
+        throw refused(quote(cursor) + " is not a cursor of this listing");
+    }
+    return mac;
 }
 
-std::string time_of(const std::optional<kx::wall_time> &time) { return time ? kx::format_utc(*time) : "unknown"; }
-
-void add_link(listing &to, const access_point_link &link) {
-    json &one = to.json.emplace_back(json{{"ap", nullptr}, {"up", true}});
-    if (link.ap) {
-        one["ap"] = kx::format_mac(*link.ap);
+// "02:00:00:00:0a:00/02:00:00:00:0a:0a"
+std::optional<place> place_of_cursor(const std::string &cursor) {
+    if (cursor.empty()) {
+        return std::nullopt;
     }
-    const std::string end = time_of(link.other.certificate_end);
-    one.update(json{{"peer", link.other.name},
-                    {"address", link.other.address},
-                    {"records", link.records},
-                    {"certificate_expires", end}});
-    to.text += (link.ap ? kx::format_mac(*link.ap) : "(not known yet)  ") + "  " + printable(link.other.name) + "  " +
-               link.other.address + "  " + std::to_string(link.records) + " records  certificate ends " + end;
+    const std::size_t slash = cursor.find('/');
+    const auto ap = kx::parse_mac(std::string_view(cursor).substr(0, slash));
+    const auto bssid =
+        slash == std::string::npos ? std::nullopt : kx::parse_mac(std::string_view(cursor).substr(slash + 1));
+    if (!ap || !bssid) {
+        throw refused(quote(cursor) + " is not a cursor of this listing");
+    }
+    return place{*ap, *bssid};
 }
 
-void add_site_state(listing &to, const site &of, const mac_address &ap) {
-    const access_point &state = *of.tables().find_ap(ap);
-    json &one = to.json.back();
-    one["stations"] = state.clients;
-    one["vaps"] = json::array();
-    to.text += "  " + std::to_string(state.clients) + " stations";
-    for (const auto &[bssid, config] : state.vaps) {
-        const std::string name = ssid_of(config.ssid);
-        one["vaps"].push_back({{"bssid", kx::format_mac(bssid)}, {"ssid", name}, {"vlan", config.vlan}});
-        to.text +=
-            "\n    " + kx::format_mac(bssid) + "  VLAN " + std::to_string(config.vlan) + "  \"" + printable(name) + '"';
-    }
+bool contains_in_either_case(std::string_view text, std::string_view part) {
+    const auto same = [](char one, char other) {
+        return std::tolower(static_cast<unsigned char>(one)) == std::tolower(static_cast<unsigned char>(other));
+    };
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
 }
 
-json addresses(const mac_acl_list &list, verdict decision) {
-    json found = json::array();
-    for (const auto &[client, decided] : list.clients) {
-        if (decided == decision) {
-            found.push_back(kx::format_mac(client));
+// Adds what `row_of` makes of the entries of a map by MAC address, from the page's cursor on.
+template <class Row, class Table, class Maker>
+page<Row> list_map(const Table &from, const mac_range &within, const page_wanted &wanted, const Maker &row_of) {
+    page<Row> made;
+    budget left(wanted.limit);
+    const auto after = mac_of_cursor(wanted.cursor);
+    auto at = after && *after >= within.first ? from.upper_bound(*after) : from.lower_bound(within.first);
+    for (; at != from.end() && at->first <= within.last; ++at) {
+        if (left.spent()) {
+            made.next = kx::format_mac(std::prev(at)->first);
+            break;
+        }
+        left.pass();
+        if (std::optional<Row> row = row_of(at->first, at->second)) {
+            if constexpr (requires { row->vaps; }) {
+                left.add_row(row->vaps.size());
+            } else {
+                left.add_row();
+            }
+            made.rows.push_back(std::move(*row));
         }
     }
-    return found;
+    return made;
+}
+
+const access_point &find_named_ap(const site_tables &in, const std::string &wanted) {
+    if (const auto mac = kx::parse_mac(wanted)) {
+        if (const access_point *found = in.find_ap(*mac)) {
+            return *found;
+        }
+    }
+    const auto found = std::ranges::find_if(in.aps(), [&](const auto &each) { return each.second->name == wanted; });
+    if (found == in.aps().end()) {
+        throw refused(quote(wanted) + " is no access point of the site");
+    }
+    return *found->second;
+}
+
+std::string ssid_at(const access_point &at, const mac_address &bssid) {
+    const auto found = at.vaps.find(bssid);
+    return found == at.vaps.end() ? "" : ssid_of(found->second.ssid);
+}
+
+named_place name_place(const site_tables &in, const place &where) {
+    const access_point *const ap = in.find_ap(where.ap);
+    return ap == nullptr ? named_place{where, "", ""} : named_place{where, ap->name, ssid_at(*ap, where.bssid)};
+}
+
+client_row row_of(const site_tables &in, const mac_address &mac, const client &state) {
+    return {.client = mac,
+            .name = in.name_of(mac),
+            .now = name_place(in, state.now),
+            .home = name_place(in, state.home),
+            .home_vlan = state.home_vlan,
+            .ip = state.ip,
+            .guest = state.guest,
+            .has_pmk = in.pmk(mac) != nullptr};
+}
+
+bool is_wanted(const site_tables &in, const client &state, const access_point *ap, const client_query &wanted) {
+    if ((ap != nullptr && state.now.ap != ap->mac) || (wanted.state && state.guest != *wanted.state)) {
+        return false;
+    }
+    if (!wanted.ssid) {
+        return true;
+    }
+    const access_point *const serving = in.find_ap(state.now.ap);
+    return serving != nullptr && ssid_at(*serving, state.now.bssid) == *wanted.ssid;
+}
+
+link_state state_of(const access_point_link *link) {
+    if (link == nullptr) {
+        return link_state::down;
+    }
+    return link->ap ? link_state::up : link_state::connecting;
+}
+
+// `state` is null when the controller only listens.
+std::optional<ap_row> wanted_row(const mac_address &ap, const access_point_link *link, const access_point *state,
+                                 const ap_query &wanted) {
+    const std::string &name = state != nullptr ? state->name : link->other.name;
+    const link_state now = state_of(link);
+    if (!contains_in_either_case(name, wanted.name) || (wanted.state && now != *wanted.state)) {
+        return std::nullopt;
+    }
+    ap_row row{.ap = ap, .name = name, .state = now, .link = {}, .vaps = {}};
+    if (link != nullptr) {
+        row.link = *link;
+    }
+    if (state != nullptr) {
+        row.stations = state->clients;
+        for (const auto &[bssid, config] : state->vaps) {
+            row.vaps.push_back({{{ap, bssid}, name, ssid_of(config.ssid)}, config.vlan});
+        }
+    }
+    return row;
 }
 
 }  // namespace
 
-listing list_access_points(exchange &with) {
-    listing made{json::array(), ""};
-    const site *known = with.managed_site();
-    for (const auto &[id, link] : with.aps().links()) {
-        add_link(made, link);
-        if (known != nullptr && link.ap) {
-            add_site_state(made, *known, *link.ap);
-        }
-        made.text += '\n';
+page<client_row> list_clients(const site_tables &of, const client_query &wanted) {
+    const access_point *const ap = wanted.ap.empty() ? nullptr : &find_named_ap(of, wanted.ap);
+    const auto make = [&](const mac_address &mac, const client *state) {
+        const bool fits = state != nullptr && contains_in_either_case(of.name_of(mac), wanted.name) &&
+                          is_wanted(of, *state, ap, wanted);
+        return fits ? std::optional(row_of(of, mac, *state)) : std::nullopt;
+    };
+    const auto look_up = [&](const mac_address &mac, const auto &) { return make(mac, of.find_client(mac)); };
+    if (!wanted.name.empty()) {
+        return list_map<client_row>(of.names(), wanted.mac, wanted.page, look_up);
     }
-    if (known == nullptr) {
-        return made;
+    if (ap != nullptr) {
+        return list_map<client_row>(ap->holds, wanted.mac, wanted.page, look_up);
     }
-    for (const auto &[ap, state] : known->tables().aps()) {
-        if (!state->up) {
-            made.json.push_back({{"ap", kx::format_mac(ap)}, {"up", false}});
-            made.text += kx::format_mac(ap) + "  no tunnel";
-            add_site_state(made, *known, ap);
-            made.text += '\n';
+    return list_map<client_row>(of.stations(), wanted.mac, wanted.page, [&](const mac_address &mac, const auto &entry) {
+        return make(mac, entry->client ? &*entry->client : nullptr);
+    });
+}
+
+std::optional<client_row> find_client_row(const site_tables &of, const mac_address &client) {
+    const auto *const state = of.find_client(client);
+    return state == nullptr ? std::nullopt : std::optional(row_of(of, client, *state));
+}
+
+page<vap_row> list_vaps(const site_tables &of, const vap_query &wanted) {
+    page<vap_row> made;
+    budget left(wanted.page.limit);
+    mac_range range;
+    if (!wanted.ap.empty()) {
+        range.first = range.last = find_named_ap(of, wanted.ap).mac;
+    }
+    const auto cursor = place_of_cursor(wanted.page.cursor);
+    std::optional<place> passed;
+    for (auto ap = of.aps().lower_bound(std::max(range.first, cursor.value_or(place{}).ap));
+         ap != of.aps().end() && ap->first <= range.last; ++ap) {
+        const auto &vaps = ap->second->vaps;
+        const bool is_rest = cursor && cursor->ap == ap->first;
+        for (auto at = is_rest ? vaps.upper_bound(cursor->bssid) : vaps.begin(); at != vaps.end(); ++at) {
+            if (left.spent()) {
+                made.next = kx::format_mac(passed->ap) + '/' + kx::format_mac(passed->bssid);
+                return made;
+            }
+            left.pass();
+            passed = place{ap->first, at->first};
+            std::string ssid = ssid_of(at->second.ssid);
+            if (!wanted.ssid || ssid == *wanted.ssid) {
+                left.add_row();
+                made.rows.push_back({{*passed, ap->second->name, std::move(ssid)}, at->second.vlan});
+            }
         }
     }
     return made;
 }
 
-listing list_clients(const site &of) {
-    listing made{json::array(), ""};
-    for (const auto &[station, entry] : of.tables().stations()) {
-        if (!entry->client) {
-            continue;
-        }
-        const client &known = *entry->client;
-        json &one = made.json.emplace_back(json{{"client", kx::format_mac(station)},
-                                                {"ap", kx::format_mac(known.now.ap)},
-                                                {"bssid", kx::format_mac(known.now.bssid)},
-                                                {"home_ap", kx::format_mac(known.home.ap)},
-                                                {"home_bssid", kx::format_mac(known.home.bssid)},
-                                                {"home_vlan", nullptr},
-                                                {"ip", kx::format_ipv4(known.ip)},
-                                                {"guest", name_of(known.guest)},
-                                                {"pmk", of.tables().pmk(station) != nullptr}});
-        if (known.home_vlan) {
-            one["home_vlan"] = *known.home_vlan;
-        }
-        made.text += kx::format_mac(station) + "  at " + kx::format_mac(known.now.bssid) + " of " +
-                     kx::format_mac(known.now.ap) + "  home " + kx::format_mac(known.home.bssid) + "  VLAN " +
-                     (known.home_vlan ? std::to_string(*known.home_vlan) : "?") + "  " + kx::format_ipv4(known.ip);
-        made.text += known.guest == guest_state::none ? "" : std::string("  guest: ") + name_of(known.guest);
-        made.text += '\n';
+page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted) {
+    if (managed == nullptr) {
+        return list_map<ap_row>(links.by_mac(), wanted.mac, wanted.page, [&](const mac_address &ap, tunnel_id) {
+            return wanted_row(ap, links.find(ap), nullptr, wanted);
+        });
     }
-    return made;
-}
-
-json losses_of(const exchange &with) {
-    return {{"malformed", with.counts().malformed},
-            {"frames_ignored", with.tunnel_losses().frames_ignored},
-            {"messages_unsent", with.tunnel_losses().messages_unsent},
-            {"tunnels_refused", with.refused()},
-            {"connections_displaced", with.counts().displaced},
-            {"accept_errors", with.counts().accept_errors},
-            {"output_lines_dropped", with.dropped_lines()}};
-}
-
-listing list_stats(exchange &with) {
-    listing made{{{"tunnels", with.aps().links().size()},
-                  {"records", with.counts().records},
-                  {"records_per_second", with.records_per_second()},
-                  {"messages_sent", with.counts().sent},
-                  {"certificate_expires", time_of(with.certificate_end())}},
-                 ""};
-    made.json.update(losses_of(with));
-    if (const site *known = with.managed_site()) {
-        made.json.update(json{{"clients", known->tables().clients()},
-                              {"roams", known->roams()},
-                              {"guests_waiting", known->tables().guests(guest_state::waiting)},
-                              {"guests_approved", known->tables().guests(guest_state::approved)},
-                              {"unsettled", known->unsettled()}});
-    }
-    for (const auto &[key, value] : made.json.items()) {
-        made.text += key + ' ' + value.dump() + '\n';
-    }
-    return made;
-}
-
-listing list_mac_acl(const mac_acl &of) {
-    listing made{{{"default", name_of(of.otherwise())}, {"lists", json::array()}}, ""};
-    made.text = std::string("without a list: ") + name_of(of.otherwise()) + '\n';
-    for (const auto &[index, list] : of.lists()) {
-        made.json["lists"].push_back({{"mac_acl_index", index},
-                                      {"default", name_of(list.otherwise)},
-                                      {"allow", addresses(list, verdict::allow)},
-                                      {"deny", addresses(list, verdict::deny)}});
-        made.text += "list " + std::to_string(index) + ": " + name_of(list.otherwise) + '\n';
-        for (const auto &[client, decided] : list.clients) {
-            made.text += "    " + kx::format_mac(client) + ' ' + name_of(decided) + '\n';
-        }
-    }
-    return made;
+    return list_map<ap_row>(managed->aps(), wanted.mac, wanted.page, [&](const mac_address &ap, const auto &state) {
+        return wanted_row(ap, links.find(ap), state.get(), wanted);
+    });
 }
 
 }  // namespace controller

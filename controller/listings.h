@@ -1,40 +1,71 @@
-// The controller's state as lists for the operator.
+// The controller's state as pages of rows, for operators and HTTP clients. The work for a page depends neither on the
+// number of access points nor on that of stations. A page of rows that are rare may therefore be short or empty, and
+// have a next one all the same.
 #ifndef CONTROLLER_LISTINGS_H
 #define CONTROLLER_LISTINGS_H
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "controller/exchange.h"
+#include "controller/access_points.h"
+#include "controller/listing_queries.h"
+#include "controller/mac_acl.h"
+#include "controller/site_tables.h"
 
 namespace controller {
 
-struct listing {
-    nlohmann::ordered_json json;
-    std::string text;  // the same as lines of text
+template <class Row>
+struct page {
+    std::vector<Row> rows;  // in the order of their keys
+    std::string next;       // the cursor of the next page; empty after the last one
 };
 
-// [{"ap": MAC or null, "up": bool, "peer": name, "address": text, "records": N, "certificate_expires":
-//   "2026-11-22T10:00:00Z", "stations": N, "vaps": [{"bssid": MAC, "ssid": text, "vlan": N}]}]. "peer", "address",
-//   "records" and
-// "certificate_expires" are left out when "up" is false. "ap" is null as long as the tunnel has carried no message.
-listing list_access_points(exchange &with);
+// A VAP with the names of its parts. A name that is not known is empty.
+struct named_place {
+    place where;
+    std::string ap_name;
+    std::string ssid;  // any bytes, without padding
+};
 
-// [{"client": MAC, "ap": MAC, "bssid": MAC, "home_ap": MAC, "home_bssid": MAC, "home_vlan": N or null, "ip": address,
-//   "guest": "none" | "waiting" | "approved" | "unknown", "pmk": bool}]
-listing list_clients(const site &of);
+struct client_row {
+    mac_address client;
+    std::string name;  // that an operator gave; empty for none
+    named_place now, home;
+    std::optional<std::uint32_t> home_vlan;
+    std::uint32_t ip;  // 10.0.0.1 is 0x0a000001; 0 when not known
+    guest_state guest;
+    bool has_pmk;
+};
+page<client_row> list_clients(const site_tables &of, const client_query &wanted);
+// The client's row; none when it is not on the site.
+std::optional<client_row> find_client_row(const site_tables &of, const mac_address &client);
 
-// {"malformed", "frames_ignored", "messages_unsent", "tunnels_refused", "connections_displaced", "accept_errors",
-// "output_lines_dropped"}, each a number since the start
-nlohmann::ordered_json losses_of(const exchange &with);
+struct vap_row {
+    named_place where;
+    std::uint32_t vlan;
+};
+page<vap_row> list_vaps(const site_tables &of, const vap_query &wanted);
 
-// {"tunnels", "records", "records_per_second", "messages_sent", "certificate_expires"}, the losses and, unless the
-// controller only listens,
-// {"clients", "roams", "guests_waiting", "guests_approved", "unsettled"}
-listing list_stats(exchange &with);
+struct ap_row {
+    mac_address ap;
+    std::string name;
+    link_state state;
+    std::optional<access_point_link> link;  // none when it is down
+    std::size_t stations = 0;               // clients that it serves
+    std::vector<vap_row> vaps;
+};
+// `managed` is null when the controller only listens; only access points with a tunnel are listed then.
+page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted);
 
-// {"default": verdict, "lists": [{"mac_acl_index": N, "default": verdict, "allow": [MAC], "deny": [MAC]}]}
-listing list_mac_acl(const mac_acl &of);
+// A default, of the whole site without an index and of a list without a client, or a list's verdict on a client.
+struct acl_row {
+    std::optional<std::uint32_t> index;
+    std::optional<mac_address> client;
+    verdict decision;
+};
+page<acl_row> list_mac_acl(const mac_acl &of, const acl_query &wanted);
 
 }  // namespace controller
 

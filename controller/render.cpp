@@ -174,4 +174,9 @@ std::string printable(std::string_view text) {
     return result;
 }
 
+std::string quote(std::string_view text) {
+    constexpr std::size_t length_max = 40;
+    return '"' + printable(text.substr(0, length_max)) + '"';
+}
+
 }  // namespace controller

@@ -27,6 +27,9 @@ std::string ssid_of(std::span<const std::uint8_t> padded);
 // Quotes, backslashes and bytes outside printable ASCII become \xNN.
 std::string printable(std::string_view text);
 
+// The text in quotes, printable and cut after 40 bytes.
+std::string quote(std::string_view text);
+
 }  // namespace controller
 
 #endif

@@ -49,6 +49,8 @@ class site {
 public:
     explicit site(mac_acl acl = {}) : acl_(std::move(acl)) {}
 
+    // Adds the access point when it is new.
+    void name_ap(const mac_address &ap, const std::string &name) { tables_.ap(ap).name = name; }
     // A tunnel has come up, and a request for bulk information (type 16) was sent through it first.
     void ap_up(const mac_address &ap);
     void ap_down(const mac_address &ap);
@@ -65,6 +67,8 @@ public:
     [[nodiscard]] outbox approve(const mac_address &guest);
     [[nodiscard]] outbox send_list(const mac_address &ap);
     [[nodiscard]] outbox remove(const mac_address &client);
+    // An empty name removes the present one.
+    void name_client(const mac_address &client, const std::string &name);
     mac_acl &acl() { return acl_; }
     const mac_acl &acl() const { return acl_; }
 

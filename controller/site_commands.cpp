@@ -3,6 +3,12 @@
 
 namespace controller {
 
+namespace {
+
+constexpr std::size_t client_name_max = 64;  // bytes
+
+}  // namespace
+
 outbox site::approve(const mac_address &guest) {
     station *const found = tables_.find(guest);
     if (found == nullptr || !found->client) {
@@ -53,6 +59,13 @@ outbox site::remove(const mac_address &client) {
         drop_client(*found);
     }
     return finish();
+}
+
+void site::name_client(const mac_address &client, const std::string &name) {
+    if (name.size() > client_name_max) {
+        throw refused("the name is longer than " + std::to_string(client_name_max) + " bytes");
+    }
+    tables_.set_name(client, name);
 }
 
 }  // namespace controller

@@ -163,6 +163,20 @@ const bytes *site_tables::pmk(const mac_address &station) const {
     return found == pmks_.end() ? nullptr : &found->second;
 }
 
+const std::string &site_tables::name_of(const mac_address &client) const {
+    static const std::string no_name;
+    const auto found = names_.find(client);
+    return found == names_.end() ? no_name : found->second;
+}
+
+void site_tables::set_name(const mac_address &client, const std::string &name) {
+    if (name.empty()) {
+        names_.erase(client);
+    } else {
+        names_[client] = name;
+    }
+}
+
 bool site_tables::is_empty(const station &of) {
     return !of.client && of.holders.empty() && of.listed_by.empty() && of.checked_by.empty();
 }

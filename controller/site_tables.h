@@ -35,6 +35,7 @@ enum class holding : std::uint8_t {
 
 struct access_point {
     mac_address mac{};
+    std::string name;  // in its certificate; empty when not known
     bool up = false;
     bool caught_up = false;                // it has reported through its present tunnel
     std::map<mac_address, vap> vaps;       // by BSSID
@@ -96,6 +97,12 @@ public:
     // Clients whose home, place or VLAN has changed since the last call; also those that are gone.
     std::set<mac_address> extract_changed() { return std::exchange(changed_, {}); }
 
+    // That an operator gave; empty for none. Kept when the client leaves.
+    const std::string &name_of(const mac_address &client) const;
+    // An empty name removes the present one.
+    void set_name(const mac_address &client, const std::string &name);
+    const std::map<mac_address, std::string> &names() const { return names_; }
+
     // Deletes the stations that are neither clients nor held.
     void purge();
 
@@ -114,6 +121,7 @@ private:
     std::map<mac_address, std::vector<access_point *>> vaps_;  // by BSSID; by MAC address
     station_table stations_;
     std::map<mac_address, bytes> pmks_;
+    std::map<mac_address, std::string> names_;
     std::size_t clients_ = 0;
     std::array<std::size_t, guest_states> guests_{};
     std::vector<mac_address> emptied_;  // since the last purge()

@@ -1,95 +1,156 @@
 // sitectl: sends an operator's command to the site controller.
-#include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <csignal>
-#include <cstring>
+#include <exception>
 #include <iostream>
-#include <stdexcept>
+#include <limits>
+#include <list>
+#include <map>
+#include <optional>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/command_line.h"
-#include "common/ipc_endpoint.h"
 #include "controller/commands.h"
+#include "controller/control_client.h"
+#include "controller/listing_queries.h"
 
 namespace {
 
-constexpr timeval wait_limit = {10, 0};
+using controller::command_usage;
 
-[[noreturn]] void fail(const std::string &path) {
-    throw std::runtime_error(path + ": " +
-                             (errno == EAGAIN ? "no answer from the controller within 10 s" : std::strerror(errno)));
-}
+constexpr int exit_refused = 1;
+constexpr int exit_unreachable = 2;
+constexpr const char *clear_terminal = "\x1b[H\x1b[2J\x1b[3J";
 
-class connection {
-public:
-    explicit connection(const std::string &path) : path_(path) {
-        const kx::ipc_address address = kx::make_ipc_address(path);
-        fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (fd_ < 0 || connect(fd_, address.get(), address.length) != 0) {
-            fail(path);
-        }
-        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait_limit, sizeof(wait_limit));
-        setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &wait_limit, sizeof(wait_limit));
-    }
-    ~connection() { close(fd_); }
-    connection(const connection &) = delete;
-    connection &operator=(const connection &) = delete;
-
-    // A controller that refuses the command may close the connection before it has read the whole command; its answer
-    // can be read all the same.
-    void send(std::string_view text) {
-        while (!text.empty()) {
-            const ssize_t size = write(fd_, text.data(), text.size());
-            if (size < 0 && (errno == EPIPE || errno == ECONNRESET)) {
-                return;
-            }
-            if (size < 0) {
-                fail(path_);
-            }
-            text.remove_prefix(static_cast<std::size_t>(size));
-        }
-    }
-
-    std::string receive_all() {
-        std::string text;
-        char chunk[4096];
-        ssize_t size = 0;
-        while ((size = read(fd_, chunk, sizeof(chunk))) > 0) {
-            text.append(chunk, static_cast<std::size_t>(size));
-        }
-        if (size < 0) {
-            fail(path_);
-        }
-        return text;
-    }
-
-private:
-    std::string path_;
-    int fd_ = -1;
+struct options {
+    std::string control;
+    bool json = false;
+    double watch_seconds = 0;
+    std::optional<std::size_t> limit;
 };
 
-int run(const std::string &control, const std::vector<std::string> &words) {
-    std::string line;
-    for (const std::string &word : words) {
-        line += (line.empty() ? "" : " ") + word;
+// One command with its words.
+struct subcommand {
+    const command_usage *usage;
+    CLI::App *parsed;
+    std::vector<std::string> arguments = {};
+    std::map<std::string, std::string> filters = {};
+};
+
+// Prints rows: lines as they are, or as one JSON array.
+class row_printer {
+public:
+    explicit row_printer(bool as_json) : json_(as_json) {}
+
+    // Takes whole lines, each a row, or a row's further line when it begins with a space.
+    void print(const std::string &lines) {
+        std::istringstream stream(lines);
+        for (std::string line; std::getline(stream, line);) {
+            rows_ += line.starts_with(' ') ? 0 : 1;
+            std::cout << (!json_ ? "" : rows_ == 1 ? "[\n" : ",\n") << line << (json_ ? "" : "\n");
+        }
     }
-    if (line.find('\n') != std::string::npos) {
-        throw std::runtime_error("the command contains a line break");
+    void end() const {
+        if (json_) {
+            std::cout << (rows_ == 0 ? "[]\n" : "\n]\n");
+        }
+        std::cout << std::flush;
     }
-    connection to(control);
-    to.send(line + '\n');
-    const std::string answer = to.receive_all();
-    if (answer.starts_with("ok\n")) {
-        std::cout << answer.substr(3) << std::flush;
-        return std::cout ? 0 : 1;
+    std::size_t rows() const { return rows_; }
+
+private:
+    bool json_;
+    std::size_t rows_ = 0;
+};
+
+std::string line_of(const subcommand &given, const options &chosen) {
+    std::string line(given.usage->name);
+    for (const std::string &word : given.arguments) {
+        line += (word.empty() ? "" : " ") + controller::encode_word(word);
     }
-    throw std::runtime_error(answer.starts_with("error ") ? answer.substr(6, answer.find('\n') - 6)
-                                                          : "the controller closed the connection without an answer");
+    for (const auto &[name, word] : given.filters) {
+        if (given.parsed->count("--" + name) > 0) {
+            line += " --" + name + '=' + controller::encode_word(word);
+        }
+    }
+    return line + (chosen.json ? " --json" : "");
+}
+
+// Asks for one page after the other.
+void ask(const subcommand &given, const options &chosen) {
+    const std::string line = line_of(given, chosen);
+    row_printer printer(chosen.json);
+    std::string cursor;
+    do {
+        std::string page = line;
+        if (chosen.limit) {
+            page += " --limit=" + std::to_string(std::min(*chosen.limit - printer.rows(), controller::page_rows_max));
+        }
+        const auto answer =
+            controller::ask_controller(chosen.control, page + (cursor.empty() ? "" : " --cursor=" + cursor));
+        printer.print(answer.text);
+        cursor = answer.next;
+    } while (!cursor.empty() && (!chosen.limit || printer.rows() < *chosen.limit));
+    printer.end();
+}
+
+int run(const subcommand &given, const options &chosen) {
+    for (;;) {
+        if (chosen.watch_seconds > 0 && isatty(STDOUT_FILENO) != 0) {
+            std::cout << clear_terminal;
+        }
+        ask(given, chosen);
+        if (!std::cout || chosen.watch_seconds <= 0) {
+            return std::cout ? 0 : exit_refused;
+        }
+        std::this_thread::sleep_for(std::chrono::duration<double>(chosen.watch_seconds));
+    }
+}
+
+// What a filter selects, for the help text.
+std::string describe(const std::string &filter) {
+    static const std::map<std::string, std::string> texts = {
+        {"ap", "Only at this access point, given by its name or MAC address"},
+        {"index", "Only the list of this MAC ACL index"},
+        {"mac", "Only MAC addresses with these first digits"},
+        {"name", "Only names that contain this text"},
+        {"ssid", "Only on this SSID"},
+        {"state", "Only in this state"},
+    };
+    return texts.at(filter);
+}
+
+// A name in brackets may be left out.
+void add_arguments(CLI::App &to, subcommand &of) {
+    const auto names = controller::words_of(of.usage->arguments);
+    of.arguments.resize(names.size());
+    for (std::size_t i = 0; i < names.size(); i++) {
+        std::string name = names[i];
+        const bool optional = std::erase(name, '[') + std::erase(name, ']') > 0;
+        to.add_option(name, of.arguments[i])->type_name("")->required(!optional);
+    }
+}
+
+void add_subcommand(CLI::App &to, const command_usage &usage, std::list<subcommand> &all, options &chosen) {
+    CLI::App *const added = to.add_subcommand(std::string(usage.name), std::string(usage.help));
+    subcommand &one = all.emplace_back(subcommand{&usage, added});
+    added->fallthrough()->group("");
+    add_arguments(*added, one);
+    for (const std::string &filter : controller::words_of(usage.filters)) {
+        added->add_option("--" + filter, one.filters[filter], describe(filter));
+    }
+    if (usage.is_listing) {
+        added->add_option("--limit", chosen.limit, "At most so many rows")
+            ->type_name("N")
+            ->check(CLI::Range(std::size_t{1}, std::numeric_limits<std::size_t>::max()).description(""));
+    }
 }
 
 }  // namespace
@@ -97,25 +158,33 @@ int run(const std::string &control, const std::vector<std::string> &words) {
 int main(int argc, char **argv) {
     try {
         std::signal(SIGPIPE, SIG_IGN);
-        std::string control;
-        std::vector<std::string> words;
+        options chosen;
+        std::list<subcommand> all;
         CLI::App app("Sends a command to the site controller and prints the answer.", "sitectl");
         app.set_version_flag("--version", "sitectl " CLIENT_MGR_VERSION);
-        app.add_option("--control", control, "Path of the controller's control socket")->type_name("PATH")->required();
-        app.add_option("command", words, "The command and its arguments; with --json lists are printed as JSON")
-            ->type_name("")
+        app.add_option("--control", chosen.control, "Path of the controller's control socket")
+            ->type_name("PATH")
             ->required();
-        app.prefix_command();
-        app.footer("Commands:\n" + controller::command_summary());
+        app.add_flag("--json", chosen.json, "Print a JSON array");
+        app.add_option("--watch", chosen.watch_seconds, "Print the answer anew every so many seconds")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(0.1, 86400.0).description(""));
+        for (const command_usage &usage : controller::command_usages()) {
+            add_subcommand(app, usage, all, chosen);
+        }
+        app.require_subcommand(1);
+        app.footer("Commands, each of which has a --help:\n" + controller::command_summary() +
+                   "A listing also takes --limit N.");
         if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;
         }
-        for (const std::string &rest : app.remaining()) {
-            words.push_back(rest);
-        }
-        return run(control, words);
+        const auto given = std::ranges::find_if(all, [](const subcommand &each) { return each.parsed->parsed(); });
+        return run(*given, chosen);
+    } catch (const controller::unreachable &error) {
+        std::cerr << "sitectl: " << error.what() << '\n';
+        return exit_unreachable;
     } catch (const std::exception &error) {
         std::cerr << "sitectl: " << error.what() << '\n';
-        return 1;
+        return exit_refused;
     }
 }

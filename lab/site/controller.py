@@ -56,23 +56,40 @@ class Controller:
         return [each for each in self.objects() if is_record(each)]
 
     def ask(self, *words: object) -> str:
-        """Sends an operator's command and returns the output. Raises LabFailure when the command is refused."""
+        """Sends an operator's command and returns the output, of a listing all pages. Raises LabFailure when the
+        command is refused."""
         line = " ".join(str(word) for word in words)
+        text, cursor = "", ""
+        while True:
+            verdict, _, more = self._exchange(f"{line}{cursor}").partition("\n")
+            if verdict != "ok" and not verdict.startswith("more "):
+                raise LabFailure(f"the controller's answer to \"{line[:80]}\": {verdict or 'nothing'}")
+            text += more
+            if verdict == "ok":
+                return text
+            cursor = f" --cursor {verdict.removeprefix('more ')}"
+
+    def _exchange(self, line: str) -> str:
         with socket.socket(socket.AF_UNIX) as connection:
             connection.settimeout(ANSWER_SECONDS)
             try:
                 connection.connect(str(self._control))
                 connection.sendall(line.encode() + b"\n")
-                answer = b"".join(iter(lambda: connection.recv(65536), b"")).decode()
+                return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
             except OSError as error:
                 raise LabFailure(f"the controller's control socket {self._control}: {error}") from None
-        verdict, _, text = answer.partition("\n")
-        if verdict != "ok":
-            raise LabFailure(f"the controller's answer to \"{line[:80]}\": {verdict or 'nothing'}")
-        return text
 
-    def ask_json(self, *words: object) -> Any:
-        return json.loads(self.ask(*words, "--json"))
+    def ask_json(self, *words: object) -> list[dict[str, Any]]:
+        """The objects of the answer: rows, or counters."""
+        return [json.loads(line) for line in self.ask(*words, "--json").splitlines()]
+
+    def stats(self) -> dict[str, Any]:
+        """The counters."""
+        return self.ask_json("stats")[0]
+
+    def connected(self) -> set[str]:
+        """MAC addresses of the access points that have sent a message through their tunnels."""
+        return {each["ap"] for each in self.ask_json("aps", "--state", "up")}
 
 
 def is_record(printed: dict[str, Any]) -> bool:

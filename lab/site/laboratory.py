@@ -58,6 +58,5 @@ class Laboratory:
                    log=self.controller.output.file, check=self.processes.check)
 
     def _has_all_reports(self) -> bool:
-        known = {each["ap"] for each in self.controller.ask_json("aps")}
         wanted = {each.mac for each in self.access_points}
-        return known >= wanted and self.controller.ask_json("stats")["unsettled"] == 0
+        return self.controller.connected() >= wanted and self.controller.stats()["unsettled"] == 0

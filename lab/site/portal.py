@@ -15,7 +15,7 @@ class Portal:
     def admit_guests(self) -> bool:
         """Approves the waiting guests that have passed the portal since they associated. False when there was none."""
         self._read_events()
-        waiting = {each["client"] for each in self._lab.controller.ask_json("clients") if each["guest"] == "waiting"}
+        waiting = {each["client"] for each in self._lab.controller.ask_json("clients", "--state", "waiting")}
         passed = [guest for guest, at in self._passed.items() if guest in waiting and at > self._joined.get(guest, 0)]
         for guest in passed:
             self._approve(guest)

@@ -36,7 +36,7 @@ def wait_until_settled(lab: Laboratory, deadline: float) -> dict[str, Any]:
     """Waits until all radios have played and the controller awaits no report. Returns the controller's counters."""
     def counters() -> dict[str, Any] | None:
         played = all([radio_has_played(access_point) for access_point in lab.access_points])
-        counted = lab.controller.ask_json("stats")
+        counted = lab.controller.stats()
         return counted if played and counted["unsettled"] == 0 else None
 
     return wait_until(counters, "the lab comes to rest", deadline - time.monotonic(), lab.controller.output.file,

@@ -60,8 +60,7 @@ class Site:
 
     def state(self) -> tuple[dict[str, Any], dict[str, dict[str, Any]]]:
         """The controller's counters, and its access points by MAC address."""
-        return (self.lab.controller.ask_json("stats"),
-                {each["ap"]: each for each in self.lab.controller.ask_json("aps") if each["ap"]})
+        return self.lab.controller.stats(), {each["ap"]: each for each in self.lab.controller.ask_json("aps")}
 
     def find_differences(self) -> list[str]:
         return find_differences(collect_views(self.lab))

@@ -62,8 +62,8 @@ def access_point_table(lab: Laboratory, access_points: dict[str, dict[str, Any]]
     for heading in ("access point", "tunnel", "stations", "", "records"):
         table.add_column(heading, justify="right" if heading == "records" else "left", no_wrap=True)
     for access_point in lab.access_points:
-        known = access_points.get(access_point.mac, {"up": False})
+        known = access_points.get(access_point.mac, {"state": "down"})
         stations = known.get("stations", 0)
-        table.add_row(f"{access_point.name} {access_point.mac}", "up" if known["up"] else "down", f"{stations:8}",
-                      Text("#" * stations, style="green"), str(known.get("records", "")))
+        table.add_row(f"{access_point.name} {access_point.mac}", known["state"], f"{stations:8}",
+                      Text("#" * stations, style="green"), str(known.get("records") or ""))
     return table

@@ -155,7 +155,7 @@ class Soak:
 
     def _count(self) -> None:
         """Adds the controller's counters, which begin at its start."""
-        counted = self.lab.controller.ask_json("stats")
+        counted = self.lab.controller.stats()
         self.tally.records += counted["records"]
         self.tally.roams += counted["roams"]
         self.tally.clients += counted["clients"]
@@ -166,10 +166,10 @@ class Soak:
         self.lab.controller.kill()
         self.lab.controller.start()
         self.tally.controller_restarts += 1
-        wait_until(lambda: len(self.lab.controller.ask_json("aps")) == len(self.lab.access_points),
+        wait_until(lambda: len(self.lab.controller.connected()) == len(self.lab.access_points),
                    "all access points are back", 60, check=self.lab.processes.check)
         settle(self.lab, SETTLE_SECONDS)
-        self.tally.found_again += self.lab.controller.ask_json("stats")["clients"]
+        self.tally.found_again += self.lab.controller.stats()["clients"]
 
     def _remove_all_stations(self) -> None:
         """Replaces the radios first: in a scenario a disassociated station would associate again."""

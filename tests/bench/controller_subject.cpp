@@ -91,7 +91,8 @@ std::vector<unsigned> controller_subject::next_stations() {
 }
 
 void controller_subject::start_access_point(unsigned ap) {
-    from_tunnels_.on_up(ap, {"ap" + std::to_string(ap), ap_mac(ap), "192.0.2.1:1", std::nullopt});
+    from_tunnels_.on_up(
+        ap, {.name = "ap" + std::to_string(ap), .mac = ap_mac(ap), .address = "192.0.2.1:1", .certificate_end = {}});
     std::vector<record> lists;
     for (unsigned vap = 0; vap < vaps; vap++) {
         lists.emplace_back(record_type::bulk_info).body.set("bssid", bssid_of(ap, vap)).set("vlan", vlan);

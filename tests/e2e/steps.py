@@ -118,8 +118,7 @@ def wait_for_association(lab: Laboratory, client: str) -> None:
 def introduce(lab: Laboratory, access_point: AccessPoint) -> None:
     """Sends a record: before the first one the controller does not know the access point at the other end."""
     associate(access_point, client_mac(9))
-    wait_until(lambda: (access_point.mac, True) in [(each["ap"], each["up"]) for each in lab.controller.ask_json("aps")],
-               "the controller knows the access point")
+    wait_until(lambda: access_point.mac in lab.controller.connected(), "the controller knows the access point")
 
 
 def start_for_inspection(lab: Laboratory) -> AccessPoint:

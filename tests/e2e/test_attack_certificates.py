@@ -51,7 +51,7 @@ def test_certificate_that_ends_soon_is_told(lab):
     lab.controller.start()
     wait_for_line(lab.controller.process.err, f"{lab.controller.identity.certificate}: the certificate ends at ")
     assert "within 7 days" in lab.controller.process.err.read_text()
-    assert UTC.fullmatch(lab.controller.ask_json("stats")["certificate_expires"])
+    assert UTC.fullmatch(lab.controller.stats()["certificate_expires"])
     access_point = add_access_point(lab)
     replace(lab, access_point, 20)
     lab.start()

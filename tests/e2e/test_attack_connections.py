@@ -50,7 +50,7 @@ def test_silent_connections_leave_room_for_access_points(lab):
         associate(access_point, client_mac(1))
         wait_for_association(lab, client_mac(1))
         assert descriptors_of(lab) < 400
-        assert lab.controller.ask_json("stats")["connections_displaced"] > 500
+        assert lab.controller.stats()["connections_displaced"] > 500
         assert printed_bytes(lab) - before < 20_000
 
 
@@ -64,7 +64,7 @@ def test_controller_without_descriptors_waits_and_answers_its_operator(lab):
         used = cpu_seconds(lab)
         start = time.monotonic()
         while time.monotonic() < start + 3:
-            assert lab.controller.ask_json("stats")["accept_errors"] > 0
+            assert lab.controller.stats()["accept_errors"] > 0
             time.sleep(0.1)
         assert cpu_seconds(lab) - used < 1
         assert lab.controller.process.err.read_text().count(NO_DESCRIPTORS) == 1
@@ -79,4 +79,4 @@ def test_idle_operators_do_not_shut_the_operator_out(lab):
         for _ in range(80):
             idle = held.enter_context(socket.socket(socket.AF_UNIX))
             idle.connect(str(lab.directory / "controller.sock"))
-        assert "tunnels" in lab.controller.ask_json("stats")
+        assert "tunnels" in lab.controller.stats()

@@ -56,6 +56,6 @@ def test_output_that_takes_nothing(lab, output):
     access_point = add_access_point(lab)
     lab.start()
     wait_until(lambda: lab.controller.ask("send", access_point.mac, verbose_message()) == "" and
-               lab.controller.ask_json("stats")["output_lines_dropped"] > 0, "lines are dropped")
+               lab.controller.stats()["output_lines_dropped"] > 0, "lines are dropped")
     process.terminate()
     assert process.wait(5) == 0

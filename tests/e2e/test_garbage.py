@@ -74,14 +74,14 @@ def test_local_listener(access_point, listener):
 
 
 def test_platform_daemon_hands_on_what_is_no_controller_message(access_point, lab):
-    malformed = lab.controller.ask_json("stats")["malformed"]
+    malformed = lab.controller.stats()["malformed"]
     with connect(access_point.root / "kx/ipc/apcomm", socket.SOCK_SEQPACKET) as sender:
         for message in garbage():
             if len(message) <= LARGEST:
                 sender.send(struct.pack(">I", CLIENT_MANAGER) + message)
         associate(access_point, client_mac(1))
         wait_for_association(lab, client_mac(1))
-    assert lab.controller.ask_json("stats")["malformed"] > malformed
+    assert lab.controller.stats()["malformed"] > malformed
 
 
 def test_controller_port_without_tls(access_point, lab):

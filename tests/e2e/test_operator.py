@@ -1,6 +1,9 @@
 """The effects of an operator, of MAC access lists and of keys on other access points."""
 
 import json
+import subprocess
+
+import pytest
 
 from lab.site.client_table import FOREIGN
 from lab.site.json_lines import JsonLines
@@ -91,3 +94,55 @@ def test_removed_client_is_gone_everywhere(lab):
     lab.controller.ask("remove", STATION)
     wait_until(lambda: access_point.clients() == [], "the table is empty", log=access_point.log)
     assert lab.controller.ask_json("clients") == []
+
+
+@pytest.fixture
+def sitectl(lab, programs):
+    """Runs a command of sitectl to its end."""
+    return lambda *words: subprocess.run([programs / "sitectl", "--control", lab.directory / "controller.sock", *words],
+                                         capture_output=True, text=True, timeout=20, check=False)
+
+
+def test_sitectl_walks_pages_and_filters(lab, sitectl):
+    lab.controller.start()
+    for number in range(450):
+        lab.controller.ask("acl-set", 1 + number % 2, client_mac(number), "deny")
+    whole = sitectl("acl", "--json")
+    assert (whole.returncode, whole.stderr) == (0, "")
+    assert len(json.loads(whole.stdout)) == 453
+    assert len(sitectl("acl", "--index", "2").stdout.splitlines()) == 226
+    assert len(json.loads(sitectl("--json", "acl", "--limit", "301").stdout)) == 301
+    assert json.loads(sitectl("acl", "--json", "--index", "9").stdout) == []
+
+
+def test_sitectl_passes_words_with_spaces(lab, sitectl):
+    lab.controller.start()
+    access_point = lab.add_access_point("02:00:00:00:10:00", RESTRICTED.replace('"restricted"', '"back yard"'))
+    lab.start()
+    wait_until_ready(access_point)
+    associate(access_point, STATION)
+    wait_for_association(lab, STATION)
+    assert sitectl("name", STATION, "till 2 100%").returncode == 0
+    client, = json.loads(sitectl("clients", "--ssid", "back yard", "--name", "TILL 2 100%", "--json").stdout)
+    assert (client["client"], client["name"], client["ssid"], client["ap_name"]) == (STATION, "till 2 100%",
+                                                                                  "back yard", "ap1")
+
+
+def test_sitectl_says_why_it_fails(lab, sitectl):
+    lab.controller.start()
+    refused = sitectl("clients", "--ap", "nowhere")
+    assert (refused.returncode, refused.stdout) == (1, "")
+    assert refused.stderr == 'sitectl: clients: "nowhere" is no access point of the site\n'
+    lab.controller.kill()
+    absent = sitectl("stats")
+    assert absent.returncode == 2
+    assert "controller.sock: " in absent.stderr
+
+
+def test_sitectl_watches(lab, programs):
+    lab.controller.start()
+    command = [programs / "sitectl", "--control", lab.directory / "controller.sock", "--watch", "0.1", "stats"]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as watching:
+        seen = [next(line for line in watching.stdout if line.startswith("tunnels ")) for _ in range(3)]
+        watching.terminate()
+    assert seen == ["tunnels 0\n"] * 3

@@ -41,7 +41,23 @@ TEST_F(Commands, that_are_wrong_say_why) {
         {"bogus", "error unknown command \"bogus\"; \"help\" lists the commands\n"},
         {"\x1b[2J", "error unknown command \"\\x1b[2J\"; \"help\" lists the commands\n"},
         {"aps all", "error aps: expected no arguments\n"},
+        {"aps --json --nonsense", "error aps: unknown option \"--nonsense\"\n"},
+        {"aps --ssid=x", "error aps: unknown option \"--ssid=x\"\n"},
+        {"stats --limit 1", "error stats: unknown option \"--limit\"\n"},
+        {"aps --state", "error aps: --state needs a value\n"},
+        {"aps --state gone", "error aps: expected a state of up, connecting, down\n"},
+        {"clients --state up", "error clients: expected a state of none, waiting, approved, unknown\n"},
+        {"clients --limit 0", "error clients: expected a limit from 1 to 200\n"},
+        {"clients --limit 201", "error clients: expected a limit from 1 to 200\n"},
+        {"clients --limit x", "error clients: expected a limit from 1 to 200\n"},
+        {"clients --mac 06:0g", "error clients: \"06:0g\" are not the first digits of a MAC address\n"},
+        {"clients --ap %1b[2J", "error clients: \"\\x1b[2J\" is no access point of the site\n"},
+        {"clients --cursor x", "error clients: \"x\" is not a cursor of this listing\n"},
+        {"vaps --cursor 02:00:00:00:0a:00", "error vaps: \"02:00:00:00:0a:00\" is not a cursor of this listing\n"},
+        {"acl --cursor 1/x", "error acl: \"1/x\" is not a cursor of this listing\n"},
+        {"acl --index x", "error acl: expected a MAC ACL index from 0 to 4294967295\n"},
         {"approve", "error approve: expected CLIENT\n"},
+        {"name", "error name: expected CLIENT [NAME]\n"},
         {"approve me", "error approve: \"me\" is not a MAC address\n"},
         {"approve 02:00:00:00:00:01", "error approve: 02:00:00:00:00:01 is not on the site\n"},
         {"remove 02:00:00:00:00:01", "error remove: 02:00:00:00:00:01 is not on the site\n"},
@@ -72,15 +88,20 @@ TEST_F(Commands, edit_the_access_lists) {
     EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:02 allow"), "ok\n");
     EXPECT_EQ(commands_.run("acl-default 3 deny"), "ok\n");
     EXPECT_EQ(commands_.run("acl --json"),
-              "ok\n{\"default\":\"allow\",\"lists\":[{\"mac_acl_index\":3,\"default\":\"deny\",\"allow\":"
-              "[\"02:00:00:00:00:02\"],\"deny\":[\"02:00:00:00:00:01\"]}]}\n");
+              "ok\n{\"mac_acl_index\":null,\"client\":null,\"verdict\":\"allow\"}\n"
+              "{\"mac_acl_index\":3,\"client\":null,\"verdict\":\"deny\"}\n"
+              "{\"mac_acl_index\":3,\"client\":\"02:00:00:00:00:01\",\"verdict\":\"deny\"}\n"
+              "{\"mac_acl_index\":3,\"client\":\"02:00:00:00:00:02\",\"verdict\":\"allow\"}\n");
     EXPECT_EQ(commands_.run("acl-remove 3 02:00:00:00:00:01"), "ok\n");
-    EXPECT_EQ(commands_.run("acl"), "ok\nwithout a list: allow\nlist 3: deny\n    02:00:00:00:00:02 allow\n");
+    EXPECT_EQ(commands_.run("acl"),
+              "ok\nwithout a list  default  allow\nlist 3  default  deny\nlist 3  02:00:00:00:00:02  allow\n");
 }
 
 TEST_F(Commands, list_the_site) {
     site &known = *exchange_.managed_site();
+    known.name_ap(A, "hall");
     known.ap_up(A);
+    EXPECT_EQ(commands_.run("name 06:00:00:00:00:01 till%20\"2\""), "ok\n");
     record config(record_type::bulk_vap_config);
     const std::string ssid = "caf\xe9";
     config.body.set("bssid", a10).set("vlan", 10u);
@@ -89,18 +110,23 @@ TEST_F(Commands, list_the_site) {
     association.body.set("client", s1).set("bssid", a10).set("ip", ip1);
     EXPECT_TRUE(known.handle({A, 100, {config, association}}).empty());
     EXPECT_EQ(commands_.run("clients --json"),
-              "ok\n[{\"client\":\"06:00:00:00:00:01\",\"ap\":\"02:00:00:00:0a:00\",\"bssid\":\"02:00:00:00:0a:0a\","
-              "\"home_ap\":\"02:00:00:00:0a:00\",\"home_bssid\":\"02:00:00:00:0a:0a\",\"home_vlan\":10,"
-              "\"ip\":\"10.0.0.1\",\"guest\":\"none\",\"pmk\":false}]\n");
+              "ok\n{\"client\":\"06:00:00:00:00:01\",\"name\":\"till \\\"2\\\"\",\"ap\":\"02:00:00:00:0a:00\","
+              "\"ap_name\":\"hall\",\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":\"caf\xef\xbf\xbd\","
+              "\"home_ap\":\"02:00:00:00:0a:00\",\"home_ap_name\":\"hall\",\"home_bssid\":\"02:00:00:00:0a:0a\","
+              "\"home_ssid\":\"caf\xef\xbf\xbd\",\"home_vlan\":10,\"ip\":\"10.0.0.1\",\"guest\":\"none\","
+              "\"pmk\":false}\n");
     EXPECT_EQ(commands_.run("clients"),
-              "ok\n06:00:00:00:00:01  at 02:00:00:00:0a:0a of 02:00:00:00:0a:00  home 02:00:00:00:0a:0a  VLAN 10  "
-              "10.0.0.1\n");
+              "ok\n06:00:00:00:00:01  till \\x222\\x22  at 02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)"
+              "  home 02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10  10.0.0.1\n");
     known.ap_down(A);
-    EXPECT_EQ(commands_.run("aps --json"),
-              "ok\n[{\"ap\":\"02:00:00:00:0a:00\",\"up\":false,\"stations\":1,\"vaps\":[{\"bssid\":"
-              "\"02:00:00:00:0a:0a\",\"ssid\":\"caf\xef\xbf\xbd\",\"vlan\":10}]}]\n");
+    EXPECT_EQ(
+        commands_.run("aps --json"),
+        "ok\n{\"ap\":\"02:00:00:00:0a:00\",\"name\":\"hall\",\"state\":\"down\",\"address\":null,\"records\":null,"
+        "\"certificate_expires\":null,\"stations\":1,\"vaps\":[{\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":"
+        "\"caf\xef\xbf\xbd\",\"vlan\":10}]}\n");
     EXPECT_EQ(commands_.run("aps"),
-              "ok\n02:00:00:00:0a:00  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
+              "ok\n02:00:00:00:0a:00  hall  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
+    EXPECT_EQ(commands_.run("vaps"), "ok\n02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10\n");
 }
 
 class ControlSocket : public testing::Test {

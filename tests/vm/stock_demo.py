@@ -32,7 +32,7 @@ def show_roam(station: StationNode, access_point, site: ManagedSite) -> None:
 
 
 def show_site(site: ManagedSite) -> None:
-    counters = site.controller.ask_json("stats")
+    counters = site.controller.stats()
     access_points = {each["ap"]: each for each in site.controller.ask_json("aps")}
     print(f"\n  {describe_counters(counters)}\n", flush=True)
     Console(width=100, force_terminal=False).print(access_point_table(site, access_points))
