@@ -90,7 +90,7 @@ def wait_until_at_rest(lab: Laboratory) -> None:
     seen: list[tuple[int, int]] = []
 
     def is_at_rest() -> bool:
-        counted = lab.controller.ask_json("stats")
+        counted = lab.controller.stats()
         seen.append((counted["records"], counted["messages_sent"]))
         return counted["unsettled"] == 0 and len(seen) > 50 and seen[-50:].count(seen[-1]) == 50
 
@@ -170,7 +170,7 @@ def places(lab: Laboratory) -> dict[str, tuple[str, str, str]]:
 
 def wait_until_back(lab: Laboratory, number: int) -> None:
     wait_until(lambda: len(events(lab.controller, "tunnel_up")) == number and
-               lab.controller.ask_json("stats")["unsettled"] == 0, f"{number} tunnels have come up", 30,
+               lab.controller.stats()["unsettled"] == 0, f"{number} tunnels have come up", 30,
                lab.controller.output.file)
     wait_until_at_rest(lab)
 
