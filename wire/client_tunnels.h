@@ -1,6 +1,6 @@
 // Statements about clients that roamed to another VLAN, to the port inside the client manager's process. The port
-// carries such a client between the access point that bridges its home VLAN and the one that it is on. The daemon itself
-// never sees them.
+// carries such a client between the access point that bridges its home VLAN and the one that it is on. The daemon
+// itself never sees them.
 //
 // A statement is the payload of local message client_tunnel_message_id at endpoint_client_mgr, a notification. It holds
 // until another one replaces it, its owner withdraws it, or the daemon's process ends: who states something states it
