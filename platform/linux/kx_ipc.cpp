@@ -20,9 +20,11 @@
 #include "common/paths.h"
 #include "common/program_lock.h"
 #include "kx/kx_eloop.h"
+#include "platform/linux/client_paths/service.h"
 #include "platform/linux/event_base.h"
 #include "platform/linux/port_losses.h"
 #include "platform/linux/start_failure.h"
+#include "wire/client_tunnels.h"
 #include "wire/local_ipc.h"
 
 namespace {
@@ -193,6 +195,10 @@ void kx_ipc::deliver(const kx::ipc_datagram &datagram) {
         std::memset(buffer_.data() + datagram.size, 0, dirty_ - datagram.size);
     }
     dirty_ = std::min(std::max(datagram.size, kx::ipc_header_size + KX_IPC_RX_SCRATCH), buffer_.size());
+    if (header_of(buffer_.data()).id == kx::client_tunnel_message_id) {
+        kx::client_statement_rcvd(buffer_.first(datagram.size).subspan(kx::ipc_header_size));
+        return;
+    }
     received_message message{{reinterpret_cast<kx_ipc_msg_hdr *>(buffer_.data()), buffer_.data() + kx::ipc_header_size},
                              &datagram.sender};
     handler_(&message.rx);
@@ -236,7 +242,11 @@ int kx_ipc_init(const char *path, void *rx_buf, uint32_t rx_buf_len, kx_ipc_recv
     }
     try {
         kx::lock_program("client_mgr");
-        return endpoint.open(path, {static_cast<std::uint8_t *>(rx_buf), rx_buf_len}, recv) ? 0 : -1;
+        if (!endpoint.open(path, {static_cast<std::uint8_t *>(rx_buf), rx_buf_len}, recv)) {
+            return -1;
+        }
+        kx::start_client_paths();
+        return 0;
     } catch (const std::system_error &error) {
         kx::report_start_failure(error.what());
         return -1;
