@@ -37,6 +37,7 @@ def test_controller_programs_have_man_pages(machine):
                               check=True)
         assert done.stdout.startswith(f"{name} ")
         assert (machine / f"usr/share/man/man1/{name}.1").is_file()
+    assert (machine / "usr/share/bash-completion/completions/sitectl").is_file()
 
 
 def test_systemd_makes_the_daemons_user(machine):
