@@ -1,4 +1,5 @@
 // site_controller: the controller of the access points of a site.
+#include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -187,8 +188,18 @@ kx::event_ptr on_signal(event_base *base, int signal, const std::function<void()
     return watch;
 }
 
+// Each tunnel takes a descriptor. The soft limit is there for programs that use select(2).
+void raise_descriptor_limit() {
+    rlimit descriptors{};
+    if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0) {
+        descriptors.rlim_cur = descriptors.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &descriptors);
+    }
+}
+
 int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
+    raise_descriptor_limit();
     const auto [address, port] = split_address(chosen.listen).value();
     const kx::event_base_ptr base(event_base_new());
     controller::line_writer lines(STDOUT_FILENO);

@@ -18,8 +18,11 @@ namespace {
 // Destination of the client manager's messages. Frames for other destinations are ignored.
 constexpr std::uint32_t client_manager_destination = 106;
 
-constexpr timeval accept_pause = {1, 0};
-constexpr std::size_t waiting_of_host_max = 64;
+constexpr timeval accept_error_pause = {1, 0};
+constexpr timeval batch_pause = {0, 50'000};
+constexpr std::size_t batch_max = 64;
+// The kernel's limit, net.core.somaxconn, may be lower.
+constexpr int listen_backlog = 4096;
 
 // Leaves three quarters of the descriptors to the tunnels that are up.
 std::size_t limit_of_waiting() {
@@ -84,9 +87,9 @@ tunnels::tunnels(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::stri
         const auto [host, port_text] = split_address(from, static_cast<socklen_t>(length));
         static_cast<tunnels *>(self)->accept(fd, host, port_text);
     };
-    listener_.reset(evconnlistener_new_bind(base, accepted, this,
-                                            LEV_OPT_CLOSE_ON_FREE | LEV_OPT_REUSEABLE | LEV_OPT_CLOSE_ON_EXEC, -1,
-                                            list.first->ai_addr, static_cast<int>(list.first->ai_addrlen)));
+    listener_.reset(
+        evconnlistener_new_bind(base, accepted, this, LEV_OPT_CLOSE_ON_FREE | LEV_OPT_REUSEABLE | LEV_OPT_CLOSE_ON_EXEC,
+                                listen_backlog, list.first->ai_addr, static_cast<int>(list.first->ai_addrlen)));
     if (!listener_) {
         throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                                  std::strerror(errno));
@@ -144,46 +147,60 @@ void tunnels::use(std::shared_ptr<SSL_CTX> tls) {
 void tunnels::on_accept_error(evconnlistener *, void *self) {
     const int error = errno;
     auto *const of = static_cast<tunnels *>(self);
-    evconnlistener_disable(of->listener_.get());
-    event_add(of->pause_.get(), &accept_pause);
+    of->batch_.clear();  // only the time ends this pause
+    of->pause(accept_error_pause);
     of->handlers_.on_accept_error(std::strerror(error));
 }
 
-void tunnels::on_pause_end(evutil_socket_t, short, void *self) {
-    evconnlistener_enable(static_cast<tunnels *>(self)->listener_.get());
+void tunnels::pause(const timeval &time) {
+    paused_ = true;
+    evconnlistener_disable(listener_.get());
+    event_add(pause_.get(), &time);
 }
 
-void tunnels::make_room(const std::string &host) {
-    std::size_t waiting = 0;
-    std::size_t waiting_of_host = 0;
-    std::optional<tunnel_id> oldest;
-    std::optional<tunnel_id> oldest_of_host;
-    for (const auto &[id, each] : tunnels_) {
-        if (each.up) {
-            continue;
-        }
-        waiting++;
-        oldest = oldest.value_or(id);
-        if (each.host == host) {
-            waiting_of_host++;
-            oldest_of_host = oldest_of_host.value_or(id);
-        }
+void tunnels::on_pause_end(evutil_socket_t, short, void *self) {
+    auto *const of = static_cast<tunnels *>(self);
+    of->paused_ = false;
+    of->batch_.clear();
+    evconnlistener_enable(of->listener_.get());
+}
+
+// The connection has come up or is gone.
+void tunnels::handshake_ended(tunnel_id which) {
+    waiting_.erase(which);
+    if (batch_.erase(which) > 0 && paused_) {
+        event_del(pause_.get());
+        paused_ = false;
+        evconnlistener_enable(listener_.get());
     }
-    if (waiting_of_host >= waiting_of_host_max) {
-        displace(*oldest_of_host);
-    } else if (waiting >= waiting_max_) {
-        displace(*oldest);
+}
+
+void tunnels::make_room() {
+    if (waiting_.size() < waiting_max_) {
+        return;
     }
+    std::map<std::string, std::vector<tunnel_id>> of_host;
+    for (const tunnel_id each : waiting_) {
+        of_host[tunnels_.at(each).host].push_back(each);
+    }
+    displace(
+        std::ranges::max_element(of_host, {}, [](const auto &each) { return each.second.size(); })->second.front());
 }
 
 void tunnels::displace(tunnel_id which) {
     const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    handshake_ended(which);
     handlers_.on_displaced(gone.other);
 }
 
 void tunnels::accept(int fd, const std::string &host, const std::string &port) {
-    make_room(host);
+    make_room();
     const tunnel_id id = ++last_;
+    waiting_.insert(id);
+    batch_.insert(id);
+    if (batch_.size() >= batch_max) {
+        pause(batch_pause);
+    }
     tunnel &added = tunnels_[id];
     added.host = host;
     added.other.address = host + ':' + port;
@@ -258,6 +275,7 @@ void tunnels::probe_done(tunnel_id candidate) {
 void tunnels::came_up(tunnel_id which) {
     tunnel &now_up = tunnels_.at(which);
     now_up.up = true;
+    handshake_ended(which);
     handlers_.on_up(which, now_up.other);
 }
 
@@ -279,6 +297,7 @@ void tunnels::went_down(tunnel_id which, const std::string &reason) {
         return;
     }
     const tunnel gone = std::move(tunnels_.extract(which).mapped());
+    handshake_ended(which);
     lost_.messages_unsent += gone.connection == nullptr ? 0 : gone.connection->unsent();
     if (const auto next = find(gone.other.mac, true, which); next && gone.probe == nullptr) {
         tunnels_.at(*next).probe.reset();

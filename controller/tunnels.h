@@ -3,8 +3,11 @@
 // A tunnel belongs to the access point whose MAC address is in its certificate. An access point has one tunnel. When it
 // opens a second one, the first is probed: if it is silent the second replaces it, otherwise the second is refused.
 //
-// Connections that have not shown a certificate are limited, in all and for each address. At the limit the oldest of
-// them is closed for each new one. When a connection cannot be accepted, the listener pauses for a second.
+// Connections that have not shown a certificate are limited. At the limit the oldest one of the address that has most
+// of them is closed for each new one. So that many access points that connect at the same time do not close each
+// other's connections, they are accepted in batches: the next batch comes as handshakes end, or after 50 ms in which
+// none does. Until then connections wait in the kernel. When a connection cannot be accepted, the listener pauses for a
+// second.
 #ifndef CONTROLLER_TUNNELS_H
 #define CONTROLLER_TUNNELS_H
 
@@ -14,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 
@@ -95,8 +99,10 @@ private:
 
     static void on_accept_error(evconnlistener *, void *self);
     static void on_pause_end(evutil_socket_t, short, void *self);
+    void pause(const timeval &time);
+    void handshake_ended(tunnel_id which);
     void accept(int fd, const std::string &host, const std::string &port);
-    void make_room(const std::string &host);
+    void make_room();
     void displace(tunnel_id which);
     void handshake_done(tunnel_id which);
     void probe(tunnel_id holder, tunnel_id candidate);
@@ -113,7 +119,10 @@ private:
     std::chrono::milliseconds probe_;
     kx::listener_ptr listener_;
     kx::event_ptr pause_;
+    bool paused_ = false;
     std::size_t waiting_max_;  // connections that have not come up
+    std::set<tunnel_id> waiting_;
+    std::set<tunnel_id> batch_;  // those of the present batch
     std::uint16_t port_ = 0;
     losses lost_;
     tunnel_id last_ = 0;

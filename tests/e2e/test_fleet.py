@@ -193,6 +193,14 @@ def test_workload_stays_consistent_through_storms_and_restarts(lab):
             assert places(lab) == written
 
 
+def test_access_points_that_connect_at_once_from_one_address_all_come_up(lab):
+    lab.controller.start()
+    with fleet(lab, "--aps", 300, "--stations", 0, "--rate", 1, "--seconds", 0) as output:
+        summary = wait_for_summary(lab, output, 30)
+        assert (summary["tunnels"], summary["tunnel_failures"]) == (300, 0)
+        assert lab.controller.ask_json("stats")["connections_displaced"] == 0
+
+
 def test_without_a_controller_it_gives_up(lab):
     lab.controller.start()
     authority = lab.authority.certificate
