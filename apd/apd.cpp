@@ -155,6 +155,9 @@ void platform_daemon::controller_message_rcvd(std::uint32_t destination, std::sp
 void platform_daemon::roaming_frame_rcvd(std::span<const std::uint8_t> frame) {
     if (const auto statement = kx::read_roaming_frame<kx::roaming_peer>(frame)) {
         paths_.take(*statement);
+        if (kx::roaming_role(statement->role) == kx::roaming_role::home) {
+            homes_.client_moved(statement->client);
+        }
     } else if (const auto answer = kx::read_roaming_frame<kx::home_answer>(frame)) {
         homes_.answer(*answer);
     }

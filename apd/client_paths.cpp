@@ -1,7 +1,5 @@
 #include "apd/client_paths.h"
 
-#include <ranges>
-
 namespace apd {
 
 namespace {
@@ -56,8 +54,10 @@ void client_paths::take(const kx::roaming_peer &statement) {
 }
 
 void client_paths::begin() {
-    const auto clients = std::views::keys(stated_);
-    old_ = {clients.begin(), clients.end()};
+    old_.clear();
+    for (const auto &[client, statement] : stated_) {
+        old_.insert(client);
+    }
     send(make(kx::client_tunnel_peers_begin));
 }
 

@@ -41,13 +41,11 @@ void home_questions::read_messages() {
 
 void home_questions::message_rcvd(const kx::ipc_message &message) {
     kx::home_question_message asked{};
-    if (message.id != kx::home_question_message_id || message.payload.size() != sizeof(asked) ||
-        message.sender.empty()) {
+    if (message.id != kx::home_question_message_id || message.payload.size() != sizeof(asked)) {
         losses_.add_described(loss_local_malformed, [] { return "dropped a message that is no question of radiod"; });
         return;
     }
     std::memcpy(&asked, message.payload.data(), sizeof(asked));
-    radiod_ = message.sender;
     if (!ask_({.station = asked.station, .bssid = asked.bssid})) {
         kx::home_answer none{};
         none.station = asked.station;
@@ -56,21 +54,26 @@ void home_questions::message_rcvd(const kx::ipc_message &message) {
     }
 }
 
-// radiod may have ended, or not read its messages: then the station has been let in meanwhile.
 void home_questions::answer(const kx::home_answer &content) {
-    if (radiod_.empty()) {
-        return;
-    }
     kx::home_answer_message message{};
     message.station = content.station;
     message.bssid = content.bssid;
     message.home_bssid = content.home_bssid;
     message.vlan = content.vlan;
+    send(kx::home_answer_message_id, {reinterpret_cast<const std::uint8_t *>(&message), sizeof(message)});
+}
+
+void home_questions::client_moved(const mac_address &client) {
+    const kx::client_moved_message message{client};
+    send(kx::client_moved_message_id, {message.client.begin(), message.client.end()});
+}
+
+// An access point may have no radiod, and one that does not read its messages lets stations in without an answer.
+void home_questions::send(std::uint32_t id, std::span<const std::uint8_t> payload) {
     try {
-        socket_.send(radiod_, kx::home_answer_message_id, kx::ipc_flag_notification,
-                     {reinterpret_cast<const std::uint8_t *>(&message), sizeof(message)});
+        socket_.send(kx::endpoint_radiod, id, kx::ipc_flag_notification, payload);
     } catch (const std::system_error &error) {
-        log_line(std::string("cannot answer radiod: ") + error.what());
+        log_line(std::string("cannot send to radiod: ") + error.what());
     }
 }
 

@@ -2,8 +2,9 @@
 #ifndef APD_HOME_QUESTIONS_H
 #define APD_HOME_QUESTIONS_H
 
+#include <cstdint>
 #include <functional>
-#include <string>
+#include <span>
 
 #include "apd/losses.h"
 #include "common/events.h"
@@ -21,18 +22,20 @@ public:
     home_questions(event_base *base, losses &lost, asker ask);
 
     void answer(const kx::home_answer &content);
+    // The client is served by another access point.
+    void client_moved(const mac_address &client);
     // Makes the endpoint again when its file was removed. Throws std::system_error.
     void restore_endpoint();
 
 private:
     void read_messages();
     void message_rcvd(const kx::ipc_message &message);
+    void send(std::uint32_t id, std::span<const std::uint8_t> payload);
 
     losses &losses_;
     asker ask_;
     kx::ipc_socket socket_;
     kx::watch readable_;
-    std::string radiod_;  // its socket; empty before its first question
 };
 
 }  // namespace apd

@@ -23,8 +23,9 @@ inline constexpr std::string_view endpoint_client_mgr = "/kx/ipc/client_mgr";
 inline constexpr std::string_view endpoint_captive_app = "/kx/ipc/captive_app";
 inline constexpr std::string_view endpoint_hostapd = "/kx/ipc/hostapd";
 inline constexpr std::string_view endpoint_sysmon = "/kx/ipc/sysmon";
-// Of apd, see wire/home_questions.h.
+// Of apd and of radiod, see wire/home_questions.h.
 inline constexpr std::string_view endpoint_homes = "/kx/ipc/homes";
+inline constexpr std::string_view endpoint_radiod = "/kx/ipc/radiod";
 // A SOCK_SEQPACKET listener of apd, see wire/apcomm_channel.h.
 inline constexpr std::string_view endpoint_apcomm = "/kx/ipc/apcomm";
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 
 namespace controller {
 
@@ -34,7 +33,9 @@ access_point *site_tables::find_ap(const mac_address &mac) const {
 void site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
     const std::uint32_t vlan = config.vlan;
     if (vlan_of({at.mac, bssid}) != vlan) {
-        std::ranges::copy(std::views::keys(at.holds), std::inserter(changed_, changed_.end()));
+        for (const auto &[station, why] : at.holds) {
+            changed_.insert(station);
+        }
     }
     at.vaps[bssid] = std::move(config);
     insert(vaps_[bssid], at);

@@ -60,6 +60,7 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
       admission_(
           {.hold = config.radio.hold, .allows_without_verdict = config.radio.allows_without_verdict},
           {.ask_verdict = [this](const auto &station, const auto &bssid) { ask_daemon(station, bssid); },
+           .ask_home = [this](const auto &station, const auto &bssid) { ask_home(station, bssid); },
            .get_pmk = [this](const auto &station, const auto &bssid) { return get_pmk(station, bssid); },
            .answer = [this](std::uint32_t question, const auto &station, const auto &bssid, bool allowed,
                             bool by_verdict) { answer_station(question, station, bssid, allowed, by_verdict); }}),
@@ -71,18 +72,34 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     if (!config.radio.radius_secret_file.empty()) {
         radius_.emplace(base, settings_of(config.radio));
         radius_->on_mac_question = [this](const radius::mac_question &question) { station_asks(question); };
+        radius_->use_vlans([this](const mac_address &station, const mac_address &bssid) {
+            const vap *at = find_vap(bssid);
+            return at != nullptr ? at->interface_number(station) : std::nullopt;
+        });
         radius_->on_session_key = [this](const radius::session_key &session) { session_began(session); };
     }
     commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmk_fetched(answer); };
     commands_.on_malformed = [](const std::string &fault) { kx::log_line("dropped a command to hostapd: " + fault); };
     announcements_.on_held = [this] { set_deadline(); };
-    daemon_.on_loaded = [this] { announcements_.all_again(); };
+    if (config.tunnel.enabled) {
+        homes_.emplace(base);
+        homes_->on_answer = [this](const kx::home_answer_message &answer) { home_found(answer); };
+        homes_->on_moved = [this](const mac_address &client) {
+            std::ranges::for_each(vaps_, [&](vap &each) { each.station_moved(client); });
+        };
+    }
+    daemon_.on_loaded = [this] {
+        state_interfaces();
+        announcements_.all_again();
+    };
     for (const kx::vap_config &each : config.vaps) {
         vap &made = vaps_.emplace_back(each, config.radio.hostapd_directory,
-                                       vap::shared{base, kernel_, announcements_, journal_});
+                                       vap::shared{base, kernel_, announcements_, journal_, config.tunnel.enabled});
         made.on_synchronised = [this] { vap_synchronised(); };
         // The daemon lets in every client that it has, so it is asked before the arrival.
         made.on_unasked = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
+        made.on_home_wanted = [this, &made](const mac_address &station) { ask_home(station, made.bssid()); };
+        made.on_interface = [this](const mac_address &station, unsigned ifindex) { state_interface(station, ifindex); };
         made.on_arrival = [this, &made](const mac_address &station) { station_arrived(made, station); };
         made.on_moved = [this](const mac_address &station) { station_moved(station); };
         made.on_radio_enabled = [this] { std::ranges::for_each(vaps_, &vap::radio_enabled); };
@@ -98,7 +115,8 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
 
 void access_point::watch_kernel() {
     const auto of_interface = [this](unsigned ifindex, auto call) {
-        const auto found = std::ranges::find(vaps_, ifindex, &vap::ifindex);
+        const auto found =
+            std::ranges::find_if(vaps_, [ifindex](const vap &each) { return each.has_interface(ifindex); });
         if (found != vaps_.end()) {
             call(*found);
         }
@@ -208,11 +226,58 @@ void access_point::ask_daemon(const mac_address &station, const mac_address &bss
 
 void access_point::answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid,
                                   bool allowed, bool by_verdict) {
-    details_.write(kx::format_mac(station) + (allowed ? " is let in" : " is kept out"));
-    radius_->answer(question, allowed);
-    if (vap *at = find_vap(bssid)) {
+    vap *const at = find_vap(bssid);
+    const std::uint16_t number = at != nullptr ? at->interface_number(station).value_or(0) : 0;
+    details_.write(kx::format_mac(station) + (allowed ? " is let in" : " is kept out") +
+                   (number != 0 ? ", interface " + std::to_string(number) : ""));
+    radius_->answer(question, allowed, number);
+    if (at != nullptr) {
         at->acl_answered(station, allowed, by_verdict);
     }
+}
+
+// --- homes on another VLAN
+
+// Without an answer the station is let in as one of the VAP's VLAN.
+void access_point::ask_home(const mac_address &station, const mac_address &bssid) {
+    if (!homes_->ask(station, bssid)) {
+        admission_.home_found(station, bssid);
+    }
+}
+
+void access_point::home_found(const kx::home_answer_message &answer) {
+    if (vap *at = find_vap(answer.bssid)) {
+        details_.write(kx::format_mac(answer.station) + " has its home " +
+                       (answer.vlan != 0 ? "on VLAN " + std::to_string(answer.vlan) : "on no other VLAN"));
+        at->home_found(answer.station, answer.vlan != 0 ? answer.home_bssid : mac_address{});
+        admission_.home_found(answer.station, answer.bssid);
+        set_deadline();
+    }
+}
+
+void access_point::state_interface(const mac_address &station, unsigned ifindex) {
+    kx::client_tunnel_statement statement{};
+    statement.kind = ifindex != 0 ? kx::client_tunnel_interface : kx::client_tunnel_no_interface;
+    statement.client = station;
+    statement.ifindex = ifindex;
+    send_statement(statement);
+}
+
+void access_point::state_interfaces() {
+    if (!homes_) {
+        return;
+    }
+    kx::client_tunnel_statement statement{};
+    statement.kind = kx::client_tunnel_interfaces_begin;
+    send_statement(statement);
+    std::ranges::for_each(vaps_, &vap::report_interfaces);
+    statement.kind = kx::client_tunnel_interfaces_end;
+    send_statement(statement);
+}
+
+void access_point::send_statement(const kx::client_tunnel_statement &statement) {
+    const auto *first = reinterpret_cast<const std::uint8_t *>(&statement);
+    daemon_.send({.id = kx::client_tunnel_message_id, .payload = {first, first + sizeof(statement)}});
 }
 
 void access_point::deadline_passed() {
@@ -280,6 +345,10 @@ void access_point::station_moved(const mac_address &station) {
 
 bool access_point::get_pmk(const mac_address &station, const mac_address &bssid) {
     vap &at = *find_vap(bssid);
+    if (at.interface_number(station).value_or(0) != 0) {  // only 802.1X tells hostapd the interface
+        at.discard_pmk(station);
+        return false;
+    }
     const auto known = keys_.find(station, clock::now());
     if (known && at.has_pmk(station)) {
         return false;
@@ -343,6 +412,9 @@ void access_point::tick() {
     }
     try {
         commands_.restore();
+        if (homes_) {
+            homes_->restore();
+        }
     } catch (const std::system_error &error) {
         kx::log_line(std::string("the endpoint of hostapd's commands is gone: ") + error.what());
     }

@@ -18,11 +18,13 @@
 #include "radio_service/hostapd_endpoint.h"
 #include "radiod/admission.h"
 #include "radiod/announcer.h"
+#include "radiod/home_link.h"
 #include "radiod/kernel/nl80211.h"
 #include "radiod/keys/pmk_cache.h"
 #include "radiod/radius/service.h"
 #include "radiod/station_journal.h"
 #include "radiod/vap.h"
+#include "wire/client_tunnels.h"
 
 namespace radiod {
 
@@ -40,6 +42,11 @@ private:
 
     void station_asks(const radius::mac_question &question);
     void ask_daemon(const mac_address &station, const mac_address &bssid);
+    void ask_home(const mac_address &station, const mac_address &bssid);
+    void home_found(const kx::home_answer_message &answer);
+    void state_interface(const mac_address &station, unsigned ifindex);
+    void state_interfaces();
+    void send_statement(const kx::client_tunnel_statement &statement);
     void answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed,
                         bool by_verdict);
     void station_arrived(const vap &at, const mac_address &station);
@@ -68,6 +75,7 @@ private:
     std::map<mac_address, mac_address> new_pmks_;  // stations whose EAP made a PMK, until they arrive; BSSID
     std::set<mac_address> fetches_;                // stations without an association yet
     admission admission_;
+    std::optional<home_link> homes_;         // none when no client keeps a home on another VLAN
     std::optional<radius::service> radius_;  // none without a secret: then hostapd does not ask
     kx::hostapd_endpoint commands_;
     std::list<vap> vaps_;

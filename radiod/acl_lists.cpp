@@ -18,7 +18,12 @@ acl_lists::entry *acl_lists::find_room(const mac_address &station) {
 
 void acl_lists::command(const mac_address &station, list which, std::string_view verb) {
     const std::string_view name = which == list::accept ? "ACCEPT_ACL " : "DENY_ACL ";
-    send_(std::string(name).append(verb).append(kx::format_mac(station)));
+    std::string text = std::string(name).append(verb).append(kx::format_mac(station));
+    const std::uint16_t number = number_of_ ? number_of_(station) : 0;
+    if (number != 0 && text.starts_with("ACCEPT_ACL ADD_MAC ")) {
+        text += " VLAN_ID=" + std::to_string(number);
+    }
+    send_(std::move(text));
 }
 
 void acl_lists::put(const mac_address &station, entry &its, list in) {
@@ -55,6 +60,15 @@ void acl_lists::changed(const mac_address &station, bool allowed, time_point now
     its->allowed = allowed;
     its->by_verdict = true;
     its->until = now + cache_time;
+}
+
+void acl_lists::interface_changed(const mac_address &station, time_point now) {
+    if (entry *its = find_room(station)) {
+        put(station, *its, list::none);
+        put(station, *its, list::accept);
+        its->allowed = true;
+        its->until = now + cache_time;
+    }
 }
 
 void acl_lists::associated(const mac_address &station, bool by_ft) {

@@ -30,13 +30,18 @@ public:
     static constexpr std::chrono::seconds association_time{10};  // from the question to the association
     static constexpr std::size_t stations_max = 2048;
 
-    // `send` takes a command of hostapd's control interface.
-    explicit acl_lists(std::function<void(std::string)> send) : send_(std::move(send)) {}
+    // `send` takes a command of hostapd's control interface. `number_of` gives the number of a station's interface in
+    // hostapd's vlan_file, 0 for the VAP's own; without it all are on the VAP's own.
+    explicit acl_lists(std::function<void(std::string)> send,
+                       std::function<std::uint16_t(const mac_address &)> number_of = {})
+        : send_(std::move(send)), number_of_(std::move(number_of)) {}
 
     // hostapd has got that answer to a question; `by_verdict`: not because no verdict came.
     void answered(const mac_address &station, bool allowed, bool by_verdict, time_point now);
     // A verdict for which no question is open.
     void changed(const mac_address &station, bool allowed, time_point now);
+    // A present station is to get another interface when it comes again. hostapd may still have the old answer.
+    void interface_changed(const mac_address &station, time_point now);
     // `by_ft`: it may roam by FT. What hostapd's lists should have of the station is entered again, because a reload
     // empties the lists and keeps the cache.
     void associated(const mac_address &station, bool by_ft);
@@ -65,6 +70,7 @@ private:
     void command(const mac_address &station, list which, std::string_view verb);
 
     std::function<void(std::string)> send_;
+    std::function<std::uint16_t(const mac_address &)> number_of_;
     std::map<mac_address, entry> entries_;
 };
 

@@ -8,7 +8,7 @@ void admission::asked(std::uint32_t question, const mac_address &station, const 
     const auto place = open_.insert_or_assign(
         key{station, vap.bssid},
         open_question{
-            .id = question, .has_verdict = false, .fetches_pmk = vap.fetches_pmk, .deadline = now + how_.hold});
+            .id = question, .asks_home = vap.asks_home, .fetches_pmk = vap.fetches_pmk, .deadline = now + how_.hold});
     if (vap.has_acl) {
         act_.ask_verdict(station, vap.bssid);
     } else {
@@ -18,7 +18,7 @@ void admission::asked(std::uint32_t question, const mac_address &station, const 
 
 bool admission::verdict(const mac_address &station, const mac_address &bssid, bool allowed) {
     const auto question = open_.find({station, bssid});
-    if (question == open_.end() || (question->second.has_verdict && allowed)) {
+    if (question == open_.end() || (question->second.waits_for != stage::verdict && allowed)) {
         return false;
     }
     if (allowed) {
@@ -31,7 +31,7 @@ bool admission::verdict(const mac_address &station, const mac_address &bssid, bo
 
 bool admission::waits_for_pmk(const mac_address &station, const mac_address &bssid) const {
     const auto question = open_.find({station, bssid});
-    return question != open_.end() && question->second.has_verdict;
+    return question != open_.end() && question->second.waits_for == stage::pmk;
 }
 
 void admission::pmk_installed(const mac_address &station, const mac_address &bssid) {
@@ -41,7 +41,24 @@ void admission::pmk_installed(const mac_address &station, const mac_address &bss
 }
 
 void admission::allow(std::map<key, open_question>::iterator question) {
-    question->second.has_verdict = true;
+    if (!question->second.asks_home) {
+        get_pmk(question);
+        return;
+    }
+    question->second.waits_for = stage::home;
+    const auto [station, bssid] = question->first;
+    act_.ask_home(station, bssid);
+}
+
+void admission::home_found(const mac_address &station, const mac_address &bssid) {
+    const auto question = open_.find({station, bssid});
+    if (question != open_.end() && question->second.waits_for == stage::home) {
+        get_pmk(question);
+    }
+}
+
+void admission::get_pmk(std::map<key, open_question>::iterator question) {
+    question->second.waits_for = stage::pmk;
     const auto [station, bssid] = question->first;
     if (!question->second.fetches_pmk || !act_.get_pmk(station, bssid)) {
         close(question, true);
@@ -64,7 +81,7 @@ void admission::expire(time_point now) {
     for (auto each = open_.begin(); each != open_.end();) {
         const auto question = each++;
         if (question->second.deadline <= now) {
-            const bool has_verdict = question->second.has_verdict;
+            const bool has_verdict = question->second.waits_for != stage::verdict;
             close(question, has_verdict || how_.allows_without_verdict, has_verdict);
         }
     }

@@ -41,8 +41,10 @@ void serve(const kx::ap_config &config, kx::detail_log details) {
 
 // Returns the exit status.
 int print_check(const kx::ap_config &config) {
-    const radiod::check_result found = radiod::check(
-        {.hostapd_directory = config.radio.hostapd_directory, .radius_port = config.radio.radius_port}, config.vaps);
+    const radiod::check_result found = radiod::check({.hostapd_directory = config.radio.hostapd_directory,
+                                                      .radius_port = config.radio.radius_port,
+                                                      .carries_roamed = config.tunnel.enabled},
+                                                     config.vaps);
     for (const std::string &line : found.faults) {
         std::printf("%s\n", line.c_str());
     }

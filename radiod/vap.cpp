@@ -1,12 +1,14 @@
 #include "radiod/vap.h"
 
 #include <linux/if.h>
+#include <openssl/rand.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <string_view>
 #include <system_error>
@@ -71,7 +73,13 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
       has_acl_(config.mac_acl_index != 0 || config.radius_acl_type != 0),
       fetches_pmk_(config.fetch_pmk),
       hostapd_(with.base, hostapd_directory, config.ifname),
-      acl_([this](std::string command) { hostapd_.send(std::move(command)); }) {
+      acl_([this](std::string command) { hostapd_.send(std::move(command)); },
+           [this](const mac_address &station) { return placement_.number_for(station); }),
+      placement_(with.base, config.ifname) {
+    placement_.on_interface = [this](const mac_address &station, unsigned ifindex) { on_interface(station, ifindex); };
+    placement_.on_address = [this](const mac_address &station, std::uint32_t ip) {
+        with_.announcements.has_address(place_, station, ip, clock::now());
+    };
     hostapd_.on_up = [this] { hostapd_up(); };
     hostapd_.on_down = [this] { hostapd_down(); };
     hostapd_.on_event = [this](const hostapd_event &event) { hostapd_reported(event); };
@@ -79,8 +87,10 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
 }
 
 admission::vap_rules vap::rules() const {
-    return {
-        .bssid = place_.bssid, .has_acl = has_acl_, .fetches_pmk = fetches_pmk_ && (offers_sha1_ || offers_sha256_)};
+    return {.bssid = place_.bssid,
+            .has_acl = has_acl_,
+            .asks_home = with_.carries_roamed && placement_.has_interfaces(),
+            .fetches_pmk = fetches_pmk_ && (offers_sha1_ || offers_sha256_)};
 }
 
 // --- hostapd
@@ -96,6 +106,9 @@ void vap::hostapd_up() {
 void vap::radio_enabled() {
     keyed_.clear();
     find_interface();
+    if (with_.carries_roamed) {
+        placement_.find_interfaces();
+    }
     // Lost when hostapd reads its configuration again, unless that says so too.
     hostapd_.send("SET notify_mgmt_frames 1");
     resync_due_ = true;
@@ -211,6 +224,39 @@ void vap::station_arrived(const arrival &event) {
         }
     }
     sent_away_.erase(event.station);
+    find_place(event, previous);
+}
+
+// hostapd is asked which interface it gave the station.
+void vap::find_place(const arrival &event, const std::optional<mac_address> &previous) {
+    if (!with_.carries_roamed) {
+        admit(event, previous);
+        return;
+    }
+    hostapd_.send("STA " + kx::format_mac(event.station),
+                  [this, event, previous](std::optional<std::string_view> reply) {
+                      if (!stations_ || !stations_->is_present(event.station)) {
+                          return;
+                      }
+                      const std::string_view digits = value_of(reply.value_or(""), "vlan_id");
+                      std::uint16_t number = 0;
+                      std::from_chars(digits.data(), digits.data() + digits.size(), number);
+                      placement_.arrived(event.station, number, ifindex_);
+                      if (placement_.has_interfaces() && !placement_.was_answered(event.station, clock::now())) {
+                          on_home_wanted(event.station);
+                      }
+                      admit(event, previous);
+                  });
+}
+
+// A station that keeps its home roams, whatever it says itself. One that cannot keep it begins anew.
+void vap::admit(const arrival &event, std::optional<mac_address> previous) {
+    const mac_address home = placement_.home_of(event.station);
+    if (!previous && placement_.is_apart(event.station) && home != mac_address{}) {
+        previous = home;
+    } else if (placement_.lacks_interface(event.station)) {
+        previous.reset();
+    }
     if (has_acl_ && !acl_.was_asked(event.station, clock::now())) {
         on_unasked(event.station);
     }
@@ -223,8 +269,8 @@ void vap::station_arrived(const arrival &event) {
         suites_.insert_or_assign(event.station, event.suite);
     }
     if (has_acl_) {
-        acl_.associated(event.station,
-                        event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae);
+        const bool by_ft = event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae;
+        acl_.associated(event.station, by_ft && !placement_.is_apart(event.station));
     }
     on_arrival(event.station);
 }
@@ -233,6 +279,10 @@ void vap::station_departed(const departure &event) {
     const auto now = clock::now();
     with_.journal.departed(place_.ifname, event.station);
     acl_.departed(event.station, now);
+    if (placement_.is_apart(event.station)) {
+        discard_pmk(event.station);
+    }
+    placement_.departed(event.station, now);
     if (sent_away_.erase(event.station) > 0) {
         with_.announcements.sent_away(place_, event.station);
         on_moved(event.station);
@@ -259,6 +309,11 @@ void vap::take_over_journal() {
 
 std::optional<std::vector<kernel_station>> vap::ask_kernel() {
     kernel_stations listed = with_.kernel.stations(ifindex_);
+    for (const unsigned each : placement_.indices()) {
+        const kernel_stations more = with_.kernel.stations(each);
+        listed.error = listed.error != 0 ? listed.error : more.error;
+        listed.stations.insert(listed.stations.end(), more.stations.begin(), more.stations.end());
+    }
     if (listed.error == 0) {
         kernel_failed_ = false;
         return std::move(listed.stations);
@@ -370,6 +425,29 @@ kx::driver_answer vap::list_stations() {
     return {.data = kx::make_station_list(both)};
 }
 
+// --- homes on another VLAN
+
+void vap::home_found(const mac_address &station, const mac_address &home_bssid) {
+    const auto now = clock::now();
+    placement_.home_found(station, home_bssid, now);
+    // client_mgr sends away one that is on the wrong interface.
+    if (has_station(station) && placement_.number_for(station) != 0 && !placement_.is_apart(station)) {
+        acl_.interface_changed(station, now);
+    }
+}
+
+std::optional<std::uint16_t> vap::interface_number(const mac_address &station) const {
+    return with_.carries_roamed && placement_.has_interfaces() ? std::optional(placement_.number_for(station))
+                                                               : std::nullopt;
+}
+
+void vap::station_moved(const mac_address &station) {
+    if (has_station(station)) {
+        sent_away_.insert_or_assign(station, clock::now());
+        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " tx=0");
+    }
+}
+
 // --- the MAC ACL and PMKs
 
 void vap::acl_answered(const mac_address &station, bool allowed, bool by_verdict) {
@@ -385,6 +463,23 @@ akm vap::suite_for(const mac_address &station) const {
         return last->second;
     }
     return offers_sha256_ ? akm::ieee8021x_sha256 : akm::ieee8021x;
+}
+
+// A PMKSA of hostapd has the interface that the station had when it was made, and puts it there again. A new one
+// replaces it; nobody has the key of this one, so 802.1X runs at the next association.
+void vap::discard_pmk(const mac_address &station) {
+    if (!offers_sha1_ && !offers_sha256_) {
+        return;
+    }
+    pmk nobodys{};
+    pmkid name{};
+    if (RAND_bytes(nobodys.data(), static_cast<int>(nobodys.size())) != 1 ||
+        RAND_bytes(name.data(), static_cast<int>(name.size())) != 1) {
+        return;
+    }
+    keyed_.erase(station);
+    hostapd_.send("PMKSA_ADD " + kx::format_mac(station) + ' ' + kx::format_hex(name) + ' ' + kx::format_hex(nobodys) +
+                  " 1 " + std::to_string(hostapd_suite(suite_for(station))));
 }
 
 void vap::install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,

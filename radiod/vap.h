@@ -21,6 +21,7 @@
 #include "radiod/kernel/address_snoop.h"
 #include "radiod/kernel/nl80211.h"
 #include "radiod/keys/pmk_cache.h"
+#include "radiod/placement.h"
 #include "radiod/station_journal.h"
 #include "radiod/stations/station_tracker.h"
 
@@ -36,6 +37,7 @@ public:
         nl80211 &kernel;
         announcer &announcements;
         station_journal &journal;
+        bool carries_roamed = false;  // stations may have their home on another VLAN, and keep it
     };
 
     vap(const kx::vap_config &config, const std::string &hostapd_directory, shared with);
@@ -43,7 +45,8 @@ public:
     const std::string &ifname() const { return place_.ifname; }
     // Zero while there is no such interface: hostapd makes those of a radio's further VAPs.
     const mac_address &bssid() const { return place_.bssid; }
-    unsigned ifindex() const { return ifindex_; }
+    // Of the VAP itself, or for single stations.
+    bool has_interface(unsigned ifindex) const { return ifindex_ == ifindex || placement_.has_index(ifindex); }
     admission::vap_rules rules() const;
 
     // hostapd's stations are known. Before, a list of stations would lack them.
@@ -71,6 +74,20 @@ public:
     void acl_answered(const mac_address &station, bool allowed, bool by_verdict);
     void acl_changed(const mac_address &station, bool allowed) { acl_.changed(station, allowed, clock::now()); }
 
+    // --- homes on another VLAN
+
+    // The interface of a station; 0: it has left.
+    std::function<void(const mac_address &station, unsigned ifindex)> on_interface;
+    // hostapd let it in without a question.
+    std::function<void(const mac_address &station)> on_home_wanted;
+    // Zero: on the VAP's VLAN, or nowhere.
+    void home_found(const mac_address &station, const mac_address &home_bssid);
+    // The number of the interface that hostapd is to give the station; 0: the VAP's. None: hostapd gives it no other.
+    std::optional<std::uint16_t> interface_number(const mac_address &station) const;
+    // The station is served by another access point. hostapd has not noticed.
+    void station_moved(const mac_address &station);
+    void report_interfaces() const { placement_.report_all(); }
+
     // --- PMKs
 
     // hostapd has the station's PMK: EAP made it there, or it was installed.
@@ -82,6 +99,8 @@ public:
     void keep_pmks(Predicate is_kept) {
         std::erase_if(keyed_, [&](const mac_address &station) { return !is_kept(station); });
     }
+    // 802.1X runs at the station's next association.
+    void discard_pmk(const mac_address &station);
     // `done` is called when hostapd has taken or refused the PMK.
     void install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
                      std::function<void()> done);
@@ -109,6 +128,8 @@ private:
     akm suite_for(const mac_address &station) const;
     void synchronise();
     void station_arrived(const arrival &event);
+    void find_place(const arrival &event, const std::optional<mac_address> &previous);
+    void admit(const arrival &event, std::optional<mac_address> previous);
     void station_departed(const departure &event);
     void take_over_journal();
     std::optional<std::vector<kernel_station>> ask_kernel();
@@ -123,6 +144,7 @@ private:
     acl_lists acl_;
     std::optional<station_tracker> stations_;  // of this BSSID
     std::optional<address_snoop> addresses_;   // on this interface
+    placement placement_;
     std::set<mac_address> keyed_;
     std::map<mac_address, time_point> sent_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;

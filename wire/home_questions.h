@@ -1,6 +1,9 @@
-// Where a station has its home, before it associates: radiod asks apd at endpoint_homes by a home_question_message,
-// a notification, and apd, which asks the controller, sends a home_answer_message to the socket that asked last. There
-// is no answer when the controller does not give one in time for radiod. All integers are big-endian.
+// Between radiod and apd, for clients on another VLAN than their home VLAN. All are notifications, and all integers are
+// big-endian.
+//
+// Before a station associates, radiod asks apd at endpoint_homes where it has its home. apd asks the controller, and
+// sends the answer to endpoint_radiod. An answer may not come. apd also reports there that a client of this access
+// point has moved to another one, which hostapd is not told by the client.
 #ifndef WIRE_HOME_QUESTIONS_H
 #define WIRE_HOME_QUESTIONS_H
 
@@ -13,6 +16,7 @@ namespace kx {
 
 inline constexpr std::uint32_t home_question_message_id = 2002;
 inline constexpr std::uint32_t home_answer_message_id = 2003;
+inline constexpr std::uint32_t client_moved_message_id = 2004;
 
 struct home_question_message {
     mac_address station;
@@ -27,6 +31,11 @@ struct home_answer_message {
     be16 vlan;               // the home VLAN; 0: the station has no home on another VLAN than the VAP's
 };
 static_assert(sizeof(home_answer_message) == 20);
+
+struct client_moved_message {
+    mac_address client;
+};
+static_assert(sizeof(client_moved_message) == 6);
 
 }  // namespace kx
 

@@ -15,7 +15,9 @@
 #include "common/event_ptr.h"
 #include "common/events.h"
 #include "common/ipc_endpoint.h"
+#include "radiod/check/roaming.h"
 #include "radiod/hostapd/control.h"
+#include "radiod/interface_pool.h"
 
 namespace radiod {
 namespace {
@@ -137,6 +139,14 @@ bridge_port port_of(const std::string &sys, const std::string &ifname) {
     return {.bridge = bridge.filename().string(), .separates_vlans = filtering == '1'};
 }
 
+std::size_t count_interfaces(const std::string &sys, const std::string &ifname) {
+    std::error_code none;
+    const fs::directory_iterator all(fs::path(sys) / "class/net", none);
+    return static_cast<std::size_t>(std::count_if(fs::begin(all), fs::end(all), [&](const fs::directory_entry &each) {
+        return number_of_interface(each.path().filename().string(), ifname).has_value();
+    }));
+}
+
 }  // namespace
 
 check_result check(const check_places &places, const std::vector<kx::vap_config> &vaps) {
@@ -147,11 +157,16 @@ check_result check(const check_places &places, const std::vector<kx::vap_config>
                              .hostapd = {},
                              .no_replies_because = {},
                              .settings = read_bss(places.proc, places.hostapd_directory, each.ifname),
-                             .port = port_of(places.sys, each.ifname)});
+                             .port = port_of(places.sys, each.ifname),
+                             .interfaces = count_interfaces(places.sys, each.ifname)});
         }
     }
     ask_all(places.hostapd_directory, views);
-    return check_vaps(views, places.radius_port);
+    check_result result = check_vaps(views, places.radius_port);
+    if (places.carries_roamed) {
+        check_roaming(views, look_at_kernel(places.proc, places.modules), result);
+    }
+    return result;
 }
 
 }  // namespace radiod

@@ -14,7 +14,8 @@ namespace radiod {
 struct check_places {
     std::string hostapd_directory;  // hostapd's ctrl_interface
     std::uint16_t radius_port;      // of radiod
-    std::string proc = "/proc", sys = "/sys";
+    std::string proc = "/proc", sys = "/sys", modules = "/lib/modules";
+    bool carries_roamed = false;  // clients keep their home on another VLAN
 };
 
 // Asks the hostapd of each enabled VAP, and changes nothing. Takes some seconds when one does not answer.

@@ -57,6 +57,8 @@ void store(bss_settings &settings, std::string_view key, std::string_view value)
         settings.notify_mgmt_frames = value;
     } else if (key == "ft_over_ds") {
         settings.ft_over_ds = value;
+    } else if (key == "dynamic_vlan") {
+        settings.dynamic_vlan = value;
     } else if (key == "bridge") {
         settings.bridge = value;
     }

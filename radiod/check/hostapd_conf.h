@@ -10,7 +10,7 @@ namespace radiod {
 
 // Settings of one BSS that hostapd's control interface does not show, as text and with hostapd's defaults.
 struct bss_settings {
-    std::string macaddr_acl = "0", notify_mgmt_frames = "0", ft_over_ds = "1", bridge;
+    std::string macaddr_acl = "0", notify_mgmt_frames = "0", ft_over_ds = "1", dynamic_vlan = "0", bridge;
 };
 
 // The settings of the BSS on `ifname` in the text of a configuration file. They begin at its line "interface=" or

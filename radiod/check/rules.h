@@ -36,6 +36,7 @@ struct vap_view {
     std::string no_replies_because;        // with the remedy
     std::optional<bss_settings> settings;  // of hostapd's configuration file, when it can be read
     bridge_port port;
+    std::size_t interfaces = 0;  // of hostapd, for single stations
 };
 
 check_result check_vaps(const std::vector<vap_view> &vaps, std::uint16_t radius_port);

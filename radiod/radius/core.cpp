@@ -49,6 +49,9 @@ void core::connect_proxy() {
         counters_.session_keys++;
         on_session_key(key);
     };
+    proxy_.vlan_of = [this](const mac_address &station, const mac_address &bssid) {
+        return vlan_of ? vlan_of(station, bssid) : std::nullopt;
+    };
     proxy_.on_server_fault = [this](std::size_t server, fault reason) {
         count(reason);
         on_server_fault(server, reason);
@@ -110,7 +113,7 @@ void core::take_mac_question(const request_key &from, const packet &request, con
     on_mac_question({.id = last_question_, .station = station.station, .bssid = station.bssid, .ssid = station.ssid});
 }
 
-bool core::answer(std::uint32_t question, bool allowed) {
+bool core::answer(std::uint32_t question, bool allowed, std::uint16_t vlan) {
     const auto asked = requests_.find_question(question);
     if (asked == requests_.end()) {
         count(fault::question_unknown);
@@ -118,6 +121,9 @@ bool core::answer(std::uint32_t question, bool allowed) {
     }
     (allowed ? counters_.allowed : counters_.denied)++;
     packet_builder builder(allowed ? code::access_accept : code::access_reject, asked->first.identifier);
+    if (allowed && vlan != 0) {
+        add_vlan(builder, vlan);
+    }
     finish(asked->first, builder.sign_response(asked->second.request, secret_).value());
     return true;
 }

@@ -17,13 +17,14 @@ public:
     std::function<void(std::size_t server, bytes text)> send_to_server;
     std::function<void(const mac_question &)> on_mac_question;
     std::function<void(const session_key &)> on_session_key;
+    vlan_chooser vlan_of;  // for 802.1X; may be empty
     std::function<void(std::uint16_t port, fault)> on_request_fault;
     std::function<void(std::size_t server, fault)> on_server_fault;
 
     void receive_request(std::uint16_t port, bytes text, time_point now);
     void receive_answer(std::size_t server, bytes text, time_point now) { proxy_.receive(server, text, now); }
-    // False when no such question waits.
-    bool answer(std::uint32_t question, bool allowed);
+    // False when no such question waits. `vlan` is the number of a VLAN in hostapd's vlan_file; 0: none.
+    bool answer(std::uint32_t question, bool allowed, std::uint16_t vlan = 0);
 
     // When handle_deadline is due; none while nothing waits.
     std::optional<time_point> deadline() const { return proxy_.deadline(); }

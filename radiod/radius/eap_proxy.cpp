@@ -189,7 +189,8 @@ void eap_proxy::deliver(std::size_t server, const packet &answer, const exchange
     clear_key key;
     auto text = translate_answer(
         answer, {.identifier = answer.identifier(), .request = asked.authentic, .secret = server_secrets_[server]},
-        {.identifier = request.identifier(), .request = request.its_authenticator(), .secret = hostapd_secret_}, key);
+        {.identifier = request.identifier(), .request = request.its_authenticator(), .secret = hostapd_secret_}, key,
+        vlan_of ? vlan_of(asked.station, asked.bssid) : std::nullopt);
     if (!text) {
         return on_given_up(asked.from, fault::answer_malformed);
     }

@@ -26,6 +26,7 @@ public:
     std::function<void(const request_key &, datagram answer)> on_answer;
     std::function<void(const request_key &, fault)> on_given_up;
     std::function<void(const session_key &)> on_session_key;
+    vlan_chooser vlan_of;
     std::function<void(std::size_t server, fault)> on_server_fault;
 
     // `request` is verified, is_eap and from hostapd.

@@ -25,11 +25,12 @@ namespace code {
 inline constexpr std::uint8_t access_request = 1, access_accept = 2, access_reject = 3, access_challenge = 11;
 }
 
-// RFC 2865, 5; tunnel_password: RFC 2868, 3.5; eap_message, message_authenticator: RFC 3579, 3.
+// RFC 2865, 5; tunnel_*: RFC 2868, 3; eap_message, message_authenticator: RFC 3579, 3.
 namespace type {
 inline constexpr std::uint8_t user_name = 1, user_password = 2, chap_password = 3, state = 24, vendor_specific = 26,
-                              session_timeout = 27, called_station_id = 30, calling_station_id = 31,
-                              tunnel_password = 69, arap_password = 70, eap_message = 79, message_authenticator = 80;
+                              session_timeout = 27, called_station_id = 30, calling_station_id = 31, tunnel_type = 64,
+                              tunnel_medium_type = 65, tunnel_password = 69, arap_password = 70, eap_message = 79,
+                              message_authenticator = 80, tunnel_private_group_id = 81;
 }
 
 struct attribute {

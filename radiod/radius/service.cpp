@@ -65,8 +65,8 @@ service::~service() {
     }
 }
 
-void service::answer(std::uint32_t question, bool allowed) {
-    if (!core_.answer(question, allowed)) {
+void service::answer(std::uint32_t question, bool allowed, std::uint16_t vlan) {
+    if (!core_.answer(question, allowed, vlan)) {
         losses_.add(static_cast<std::size_t>(fault::question_unknown));
     }
 }

@@ -32,7 +32,9 @@ public:
     std::function<void(const session_key &)> on_session_key;
 
     // A question that does not wait is counted, and otherwise ignored.
-    void answer(std::uint32_t question, bool allowed);
+    void answer(std::uint32_t question, bool allowed, std::uint16_t vlan = 0);
+    // See core.
+    void use_vlans(vlan_chooser choose) { core_.vlan_of = std::move(choose); }
     // Of 127.0.0.1.
     std::uint16_t port() const { return hostapd_.own_address().port(); }
     const radius_counters &counters() const { return core_.counters(); }

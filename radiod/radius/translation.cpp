@@ -64,16 +64,20 @@ std::optional<datagram> translate_request(const packet &request, const leg &serv
 }
 
 std::optional<datagram> translate_answer(const packet &answer, const leg &server, const leg &hostapd,
-                                         clear_key &receive_key) {
+                                         clear_key &receive_key, std::optional<std::uint16_t> vlan) {
     packet_builder builder(answer.code(), hostapd.identifier);
     for (const attribute &each : answer.attributes()) {
         if (is_microsoft(each)) {
             if (!add_microsoft(builder, each.value, server, hostapd, receive_key)) {
                 return std::nullopt;
             }
-        } else if (each.type != type::message_authenticator && each.type != type::tunnel_password) {
+        } else if (each.type != type::message_authenticator && each.type != type::tunnel_password &&
+                   !(vlan && says_vlan(each.type))) {
             builder.add(each.type, each.value);
         }
+    }
+    if (vlan.value_or(0) != 0 && answer.code() == code::access_accept) {
+        add_vlan(builder, *vlan);
     }
     return builder.sign_response(hostapd.request, hostapd.secret);
 }

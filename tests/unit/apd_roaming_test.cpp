@@ -163,7 +163,7 @@ protected:
         return content;
     }
 
-    kx::ipc_socket radiod = kx::ipc_socket::anonymous();
+    kx::ipc_socket radiod = kx::ipc_socket::open(kx::endpoint_radiod);
 };
 
 TEST_F(radiod_asks, and_the_controller_answers) {
@@ -188,6 +188,16 @@ TEST_F(radiod_asks, and_the_controller_answers) {
     EXPECT_EQ(received->bssid, bssid);
     EXPECT_EQ(received->home_bssid, home_bssid);
     EXPECT_EQ(received->vlan, 10);
+}
+
+TEST_F(radiod_asks, and_hears_of_a_client_that_has_moved) {
+    start();
+    state(roaming_role::foreign, s2, 10, 0x0a000001);
+    state(roaming_role::home, s1, 10, 0x0a000001);
+    std::optional<kx::ipc_message> message;
+    ASSERT_TRUE(run_until([&] { return (message = radiod.receive()).has_value(); }));
+    EXPECT_EQ(message->id, kx::client_moved_message_id);
+    EXPECT_EQ(message->payload, std::vector<std::uint8_t>(s1.begin(), s1.end()));
 }
 
 TEST_F(radiod_asks, and_there_is_no_tunnel) {

@@ -26,6 +26,7 @@ protected:
     admission make(bool fallback = false) {
         return {{.hold = 120ms, .allows_without_verdict = fallback},
                 {.ask_verdict = [this](const auto &station, const auto &) { note("ask", station); },
+                 .ask_home = [this](const auto &station, const auto &) { note("home", station); },
                  .get_pmk =
                      [this](const auto &station, const auto &) {
                          note("key", station);
@@ -77,6 +78,31 @@ TEST_F(admissions, the_key_is_asked_for_after_the_verdict_only) {
     EXPECT_EQ(seen, (strings{"ask ann", "key ann"}));
     those.pmk_installed(ann, office);
     EXPECT_EQ(seen.back(), "7 allowed");
+}
+
+TEST_F(admissions, the_home_is_asked_for_between_verdict_and_key) {
+    admission those = make();
+    admission::vap_rules vap = full_vap;
+    vap.asks_home = true;
+    those.asked(7, ann, vap, now);
+    those.home_found(ann, office);  // of an earlier question
+    EXPECT_EQ(seen, strings{"ask ann"});
+    those.verdict(ann, office, true);
+    EXPECT_EQ(seen.back(), "home ann");
+    EXPECT_FALSE(those.waits_for_pmk(ann, office));
+    those.home_found(ann, office);
+    EXPECT_EQ(seen.back(), "key ann");
+    those.home_found(ann, office);
+    EXPECT_EQ(seen.back(), "key ann");
+    those.pmk_installed(ann, office);
+    EXPECT_EQ(seen.back(), "7 allowed");
+}
+
+TEST_F(admissions, the_hold_ends_a_wait_for_a_home_with_a_yes) {
+    admission those = make();
+    those.asked(7, ann, {.bssid = office, .asks_home = true}, now);
+    those.expire(now + 120ms);
+    EXPECT_EQ(seen, (strings{"home ann", "7 allowed"}));
 }
 
 TEST_F(admissions, a_denied_station_causes_no_key_to_be_fetched) {
@@ -177,6 +203,20 @@ TEST_F(lists, a_changed_verdict_is_listed_until_hostapds_cache_has_forgotten_the
     EXPECT_EQ(sent.size(), 1u);
     those.expire(now + 36s);
     EXPECT_EQ(sent, (strings{deny_ann, deny_no_more}));
+}
+
+// hostapd would put a station that comes again on the interface of its last answer.
+TEST_F(lists, an_interface_that_changes_is_listed_until_hostapds_cache_has_forgotten_the_old_one) {
+    std::uint16_t number = 1001;
+    acl_lists these([this](std::string command) { sent.push_back(std::move(command)); },
+                    [&number](const mac_address &) { return number; });
+    these.interface_changed(ann, now);
+    EXPECT_EQ(sent, strings{std::string(accept_ann) + " VLAN_ID=1001"});
+    number = 0;
+    these.interface_changed(ann, now);
+    EXPECT_EQ(sent.back(), accept_ann);
+    these.expire(now + 31s);
+    EXPECT_EQ(sent.back(), accept_no_more);
 }
 
 TEST_F(lists, a_late_verdict_overrides_the_answer_that_was_given_without_it) {

@@ -31,6 +31,11 @@ class Vap:
     settings: tuple[str, ...] = ()  # further lines of hostapd.conf
     daemon_settings: tuple[str, ...] = ()  # and of the VAP's table in ap.toml
 
+    @property
+    def gives_own_interfaces(self) -> bool:
+        """To stations whose home is on another VLAN."""
+        return "dynamic_vlan=1" in self.settings
+
 
 class AccessPointNode:
     """Number 1 and so on, at the wired address 10.0.0.10 and so on, with the radio `number` - 1."""

@@ -65,7 +65,8 @@ class ManagedAccessPoint(AccessPoint):
 
 
 def describe(node: AccessPointNode, vaps: tuple[Vap, ...]) -> str:
-    text = f"""\
+    text = "[tunnel]\nenabled = true\n" if any(vap.gives_own_interfaces for vap in vaps) else ""
+    text += f"""\
 [radio]
 hostapd_directory = "{node.directory / 'hostapd'}"
 radius_secret_file = "hostapd.secret"

@@ -1,0 +1,94 @@
+"""Stations keep their home on VLAN 10 while they roam to access points whose VAPs are on VLAN 20."""
+
+import time
+from collections.abc import Callable, Iterator
+from contextlib import ExitStack
+from pathlib import Path
+
+import pytest
+from nodes import network_kinds, roaming_networks
+from nodes.managed_site import ManagedSite
+from nodes.marked_frames import Listener, Sender
+from nodes.network_kinds import NetworkKind
+from nodes.pool import Pool
+from nodes.radius_server import start_hostapd_server
+from nodes.roaming_networks import join_vlan, make_vap
+from nodes.station_node import INTERFACE, StationNode
+from nodes.traffic import EchoServer, Traffic
+from nodes.wire import address_in
+
+from lab.site.processes import Process
+from lab.site.waiting import wait_until
+
+SSID = "office"
+HOME, FOREIGN, MIXED = range(3)  # access points: VLAN 10; VLAN 20; VLAN 20 and, on its second VAP, VLAN 10
+VLANS = {HOME: (10,), FOREIGN: (20,), MIXED: (20, 10)}
+
+
+class RoamingSite:
+    """Three access points of one network, of which each has the VLANs of its VAPs alone."""
+
+    def __init__(self, site: ManagedSite, access_points: list) -> None:
+        self.site = site
+        self.access_points = access_points
+
+    def start(self, kind: NetworkKind) -> None:
+        for node, vlans in zip(self.access_points, VLANS.values()):
+            vaps = [make_vap(kind, SSID, vlan, index) for index, vlan in enumerate(vlans)]
+            self.site.add(node, *vaps)
+            for index, vlan in enumerate(vlans):
+                join_vlan(node, index, vlan)
+        self.site.start()
+
+    def connect(self, station: StationNode, kind: NetworkKind, at: int) -> None:
+        node = self.access_points[at]
+        station.connect(SSID, kind, node, 0, "proactive_key_caching=1")
+        self.site.wait_until_at(station, node.bssid())
+        station.get_address()
+        wait_until(lambda: self.site.client(station)["ip"] == station.address, "the controller has the address")
+
+    def roam(self, station: StationNode, to: int, index: int = 0) -> None:
+        node = self.access_points[to]
+        station.roam(node, index)
+        self.site.wait_until_at(station, node.bssid(index))
+
+
+@pytest.fixture
+def roaming(pool: Pool, programs: Path, radius: Callable[..., Process]) -> Iterator[tuple]:
+    with ExitStack() as stack:
+        access_points = stack.enter_context(pool.access_points(len(VLANS)))
+        stations = stack.enter_context(pool.stations(2))
+        for node, vlans in zip(access_points, VLANS.values()):
+            roaming_networks.make_bridge(node, *vlans)
+            stack.callback(roaming_networks.remove_bridge, node, *vlans)
+        site = stack.enter_context(ManagedSite(programs, stations))
+        yield RoamingSite(site, access_points), stations
+
+
+@pytest.mark.parametrize("kind", [network_kinds.PSK, network_kinds.OPEN, network_kinds.SAE, network_kinds.EAP,
+                                  network_kinds.FT_PSK], ids=str)
+def test_station_keeps_its_home(kind: NetworkKind, roaming, radius, wire, echo: EchoServer) -> None:
+    site, (traveller, resident) = roaming
+    if kind.has_8021x:
+        radius(start_hostapd_server)
+    site.start(kind)
+    site.connect(resident, kind, FOREIGN)
+    site.connect(traveller, kind, HOME)
+    assert traveller.address.startswith("10.0.10.") and resident.address.startswith("10.0.20.")
+    with ExitStack() as stack:
+        hears = {each: stack.enter_context(Listener(INTERFACE, each.namespace)) for each in (traveller, resident)}
+        for vlan in (10, 20):
+            stack.enter_context(Sender(f"vlan{vlan}", f"vlan{vlan}", f"02:00:00:00:ff:{vlan}"))
+        traffic = stack.enter_context(Traffic(traveller.namespace, address_in(10), echo.port))
+        for at, index in ((FOREIGN, 0), (MIXED, 0), (HOME, 0), (FOREIGN, 0), (MIXED, 1)):
+            site.roam(traveller, at, index)
+            traffic.wait_for_more(10)
+            before = hears[traveller].count("vlan10")
+            wait_until(lambda: hears[traveller].count("vlan10") > before + 3, "group frames of VLAN 10 arrive")
+        traffic.wait_for_more(10)
+        assert hears[traveller].count("vlan20") == 0, "the traveller hears VLAN 20"
+        assert hears[resident].count("vlan10") == 0, "the resident hears VLAN 10"
+        assert hears[resident].count("vlan20") > 0
+        assert not hears[traveller].repeated and not hears[resident].repeated
+    assert traffic.is_complete
+    print(f"longest gap {traffic.longest_gap * 1000:.0f} ms")
