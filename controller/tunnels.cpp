@@ -19,7 +19,7 @@ namespace {
 constexpr std::uint32_t client_manager_destination = 106;
 
 constexpr timeval accept_error_pause = {1, 0};
-constexpr timeval batch_pause = {0, 50'000};
+constexpr timeval batch_pause = {0, 100'000};
 constexpr std::size_t batch_max = 64;
 // The kernel's limit, net.core.somaxconn, may be lower.
 constexpr int listen_backlog = 4096;

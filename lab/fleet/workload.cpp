@@ -18,7 +18,8 @@ constexpr unsigned second_office_vlan = 20;
 constexpr const char *ssids[] = {"office", "guest", "restricted"};
 
 constexpr auto key_after = 10ms;
-constexpr auto address_after = 50ms;
+constexpr auto address_after = 500ms;
+constexpr auto stays_for = 1s;  // between two events, when there are enough stations for the rate
 constexpr auto silence_after = 2s;
 constexpr auto come_back_after = 200ms;
 constexpr auto rest = 1s;  // between the last arrival and the first event
@@ -169,11 +170,20 @@ radio::event_source::step workload::next(radio::timed_event &event) {
     }
 }
 
+std::uint32_t workload::draw_station() {
+    constexpr int draws_max = 20;
+    std::uint32_t drawn = below(plan_.stations);
+    for (int draws = 1; draws < draws_max && action_at_ - stations_[drawn].since < stays_for; draws++) {
+        drawn = below(plan_.stations);
+    }
+    return drawn;
+}
+
 radio::air_event workload::act() {
     if (arrived_ < stations_.size()) {
         return arrive(arrived_++, below(plan_.access_points));
     }
-    const std::uint32_t number = below(plan_.stations);
+    const std::uint32_t number = draw_station();
     if (stations_[number].ap == nowhere) {
         return arrive(number, below(plan_.access_points));
     }
@@ -185,6 +195,7 @@ radio::air_event workload::act() {
         return leave(number);
     }
     station &same = stations_[number];
+    same.since = action_at_;
     if (choice < 90 && same.on == network::office) {
         same.keys++;
         radio::air_event event = make(number, air::pmk_add);
@@ -209,6 +220,7 @@ radio::air_event workload::arrive(std::uint32_t number, unsigned ap) {
     station &arriving = stations_[number];
     arriving.ap = ap;
     arriving.moves++;
+    arriving.since = action_at_;
     arriving.ip = 0x0a000001U + number;
     if (arriving.on == network::office) {
         follow(number, follow_up::key, key_after);
@@ -224,6 +236,7 @@ radio::air_event workload::roam(std::uint32_t number) {
     const unsigned steps = below(2) == 0 ? 1 : plan_.access_points - 1;
     roaming.ap = (roaming.ap + steps) % plan_.access_points;
     roaming.moves++;
+    roaming.since = action_at_;
     if (roaming.on == network::office) {
         follow(number, follow_up::key_request, key_after);
     }
@@ -240,6 +253,7 @@ radio::air_event workload::leave(std::uint32_t number) {
     event.code = leaving;
     stations_[number].ap = nowhere;
     stations_[number].moves++;
+    stations_[number].since = action_at_;
     return event;
 }
 

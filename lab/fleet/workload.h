@@ -56,6 +56,7 @@ private:
         std::uint32_t moves = 0;  // arrivals, roams and departures so far
         std::uint32_t keys = 0;
         std::uint32_t ip = 0;
+        radio::lab_time since{};  // its last event
         network on = network::office;
     };
     struct pending {
@@ -77,6 +78,7 @@ private:
     void plan_next_action();
     bool applies(const pending &next) const;
     radio::air_event take(const pending &next);
+    std::uint32_t draw_station();
     radio::air_event act();
     radio::air_event arrive(std::uint32_t number, unsigned ap);
     radio::air_event roam(std::uint32_t number);

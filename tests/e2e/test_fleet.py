@@ -198,7 +198,7 @@ def test_access_points_that_connect_at_once_from_one_address_all_come_up(lab):
     with fleet(lab, "--aps", 100, "--stations", 0, "--rate", 1, "--seconds", 0) as output:
         summary = wait_for_summary(lab, output, 60)
         assert (summary["tunnels"], summary["tunnel_failures"]) == (100, 0)
-        assert lab.controller.ask_json("stats")[0]["connections_displaced"] == 0
+        assert lab.controller.stats()["connections_displaced"] == 0
 
 
 def test_without_a_controller_it_gives_up(lab):
