@@ -5,7 +5,7 @@
 //
 // Connections that have not shown a certificate are limited. At the limit the oldest one of the address that has most
 // of them is closed for each new one. So that many access points that connect at the same time do not close each
-// other's connections, they are accepted in batches: the next batch comes as handshakes end, or after 50 ms in which
+// other's connections, they are accepted in batches: the next batch comes as handshakes end, or after 100 ms in which
 // none does. Until then connections wait in the kernel. When a connection cannot be accepted, the listener pauses for a
 // second.
 #ifndef CONTROLLER_TUNNELS_H
