@@ -92,13 +92,14 @@ def test_program_is_killed_while_stations_roam(kill: Callable[[Crowd], None], cr
             roams.append(station.mac)
 
     with ThreadPoolExecutor(ROAMING) as threads:
-        rest = itertools.cycle(crowd.access_points[1:])
-        moving = [threads.submit(roam, station, other) for station, other in zip(crowd.stations[:ROAMING], rest)]
+        others = itertools.cycle(crowd.access_points[1:])
+        moving = [threads.submit(roam, *each) for each in zip(crowd.stations[:ROAMING], others)]
         wait_until(lambda: roams, "a station has roamed")
         kill(crowd)
         for each in moving:
             each.result()
-    # A station with protected frames does not believe a restarted hostapd that sends it away, until it has sent something.
+    # A station with protected frames does not believe a restarted hostapd that sends it away, until it has sent
+    # something.
     for station in crowd.stations:
         station.send_frame()
     crowd.site.wait_until_all_agree(AGREE_SECONDS, crowd.stations)

@@ -65,7 +65,8 @@ def bridge_entries(node: AccessPointNode, station: StationNode) -> list[tuple[st
 def test_stations_are_in_their_vlan(trunks: None, site: ManagedSite, access_points, stations, echo: EchoServer) -> None:
     first, second = access_points
     office, lobby = stations
-    vaps = (Vap(network_kinds.PSK, "office", 10, ("bridge=br0",)), Vap(network_kinds.OPEN, "lobby", 20, ("bridge=br0",)))
+    vaps = (Vap(network_kinds.PSK, "office", 10, ("bridge=br0",)),
+            Vap(network_kinds.OPEN, "lobby", 20, ("bridge=br0",)))
     site.start(access_points, *vaps)
     for node in access_points:
         for index, vap in enumerate(vaps):

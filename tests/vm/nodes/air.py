@@ -3,7 +3,7 @@
 from pathlib import Path
 
 from nodes import worker
-from nodes.namespace import Namespace, run
+from nodes.namespace import OF_MACHINE, Namespace, run
 
 DEBUG = Path("/sys/kernel/debug/ieee80211")
 RADIOS = 24  # of each worker
@@ -19,7 +19,7 @@ class RadioHardware:
         self.mac = f"02:00:00:00:{number:02x}:00"
         self._group = DEBUG / f"phy{number}/hwsim/group"
         # New radios are in the network namespace of the machine's first process.
-        run("nsenter", "--net=/proc/1/ns/net", "iw", "phy", f"phy{number}", "set", "netns", "name", namespace.name)
+        run("nsenter", f"--net={OF_MACHINE}", "iw", "phy", f"phy{number}", "set", "netns", "name", namespace.name)
         namespace.ip(f"link set wlan{number} name wlan0")
         self.come_into_range()
 

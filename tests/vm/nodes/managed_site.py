@@ -41,7 +41,7 @@ class ManagedAccessPoint(AccessPoint):
             self.start_daemon(daemon)
 
     def start_daemon(self, daemon: str) -> None:
-        self.start(daemon, *(["--verbose"] if daemon == "radiod" else []))
+        self.start(daemon, *(["--verbose"] if daemon == "radiod" and self._lab.details else []))
 
     def replace(self, daemon: str) -> None:
         """Kills it and starts another."""
@@ -87,11 +87,12 @@ vlan = {vap.vlan}
 
 
 class ManagedSite(Laboratory):
-    """On leaving the context its daemons end."""
+    """On leaving the context its daemons end. With `details` radiod logs each decision."""
 
-    def __init__(self, programs: Path, stations: list[StationNode]) -> None:
+    def __init__(self, programs: Path, stations: list[StationNode], details: bool = True) -> None:
         super().__init__(programs, ADDRESS)
         self._stations = stations
+        self.details = details
         self.controller.start()
 
     def __exit__(self, *_: object) -> None:

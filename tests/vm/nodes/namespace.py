@@ -10,6 +10,7 @@ from pathlib import Path
 
 CLONE_NEWNET = 0x40000000  # linux/sched.h
 NAMES = Path("/run/netns")
+OF_MACHINE = Path("/proc/1/ns/net")
 
 _libc = ctypes.CDLL(None, use_errno=True)
 
@@ -39,17 +40,19 @@ class Namespace:
 
     def socket(self, *arguments: int) -> socket.socket:
         """A socket of this namespace, for a process that stays in its own."""
-        with self._entered():
+        with entered(NAMES / self.name):
             return socket.socket(*arguments)
 
-    @contextmanager
-    def _entered(self) -> Iterator[None]:
-        with open("/proc/thread-self/ns/net") as own, open(NAMES / self.name) as other:
-            enter(other.fileno())
-            try:
-                yield
-            finally:
-                enter(own.fileno())
+
+@contextmanager
+def entered(namespace: Path) -> Iterator[None]:
+    """This thread is in the network namespace of that file meanwhile."""
+    with open("/proc/thread-self/ns/net") as own, open(namespace) as other:
+        enter(other.fileno())
+        try:
+            yield
+        finally:
+            enter(own.fileno())
 
 
 def enter(descriptor: int) -> None:
