@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
-#include <exception>
 #include <string>
 
 #include "apd/apd.h"
@@ -13,6 +11,7 @@
 #include "apd/log.h"
 #include "common/ap_config.h"
 #include "common/clean_heap.h"
+#include "common/command_line.h"
 #include "common/console.h"
 #include "common/event_ptr.h"
 #include "common/events.h"
@@ -20,6 +19,7 @@
 #include "common/paths.h"
 #include "common/permissions.h"
 #include "common/program_lock.h"
+#include "common/run_daemon.h"
 
 namespace {
 
@@ -51,10 +51,8 @@ int run(int argc, char **argv) {
         ->type_name("FILE");
     options.add_flag("--verbose", verbose, "Write every step to standard error");
     options.set_version_flag("--version", "apd " CLIENT_MGR_VERSION);
-    try {
-        options.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return options.exit(error) == 0 ? EX_OK : EX_USAGE;
+    if (const auto status = kx::parse_command_line(options, argc, argv)) {
+        return *status;
     }
 
     signal(SIGPIPE, SIG_IGN);
@@ -69,14 +67,4 @@ int run(int argc, char **argv) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
-    try {
-        return run(argc, argv);
-    } catch (const kx::config_error &error) {
-        std::fprintf(stderr, "apd: %s\n", error.what());
-        return EX_CONFIG;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "apd: %s\n", error.what());
-        return EX_OSERR;
-    }
-}
+int main(int argc, char **argv) { return kx::run_daemon("apd", run, argc, argv); }

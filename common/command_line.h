@@ -1,4 +1,4 @@
-// The command line of the lab's programs.
+// The command line of a program.
 #ifndef COMMON_COMMAND_LINE_H
 #define COMMON_COMMAND_LINE_H
 

@@ -1,7 +1,6 @@
 #include "common/ipc_endpoint.h"
 
 #include <fcntl.h>
-#include <sys/auxv.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <system_error>
 
 #include "common/paths.h"
+#include "common/trusted_users.h"
 #include "wire/local_ipc.h"
 
 namespace kx {
@@ -91,9 +91,6 @@ void remove_dead_socket(const ipc_address &address, const std::string &path) {
     }
 }
 
-// The user is the one that the process was started as: no system call for each message.
-bool is_trusted(const ucred &sender) { return sender.uid == 0 || sender.uid == getauxval(AT_EUID); }
-
 const char *find_fault(const msghdr &message, const ipc_datagram &datagram, const std::uint8_t *bytes,
                        const ucred *sender) {
     if (datagram.stranger) {
@@ -157,7 +154,7 @@ int open_ipc_endpoint(const std::string &path) {
     }
     directory_lock lock(directory);
     remove_dead_socket(address, path);
-    if (bind(fd.get(), address.get(), address.length) != 0) {
+    if (bind(fd.get(), address.get(), address.length) != 0 || !open_to_group(path)) {
         fail(errno, path);
     }
     return fd.release();
@@ -198,7 +195,7 @@ bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &
     const ucred *sender = find_credentials(message);
     datagram.uid = sender == nullptr ? static_cast<uid_t>(-1) : sender->uid;
     datagram.pid = sender == nullptr ? 0 : sender->pid;
-    datagram.stranger = sender == nullptr || !is_trusted(*sender);
+    datagram.stranger = sender == nullptr || !is_trusted_user(sender->uid);
     datagram.fault = find_fault(message, datagram, buffer.data(), sender);
     return true;
 }

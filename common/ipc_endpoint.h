@@ -29,8 +29,9 @@ struct ipc_address {
 ipc_address make_ipc_address(const std::string &path);
 
 // Returns a non-blocking datagram socket bound to `path` that receives each sender's credentials. The caller closes it.
-// Its file is accessible to the owner alone. Makes missing directories and replaces the socket file of a dead process.
-// Throws std::system_error, with EADDRINUSE when a live process uses the path.
+// Its file is accessible to the owner alone, and to the group where open_to_group() says so. Makes missing directories
+// and replaces the socket file of a dead process. Throws std::system_error, with EADDRINUSE when a live process uses
+// the path.
 int open_ipc_endpoint(const std::string &path);
 
 // The file of a bound socket, which somebody may remove or replace.
@@ -57,8 +58,8 @@ struct ipc_datagram {
     pid_t pid = 0;
 };
 
-// Receives one datagram. A well-formed one has a header, fits `buffer` and is as long as its len word says. Trusted
-// senders are root and the user that this process was started as. Returns false when no datagram waits.
+// Receives one datagram. A well-formed one has a header, fits `buffer` and is as long as its len word says. For
+// trusted senders see is_trusted_user(). Returns false when no datagram waits.
 bool receive_ipc_datagram(int fd, std::span<std::uint8_t> buffer, ipc_datagram &datagram);
 
 // One line about a dropped datagram.

@@ -56,6 +56,14 @@ ipc_socket ipc_socket::anonymous() {
     return {open_ipc_endpoint(path), path};
 }
 
+ipc_socket ipc_socket::for_sending() {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        throw std::system_error(errno, std::generic_category(), "a local socket");
+    }
+    return {fd, ""};
+}
+
 ipc_socket::ipc_socket(ipc_socket &&other) noexcept
     : on_dropped(std::move(other.on_dropped)),
       fd_(std::exchange(other.fd_, -1)),
@@ -75,7 +83,9 @@ ipc_socket &ipc_socket::operator=(ipc_socket &&other) noexcept {
 ipc_socket::~ipc_socket() {
     if (fd_ >= 0) {
         // No other process replaces the file while this socket is open.
-        unlink(path_.c_str());
+        if (!path_.empty()) {
+            unlink(path_.c_str());
+        }
         close(fd_);
     }
 }

@@ -37,6 +37,8 @@ public:
     static ipc_socket open(std::string_view platform_path);
     // A socket with a unique name, for sending and for receiving answers. Throws std::system_error.
     static ipc_socket anonymous();
+    // A socket without a name, for sending alone. It leaves nothing behind. Throws std::system_error.
+    static ipc_socket for_sending();
 
     ipc_socket(ipc_socket &&other) noexcept;
     ipc_socket &operator=(ipc_socket &&other) noexcept;
@@ -54,8 +56,8 @@ public:
     ipc_result send(std::string_view endpoint, std::uint32_t id, std::uint32_t flags,
                     std::span<const std::uint8_t> payload);
 
-    // The next well-formed message from root or this process's own user; none when no message waits. Each other message
-    // is dropped and reported to `on_dropped` or, when that is empty, to the system log.
+    // The next well-formed message of a trusted user; none when no message waits. Each other message is dropped and
+    // reported to `on_dropped` or, when that is empty, to the system log.
     std::optional<ipc_message> receive();
 
     std::function<void(const ipc_datagram &)> on_dropped;

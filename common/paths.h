@@ -19,9 +19,12 @@ std::string config_file();
 // Makes the directory `path` and its missing parents with mode 0700. Throws std::system_error that names the directory.
 void make_private_directories(const std::string &path);
 
+// Files of the radio service, which may run as another user than the other processes.
+inline constexpr std::string_view radio_directory = "/kx/radio";
+
 inline constexpr std::string_view endpoint_client_mgr = "/kx/ipc/client_mgr";
 inline constexpr std::string_view endpoint_captive_app = "/kx/ipc/captive_app";
-inline constexpr std::string_view endpoint_hostapd = "/kx/ipc/hostapd";
+inline constexpr std::string_view endpoint_hostapd = "/kx/radio/hostapd";
 inline constexpr std::string_view endpoint_sysmon = "/kx/ipc/sysmon";
 // Of apd and of radiod, see wire/home_questions.h.
 inline constexpr std::string_view endpoint_homes = "/kx/ipc/homes";

@@ -7,9 +7,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include "common/paths.h"
+#include "common/trusted_users.h"
+#include "wire/driver_service.h"
 
 namespace kx {
 
@@ -50,8 +54,8 @@ void require_owner(const std::string &path, const struct stat &status, bool may_
                              "; chmod it to " + right_mode);
 }
 
-// `path` is absolute.
-void require_way(const fs::path &path, int links_left) {
+// `path` is absolute. `also`: another user who may own a part of it.
+void require_way(const fs::path &path, int links_left, std::optional<uid_t> also = {}) {
     fs::path way;
     for (const fs::path &part : path.lexically_normal()) {
         way /= part;
@@ -59,9 +63,11 @@ void require_way(const fs::path &path, int links_left) {
         if (lstat(way.c_str(), &status) != 0) {
             return;
         }
-        require_owner(way, status, true);
+        if (status.st_uid != also) {
+            require_owner(way, status, true);
+        }
         if (S_ISLNK(status.st_mode) && links_left > 0) {
-            require_way(way.parent_path() / fs::read_symlink(way), links_left - 1);
+            require_way(way.parent_path() / fs::read_symlink(way), links_left - 1, also);
         }
         if (S_ISDIR(status.st_mode) && (status.st_mode & writable_by_others) != 0 && (status.st_mode & S_ISVTX) == 0) {
             fail(way, status, "write to it", "0755");
@@ -87,6 +93,14 @@ void require_safe_root() {
     for (const char *directory : {"", "/kx", "/kx/ipc", "/log"}) {
         require_private_directory(place(directory));
         require_way(fs::absolute(place(directory)), links_max);
+    }
+}
+
+void require_safe_radio_directories() {
+    for (const std::string_view directory : {radio_directory, driver_directory}) {
+        make_private_directories(place(directory));
+        require_private_directory(place(directory));
+        require_way(fs::absolute(place(directory)), links_max, daemons_user());
     }
 }
 

@@ -14,6 +14,9 @@ namespace kx {
 // nobody else may write there.
 void require_safe_root();
 
+// The directories of the radio service, likewise. The user of the daemons may own directories on the way.
+void require_safe_radio_directories();
+
 // The directory of `file`, like one on the way.
 void require_safe_directory_of(const std::string &file);
 

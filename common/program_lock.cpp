@@ -11,9 +11,9 @@
 
 namespace kx {
 
-void lock_program(const std::string &program) {
-    make_private_directories(root());
-    std::string path = place("/" + program + ".lock");
+void lock_program(const std::string &program, std::string_view directory) {
+    make_private_directories(place(directory));
+    std::string path = place(directory).append("/").append(program).append(".lock");
     int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
     if (fd < 0) {
         throw std::system_error(errno, std::generic_category(), path);

@@ -13,7 +13,7 @@ namespace lab {
 struct endpoint_program {
     std::string name;
     std::string description;    // for --help
-    std::string_view endpoint;  // platform path, "/kx/ipc/hostapd"
+    std::string_view endpoint;  // platform path, "/kx/radio/hostapd"
     // Handles one message and returns its line, as JSON or as text. Messages may be sent through `endpoint`.
     std::function<std::string(kx::ipc_socket &endpoint, const kx::ipc_message &message, bool json)> handle;
 };

@@ -52,8 +52,9 @@ public:
     // Asks the daemon once more, even when it has loaded its VAPs: for a radio that could not answer for all of them
     // then, or one of whose BSSIDs has changed. What waits is sent after this request.
     void request_load_again();
-    // The daemon has requested the address of the VAP of that index. It does not load a VAP whose address it is refused;
-    // a radio that does not wait for such a VAP reports the request all the same, so that the others are served.
+    // The daemon has requested the address of the VAP of that index. It does not load a VAP whose address it is
+    // refused; a radio that does not wait for such a VAP reports the request all the same, so that the others are
+    // served.
     void address_requested(std::size_t vap);
 
     bool is_ready() const;
@@ -78,7 +79,7 @@ private:
     void give_up();
 
     settings how_;
-    ipc_socket socket_ = ipc_socket::anonymous();
+    ipc_socket socket_ = ipc_socket::for_sending();
     std::deque<notification> queue_;
     bool requests_loads_ = false;
     bool load_again_ = false;

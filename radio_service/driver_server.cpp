@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "common/paths.h"
+#include "common/trusted_users.h"
 
 namespace kx {
 namespace {
@@ -52,7 +53,7 @@ int listen_on(const std::string &path) {
     unlink(aside.c_str());
     const int fd = make_socket();
     if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(fd, SOMAXCONN) != 0 || rename(aside.c_str(), path.c_str()) != 0) {
+        listen(fd, SOMAXCONN) != 0 || !open_to_group(aside) || rename(aside.c_str(), path.c_str()) != 0) {
         const int error = errno;
         close(fd);
         throw std::runtime_error(path + ": " + std::strerror(error));
@@ -63,7 +64,7 @@ int listen_on(const std::string &path) {
 bool is_trusted(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == geteuid());
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && is_trusted_user(peer.uid);
 }
 
 struct parsed_request {

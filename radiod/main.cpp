@@ -5,18 +5,20 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <exception>
 #include <string>
 
 #include "common/ap_config.h"
 #include "common/clean_heap.h"
+#include "common/command_line.h"
 #include "common/console.h"
 #include "common/event_ptr.h"
 #include "common/events.h"
 #include "common/hardening.h"
 #include "common/paths.h"
+#include "common/permissions.h"
 #include "common/program_lock.h"
 #include "common/program_log.h"
+#include "common/run_daemon.h"
 #include "common/service_manager.h"
 #include "radiod/access_point.h"
 #include "radiod/check/check.h"
@@ -24,7 +26,8 @@
 namespace {
 
 void serve(const kx::ap_config &config, kx::detail_log details) {
-    kx::lock_program("radiod");
+    kx::require_safe_radio_directories();
+    kx::lock_program("radiod", kx::radio_directory);
     const kx::event_base_ptr base(event_base_new());
     const auto end = [&] {
         kx::notify_service_manager("STOPPING=1");
@@ -69,10 +72,8 @@ int run(int argc, char **argv) {
     options.add_flag("--check", check, "Compare hostapd and the bridges with the configuration, and exit");
     options.add_flag("--verbose", verbose, "Write every step to standard error");
     options.set_version_flag("--version", "radiod " CLIENT_MGR_VERSION);
-    try {
-        options.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return options.exit(error) == 0 ? EX_OK : EX_USAGE;
+    if (const auto status = kx::parse_command_line(options, argc, argv)) {
+        return *status;
     }
 
     if (check) {
@@ -89,14 +90,4 @@ int run(int argc, char **argv) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
-    try {
-        return run(argc, argv);
-    } catch (const kx::config_error &error) {
-        std::fprintf(stderr, "radiod: %s\n", error.what());
-        return EX_CONFIG;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "radiod: %s\n", error.what());
-        return EX_OSERR;
-    }
-}
+int main(int argc, char **argv) { return kx::run_daemon("radiod", run, argc, argv); }

@@ -3,10 +3,11 @@
 // lab's radio, or an access point's own radio daemon.
 //
 // Socket. The server listens on one AF_UNIX SOCK_SEQPACKET socket per interface, $KX_ROOT/kx/driver/<ifname>, in a
-// directory for the owner alone. It accepts connections of root and of its own user, and closes others at once. An
-// interface without such a socket belongs to the kernel. A server binds another name first and renames the socket once
-// it listens, so a client never meets a socket that refuses it. It removes its sockets when it ends; a socket that
-// refuses connections was left behind by a dead server, and the next server replaces it.
+// directory for the owner alone, or for the owner and the daemon's group. It accepts connections of root, of its own
+// user and of the daemon's, and closes others at once. An interface without such a socket belongs to the kernel. A
+// server binds another name first and renames the socket once it listens, so a client never meets a socket that refuses
+// it. It removes its sockets when it ends; a socket that refuses connections was left behind by a dead server, and the
+// next server replaces it.
 //
 // Framing. A request is one packet: a driver_request and `length` bytes of data. The reply is one packet: a
 // driver_reply and `length` bytes of data. All integers are in the host's order, as in an ioctl.

@@ -51,10 +51,11 @@ std::string handle(kx::ipc_socket &endpoint, const kx::ipc_message &message, boo
 }  // namespace
 
 int main(int argc, char **argv) {
-    return lab::run({.name = "hostapd_app",
-                     .description = "Receives the daemon's commands to hostapd at $KX_ROOT/kx/ipc/hostapd and installs "
-                                    "their PMKs at the radio.",
-                     .endpoint = kx::endpoint_hostapd,
-                     .handle = handle},
-                    argc, argv);
+    return lab::run(
+        {.name = "hostapd_app",
+         .description = "Receives the daemon's commands to hostapd at $KX_ROOT/kx/radio/hostapd and installs "
+                        "their PMKs at the radio.",
+         .endpoint = kx::endpoint_hostapd,
+         .handle = handle},
+        argc, argv);
 }

@@ -1,10 +1,14 @@
-"""systemd as process 1 of namespaces of its own, with the units that a test gives it and no others."""
+"""systemd as process 1 of namespaces of its own, with the units that a test gives it and no others.
+
+By default it has an empty network and an empty /run.
+"""
 
 import os
 import shutil
 import signal
 import subprocess
 import tempfile
+from collections.abc import Sequence
 from pathlib import Path
 
 from lab.site.processes import die_with_parent
@@ -13,8 +17,8 @@ from lab.site.waiting import wait_until
 SYSTEMD = Path("/lib/systemd/systemd")
 CGROUPS = (Path("/sys/fs/cgroup/unified"), Path("/sys/fs/cgroup"))
 START = """
-mount --make-rprivate / && mount -t proc proc /proc && mount -t tmpfs tmpfs /run &&
-umount -R /sys/fs/cgroup && mount -t cgroup2 cgroup2 /sys/fs/cgroup &&
+mount --make-rprivate / && mount -t proc proc /proc && { [ "$2" = shared ] || mount -t tmpfs tmpfs /run; } &&
+{ ! mountpoint -q /sys/fs/cgroup || umount -R /sys/fs/cgroup; } && mount -t cgroup2 cgroup2 /sys/fs/cgroup &&
 exec env -i container=test "PATH=$PATH" "SYSTEMD_UNIT_PATH=$1" /lib/systemd/systemd --system --unit=test.target \
     --log-target=null --show-status=no
 """
@@ -26,9 +30,12 @@ def is_possible() -> bool:
 
 
 class SmallSystemd:
-    """`units`: the directory of the unit files, with a test.target that wants them."""
+    """`units`: the directory of the unit files, with a test.target that wants them.
 
-    def __init__(self, units: Path) -> None:
+    `launcher`: a command that becomes systemd, with the network that systemd gets.
+    """
+
+    def __init__(self, units: Path, launcher: Sequence[str] = (), own_run: bool = True) -> None:
         parent = next(each for each in CGROUPS if (each / "cgroup.procs").exists())
         self._cgroup = Path(tempfile.mkdtemp(prefix="kx-test.", dir=parent))
 
@@ -37,9 +44,11 @@ class SmallSystemd:
             (self._cgroup / "cgroup.procs").write_text(str(os.getpid()))
 
         # Ended with SIGKILL, unshare takes process 1 with it, and that all others.
+        network = () if launcher else ("--net",)
         self._unshare = subprocess.Popen(
-            ["unshare", "--mount", "--pid", "--fork", "--cgroup", "--ipc", "--uts", "--net", "--kill-child", "sh", "-c",
-             START, "sh", str(units)], preexec_fn=prepare, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            [*launcher, "unshare", "--mount", "--pid", "--fork", "--cgroup", "--ipc", "--uts", *network, "--kill-child",
+             "sh", "-c", START, "sh", str(units), "own" if own_run else "shared"],
+            preexec_fn=prepare, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def __enter__(self) -> "SmallSystemd":
         wait_until(lambda: self.show("test.target", "ActiveState") == "active", "systemd is up")
