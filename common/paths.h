@@ -28,7 +28,7 @@ inline constexpr std::string_view endpoint_hostapd = "/kx/radio/hostapd";
 inline constexpr std::string_view endpoint_sysmon = "/kx/ipc/sysmon";
 // Of apd and of radiod, see wire/home_questions.h.
 inline constexpr std::string_view endpoint_homes = "/kx/ipc/homes";
-inline constexpr std::string_view endpoint_radiod = "/kx/ipc/radiod";
+inline constexpr std::string_view endpoint_radiod = "/kx/radio/radiod";
 // A SOCK_SEQPACKET listener of apd, see wire/apcomm_channel.h.
 inline constexpr std::string_view endpoint_apcomm = "/kx/ipc/apcomm";
 

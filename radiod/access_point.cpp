@@ -48,7 +48,7 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     : base_(base),
       details_(details),
       daemon_(base, link_settings(config)),
-      journal_(kx::place("/kx/radiod.stations")),
+      journal_(kx::place(kx::radio_directory) + "/radiod.stations"),
       announcements_(
           [this](kx::notification message) {
               details_.write("local message " + std::to_string(message.id));
@@ -97,7 +97,7 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
                                        vap::shared{base, kernel_, announcements_, journal_, config.tunnel.enabled});
         made.on_synchronised = [this] { vap_synchronised(); };
         // The daemon lets in every client that it has, so it is asked before the arrival.
-        made.on_unasked = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
+        made.on_verdict_wanted = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
         made.on_home_wanted = [this, &made](const mac_address &station) { ask_home(station, made.bssid()); };
         made.on_interface = [this](const mac_address &station, unsigned ifindex) { state_interface(station, ifindex); };
         made.on_arrival = [this, &made](const mac_address &station) { station_arrived(made, station); };
@@ -307,7 +307,8 @@ void access_point::set_deadline() {
 void access_point::session_began(const radius::session_key &session) {
     const auto lifetime = std::min(session.lifetime.value_or(pmk_lifetime), pmk_lifetime);
     details_.write(kx::format_mac(session.station) + ": EAP made a PMK");
-    remember_pmk(session.station, session.pmk, session.bssid, lifetime);
+    keys_.remember(session.station, session.pmk, session.bssid, lifetime, clock::now());
+    lose_pmks(session.station);
     vap *at = find_vap(session.bssid);
     if (at == nullptr) {
         return;
@@ -338,9 +339,7 @@ void access_point::station_arrived(const vap &at, const mac_address &station) {
 // It may get another PMK where it is now.
 void access_point::station_moved(const mac_address &station) {
     keys_.forget(station);
-    for (vap &each : vaps_) {
-        each.lost_pmk(station);
-    }
+    lose_pmks(station);
 }
 
 bool access_point::get_pmk(const mac_address &station, const mac_address &bssid) {
@@ -373,15 +372,20 @@ void access_point::pmk_fetched(const kx::pmk_answer &answer) {
     if (at == nullptr || answer.pmk == pmk{} || !admission_.waits_for_pmk(answer.client, answer.bssid)) {
         return;
     }
+    const auto left = keys_.remember_fetched(answer.client, answer.pmk, answer.bssid, pmk_lifetime, clock::now());
+    lose_pmks(answer.client);
+    if (left == 0s) {
+        details_.write(kx::format_mac(answer.client) + ": the time of its PMK is over");
+        admission_.pmk_settled(answer.client, answer.bssid);
+        set_deadline();
+        return;
+    }
     details_.write(kx::format_mac(answer.client) + ": its PMK was fetched");
-    remember_pmk(answer.client, answer.pmk, answer.bssid, pmk_lifetime);
-    install_pmk(*at, answer.client, answer.pmk, pmk_lifetime);
+    install_pmk(*at, answer.client, answer.pmk, left);
 }
 
 // What any VAP's hostapd had before is of no use to the station.
-void access_point::remember_pmk(const mac_address &station, const pmk &key, const mac_address &bssid,
-                                std::chrono::seconds lifetime) {
-    keys_.remember(station, key, bssid, lifetime, clock::now());
+void access_point::lose_pmks(const mac_address &station) {
     for (vap &each : vaps_) {
         each.lost_pmk(station);
     }
@@ -389,7 +393,7 @@ void access_point::remember_pmk(const mac_address &station, const pmk &key, cons
 
 void access_point::install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime) {
     at.install_pmk(station, key, lifetime, [this, station, bssid = at.bssid()] {
-        admission_.pmk_installed(station, bssid);
+        admission_.pmk_settled(station, bssid);
         set_deadline();
     });
 }

@@ -55,8 +55,7 @@ private:
     bool get_pmk(const mac_address &station, const mac_address &bssid);
     void session_began(const radius::session_key &session);
     void pmk_fetched(const kx::pmk_answer &answer);
-    void remember_pmk(const mac_address &station, const pmk &key, const mac_address &bssid,
-                      std::chrono::seconds lifetime);
+    void lose_pmks(const mac_address &station);
     void install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime);
 
     void tick();

@@ -53,7 +53,13 @@ bool acl_lists::was_asked(const mac_address &station, time_point now) const {
 
 void acl_lists::changed(const mac_address &station, bool allowed, time_point now) {
     entry *its = find_room(station);
-    if (its == nullptr || (its->until > now && its->allowed == allowed)) {
+    if (its == nullptr) {
+        return;
+    }
+    if (its->until > now && its->allowed == allowed) {
+        if (its->in != list::none) {
+            its->until = std::max(its->until, now + cache_time);
+        }
         return;
     }
     put(station, *its, allowed ? list::accept : list::deny);

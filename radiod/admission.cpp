@@ -34,7 +34,7 @@ bool admission::waits_for_pmk(const mac_address &station, const mac_address &bss
     return question != open_.end() && question->second.waits_for == stage::pmk;
 }
 
-void admission::pmk_installed(const mac_address &station, const mac_address &bssid) {
+void admission::pmk_settled(const mac_address &station, const mac_address &bssid) {
     if (waits_for_pmk(station, bssid)) {
         close(open_.find({station, bssid}), true);
     }

@@ -54,8 +54,8 @@ public:
     // It is known where the station has its home.
     void home_found(const mac_address &station, const mac_address &bssid);
     bool waits_for_pmk(const mac_address &station, const mac_address &bssid) const;
-    // The station's PMK is at the VAP's hostapd.
-    void pmk_installed(const mac_address &station, const mac_address &bssid);
+    // The station's PMK is at the VAP's hostapd, or there will be none.
+    void pmk_settled(const mac_address &station, const mac_address &bssid);
 
     // When expire() has to be called; none when no question is open.
     std::optional<time_point> next_deadline() const;

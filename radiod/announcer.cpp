@@ -63,8 +63,16 @@ void announcer::send_departure(const departure &gone) {
 
 void announcer::sent_away(const place &from, const mac_address &address) { remove(from, address); }
 
+bool announcer::is_present(const mac_address &address) const {
+    return std::ranges::any_of(stations_, [&](const auto &each) { return each.first.second == address; });
+}
+
 // VAPs of one bridge see the same broadcasts, in any order.
-void announcer::has_address(const place &at, const mac_address &address, std::uint32_t ip, time_point now) {
+void announcer::has_address(const place &at, const mac_address &address, std::uint32_t ip, const mac_address &source,
+                            time_point now) {
+    if (source != address && is_present(source)) {
+        return;
+    }
     const auto here = stations_.find({at.bssid, address});
     const bool is_here = here != stations_.end();
     if (addresses_.contains(address) || make_room_for_address(is_here, now)) {

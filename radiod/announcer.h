@@ -54,8 +54,10 @@ public:
     void departed_unseen(const place &from, const mac_address &address, bool roamed_in);
     // The daemon itself has sent the station away.
     void sent_away(const place &from, const mac_address &address);
-    // The station's IPv4 address, in the host's order. It may be seen before the arrival.
-    void has_address(const place &at, const mac_address &address, std::uint32_t ip, time_point now);
+    // The station's IPv4 address, in the host's order, by a frame of `source`. It may be seen before the arrival. One
+    // station of this access point is not believed about another.
+    void has_address(const place &at, const mac_address &address, std::uint32_t ip, const mac_address &source,
+                     time_point now);
 
     void all_again();
     // The stations of a VAP that all_again() has left to be asked, at most `most` of them. They count as asked.
@@ -90,6 +92,7 @@ private:
 
     void send_arrival(const mac_address &address, station &its);
     void send_departure(const departure &gone);
+    bool is_present(const mac_address &address) const;
     std::optional<station> remove(const place &from, const mac_address &address);
     // Calls `visit` for each unconfirmed station of the VAP until it returns false.
     void visit_unconfirmed(const place &at, const std::function<bool(const mac_address &, station &)> &visit);

@@ -88,7 +88,7 @@ void placement::arrived(const mac_address &station, std::uint16_t number, unsign
         pool_.arrived(station, number);
         try {
             const auto added = addresses_.try_emplace(station, base_, ifname_ + '.' + std::to_string(number)).first;
-            added->second.on_address = [this](const mac_address &who, std::uint32_t ip) { on_address(who, ip); };
+            added->second.on_address = [this](const seen_address &seen) { on_address(seen); };
         } catch (const std::system_error &error) {
             kx::log_line(ifname_ + ": a station's address cannot be seen: " + error.what());
         }

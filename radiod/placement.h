@@ -29,7 +29,7 @@ public:
 
     // The interface of a station; 0: it has left.
     std::function<void(const mac_address &station, unsigned ifindex)> on_interface;
-    std::function<void(const mac_address &station, std::uint32_t ip)> on_address;
+    std::function<void(const seen_address &)> on_address;
 
     // hostapd makes its interfaces when it starts.
     void find_interfaces();

@@ -1,10 +1,6 @@
 #include "radiod/vap.h"
 
-#include <linux/if.h>
 #include <openssl/rand.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +12,8 @@
 
 #include "common/hex.h"
 #include "common/program_log.h"
+#include "radiod/hostapd/reply.h"
+#include "radiod/interface.h"
 
 namespace radiod {
 namespace {
@@ -27,40 +25,6 @@ constexpr unsigned compare_period = 5;  // ticks
 constexpr unsigned polls_each_tick = 64;
 constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 constexpr std::size_t suites_max = 2048;
-
-struct interface {
-    unsigned index = 0;
-    mac_address address{};
-};
-
-// None when there is none of that name.
-std::optional<interface> find_by_name(const std::string &ifname) {
-    ifreq index{}, address{};
-    ifname.copy(index.ifr_name, sizeof index.ifr_name - 1);
-    ifname.copy(address.ifr_name, sizeof address.ifr_name - 1);
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool found = ioctl(fd, SIOCGIFINDEX, &index) == 0 && ioctl(fd, SIOCGIFHWADDR, &address) == 0;
-    close(fd);
-    if (!found) {
-        return std::nullopt;
-    }
-    return interface {
-        .index = static_cast<unsigned>(index.ifr_ifindex),
-        .address = mac_at(reinterpret_cast<const uint8_t *>(address.ifr_hwaddr.sa_data))
-    };
-}
-
-// The value of "name=value" in a reply of several lines.
-std::string_view value_of(std::string_view reply, std::string_view name) {
-    while (!reply.empty()) {
-        const std::string_view line = reply.substr(0, reply.find('\n'));
-        reply.remove_prefix(std::min(reply.size(), line.size() + 1));
-        if (line.starts_with(name) && line.substr(name.size()).starts_with('=')) {
-            return line.substr(name.size() + 1);
-        }
-    }
-    return {};
-}
 
 // The bits of hostapd's key management suites (src/common/defs.h).
 unsigned hostapd_suite(akm suite) { return suite == akm::ieee8021x_sha256 ? 1u << 7 : 1u << 0; }
@@ -77,9 +41,7 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
            [this](const mac_address &station) { return placement_.number_for(station); }),
       placement_(with.base, config.ifname) {
     placement_.on_interface = [this](const mac_address &station, unsigned ifindex) { on_interface(station, ifindex); };
-    placement_.on_address = [this](const mac_address &station, std::uint32_t ip) {
-        with_.announcements.has_address(place_, station, ip, clock::now());
-    };
+    placement_.on_address = [this](const seen_address &seen) { address_seen(seen); };
     hostapd_.on_up = [this] { hostapd_up(); };
     hostapd_.on_down = [this] { hostapd_down(); };
     hostapd_.on_event = [this](const hostapd_event &event) { hostapd_reported(event); };
@@ -126,6 +88,13 @@ void vap::hostapd_reported(const hostapd_event &event) {
     if (std::holds_alternative<ap_enabled>(event)) {
         on_radio_enabled();
     }
+    if (const auto *heard = std::get_if<station_heard>(&event)) {
+        // Where stations are asked for their home, the question has to be put.
+        if (!rules().asks_home && expected_.heard(heard->station, clock::now())) {
+            on_verdict_wanted(heard->station);
+        }
+        return;
+    }
     if (const auto *polled = std::get_if<station_polled>(&event)) {
         with_.announcements.confirmed(place_, polled->station);
     }
@@ -139,16 +108,19 @@ void vap::read_configuration() {
         if (!reply) {
             return;
         }
-        const std::string suites = ' ' + std::string(value_of(*reply, "key_mgmt")) + ' ';
-        offers_sha1_ = suites.find(" WPA-EAP ") != std::string::npos;
-        offers_sha256_ = suites.find(" WPA-EAP-SHA256 ") != std::string::npos;
+        const std::string_view suites = value_of(*reply, "key_mgmt");
+        offers_sha1_ = has_word(suites, "WPA-EAP");
+        offers_sha256_ = has_word(suites, "WPA-EAP-SHA256");
+        if (has_acl_ && suites.find("FT-") != std::string_view::npos) {
+            hostapd_.send("ATTACH probe_rx_events=1");
+        }
         synchronise();
     });
 }
 
 // A new interface has a new index and perhaps another address.
 void vap::find_interface() {
-    const std::optional<interface> found = find_by_name(place_.ifname);
+    const std::optional<interface> found = radiod::find_interface(place_.ifname);
     if (!found) {
         if (!std::exchange(interface_missing_, true)) {
             kx::report(place_.ifname + ": there is no such interface");
@@ -179,9 +151,7 @@ void vap::use_address(const mac_address &bssid) {
 void vap::watch_addresses() {
     try {
         addresses_.emplace(with_.base, place_.ifname);
-        addresses_->on_address = [this](const mac_address &station, std::uint32_t ip) {
-            with_.announcements.has_address(place_, station, ip, clock::now());
-        };
+        addresses_->on_address = [this](const seen_address &seen) { address_seen(seen); };
         snoop_failed_ = false;
     } catch (const std::system_error &error) {
         addresses_.reset();
@@ -190,6 +160,10 @@ void vap::watch_addresses() {
         }
         kx::report(place_.ifname + ": stations' addresses cannot be seen: " + error.what());
     }
+}
+
+void vap::address_seen(const seen_address &seen) {
+    with_.announcements.has_address(place_, seen.used.station, seen.used.ip, seen.source, clock::now());
 }
 
 void vap::synchronise() {
@@ -258,7 +232,7 @@ void vap::admit(const arrival &event, std::optional<mac_address> previous) {
         previous.reset();
     }
     if (has_acl_ && !acl_.was_asked(event.station, clock::now())) {
-        on_unasked(event.station);
+        on_verdict_wanted(event.station);
     }
     with_.journal.arrived(place_.ifname, event.station, previous);
     with_.announcements.arrived(place_, event.station, previous, clock::now());

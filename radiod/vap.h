@@ -17,6 +17,7 @@
 #include "radiod/acl_lists.h"
 #include "radiod/admission.h"
 #include "radiod/announcer.h"
+#include "radiod/expected_stations.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/kernel/address_snoop.h"
 #include "radiod/kernel/nl80211.h"
@@ -53,8 +54,9 @@ public:
     bool is_synchronised() const { return synchronised_; }
     // The first time, and whenever the BSSID has changed.
     std::function<void()> on_synchronised;
-    // Before its arrival is announced: hostapd let it in without a question, though the VAP has a MAC ACL.
-    std::function<void(const mac_address &station)> on_unasked;
+    // The VAP has a MAC ACL, and hostapd does not ask about the station: it has let it in without a question, which is
+    // reported before the arrival is announced, or the station may soon come by FT.
+    std::function<void(const mac_address &station)> on_verdict_wanted;
     std::function<void(const mac_address &station)> on_arrival;  // after it was announced
     std::function<void(const mac_address &station)> on_moved;    // the daemon has sent it away
     std::function<void()> on_radio_enabled;                      // reported for a radio's first VAP alone
@@ -122,6 +124,7 @@ private:
     void hostapd_reported(const hostapd_event &event);
     void find_interface();
     void watch_addresses();
+    void address_seen(const seen_address &seen);
     void read_configuration();
     void use_address(const mac_address &bssid);
     void poll_unconfirmed();
@@ -142,6 +145,7 @@ private:
     std::map<mac_address, akm> suites_;                 // of the stations' last associations by 802.1X
     control hostapd_;
     acl_lists acl_;
+    expected_stations expected_;
     std::optional<station_tracker> stations_;  // of this BSSID
     std::optional<address_snoop> addresses_;   // on this interface
     placement placement_;

@@ -4,30 +4,13 @@
 #include <charconv>
 #include <functional>
 
+#include "radiod/hostapd/reply.h"
 #include "wire/hex.h"
 
 namespace radiod {
 namespace {
 
 using lines = std::vector<std::string>;
-
-// The values of all lines "name=value".
-std::vector<std::string_view> values_of(std::string_view reply, std::string_view name) {
-    std::vector<std::string_view> found;
-    while (!reply.empty()) {
-        const std::string_view line = reply.substr(0, reply.find('\n'));
-        reply.remove_prefix(std::min(reply.size(), line.size() + 1));
-        if (line.starts_with(name) && line.substr(name.size()).starts_with('=')) {
-            found.push_back(line.substr(name.size() + 1));
-        }
-    }
-    return found;
-}
-
-std::string_view value_of(std::string_view reply, std::string_view name) {
-    const auto found = values_of(reply, name);
-    return found.empty() ? std::string_view() : found.front();
-}
 
 unsigned long number_in(std::string_view text) {
     unsigned long value = 0;
@@ -41,11 +24,6 @@ unsigned long sum_of(std::string_view reply, std::string_view name) {
         sum += number_in(value);
     }
     return sum;
-}
-
-// In a list that is separated by spaces.
-bool has_word(std::string_view list, std::string_view word) {
-    return (' ' + std::string(list) + ' ').find(' ' + std::string(word) + ' ') != std::string::npos;
 }
 
 // Without control characters.

@@ -25,6 +25,15 @@ std::optional<hostapd_event> station_event(std::string_view arguments) {
     return Event{*station};
 }
 
+std::optional<hostapd_event> probe_event(std::string_view arguments) {
+    constexpr std::string_view prefix = "sa=";
+    if (!arguments.starts_with(prefix)) {
+        return std::nullopt;
+    }
+    arguments.remove_prefix(prefix.size());
+    return station_event<station_heard>(arguments);
+}
+
 std::optional<hostapd_event> frame_event(std::string_view arguments) {
     constexpr std::string_view prefix = "buf=";
     const std::string_view word = take_word(arguments);
@@ -53,6 +62,9 @@ std::optional<hostapd_event> parse_event(std::string_view line) {
     const std::string_view name = take_word(line);
     if (name == "AP-MGMT-FRAME-RECEIVED") {
         return frame_event(line);
+    }
+    if (name == "RX-PROBE-REQUEST") {
+        return probe_event(line);
     }
     if (name == "AP-STA-CONNECTED") {
         return station_event<station_connected>(line);

@@ -17,6 +17,10 @@ struct station_connected {
 struct station_disconnected {
     mac_address station;
 };
+// It scans, associated here or not. Reported after "ATTACH probe_rx_events=1" alone.
+struct station_heard {
+    mac_address station;
+};
 // It answered POLL_STA.
 struct station_polled {
     mac_address station;
@@ -35,7 +39,7 @@ struct ap_disabled {};
 struct terminating {};
 
 using hostapd_event = std::variant<station_connected, station_disconnected, handshake_completed, frame_received,
-                                   ap_enabled, ap_disabled, terminating, station_polled>;
+                                   ap_enabled, ap_disabled, terminating, station_polled, station_heard>;
 
 // The names of the events are in hostapd's src/common/wpa_ctrl.h. None for any other event, and for what is malformed.
 std::optional<hostapd_event> parse_event(std::string_view line);

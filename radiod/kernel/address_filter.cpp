@@ -95,7 +95,7 @@ std::uint16_t ethertype_of(std::span<const std::uint8_t> frame, std::size_t at) 
 
 std::span<const sock_filter> address_filter() { return program; }
 
-std::optional<kx::used_address> find_address(std::span<const std::uint8_t> frame) {
+std::optional<seen_address> find_address(std::span<const std::uint8_t> frame) {
     if (frame.size() < payload_at + tag_size) {
         return std::nullopt;
     }
@@ -105,14 +105,14 @@ std::optional<kx::used_address> find_address(std::span<const std::uint8_t> frame
         ethertype = ethertype_of(frame, ethertype_at + tag_size);
         payload += tag_size;
     }
-    switch (ethertype) {
-        case kx::ethertype_arp:
-            return kx::sender_of_arp(mac_at(&frame[source_at]), frame.subspan(payload));
-        case kx::ethertype_ipv4:
-            return kx::client_of_dhcp(mac_at(&frame[destination_at]), frame.subspan(payload));
-        default:
-            return std::nullopt;
+    const mac_address source = mac_at(&frame[source_at]);
+    std::optional<kx::used_address> used;
+    if (ethertype == kx::ethertype_arp) {
+        used = kx::sender_of_arp(source, frame.subspan(payload));
+    } else if (ethertype == kx::ethertype_ipv4) {
+        used = kx::client_of_dhcp(mac_at(&frame[destination_at]), frame.subspan(payload));
     }
+    return used ? std::optional(seen_address{.used = *used, .source = source}) : std::nullopt;
 }
 
 }  // namespace radiod

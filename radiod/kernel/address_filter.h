@@ -16,8 +16,15 @@ namespace radiod {
 // from port 67 to port 68, each also behind one VLAN tag. A station that says it is a DHCP server is not believed.
 std::span<const sock_filter> address_filter();
 
+struct seen_address {
+    kx::used_address used;
+    mac_address source;  // of the frame: the station itself, or whoever says that it is a DHCP server
+
+    bool operator==(const seen_address &) const = default;
+};
+
 // The address in an Ethernet frame that the filter has passed; hostile frames are survived. None when there is none.
-std::optional<kx::used_address> find_address(std::span<const std::uint8_t> frame);
+std::optional<seen_address> find_address(std::span<const std::uint8_t> frame);
 
 }  // namespace radiod
 

@@ -11,8 +11,6 @@
 #include <cerrno>
 #include <system_error>
 
-#include "radiod/kernel/address_filter.h"
-
 namespace radiod {
 namespace {
 
@@ -77,7 +75,7 @@ void address_snoop::read_frames() {
         }
         frames_++;
         if (const auto found = find_address(std::span(frame).first(static_cast<std::size_t>(size)))) {
-            on_address(found->station, found->ip);
+            on_address(*found);
         }
     }
 }

@@ -8,12 +8,12 @@
 #include <string>
 
 #include "common/events.h"
-#include "wire/mac_address.h"
+#include "radiod/kernel/address_filter.h"
 
 namespace radiod {
 
 // A DHCP server may answer a station of another interface here too, so the caller takes the addresses of stations that
-// are on this one.
+// are on this one. It does not believe a station that answers as a DHCP server.
 class address_snoop {
 public:
     // Throws std::system_error, with EPERM when the process lacks the capability.
@@ -22,8 +22,8 @@ public:
     address_snoop(const address_snoop &) = delete;
     address_snoop &operator=(const address_snoop &) = delete;
 
-    // `ip` as a number: 10.0.0.1 is 0x0a000001. To be set before the loop runs.
-    std::function<void(const mac_address &station, std::uint32_t ip)> on_address;
+    // To be set before the loop runs.
+    std::function<void(const seen_address &)> on_address;
 
     // The interface was removed, and nothing more is found. One of the same name needs another object.
     bool is_lost() const;

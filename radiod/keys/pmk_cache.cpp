@@ -1,5 +1,7 @@
 #include "radiod/keys/pmk_cache.h"
 
+#include <openssl/sha.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -9,8 +11,18 @@ using std::chrono::seconds;
 
 namespace {
 
+constexpr std::size_t marks_max = 2 * pmk_cache::stations_max;
+
 // A longer lifetime would overflow the clock.
 constexpr seconds lifetime_max = std::chrono::hours(24 * 365);
+
+using digest = std::array<std::uint8_t, SHA256_DIGEST_LENGTH>;
+
+digest digest_of(const pmk &key) {
+    digest made{};
+    SHA256(key.data(), key.size(), made.data());
+    return made;
+}
 
 }  // namespace
 
@@ -26,7 +38,22 @@ void pmk_cache::remember(const mac_address &station, const pmk &key, const mac_a
     if (entries_.size() == stations_max) {
         entries_.erase(std::ranges::min_element(entries_, {}, [](const auto &item) { return item.second.since; }));
     }
-    entries_.try_emplace(station, key, origin, now, now + std::min(lifetime, lifetime_max));
+    const time_point until = now + std::min(lifetime, lifetime_max);
+    entries_.try_emplace(station, key, origin, now, until);
+    if (marks_.size() >= marks_max && !marks_.contains(station)) {
+        marks_.erase(std::ranges::min_element(marks_, {}, [](const auto &item) { return item.second.until; }));
+    }
+    marks_[station] = {.digest = digest_of(key), .until = until};
+}
+
+seconds pmk_cache::remember_fetched(const mac_address &station, const pmk &key, const mac_address &origin,
+                                    seconds lifetime, time_point now) {
+    const auto known = marks_.find(station);
+    if (known != marks_.end() && known->second.digest == digest_of(key)) {
+        lifetime = std::clamp(std::chrono::floor<seconds>(known->second.until - now), seconds::zero(), lifetime);
+    }
+    remember(station, key, origin, lifetime, now);
+    return lifetime;
 }
 
 std::optional<pmk_cache::found> pmk_cache::find(const mac_address &station, time_point now) {

@@ -2,8 +2,10 @@
 #ifndef RADIOD_KEYS_PMK_CACHE_H
 #define RADIOD_KEYS_PMK_CACHE_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <optional>
 
@@ -24,10 +26,14 @@ public:
         std::chrono::seconds left;
     };
 
-    // Replaces the station's key. A lifetime of zero or less only removes it. In a full cache the key that was
-    // remembered first makes room.
+    // Replaces the station's key by one that EAP made. A lifetime of zero or less only removes it. In a full cache the
+    // key that was remembered first makes room.
     void remember(const mac_address &station, const pmk &key, const mac_address &origin, std::chrono::seconds lifetime,
                   time_point now);
+    // Replaces it by one that was fetched. One that was here before gets no longer time by that; returns what is left
+    // for the key, zero when its time is over.
+    std::chrono::seconds remember_fetched(const mac_address &station, const pmk &key, const mac_address &origin,
+                                          std::chrono::seconds lifetime, time_point now);
     // None when the station has no key with at least a second left.
     std::optional<found> find(const mac_address &station, time_point now);
     void forget(const mac_address &station);
@@ -49,7 +55,14 @@ private:
         time_point since, until;
     };
 
+    // The last key of a station, also after it was forgotten.
+    struct mark {
+        std::array<std::uint8_t, 32> digest{};
+        time_point until{};
+    };
+
     std::map<mac_address, entry> entries_;
+    std::map<mac_address, mark> marks_;
 };
 
 }  // namespace radiod

@@ -44,29 +44,40 @@ void station_tracker::handle(const hostapd_event &event, time now) {
                    [&](const terminating &) { all_depart(); },
                    [](const ap_enabled &) {},
                    [](const station_polled &) {},
+                   [](const station_heard &) {},
                },
                event);
 }
 
 void station_tracker::receive(const management_frame &frame, time now) {
-    if (frame.bssid != bssid_ ||
-        (frame.kind != frame_kind::assoc_request && frame.kind != frame_kind::reassoc_request)) {
+    if (frame.bssid != bssid_) {
         return;
     }
-    if (entry *const known = find_or_add(frame.station)) {
-        known->waiting = request{{previous_of(frame, *known, now), frame.suite}, now};
+    if (frame.kind == frame_kind::auth) {
+        entry *const known = find(frame.station);
+        if (known != nullptr && known->refused && frame.auth_algorithm == auth_sae) {
+            known->refused->has_retried = true;
+        }
+    } else if (frame.kind == frame_kind::assoc_request || frame.kind == frame_kind::reassoc_request) {
+        if (entry *const known = find_or_add(frame.station)) {
+            receive_request(frame, *known, now);
+        }
     }
 }
 
-// A station whose reassociation was refused comes again with an association request, which does not name the access
-// point that it comes from: after status 53, invalid PMKID (IEEE 802.11-2020, 9.4.1.9).
-std::optional<mac_address> station_tracker::previous_of(const management_frame &frame, const entry &known,
-                                                        time now) const {
-    if (frame.kind == frame_kind::assoc_request) {
-        const bool refused = known.waiting && now - known.waiting->at <= refused_life;
-        return refused ? known.waiting->from.previous_bssid : std::nullopt;
+void station_tracker::receive_request(const management_frame &frame, entry &known, time now) {
+    std::optional<mac_address> previous = previous_of(frame);
+    if (frame.kind == frame_kind::reassoc_request) {
+        const bool may_be_refused = previous && frame.suite == akm::sae && !frame.pmkids.empty();
+        known.refused = may_be_refused ? std::optional(refusal{*previous, now}) : std::nullopt;
+    } else if (known.refused && known.refused->has_retried && now - known.refused->at <= refused_life) {
+        previous = known.refused->previous_bssid;
     }
-    if (frame.current_ap == bssid_ || !is_bssid(frame.current_ap)) {
+    known.waiting = request{{previous, frame.suite}, now};
+}
+
+std::optional<mac_address> station_tracker::previous_of(const management_frame &frame) const {
+    if (frame.kind == frame_kind::assoc_request || frame.current_ap == bssid_ || !is_bssid(frame.current_ap)) {
         return std::nullopt;
     }
     return frame.current_ap;
@@ -87,7 +98,7 @@ void station_tracker::grant_if_new(const mac_address &station, entry &known, tim
 }
 
 void station_tracker::arrive(const mac_address &station, entry &known, const origin &from) {
-    known = {.arrived = from, .waiting = {}, .gone_since = {}, .was_gone = false};
+    known = {.arrived = from, .waiting = {}, .refused = {}, .gone_since = {}, .was_gone = false};
     if (on_arrival) {
         on_arrival({station, known.arrived->previous_bssid, known.arrived->suite});
     }
@@ -99,7 +110,7 @@ void station_tracker::depart(const mac_address &station, entry &known) {
         return;
     }
     const bool roamed_in = known.arrived->previous_bssid.has_value();
-    known = {.arrived = {}, .waiting = known.waiting, .gone_since = {}, .was_gone = false};
+    known = {.arrived = {}, .waiting = known.waiting, .refused = known.refused, .gone_since = {}, .was_gone = false};
     if (on_departure) {
         on_departure({station, roamed_in});
     }

@@ -37,7 +37,7 @@ public:
     using time = std::chrono::steady_clock::time_point;
 
     static constexpr std::chrono::seconds request_life{60};  // EAP may wait for a user in between
-    static constexpr std::chrono::seconds refused_life{10};  // see previous_of()
+    static constexpr std::chrono::seconds refused_life{10};  // of a refused request, see `refusal`
     static constexpr std::chrono::seconds gone_limit{2};     // between DEL_STATION and NEW_STATION
     static constexpr std::chrono::seconds away_limit{5};     // of hostapd, until resync()
     static constexpr std::size_t stations_max = 2048;
@@ -78,16 +78,26 @@ private:
         origin from;
         time at;
     };
+    // hostapd refuses a reassociation by a PMK of SAE that it does not have, with status 53, invalid PMKID (IEEE
+    // 802.11-2020, 9.4.1.9). The station then authenticates with its password, and its association request does not
+    // name the access point that it comes from.
+    struct refusal {
+        mac_address previous_bssid;
+        time at;
+        bool has_retried = false;  // by SAE
+    };
     struct entry {
         std::optional<origin> arrived;   // present
         std::optional<request> waiting;  // neither granted nor expired
+        std::optional<refusal> refused;  // or about to be granted
         std::optional<time> gone_since;  // present, but no longer in the kernel
         bool was_gone = false;           // from the kernel, since its arrival
     };
     using table = std::map<mac_address, entry>;
 
     void receive(const management_frame &frame, time now);
-    std::optional<mac_address> previous_of(const management_frame &frame, const entry &known, time now) const;
+    void receive_request(const management_frame &frame, entry &known, time now);
+    std::optional<mac_address> previous_of(const management_frame &frame) const;
     void grant_request(const mac_address &station, entry &known, time now);
     void grant_if_new(const mac_address &station, entry &known, time now);
     void arrive(const mac_address &station, entry &known, const origin &from);

@@ -60,6 +60,19 @@ TEST_F(real_hostapd, reports_stations) {
     EXPECT_TRUE(happens({"ACCEPT_ACL SHOW -> "}));
 }
 
+// radiod attaches once more for the probe requests of stations.
+TEST_F(real_hostapd, takes_a_second_attachment_for_a_change_of_the_first) {
+    start_control();
+    start_hostapd();
+    ASSERT_TRUE(happens({"up"}));
+    send("ATTACH probe_rx_events=1");
+    EXPECT_TRUE(happens({"ATTACH probe_rx_even -> OK"}));
+    send("NEW_STA 02:00:00:00:0a:01");
+    EXPECT_TRUE(happens({"connected 02:00:00:00:0a:01", "NEW_STA 02:00:00:00: -> OK"}));
+    send("NEW_STA 02:00:00:00:0a:02");
+    EXPECT_TRUE(happens({"connected 02:00:00:00:0a:02", "NEW_STA 02:00:00:00: -> OK"}));
+}
+
 TEST_F(real_hostapd, is_taken_up_again_after_its_end) {
     start_hostapd();
     start_control();

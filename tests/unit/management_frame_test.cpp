@@ -187,6 +187,7 @@ TEST(hostapd_event, reads_stations) {
     EXPECT_EQ(station_of<station_connected>("<3>AP-STA-CONNECTED 02:00:00:00:0a:01 auth_alg=sae keyid=guests"), anna);
     EXPECT_EQ(station_of<station_disconnected>("<3>AP-STA-DISCONNECTED 02:00:00:00:0a:01"), anna);
     EXPECT_EQ(station_of<station_polled>("<3>AP-STA-POLL-OK 02:00:00:00:0a:01"), anna);
+    EXPECT_EQ(station_of<station_heard>("<3>RX-PROBE-REQUEST sa=02:00:00:00:0a:01 signal=-30"), anna);
     EXPECT_EQ(station_of<handshake_completed>("<3>EAPOL-4WAY-HS-COMPLETED 02:00:00:00:0a:01"), anna);
 }
 
@@ -222,6 +223,7 @@ TEST(hostapd_event, survives_a_line_that_is_cut_or_wrong) {
     for (const char *line :
          {"", "<", "<3", "<3>", "3>AP-ENABLED ", "<3>AP-STA-CONNECTED", "<3>AP-STA-CONNECTED  02:00:00:00:0a:01",
           "<3>AP-STA-CONNECTED 02:00:00:00:0a:0g", "<3>AP-STA-CONNECTEDX 02:00:00:00:0a:01", "AP-ENABLED ",
+          "<3>RX-PROBE-REQUEST", "<3>RX-PROBE-REQUEST 02:00:00:00:0a:01", "<3>RX-PROBE-REQUEST sa=02:00",
           "<3>AP-MGMT-FRAME-RECEIVED ", "<3>AP-MGMT-FRAME-RECEIVED buf=", "<3>AP-MGMT-FRAME-RECEIVED buf=2g",
           "<3>AP-MGMT-FRAME-RECEIVED buf=200", "<3>CTRL-EVENT-EAP-STARTED 02:00:00:00:0a:01"}) {
         EXPECT_FALSE(parse_event(line)) << line;

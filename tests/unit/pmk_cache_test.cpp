@@ -76,6 +76,38 @@ TEST(PmkCache, KeyEndsWithItsLifetime) {
     EXPECT_TRUE(cache.find(numbered_station(1), start + 10s));
 }
 
+TEST(PmkCache, KeyThatIsFetchedAgainGetsNoLongerTime) {
+    pmk_cache cache;
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(1), bssid, 100s, start), 100s);
+    cache.forget(station);
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(1), bssid, 100s, start + 60s), 40s);
+    EXPECT_EQ(cache.find(station, start + 60s)->left, 40s);
+    cache.expire(start + 100s);
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(1), bssid, 100s, start + 100s), 0s);
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(1), bssid, 100s, start + 24h), 0s);
+    EXPECT_FALSE(cache.find(station, start + 24h));
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(2), bssid, 100s, start + 24h), 100s);
+}
+
+TEST(PmkCache, KeyOfEapIsNotFetchedAfterItsTime) {
+    pmk_cache cache;
+    cache.remember(station, numbered_key(1), bssid, 10s, start);
+    cache.expire(start + 10s);
+    EXPECT_EQ(cache.remember_fetched(station, numbered_key(1), bssid, 100s, start + 11s), 0s);
+    cache.remember(station, numbered_key(1), bssid, 10s, start + 12s);
+    EXPECT_TRUE(cache.find(station, start + 12s));
+}
+
+TEST(PmkCache, FullMemoryForgetsTheEndOfTheKeyThatEndedFirst) {
+    pmk_cache cache;
+    const unsigned most = 2 * pmk_cache::stations_max;
+    for (unsigned i = 0; i <= most; i++) {
+        cache.remember_fetched(numbered_station(i), numbered_key(), bssid, 100s, start + std::chrono::seconds(i));
+    }
+    EXPECT_EQ(cache.remember_fetched(numbered_station(0), numbered_key(), bssid, 100s, start + 24h), 100s);
+    EXPECT_EQ(cache.remember_fetched(numbered_station(most), numbered_key(), bssid, 100s, start + 24h), 0s);
+}
+
 TEST(PmkCache, NoLifetimeIsNoKey) {
     pmk_cache cache;
     cache.remember(station, numbered_key(), bssid, 10s, start);

@@ -53,14 +53,16 @@ octets ipv4(const octets &datagram, const octets &options = {}, std::uint16_t fr
 }
 octets ack() { return ipv4(udp(67, 68, dhcp(ack_options))); }
 
-const std::optional<kx::used_address> found = kx::used_address{station, ip};
+std::optional<radiod::seen_address> seen_from(const mac_address &source) {
+    return radiod::seen_address{.used = {.station = station, .ip = ip}, .source = source};
+}
 
 }  // namespace
 
 TEST(radiod_address, is_the_sender_of_an_arp_packet) {
     const octets packet = arp(station, ip_bytes);
-    EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + packet)), found);
-    EXPECT_EQ(radiod::find_address(ethernet(station, tag + arp_type + packet)), found);
+    EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + packet)), seen_from(station));
+    EXPECT_EQ(radiod::find_address(ethernet(station, tag + arp_type + packet)), seen_from(station));
     EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + arp(station, {0, 0, 0, 0}))), std::nullopt);
     EXPECT_EQ(radiod::find_address(ethernet(station, arp_type + arp({3, 0, 0, 0, 0, 1}, ip_bytes))), std::nullopt);
     EXPECT_EQ(radiod::find_address(ethernet(router, arp_type + packet)), std::nullopt);
@@ -71,12 +73,12 @@ TEST(radiod_address, is_the_sender_of_an_arp_packet) {
 }
 
 TEST(radiod_address, is_in_an_acknowledgement_of_dhcp) {
-    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack())), found);
-    EXPECT_EQ(radiod::find_address(ethernet(router, tag + ipv4_type + ack())), found);
+    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack())), seen_from(router));
+    EXPECT_EQ(radiod::find_address(ethernet(router, tag + ipv4_type + ack())), seen_from(router));
     EXPECT_EQ(radiod::find_address(ethernet(
                   router, ipv4_type + ipv4(udp(67, 68, dhcp(octets{0, 12, 1, 'a'} + ack_options)), octets(8)))),
-              found);
-    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack(), station)), found);
+              seen_from(router));
+    EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack(), station)), seen_from(router));
     EXPECT_EQ(radiod::find_address(ethernet(router, ipv4_type + ack(), {2, 0, 0, 0, 0xc, 2})), std::nullopt);
     for (const octets &wrong : {
              ipv4(udp(67, 68, dhcp({53, 1, 2, 255}))),          // an offer
@@ -129,7 +131,7 @@ protected:
         }
         air_ = socket_on("sta0");
         snoop_.emplace(base.get(), "vap0");
-        snoop_->on_address = [this](const mac_address &mac, std::uint32_t address) { seen_.push_back({mac, address}); };
+        snoop_->on_address = [this](const radiod::seen_address &each) { seen_.push_back(each); };
     }
     void TearDown() override {
         snoop_.reset();
@@ -159,7 +161,7 @@ protected:
 
     int air_ = -1;
     std::optional<radiod::address_snoop> snoop_;
-    std::vector<kx::used_address> seen_;
+    std::vector<radiod::seen_address> seen_;
 };
 
 TEST_F(radiod_address_snoop, finds_addresses_and_is_not_woken_by_other_traffic) {
@@ -192,14 +194,16 @@ TEST_F(radiod_address_snoop, finds_addresses_and_is_not_woken_by_other_traffic) 
     for (const octets &frame : arriving) {
         arrives(frame);
     }
+    EXPECT_TRUE(run_until([&] { return seen_.size() >= arriving.size(); }));
     for (const octets &frame : leaving) {
         leaves(frame);
     }
-    const std::size_t expected = arriving.size() + leaving.size();
-    EXPECT_TRUE(run_until([&] { return seen_.size() >= expected; }));
+    std::vector<radiod::seen_address> expected(arriving.size(), *seen_from(station));
+    expected.resize(arriving.size() + leaving.size(), *seen_from(router));
+    EXPECT_TRUE(run_until([&] { return seen_.size() >= expected.size(); }));
     settle();
-    EXPECT_EQ(seen_, std::vector<kx::used_address>(expected, *found));
-    EXPECT_EQ(snoop_->frames(), expected);
+    EXPECT_EQ(seen_, expected);
+    EXPECT_EQ(snoop_->frames(), expected.size());
 }
 
 TEST_F(radiod_address_snoop, lasts_while_the_interface_is_down_and_is_lost_when_it_is_removed) {

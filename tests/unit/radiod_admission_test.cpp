@@ -7,6 +7,7 @@
 
 #include "radiod/acl_lists.h"
 #include "radiod/admission.h"
+#include "radiod/expected_stations.h"
 
 namespace {
 
@@ -76,7 +77,7 @@ TEST_F(admissions, the_key_is_asked_for_after_the_verdict_only) {
     EXPECT_EQ(seen, strings{"ask ann"});
     those.verdict(ann, office, true);
     EXPECT_EQ(seen, (strings{"ask ann", "key ann"}));
-    those.pmk_installed(ann, office);
+    those.pmk_settled(ann, office);
     EXPECT_EQ(seen.back(), "7 allowed");
 }
 
@@ -155,7 +156,7 @@ TEST_F(admissions, a_denial_ends_the_wait_for_a_key) {
     those.verdict(ann, office, true);
     EXPECT_TRUE(those.waits_for_pmk(ann, office));
     EXPECT_TRUE(those.verdict(ann, office, false));
-    those.pmk_installed(ann, office);
+    those.pmk_settled(ann, office);
     EXPECT_EQ(seen, (strings{"ask ann", "key ann", "7 denied"}));
     EXPECT_FALSE(those.waits_for_pmk(ann, office));
 }
@@ -163,7 +164,7 @@ TEST_F(admissions, a_denial_ends_the_wait_for_a_key) {
 TEST_F(admissions, a_key_before_the_verdict_lets_nobody_in) {
     admission those = make();
     those.asked(7, ann, full_vap, now);
-    those.pmk_installed(ann, office);
+    those.pmk_settled(ann, office);
     EXPECT_EQ(seen, strings{"ask ann"});
 }
 
@@ -222,6 +223,23 @@ TEST_F(lists, an_interface_that_changes_is_listed_until_hostapds_cache_has_forgo
 TEST_F(lists, a_late_verdict_overrides_the_answer_that_was_given_without_it) {
     those.answered(ann, false, true, now);
     those.changed(ann, true, now + 1s);
+    EXPECT_EQ(sent, strings{accept_ann});
+}
+
+TEST_F(lists, a_verdict_that_comes_again_lasts_longer) {
+    those.changed(ann, true, now);
+    those.changed(ann, true, now + 20s);
+    those.expire(now + 50s);
+    EXPECT_EQ(sent, strings{accept_ann});
+    those.expire(now + 51s);
+    EXPECT_EQ(sent, (strings{accept_ann, accept_no_more}));
+}
+
+TEST_F(lists, a_verdict_that_comes_again_shortens_nothing) {
+    those.answered(ann, true, true, now);
+    those.associated(ann, true);
+    those.changed(ann, true, now + 20s);
+    those.expire(now + 24h);
     EXPECT_EQ(sent, strings{accept_ann});
 }
 
@@ -303,6 +321,26 @@ TEST_F(lists, forged_addresses_displace_no_denial) {
     sent.clear();
     those.enter_all();
     EXPECT_EQ(sent.back(), deny_ann);
+}
+
+TEST(expected, a_station_is_asked_about_again_after_a_while) {
+    expected_stations those;
+    const expected_stations::time_point now{1000s};
+    EXPECT_TRUE(those.heard(ann, now));
+    EXPECT_TRUE(those.heard(ben, now));
+    EXPECT_FALSE(those.heard(ann, now + 19s));
+    EXPECT_TRUE(those.heard(ann, now + 20s));
+}
+
+TEST(expected, forged_addresses_cause_only_some_questions_a_second) {
+    expected_stations those;
+    expected_stations::time_point now{1000s};
+    std::size_t questions = 0;
+    for (unsigned i = 0; i < 10000; ++i) {
+        now += 1ms;
+        questions += those.heard({{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, now) ? 1 : 0;
+    }
+    EXPECT_EQ(questions, 10 * expected_stations::questions_each_second);
 }
 
 }  // namespace

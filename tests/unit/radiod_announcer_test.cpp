@@ -50,9 +50,26 @@ protected:
 
 TEST_F(announcements, a_station_comes_gets_an_address_and_goes) {
     those.arrived(office, ann, std::nullopt, now);
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     those.departed(office, ann, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP, KX_MSG_ID_CLIENT_DISASSOCIATION}));
+}
+
+TEST_F(announcements, a_station_gives_no_address_to_another) {
+    const mac_address server{{2, 0, 0, 0, 0x0a, 1}};
+    those.arrived(office, ann, std::nullopt, now);
+    those.arrived(lobby, ben, std::nullopt, now);
+    take();
+    those.has_address(office, ann, 0x0a000066, ben, now);
+    EXPECT_EQ(take(), ids{});
+    those.has_address(office, ann, 0x0a000005, server, now);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
+    // Nor one that it announces when it comes again.
+    those.has_address(office, ann, 0x0a000066, ben, now);
+    those.departed(office, ann, now);
+    those.arrived(office, ann, std::nullopt, now);
+    ASSERT_EQ(sent.size(), 3U);
+    EXPECT_EQ(sent.back().payload, kx::address_notification(ann, 0x0a000005, "wlan0").payload);
 }
 
 TEST_F(announcements, a_roamed_station_comes_and_goes_as_a_foreign_one) {
@@ -63,7 +80,7 @@ TEST_F(announcements, a_roamed_station_comes_and_goes_as_a_foreign_one) {
 
 TEST_F(announcements, an_address_is_repeated_after_each_association_for_five_minutes) {
     those.arrived(office, ann, std::nullopt, now);
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     take();
     those.arrived(office, ann, std::nullopt, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
@@ -76,7 +93,7 @@ TEST_F(announcements, an_address_is_repeated_after_each_association_for_five_min
 }
 
 TEST_F(announcements, an_address_seen_before_the_association_is_reported_with_it) {
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{});
     those.arrived(office, ann, std::nullopt, now);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
@@ -84,37 +101,38 @@ TEST_F(announcements, an_address_seen_before_the_association_is_reported_with_it
 
 TEST_F(announcements, the_same_address_again_is_no_news) {
     those.arrived(office, ann, std::nullopt, now);
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     take();
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{});
-    those.has_address(office, ann, 0x0a000006, now);
+    those.has_address(office, ann, 0x0a000006, ann, now);
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
 }
 
 TEST_F(announcements, an_address_at_a_vap_where_the_station_is_not_is_not_reported) {
     those.arrived(lobby, ann, std::nullopt, now);
     take();
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{});
 }
 
 TEST_F(announcements, an_address_that_another_vap_of_the_bridge_saw_first_is_reported) {
     those.arrived(office, ann, std::nullopt, now);
     take();
-    those.has_address(lobby, ann, 0x0a000005, now);
+    those.has_address(lobby, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{});
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
 }
 
 TEST_F(announcements, hosts_behind_the_bridge_do_not_hide_a_stations_address) {
     for (unsigned i = 0; i < announcer::addresses_max + 10; i++) {
-        those.has_address(office, {{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}}, i + 1, now);
+        const mac_address host{{4, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}};
+        those.has_address(office, host, i + 1, host, now);
     }
     those.arrived(office, ann, std::nullopt, now);
     take();
-    those.has_address(office, ann, 0x0a000005, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_IP});
 }
 

@@ -33,8 +33,10 @@ struct vap {
         };
     }
 
-    void request(frame_kind kind, const mac_address &station, const mac_address &current = {}, akm key = akm::psk) {
+    void request(frame_kind kind, const mac_address &station, const mac_address &current = {}, akm key = akm::psk,
+                 std::vector<radiod::pmkid> pmkids = {}) {
         radiod::management_frame frame;
+        frame.pmkids = std::move(pmkids);
         frame.kind = kind;
         frame.station = station;
         frame.bssid = bssid;
@@ -42,7 +44,17 @@ struct vap {
         frame.suite = key;
         tracker.handle(radiod::frame_received{frame}, now);
     }
-    void auth(const mac_address &station) { request(frame_kind::auth, station); }
+    void auth(const mac_address &station, std::uint16_t algorithm = radiod::auth_open) {
+        radiod::management_frame frame;
+        frame.kind = frame_kind::auth;
+        frame.station = station;
+        frame.bssid = bssid;
+        frame.auth_algorithm = algorithm;
+        tracker.handle(radiod::frame_received{frame}, now);
+    }
+    void reassoc_by_pmkid(const mac_address &station, const mac_address &current, akm key = akm::sae) {
+        request(frame_kind::reassoc_request, station, current, key, {radiod::pmkid{}});
+    }
     void assoc(const mac_address &station) { request(frame_kind::assoc_request, station); }
     void reassoc(const mac_address &station, const mac_address &current) {
         request(frame_kind::reassoc_request, station, current);
@@ -262,26 +274,71 @@ TEST_F(station_tracking, keeps_a_station_that_the_kernel_has_again) {
     EXPECT_EQ(vap_.taken(), lines{});
 }
 
-// SAE with a cached PMK: the reassociation is refused with status 53, and an association request follows.
+// SAE with a cached PMK that the access point does not have.
 TEST_F(station_tracking, remembers_where_a_refused_station_came_from) {
-    vap_.reassoc(anna, elsewhere);
-    vap_.tracker.handle(
-        radiod::frame_received{
-            {.kind = frame_kind::deauth, .station = anna, .bssid = office, .current_ap = {}, .pmkids = {}}},
-        vap_.now);
-    vap_.auth(anna);
+    vap_.reassoc_by_pmkid(anna, elsewhere);
+    vap_.auth(anna, radiod::auth_sae);
     vap_.wait(1s);
     vap_.assoc(anna);
+    vap_.assoc(anna);  // repeated
     vap_.connected(anna);
     EXPECT_EQ(vap_.taken(), lines{anna_roams_in});
 }
 
 TEST_F(station_tracking, forgets_a_refused_station_after_a_while) {
-    vap_.reassoc(anna, elsewhere);
+    vap_.reassoc_by_pmkid(anna, elsewhere);
+    vap_.auth(anna, radiod::auth_sae);
     vap_.wait(station_tracker::refused_life + 1s);
     vap_.assoc(anna);
     vap_.connected(anna);
     EXPECT_EQ(vap_.taken(), lines{anna_arrives});
+}
+
+TEST_F(station_tracking, remembers_no_refusal_after_the_station_was_let_in) {
+    vap_.reassoc_by_pmkid(anna, elsewhere);
+    vap_.connected(anna);
+    vap_.disconnected(anna);
+    vap_.auth(anna, radiod::auth_sae);
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken().back(), anna_arrives);
+}
+
+// What others may send with the station's address, and what hostapd refuses for other reasons.
+TEST_F(station_tracking, takes_no_other_request_for_one_that_was_refused) {
+    vap_.reassoc(anna, elsewhere);  // without a PMKID
+    vap_.auth(anna, radiod::auth_sae);
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken(), lines{anna_arrives});
+    vap_.disconnected(anna);
+
+    vap_.reassoc_by_pmkid(anna, elsewhere, akm::psk);
+    vap_.auth(anna, radiod::auth_sae);
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken().back(), anna_arrives);
+    vap_.disconnected(anna);
+
+    vap_.reassoc_by_pmkid(anna, elsewhere);
+    vap_.auth(anna, radiod::auth_open);  // no SAE after the refusal
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken().back(), anna_arrives);
+    vap_.disconnected(anna);
+
+    vap_.auth(anna, radiod::auth_sae);
+    vap_.reassoc_by_pmkid(anna, elsewhere);  // after SAE
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken().back(), anna_arrives);
+    vap_.disconnected(anna);
+
+    vap_.reassoc_by_pmkid(ben, elsewhere);
+    vap_.auth(anna, radiod::auth_sae);
+    vap_.assoc(anna);
+    vap_.connected(anna);
+    EXPECT_EQ(vap_.taken().back(), anna_arrives);
 }
 
 TEST_F(station_tracking, remembers_a_request_while_eap_waits_for_a_user) {
