@@ -40,12 +40,17 @@ class Client:
 
 
 def read_client_table(root: Path) -> list[Client]:
-    """Returns the table of the daemon with the root directory `root`. Removes the dump, which contains keys."""
+    """Returns the table of the daemon with the root directory `root`."""
+    return parse_dump(take_dump(root))
+
+
+def take_dump(root: Path) -> str:
+    """Returns the dump, which contains keys, and removes it."""
     with locked_directory(DUMP_FILE.parent), LocalSocket(root) as ipc:
         try:
             DUMP_FILE.unlink(missing_ok=True)
             ipc.request(DAEMON, Local.CLIENT_TBL_DUMP)
-            return parse_dump(DUMP_FILE.read_text())
+            return DUMP_FILE.read_text()
         except OSError as error:
             raise LabFailure(f"{DUMP_FILE}: {error.strerror}; expected the daemon's client table") from None
         finally:

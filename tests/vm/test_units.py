@@ -10,6 +10,7 @@ from nodes import network_kinds
 from nodes.access_point_node import Vap
 from nodes.managed_site import LOCAL_RADIUS, ManagedSite, describe
 from nodes.radius_server import SECRET, start_hostapd_server
+from nodes.worker import SITE
 
 from lab.site.failure import LabFailure
 from lab.site.waiting import wait_until
@@ -54,7 +55,7 @@ def units(programs: Path, tmp_path: Path) -> Path:
 [Unit]
 DefaultDependencies=no
 [Service]
-StandardError=append:/run/site/{daemon}.err
+StandardError=append:{SITE}/{daemon}.err
 """)
     (place / "test.target").write_text("[Unit]\nWants=" + " ".join(f"{each}.service" for each in DAEMONS) + "\n")
     return place
@@ -99,15 +100,17 @@ def process_of(systemd: SmallSystemd, daemon: str) -> Path:
     """Its directory in /proc. systemd counts the processes in a namespace of its own."""
     number = systemd.show(daemon, "MainPID")
     for each in Path("/proc").glob("[0-9]*"):
-        lines = (each / "status").read_text().splitlines()
-        if f"Name:\t{daemon}" in lines and any(line.startswith("NSpid:") and line.split()[-1] == number
-                                                for line in lines):
+        status = status_of(each)
+        if status.get("Name") == daemon and status["NSpid"].split()[1:] == [number]:
             return each
-    raise AssertionError(f"{daemon} does not run: {Path(f'/run/site/{daemon}.err').read_text()}")
+    raise AssertionError(f"{daemon} does not run")
 
 
 def status_of(process: Path) -> dict[str, str]:
-    return dict(line.split(":\t", 1) for line in (process / "status").read_text().splitlines())
+    try:
+        return dict(line.split(":\t", 1) for line in (process / "status").read_text().splitlines())
+    except OSError:  # it has ended
+        return {}
 
 
 def test_services_run_as_users_of_their_own(units: Path, site: ManagedSite, access_points, stations, radius) -> None:
