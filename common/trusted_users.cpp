@@ -34,8 +34,6 @@ std::optional<uid_t> owner_of(const std::string &directory, uid_t maker) {
 
 uid_t own_user() { return static_cast<uid_t>(getauxval(AT_EUID)); }
 
-std::optional<uid_t> radio_user() { return owner_of(place(radio_directory), daemons_user().value_or(own_user())); }
-
 }  // namespace
 
 bool is_trusted_user(uid_t user) {
@@ -43,6 +41,8 @@ bool is_trusted_user(uid_t user) {
 }
 
 std::optional<uid_t> daemons_user() { return owner_of(root(), 0); }
+
+std::optional<uid_t> radio_user() { return owner_of(place(radio_directory), daemons_user().value_or(own_user())); }
 
 bool open_to_group(const std::string &socket_file) {
     struct stat directory {};

@@ -13,12 +13,14 @@
 
 namespace kx {
 
-// Root, the user that this process was started as, daemons_user(), and the owner of radio_directory.
+// Root, the user that this process was started as, daemons_user() and radio_user().
 bool is_trusted_user(uid_t user);
 
 // The user of client_mgr and apd: the owner of root(), when only root can have put that directory where it is. None
 // otherwise, or when a user namespace hides the owner.
 std::optional<uid_t> daemons_user();
+// The user of the radio service: the owner of radio_directory, likewise.
+std::optional<uid_t> radio_user();
 
 // Lets the group use a socket in a directory that has the set-group-ID bit. Returns false, with errno, on an error.
 bool open_to_group(const std::string &socket_file);

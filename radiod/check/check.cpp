@@ -1,6 +1,9 @@
 #include "radiod/check/check.h"
 
+#include <grp.h>
+#include <pwd.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +18,7 @@
 #include "common/event_ptr.h"
 #include "common/events.h"
 #include "common/ipc_endpoint.h"
+#include "common/trusted_users.h"
 #include "radiod/check/roaming.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/interface_pool.h"
@@ -35,6 +39,23 @@ int connect_error(const std::string &path) {
     } catch (const std::system_error &failure) {
         return failure.code().value();
     }
+}
+
+// The same for the user of the service: root may connect to every socket.
+int connect_error_of_service(const std::string &path) {
+    const std::optional<uid_t> user = geteuid() == 0 ? kx::radio_user() : std::nullopt;
+    const passwd *const entry = user ? getpwuid(*user) : nullptr;
+    if (entry == nullptr) {
+        return connect_error(path);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool is_user =
+            initgroups(entry->pw_name, entry->pw_gid) == 0 && setgid(entry->pw_gid) == 0 && setuid(entry->pw_uid) == 0;
+        _exit(is_user ? connect_error(path) : EPERM);
+    }
+    int status = 0;
+    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : EAGAIN;
 }
 
 // Why a socket cannot be used, with the remedy.
@@ -111,7 +132,7 @@ void ask_all(const std::string &directory, std::vector<vap_view> &views) {
     std::size_t missing = 0;
     for (vap_view &view : views) {
         const std::string path = directory + "/" + view.wanted.ifname;
-        if (const int error = connect_error(path)) {
+        if (const int error = connect_error_of_service(path)) {
             view.no_replies_because = explain(path, directory, error);
             continue;
         }

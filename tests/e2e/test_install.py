@@ -45,4 +45,7 @@ def test_systemd_makes_the_daemons_user(machine):
         pytest.skip("systemd is not here")
     (machine / "etc").mkdir()
     subprocess.run(["systemd-sysusers", f"--root={machine}"], capture_output=True, text=True, check=True)
-    assert re.search(r"^kx:.*:/run/kx:", (machine / "etc/passwd").read_text(), re.M)
+    users = (machine / "etc/passwd").read_text()
+    assert re.search(r"^kx:.*:/run/kx:", users, re.M)
+    assert re.search(r"^kx-radio:.*:/run/kx:", users, re.M)
+    assert re.search(r"^netdev:.*:kx-radio$", (machine / "etc/group").read_text(), re.M)

@@ -1,6 +1,8 @@
 // What `radiod --check` says: the rules, hostapd's configuration file, and hostapd itself where it is installed.
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/paths.h"
 #include "radiod/check/check.h"
 #include "radiod/check/hostapd_conf.h"
 #include "radiod/check/rules.h"
@@ -306,6 +309,30 @@ TEST_F(check_of_hostapd, names_a_dead_and_a_forbidden_socket) {
     ASSERT_EQ(seteuid(0), 0);
     ASSERT_EQ(faults.size(), 1U);
     EXPECT_NE(faults[0].find("set ctrl_interface_group"), std::string::npos) << faults[0];
+}
+
+TEST_F(check_of_hostapd, looks_for_the_service_s_right_to_use_the_socket) {
+    const passwd *const service = getpwnam("daemon");
+    if (geteuid() != 0 || service == nullptr) {
+        GTEST_SKIP() << "only root may become another user, and there is none to become";
+    }
+    const std::string radio = kx::place(kx::radio_directory), sockets = root() + "/ctrl";
+    kx::make_private_directories(radio);
+    ASSERT_EQ(chown(radio.c_str(), service->pw_uid, service->pw_gid), 0);
+    std::filesystem::create_directory(sockets);
+    event_rig rig;
+    { const simulated_hostapd dead(rig.base.get(), sockets + "/wlan0"); }
+    chmod(root().c_str(), 0711);
+    for (const mode_t mode : {0700, 0750}) {
+        chmod(sockets.c_str(), mode);
+        ASSERT_EQ(chown(sockets.c_str(), 0, mode == 0750 ? service->pw_gid : 0), 0);
+        const lines faults = check().faults;
+        ASSERT_EQ(faults.size(), 1U);
+        EXPECT_NE(faults[0].find("set ctrl_interface_group"), std::string::npos) << faults[0];
+    }
+    ASSERT_EQ(chown((sockets + "/wlan0").c_str(), 0, service->pw_gid), 0);
+    chmod((sockets + "/wlan0").c_str(), 0770);
+    EXPECT_NE(check().faults.at(0).find("has ended"), std::string::npos) << check().faults[0];
 }
 
 TEST_F(check_of_hostapd, finds_what_does_not_fit) {
