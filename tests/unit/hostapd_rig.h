@@ -8,6 +8,7 @@
 
 #include <array>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +47,7 @@ public:
     std::vector<std::string> commands;
     bool silent = false;  // replies to nothing
     std::string answer = "OK\n";
+    std::map<std::string, std::string> answers;  // to these commands
 
 private:
     void receive() {
@@ -63,7 +65,8 @@ private:
         if (commands.back() == "ATTACH") {
             monitor_ = client_;
         }
-        reply(commands.back() == "PING" ? "PONG\n" : answer);
+        const auto other = answers.find(commands.back());
+        reply(commands.back() == "PING" ? "PONG\n" : other == answers.end() ? answer : other->second);
     }
     void send_to(const kx::ipc_address &to, const std::string &text) const {
         sendto(fd_, text.data(), text.size(), MSG_DONTWAIT, to.get(), to.length);
