@@ -95,7 +95,7 @@ TEST_F(admissions, the_home_is_asked_for_between_verdict_and_key) {
     EXPECT_EQ(seen.back(), "key ann");
     those.home_found(ann, office);
     EXPECT_EQ(seen.back(), "key ann");
-    those.pmk_installed(ann, office);
+    those.pmk_settled(ann, office);
     EXPECT_EQ(seen.back(), "7 allowed");
 }
 

@@ -53,7 +53,6 @@ TEST_F(radiod_vap, answers_with_an_error_when_the_kernel_lists_no_stations) {
     vap &office = start();
     EXPECT_NE(office.list_stations().error, 0) << "hostapd does not run";
     start_hostapd("WPA-PSK");
-    EXPECT_NE(kernel_.stations(office.ifindex()).error, 0);
     const auto begin = std::chrono::steady_clock::now();
     const kx::driver_answer answer = office.list_stations();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, nl80211::patience);
