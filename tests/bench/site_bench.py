@@ -26,6 +26,7 @@ from lab.site.waiting import wait_until  # noqa: E402
 
 ADDRESS = "127.0.0.1"
 ARRIVALS = 5000  # stations a second
+MANY_ACCESS_POINTS = 100  # fewer disappear in what the process takes and gives back otherwise
 STATIONS_LISTED = 150  # of one access point with three VAPs: a driver lists 105 of each at most
 REST_SECONDS = 1  # between the last arrival and the first event, in the fleet
 
@@ -206,7 +207,8 @@ def measure(plan: Plan, size: Size) -> dict[str, float]:
         connected, start = controller.memory(), Mark.of(controller)
         time.sleep(size.stations / ARRIVALS + REST_SECONDS / 2)
         arrived = Mark.of(controller)
-        found["memory per access point, KiB"] = (connected - empty) / size.access_points / 1024
+        if size.access_points >= MANY_ACCESS_POINTS:
+            found["memory per access point, KiB"] = (connected - empty) / size.access_points / 1024
         found["memory per client, bytes"] = (controller.memory() - connected) / size.stations
         found["record of an arrival, CPU us"] = arrived.cost_since(start)
         summary = fleet.wait_for("summary")
