@@ -27,7 +27,7 @@ int kxbr_api_add_client(const uint8_t mac[6], const char *ifname, const char *, 
         kx::take_back_client_path(mac_at(mac));
         return -1;
     }
-    kx::bridge_call call{.where = whereabouts(ifname, tunnel), .vlan = static_cast<uint16_t>(vlan)};
+    kx::bridge_call call{.vlan = static_cast<uint16_t>(vlan), .where = whereabouts(ifname, tunnel)};
     std::strncpy(call.ifname, ifname, sizeof(call.ifname) - 1);
     return kx::call_client_path(mac_at(mac), call);
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -99,7 +100,7 @@ public:
     client_paths_rig() { paths.carry_roamed_clients(true); }
 
     int call(where place, const char *ifname, std::uint16_t vlan, const mac_address &client = sta) {
-        kx::bridge_call made{.where = place, .vlan = vlan};
+        kx::bridge_call made{.vlan = vlan, .where = place};
         std::strncpy(made.ifname, ifname, sizeof(made.ifname) - 1);
         return paths.called(client, made, now);
     }
@@ -122,7 +123,8 @@ public:
                                             "port_vlan sta1 vlan 10 if 21", "forwarding sta1 vlan 10 if 21"};
 
     recorded_kernel kernel;
-    kx::client_paths paths{kernel};
+    std::unique_ptr<kx::client_paths_room> room = std::make_unique<kx::client_paths_room>();
+    kx::client_paths paths{kernel, *room};
     std::uint32_t now = 1000;
 };
 
@@ -318,8 +320,9 @@ TEST_F(client_paths, leave_nothing_of_a_path_that_the_kernel_refused) {
 
 TEST(client_paths_switched_off, forward_tunnelled_clients_like_others) {
     recorded_kernel kernel;
-    auto paths = std::make_unique<kx::client_paths>(kernel);
-    EXPECT_EQ(paths->called(sta, {.where = where::tunnelled, .ifname = "wlan0", .vlan = 10}, 0), 0);
+    auto room = std::make_unique<kx::client_paths_room>();
+    kx::client_paths paths(kernel, *room);
+    EXPECT_EQ(paths.called(sta, {.ifname = "wlan0", .vlan = 10, .where = where::tunnelled}, 0), 0);
     EXPECT_EQ(kernel.entries, std::set<std::string>{"forwarding sta1 vlan 10 if 10"});
 }
 

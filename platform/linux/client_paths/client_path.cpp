@@ -20,7 +20,8 @@ decision through_the_bridge(const client_account &client, const bridge_port &por
     if (!owns_interface) {
         return {.path = {.how = kind::shared_port, .vlan = client.call.vlan, .ifindex = port.ifindex}};
     }
-    return {.path = {.how = kind::own_port, .vlan = client.call.vlan, .ifindex = client.ifindex, .vap = port.ifindex}};
+    return {
+        .path = {.how = kind::own_port, .vlan = client.call.vlan, .ifindex = client.ifindex, .through = port.ifindex}};
 }
 
 // On the VAP's own interface the client would hear the group frames of the VAP's VLAN, and its own would reach it.
@@ -35,7 +36,7 @@ decision to_the_home_vlan(const client_account &client, const bridge_port &port)
         return {.path = {.how = kind::to_home,
                          .vlan = client.call.vlan,
                          .ifindex = client.ifindex,
-                         .vap = port.ifindex,
+                         .through = port.ifindex,
                          .peer = client.peer.peer}};
     }
     if (client.peer.kind == client_tunnel_local && port.filters_vlans) {
@@ -55,7 +56,7 @@ decision to_the_client(const client_account &client, int home_bridge) {
         return {.error = ENOTCONN};
     }
     return {
-        .path = {.how = kind::to_client, .vlan = client.peer.vlan, .bridge = home_bridge, .peer = client.peer.peer}};
+        .path = {.how = kind::to_client, .vlan = client.peer.vlan, .through = home_bridge, .peer = client.peer.peer}};
 }
 
 }  // namespace

@@ -20,16 +20,16 @@ struct bridge_call {
         tunnelled,  // on interface `ifname`, and its home VLAN is another one
         away,       // on another access point, and its home VLAN is ours
     };
-    client where = client::unknown;
     char ifname[IFNAMSIZ] = {};
     std::uint16_t vlan = 0;  // the home VLAN
+    client where = client::unknown;
 };
 
 // What apd says: kind client_tunnel_home, client_tunnel_foreign, client_tunnel_local, or 0 for nothing.
 struct peer_statement {
-    std::uint32_t kind = 0;
-    std::uint16_t vlan = 0;
     std::uint32_t peer = 0;  // an IPv4 address as a number
+    std::uint16_t vlan = 0;
+    std::uint8_t kind = 0;
 };
 
 struct client_path {
@@ -43,8 +43,7 @@ struct client_path {
     kind how = kind::none;
     std::uint16_t vlan = 0;  // 0: the bridge does not filter VLANs
     int ifindex = 0;         // of the port or the client's own interface
-    int vap = 0;             // of own_port and to_home: the interface index of the VAP
-    int bridge = 0;          // of to_client: the bridge's interface index
+    int through = 0;         // index of the VAP (own_port, to_home) or of the bridge (to_client)
     std::uint32_t peer = 0;  // of to_home and to_client
 
     bool operator==(const client_path &) const = default;

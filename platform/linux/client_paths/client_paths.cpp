@@ -8,6 +8,7 @@ namespace kx {
 
 namespace {
 
+using client = client_paths_room::client;
 using where = bridge_call::client;
 using outlook = decision::outlook;
 
@@ -29,30 +30,30 @@ struct change_list {
 // Of the first client whose address is not below this one.
 std::uint16_t *client_paths::position(const mac_address &mac) {
     return std::lower_bound(
-        order_.data(), order_.data() + count_, mac,
-        [this](std::uint16_t number, const mac_address &wanted) { return clients_[number].mac < wanted; });
+        room_.order.data(), room_.order.data() + count_, mac,
+        [this](std::uint16_t number, const mac_address &wanted) { return room_.clients[number].mac < wanted; });
 }
 
-client_paths::client *client_paths::find(const mac_address &mac) {
+client *client_paths::find(const mac_address &mac) {
     const std::uint16_t *at = position(mac);
-    return at != order_.data() + count_ && clients_[*at].mac == mac ? &clients_[*at] : nullptr;
+    return at != room_.order.data() + count_ && room_.clients[*at].mac == mac ? &room_.clients[*at] : nullptr;
 }
 
 // Null when there is no room.
-client_paths::client *client_paths::find_or_add(const mac_address &mac) {
+client *client_paths::find_or_add(const mac_address &mac) {
     if (client *known = find(mac); known != nullptr || count_ == most) {
         return known;
     }
-    if (order_[0] == order_[1]) {
-        std::iota(order_.begin(), order_.end(), std::uint16_t{0});
+    if (room_.order[0] == room_.order[1]) {
+        std::iota(room_.order.begin(), room_.order.end(), std::uint16_t{0});
     }
-    std::uint16_t *free = order_.data() + count_;
+    std::uint16_t *free = room_.order.data() + count_;
     std::uint16_t *place = position(mac);
     std::rotate(place, free, free + 1);
     count_++;
-    clients_[*place] = {};
-    clients_[*place].mac = mac;
-    return &clients_[*place];
+    room_.clients[*place] = {};
+    room_.clients[*place].mac = mac;
+    return &room_.clients[*place];
 }
 
 void client_paths::forget_if_silent(client &subject) {
@@ -61,7 +62,7 @@ void client_paths::forget_if_silent(client &subject) {
         return;
     }
     std::uint16_t *place = position(subject.mac);
-    std::rotate(place, place + 1, order_.data() + count_);
+    std::rotate(place, place + 1, room_.order.data() + count_);
     count_--;
 }
 
@@ -125,7 +126,8 @@ bool client_paths::stated(const client_tunnel_statement &statement, std::uint32_
         subject->account.peer = {};
         subject->peer_is_new = true;
         if (!withdraws) {
-            subject->account.peer = {.kind = kind, .vlan = statement.vlan, .peer = statement.peer};
+            subject->account.peer = {
+                .peer = statement.peer, .vlan = statement.vlan, .kind = static_cast<std::uint8_t>(kind)};
         }
     }
     settle(*subject, false, now_ms);
@@ -135,14 +137,14 @@ bool client_paths::stated(const client_tunnel_statement &statement, std::uint32_
 
 void client_paths::begin_again(bool client::*is_new) {
     for (std::size_t i = 0; i < count_; i++) {
-        clients_[order_[i]].*is_new = false;
+        room_.clients[room_.order[i]].*is_new = false;
     }
 }
 
 void client_paths::end_again(client_tunnel_kind withdrawal, bool client::*is_new, std::uint32_t now_ms) {
     // Backwards, because a client that is forgotten moves those behind it.
     for (std::size_t i = count_; i-- > 0;) {
-        if (const client &each = clients_[order_[i]]; !(each.*is_new)) {
+        if (const client &each = room_.clients[room_.order[i]]; !(each.*is_new)) {
             client_tunnel_statement statement{};
             statement.kind = withdrawal;
             statement.client = each.mac;
@@ -194,7 +196,7 @@ void client_paths::stop_waiting(client &subject) {
 
 void client_paths::refuse_waiting(std::uint32_t now_ms) {
     for (std::size_t i = 0; waiting_ > 0 && i < count_; i++) {
-        client &each = clients_[order_[i]];
+        client &each = room_.clients[room_.order[i]];
         if (each.waits && now_ms - each.waits_since_ms >= patience_ms) {
             each.waits_since_ms = now_ms;
             kernel_.refuse(each.mac, each.account.call.ifname);
@@ -205,9 +207,9 @@ void client_paths::refuse_waiting(std::uint32_t now_ms) {
 // --- the kernel
 
 bool client_paths::others_have(const path_entry &entry, const client &but) const {
-    const auto *end = order_.data() + count_;
-    return is_shared(entry) && std::any_of(order_.data(), end, [&](std::uint16_t number) {
-               const client &each = clients_[number];
+    const std::uint16_t *begin = room_.order.data();
+    return is_shared(entry) && std::any_of(begin, begin + count_, [&](std::uint16_t number) {
+               const client &each = room_.clients[number];
                return &each != &but && each.path.how > client_path::kind::shared_port &&
                       path_entries(each.path, each.mac, number).has(entry);
            });
@@ -240,7 +242,7 @@ int client_paths::install(client &subject, const client_path &path, bool renews)
 
 void client_paths::clear() {
     for (; count_ > 0; count_--) {
-        client &last = clients_[order_[count_ - 1]];
+        client &last = room_.clients[room_.order[count_ - 1]];
         install(last, {}, false);
         stop_waiting(last);
     }

@@ -43,13 +43,32 @@ protected:
     ~path_kernel() = default;
 };
 
+// The memory of client_paths, all zero at the start.
+struct client_paths_room {
+    static constexpr std::size_t most = 2048;
+
+    struct client {
+        mac_address mac{};
+        bool waits = false;
+        bool peer_is_new = false, interface_is_new = false;  // stated since the last begin
+        std::uint32_t waits_since_ms = 0;
+        client_account account;
+        client_path path;  // that the kernel has
+    };
+
+    // Numbers of clients: of those in use, in the order of their addresses, and then of those that are free. All zero
+    // until the first client.
+    std::array<std::uint16_t, most> order{};
+    std::array<client, most> clients{};
+};
+
 class client_paths {
 public:
-    static constexpr std::size_t most = 2048;
+    static constexpr std::size_t most = client_paths_room::most;
     static constexpr std::uint32_t patience_ms = 3000;  // how long a tunnelled client may be without a path
 
-    // `kernel` outlives this. Nobody else makes or removes entries of this kind.
-    constexpr explicit client_paths(path_kernel &kernel) : kernel_(kernel) {}
+    // Both outlive this. Nobody else makes or removes entries of this kind.
+    constexpr client_paths(path_kernel &kernel, client_paths_room &room) : kernel_(kernel), room_(room) {}
 
     // Clients that roam to another VLAN are carried from now on, or refused when they cannot be.
     void carry_roamed_clients(bool is_possible);
@@ -69,14 +88,7 @@ public:
     void clear();
 
 private:
-    struct client {
-        mac_address mac{};
-        client_account account;
-        client_path path;  // that the kernel has
-        bool waits = false;
-        bool peer_is_new = false, interface_is_new = false;  // stated since the last begin
-        std::uint32_t waits_since_ms = 0;
-    };
+    using client = client_paths_room::client;
 
     std::uint16_t *position(const mac_address &mac);
     client *find(const mac_address &mac);
@@ -91,16 +103,14 @@ private:
     void wait(client &subject, std::uint32_t now_ms);
     void stop_waiting(client &subject);
     std::uint16_t number_of(const client &subject) const {
-        return static_cast<std::uint16_t>(&subject - clients_.data());
+        return static_cast<std::uint16_t>(&subject - room_.clients.data());
     }
 
     path_kernel &kernel_;
+    client_paths_room &room_;
     bool carries_ = false, possible_ = false;
     std::size_t count_ = 0;
     std::size_t waiting_ = 0;
-    // Numbers of clients: of the first count_, in the order of their addresses, and then those that are free.
-    std::array<std::uint16_t, most> order_{};  // all zero until the first client
-    std::array<client, most> clients_{};
 };
 
 }  // namespace kx

@@ -16,8 +16,8 @@ bool is_shared(const path_entry &entry) {
 }
 
 void path_entries::add_own_interface(const client_path &path, const mac_address &mac, std::uint16_t number) {
-    add({.what = kind::vap_rules, .ifindex = path.vap});
-    add({.what = kind::vap_guard, .mac = mac, .number = number, .ifindex = path.vap});
+    add({.what = kind::vap_rules, .ifindex = path.through});
+    add({.what = kind::vap_guard, .mac = mac, .number = number, .ifindex = path.through});
     add({.what = kind::group_copies, .mac = mac, .number = number, .ifindex = path.ifindex});
 }
 
@@ -46,7 +46,7 @@ path_entries::path_entries(const client_path &path, const mac_address &mac, std:
             break;
         }
         case client_path::kind::to_client:
-            add({.what = kind::tunnel_port, .ifindex = path.bridge});
+            add({.what = kind::tunnel_port, .ifindex = path.through});
             add({.what = kind::tunnel_vlan, .vlan = path.vlan});
             add({.what = kind::tunnel_groups, .vlan = path.vlan, .peer = path.peer});
             add({.what = kind::moved_client, .mac = mac, .vlan = path.vlan, .number = number, .peer = path.peer});

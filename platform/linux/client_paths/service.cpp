@@ -97,7 +97,8 @@ void linux_kernel::report(const char *ifname, int error) {
 }
 
 constinit linux_kernel kernel;
-constinit client_paths paths(kernel);
+constinit client_paths_room room;
+constinit client_paths paths(kernel, room);
 
 // --- time
 
