@@ -25,8 +25,8 @@ from nodes.station_node import StationNode
 from lab.site.processes import Process
 
 SSID = "office"
-ROAMS = 24
-IDLE_SECONDS = 10
+ROAMS = 16
+IDLE_SECONDS = 5
 KINDS = (network_kinds.OPEN, network_kinds.PSK, network_kinds.FT_PSK, network_kinds.SAE, network_kinds.EAP)
 BRIDGE_ENTRY = re.compile(r"^Timestamp: (.*) (\d+) usec\n(\S+) dev wlan0 .*static", re.MULTILINE)
 
