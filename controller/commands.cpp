@@ -116,20 +116,17 @@ reply move_list(exchange &with, const request &of) {
 
 reply set_acl(exchange &with, const request &of) {
     const words &given = of.arguments;
-    site_of(with).acl().set(parse_acl_index(given[0]), parse_mac_word(given[1]), verdict_of(given[2]));
+    site_of(with).set_verdict(parse_acl_index(given[0]), parse_mac_word(given[1]), verdict_of(given[2]));
     return {};
 }
 
 reply remove_acl(exchange &with, const request &of) {
-    const mac_address client = parse_mac_word(of.arguments[1]);
-    if (!site_of(with).acl().remove(parse_acl_index(of.arguments[0]), client)) {
-        throw refused(kx::format_mac(client) + " is not in the list of that index");
-    }
+    site_of(with).remove_verdict(parse_acl_index(of.arguments[0]), parse_mac_word(of.arguments[1]));
     return {};
 }
 
 reply set_acl_default(exchange &with, const request &of) {
-    site_of(with).acl().set_default(parse_acl_index(of.arguments[0]), verdict_of(of.arguments[1]));
+    site_of(with).set_default_verdict(parse_acl_index(of.arguments[0]), verdict_of(of.arguments[1]));
     return {};
 }
 

@@ -22,6 +22,34 @@ bool mac_acl::remove(std::uint32_t index, const kx::mac_address &client) {
     return found != lists_.end() && found->second.clients.erase(client) > 0;
 }
 
+std::vector<change> mac_acl::as_changes() const {
+    std::vector<change> made = {acl_default{std::nullopt, otherwise_}};
+    for (const auto &[index, list] : lists_) {
+        made.emplace_back(acl_default{index, list.otherwise});
+        for (const auto &[client, decision] : list.clients) {
+            made.emplace_back(acl_entry{index, client, decision});
+        }
+    }
+    return made;
+}
+
+mac_acl mac_acl::of(const contents &stored) {
+    mac_acl made;
+    for (const acl_default &each : stored.acl_defaults) {
+        if (each.index) {
+            made.lists_[*each.index].otherwise = each.decision;
+        } else {
+            made.otherwise_ = each.decision;
+        }
+    }
+    for (const acl_entry &each : stored.acl_entries) {
+        if (each.decision) {
+            made.lists_[each.index].clients[each.client] = *each.decision;
+        }
+    }
+    return made;
+}
+
 mac_acl_list &mac_acl::list(std::uint32_t index) {
     return lists_.try_emplace(index, mac_acl_list{otherwise_, {}}).first->second;
 }

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "common/mac_address.h"
 #include "controller/store/values.h"
@@ -36,6 +37,10 @@ public:
 
     verdict otherwise() const { return otherwise_; }
     const std::map<std::uint32_t, mac_acl_list> &lists() const { return lists_; }
+
+    // What makes these lists of none, in order.
+    std::vector<change> as_changes() const;
+    static mac_acl of(const contents &stored);
 
     // Throws kx::config_error (common/toml_table.h).
     static mac_acl load(const std::string &file);

@@ -151,7 +151,7 @@ void reload(const options &chosen, controller::tunnels &tunnels, controller::exc
         return;
     }
     try {
-        exchange.managed_site()->acl() = controller::mac_acl::load(chosen.acl);
+        exchange.managed_site()->replace_acl(controller::mac_acl::load(chosen.acl));
         output.note("read the access lists anew");
     } catch (const std::exception &error) {
         output.note(std::string("keeping the former access lists: ") + error.what());

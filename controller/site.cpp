@@ -124,7 +124,10 @@ bool site::defer_if_unclear(access_point &ap, const record &one) {
 
 void site::vap_configured(access_point &ap, const record &config) {
     const auto ssid = config.body.raw("ssid");
-    tables_.configure(ap, config.body.mac("bssid"), {bytes(ssid.begin(), ssid.end()), config.body.number("vlan")});
+    const vap configured = {bytes(ssid.begin(), ssid.end()), config.body.number("vlan")};
+    for (const mac_address &completed : tables_.configure(ap, config.body.mac("bssid"), configured)) {
+        note(tables_.get(completed), client_event::corrected);
+    }
 }
 
 }  // namespace controller

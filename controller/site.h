@@ -13,6 +13,7 @@
 //   site_roaming.cpp   clients on another VLAN than their home VLAN
 //   site_messages.cpp  the messages to access points
 //   site_commands.cpp  the operator's commands
+//   site_store.cpp     what outlives the controller's process
 #ifndef CONTROLLER_SITE_H
 #define CONTROLLER_SITE_H
 
@@ -69,8 +70,23 @@ public:
     [[nodiscard]] outbox remove(const mac_address &client);
     // An empty name removes the present one.
     void name_client(const mac_address &client, const std::string &name);
-    mac_acl &acl() { return acl_; }
+    void set_verdict(std::uint32_t index, const mac_address &client, verdict decision);
+    void remove_verdict(std::uint32_t index, const mac_address &client);
+    void set_default_verdict(std::uint32_t index, verdict decision);
+    void replace_acl(mac_acl acl);
     const mac_acl &acl() const { return acl_; }
+
+    // A former process's clients, PMKs and access lists; before any access point is up. The first reports of the access
+    // points then show which clients have left meanwhile.
+    void load(const contents &from);
+    // From now on the site records its changes.
+    void record_changes() { records_changes_ = true; }
+    // Those since the last call of forget_changes().
+    const std::vector<change> &changes() const { return changes_; }
+    void forget_changes() { changes_.clear(); }
+    // What load() takes, of clients and PMKs.
+    std::vector<stored_client> all_clients() const;
+    std::vector<stored_pmk> all_pmks() const;
 
     const site_tables &tables() const { return tables_; }
     std::uint64_t roams() const { return roams_; }
@@ -96,6 +112,10 @@ private:
     void move_to(access_point &ap, station &moved, const client &state, const record &update);
     client guess_origin(const place &here, const mac_address &last_bssid) const;
     void drop_client(station &gone);
+
+    // site_store.cpp
+    void note(const station &of, client_event what);
+    void note(change one);
 
     // site_answers.cpp
     void pmk_added(access_point &ap, const record &);
@@ -144,6 +164,8 @@ private:
     roaming_peers peers_;
     std::uint64_t roams_ = 0;
     outbox outbox_;
+    bool records_changes_ = false;
+    std::vector<change> changes_;
 };
 
 }  // namespace controller

@@ -5,8 +5,13 @@ namespace controller {
 
 void site::pmk_added(access_point &ap, const record &added) {
     const mac_address station = added.body.mac("client");
-    const auto pmk = added.body.raw("pmk");
-    tables_.set_pmk(station, bytes(pmk.begin(), pmk.end()));
+    const auto content = added.body.raw("pmk");
+    const bytes pmk(content.begin(), content.end());
+    const bytes *const former = tables_.pmk(station);
+    if (former == nullptr || *former != pmk) {
+        note(pmk_change{station, pmk});
+        tables_.set_pmk(station, pmk);
+    }
     tables_.hold(ap, tables_.get(station), holding::station);
 }
 

@@ -9,7 +9,8 @@ void site::associated(access_point &ap, const record &update) {
     station &joined = tables_.get(update.body.mac("client"));
     const place here = {ap.mac, update.body.mac("bssid")};
     client state = joined.client.value_or(client{});
-    roams_ += joined.client && state.now.ap != ap.mac ? 1 : 0;
+    const bool roams = joined.client && state.now.ap != ap.mac;
+    roams_ += roams ? 1 : 0;
     if (state.guest != guest_state::approved) {
         state.guest = guest_state::none;  // a guest's own record follows
     }
@@ -19,6 +20,7 @@ void site::associated(access_point &ap, const record &update) {
     state.home = state.now = here;
     state.home_vlan = vlan;
     move_to(ap, joined, state, update);
+    note(joined, roams ? client_event::roamed : client_event::associated);
 }
 
 void site::roamed_in(access_point &ap, const record &update) {
@@ -41,6 +43,7 @@ void site::roamed_in(access_point &ap, const record &update) {
         state.ip = ip;
     }
     move_to(ap, moved, state, update);
+    note(moved, client_event::roamed);
 }
 
 // A client that is new to the site: its home is its last BSSID when that is a VAP of the site, otherwise `here`.
@@ -109,6 +112,9 @@ void site::left(access_point &ap, const record &update) {
 
 // Keeps the checks of an access point that has reported an association meanwhile: its report decides.
 void site::drop_client(station &gone) {
+    if (gone.client) {
+        note(gone, client_event::left);
+    }
     tables_.erase_client(gone);
     for (access_point *ap : site_tables::all_holders(gone)) {
         if (!ap->checks.has_deferred(gone.mac)) {
@@ -125,7 +131,10 @@ void site::got_address(access_point &ap, const record &update) {
     station *const known = tables_.find(mac);
     if (known != nullptr && known->client &&
         (known->client->now.ap == ap.mac || ap.checks.last_notice(mac) == notice::answer)) {
-        known->client->ip = update.body.number("ip");
+        const std::uint32_t former = std::exchange(known->client->ip, update.body.number("ip"));
+        if (known->client->ip != former) {
+            note(*known, client_event::address);
+        }
     }
 }
 
@@ -137,8 +146,9 @@ void site::guest_associated(access_point &ap, const record &update) {
     }
     if (guest->client->guest == guest_state::approved) {
         send_approval(ap, guest->mac);
-    } else {
+    } else if (guest->client->guest != guest_state::waiting) {
         tables_.set_guest(*guest, guest_state::waiting);
+        note(*guest, client_event::waiting);
     }
 }
 

@@ -1,4 +1,6 @@
 // The operator's commands.
+#include <utility>
+
 #include "controller/site.h"
 
 namespace controller {
@@ -23,6 +25,7 @@ outbox site::approve(const mac_address &guest) {
         throw refused("the access point of " + kx::format_mac(guest) + " has no tunnel");
     }
     tables_.set_guest(*found, guest_state::approved);
+    note(*found, client_event::approved);
     send_approval(serving, guest);
     return finish();
 }
@@ -55,6 +58,9 @@ outbox site::remove(const mac_address &client) {
     if ((found == nullptr || !found->client) && !had_pmk) {
         throw refused(kx::format_mac(client) + " is not on the site");
     }
+    if (had_pmk) {
+        note(pmk_change{client, std::nullopt});
+    }
     if (found != nullptr) {
         drop_client(*found);
     }
@@ -66,6 +72,36 @@ void site::name_client(const mac_address &client, const std::string &name) {
         throw refused("the name is longer than " + std::to_string(client_name_max) + " bytes");
     }
     tables_.set_name(client, name);
+    note(controller::client_name{client, name});
+}
+
+void site::set_verdict(std::uint32_t index, const mac_address &client, verdict decision) {
+    const bool is_new = !acl_.lists().contains(index);
+    acl_.set(index, client, decision);
+    if (is_new) {
+        note(acl_default{index, acl_.lists().at(index).otherwise});
+    }
+    note(acl_entry{index, client, decision});
+}
+
+void site::remove_verdict(std::uint32_t index, const mac_address &client) {
+    if (!acl_.remove(index, client)) {
+        throw refused(kx::format_mac(client) + " is not in the list of that index");
+    }
+    note(acl_entry{index, client, std::nullopt});
+}
+
+void site::set_default_verdict(std::uint32_t index, verdict decision) {
+    acl_.set_default(index, decision);
+    note(acl_default{index, decision});
+}
+
+void site::replace_acl(mac_acl acl) {
+    acl_ = std::move(acl);
+    note(acl_cleared{});
+    for (change &each : acl_.as_changes()) {
+        note(std::move(each));
+    }
 }
 
 }  // namespace controller

@@ -122,6 +122,7 @@ void site::catch_up(access_point &ap, const report &read) {
 void site::add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip) {
     const place here = {ap.mac, bssid};
     tables_.hold(ap, found, holding::station);
+    const std::optional<client> former = found.client;
     if (!found.client) {
         const auto vlan = tables_.vlan_of(here);
         tables_.set_client(found,
@@ -138,6 +139,9 @@ void site::add_station(access_point &ap, station &found, const mac_address &bssi
     state.now = here;
     state.ip = ip != 0 ? ip : state.ip;
     tables_.set_client(found, state);
+    if (state != former) {
+        note(found, former ? client_event::corrected : client_event::found);
+    }
     if (ip == 0) {
         restore(ap, found);
     }

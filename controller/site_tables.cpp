@@ -30,7 +30,7 @@ access_point *site_tables::find_ap(const mac_address &mac) const {
     return found == aps_.end() ? nullptr : found->second.get();
 }
 
-void site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
+std::vector<mac_address> site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
     const std::uint32_t vlan = config.vlan;
     if (vlan_of({at.mac, bssid}) != vlan) {
         for (const auto &[station, why] : at.holds) {
@@ -39,14 +39,17 @@ void site_tables::configure(access_point &at, const mac_address &bssid, vap conf
     }
     at.vaps[bssid] = std::move(config);
     insert(vaps_[bssid], at);
+    std::vector<mac_address> completed;
     std::erase_if(at.without_vlan, [&](const mac_address &station) {
         client &known = *find(station)->client;
         if (known.home.bssid != bssid) {
             return false;
         }
         known.home_vlan = vlan;
+        completed.push_back(station);
         return true;
     });
+    return completed;
 }
 
 std::optional<std::uint32_t> site_tables::vlan_of(const place &where) const {

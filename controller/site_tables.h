@@ -63,8 +63,8 @@ public:
     access_point *find_ap(const mac_address &mac) const;
     const ap_table &aps() const { return aps_; }
 
-    // Adds or changes a VAP, and completes the clients whose home it is.
-    void configure(access_point &at, const mac_address &bssid, vap config);
+    // Adds or changes a VAP, and completes the clients whose home it is. Returns those.
+    std::vector<mac_address> configure(access_point &at, const mac_address &bssid, vap config);
     std::optional<std::uint32_t> vlan_of(const place &where) const;
     // When several access points report the VAP, the one with the lowest MAC address.
     std::optional<place> find_vap(const mac_address &bssid) const;
@@ -92,6 +92,7 @@ public:
     // Kept when a client leaves, for its next association. Null when there is none.
     const bytes *pmk(const mac_address &station) const;
     void set_pmk(const mac_address &station, bytes pmk) { pmks_[station] = std::move(pmk); }
+    const std::map<mac_address, bytes> &pmks() const { return pmks_; }
     bool erase_pmk(const mac_address &station) { return pmks_.erase(station) > 0; }
 
     // Clients whose home, place or VLAN has changed since the last call; also those that are gone.

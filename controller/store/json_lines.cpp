@@ -55,6 +55,10 @@ json json_of(const stored_client &one) {
     return made;
 }
 
+json json_of(const client_name &one) {
+    return {{"type", "client_name"}, {"client", kx::format_mac(one.mac)}, {"name", one.name}};
+}
+
 json json_of(const acl_default &one) {
     json made = {{"type", "acl_default"}, {"mac_acl_index", nullptr}, {"verdict", name_of(one.decision)}};
     if (one.index) {
@@ -127,6 +131,7 @@ std::vector<std::string> json_lines(const contents &of) {
     add(made, of.acl_entries);
     add(made, of.operators);
     add(made, of.tokens);
+    add(made, of.names);
     add(made, of.clients);
     return made;
 }

@@ -68,6 +68,13 @@ struct pmk_change {
     bool operator==(const pmk_change &) const = default;
 };
 
+// That an operator gave.
+struct client_name {
+    mac_address mac{};
+    std::string name;  // empty: none
+    bool operator==(const client_name &) const = default;
+};
+
 enum class verdict : std::uint32_t { deny = 0, allow = 1 };
 
 // The verdict for clients that are not in the list of `index`; without an index, for indexes that have no list.
@@ -145,7 +152,7 @@ struct audit_entry {
     bool operator==(const audit_entry &) const = default;
 };
 
-using change = std::variant<client_change, pmk_change, acl_default, acl_entry, acl_cleared, enrolled_ap, erased_ap,
+using change = std::variant<client_change, pmk_change, client_name, acl_default, acl_entry, acl_cleared, enrolled_ap, erased_ap,
                             operator_account, erased_operator, api_token, erased_token, audit_entry>;
 
 struct stored_client {
@@ -164,6 +171,7 @@ struct stored_pmk {
 struct contents {
     std::vector<stored_client> clients;
     std::vector<stored_pmk> pmks;
+    std::vector<client_name> names;
     std::vector<acl_default> acl_defaults;  // the one without index first
     std::vector<acl_entry> acl_entries;
     std::vector<enrolled_ap> aps;

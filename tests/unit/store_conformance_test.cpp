@@ -164,6 +164,12 @@ TEST_P(keeping, access_lists_come_back) {
     EXPECT_TRUE(cleared.acl_entries.empty());
 }
 
+TEST_P(keeping, names_come_back) {
+    EXPECT_EQ(store.write({client_name{s2, "printer"}, client_name{s1, "Anna's phone"}}), "");
+    EXPECT_EQ(store.write({client_name{s2, ""}}), "");
+    EXPECT_EQ(store.reopen().names, (std::vector<client_name>{{s1, "Anna's phone"}}));
+}
+
 TEST_P(keeping, access_points_come_back) {
     const enrolled_ap first = {ap1, "hall", "-----BEGIN CERTIFICATE-----\n", "main site", false};
     enrolled_ap second = {s2, "N\xc3\xb6rdlich; DROP TABLE '\"", "", "", false};

@@ -86,7 +86,7 @@ TEST_F(StoreFile, of_version_1_is_upgraded) {
     EXPECT_EQ(store->history(std::nullopt, {}).size(), 7u);
     EXPECT_EQ(store->audit({}).size(), 1u);
     EXPECT_EQ(number(file(), "SELECT count(*) FROM sqlite_master WHERE name = 'journal_1_mac'"), 1);
-    EXPECT_EQ(number(file(), "PRAGMA user_version"), 2);
+    EXPECT_EQ(number(file(), "PRAGMA user_version"), 3);
 }
 
 TEST_F(StoreFile, of_a_later_version_is_refused) {

@@ -29,7 +29,7 @@ namespace {
 
 std::unique_ptr<store> open_sqlite(const setting &how, std::optional<pmk_cipher> cipher) {
     return std::make_unique<sqlite_store>(
-        sqlite_settings{how.directory_file, std::move(cipher), how.kept, how.wake, how.now, ""});
+        sqlite_settings{how.directory_file, std::move(cipher), how.kept, how.wake, how.now, how.vfs});
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ store_kind in_sqlite_without_key() {
     return {"sqlite_without_key", true, [](const setting &how) { return open_sqlite(how, std::nullopt); }};
 }
 
-store_rig::store_rig(store_kind kind) : kind_(std::move(kind)) {
+store_rig::store_rig(store_kind kind, std::string vfs) : kind_(std::move(kind)), vfs_(std::move(vfs)) {
     open();
     store_->load();
 }
@@ -53,7 +53,7 @@ void store_rig::open() {
         due_ = true;
         woken_.notify_one();
     };
-    store_ = kind_.open({directory_.file("store"), wake, [this] { return now; }, kept});
+    store_ = kind_.open({directory_.file("store"), wake, [this] { return now; }, kept, vfs_});
 }
 
 contents store_rig::reopen() {

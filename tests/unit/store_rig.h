@@ -36,6 +36,7 @@ struct setting {
     std::function<void()> wake;  // the store has something to deliver; called on any thread
     std::function<wall_time()> now;
     retention kept;
+    std::string vfs;
 };
 
 struct store_kind {
@@ -51,7 +52,8 @@ store_kind in_sqlite_without_key();
 // A store, its owner and a clock that the test sets.
 class store_rig {
 public:
-    explicit store_rig(store_kind kind);
+    // A store in SQLite uses the file system `vfs`.
+    explicit store_rig(store_kind kind, std::string vfs = "");
 
     controller::store &operator*() { return *store_; }
     controller::store *operator->() { return store_.get(); }
@@ -77,6 +79,7 @@ private:
 
     private_directory directory_;
     store_kind kind_;
+    std::string vfs_;
     std::mutex mutex_;
     std::condition_variable woken_;
     bool due_ = false;

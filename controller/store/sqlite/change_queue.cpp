@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <random>
 
 namespace controller::sqlite {
 
@@ -13,9 +14,14 @@ bool is_of_snapshot(const change &one) {
 
 }  // namespace
 
+change_queue::change_queue(std::size_t limit, std::size_t reserve)
+    : limit_(limit), reserve_(reserve), next_number_(std::random_device()()) {
+    next_number_ = next_number_ << 24;
+}
+
 batch &change_queue::last() {
     if (batches_.empty() || sealed_ || !batches_.back().restore_from.empty()) {
-        batches_.emplace_back();
+        batches_.emplace_back().number = next_number_++;
         sealed_ = false;
     }
     return batches_.back();

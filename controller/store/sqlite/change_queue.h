@@ -20,6 +20,7 @@ struct snapshot {
 
 // What is written in one transaction, in this order. One that restores a backup does nothing else.
 struct batch {
+    std::int64_t number = 0;  // never the same in two batches that follow each other, of any process
     std::string restore_from;
     std::optional<snapshot> replacement;
     std::vector<timed_change> clients;
@@ -32,7 +33,7 @@ struct batch {
 class change_queue {
 public:
     // Changes that nobody waits for find room up to the limit, others up to `reserve` beyond it.
-    explicit change_queue(std::size_t limit = 65536, std::size_t reserve = 4096) : limit_(limit), reserve_(reserve) {}
+    explicit change_queue(std::size_t limit = 65536, std::size_t reserve = 4096);
 
     // Drops those of clients and PMKs that find no room; a snapshot is wanted then.
     void add(std::span<const change> changes, wall_time at);
@@ -61,6 +62,7 @@ private:
 
     const std::size_t limit_, reserve_;
     std::deque<batch> batches_;
+    std::int64_t next_number_;
     std::size_t size_ = 0;
     std::size_t waiting_ = 0;
     bool sealed_ = false;

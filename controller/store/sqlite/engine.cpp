@@ -24,6 +24,11 @@ engine::engine(const place_of_store &where, const std::optional<pmk_cipher> &cip
 
 void engine::write(const batch &what, const retention &kept, wall_time now) {
     transaction change(database_);
+    if (database_.number("SELECT value FROM meta WHERE name = 'batch'") == what.number) {
+        return;
+    }
+    statement mark(database_, "INSERT OR REPLACE INTO meta VALUES ('batch', ?)");
+    mark.bind(0, what.number).run();
     if (what.replacement) {
         clients_->replace(what.replacement->clients);
         others_->replace_pmks(what.replacement->pmks);

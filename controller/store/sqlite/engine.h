@@ -24,7 +24,8 @@ public:
     // Brings the file to the present version. Throws store_error.
     engine(const place_of_store &where, const std::optional<pmk_cipher> &cipher);
 
-    // In one transaction. Throws store_error, and nothing of the batch is stored then.
+    // In one transaction. When it throws store_error the batch may be stored all the same, because a sync failed; the
+    // next engine recognises it by its number then, and does not store it twice.
     void write(const batch &what, const retention &kept, wall_time now);
     // Replaces everything by the content of a backup, which may have an earlier version. Another engine is to be made
     // then. Throws store_error for a file that cannot be used, and nothing is changed then.

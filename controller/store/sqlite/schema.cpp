@@ -41,8 +41,12 @@ void make_version_2(const connection &database) {
     }
 }
 
+void make_version_3(const connection &database) {
+    database.run("CREATE TABLE client_name (mac BLOB PRIMARY KEY, name TEXT NOT NULL) WITHOUT ROWID");
+}
+
 // Each brings the database from the version before to the next one.
-constexpr void (*steps[])(const connection &) = {make_version_1, make_version_2};
+constexpr void (*steps[])(const connection &) = {make_version_1, make_version_2, make_version_3};
 
 }  // namespace
 

@@ -70,6 +70,15 @@ void site_rows::replace_pmks(const std::vector<stored_pmk> &pmks) {
     }
 }
 
+void site_rows::write(const client_name &one) {
+    if (one.name.empty()) {
+        statement(database_, "DELETE FROM client_name WHERE mac = ?").bind(0, one.mac).run();
+    } else {
+        statement put(database_, "INSERT OR REPLACE INTO client_name VALUES (?, ?)");
+        put.bind(0, one.mac).bind(1, one.name).run();
+    }
+}
+
 void site_rows::write(const acl_default &one) {
     const std::int64_t index = one.index ? std::int64_t{*one.index} : every_index;
     statement put(database_, "INSERT OR REPLACE INTO acl_list VALUES (?, ?)");
@@ -162,6 +171,10 @@ void load_access_lists(const connection &database, contents &to) {
 void site_rows::load(contents &to) const {
     if (cipher_) {
         load_pmks(database_, *cipher_, to);
+    }
+    statement names(database_, "SELECT mac, name FROM client_name ORDER BY mac");
+    while (names.step()) {
+        to.names.push_back({names.mac(0), names.text(1)});
     }
     load_access_lists(database_, to);
     statement aps(database_, "SELECT mac, name, certificate, site, revoked FROM access_point ORDER BY mac");

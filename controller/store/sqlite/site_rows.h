@@ -30,6 +30,7 @@ public:
 private:
     void write(const client_change &) {}
     void write(const pmk_change &one);
+    void write(const client_name &one);
     void write(const acl_default &one);
     void write(const acl_entry &one);
     void write(const acl_cleared &);
