@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
+#include <variant>
 
 #include "common/hex.h"
 #include "controller/listing_forms.h"
@@ -151,9 +152,35 @@ reply show_help(exchange &, const request &of) {
     return made;
 }
 
+// A command shows something, acts on the site, or makes a copy of the store.
+using show_command = reply (*)(exchange &, const request &);
+struct act_command {
+    reply (*run)(exchange &, const request &);
+};
+struct copy_command {
+    void (*start)(exchange &, const std::string &file, store::callback done);
+};
+
+store &store_of(exchange &with) {
+    if (with.kept() == nullptr) {
+        throw refused("the controller has no store");
+    }
+    return *with.kept();
+}
+
+void back_up(exchange &with, const std::string &file, store::callback done) {
+    store_of(with).backup(file, std::move(done));
+}
+
+void export_store(exchange &with, const std::string &file, store::callback done) {
+    store_of(with).export_to(file, std::move(done));
+}
+
+void restore(exchange &with, const std::string &file, store::callback done) { with.restore(file, std::move(done)); }
+
 struct command {
     command_usage usage;
-    reply (*run)(exchange &, const request &);
+    std::variant<show_command, act_command, copy_command> run;
 };
 
 const std::vector<command> table = {
@@ -161,16 +188,22 @@ const std::vector<command> table = {
     {{"vaps", "", "ap ssid", "list the VAPs", true}, show_vaps},
     {{"clients", "", "mac name ssid ap state", "list the clients of the site", true}, show_clients},
     {{"stats", "", "", "print the counters", false}, show_stats},
-    {{"approve", "CLIENT", "", "approve a waiting guest", false}, approve},
-    {{"remove", "CLIENT", "", "remove a client from every access point that holds it", false}, remove},
-    {{"name", "CLIENT [NAME]", "", "give a client a name for the listings, or take it away", false}, name_client},
-    {{"move-list", "AP", "", "send an access point the list of clients that are elsewhere", false}, move_list},
+    {{"approve", "CLIENT", "", "approve a waiting guest", false}, act_command{approve}},
+    {{"remove", "CLIENT", "", "remove a client from every access point that holds it", false}, act_command{remove}},
+    {{"name", "CLIENT [NAME]", "", "give a client a name for the listings, or take it away", false},
+     act_command{name_client}},
+    {{"move-list", "AP", "", "send an access point the list of clients that are elsewhere", false},
+     act_command{move_list}},
     {{"acl", "", "index mac", "list the MAC access control lists", true}, show_acl},
-    {{"acl-set", "INDEX CLIENT allow|deny", "", "add a client to a list", false}, set_acl},
-    {{"acl-remove", "INDEX CLIENT", "", "remove a client from a list", false}, remove_acl},
+    {{"acl-set", "INDEX CLIENT allow|deny", "", "add a client to a list", false}, act_command{set_acl}},
+    {{"acl-remove", "INDEX CLIENT", "", "remove a client from a list", false}, act_command{remove_acl}},
     {{"acl-default", "INDEX allow|deny", "", "set the verdict for clients that are not in the list", false},
-     set_acl_default},
-    {{"send", "AP HEX", "", "send a whole message unchanged", false}, send},
+     act_command{set_acl_default}},
+    {{"backup", "FILE", "", "copy the store into a new file on the controller's machine", false},
+     copy_command{back_up}},
+    {{"restore", "FILE", "", "replace the store, and the site, by a backup", false}, copy_command{restore}},
+    {{"export", "FILE", "", "write the store without its secrets as lines of JSON", false}, copy_command{export_store}},
+    {{"send", "AP HEX", "", "send a whole message unchanged", false}, act_command{send}},
     {{"help", "", "", "list the commands", false}, show_help},
 };
 
@@ -253,23 +286,80 @@ std::string command_summary() {
     return text;
 }
 
-std::string commands::run(std::string_view line) {
+namespace {
+
+// An action of an operator at the control socket, for the audit list.
+audit_entry audited(const command_usage &usage, const request &of, const std::string &outcome) {
+    constexpr std::size_t subject_max = 200;
+    std::string subject;
+    for (const std::string &each : of.arguments) {
+        subject += (subject.empty() ? "" : " ") + each;
+    }
+    return {"sitectl", std::string(usage.name), subject.substr(0, subject_max), outcome};
+}
+
+std::string answer_of(const reply &made) { return (made.next.empty() ? "ok" : "more " + made.next) + '\n' + made.text; }
+
+using answer_function = std::function<void(const std::string &)>;
+
+// Answers once the change and its entry in the audit list are durable.
+void commit(exchange &with, const command_usage &usage, audit_entry entry, const std::string &text,
+            const answer_function &answer) {
+    with.commit({std::move(entry)}, [name = std::string(usage.name), text, answer](const store::result &why) {
+        answer(why.empty() ? text : "error " + name + ": " + why + '\n');
+    });
+}
+
+void perform(exchange &with, const command_usage &usage, const act_command &what, const request &of,
+             const answer_function &answer) {
+    std::string text;
+    try {
+        text = answer_of(what.run(with, of));
+    } catch (const refused &why) {
+        with.commit({audited(usage, of, why.what())}, [](const store::result &) {});
+        throw;
+    }
+    commit(with, usage, audited(usage, of, "ok"), text, answer);
+}
+
+void perform(exchange &with, const command_usage &usage, const copy_command &what, const request &of,
+             const answer_function &answer) {
+    const std::string &file = of.arguments.front();
+    if (!file.starts_with('/')) {
+        throw refused("expected the absolute path of a file on the controller's machine");
+    }
+    what.start(with, file, [&with, &usage, of, answer](const store::result &why) {
+        const std::string text = why.empty() ? "ok\n" : "error " + std::string(usage.name) + ": " + why + '\n';
+        commit(with, usage, audited(usage, of, why.empty() ? "ok" : why), text, answer);
+    });
+}
+
+void perform(exchange &with, const command_usage &, show_command what, const request &of,
+             const answer_function &answer) {
+    answer(answer_of(what(with, of)));
+}
+
+}  // namespace
+
+void commands::run(std::string_view line, const answer_function &answer) {
     words given = words_of(line);
     const auto first = std::ranges::find_if(given, [](const std::string &each) { return each != "--json"; });
     if (first == given.end()) {
-        return "error expected a command; \"help\" lists the commands\n";
+        answer("error expected a command; \"help\" lists the commands\n");
+        return;
     }
     const std::string name = *first;
     given.erase(first);
     const auto found = std::ranges::find(table, name, [](const command &each) { return each.usage.name; });
     if (found == table.end()) {
-        return "error unknown command " + quote(name) + "; \"help\" lists the commands\n";
+        answer("error unknown command " + quote(name) + "; \"help\" lists the commands\n");
+        return;
     }
     try {
-        const reply made = found->run(exchange_, read_request(found->usage, given));
-        return (made.next.empty() ? "ok" : "more " + made.next) + '\n' + made.text;
+        const request wanted = read_request(found->usage, given);
+        std::visit([&](const auto &what) { perform(exchange_, found->usage, what, wanted, answer); }, found->run);
     } catch (const refused &why) {
-        return "error " + name + ": " + why.what() + '\n';
+        answer("error " + name + ": " + why.what() + '\n');
     }
 }
 

@@ -4,6 +4,7 @@
 #ifndef CONTROLLER_COMMANDS_H
 #define CONTROLLER_COMMANDS_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,9 +30,9 @@ class commands {
 public:
     explicit commands(exchange &with) : exchange_(with) {}
 
-    // Returns "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n". With the word "--json" the
-    // output is one JSON object a line.
-    std::string run(std::string_view line);
+    // Gives `reply` "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n"; once what the command
+    // changed is durable. With the word "--json" the output is one JSON object a line.
+    void run(std::string_view line, const std::function<void(const std::string &answer)> &reply);
 
 private:
     exchange &exchange_;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -112,7 +113,7 @@ control_server::control_server(event_base *base, std::string path, handler answe
 
 control_server::~control_server() {
     while (!connections_.empty()) {
-        drop(connections_.front().get());
+        drop(connections_.front().stream.get());
     }
     if (reserve_ >= 0) {
         ::close(reserve_);
@@ -129,7 +130,7 @@ void control_server::refill_reserve() {
 // When a connection uses the reserve, closes the oldest one first. Returns -1 when that was of no help.
 int control_server::accept_with_reserve() {
     if (reserve_ < 0 && !connections_.empty()) {
-        drop(connections_.front().get());
+        drop(connections_.front().stream.get());
     }
     if (reserve_ >= 0) {
         ::close(std::exchange(reserve_, -1));
@@ -162,10 +163,10 @@ void control_server::accept(int fd) {
         return;
     }
     if (connections_.size() >= connections_max) {
-        drop(connections_.front().get());
+        drop(connections_.front().stream.get());
     }
     bufferevent *made = bufferevent_socket_new(base_, fd, 0);
-    connections_.emplace_back(made);
+    connections_.push_back({++last_number_, kx::bufferevent_ptr(made)});
     const auto readable = [](bufferevent *from, void *self) { static_cast<control_server *>(self)->read(from); };
     const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
     bufferevent_setcb(made, readable, nullptr, ended, this);
@@ -174,29 +175,39 @@ void control_server::accept(int fd) {
 }
 
 void control_server::read(bufferevent *from) {
+    const auto found =
+        std::ranges::find_if(connections_, [from](const connection &each) { return each.stream.get() == from; });
+    const std::uint64_t number = found->number;
     evbuffer *input = bufferevent_get_input(from);
     std::size_t length = 0;
-    std::string answer;
     if (char *line = evbuffer_readln(input, &length, EVBUFFER_EOL_LF)) {
-        answer = answer_(std::string(line, length));
+        const std::string command(line, length);
         free(line);
+        bufferevent_disable(from, EV_READ);
+        answer_(command, [this, number](const std::string &text) { answer(number, text); });
     } else if (evbuffer_get_length(input) > control_line_max) {
-        answer = "error the command is longer than " + std::to_string(control_line_max) + " bytes\n";
-    } else {
+        bufferevent_disable(from, EV_READ);
+        answer(number, "error the command is longer than " + std::to_string(control_line_max) + " bytes\n");
+    }
+}
+
+void control_server::answer(std::uint64_t number, const std::string &text) {
+    const auto found = std::ranges::find(connections_, number, &connection::number);
+    if (found == connections_.end()) {
         return;
     }
-    bufferevent_disable(from, EV_READ);
-    bufferevent_write(from, answer.data(), answer.size());
+    bufferevent *const to = found->stream.get();
+    bufferevent_write(to, text.data(), text.size());
     const auto written = [](bufferevent *done, void *self) { static_cast<control_server *>(self)->drop(done); };
     const auto ended = [](bufferevent *gone, short, void *self) { static_cast<control_server *>(self)->drop(gone); };
-    bufferevent_setcb(from, nullptr, written, ended, this);
+    bufferevent_setcb(to, nullptr, written, ended, this);
 }
 
 // libevent would close the descriptor later, when another connection may have come. The reserve needs it now.
 void control_server::drop(bufferevent *gone) {
     const int fd = bufferevent_getfd(gone);
     bufferevent_disable(gone, EV_READ | EV_WRITE);
-    connections_.remove_if([gone](const kx::bufferevent_ptr &each) { return each.get() == gone; });
+    connections_.remove_if([gone](const connection &each) { return each.stream.get() == gone; });
     ::close(fd);
     refill_reserve();
 }

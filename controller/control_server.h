@@ -19,8 +19,9 @@ inline constexpr std::size_t control_line_max = 2 * 16384 + 256;
 
 class control_server {
 public:
-    // Returns the whole answer to `line`.
-    using handler = std::function<std::string(const std::string &line)>;
+    // Takes the whole answer, now or later, at most once. Nothing happens when the connection has ended.
+    using reply = std::function<void(const std::string &answer)>;
+    using handler = std::function<void(const std::string &line, reply)>;
 
     // Replaces a socket that a dead process left behind. Throws std::runtime_error, also when `path` is not a socket,
     // another process listens there, or others may write to its directory.
@@ -36,6 +37,7 @@ private:
     void accept(int fd);
     void refill_reserve();
     void read(bufferevent *from);
+    void answer(std::uint64_t connection, const std::string &text);
     void drop(bufferevent *gone);
 
     event_base *base_;
@@ -43,8 +45,13 @@ private:
     handler answer_;
     kx::listener_ptr listener_;
     kx::event_ptr pause_;
-    int reserve_ = -1;                            // descriptor; -1 while a connection uses it
-    std::list<kx::bufferevent_ptr> connections_;  // the oldest first
+    int reserve_ = -1;  // descriptor; -1 while a connection uses it
+    struct connection {
+        std::uint64_t number;
+        kx::bufferevent_ptr stream;
+    };
+    std::list<connection> connections_;  // the oldest first
+    std::uint64_t last_number_ = 0;
 };
 
 }  // namespace controller

@@ -47,6 +47,7 @@ void exchange::tick() {
     }
     if (site_) {
         send(site_->tick());
+        tend_store();
         if (++ticks_ % ticks_to_repeat == 0) {
             request_reports();
         }
@@ -109,6 +110,7 @@ void exchange::received(tunnel_id id, std::span<const std::uint8_t> content) {
         tunnels_->close(id, "it sent a message of " + kx::format_mac(*decoded.ap) + ": " + foreign_mac);
     } else if (identified && site_) {
         send(site_->handle(decoded));
+        store_changes();
     }
 }
 

@@ -11,6 +11,7 @@
 #include "controller/output.h"
 #include "controller/refusals.h"
 #include "controller/site.h"
+#include "controller/store/store.h"
 #include "controller/tunnels.h"
 
 namespace controller {
@@ -32,6 +33,9 @@ public:
     // Sets the tunnels to send through; to be called before anything is received.
     void use(tunnels &through) { tunnels_ = &through; }
     tunnels::callbacks callbacks();
+    // Starts the site with what is stored, and stores its changes from now on; to be called before anything is
+    // received. Throws store_error.
+    void use(store &kept);
 
     // To be called once a second.
     void tick();
@@ -42,6 +46,14 @@ public:
 
     // Sends each of the site's messages.
     void send(const outbox &messages);
+
+    // Stores what the site's commands have changed, and `more`. `done` is called once all is durable or cannot be made
+    // so (store.h); without a store, at once.
+    void commit(std::vector<change> more, store::callback done);
+    // Replaces the site by the contents of a backup, and requests every access point's report.
+    void restore(const std::string &file, store::callback done);
+    // Null without one.
+    store *kept() const { return store_; }
 
     // Null when the controller only listens.
     site *managed_site() { return site_ ? &*site_ : nullptr; }
@@ -66,9 +78,16 @@ private:
     void request_reports();
     void count(tunnel_id id, const message &decoded);
 
+    // exchange_store.cpp
+    void store_changes();
+    void tend_store();
+    void start_over();
+
     output &output_;
     std::optional<site> site_;
     tunnels *tunnels_ = nullptr;
+    store *store_ = nullptr;
+    std::string store_fault_;  // that was noted last
     access_points access_points_;
     counters counters_;
     flood_note accept_errors_{[this](const std::string &text) { output_.note(text); }};

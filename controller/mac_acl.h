@@ -35,6 +35,8 @@ public:
     // Removes the client, so that the list's default applies. False when it was not in the list.
     bool remove(std::uint32_t index, const kx::mac_address &client);
 
+    // As by default.
+    bool is_empty() const { return otherwise_ == verdict::allow && lists_.empty(); }
     verdict otherwise() const { return otherwise_; }
     const std::map<std::uint32_t, mac_acl_list> &lists() const { return lists_; }
 

@@ -25,6 +25,7 @@
 #include "controller/line_writer.h"
 #include "controller/output.h"
 #include "controller/statistics.h"
+#include "controller/store_opening.h"
 #include "controller/tunnels.h"
 #include "tunnel/certificate_life.h"
 #include "tunnel/tunnel.h"
@@ -41,6 +42,7 @@ struct options {
     bool events = false;
     bool passive = false;
     std::string acl;
+    controller::store_options store;
 };
 
 // "[::1]:7443" gives "::1" and 7443. Returns none when `text` is not an address and a port.
@@ -57,6 +59,25 @@ std::optional<std::pair<std::string, std::uint16_t>> split_address(const std::st
     const char *const last = text.data() + text.size();
     const auto [end, error] = std::from_chars(text.data() + colon + 1, last, port);
     return error == std::errc() && end == last ? std::optional(std::pair(host, port)) : std::nullopt;
+}
+
+void add_store_options(CLI::App &app, controller::store_options &chosen, CLI::Option &passive) {
+    auto *store = app.add_option("--store", chosen.file,
+                                 "Keep clients, access lists, operators and history in this file; made when missing");
+    store->type_name("FILE")->excludes(&passive);
+    app.add_option("--store-key", chosen.key_file, "Key that encrypts PMKs in the store: 64 hexadecimal digits")
+        ->type_name("FILE")
+        ->needs(store);
+    app.add_flag("--store-set-aside", chosen.set_aside, "Rename a damaged store and begin with an empty one")
+        ->needs(store);
+    app.add_option("--history-days", chosen.history_days, "Days for which the store keeps the clients' history")
+        ->check(CLI::Range(1, 3650))
+        ->needs(store)
+        ->capture_default_str();
+    app.add_option("--history-size", chosen.history_mib, "Size in MiB beyond which the store drops the oldest history")
+        ->check(CLI::Range(16, 1048576))
+        ->needs(store)
+        ->capture_default_str();
 }
 
 void add_options(CLI::App &app, options &chosen) {
@@ -83,6 +104,7 @@ void add_options(CLI::App &app, options &chosen) {
     app.add_option("--acl", chosen.acl, "TOML file of MAC access control lists; without it every client is allowed")
         ->type_name("FILE")
         ->excludes(passive);
+    add_store_options(app, chosen.store, *passive);
 }
 
 // Writes a temporary file and renames it, so that a reader never finds an incomplete number.
@@ -99,7 +121,22 @@ std::optional<controller::site> make_site(const options &chosen) {
     if (chosen.passive) {
         return std::nullopt;
     }
-    return controller::site(chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl));
+    return controller::site();
+}
+
+// Loads what is stored. The file of access lists fills a store that has none.
+void start_site(const options &chosen, controller::exchange &exchange, controller::store &kept,
+                controller::output &output) {
+    const auto configured = chosen.acl.empty() ? controller::mac_acl() : controller::mac_acl::load(chosen.acl);
+    exchange.use(kept);
+    if (chosen.acl.empty()) {
+        return;
+    }
+    if (exchange.managed_site()->acl().is_empty()) {
+        exchange.managed_site()->replace_acl(configured);
+    } else {
+        output.note("the access lists are those of the store; SIGHUP replaces them by " + chosen.acl);
+    }
 }
 
 // Warns before the controller's own certificate or its authority's ends.
@@ -210,6 +247,10 @@ int run(const options &chosen) {
                                .note = [&notes](const std::string &text) { notes.write(text); },
                                .dropped = [&lines] { return lines.dropped(); }});
     controller::exchange exchange(output, make_site(chosen));
+    controller::store_waker waker(base.get());
+    const auto store =
+        controller::open_store(chosen.store, waker, [&output](const std::string &text) { output.note(text); });
+    start_site(chosen, exchange, *store, output);
     controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
     expiry_check expiry(base.get(), chosen, tunnels, output);
@@ -217,7 +258,8 @@ int run(const options &chosen) {
     std::unique_ptr<controller::control_server> control;
     if (!chosen.control.empty()) {
         control = std::make_unique<controller::control_server>(
-            base.get(), chosen.control, [&commands](const std::string &line) { return commands.run(line); });
+            base.get(), chosen.control,
+            [&commands](const std::string &line, const auto &reply) { commands.run(line, reply); });
     }
     const kx::event_ptr ticking = every_second(base.get(), exchange);
     const std::function<void()> end = [&base] { event_base_loopexit(base.get(), nullptr); };

@@ -24,6 +24,15 @@ json statistics_of(const exchange &with) {
                  {"messages_sent", with.counts().sent},
                  {"certificate_expires", end ? kx::format_utc(*end) : "unknown"}};
     made.update(losses_of(with));
+    if (const store *kept = with.kept()) {
+        const store_status status = kept->status();
+        made.update(json{{"store_fault", status.fault},
+                         {"store_waiting", status.waiting},
+                         {"store_faults", status.faults},
+                         {"store_bytes", status.bytes},
+                         {"store_history_lost", status.history_lost},
+                         {"store_changes_refused", status.changes_refused}});
+    }
     if (const site *known = with.managed_site()) {
         made.update(json{{"clients", known->tables().clients()},
                          {"roams", known->roams()},

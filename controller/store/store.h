@@ -25,6 +25,11 @@ struct store_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Its contents make no sense: a backup or an empty store is to take its place.
+struct store_damaged : store_error {
+    using store_error::store_error;
+};
+
 // How long history is kept: whichever ends first.
 struct retention {
     std::chrono::hours age = std::chrono::days(30);

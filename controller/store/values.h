@@ -152,8 +152,8 @@ struct audit_entry {
     bool operator==(const audit_entry &) const = default;
 };
 
-using change = std::variant<client_change, pmk_change, client_name, acl_default, acl_entry, acl_cleared, enrolled_ap, erased_ap,
-                            operator_account, erased_operator, api_token, erased_token, audit_entry>;
+using change = std::variant<client_change, pmk_change, client_name, acl_default, acl_entry, acl_cleared, enrolled_ap,
+                            erased_ap, operator_account, erased_operator, api_token, erased_token, audit_entry>;
 
 struct stored_client {
     mac_address mac{};

@@ -21,6 +21,13 @@ using namespace controller_test;
 
 class Commands : public testing::Test {
 protected:
+    // Without a store every command is answered at once.
+    std::string run(std::string_view line) {
+        std::string answer;
+        commands_.run(line, [&answer](const std::string &text) { answer = text; });
+        return answer;
+    }
+
     output output_{
         output::format::json,
         false,
@@ -76,24 +83,23 @@ TEST_F(Commands, that_are_wrong_say_why) {
         {"acl-default 1 maybe", "error acl-default: expected \"allow\" or \"deny\"\n"},
     };
     for (const exchange_of_words &each : cases) {
-        EXPECT_EQ(commands_.run(each.line), each.answer);
+        EXPECT_EQ(run(each.line), each.answer);
     }
-    EXPECT_TRUE(commands_.run("send 02:00:00:00:00:01 " + std::string(std::size_t{2} * 16385, '0'))
-                    .starts_with("error send: "));
-    EXPECT_LT(commands_.run(std::string(100000, 'x')).size(), 100u);
+    EXPECT_TRUE(run("send 02:00:00:00:00:01 " + std::string(std::size_t{2} * 16385, '0')).starts_with("error send: "));
+    EXPECT_LT(run(std::string(100000, 'x')).size(), 100u);
 }
 
 TEST_F(Commands, edit_the_access_lists) {
-    EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:01 deny"), "ok\n");
-    EXPECT_EQ(commands_.run("acl-set 3 02:00:00:00:00:02 allow"), "ok\n");
-    EXPECT_EQ(commands_.run("acl-default 3 deny"), "ok\n");
-    EXPECT_EQ(commands_.run("acl --json"),
+    EXPECT_EQ(run("acl-set 3 02:00:00:00:00:01 deny"), "ok\n");
+    EXPECT_EQ(run("acl-set 3 02:00:00:00:00:02 allow"), "ok\n");
+    EXPECT_EQ(run("acl-default 3 deny"), "ok\n");
+    EXPECT_EQ(run("acl --json"),
               "ok\n{\"mac_acl_index\":null,\"client\":null,\"verdict\":\"allow\"}\n"
               "{\"mac_acl_index\":3,\"client\":null,\"verdict\":\"deny\"}\n"
               "{\"mac_acl_index\":3,\"client\":\"02:00:00:00:00:01\",\"verdict\":\"deny\"}\n"
               "{\"mac_acl_index\":3,\"client\":\"02:00:00:00:00:02\",\"verdict\":\"allow\"}\n");
-    EXPECT_EQ(commands_.run("acl-remove 3 02:00:00:00:00:01"), "ok\n");
-    EXPECT_EQ(commands_.run("acl"),
+    EXPECT_EQ(run("acl-remove 3 02:00:00:00:00:01"), "ok\n");
+    EXPECT_EQ(run("acl"),
               "ok\nwithout a list  default  allow\nlist 3  default  deny\nlist 3  02:00:00:00:00:02  allow\n");
 }
 
@@ -101,7 +107,7 @@ TEST_F(Commands, list_the_site) {
     site &known = *exchange_.managed_site();
     known.name_ap(A, "hall");
     known.ap_up(A);
-    EXPECT_EQ(commands_.run("name 06:00:00:00:00:01 till%20\"2\""), "ok\n");
+    EXPECT_EQ(run("name 06:00:00:00:00:01 till%20\"2\""), "ok\n");
     record config(record_type::bulk_vap_config);
     const std::string ssid = "caf\xe9";
     config.body.set("bssid", a10).set("vlan", 10u);
@@ -109,24 +115,24 @@ TEST_F(Commands, list_the_site) {
     record association(record_type::client_assoc);
     association.body.set("client", s1).set("bssid", a10).set("ip", ip1);
     EXPECT_TRUE(known.handle({A, 100, {config, association}}).empty());
-    EXPECT_EQ(commands_.run("clients --json"),
+    EXPECT_EQ(run("clients --json"),
               "ok\n{\"client\":\"06:00:00:00:00:01\",\"name\":\"till \\\"2\\\"\",\"ap\":\"02:00:00:00:0a:00\","
               "\"ap_name\":\"hall\",\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":\"caf\xef\xbf\xbd\","
               "\"home_ap\":\"02:00:00:00:0a:00\",\"home_ap_name\":\"hall\",\"home_bssid\":\"02:00:00:00:0a:0a\","
               "\"home_ssid\":\"caf\xef\xbf\xbd\",\"home_vlan\":10,\"ip\":\"10.0.0.1\",\"guest\":\"none\","
               "\"pmk\":false}\n");
-    EXPECT_EQ(commands_.run("clients"),
+    EXPECT_EQ(run("clients"),
               "ok\n06:00:00:00:00:01  till \\x222\\x22  at 02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)"
               "  home 02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10  10.0.0.1\n");
     known.ap_down(A);
     EXPECT_EQ(
-        commands_.run("aps --json"),
+        run("aps --json"),
         "ok\n{\"ap\":\"02:00:00:00:0a:00\",\"name\":\"hall\",\"state\":\"down\",\"address\":null,\"records\":null,"
         "\"certificate_expires\":null,\"stations\":1,\"vaps\":[{\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":"
         "\"caf\xef\xbf\xbd\",\"vlan\":10}]}\n");
-    EXPECT_EQ(commands_.run("aps"),
+    EXPECT_EQ(run("aps"),
               "ok\n02:00:00:00:0a:00  hall  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
-    EXPECT_EQ(commands_.run("vaps"), "ok\n02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10\n");
+    EXPECT_EQ(run("vaps"), "ok\n02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10\n");
 }
 
 class ControlSocket : public testing::Test {
@@ -169,10 +175,11 @@ protected:
     };
 
     void open() {
-        server_ = std::make_unique<control_server>(rig_.base.get(), path_, [this](const std::string &line) {
-            lines_.push_back(line);
-            return "ok\n" + reply_;
-        });
+        server_ = std::make_unique<control_server>(rig_.base.get(), path_,
+                                                   [this](const std::string &line, const auto &reply) {
+                                                       lines_.push_back(line);
+                                                       reply("ok\n" + reply_);
+                                                   });
     }
 
     std::string ask(std::string text) {
@@ -262,7 +269,7 @@ TEST_F(ControlSocket, of_a_dead_process_is_taken_over) {
 
 TEST_F(ControlSocket, of_a_live_process_is_not) {
     open();
-    EXPECT_THROW(control_server(rig_.base.get(), path_, [](const std::string &) { return ""; }), std::runtime_error);
+    EXPECT_THROW(control_server(rig_.base.get(), path_, [](const std::string &, const auto &) {}), std::runtime_error);
     EXPECT_EQ(ask("stats\n"), "ok\nanswer\n");
 }
 

@@ -108,6 +108,7 @@ TEST_F(StoreFile, that_is_damaged_is_refused_and_can_be_set_aside) {
     const std::string why = error_of_reopening();
     EXPECT_NE(why.find(file()), std::string::npos) << why;
     EXPECT_NE(why.find("--store-set-aside"), std::string::npos) << why;
+    EXPECT_THROW(store.reopen(), store_damaged);
     store.end();
     EXPECT_EQ(set_aside_store(file()), file() + ".unusable-1");
     EXPECT_EQ(store.reopen(), contents{});

@@ -22,7 +22,7 @@ sqlite_store::sqlite_store(sqlite_settings how) : how_(std::move(how)), where_{h
     try {
         engine_ = std::make_unique<sqlite::engine>(where_, how_.cipher);
     } catch (const store_error &error) {
-        throw store_error(describe(error));
+        sqlite::fail_with(how_.file, error);
     }
     status_.keeps = true;
     status_.keeps_pmks = how_.cipher.has_value();
@@ -49,7 +49,7 @@ contents sqlite_store::load() {
         return sqlite::load_contents(sqlite::connection(how_.file, sqlite::connection::mode::read, how_.vfs),
                                      how_.cipher);
     } catch (const store_error &error) {
-        throw store_error(describe(error));
+        sqlite::fail_with(how_.file, error);
     }
 }
 
@@ -219,7 +219,7 @@ auto sqlite_store::read(Read what) const {
         return what(*reader_);
     } catch (const store_error &error) {
         reader_.reset();
-        throw store_error(describe(error));
+        sqlite::fail_with(how_.file, error);
     }
 }
 

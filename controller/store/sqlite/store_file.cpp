@@ -66,6 +66,14 @@ std::string describe(const std::string &file, const store_error &why) {
     }
 }
 
+void fail_with(const std::string &file, const store_error &why) {
+    const auto *of_sqlite = dynamic_cast<const failure *>(&why);
+    if (of_sqlite != nullptr && (of_sqlite->code == SQLITE_CORRUPT || of_sqlite->code == SQLITE_NOTADB)) {
+        throw store_damaged(describe(file, why));
+    }
+    throw store_error(describe(file, why));
+}
+
 }  // namespace controller::sqlite
 
 namespace controller {

@@ -24,6 +24,8 @@ private:
 
 // What an operator reads: the file, what is wrong, and the remedy.
 std::string describe(const std::string &file, const store_error &why);
+// Throws store_damaged or store_error with that text.
+[[noreturn]] void fail_with(const std::string &file, const store_error &why);
 
 }  // namespace controller::sqlite
 

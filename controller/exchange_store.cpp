@@ -1,0 +1,91 @@
+// The site and its store.
+#include <utility>
+
+#include "controller/exchange.h"
+
+namespace controller {
+
+void exchange::use(store &kept) {
+    store_ = &kept;
+    if (site_) {
+        site_->load(kept.load());
+        site_->record_changes();
+    }
+}
+
+void exchange::store_changes() {
+    if (store_ != nullptr && site_ && !site_->changes().empty()) {
+        store_->write(site_->changes());
+        site_->forget_changes();
+    }
+}
+
+void exchange::commit(std::vector<change> more, store::callback done) {
+    if (store_ == nullptr) {
+        done("");
+        return;
+    }
+    std::vector<change> changes;
+    if (site_) {
+        changes = site_->changes();
+        site_->forget_changes();
+    }
+    changes.insert(changes.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+    store_->write(changes, std::move(done));
+}
+
+void exchange::tend_store() {
+    store_changes();
+    if (store_ == nullptr) {
+        return;
+    }
+    if (site_ && store_->wants_snapshot()) {
+        output_.note(
+            "writing all clients to the store anew, because changes were dropped while it could not be written");
+        store_->write_snapshot(site_->all_clients(), site_->all_pmks());
+    }
+    const std::string fault = store_->status().fault;
+    if (std::exchange(store_fault_, fault) != fault) {
+        output_.note(fault.empty() ? "the store is written again"
+                                   : fault + "; serving from memory, and writing it as soon as possible");
+    }
+}
+
+void exchange::restore(const std::string &file, store::callback done) {
+    if (store_ == nullptr || !site_) {
+        done("there is no store to restore");
+        return;
+    }
+    store_->restore(file, [this, done = std::move(done)](const store::result &why) {
+        std::string how = why;
+        try {
+            if (why.empty()) {
+                start_over();
+            }
+        } catch (const store_error &error) {
+            how = error.what();
+        }
+        done(how);
+    });
+}
+
+// Changes that the former site gave after the backup was restored are overwritten by the snapshot.
+void exchange::start_over() {
+    const contents restored = store_->load();
+    site_.emplace();
+    site_->load(restored);
+    site_->record_changes();
+    for (const auto &[id, link] : access_points_.links()) {
+        site_->name_ap(link.other.mac, link.other.name);
+        if (link.ap) {
+            site_->ap_up(*link.ap);
+            tunnels_->send(id, encode({}, record(record_type::req_bulk_info)));
+        }
+        if (link.ap && link.carrier != 0) {
+            send(site_->ap_carries(*link.ap, link.carrier));
+        }
+    }
+    store_->write_snapshot(restored.clients, restored.pmks);
+}
+
+}  // namespace controller
