@@ -250,7 +250,9 @@ void access_point::home_found(const kx::home_answer_message &answer) {
         details_.write(kx::format_mac(answer.station) + " has its home " +
                        (answer.vlan != 0 ? "on VLAN " + std::to_string(answer.vlan) : "on no other VLAN"));
         at->home_found(answer.station, answer.vlan != 0 ? answer.home_bssid : mac_address{});
-        admission_.home_found(answer.station, answer.bssid);
+        if (!admission_.home_found(answer.station, answer.bssid)) {
+            at->home_found_late(answer.station);
+        }
         set_deadline();
     }
 }

@@ -50,11 +50,13 @@ void admission::allow(std::map<key, open_question>::iterator question) {
     act_.ask_home(station, bssid);
 }
 
-void admission::home_found(const mac_address &station, const mac_address &bssid) {
+bool admission::home_found(const mac_address &station, const mac_address &bssid) {
     const auto question = open_.find({station, bssid});
-    if (question != open_.end() && question->second.waits_for == stage::home) {
-        get_pmk(question);
+    if (question == open_.end() || question->second.waits_for != stage::home) {
+        return false;
     }
+    get_pmk(question);
+    return true;
 }
 
 void admission::get_pmk(std::map<key, open_question>::iterator question) {

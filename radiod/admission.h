@@ -51,8 +51,8 @@ public:
     void asked(std::uint32_t question, const mac_address &station, const vap_rules &vap, time_point now);
     // The daemon's verdict. False when no question waits for it: it came late, or it has changed.
     bool verdict(const mac_address &station, const mac_address &bssid, bool allowed);
-    // It is known where the station has its home.
-    void home_found(const mac_address &station, const mac_address &bssid);
+    // It is known where the station has its home. False when no question waits for it.
+    bool home_found(const mac_address &station, const mac_address &bssid);
     bool waits_for_pmk(const mac_address &station, const mac_address &bssid) const;
     // The station's PMK is at the VAP's hostapd, or there will be none.
     void pmk_settled(const mac_address &station, const mac_address &bssid);

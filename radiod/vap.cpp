@@ -402,11 +402,13 @@ kx::driver_answer vap::list_stations() {
 // --- homes on another VLAN
 
 void vap::home_found(const mac_address &station, const mac_address &home_bssid) {
-    const auto now = clock::now();
-    placement_.home_found(station, home_bssid, now);
-    // client_mgr sends away one that is on the wrong interface.
-    if (has_station(station) && placement_.number_for(station) != 0 && !placement_.is_apart(station)) {
-        acl_.interface_changed(station, now);
+    placement_.home_found(station, home_bssid, clock::now());
+}
+
+// client_mgr sends away a station that is on the wrong interface. It then gets the right one.
+void vap::home_found_late(const mac_address &station) {
+    if (placement_.number_for(station) != 0 && !placement_.is_apart(station)) {
+        acl_.interface_changed(station, clock::now());
     }
 }
 

@@ -84,6 +84,8 @@ public:
     std::function<void(const mac_address &station)> on_home_wanted;
     // Zero: on the VAP's VLAN, or nowhere.
     void home_found(const mac_address &station, const mac_address &home_bssid);
+    // After home_found(): hostapd has let the station in meanwhile, and keeps that answer.
+    void home_found_late(const mac_address &station);
     // The number of the interface that hostapd is to give the station; 0: the VAP's. None: hostapd gives it no other.
     std::optional<std::uint16_t> interface_number(const mac_address &station) const;
     // The station is served by another access point. hostapd has not noticed.

@@ -86,14 +86,14 @@ TEST_F(admissions, the_home_is_asked_for_between_verdict_and_key) {
     admission::vap_rules vap = full_vap;
     vap.asks_home = true;
     those.asked(7, ann, vap, now);
-    those.home_found(ann, office);  // of an earlier question
+    EXPECT_FALSE(those.home_found(ann, office));  // of an earlier question
     EXPECT_EQ(seen, strings{"ask ann"});
     those.verdict(ann, office, true);
     EXPECT_EQ(seen.back(), "home ann");
     EXPECT_FALSE(those.waits_for_pmk(ann, office));
-    those.home_found(ann, office);
+    EXPECT_TRUE(those.home_found(ann, office));
     EXPECT_EQ(seen.back(), "key ann");
-    those.home_found(ann, office);
+    EXPECT_FALSE(those.home_found(ann, office));
     EXPECT_EQ(seen.back(), "key ann");
     those.pmk_settled(ann, office);
     EXPECT_EQ(seen.back(), "7 allowed");

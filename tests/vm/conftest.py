@@ -28,10 +28,19 @@ LOG_LINES = 120  # of each program, when a case fails
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--bin", type=Path, required=True, help="directory of the programs")
+    parser.addoption("--long", action="store_true", help="run the cases marked as long too")
 
 
-def pytest_configure() -> None:
+def pytest_configure(config: pytest.Config) -> None:
+    config.addinivalue_line("markers", "long: takes so long that it runs with --long only")
     enter_own_networks()
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    if not config.getoption("--long"):
+        for item in items:
+            if item.get_closest_marker("long"):
+                item.add_marker(pytest.mark.skip(reason="it runs with --long only"))
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -1,6 +1,5 @@
 """Stations keep their home on VLAN 10 while they roam to access points whose VAPs are on VLAN 20."""
 
-import time
 from collections.abc import Callable, Iterator
 from contextlib import ExitStack
 from pathlib import Path
@@ -23,6 +22,8 @@ from lab.site.waiting import wait_until
 SSID = "office"
 HOME, FOREIGN, MIXED = range(3)  # access points: VLAN 10; VLAN 20; VLAN 20 and, on its second VAP, VLAN 10
 VLANS = {HOME: (10,), FOREIGN: (20,), MIXED: (20, 10)}
+KINDS = [network_kinds.PSK, *(pytest.param(kind, marks=pytest.mark.long) for kind in (
+    network_kinds.OPEN, network_kinds.SAE, network_kinds.EAP, network_kinds.FT_PSK))]
 
 
 class RoamingSite:
@@ -65,8 +66,7 @@ def roaming(pool: Pool, programs: Path, radius: Callable[..., Process]) -> Itera
         yield RoamingSite(site, access_points), stations
 
 
-@pytest.mark.parametrize("kind", [network_kinds.PSK, network_kinds.OPEN, network_kinds.SAE, network_kinds.EAP,
-                                  network_kinds.FT_PSK], ids=str)
+@pytest.mark.parametrize("kind", KINDS, ids=str)
 def test_station_keeps_its_home(kind: NetworkKind, roaming, radius, wire, echo: EchoServer) -> None:
     site, (traveller, resident) = roaming
     if kind.has_8021x:

@@ -65,9 +65,13 @@ class ManagedAccessPoint(AccessPoint):
 
 
 def describe(node: AccessPointNode, vaps: tuple[Vap, ...]) -> str:
-    text = "[tunnel]\nenabled = true\n" if any(vap.gives_own_interfaces for vap in vaps) else ""
+    carries = any(vap.gives_own_interfaces for vap in vaps)
+    text = "[tunnel]\nenabled = true\n" if carries else ""
+    # The emulated processor may be slower than stations on a real one, which wait for 340 ms.
+    hold = "hold_ms = 300" if carries else ""
     text += f"""\
 [radio]
+{hold}
 hostapd_directory = "{node.directory / 'hostapd'}"
 radius_secret_file = "hostapd.secret"
 
