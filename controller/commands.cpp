@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "common/hex.h"
+#include "controller/account_commands.h"
 #include "controller/listing_forms.h"
 #include "controller/render.h"
 #include "controller/statistics.h"
@@ -19,12 +20,6 @@ namespace controller {
 namespace {
 
 using words = std::vector<std::string>;
-
-struct request {
-    words arguments;
-    named_words filters;
-    bool as_json = false;
-};
 
 struct reply {
     std::string text;
@@ -64,26 +59,26 @@ reply show(const page<Row> &listed, bool as_json) {
     return made;
 }
 
-reply show_aps(exchange &with, const request &of) {
+reply show_aps(exchange &with, const command_request &of) {
     const site *const managed = with.managed_site();
     return show(
         list_access_points(with.aps(), managed == nullptr ? nullptr : &managed->tables(), parse_ap_query(of.filters)),
         of.as_json);
 }
 
-reply show_vaps(exchange &with, const request &of) {
+reply show_vaps(exchange &with, const command_request &of) {
     return show(list_vaps(site_of(with).tables(), parse_vap_query(of.filters)), of.as_json);
 }
 
-reply show_clients(exchange &with, const request &of) {
+reply show_clients(exchange &with, const command_request &of) {
     return show(list_clients(site_of(with).tables(), parse_client_query(of.filters)), of.as_json);
 }
 
-reply show_acl(exchange &with, const request &of) {
+reply show_acl(exchange &with, const command_request &of) {
     return show(list_mac_acl(site_of(with).acl(), parse_acl_query(of.filters)), of.as_json);
 }
 
-reply show_stats(exchange &with, const request &of) {
+reply show_stats(exchange &with, const command_request &of) {
     const auto counted = statistics_of(with);
     if (of.as_json) {
         return {to_line(counted) + '\n'};
@@ -95,43 +90,43 @@ reply show_stats(exchange &with, const request &of) {
     return made;
 }
 
-reply approve(exchange &with, const request &of) {
+reply approve(exchange &with, const command_request &of) {
     with.send(site_of(with).approve(parse_mac_word(of.arguments[0])));
     return {};
 }
 
-reply remove(exchange &with, const request &of) {
+reply remove(exchange &with, const command_request &of) {
     with.send(site_of(with).remove(parse_mac_word(of.arguments[0])));
     return {};
 }
 
-reply name_client(exchange &with, const request &of) {
+reply name_client(exchange &with, const command_request &of) {
     site_of(with).name_client(parse_mac_word(of.arguments[0]), of.arguments.size() > 1 ? of.arguments[1] : "");
     return {};
 }
 
-reply move_list(exchange &with, const request &of) {
+reply move_list(exchange &with, const command_request &of) {
     with.send(site_of(with).send_list(parse_mac_word(of.arguments[0])));
     return {};
 }
 
-reply set_acl(exchange &with, const request &of) {
+reply set_acl(exchange &with, const command_request &of) {
     const words &given = of.arguments;
     site_of(with).set_verdict(parse_acl_index(given[0]), parse_mac_word(given[1]), verdict_of(given[2]));
     return {};
 }
 
-reply remove_acl(exchange &with, const request &of) {
+reply remove_acl(exchange &with, const command_request &of) {
     site_of(with).remove_verdict(parse_acl_index(of.arguments[0]), parse_mac_word(of.arguments[1]));
     return {};
 }
 
-reply set_acl_default(exchange &with, const request &of) {
+reply set_acl_default(exchange &with, const command_request &of) {
     site_of(with).set_default_verdict(parse_acl_index(of.arguments[0]), verdict_of(of.arguments[1]));
     return {};
 }
 
-reply send(exchange &with, const request &of) {
+reply send(exchange &with, const command_request &of) {
     const mac_address ap = parse_mac_word(of.arguments[0]);
     if (!with.send(ap, hex_of(of.arguments[1]))) {
         throw refused(kx::format_mac(ap) + " has no tunnel");
@@ -139,7 +134,7 @@ reply send(exchange &with, const request &of) {
     return {};
 }
 
-reply show_help(exchange &, const request &of) {
+reply show_help(exchange &, const command_request &of) {
     if (!of.as_json) {
         return {command_summary()};
     }
@@ -153,9 +148,9 @@ reply show_help(exchange &, const request &of) {
 }
 
 // A command shows something, acts on the site, or makes a copy of the store.
-using show_command = reply (*)(exchange &, const request &);
+using show_command = reply (*)(exchange &, const command_request &);
 struct act_command {
-    reply (*run)(exchange &, const request &);
+    reply (*run)(exchange &, const command_request &);
 };
 struct copy_command {
     void (*start)(exchange &, const std::string &file, store::callback done);
@@ -178,9 +173,12 @@ void export_store(exchange &with, const std::string &file, store::callback done)
 
 void restore(exchange &with, const std::string &file, store::callback done) { with.restore(file, std::move(done)); }
 
+// It is carried out by run_about_accounts().
+struct account_command {};
+
 struct command {
     command_usage usage;
-    std::variant<show_command, act_command, copy_command> run;
+    std::variant<show_command, act_command, copy_command, account_command> run;
 };
 
 const std::vector<command> table = {
@@ -204,6 +202,14 @@ const std::vector<command> table = {
     {{"restore", "FILE", "", "replace the store, and the site, by a backup", false}, copy_command{restore}},
     {{"export", "FILE", "", "write the store without its secrets as lines of JSON", false}, copy_command{export_store}},
     {{"send", "AP HEX", "", "send a whole message unchanged", false}, act_command{send}},
+    {{"operators", "", "", "list who may use the HTTP API", false}, account_command{}},
+    {{"operator-add", "NAME viewer|operator|admin =HASH", "", "add an operator, or change role and password", false},
+     account_command{}},
+    {{"operator-remove", "NAME", "", "remove an operator and the operator's tokens", false}, account_command{}},
+    {{"tokens", "", "", "list the tokens for the HTTP API", false}, account_command{}},
+    {{"token-add", "OPERATOR viewer|operator|admin =ID =HASH", "", "make a token and print it", false},
+     account_command{}},
+    {{"token-remove", "ID", "", "revoke a token", false}, account_command{}},
     {{"help", "", "", "list the commands", false}, show_help},
 };
 
@@ -223,8 +229,8 @@ bool allows(const command_usage &usage, const std::string &option) {
 }
 
 // Separates "--mac 06:00" and "--mac=06:00" from the arguments.
-request read_request(const command_usage &usage, const words &given) {
-    request made;
+command_request read_request(const command_usage &usage, const words &given) {
+    command_request made;
     for (auto at = given.begin(); at != given.end(); ++at) {
         if (*at == "--json") {
             made.as_json = true;
@@ -275,7 +281,10 @@ const std::vector<command_usage> &command_usages() {
 std::string command_summary() {
     std::string text;
     for (const command_usage &each : command_usages()) {
-        std::string usage = std::string(each.name) + ' ' + std::string(each.arguments);
+        std::string usage(each.name);
+        for (const std::string &argument : given_arguments(each)) {
+            usage += ' ' + argument;
+        }
         usage.resize(std::max<std::size_t>(usage.size() + 2, 36), ' ');
         text += "  " + usage + std::string(each.help) + '\n';
         for (const std::string &filter : words_of(each.filters)) {
@@ -286,14 +295,20 @@ std::string command_summary() {
     return text;
 }
 
+std::vector<std::string> given_arguments(const command_usage &of) {
+    words given = words_of(of.arguments);
+    std::erase_if(given, [](const std::string &each) { return each.starts_with('='); });
+    return given;
+}
+
 namespace {
 
 // An action of an operator at the control socket, for the audit list.
-audit_entry audited(const command_usage &usage, const request &of, const std::string &outcome) {
+audit_entry audited(const command_usage &usage, const command_request &of, const std::string &outcome) {
     constexpr std::size_t subject_max = 200;
     std::string subject;
-    for (const std::string &each : of.arguments) {
-        subject += (subject.empty() ? "" : " ") + each;
+    for (std::size_t at = 0; at < std::min(of.arguments.size(), given_arguments(usage).size()); at++) {
+        subject += (subject.empty() ? "" : " ") + of.arguments[at];
     }
     return {"sitectl", std::string(usage.name), subject.substr(0, subject_max), outcome};
 }
@@ -310,7 +325,7 @@ void commit(exchange &with, const command_usage &usage, audit_entry entry, const
     });
 }
 
-void perform(exchange &with, const command_usage &usage, const act_command &what, const request &of,
+void perform(exchange &with, const command_usage &usage, const act_command &what, const command_request &of,
              const answer_function &answer) {
     std::string text;
     try {
@@ -322,7 +337,7 @@ void perform(exchange &with, const command_usage &usage, const act_command &what
     commit(with, usage, audited(usage, of, "ok"), text, answer);
 }
 
-void perform(exchange &with, const command_usage &usage, const copy_command &what, const request &of,
+void perform(exchange &with, const command_usage &usage, const copy_command &what, const command_request &of,
              const answer_function &answer) {
     const std::string &file = of.arguments.front();
     if (!file.starts_with('/')) {
@@ -334,12 +349,30 @@ void perform(exchange &with, const command_usage &usage, const copy_command &wha
     });
 }
 
-void perform(exchange &with, const command_usage &, show_command what, const request &of,
+void perform(exchange &, const command_usage &, account_command, const command_request &, const answer_function &) {}
+
+void perform(exchange &with, const command_usage &, show_command what, const command_request &of,
              const answer_function &answer) {
     answer(answer_of(what(with, of)));
 }
 
 }  // namespace
+
+void commands::run_about_accounts(const command_usage &usage, const command_request &of,
+                                  const answer_function &answer) {
+    if (accounts_ == nullptr) {
+        throw refused("the controller has no operators");
+    }
+    const account_result result = run_account_command(*accounts_, usage.name, of.arguments, of.as_json);
+    if (!result.made) {
+        answer("ok\n" + result.text);
+        return;
+    }
+    exchange_.commit({*result.made, audited(usage, of, "ok")},
+                     [name = std::string(usage.name), answer](const store::result &why) {
+                         answer(why.empty() ? "ok\n" : "error " + name + ": " + why + '\n');
+                     });
+}
 
 void commands::run(std::string_view line, const answer_function &answer) {
     words given = words_of(line);
@@ -356,7 +389,11 @@ void commands::run(std::string_view line, const answer_function &answer) {
         return;
     }
     try {
-        const request wanted = read_request(found->usage, given);
+        const command_request wanted = read_request(found->usage, given);
+        if (std::holds_alternative<account_command>(found->run)) {
+            run_about_accounts(found->usage, wanted, answer);
+            return;
+        }
         std::visit([&](const auto &what) { perform(exchange_, found->usage, what, wanted, answer); }, found->run);
     } catch (const refused &why) {
         answer("error " + name + ": " + why.what() + '\n');

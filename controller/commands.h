@@ -9,33 +9,49 @@
 #include <string_view>
 #include <vector>
 
+#include "controller/accounts.h"
 #include "controller/exchange.h"
+#include "controller/listing_queries.h"
 
 namespace controller {
 
 struct command_usage {
     std::string_view name;
-    std::string_view arguments;  // "INDEX CLIENT"
+    std::string_view arguments;  // "INDEX CLIENT"; sitectl makes those with '=' itself
     std::string_view filters;    // words that may follow as options: "mac ssid"; of a listing alone
     std::string_view help;
     bool is_listing;  // has rows, and with them pages
 };
 const std::vector<command_usage> &command_usages();
+// Those that an operator gives.
+std::vector<std::string> given_arguments(const command_usage &of);
 // Those that spaces separate.
 std::vector<std::string> words_of(std::string_view line);
 // One line per command, for help texts.
 std::string command_summary();
 
+// What follows a command's name.
+struct command_request {
+    std::vector<std::string> arguments;
+    named_words filters;
+    bool as_json = false;
+};
+
 class commands {
 public:
-    explicit commands(exchange &with) : exchange_(with) {}
+    // `users` is null when there are none.
+    explicit commands(exchange &with, accounts *users = nullptr) : exchange_(with), accounts_(users) {}
 
     // Gives `reply` "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n"; once what the command
     // changed is durable. With the word "--json" the output is one JSON object a line.
     void run(std::string_view line, const std::function<void(const std::string &answer)> &reply);
 
 private:
+    void run_about_accounts(const command_usage &usage, const command_request &of,
+                            const std::function<void(const std::string &answer)> &reply);
+
     exchange &exchange_;
+    accounts *accounts_;
 };
 
 }  // namespace controller

@@ -133,6 +133,9 @@ void exchange::went_down(tunnel_id id, const std::string &reason) {
     if (site_ && gone.ap && !access_points_.tunnel_of(*gone.ap)) {
         site_->ap_down(*gone.ap);
     }
+    if (observers_.link) {
+        observers_.link({.up = false, .other = gone.other, .ap = gone.ap, .reason = reason});
+    }
 }
 
 bool exchange::identify(tunnel_id id, message &decoded) {
@@ -148,6 +151,10 @@ bool exchange::identify(tunnel_id id, message &decoded) {
                 if (const std::uint32_t carrier = access_points_.link(id).carrier; carrier != 0) {
                     send(site_->ap_carries(*decoded.ap, carrier));
                 }
+            }
+            if (observers_.link) {
+                observers_.link(
+                    {.up = true, .other = access_points_.links().at(id).other, .ap = decoded.ap, .reason = ""});
             }
             return true;
         case access_points::claim::foreign:

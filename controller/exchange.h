@@ -3,6 +3,7 @@
 #define CONTROLLER_EXCHANGE_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "controller/access_points.h"
@@ -36,6 +37,21 @@ public:
     // Starts the site with what is stored, and stores its changes from now on; to be called before anything is
     // received. Throws store_error.
     void use(store &kept);
+
+    // An access point is connected, or its tunnel has ended.
+    struct link_change {
+        bool up;
+        const peer &other;
+        const std::optional<mac_address> &ap;  // none when a tunnel ends without a message
+        const std::string &reason;             // of the end
+    };
+    // Null for none.
+    struct observers {
+        std::function<void(const link_change &)> link;
+        std::function<void(std::span<const change>)> changes;  // of the site
+        std::function<void(const contents &)> contents;        // that were loaded, at the start or from a backup
+    };
+    observers &observe() { return observers_; }
 
     // To be called once a second.
     void tick();
@@ -79,6 +95,8 @@ private:
     void count(tunnel_id id, const message &decoded);
 
     // exchange_store.cpp
+    void load(const contents &from);
+    std::vector<change> take_changes();
     void store_changes();
     void tend_store();
     void start_over();
@@ -88,6 +106,7 @@ private:
     tunnels *tunnels_ = nullptr;
     store *store_ = nullptr;
     std::string store_fault_;  // that was noted last
+    observers observers_;
     access_points access_points_;
     counters counters_;
     flood_note accept_errors_{[this](const std::string &text) { output_.note(text); }};

@@ -8,15 +8,31 @@ namespace controller {
 void exchange::use(store &kept) {
     store_ = &kept;
     if (site_) {
-        site_->load(kept.load());
-        site_->record_changes();
+        load(kept.load());
     }
+}
+
+void exchange::load(const contents &from) {
+    site_->load(from);
+    site_->record_changes();
+    if (observers_.contents) {
+        observers_.contents(from);
+    }
+}
+
+// Empties the site's list.
+std::vector<change> exchange::take_changes() {
+    std::vector<change> changes = site_->changes();
+    site_->forget_changes();
+    if (observers_.changes) {
+        observers_.changes(changes);
+    }
+    return changes;
 }
 
 void exchange::store_changes() {
     if (store_ != nullptr && site_ && !site_->changes().empty()) {
-        store_->write(site_->changes());
-        site_->forget_changes();
+        store_->write(take_changes());
     }
 }
 
@@ -27,8 +43,7 @@ void exchange::commit(std::vector<change> more, store::callback done) {
     }
     std::vector<change> changes;
     if (site_) {
-        changes = site_->changes();
-        site_->forget_changes();
+        changes = take_changes();
     }
     changes.insert(changes.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     store_->write(changes, std::move(done));
@@ -73,8 +88,7 @@ void exchange::restore(const std::string &file, store::callback done) {
 void exchange::start_over() {
     const contents restored = store_->load();
     site_.emplace();
-    site_->load(restored);
-    site_->record_changes();
+    load(restored);
     for (const auto &[id, link] : access_points_.links()) {
         site_->name_ap(link.other.mac, link.other.name);
         if (link.ap) {

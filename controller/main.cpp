@@ -19,6 +19,8 @@
 #include "common/command_line.h"
 #include "common/event_ptr.h"
 #include "common/events.h"
+#include "controller/accounts.h"
+#include "controller/api/service.h"
 #include "controller/commands.h"
 #include "controller/control_server.h"
 #include "controller/exchange.h"
@@ -43,6 +45,8 @@ struct options {
     bool passive = false;
     std::string acl;
     controller::store_options store;
+    std::string http, http_port_file;
+    std::string http_certificate, http_key;
 };
 
 // "[::1]:7443" gives "::1" and 7443. Returns none when `text` is not an address and a port.
@@ -80,11 +84,26 @@ void add_store_options(CLI::App &app, controller::store_options &chosen, CLI::Op
         ->capture_default_str();
 }
 
+std::string check_address(const std::string &text) { return split_address(text) ? "" : "expected ADDRESS:PORT"; }
+
+void add_http_options(CLI::App &app, options &chosen) {
+    auto *http = app.add_option("--http", chosen.http, "Address and port of the HTTP API; port 0 is any free port");
+    auto *certificate =
+        app.add_option("--http-certificate", chosen.http_certificate, "The certificate that the HTTP API presents");
+    auto *key = app.add_option("--http-key", chosen.http_key, "The key of that certificate");
+    auto *port_file = app.add_option("--http-port-file", chosen.http_port_file,
+                                     "Write the port of the HTTP API to this file once it listens");
+    http->type_name("ADDRESS:PORT")->check(check_address)->needs(certificate)->needs(key);
+    certificate->type_name("FILE")->needs(http);
+    key->type_name("FILE")->needs(http);
+    port_file->type_name("FILE")->needs(http);
+}
+
 void add_options(CLI::App &app, options &chosen) {
     app.set_version_flag("--version", "site_controller " CLIENT_MGR_VERSION);
     app.add_option("--listen", chosen.listen, "Address and port to listen on; port 0 is any free port")
         ->type_name("ADDRESS:PORT")
-        ->check([](const std::string &text) { return split_address(text) ? "" : "expected ADDRESS:PORT"; })
+        ->check(check_address)
         ->capture_default_str();
     app.add_option("--port-file", chosen.port_file, "Write the port to this file once the controller listens")
         ->type_name("FILE");
@@ -105,6 +124,7 @@ void add_options(CLI::App &app, options &chosen) {
         ->type_name("FILE")
         ->excludes(passive);
     add_store_options(app, chosen.store, *passive);
+    add_http_options(app, chosen);
 }
 
 // Writes a temporary file and renames it, so that a reader never finds an incomplete number.
@@ -177,9 +197,12 @@ std::shared_ptr<SSL_CTX> read_certificates(const options &chosen) {
 
 // Reads the files anew. Keeps the former content of one that cannot be read.
 void reload(const options &chosen, controller::tunnels &tunnels, controller::exchange &exchange,
-            controller::output &output) {
+            controller::api::service *http, controller::output &output) {
     try {
         tunnels.use(read_certificates(chosen));
+        if (http != nullptr) {
+            http->reload(chosen.http_certificate, chosen.http_key);
+        }
         output.note("read the certificates anew");
     } catch (const std::exception &error) {
         output.note(std::string("keeping the former certificates: ") + error.what());
@@ -193,6 +216,26 @@ void reload(const options &chosen, controller::tunnels &tunnels, controller::exc
     } catch (const std::exception &error) {
         output.note(std::string("keeping the former access lists: ") + error.what());
     }
+}
+
+// Null without the option --http.
+std::unique_ptr<controller::api::service> make_http_service(event_base *base, const options &chosen,
+                                                            controller::exchange &exchange, controller::store &store,
+                                                            controller::accounts &accounts,
+                                                            controller::output &output) {
+    if (chosen.http.empty()) {
+        return nullptr;
+    }
+    const auto [address, port] = split_address(chosen.http).value();
+    auto made = std::make_unique<controller::api::service>(
+        base, exchange, store, accounts,
+        controller::api::service::options{
+            .address = address, .port = port, .certificate = chosen.http_certificate, .key = chosen.http_key});
+    output.note("HTTP API on " + address + " port " + std::to_string(made->port()));
+    if (!chosen.http_port_file.empty()) {
+        write_port(chosen.http_port_file, made->port());
+    }
+    return made;
 }
 
 void note_losses(const controller::exchange &exchange, controller::output &output) {
@@ -250,21 +293,26 @@ int run(const options &chosen) {
     controller::store_waker waker(base.get());
     const auto store =
         controller::open_store(chosen.store, waker, [&output](const std::string &text) { output.note(text); });
+    controller::accounts accounts;
+    exchange.observe().contents = [&accounts](const controller::contents &from) {
+        accounts.load(from.operators, from.tokens);
+    };
     start_site(chosen, exchange, *store, output);
     controller::tunnels tunnels(base.get(), read_certificates(chosen), address, port, exchange.callbacks());
     exchange.use(tunnels);
     expiry_check expiry(base.get(), chosen, tunnels, output);
-    controller::commands commands(exchange);
+    controller::commands commands(exchange, &accounts);
     std::unique_ptr<controller::control_server> control;
     if (!chosen.control.empty()) {
         control = std::make_unique<controller::control_server>(
             base.get(), chosen.control,
             [&commands](const std::string &line, const auto &reply) { commands.run(line, reply); });
     }
+    const auto http = make_http_service(base.get(), chosen, exchange, *store, accounts, output);
     const kx::event_ptr ticking = every_second(base.get(), exchange);
     const std::function<void()> end = [&base] { event_base_loopexit(base.get(), nullptr); };
     const std::function<void()> read_anew = [&] {
-        reload(chosen, tunnels, exchange, output);
+        reload(chosen, tunnels, exchange, http.get(), output);
         expiry.run();
     };
     const kx::event_ptr on_interrupt = on_signal(base.get(), SIGINT, end);

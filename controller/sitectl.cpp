@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "common/command_line.h"
+#include "controller/account_secret.h"
 #include "controller/commands.h"
 #include "controller/control_client.h"
 #include "controller/listing_queries.h"
@@ -129,7 +130,7 @@ std::string describe(const std::string &filter) {
 
 // A name in brackets may be left out.
 void add_arguments(CLI::App &to, subcommand &of) {
-    const auto names = controller::words_of(of.usage->arguments);
+    const auto names = controller::given_arguments(*of.usage);
     of.arguments.resize(names.size());
     for (std::size_t i = 0; i < names.size(); i++) {
         std::string name = names[i];
@@ -179,7 +180,11 @@ int main(int argc, char **argv) {
             return *status;
         }
         const auto given = std::ranges::find_if(all, [](const subcommand &each) { return each.parsed->parsed(); });
-        return run(*given, chosen);
+        const controller::account_secret secret = controller::make_account_secret(given->usage->name);
+        given->arguments.insert(given->arguments.end(), secret.arguments.begin(), secret.arguments.end());
+        const int status = run(*given, chosen);
+        std::cout << secret.text;
+        return std::cout.flush() ? status : exit_refused;
     } catch (const controller::unreachable &error) {
         std::cerr << "sitectl: " << error.what() << '\n';
         return exit_unreachable;

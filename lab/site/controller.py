@@ -24,7 +24,7 @@ class Controller:
         self._directory = directory
         self._authority = authority
         self.identity = authority.issue("controller", address)
-        self._control = directory / "controller.sock"
+        self.control = directory / "controller.sock"
         self.address = address
         self.port = port
         self.process: Process | None = None
@@ -36,7 +36,7 @@ class Controller:
         self.process = self._processes.start(
             "site_controller",
             ["--listen", f"{self.address}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
-             "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self._control,
+             "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self.control,
              "--json", "--events", *options],
             self._directory)
         wait_until(port_file.exists, "the controller listens", log=self.process.err, check=self.process.check_runs)
@@ -73,11 +73,11 @@ class Controller:
         with socket.socket(socket.AF_UNIX) as connection:
             connection.settimeout(ANSWER_SECONDS)
             try:
-                connection.connect(str(self._control))
+                connection.connect(str(self.control))
                 connection.sendall(line.encode() + b"\n")
                 return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
             except OSError as error:
-                raise LabFailure(f"the controller's control socket {self._control}: {error}") from None
+                raise LabFailure(f"the controller's control socket {self.control}: {error}") from None
 
     def ask_json(self, *words: object) -> list[dict[str, Any]]:
         """The objects of the answer: rows, or counters."""

@@ -51,6 +51,7 @@ def test_values(complete, tmp_path):
     assert complete("clients", "--state", "wa") == ["waiting"]
     assert complete("acl-default", "1", "d") == ["deny"]
     assert complete("clients", "--mac", "") == []
+    assert complete("token-add", "ada", "v") == ["viewer"]
 
 
 def test_bash_takes_it_for_the_program(programs):
