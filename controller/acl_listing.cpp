@@ -9,7 +9,7 @@ namespace controller {
 
 namespace {
 
-constexpr std::size_t passed_max = 4000;  // verdicts that a page may pass over
+constexpr std::size_t passed_max = 2000;  // verdicts that a page may pass over
 
 // Which row a page ended with: "default", "1" or "1/06:00:00:00:00:01".
 struct acl_key {

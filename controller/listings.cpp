@@ -14,7 +14,7 @@ namespace {
 
 // Entries that a page may pass over to find its rows, and VAPs that it may list beside access points: a millisecond or
 // two of work.
-constexpr std::size_t passed_max = 4000;
+constexpr std::size_t passed_max = 2000;
 constexpr std::size_t vaps_max = 1600;
 
 // Whether a page has room for more rows and work.
