@@ -142,6 +142,8 @@ int remove_forwardings() {
 
 }  // namespace
 
+bool has_filters_of_others(int ifindex) { return owners_of_filters(ifindex).others; }
+
 int remove_leftovers() {
     with_filters = of_clients = {};
     const ap_config *config = current_ap_config();

@@ -8,6 +8,9 @@ namespace kx {
 // Returns 0 or an errno.
 int remove_leftovers();
 
+// Whether the interface has filters that are not of this program.
+bool has_filters_of_others(int ifindex);
+
 }  // namespace kx
 
 #endif

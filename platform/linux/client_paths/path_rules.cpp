@@ -19,12 +19,10 @@ constexpr std::uint16_t inwards = TC_H_MIN_INGRESS, outwards = TC_H_MIN_EGRESS;
 // Preferences of filters for what leaves by a VAP's or a client's interface, and for what comes in by the client's.
 enum : std::uint16_t {
     out_guard = first_interface_preference,
-    out_eapol,
     out_reflection,
     out_group,
     in_eapol,
     in_tagged,
-    in_tagged_twice,
     in_client,
     in_rest,
 };
@@ -71,8 +69,6 @@ tunnel_destination destination_of(const path_entry &entry, int tunnel) {
 void add_group_copies(netlink_batch &batch, const path_entry &entry) {
     const int ifindex = entry.ifindex;
     add_clsact(batch, ifindex);
-    tc_filter(batch, {.ifindex = ifindex, .direction = outwards, .preference = out_eapol, .ethertype = ETH_P_PAE})
-        .pass();
     tc_filter(batch, {.ifindex = ifindex, .direction = outwards, .preference = out_reflection})
         .source(entry.mac)
         .drop();
@@ -87,7 +83,6 @@ void add_uplink(netlink_batch &batch, const path_entry &entry, int tunnel) {
     const int ifindex = entry.ifindex;
     tc_filter(batch, {.ifindex = ifindex, .preference = in_eapol, .ethertype = ETH_P_PAE}).pass();
     tc_filter(batch, {.ifindex = ifindex, .preference = in_tagged, .ethertype = ETH_P_8021Q}).drop();
-    tc_filter(batch, {.ifindex = ifindex, .preference = in_tagged_twice, .ethertype = ETH_P_8021AD}).drop();
     tc_filter(batch, {.ifindex = ifindex, .preference = in_client})
         .source(entry.mac)
         .put_into_tunnel(uplink_vni(entry.vlan), entry.peer, client_tunnel_port)

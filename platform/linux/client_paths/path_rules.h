@@ -10,7 +10,7 @@
 namespace kx {
 
 // The preferences of all filters on the interfaces of VAPs and clients, by which a later process recognises them.
-inline constexpr std::uint16_t first_interface_preference = 27500, last_interface_preference = 27508;
+inline constexpr std::uint16_t first_interface_preference = 27500, last_interface_preference = 27506;
 
 // `tunnel`: the interface index of tun0.
 void add_entry(netlink_batch &batch, const path_entry &entry, int tunnel);

@@ -66,6 +66,10 @@ int linux_kernel::home_bridge() {
 
 int linux_kernel::apply(std::span<const path_change> changes) {
     for (const path_change &change : changes) {
+        const bool is_place = change.entry.what == path_entry::kind::vap_rules;
+        if (is_place && !change.adds && has_filters_of_others(change.entry.ifindex)) {
+            continue;
+        }
         (change.adds ? add_entry : remove_entry)(kernel_batch(), change.entry, tunnel);
     }
     return kernel_batch().send();
