@@ -13,7 +13,7 @@ from lab.site.messages import Captive, Local, Radio
 from steps import CLIENT_MANAGER, add_access_point, associate, client_mac, wait_for_association
 
 SEED = 20240229
-DATAGRAM_ENDPOINTS = ("client_mgr", "captive_app", "hostapd", "sysmon", "radio")
+DATAGRAM_ENDPOINTS = ("ipc/client_mgr", "ipc/captive_app", "radio/hostapd", "ipc/sysmon", "ipc/radio")
 LOCAL_MESSAGES = (*Local, Captive.GUEST_AUTHENTICATED, Captive.ASSOCIATION, *Radio)
 LARGEST = 16384
 
@@ -61,7 +61,7 @@ def malformed_local_messages():
 
 @pytest.mark.parametrize("endpoint", DATAGRAM_ENDPOINTS)
 def test_local_endpoint(access_point, endpoint):
-    with connect(access_point.root / "kx/ipc" / endpoint, socket.SOCK_DGRAM) as sender:
+    with connect(access_point.root / "kx" / endpoint, socket.SOCK_DGRAM) as sender:
         for message in malformed_local_messages():
             sender.send(message)
 

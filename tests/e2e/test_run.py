@@ -177,7 +177,7 @@ def test_signal_ends_everything(lab_run, number):
     os.killpg(running.pid, number)
     assert running.wait(20) == 128 + number
     assert f"Interrupted. The output so far is in {lab_run.directory}" in running.stdout.read()
-    assert lab_run.processes() == []
+    wait_for_processes(lab_run, lambda found: not found, "the lab's processes end with it")
 
 
 def test_interrupt_while_it_starts(lab_run):
