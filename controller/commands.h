@@ -42,13 +42,13 @@ public:
     // `users` is null when there are none.
     explicit commands(exchange &with, accounts *users = nullptr) : exchange_(with), accounts_(users) {}
 
-    // Gives `reply` "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n"; once what the command
+    // Gives `answer` "ok\n" or "more CURSOR\n" and the command's output, or "error <reason>\n"; once what the command
     // changed is durable. With the word "--json" the output is one JSON object a line.
-    void run(std::string_view line, const std::function<void(const std::string &answer)> &reply);
+    void run(std::string_view line, const std::function<void(const std::string &text)> &answer);
 
 private:
     void run_about_accounts(const command_usage &usage, const command_request &of,
-                            const std::function<void(const std::string &answer)> &reply);
+                            const std::function<void(const std::string &text)> &answer);
 
     exchange &exchange_;
     accounts *accounts_;
