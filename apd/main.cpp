@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 
 #include "apd/apd.h"
@@ -26,16 +27,17 @@ namespace {
 void serve(const std::string &config_file, apd::detail_log details) {
     kx::require_safe_root();
     kx::lock_program("apd");
-    kx::event_base_ptr base(event_base_new());
-    apd::platform_daemon daemon(base.get(), config_file, details);
-    kx::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
-    kx::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon.stop(); });
-    kx::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon.reload(); });
-    kx::watch asked(base.get(), SIGUSR1, EV_SIGNAL | EV_PERSIST, [&] { daemon.write_state(); });
+    kx::event_loop_ptr base(event_base_new());
+    std::optional<apd::platform_daemon> daemon;  // made once no signal ends it in the middle
+    kx::watch terminated(base.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [&] { daemon->stop(); });
+    kx::watch interrupted(base.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [&] { daemon->stop(); });
+    kx::watch hung_up(base.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [&] { daemon->reload(); });
+    kx::watch asked(base.get(), SIGUSR1, EV_SIGNAL | EV_PERSIST, [&] { daemon->write_state(); });
     terminated.start();
     interrupted.start();
     hung_up.start();
     asked.start();
+    daemon.emplace(base.get(), config_file, details);
     event_base_dispatch(base.get());
     apd::log_line("ended");
 }

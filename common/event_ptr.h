@@ -19,7 +19,15 @@ struct release_with {
     }
 };
 
+// Runs what waits, and frees the loop. A bufferevent that was freed while a callback of it waited is released by the
+// loop.
+inline void end_event_loop(event_base *base) {
+    event_base_loop(base, EVLOOP_NONBLOCK);
+    event_base_free(base);
+}
+
 using event_base_ptr = std::unique_ptr<event_base, release_with<event_base_free>>;
+using event_loop_ptr = std::unique_ptr<event_base, release_with<end_event_loop>>;  // the owners of all events are gone
 using event_ptr = std::unique_ptr<event, release_with<event_free>>;
 using evbuffer_ptr = std::unique_ptr<evbuffer, release_with<evbuffer_free>>;
 using bufferevent_ptr = std::unique_ptr<bufferevent, release_with<bufferevent_free>>;

@@ -281,7 +281,7 @@ int run(const options &chosen) {
     std::signal(SIGPIPE, SIG_IGN);
     raise_descriptor_limit();
     const auto [address, port] = split_address(chosen.listen).value();
-    const kx::event_base_ptr base(event_base_new());
+    const kx::event_loop_ptr base(event_base_new());
     controller::line_writer lines(STDOUT_FILENO);
     controller::line_writer notes(STDERR_FILENO);
     controller::output output(chosen.json ? controller::output::format::json : controller::output::format::text,

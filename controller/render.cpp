@@ -148,7 +148,7 @@ json to_json(const std::optional<mac_address> &ap, const item &one) {
                             : malformation_to_json(ap, std::get<malformation>(one));
 }
 
-std::string to_line(const json &one) { return one.dump(-1, ' ', false, json::error_handler_t::replace); }
+std::string to_line(const json &one) { return one.dump(-1, ' ', true, json::error_handler_t::replace); }
 
 std::string to_text(const std::optional<mac_address> &ap, const item &one) {
     const auto *whole = std::get_if<record>(&one);

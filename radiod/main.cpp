@@ -28,7 +28,7 @@ namespace {
 void serve(const kx::ap_config &config, kx::detail_log details) {
     kx::require_safe_radio_directories();
     kx::lock_program("radiod", kx::radio_directory);
-    const kx::event_base_ptr base(event_base_new());
+    const kx::event_loop_ptr base(event_base_new());
     const auto end = [&] {
         kx::notify_service_manager("STOPPING=1");
         event_base_loopbreak(base.get());

@@ -38,11 +38,7 @@ fleet::fleet(const settings &how, const std::vector<radio::scenario_ap> &plans, 
     player_.on_end = [this] { phase_ = phase_ == phase::playing ? phase::settling : phase_; };
 }
 
-// A tunnel that is closed while a callback of its connection waits is freed by the loop.
-fleet::~fleet() {
-    aps_.clear();
-    event_base_loop(loop_.base(), EVLOOP_NONBLOCK);
-}
+fleet::~fleet() = default;
 
 void fleet::add(const radio::scenario_ap &plan, const authority &issuer) {
     aps_.push_back(std::make_unique<access_point>(

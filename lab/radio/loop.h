@@ -23,7 +23,7 @@ public:
     event_base *base() { return base_.get(); }
 
 private:
-    kx::event_base_ptr base_;
+    kx::event_loop_ptr base_;
 };
 
 }  // namespace radio
