@@ -8,6 +8,8 @@ import pytest
 from nodes.tunnel_site import (GONE, INTERFACE, LOCAL, NO_INTERFACE, PEERS_BEGIN, PEERS_END, Client, Ear, Host, Roaming,
                                Switch, TunnelAccessPoint, settle)
 
+from lab.site.waiting import wait_until
+
 
 class Site:
     def __init__(self, directory: Path) -> None:
@@ -149,7 +151,7 @@ def test_both_ends_at_one_access_point(site: Site) -> None:
     three.state(INTERFACE, client)
     three.state(LOCAL, client, 10)
     assert three.tell("add", client.mac, "wlan1", 10, 1)[0] == 0
-    assert site.hosts[10].pings(client.address)
+    wait_until(lambda: site.hosts[10].pings(client.address), "the bridge has noticed the carrier of the client's cable")
     with Ear(client) as ear, Ear(three.residents[1]) as resident:
         site.hosts[20].send("twenty", to=client.mac)
         site.hosts[20].send("twenty")

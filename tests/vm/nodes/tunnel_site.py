@@ -127,7 +127,7 @@ class TunnelAccessPoint:
 
     def __init__(self, number: int, switch: Switch, directory: Path, vaps: tuple[int, ...]) -> None:
         self.number = number
-        self.namespace = Namespace(f"ap{number}")
+        self.namespace = Namespace(f"port{number}")
         self.address = f"10.1.0.{number}"
         self.vaps = vaps
         self.root = directory / self.namespace.name
@@ -143,7 +143,7 @@ class TunnelAccessPoint:
         self._write_configuration()
 
     def _add_vap(self, index: int, vlan: int) -> Host:
-        resident = Host(f"ap{self.number}sta{index}", "air0")
+        resident = Host(f"port{self.number}sta{index}", "air0")
         self._add_radio(f"wlan{index}", resident.namespace, "air0")
         batch("bridge", self.namespace, f"vlan add dev wlan{index} vid {vlan} pvid untagged")
         resident.give_address(f"10.2.{vlan}.{10 * self.number + index}", f"02:00:00:02:{self.number:02x}:{index:02x}")
