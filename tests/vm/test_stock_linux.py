@@ -16,6 +16,7 @@ from lab.site.waiting import wait_until
 
 PAGE = Path(__file__).parents[2] / "docs/stock-linux.md"
 BLOCKS = re.findall(r"^```(ini|toml)\n(.*?)^```", PAGE.read_text(), re.MULTILINE | re.DOTALL)
+PAGE_MAC = "02:00:00:00:00:00"
 OFFICES = {"office, 802.1X": network_kinds.EAP, "office, passphrase": network_kinds.PSK,
            "office, fast transition": network_kinds.FT_PSK}
 
@@ -30,10 +31,11 @@ def hostapd_conf(office: str) -> str:
     return hostapd_block(office) + common + hostapd_block("guests") + common
 
 
-def ap_toml(site: ManagedSite) -> str:
+def ap_toml(site: ManagedSite, mac: str) -> str:
     text = next(text for kind, text in BLOCKS if kind == "toml")
     assert f'address = "{ADDRESS}"\nport = 7443\n' in text
-    return text.replace("port = 7443", f"port = {site.controller.port}")
+    assert PAGE_MAC in text
+    return text.replace(PAGE_MAC, mac).replace("port = 7443", f"port = {site.controller.port}")
 
 
 @pytest.fixture
@@ -49,7 +51,7 @@ def configured(site: ManagedSite, access_points, tmp_path: Path) -> Path:
         (root / name).write_text(SECRET)
     for name in ("ap.key", "hostapd.secret", "server.secret"):
         (root / name).chmod(0o600)
-    (root / "ap.toml").write_text(ap_toml(site))
+    (root / "ap.toml").write_text(ap_toml(site, access_points[0].bssid()))
     (root / "ap.toml").chmod(0o644)
     return root
 
