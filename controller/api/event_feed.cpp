@@ -33,28 +33,6 @@ json content_of(const link_event_data &data) {
 
 }  // namespace
 
-std::string_view kind_of(client_event what) {
-    switch (what) {
-        case client_event::corrected:
-            return "corrected";
-        case client_event::associated:
-            return "associated";
-        case client_event::roamed:
-            return "roamed";
-        case client_event::address:
-            return "address";
-        case client_event::waiting:
-            return "waiting";
-        case client_event::approved:
-            return "approved";
-        case client_event::left:
-            return "left";
-        case client_event::found:
-            return "found";
-    }
-    return "corrected";
-}
-
 void event_feed::add(feed_event one) {
     events_.push_back({std::move(one), ""});
     last_++;

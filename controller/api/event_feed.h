@@ -15,9 +15,6 @@
 
 namespace controller::api {
 
-// "roamed"
-std::string_view kind_of(client_event what);
-
 struct client_event_data {
     mac_address client{};
     place where;

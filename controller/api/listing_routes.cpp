@@ -6,6 +6,7 @@
 #include "controller/listing_forms.h"
 #include "controller/listings.h"
 #include "controller/statistics.h"
+#include "controller/store/json_lines.h"
 
 namespace controller::api {
 
@@ -28,7 +29,7 @@ response page_response(const page<Row> &listed) {
 json history_json(const history_entry &one) {
     json made = {{"number", one.number},
                  {"at", format_time(one.at)},
-                 {"event", kind_of(one.what)},
+                 {"event", name_of(one.what)},
                  {"ap", kx::format_mac(one.now.ap)},
                  {"bssid", kx::format_mac(one.now.bssid)},
                  {"ip", nullptr}};

@@ -1,6 +1,7 @@
 #include "controller/api/service.h"
 
 #include "controller/api/times.h"
+#include "controller/store/json_lines.h"
 
 namespace controller::api {
 
@@ -25,7 +26,7 @@ void service::add_events(std::span<const change> made) {
         const auto *of = std::get_if<client_change>(&each);
         if (of != nullptr && of->what != client_event::corrected) {
             api_.events().add(
-                {.kind = kind_of(of->what),
+                {.kind = name_of(of->what),
                  .at = now(),
                  .data = client_event_data{.client = of->mac, .where = of->state.now, .ip = of->state.ip}});
         }
