@@ -120,18 +120,19 @@ void announcer::visit_unconfirmed(const place &at, const std::function<bool(cons
 std::vector<mac_address> announcer::ask_unconfirmed(const place &at, std::size_t most) {
     std::vector<mac_address> found;
     visit_unconfirmed(at, [&](const mac_address &address, station &its) {
-        ++its.polls;
-        found.push_back(address);
+        if (its.polls < polls_max) {
+            ++its.polls;
+            found.push_back(address);
+        }
         return found.size() < most;
     });
     return found;
 }
 
-std::vector<mac_address> announcer::take_silent(const place &at) {
+std::vector<mac_address> announcer::silent(const place &at) {
     std::vector<mac_address> found;
     visit_unconfirmed(at, [&](const mac_address &address, station &its) {
         if (its.polls >= polls_max) {
-            its.to_confirm = false;
             found.push_back(address);
         }
         return true;

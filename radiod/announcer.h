@@ -22,8 +22,8 @@ using kx::mac_address;
 
 // The daemon drops notifications while it has no controller, and loads its VAPs once it has one again. all_again() then
 // repeats the departures since the last load, and has the stations asked whether they are still there. An arrival or an
-// address that the daemon has already changes nothing there. A station that does not answer may be at another access
-// point, whose announcement must not be undone.
+// address that the daemon has already changes nothing there. A station that does not answer sleeps, is out of range, or
+// is at another access point, whose announcement must not be undone. It is announced when it is heard.
 class announcer {
 public:
     using time_point = std::chrono::steady_clock::time_point;
@@ -62,9 +62,9 @@ public:
     void all_again();
     // The stations of a VAP that all_again() has left to be asked, at most `most` of them. They count as asked.
     std::vector<mac_address> ask_unconfirmed(const place &at, std::size_t most);
-    // Those that were asked polls_max times without an answer. They are returned once.
-    std::vector<mac_address> take_silent(const place &at);
-    // It has answered.
+    // Those that were asked polls_max times and were not heard since. ask_unconfirmed() leaves them out.
+    std::vector<mac_address> silent(const place &at);
+    // It was heard.
     void confirmed(const place &at, const mac_address &address);
 
     // When expire() has to be called; none when no departure is held.

@@ -22,6 +22,7 @@ using namespace std::chrono_literals;
 
 constexpr auto sent_away_time = 5s;     // hostapd reports a station that it was told to send away within that time
 constexpr unsigned compare_period = 5;  // ticks
+constexpr auto heard_within = 3s;       // less than polls_max polls take, one each second
 constexpr unsigned polls_each_tick = 64;
 constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 constexpr std::size_t suites_max = 2048;
@@ -309,6 +310,7 @@ void vap::compare_with_kernel() {
         there.insert(each.mac);
         stations_->kernel_station(each.mac, each.authorized, now);
     }
+    hear_silent(*listed);
     for (const mac_address &station : stations_->present()) {
         if (!there.contains(station)) {
             stations_->kernel_gone(station, now);
@@ -329,15 +331,42 @@ void vap::kernel_lost(const mac_address &station) {
     }
 }
 
-// A station answers when it is still here; one that sleeps, when it wakes. hostapd keeps one that has roamed away while
-// no move notice could come; its entry would be taken for the station's place.
+// A station answers when it is still here; one that sleeps, when it wakes.
 void vap::poll_unconfirmed() {
-    for (const mac_address &station : with_.announcements.take_silent(place_)) {
-        kx::log_line(place_.ifname + ": a station that does not answer is sent away");
-        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " reason=" + std::to_string(reason_inactivity));
-    }
     for (const mac_address &station : with_.announcements.ask_unconfirmed(place_, polls_each_tick)) {
         hostapd_.send("POLL_STA " + kx::format_mac(station));
+    }
+}
+
+// hostapd keeps a station that has roamed away while no move notice could come. The access point where it is now has
+// sent a frame with its address into the network (cfg80211_send_layer2_update of the kernel), so that the bridge has it
+// behind another port.
+void vap::send_roamed_away() {
+    const auto now = clock::now();
+    for (const mac_address &station : with_.announcements.silent(place_)) {
+        const auto port = with_.bridge_port(ifindex_, station);
+        if (!port || has_interface(*port)) {
+            if (ticks_ % compare_period == 0) {
+                hostapd_.send("POLL_STA " + kx::format_mac(station));
+            }
+            continue;
+        }
+        if (roamed_away_.contains(station)) {
+            continue;
+        }
+        kx::log_line(place_.ifname + ": a station that was heard elsewhere is sent away");
+        roamed_away_.insert_or_assign(station, now);
+        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " reason=" + std::to_string(reason_inactivity));
+    }
+    std::erase_if(roamed_away_, [now](const auto &each) { return each.second + sent_away_time <= now; });
+}
+
+void vap::hear_silent(const std::vector<kernel_station> &listed) {
+    const std::vector<mac_address> silent = with_.announcements.silent(place_);
+    for (const kernel_station &each : listed) {
+        if (each.inactive < heard_within && std::ranges::find(silent, each.mac) != silent.end()) {
+            with_.announcements.confirmed(place_, each.mac);
+        }
     }
 }
 
@@ -357,6 +386,7 @@ void vap::tick() {
         return;
     }
     poll_unconfirmed();
+    send_roamed_away();
     if (resync_due_) {
         synchronise();
     } else if (stations_->has_open_return() || ticks_ % compare_period == 0) {

@@ -20,6 +20,7 @@
 #include "radiod/expected_stations.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/kernel/address_snoop.h"
+#include "radiod/kernel/bridge_entry.h"
 #include "radiod/kernel/nl80211.h"
 #include "radiod/keys/pmk_cache.h"
 #include "radiod/placement.h"
@@ -39,6 +40,8 @@ public:
         announcer &announcements;
         station_journal &journal;
         bool carries_roamed = false;  // stations may have their home on another VLAN, and keep it
+        // Which port of the interface's bridge a station was last heard behind.
+        std::function<std::optional<unsigned>(unsigned ifindex, const mac_address &)> bridge_port = find_bridge_port;
     };
 
     vap(const kx::vap_config &config, const std::string &hostapd_directory, shared with);
@@ -130,6 +133,8 @@ private:
     void read_configuration();
     void use_address(const mac_address &bssid);
     void poll_unconfirmed();
+    void send_roamed_away();
+    void hear_silent(const std::vector<kernel_station> &listed);
     akm suite_for(const mac_address &station) const;
     void synchronise();
     void station_arrived(const arrival &event);
@@ -152,7 +157,7 @@ private:
     std::optional<address_snoop> addresses_;   // on this interface
     placement placement_;
     std::set<mac_address> keyed_;
-    std::map<mac_address, time_point> sent_away_;
+    std::map<mac_address, time_point> sent_away_, roamed_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
     bool kernel_failed_ = false, interface_missing_ = false, snoop_failed_ = false;
     unsigned ticks_ = 0;

@@ -184,22 +184,27 @@ TEST_F(announcements, a_station_that_was_not_announced_for_repetition_is_not_rep
     EXPECT_EQ(take(), ids{});
 }
 
-TEST_F(announcements, a_station_that_never_answers_is_silent_once) {
+TEST_F(announcements, a_station_that_does_not_answer_is_announced_when_it_is_heard) {
     those.arrived(office, ann, std::nullopt, now);
     those.arrived(office, ben, std::nullopt, now);
     those.arrived(lobby, ann, std::nullopt, now);
+    take();
     those.all_again();
     for (unsigned poll = 0; poll < announcer::polls_max; poll++) {
-        EXPECT_TRUE(those.take_silent(office).empty());
+        EXPECT_TRUE(those.silent(office).empty());
         EXPECT_EQ(those.ask_unconfirmed(office, 10).size(), poll == 0 ? 2u : 1u);
         those.confirmed(office, ben);
     }
-    EXPECT_EQ(those.take_silent(office), std::vector{ann});
-    EXPECT_TRUE(those.take_silent(office).empty());
-    EXPECT_TRUE(those.take_silent(lobby).empty()) << "was not asked";
+    EXPECT_EQ(those.silent(office), std::vector{ann});
+    EXPECT_EQ(those.silent(office), std::vector{ann}) << "still";
+    EXPECT_TRUE(those.silent(lobby).empty()) << "was not asked";
     EXPECT_TRUE(those.ask_unconfirmed(office, 10).empty());
+    take();
+    those.confirmed(office, ann);
+    EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
+    EXPECT_TRUE(those.silent(office).empty());
     those.all_again();
-    EXPECT_TRUE(those.take_silent(office).empty()) << "is asked anew";
+    EXPECT_TRUE(those.silent(office).empty()) << "is asked anew";
 }
 
 TEST_F(announcements, silent_stations_do_not_keep_others_from_being_asked) {
@@ -209,7 +214,6 @@ TEST_F(announcements, silent_stations_do_not_keep_others_from_being_asked) {
     for (unsigned poll = 0; poll < announcer::polls_max; poll++) {
         EXPECT_EQ(those.ask_unconfirmed(office, 1), std::vector{ann});
     }
-    those.take_silent(office);
     EXPECT_EQ(those.ask_unconfirmed(office, 1), std::vector{ben});
 }
 
