@@ -38,7 +38,7 @@ public:
     static constexpr std::chrono::milliseconds roam_time{300};
     static constexpr std::chrono::minutes address_time{5};  // a station keeps its address while it is away
     static constexpr std::size_t departures_max = 2048, addresses_max = 2048;
-    static constexpr unsigned polls_max = 5;  // hostapd gives a silent station 3 s to answer
+    static constexpr unsigned polls_max = 2;
 
     // With `holds_departures` a departure is sent after roam_time, unless the station has arrived anywhere by then.
     announcer(std::function<void(kx::notification)> send, bool holds_departures)

@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 
 constexpr auto sent_away_time = 5s;     // hostapd reports a station that it was told to send away within that time
 constexpr unsigned compare_period = 5;  // ticks
-constexpr auto heard_within = 3s;       // less than polls_max polls take, one each second
+constexpr auto heard_within = 1s;       // less than polls_max polls take, one each second
 constexpr unsigned polls_each_tick = 64;
 constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 constexpr std::size_t suites_max = 2048;

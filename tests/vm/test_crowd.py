@@ -81,12 +81,7 @@ def kill_hostapd(crowd: Crowd) -> None:
     restart_hostapd(crowd.access_points[0], VAPS, signal.SIGKILL)
 
 
-# A known fault: after radiod's restart, its hostapd keeps stations that roamed away meanwhile for more than 10 s.
-TAKES_LONGER = pytest.mark.xfail(reason="radiod removes stations that roamed away while it was gone too late")
-
-
-@pytest.mark.parametrize("kill", [*(pytest.param(kill_daemon(name), id=name,
-                                                 marks=TAKES_LONGER if name == "radiod" else ()) for name in DAEMONS),
+@pytest.mark.parametrize("kill", [*(pytest.param(kill_daemon(name), id=name) for name in DAEMONS),
                                   pytest.param(kill_hostapd, id="hostapd")])
 def test_program_is_killed_while_stations_roam(kill: Callable[[Crowd], None], crowd: Crowd) -> None:
     """Each of them comes to the access point of that program and goes away from it."""
