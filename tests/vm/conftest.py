@@ -23,7 +23,7 @@ from lab.site.processes import Process, Processes  # noqa: E402
 ACCESS_POINTS = 2  # of most cases
 STATIONS = 2
 waiting.POLL_SECONDS = 0.1  # the emulated processor has other work
-LOG_LINES = 120  # of each program, when a case fails
+LOG_LINES = 60  # of each program, when a case fails
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -48,7 +48,7 @@ def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     outcome = yield
     report = outcome.get_result()
     if report.failed:
-        for file in sorted(SITE.rglob("*.out")) + sorted(SITE.rglob("*.err")) + sorted(SITE.rglob("*.log")):
+        for file in sorted(SITE.rglob("*.err")) + sorted(SITE.rglob("*.log")) + sorted(SITE.rglob("*.out")):
             lines = file.read_text(errors="replace").splitlines()[-LOG_LINES:]
             if lines:
                 report.sections.append((str(file.relative_to(SITE)), "\n".join(lines)))
