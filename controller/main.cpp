@@ -26,6 +26,7 @@
 #include "controller/exchange.h"
 #include "controller/line_writer.h"
 #include "controller/output.h"
+#include "controller/page/page.h"
 #include "controller/statistics.h"
 #include "controller/store_opening.h"
 #include "controller/tunnels.h"
@@ -227,10 +228,12 @@ std::unique_ptr<controller::api::service> make_http_service(event_base *base, co
         return nullptr;
     }
     const auto [address, port] = split_address(chosen.http).value();
-    auto made = std::make_unique<controller::api::service>(
-        base, exchange, store, accounts,
-        controller::api::service::options{
-            .address = address, .port = port, .certificate = chosen.http_certificate, .key = chosen.http_key});
+    const controller::api::service::options wanted = {.address = address,
+                                                      .port = port,
+                                                      .certificate = chosen.http_certificate,
+                                                      .key = chosen.http_key,
+                                                      .page = controller::page::files()};
+    auto made = std::make_unique<controller::api::service>(base, exchange, store, accounts, wanted);
     output.note("HTTP API on " + address + " port " + std::to_string(made->port()));
     if (!chosen.http_port_file.empty()) {
         write_port(chosen.http_port_file, made->port());

@@ -22,7 +22,8 @@ using field = std::pair<const char *, const char *>;
 constexpr std::array<field, 6> security_fields = {
     field{"Content-Security-Policy",
           "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
-          "form-action 'self'; base-uri 'none'; frame-ancestors 'none'"},
+          "form-action 'self'; base-uri 'none'; frame-ancestors 'none'; require-trusted-types-for 'script'; "
+          "trusted-types 'none'"},
     field{"X-Content-Type-Options", "nosniff"},
     field{"X-Frame-Options", "DENY"},
     field{"Referrer-Policy", "no-referrer"},

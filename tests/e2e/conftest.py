@@ -2,7 +2,8 @@
 
 import signal
 import sys
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 from pathlib import Path
 
 import pytest
@@ -51,9 +52,9 @@ def programs(request: pytest.FixtureRequest) -> Path:
     return request.config.getoption("--bin").resolve()
 
 
-@pytest.fixture
-def lab(programs: Path, request: pytest.FixtureRequest) -> Iterator[Laboratory]:
-    """A lab in which the test starts the controller and the access points. Its files are kept when the test fails."""
+@contextmanager
+def checked_lab(programs: Path, has_failed: Callable[[], bool]) -> Iterator[Laboratory]:
+    """A lab whose processes must end well. Its files are kept when they do not, and when a test `has_failed`."""
     with Laboratory(programs) as made:
         yield made
         processes = list(made.processes.all)
@@ -61,9 +62,16 @@ def lab(programs: Path, request: pytest.FixtureRequest) -> Iterator[Laboratory]:
     good = all(status in GOOD_ENDS.get(Path(name).name, (0,)) for name, status in ends.items())
     reports = [f"{file}:\n{file.read_text(errors='replace')}" for file in made.directory.rglob("*.err")
                if any(mark in file.read_text(errors="replace") for mark in SANITIZER_MARKS)]
-    if request.node.stash.get(FAILED, False):
+    if has_failed():
         print(f"the lab's files: {made.directory}")
         return
     assert not reports, "\n".join(reports)
     assert good, f"processes did not end well: {ends}; see {made.directory}"
     made.discard()
+
+
+@pytest.fixture
+def lab(programs: Path, request: pytest.FixtureRequest) -> Iterator[Laboratory]:
+    """A lab in which the test starts the controller and the access points."""
+    with checked_lab(programs, lambda: request.node.stash.get(FAILED, False)) as made:
+        yield made

@@ -1,0 +1,53 @@
+"""A way to a port that can be cut."""
+
+import socket
+import threading
+from contextlib import suppress
+
+LOOPBACK = "127.0.0.1"
+
+
+class TcpForwarder:
+    """Passes connections on to `target`, a port of the loopback interface, until it is cut."""
+
+    def __init__(self, target: int) -> None:
+        self._target = target
+        self._open: list[socket.socket] = []
+        self._lock = threading.Lock()
+        self._listener = socket.create_server((LOOPBACK, 0))
+        self.port: int = self._listener.getsockname()[1]
+        threading.Thread(target=self._accept, args=[self._listener], daemon=True).start()
+
+    def cut(self) -> None:
+        """Ends all connections, and refuses others."""
+        with suppress(OSError):
+            self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
+        with self._lock:
+            for each in self._open:
+                with suppress(OSError):
+                    each.shutdown(socket.SHUT_RDWR)
+                each.close()
+            self._open.clear()
+
+    def mend(self) -> None:
+        self._listener = socket.create_server((LOOPBACK, self.port))
+        threading.Thread(target=self._accept, args=[self._listener], daemon=True).start()
+
+    def _accept(self, listener: socket.socket) -> None:
+        with suppress(OSError):
+            while True:
+                near, _ = listener.accept()
+                far = socket.create_connection((LOOPBACK, self._target))
+                with self._lock:
+                    self._open += [near, far]
+                for ends in ((near, far), (far, near)):
+                    threading.Thread(target=pass_on, args=ends, daemon=True).start()
+
+
+def pass_on(source: socket.socket, sink: socket.socket) -> None:
+    with suppress(OSError):
+        while content := source.recv(65536):
+            sink.sendall(content)
+    with suppress(OSError):
+        sink.shutdown(socket.SHUT_WR)
