@@ -8,16 +8,9 @@
 
 #include "common/events.h"
 #include "controller/store/store.h"
+#include "controller/store_options.h"
 
 namespace controller {
-
-struct store_options {
-    std::string file;        // empty: nothing outlives the process
-    std::string key_file;    // empty: PMKs are not stored
-    bool set_aside = false;  // a damaged store
-    unsigned history_days = 30;
-    unsigned history_mib = 256;
-};
 
 // Calls deliver() of a store in the event loop's thread when it asks for that in another one.
 class store_waker {

@@ -25,7 +25,7 @@ def machine(programs, tmp_path):
     return tmp_path
 
 
-@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod"])
+@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod", "site_controller"])
 def test_unit_is_what_systemd_understands(machine, daemon):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not here")
@@ -37,7 +37,7 @@ def test_unit_is_what_systemd_understands(machine, daemon):
     assert f"{daemon}.service" not in done.stderr, done.stderr
 
 
-@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod"])
+@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod", "site_controller"])
 def test_unit_never_gives_up(machine, daemon):
     unit = (machine / f"usr/lib/systemd/system/{daemon}.service").read_text().splitlines()
     assert {"StartLimitIntervalSec=0", "Type=notify", "Restart=always"} <= {*unit}

@@ -22,9 +22,9 @@ def machine(programs, tmp_path):
 @pytest.mark.parametrize("prefix", ["/usr", "/opt/ap"])
 def test_units_start_what_is_installed(programs, tmp_path, prefix):
     machine = install(programs, tmp_path, prefix)
-    for daemon in ("apd", "client_mgr", "radiod"):
+    for daemon in ("apd", "client_mgr", "radiod", "site_controller"):
         unit = (machine / prefix[1:] / "lib/systemd/system" / f"{daemon}.service").read_text()
-        program = re.search(r"^ExecStart=/(\S+)$", unit, re.M)[1]
+        program = re.search(r"^ExecStart=/(\S+)", unit, re.M)[1]
         done = subprocess.run([machine / program, "--version"], capture_output=True, text=True, timeout=20, check=True)
         assert done.stdout.startswith(f"{daemon} ")
         for page, section in re.findall(r"man:([\w.]+)\((\d)\)", unit):
@@ -37,6 +37,7 @@ def test_controller_programs_have_man_pages(machine):
                               check=True)
         assert done.stdout.startswith(f"{name} ")
         assert (machine / f"usr/share/man/man1/{name}.1").is_file()
+    assert (machine / "usr/share/man/man5/site.toml.5").is_file()
     assert (machine / "usr/share/bash-completion/completions/sitectl").is_file()
 
 
@@ -48,4 +49,5 @@ def test_systemd_makes_the_daemons_user(machine):
     users = (machine / "etc/passwd").read_text()
     assert re.search(r"^kx:.*:/run/kx:", users, re.M)
     assert re.search(r"^kx-radio:.*:/run/kx:", users, re.M)
+    assert re.search(r"^kx-site:.*:/var/lib/kx-site:", users, re.M)
     assert re.search(r"^netdev:.*:kx-radio$", (machine / "etc/group").read_text(), re.M)

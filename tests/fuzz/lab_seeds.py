@@ -63,6 +63,17 @@ LINK_TYPES = {1: 105, 2: 127, 3: 192, 4: 119, 5: 163}  # as capture_reader.cpp c
 RADIOTAP, FCS = 14, 4  # bytes around each frame of the builtin capture
 
 
+def site_configurations():
+    return [
+        b'[controller]\nlisten = "0.0.0.0:7443"\nca = "authority.pem"\ncertificate = "controller.pem"\n'
+        b'key = "controller.key"\ncontrol = "/run/kx-site/control"\n[store]\nfile = "site.db"\nkey = "store.key"\n',
+        b'[output]\njson = true\nevents = false\n[http]\nlisten = "[::1]:8443"\ncertificate = "http.pem"\n'
+        b'key = "http.key"\nport_file = "/run/port"\n[store]\nhistory_days = 30\nhistory_size = 256\n',
+        b'[controller]\npassive = true\nacl = "acl.toml"\ncrl = "revoked.pem"\nport_file = "port"\n'
+        b'[store]\nset_aside = false\n',
+    ]
+
+
 def builtin_capture():
     with tempfile.TemporaryDirectory() as directory:
         files = [pathlib.Path(directory, name) for name in ("capture", "vaps")]
@@ -265,6 +276,7 @@ def random_lives():
 def all_seeds():
     return {
         "ap_config": configurations(),
+        "site_config": site_configurations(),
         "capture_reader": list(captures()),
         "controller_decoder": [*site_life(), *random_lives()],
         "port_receive": list(datagrams()),

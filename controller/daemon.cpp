@@ -1,0 +1,203 @@
+#include "controller/daemon.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+
+#include "common/service_manager.h"
+#include "controller/mac_acl.h"
+#include "controller/page/page.h"
+#include "controller/socket_address.h"
+#include "controller/statistics.h"
+
+namespace controller {
+
+namespace {
+
+// Writes a temporary file and renames it, so that a reader never finds an incomplete number.
+void write_port(const std::string &file, std::uint16_t port) {
+    const std::string aside = file + ".new";
+    std::ofstream(aside) << port << '\n';
+    if (std::ifstream(aside).peek() == std::ifstream::traits_type::eof() ||
+        std::rename(aside.c_str(), file.c_str()) != 0) {
+        throw std::runtime_error("cannot write " + file);
+    }
+}
+
+std::optional<site> make_site(const options &chosen) { return chosen.passive ? std::nullopt : std::optional(site()); }
+
+std::shared_ptr<SSL_CTX> read_certificates(const options &chosen) {
+    return kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key, chosen.revoked);
+}
+
+}  // namespace
+
+daemon::daemon(const options &chosen, option_reader reread)
+    : chosen_(chosen),
+      reread_(std::move(reread)),
+      lines_(STDOUT_FILENO),
+      notes_(STDERR_FILENO),
+      output_(chosen.json ? output::format::json : output::format::text, chosen.events,
+              {.line = [this](const std::string &text) { lines_.write(text); },
+               .note = [this](const std::string &text) { notes_.write(text); },
+               .dropped = [this] { return lines_.dropped(); }}),
+      exchange_(output_, make_site(chosen)),
+      ticking_(base_.get(), -1, EV_PERSIST, [this] { exchange_.tick(); }),
+      keep_alive_(base_.get(), -1, EV_PERSIST, [] { kx::notify_service_manager("WATCHDOG=1"); }),
+      interrupted_(base_.get(), SIGINT, EV_SIGNAL | EV_PERSIST, [this] { stop(); }),
+      terminated_(base_.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [this] { stop(); }),
+      hung_up_(base_.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [this] { reload(); }),
+      asked_(base_.get(), SIGUSR1, EV_SIGNAL | EV_PERSIST, [this] { note_losses(); }) {
+    const socket_address listen = parse_socket_address(chosen_.listen).value();
+    store_ = open_store(chosen_.store, waker_, [this](const std::string &text) { output_.note(text); });
+    start_site();
+    tunnels_ = std::make_unique<tunnels>(base_.get(), read_certificates(chosen_), listen.host, listen.port,
+                                         exchange_.callbacks());
+    exchange_.use(*tunnels_);
+    expiry_ = std::make_unique<expiry_check>(base_.get(), chosen_, *tunnels_, output_);
+    start_control();
+    start_http();
+    output_.note("listening on " + listen.host + " port " + std::to_string(tunnels_->port()));
+    announce();
+}
+
+// Loads what is stored. The file of access lists fills a store that has none.
+void daemon::start_site() {
+    exchange_.observe().contents = [this](const contents &from) { accounts_.load(from.operators, from.tokens); };
+    const auto configured = chosen_.acl.empty() ? mac_acl() : mac_acl::load(chosen_.acl);
+    exchange_.use(*store_);
+    if (chosen_.acl.empty()) {
+        return;
+    }
+    if (exchange_.managed_site()->acl().is_empty()) {
+        exchange_.managed_site()->replace_acl(configured);
+    } else {
+        output_.note("the access lists are those of the store; SIGHUP replaces them by " + chosen_.acl);
+    }
+}
+
+void daemon::start_control() {
+    if (!chosen_.control.empty()) {
+        control_ = std::make_unique<control_server>(
+            base_.get(), chosen_.control,
+            [this](const std::string &line, const auto &reply) { commands_.run(line, reply); });
+    }
+}
+
+void daemon::start_http() {
+    if (chosen_.http.listen.empty()) {
+        return;
+    }
+    const socket_address listen = parse_socket_address(chosen_.http.listen).value();
+    const api::service::options wanted = {.address = listen.host,
+                                          .port = listen.port,
+                                          .certificate = chosen_.http.certificate,
+                                          .key = chosen_.http.key,
+                                          .page = page::files()};
+    http_ = std::make_unique<api::service>(base_.get(), exchange_, *store_, accounts_, wanted);
+    output_.note("HTTP API on " + listen.host + " port " + std::to_string(http_->port()));
+    if (!chosen_.http.port_file.empty()) {
+        write_port(chosen_.http.port_file, http_->port());
+    }
+}
+
+void daemon::announce() {
+    ticking_.start(std::chrono::seconds(1));
+    interrupted_.start();
+    terminated_.start();
+    hung_up_.start();
+    asked_.start();
+    if (!chosen_.port_file.empty()) {
+        write_port(chosen_.port_file, tunnels_->port());
+    }
+    if (const auto period = kx::keep_alive_period(); period.count() > 0) {
+        keep_alive_.start(period);
+    }
+    kx::notify_service_manager("READY=1");
+}
+
+void daemon::run() { event_base_dispatch(base_.get()); }
+
+void daemon::stop() {
+    kx::notify_service_manager("STOPPING=1");
+    event_base_loopexit(base_.get(), nullptr);
+}
+
+// Reads the files anew. Keeps the former content of one that cannot be used.
+void daemon::reload() {
+    reload_options();
+    reload_certificates();
+    reload_acl();
+    expiry_->run();
+}
+
+void daemon::reload_options() {
+    if (chosen_.config.empty()) {
+        return;
+    }
+    try {
+        const auto read = reread_();
+        if (!read) {
+            output_.note("keeping the former configuration");
+            return;
+        }
+        for (const std::string &name : fixed_differences(chosen_, *read)) {
+            output_.note("the new value of " + name + " takes effect at the next start");
+        }
+        chosen_.ca = read->ca;
+        chosen_.certificate = read->certificate;
+        chosen_.key = read->key;
+        chosen_.revoked = read->revoked;
+        chosen_.acl = read->acl;
+        chosen_.http.certificate = read->http.certificate;
+        chosen_.http.key = read->http.key;
+        output_.note("read " + chosen_.config + " anew");
+    } catch (const std::exception &error) {
+        output_.note(std::string("keeping the former configuration: ") + error.what());
+    }
+}
+
+void daemon::reload_certificates() {
+    try {
+        tunnels_->use(read_certificates(chosen_));
+        if (http_ != nullptr) {
+            http_->reload(chosen_.http.certificate, chosen_.http.key);
+        }
+        output_.note("read the certificates anew");
+    } catch (const std::exception &error) {
+        output_.note(std::string("keeping the former certificates: ") + error.what());
+    }
+}
+
+void daemon::reload_acl() {
+    if (chosen_.acl.empty() || exchange_.managed_site() == nullptr) {
+        return;
+    }
+    try {
+        exchange_.managed_site()->replace_acl(mac_acl::load(chosen_.acl));
+        output_.note("read the access lists anew");
+    } catch (const std::exception &error) {
+        output_.note(std::string("keeping the former access lists: ") + error.what());
+    }
+}
+
+void daemon::note_losses() {
+    bool none = true;
+    const auto losses = losses_of(exchange_);
+    for (const auto &[what, number] : losses.items()) {
+        if (number != 0) {
+            output_.note("since the start: " + what + ' ' + number.dump());
+            none = false;
+        }
+    }
+    if (none) {
+        output_.note("no losses since the start");
+    }
+}
+
+}  // namespace controller

@@ -1,0 +1,44 @@
+// The options of site_controller, from its command line and from its configuration file.
+#ifndef CONTROLLER_OPTIONS_H
+#define CONTROLLER_OPTIONS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "controller/store_options.h"
+
+namespace controller {
+
+struct http_options {
+    std::string listen;  // empty: no HTTP API
+    std::string port_file;
+    std::string certificate, key;
+    bool operator==(const http_options &) const = default;
+};
+
+struct options {
+    std::string config;  // the file; empty for none
+    std::string listen = "127.0.0.1:7443";
+    std::string port_file;
+    std::string ca, certificate, key;
+    std::string revoked;
+    std::string control;
+    bool json = false;
+    bool events = false;
+    bool passive = false;
+    std::string acl;
+    store_options store;
+    http_options http;
+};
+
+// Reads the command line, and the file that it names. The command line has precedence. Returns the exit status when
+// the program is to exit at once. Throws kx::config_error.
+std::optional<int> read_options(int argc, char **argv, options &into);
+
+// The names of the options that differ and that a running controller does not change, such as "listen".
+std::vector<std::string> fixed_differences(const options &one, const options &other);
+
+}  // namespace controller
+
+#endif
