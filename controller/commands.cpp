@@ -106,8 +106,15 @@ reply name_client(exchange &with, const command_request &of) {
 }
 
 reply move_list(exchange &with, const command_request &of) {
-    with.send(site_of(with).send_list(parse_mac_word(of.arguments[0])));
-    return {};
+    const mac_address ap = parse_mac_word(of.arguments[0]);
+    const auto cursor = of.filters.find("cursor");
+    const mac_address after = cursor == of.filters.end() ? mac_address{} : parse_mac_word(cursor->second);
+    if (with.is_congested(ap)) {
+        return {.text = "", .next = kx::format_mac(after)};
+    }
+    const list_part part = site_of(with).send_list(ap, after);
+    with.send(part.messages);
+    return {.text = "", .next = part.next ? kx::format_mac(*part.next) : ""};
 }
 
 reply set_acl(exchange &with, const command_request &of) {
@@ -190,7 +197,7 @@ const std::vector<command> table = {
     {{"remove", "CLIENT", "", "remove a client from every access point that holds it", false}, act_command{remove}},
     {{"name", "CLIENT [NAME]", "", "give a client a name for the listings, or take it away", false},
      act_command{name_client}},
-    {{"move-list", "AP", "", "send an access point the list of clients that are elsewhere", false},
+    {{"move-list", "AP", "", "send an access point the list of clients that are elsewhere", true},
      act_command{move_list}},
     {{"acl", "", "index mac", "list the MAC access control lists", true}, show_acl},
     {{"acl-set", "INDEX CLIENT allow|deny", "", "add a client to a list", false}, act_command{set_acl}},
@@ -224,8 +231,8 @@ std::string decode(const std::string &word) {
 }
 
 bool allows(const command_usage &usage, const std::string &option) {
-    return usage.is_listing &&
-           (option == "cursor" || option == "limit" || std::ranges::count(words_of(usage.filters), option) > 0);
+    return (option == "cursor" && usage.in_pages) || (option == "limit" && usage.is_listing()) ||
+           std::ranges::count(words_of(usage.filters), option) > 0;
 }
 
 // Separates "--mac 06:00" and "--mac=06:00" from the arguments.
@@ -333,6 +340,11 @@ void perform(exchange &with, const command_usage &usage, const act_command &what
     } catch (const refused &why) {
         with.commit({audited(usage, of, why.what())}, [](const store::result &) {});
         throw;
+    }
+    // The parts that follow the first one change nothing that is stored, and the audit list has the command already.
+    if (of.filters.contains("cursor")) {
+        answer(text);
+        return;
     }
     commit(with, usage, audited(usage, of, "ok"), text, answer);
 }

@@ -1,6 +1,7 @@
 // The operator's commands, each a line of words. In a word, "%20" stands for a space, and so on for any byte.
 //
-// A listing is answered page by page: after "more CURSOR" the same line with "--cursor CURSOR" gives the next page.
+// A command on many rows is answered page by page: after "more CURSOR" the same line with "--cursor CURSOR" gives the
+// next page. The cursor stays the same when an access point cannot take more at the moment.
 #ifndef CONTROLLER_COMMANDS_H
 #define CONTROLLER_COMMANDS_H
 
@@ -18,9 +19,11 @@ namespace controller {
 struct command_usage {
     std::string_view name;
     std::string_view arguments;  // "INDEX CLIENT"; sitectl makes those with '=' itself
-    std::string_view filters;    // words that may follow as options: "mac ssid"; of a listing alone
+    std::string_view filters;    // of a listing, words that may follow as options: "mac ssid"
     std::string_view help;
-    bool is_listing;  // has rows, and with them pages
+    bool in_pages;
+
+    bool is_listing() const { return !filters.empty(); }
 };
 const std::vector<command_usage> &command_usages();
 // Those that an operator gives.

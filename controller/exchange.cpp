@@ -10,6 +10,7 @@ namespace controller {
 namespace {
 
 constexpr unsigned ticks_to_repeat = 3;
+constexpr std::size_t congested_from = std::size_t{256} << 10;  // bytes, a quarter of a tunnel's queue
 constexpr const char *foreign_mac = "the MAC address is not the one in the tunnel's certificate";
 
 }  // namespace
@@ -76,6 +77,11 @@ void exchange::send_frame(const mac_address &ap, std::span<const std::uint8_t> f
     if (tunnel && !tunnels_->send_roaming_frame(*tunnel, frame)) {
         tunnels_->close(*tunnel, "the access point does not read its messages");
     }
+}
+
+bool exchange::is_congested(const mac_address &ap) const {
+    const auto tunnel = access_points_.tunnel_of(ap);
+    return tunnel && tunnels_->queued(*tunnel) >= congested_from;
 }
 
 bool exchange::send(const mac_address &ap, std::span<const std::uint8_t> content) {

@@ -60,6 +60,9 @@ public:
     // full tunnel is closed, because the access point would otherwise miss a message without notice.
     bool send(const mac_address &ap, std::span<const std::uint8_t> content);
 
+    // True while so much waits to be sent to the access point that an operator should wait as well.
+    bool is_congested(const mac_address &ap) const;
+
     // Sends each of the site's messages.
     void send(const outbox &messages);
 

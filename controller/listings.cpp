@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
 #include <utility>
 
 #include "controller/render.h"
@@ -67,20 +66,25 @@ bool contains_in_either_case(std::string_view text, std::string_view part) {
     return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
 }
 
-// Adds what `row_of` makes of the entries of a map by MAC address, from the page's cursor on.
+const mac_address &key_of(const mac_address &entry) { return entry; }
+const mac_address &key_of(const auto &entry) { return entry.first; }
+
+// Adds what `row_of` makes of the entries of a map by MAC address or an index, from the page's cursor on.
 template <class Row, class Table, class Maker>
 page<Row> list_map(const Table &from, const mac_range &within, const page_wanted &wanted, const Maker &row_of) {
     page<Row> made;
     budget left(wanted.limit);
     const auto after = mac_of_cursor(wanted.cursor);
     auto at = after && *after >= within.first ? from.upper_bound(*after) : from.lower_bound(within.first);
-    for (; at != from.end() && at->first <= within.last; ++at) {
+    mac_address passed{};
+    for (; at != from.end() && key_of(*at) <= within.last; ++at) {
         if (left.spent()) {
-            made.next = kx::format_mac(std::prev(at)->first);
+            made.next = kx::format_mac(passed);
             break;
         }
         left.pass();
-        if (std::optional<Row> row = row_of(at->first, at->second)) {
+        passed = key_of(*at);
+        if (std::optional<Row> row = row_of(*at)) {
             if constexpr (requires { row->vaps; }) {
                 left.add_row(row->vaps.size());
             } else {
@@ -169,21 +173,17 @@ std::optional<ap_row> wanted_row(const mac_address &ap, const access_point_link 
 
 page<client_row> list_clients(const site_tables &of, const client_query &wanted) {
     const access_point *const ap = wanted.ap.empty() ? nullptr : &find_named_ap(of, wanted.ap);
-    const auto make = [&](const mac_address &mac, const client *state) {
+    const auto make = [&](const auto &entry) {
+        const mac_address &mac = key_of(entry);
+        const client *const state = of.find_client(mac);
         const bool fits = state != nullptr && contains_in_either_case(of.name_of(mac), wanted.name) &&
                           is_wanted(of, *state, ap, wanted);
         return fits ? std::optional(row_of(of, mac, *state)) : std::nullopt;
     };
-    const auto look_up = [&](const mac_address &mac, const auto &) { return make(mac, of.find_client(mac)); };
     if (!wanted.name.empty()) {
-        return list_map<client_row>(of.names(), wanted.mac, wanted.page, look_up);
+        return list_map<client_row>(of.names(), wanted.mac, wanted.page, make);
     }
-    if (ap != nullptr) {
-        return list_map<client_row>(ap->holds, wanted.mac, wanted.page, look_up);
-    }
-    return list_map<client_row>(of.stations(), wanted.mac, wanted.page, [&](const mac_address &mac, const auto &entry) {
-        return make(mac, entry->client ? &*entry->client : nullptr);
-    });
+    return list_map<client_row>(ap != nullptr ? ap->holds : of.station_order(), wanted.mac, wanted.page, make);
 }
 
 std::optional<client_row> find_client_row(const site_tables &of, const mac_address &client) {
@@ -223,12 +223,12 @@ page<vap_row> list_vaps(const site_tables &of, const vap_query &wanted) {
 
 page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted) {
     if (managed == nullptr) {
-        return list_map<ap_row>(links.by_mac(), wanted.mac, wanted.page, [&](const mac_address &ap, tunnel_id) {
-            return wanted_row(ap, links.find(ap), nullptr, wanted);
+        return list_map<ap_row>(links.by_mac(), wanted.mac, wanted.page, [&](const auto &entry) {
+            return wanted_row(entry.first, links.find(entry.first), nullptr, wanted);
         });
     }
-    return list_map<ap_row>(managed->aps(), wanted.mac, wanted.page, [&](const mac_address &ap, const auto &state) {
-        return wanted_row(ap, links.find(ap), state.get(), wanted);
+    return list_map<ap_row>(managed->aps(), wanted.mac, wanted.page, [&](const auto &entry) {
+        return wanted_row(entry.first, links.find(entry.first), entry.second.get(), wanted);
     });
 }
 

@@ -79,6 +79,7 @@ outbox site::tick() {
         }
         request_report_if_due(*ap);
     }
+    correct_listed();
     return finish();
 }
 

@@ -41,6 +41,12 @@ struct outgoing {
 };
 using outbox = std::vector<outgoing>;
 
+// A part of the list of clients.
+struct list_part {
+    outbox messages;
+    std::optional<mac_address> next;  // the last client looked at; none after the last part
+};
+
 // Why an operator's command cannot be carried out.
 struct refused : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -66,7 +72,8 @@ public:
 
     // The operator's commands. Each throws `refused` when it cannot be carried out.
     [[nodiscard]] outbox approve(const mac_address &guest);
-    [[nodiscard]] outbox send_list(const mac_address &ap);
+    // Sends the part of the list that follows the client `after`.
+    [[nodiscard]] list_part send_list(const mac_address &ap, const mac_address &after = {});
     [[nodiscard]] outbox remove(const mac_address &client);
     // An empty name removes the present one.
     void name_client(const mac_address &client, const std::string &name);
@@ -137,6 +144,7 @@ private:
     void catch_up(access_point &ap, const report &);
     void add_station(access_point &ap, station &found, const mac_address &bssid, std::uint32_t ip);
     void correct_holdings(access_point &ap);
+    void correct_listed();
 
     // site_roaming.cpp
     std::optional<roaming_path> path_of(const mac_address &station) const;
@@ -166,6 +174,8 @@ private:
     outbox outbox_;
     bool records_changes_ = false;
     std::vector<change> changes_;
+    // Access points with a new tunnel whose listed clients are still looked through, and the last one looked at.
+    std::map<mac_address, mac_address> correcting_;
 };
 
 }  // namespace controller

@@ -8,6 +8,9 @@ namespace controller {
 namespace {
 
 constexpr std::size_t client_name_max = 64;  // bytes
+// Of a part of a list: about a millisecond of work.
+constexpr std::size_t list_passed_max = 4000;
+constexpr std::size_t list_entries_max = 250;
 
 }  // namespace
 
@@ -30,26 +33,34 @@ outbox site::approve(const mac_address &guest) {
     return finish();
 }
 
-outbox site::send_list(const mac_address &mac) {
+list_part site::send_list(const mac_address &mac, const mac_address &after) {
     access_point *const ap = tables_.find_ap(mac);
     if (ap == nullptr || !ap->up) {
         throw refused(kx::format_mac(mac) + " has no tunnel");
     }
     std::vector<values> entries;
-    for (const auto &[station, state] : tables_.stations()) {
-        const auto &known = state->client;
+    std::optional<mac_address> next;
+    std::size_t passed = 0;
+    const mac_index &all = tables_.station_order();
+    for (auto at = all.upper_bound(after); at != all.end() && !next; ++at) {
+        const mac_address &station = *at;
+        if (++passed == list_passed_max || entries.size() == list_entries_max) {
+            next = station;
+        }
+        controller::station &each = tables_.get(station);
+        const auto &known = each.client;
         // An access point that finds its own station in a list disassociates it.
         if (!known || known->now.ap == mac || known->home.ap == mac || !known->home_vlan) {
             continue;
         }
         entries.push_back(list_entry_of(station));
-        if (!ap->holds.contains(station)) {
-            tables_.hold(*ap, *state, holding::listed);
+        if (!ap->has(station)) {
+            tables_.hold(*ap, each, holding::listed);
         }
         ap->checks.add_notice(station, notice::removal);
     }
     send_entries(*ap, record_type::client_bulk_info, std::move(entries));
-    return finish();
+    return {finish(), next};
 }
 
 outbox site::remove(const mac_address &client) {

@@ -9,6 +9,8 @@ namespace {
 constexpr std::size_t stations_max = 105;
 // A longer message may lack a VAP: it has no room for another list, even one without stations.
 constexpr std::size_t whole_report_max = message_size_max - 54;
+// Listed clients that are looked through at once: about a millisecond of work.
+constexpr std::size_t listed_of_a_tick = 4000;
 
 }  // namespace
 
@@ -19,7 +21,7 @@ void site::request_report_if_due(access_point &ap) {
 }
 
 std::size_t site::unsettled() const {
-    std::size_t number = 0;
+    std::size_t number = correcting_.size();
     for (const auto &[mac, ap] : tables_.aps()) {
         number += ap->up ? ap->checks.size() + (ap->caught_up ? 0 : 1) : 0;
     }
@@ -109,7 +111,7 @@ void site::catch_up(access_point &ap, const report &read) {
     for (const auto &[mac, where] : read.stations) {
         add_station(ap, tables_.get(mac), where.first, where.second);
     }
-    for (const auto &[mac, why] : ap.holds) {
+    for (const mac_address &mac : ap.holds) {
         const client *known = tables_.find_client(mac);
         if (known != nullptr && known->now.ap == ap.mac && look_up(ap, read, mac) == presence::absent) {
             ap.checks.add_absence(mac);
@@ -149,17 +151,43 @@ void site::add_station(access_point &ap, station &found, const mac_address &bssi
 
 // Sends the notices that the access point missed while it had no tunnel.
 void site::correct_holdings(access_point &ap) {
-    const auto held = ap.holds;
-    for (const auto &[mac, why] : held) {
+    for (const mac_address &mac : mac_index(ap.holds)) {
         station &each = tables_.get(mac);
         if (!each.client) {
             send_removal(ap, each);
-        } else if (each.client->now.ap == ap.mac || why == holding::listed) {
+        } else if (each.client->now.ap == ap.mac) {
             continue;
         } else if (each.client->home.ap == ap.mac) {
             send_moved_to_vlan(each);
         } else {
             send_moved_away(ap, each);
+        }
+    }
+    correcting_[ap.mac] = {};
+    correct_listed();
+}
+
+// Removes listed clients that have left the site meanwhile. A list may be as long as the site's, so only a part of it
+// is looked through; the next tick goes on.
+void site::correct_listed() {
+    std::size_t left = listed_of_a_tick;
+    while (left > 0 && !correcting_.empty()) {
+        auto &[mac, reached] = *correcting_.begin();
+        access_point &ap = tables_.ap(mac);
+        std::vector<mac_address> gone;
+        auto at = ap.up ? ap.listed.upper_bound(reached) : ap.listed.end();
+        for (; at != ap.listed.end() && left > 0; ++at, left--) {
+            reached = *at;
+            if (tables_.find_client(*at) == nullptr) {
+                gone.push_back(*at);
+            }
+        }
+        const bool done = at == ap.listed.end();
+        for (const mac_address &each : gone) {
+            send_removal(ap, tables_.get(each));
+        }
+        if (done) {
+            correcting_.erase(correcting_.begin());
         }
     }
 }

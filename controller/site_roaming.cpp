@@ -68,9 +68,9 @@ outbox site::home_asked(const mac_address &ap, const mac_address &station, const
     const client *const known = tables_.find_client(station);
     // An access point that finds its own station in a list disassociates it.
     const bool is_foreign = known != nullptr && known->home_vlan && known->home.ap != ap && known->now.ap != ap;
-    if (is_foreign && (home != nullptr || asking.holds.contains(station))) {
+    if (is_foreign && (home != nullptr || asking.has(station))) {
         send_entries(asking, record_type::client_bulk_info, {list_entry_of(station)});
-        if (!asking.holds.contains(station)) {
+        if (!asking.has(station)) {
             tables_.hold(asking, tables_.get(station), holding::listed);
         }
         asking.checks.add_notice(station, notice::answer);

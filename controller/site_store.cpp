@@ -37,9 +37,9 @@ void site::load(const contents &from) {
 std::vector<stored_client> site::all_clients() const {
     std::vector<stored_client> all;
     all.reserve(tables_.clients());
-    for (const auto &[mac, of] : tables_.stations()) {
-        if (of->client) {
-            all.push_back({mac, *of->client});
+    for (const mac_address &mac : tables_.station_order()) {
+        if (const client *const known = tables_.find_client(mac)) {
+            all.push_back({mac, *known});
         }
     }
     return all;

@@ -17,25 +17,23 @@ void insert(std::vector<access_point *> &into, access_point &one) {
 }  // namespace
 
 access_point &site_tables::ap(const mac_address &mac) {
-    std::unique_ptr<access_point> &found = aps_[mac];
-    if (!found) {
-        found = std::make_unique<access_point>();
+    access_point *&found = ap_index_[mac];
+    if (found == nullptr) {
+        found = aps_.emplace(mac, std::make_unique<access_point>()).first->second.get();
         found->mac = mac;
     }
     return *found;
 }
 
 access_point *site_tables::find_ap(const mac_address &mac) const {
-    const auto found = aps_.find(mac);
-    return found == aps_.end() ? nullptr : found->second.get();
+    const auto found = ap_index_.find(mac);
+    return found == ap_index_.end() ? nullptr : found->second;
 }
 
 std::vector<mac_address> site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
     const std::uint32_t vlan = config.vlan;
     if (vlan_of({at.mac, bssid}) != vlan) {
-        for (const auto &[station, why] : at.holds) {
-            changed_.insert(station);
-        }
+        changed_.insert(at.holds.begin(), at.holds.end());
     }
     at.vaps[bssid] = std::move(config);
     insert(vaps_[bssid], at);
@@ -71,6 +69,7 @@ station &site_tables::get(const mac_address &mac) {
     if (!found) {
         found = std::make_unique<station>();
         found->mac = mac;
+        order_.insert(mac);
     }
     return *found;
 }
@@ -125,22 +124,23 @@ void site_tables::leave_indices(const station &of) {
 }
 
 void site_tables::hold(access_point &at, station &held, holding why) {
-    const auto [kept, added] = at.holds.try_emplace(held.mac, why);
-    if (!added && kept->second == why) {
+    const bool is_station = why == holding::station;
+    if (!(is_station ? at.holds : at.listed).insert(held.mac)) {
         return;
     }
-    if (!added) {
-        std::erase(kept->second == holding::station ? held.holders : held.listed_by, &at);
-        kept->second = why;
+    if ((is_station ? at.listed : at.holds).erase(held.mac)) {
+        std::erase(is_station ? held.listed_by : held.holders, &at);
     }
-    insert(why == holding::station ? held.holders : held.listed_by, at);
-    if (why == holding::station) {
+    insert(is_station ? held.holders : held.listed_by, at);
+    if (is_station) {
         std::erase(held.checked_by, &at);
     }
 }
 
 void site_tables::release(access_point &at, station &held) {
-    if (at.holds.erase(held.mac) > 0) {
+    const bool held_it = at.holds.erase(held.mac);
+    const bool listed_it = at.listed.erase(held.mac);
+    if (held_it || listed_it) {
         std::erase(held.holders, &at);
         std::erase(held.listed_by, &at);
         emptied_.push_back(held.mac);
@@ -189,6 +189,7 @@ void site_tables::purge() {
     for (const mac_address &each : emptied_) {
         if (const auto found = stations_.find(each); found != stations_.end() && is_empty(*found->second)) {
             stations_.erase(found);
+            order_.erase(each);
         }
     }
     emptied_.clear();

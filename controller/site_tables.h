@@ -1,8 +1,9 @@
 // The tables of a site and the indices over them: its access points, VAPs, clients, PMKs, and which access points hold
 // which station. What they do is decided elsewhere (site.h).
 //
-// No function's work depends on the number of access points or stations by more than a search in a tree. References to
-// access points stay valid; those to stations until purge().
+// No function's work depends on the number of access points or stations by more than a search in a tree. Records come
+// for stations in no order, and each search in a tree of theirs would miss the cache many times: hash tables find them,
+// and ordered indices list them. References to access points stay valid; those to stations until purge().
 #ifndef CONTROLLER_SITE_TABLES_H
 #define CONTROLLER_SITE_TABLES_H
 
@@ -16,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "controller/mac_hash.h"
+#include "controller/mac_index.h"
 #include "controller/message.h"
 #include "controller/report_checks.h"
 #include "controller/store/values.h"
@@ -37,12 +40,16 @@ struct access_point {
     mac_address mac{};
     std::string name;  // in its certificate; empty when not known
     bool up = false;
-    bool caught_up = false;                // it has reported through its present tunnel
-    std::map<mac_address, vap> vaps;       // by BSSID
-    std::map<mac_address, holding> holds;  // stations that its table should hold
-    std::set<mac_address> without_vlan;    // clients whose home here has not been reported
-    std::size_t clients = 0;               // that it serves
+    bool caught_up = false;              // it has reported through its present tunnel
+    std::map<mac_address, vap> vaps;     // by BSSID
+    mac_index holds;                     // stations that its table should hold, for holding::station
+    mac_index listed;                    // those for holding::listed
+    std::set<mac_address> without_vlan;  // clients whose home here has not been reported
+    std::size_t clients = 0;             // that it serves
     report_checks checks;
+
+    // For any reason.
+    bool has(const mac_address &station) const { return holds.contains(station) || listed.contains(station); }
 };
 
 struct station {
@@ -56,7 +63,7 @@ struct station {
 class site_tables {
 public:
     using ap_table = std::map<mac_address, std::unique_ptr<access_point>>;
-    using station_table = std::map<mac_address, std::unique_ptr<station>>;
+    using station_table = mac_table<std::unique_ptr<station>>;
 
     // Adds it when it is new.
     access_point &ap(const mac_address &mac);
@@ -73,8 +80,9 @@ public:
     station &get(const mac_address &mac);
     station *find(const mac_address &mac) const;
     const client *find_client(const mac_address &mac) const;
-    // Those with and without a client.
+    // Those with and without a client, in no order, and their addresses in order.
     const station_table &stations() const { return stations_; }
+    const mac_index &station_order() const { return order_; }
 
     void set_client(station &of, const client &state);
     void set_guest(station &of, guest_state state);  // of a client
@@ -119,8 +127,10 @@ private:
     std::string check_counts() const;
 
     ap_table aps_;
+    mac_table<access_point *> ap_index_;
     std::map<mac_address, std::vector<access_point *>> vaps_;  // by BSSID; by MAC address
     station_table stations_;
+    mac_index order_;  // of the stations
     std::map<mac_address, bytes> pmks_;
     std::map<mac_address, std::string> names_;
     std::size_t clients_ = 0;

@@ -28,6 +28,7 @@ using controller::command_usage;
 
 constexpr int exit_refused = 1;
 constexpr int exit_unreachable = 2;
+constexpr auto pause = std::chrono::milliseconds(20);  // when an access point cannot take more at the moment
 constexpr const char *clear_terminal = "\x1b[H\x1b[2J\x1b[3J";
 
 struct options {
@@ -97,6 +98,9 @@ void ask(const subcommand &given, const options &chosen) {
         const auto answer =
             controller::ask_controller(chosen.control, page + (cursor.empty() ? "" : " --cursor=" + cursor));
         printer.print(answer.text);
+        if (!cursor.empty() && answer.next == cursor) {
+            std::this_thread::sleep_for(pause);
+        }
         cursor = answer.next;
     } while (!cursor.empty() && (!chosen.limit || printer.rows() < *chosen.limit));
     printer.end();
@@ -147,7 +151,7 @@ void add_subcommand(CLI::App &to, const command_usage &usage, std::list<subcomma
     for (const std::string &filter : controller::words_of(usage.filters)) {
         added->add_option("--" + filter, one.filters[filter], describe(filter));
     }
-    if (usage.is_listing) {
+    if (usage.is_listing()) {
         added->add_option("--limit", chosen.limit, "At most so many rows")
             ->type_name("N")
             ->check(CLI::Range(std::size_t{1}, std::numeric_limits<std::size_t>::max()).description(""));

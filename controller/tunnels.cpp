@@ -118,6 +118,11 @@ bool tunnels::send(tunnel_id to, std::uint32_t destination, std::span<const std:
     return sent;
 }
 
+std::size_t tunnels::queued(tunnel_id to) const {
+    const auto found = tunnels_.find(to);
+    return found == tunnels_.end() || !found->second.up ? 0 : found->second.connection->queued();
+}
+
 void tunnels::close(tunnel_id which, const std::string &reason) {
     const auto found = tunnels_.find(which);
     if (found == tunnels_.end()) {

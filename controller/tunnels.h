@@ -73,6 +73,8 @@ public:
     // False when the tunnel is not up or its queue is full.
     bool send(tunnel_id to, std::span<const std::uint8_t> message);
     bool send_roaming_frame(tunnel_id to, std::span<const std::uint8_t> frame);
+    // Bytes that wait to be sent; 0 when the tunnel is not up.
+    std::size_t queued(tunnel_id to) const;
     // Of the controller itself.
     std::optional<kx::wall_time> certificate_end() const { return kx::end_of_own(tls_.get()); }
     std::optional<kx::wall_time> authority_end() const { return kx::end_of_authority(tls_.get()); }

@@ -87,6 +87,7 @@ public:
     void admit() override;
     void probe() override { send_keep_alive(); }
     std::string recheck(SSL_CTX *tls) const override { return recheck_peer(ssl(), tls); }
+    std::size_t queued() const override { return queue_ ? queue_->bytes() : 0; }
     std::size_t unsent() const override { return unsent_; }
     std::string peer_name() const override { return peer_name_; }
     std::optional<mac_address> peer_mac() const override { return peer_mac_; }

@@ -85,6 +85,7 @@ public:
     // Why `tls` would not accept the certificate of this peer, a client; empty when it would. After on_handshake only.
     virtual std::string recheck(SSL_CTX *tls) const = 0;
 
+    virtual std::size_t queued() const = 0;  // bytes of frames not yet handed to the kernel
     // Messages that were queued and never sent; after on_down.
     virtual std::size_t unsent() const = 0;
     virtual std::string peer_name() const = 0;  // common name in the peer's certificate; empty before on_up

@@ -31,7 +31,7 @@ constexpr size large = {1'000, 100'000};
 int serve(const size &of) {
     bench::controller_subject subject(of.aps, of.stations);
     for (std::string line; std::getline(std::cin, line);) {
-        std::cout << json(subject.measure()).dump() << std::endl;
+        std::cout << json(line == "list" ? subject.measure_list() : subject.measure()).dump() << std::endl;
     }
     return 0;
 }
@@ -64,10 +64,10 @@ public:
     server(const server &) = delete;
     server &operator=(const server &) = delete;
 
-    bench::cpu_times measure() {
-        std::fputs("round\n", to_.get());
+    bench::cpu_times measure(const char *what = "round") {
+        std::fprintf(to_.get(), "%s\n", what);
         std::fflush(to_.get());
-        char line[4096];
+        char line[8192];
         if (std::fgets(line, sizeof(line), from_.get()) == nullptr) {
             throw std::runtime_error("a measured process has ended");
         }
@@ -147,6 +147,11 @@ int compare(const std::string &self, const options &wanted) {
                     each->us[what].push_back(us);
                 }
             }
+        }
+    }
+    for (const auto &each : columns) {
+        for (const auto &[what, us] : each->process.measure("list")) {
+            each->us[what].push_back(us);
         }
     }
     print(columns);

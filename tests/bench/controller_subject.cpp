@@ -209,7 +209,19 @@ void controller_subject::report_as_requested(cpu_times &to) {
     }
 }
 
-void controller_subject::read_listing(const std::string &name, cpu_times &to) {
+cpu_times controller_subject::measure_list() {
+    cpu_times us;
+    const mac_address ap = ap_mac(0);
+    read_pages("move-list " + kx::format_mac(ap), us, "move-list");
+    site_.ap_down(ap);
+    site_.ap_up(ap);
+    const message report = report_of(0);
+    us["report after a lost tunnel"] = us_of([&] { note_requests(site_.handle(report)); });
+    us["tick after a lost tunnel"] = us_of([&] { note_requests(site_.tick()); });
+    return us;
+}
+
+void controller_subject::read_pages(const std::string &name, cpu_times &to, const std::string &shown) {
     double all = 0;
     double longest = 0;
     double pages = 0;
@@ -224,8 +236,8 @@ void controller_subject::read_listing(const std::string &name, cpu_times &to) {
         longest = std::max(longest, us);
         pages++;
     } while (!cursor.empty());
-    to["listing " + name + ", mean page"] = all / pages;
-    to["listing " + name + ", longest page"] = longest;
+    to[(shown.empty() ? name : shown) + ", mean page"] = all / pages;
+    to[(shown.empty() ? name : shown) + ", longest page"] = longest;
 }
 
 cpu_times controller_subject::measure() {
@@ -243,9 +255,11 @@ cpu_times controller_subject::measure() {
         us["tick"] = us_of([&] { note_requests(site_.tick()); });
     }
     report_as_requested(us);
-    read_listing("clients", us);
-    read_listing("aps", us);
-    us["statistics"] = us_of([&] { commands_.run("stats", [](const std::string &) {}); });
+    for (const char *each :
+         {"aps", "vaps", "clients", "clients --ssid nowhere", "clients --state waiting", "clients --ap ap1", "acl"}) {
+        read_pages(each, us);
+    }
+    us["stats"] = us_of([&] { commands_.run("stats", [](const std::string &) {}); });
     return us;
 }
 

@@ -24,6 +24,9 @@ public:
 
     // Lets some stations leave, join and roam, and reads the listings from their first page to their last.
     cpu_times measure();
+    // An access point gets the list of all clients, loses its tunnel and comes back. What is measured afterwards has
+    // more to do.
+    cpu_times measure_list();
 
 private:
     struct place {
@@ -43,7 +46,7 @@ private:
     messages roam(const std::vector<unsigned> &who);
     void note_requests(const controller::outbox &sent);
     void report_as_requested(cpu_times &to);
-    void read_listing(const std::string &name, cpu_times &to);
+    void read_pages(const std::string &name, cpu_times &to, const std::string &shown = {});
 
     std::mt19937 random_{1};
     unsigned aps_;

@@ -98,7 +98,7 @@ public:
             case 5:
                 return check_sent(site_.approve(station(in)));
             case 6:
-                return check_sent(site_.send_list(ap));
+                return check_sent(site_.send_list(ap).messages);
             case 7:
                 return check_sent(site_.remove(station(in)));
             default:

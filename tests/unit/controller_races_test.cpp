@@ -368,7 +368,7 @@ TEST(LostTunnel, clients_that_left_the_site_meanwhile_are_removed) {
 TEST(LostTunnel, of_an_access_point_that_got_a_list_corrects_the_list) {
     site_rig rig;
     rig.associates(A, a10, s1);
-    EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
+    EXPECT_EQ(texts(rig.site.send_list(C).messages).size(), 1u);
     rig.site.ap_down(C);
     EXPECT_EQ(rig.comes_up(C), nothing);
     rig.site.ap_down(C);

@@ -64,7 +64,7 @@ outbox random_site::some_command() {
             case 0:
                 return site.remove(some_station());
             case 1:
-                return site.send_list(some_ap());
+                return site.send_list(some_ap()).messages;
             default:
                 return site.approve(some_station());
         }

@@ -300,7 +300,7 @@ TEST(List, has_the_clients_that_are_elsewhere) {
     rig.associates(B, b10, s2);
     rig.associates(C, c30, s3);
     rig.is_guest(C, c30, s3);
-    EXPECT_EQ(texts(rig.site.send_list(B)),
+    EXPECT_EQ(texts(rig.site.send_list(B).messages),
               lines{list("B ROAMING_MGR_CLIENT_BULK_INFO",
                          "client=s1 home_bssid=a10 home_vlan=10 ip=10.0.0.1 flags=0\n"
                          "     client=s3 home_bssid=c30 home_vlan=30 ip=0.0.0.0 flags=2")});
@@ -311,9 +311,9 @@ TEST(List, leaves_out_a_client_that_the_access_point_serves_for_its_home) {
     site_rig rig;
     rig.associates(A, a10, s1);
     rig.roams_in(B, b20, s1, a10);
-    EXPECT_EQ(texts(rig.site.send_list(A)), nothing);
-    EXPECT_EQ(texts(rig.site.send_list(B)), nothing);
-    EXPECT_EQ(texts(rig.site.send_list(C)).size(), 1u);
+    EXPECT_EQ(texts(rig.site.send_list(A).messages), nothing);
+    EXPECT_EQ(texts(rig.site.send_list(B).messages), nothing);
+    EXPECT_EQ(texts(rig.site.send_list(C).messages).size(), 1u);
 }
 
 TEST(List, makes_the_access_point_drop_the_client_when_it_leaves) {
@@ -324,16 +324,49 @@ TEST(List, makes_the_access_point_drop_the_client_when_it_leaves) {
     EXPECT_EQ(rig.leaves(B, b10, s1), lines{remove_s1("C")});
 }
 
-TEST(List, of_many_clients_takes_several_messages) {
+TEST(List, of_many_clients_is_sent_in_parts) {
     site_rig rig;
     for (unsigned i = 0; i < 300; i++) {
         rig.associates(A, a10, {6, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)});
     }
-    const outbox sent = rig.site.send_list(B);
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0].records.at(0).entries.size(), 263u);
-    EXPECT_EQ(sent[1].records.at(0).entries.size(), 37u);
-    EXPECT_LE(encode(B, sent[0].records).size(), message_size_max);
+    const list_part first = rig.site.send_list(B);
+    ASSERT_EQ(first.messages.size(), 1u);
+    EXPECT_EQ(first.messages[0].records.at(0).entries.size(), 251u);
+    EXPECT_LE(encode(B, first.messages[0].records).size(), message_size_max);
+    ASSERT_TRUE(first.next);
+    const list_part second = rig.site.send_list(B, *first.next);
+    EXPECT_EQ(second.messages.at(0).records.at(0).entries.size(), 49u);
+    EXPECT_FALSE(second.next);
+    EXPECT_EQ(rig.site.tables().find_ap(B)->listed.size(), 300u);
+}
+
+TEST(List, of_many_clients_is_corrected_step_by_step_after_a_restart) {
+    site_rig rig;
+    constexpr unsigned many = 9000;
+    const auto station = [](unsigned i) {
+        return mac_address{6, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)};
+    };
+    for (unsigned i = 0; i < many; i++) {
+        rig.associates(A, a10, station(i));
+    }
+    std::optional<mac_address> next = mac_address{};
+    while (next) {
+        next = rig.site.send_list(B, *next).next;
+    }
+    EXPECT_EQ(rig.site.tables().find_ap(B)->listed.size(), many);
+    rig.site.ap_down(B);
+    for (unsigned i = 0; i < many; i += 10) {
+        rig.leaves(A, a10, station(i));
+    }
+    std::size_t removals = rig.comes_up(B).size();
+    EXPECT_GT(rig.site.unsettled(), 0u);
+    EXPECT_LT(removals, many / 10);
+    for (int i = 0; i < 3; i++) {
+        removals += rig.tick().size();
+    }
+    EXPECT_EQ(removals, many / 10);
+    EXPECT_EQ(rig.site.unsettled(), 0u);
+    EXPECT_EQ(rig.site.tables().find_inconsistency(), "");
 }
 
 TEST(Removal, goes_to_every_access_point_that_holds_the_client) {

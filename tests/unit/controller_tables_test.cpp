@@ -37,9 +37,8 @@ void expect_agreement(const site_tables &tables) {
     for (const auto &[mac, ap] : tables.aps()) {
         EXPECT_EQ(ap->clients, found.clients[mac]);
         std::set<mac_address> held;
-        for (const auto &[station, why] : ap->holds) {
-            held.insert(station);
-        }
+        held.insert(ap->holds.begin(), ap->holds.end());
+        held.insert(ap->listed.begin(), ap->listed.end());
         EXPECT_EQ(held, found.held[mac]);
     }
     for (const guest_state each :
