@@ -10,6 +10,7 @@
 
 #include "controller/commands.h"
 #include "controller/control_server.h"
+#include "controller/store/memory_store.h"
 #include "tests/unit/certificates.h"
 #include "tests/unit/controller_site_rig.h"
 #include "tests/unit/event_rig.h"
@@ -69,6 +70,8 @@ TEST_F(Commands, that_are_wrong_say_why) {
         {"approve 02:00:00:00:00:01", "error approve: 02:00:00:00:00:01 is not on the site\n"},
         {"remove 02:00:00:00:00:01", "error remove: 02:00:00:00:00:01 is not on the site\n"},
         {"move-list 02:00:00:00:00:01", "error move-list: 02:00:00:00:00:01 has no tunnel\n"},
+        {"move-list 02:00:00:00:00:01 --cursor x", "error move-list: \"x\" is not a MAC address\n"},
+        {"move-list 02:00:00:00:00:01 --limit 1", "error move-list: unknown option \"--limit\"\n"},
         {"send 02:00:00:00:00:01", "error send: expected AP HEX\n"},
         {"send 02:00:00:00:00:01 0", "error send: expected a message of at most 16384 bytes in hexadecimal digits\n"},
         {"send 02:00:00:00:00:01 0g", "error send: expected a message of at most 16384 bytes in hexadecimal digits\n"},
@@ -133,6 +136,29 @@ TEST_F(Commands, list_the_site) {
     EXPECT_EQ(run("aps"),
               "ok\n02:00:00:00:0a:00  hall  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
     EXPECT_EQ(run("vaps"), "ok\n02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10\n");
+}
+
+TEST_F(Commands, are_audited_once_when_they_are_answered_in_parts) {
+    memory_store kept;
+    exchange_.use(kept);
+    site &known = *exchange_.managed_site();
+    known.ap_up(A);
+    known.ap_up(B);
+    record config(record_type::bulk_vap_config);
+    config.body.set("bssid", a10).set("vlan", 10u);
+    EXPECT_TRUE(known.handle({A, 100, {config}}).empty());
+    for (unsigned i = 0; i < 300; i++) {
+        record association(record_type::client_assoc);
+        association.body
+            .set("client", mac_address{6, 0, 0, 1, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)})
+            .set("bssid", a10);
+        EXPECT_TRUE(known.handle({A, 100, {association}}).empty());
+    }
+    EXPECT_EQ(run("move-list 02:00:00:00:0b:00"), "more 06:00:00:01:00:fa\n");
+    EXPECT_EQ(run("move-list 02:00:00:00:0b:00 --cursor=06:00:00:01:00:fa"), "ok\n");
+    const auto audited = kept.audit({});
+    ASSERT_EQ(audited.size(), 1u);
+    EXPECT_EQ(audited[0].entry, (audit_entry{"sitectl", "move-list", "02:00:00:00:0b:00", "ok"}));
 }
 
 class ControlSocket : public testing::Test {
