@@ -166,9 +166,13 @@ def test_events_come_and_are_resumed(lab, api, token_of):
     up = next(event for event in events if event.kind == "access-point-up")
     assert up.data["ap"] == access_point.mac
     stream.close()
-    access_point.end("apd")
+    wait_until_ready(access_point)
+    associate(access_point, STATION)
+    wait_for_association(lab, STATION)
     resumed = api.events(token, up.id)
-    assert next(iter(resumed)).kind == "access-point-down"
+    association = next(iter(resumed))
+    assert (association.kind, association.data["client"]) == ("associated", STATION)
+    assert association.data["bssid"] == bssid_of(access_point)
     resumed.close()
     lost = api.events(token, "another-1")
     assert next(iter(lost)).kind == "reset"
@@ -189,6 +193,9 @@ def test_guest_is_approved_and_revoked(lab, api, token_of):
     assert api.ask("PUT", approval, token).status == 409
     assert api.ask("DELETE", approval, token).status == 204
     wait_until(lambda: access_point.clients() == [], "the guest is gone", log=access_point.log)
+    kinds = [entry["event"] for entry in api.get(f"/api/v1/clients/{STATION}/history", token)["items"]]
+    assert kinds[0] == "left"
+    assert {"associated", "waiting", "approved"} <= set(kinds)
 
 
 def test_metrics_pass_the_linter(lab, api, token_of):

@@ -14,6 +14,7 @@ sys.path[:0] = [str(HERE), str(HERE.parents[1])]
 
 import daemon_seeds  # noqa: E402
 import hostapd_seeds  # noqa: E402
+import http_seeds  # noqa: E402
 import lab_seeds  # noqa: E402
 import radius_seeds  # noqa: E402
 
@@ -23,7 +24,7 @@ def main():
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("regressions", type=pathlib.Path)
     arguments = parser.parse_args()
-    makers = (daemon_seeds, hostapd_seeds, lab_seeds, radius_seeds)
+    makers = (daemon_seeds, hostapd_seeds, http_seeds, lab_seeds, radius_seeds)
     for target, seeds in (item for maker in makers for item in maker.all_seeds().items()):
         place = arguments.directory / target
         place.mkdir(parents=True)
