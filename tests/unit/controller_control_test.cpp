@@ -120,9 +120,9 @@ TEST_F(Commands, list_the_site) {
     EXPECT_TRUE(known.handle({A, 100, {config, association}}).empty());
     EXPECT_EQ(run("clients --json"),
               "ok\n{\"client\":\"06:00:00:00:00:01\",\"name\":\"till \\\"2\\\"\",\"ap\":\"02:00:00:00:0a:00\","
-              "\"ap_name\":\"hall\",\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":\"caf\xef\xbf\xbd\","
+              "\"ap_name\":\"hall\",\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":\"caf\\ufffd\","
               "\"home_ap\":\"02:00:00:00:0a:00\",\"home_ap_name\":\"hall\",\"home_bssid\":\"02:00:00:00:0a:0a\","
-              "\"home_ssid\":\"caf\xef\xbf\xbd\",\"home_vlan\":10,\"ip\":\"10.0.0.1\",\"guest\":\"none\","
+              "\"home_ssid\":\"caf\\ufffd\",\"home_vlan\":10,\"ip\":\"10.0.0.1\",\"guest\":\"none\","
               "\"pmk\":false}\n");
     EXPECT_EQ(run("clients"),
               "ok\n06:00:00:00:00:01  till \\x222\\x22  at 02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)"
@@ -132,7 +132,7 @@ TEST_F(Commands, list_the_site) {
         run("aps --json"),
         "ok\n{\"ap\":\"02:00:00:00:0a:00\",\"name\":\"hall\",\"state\":\"down\",\"address\":null,\"records\":null,"
         "\"certificate_expires\":null,\"stations\":1,\"vaps\":[{\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":"
-        "\"caf\xef\xbf\xbd\",\"vlan\":10}]}\n");
+        "\"caf\\ufffd\",\"vlan\":10}]}\n");
     EXPECT_EQ(run("aps"),
               "ok\n02:00:00:00:0a:00  hall  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");
     EXPECT_EQ(run("vaps"), "ok\n02:00:00:00:0a:0a \"caf\\xe9\" of 02:00:00:00:0a:00 (hall)  VLAN 10\n");
