@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -17,10 +16,6 @@ namespace {
 using namespace std::chrono_literals;
 using clock = std::chrono::steady_clock;
 
-// Of a PMK whose time the RADIUS server has not limited, or that came from another access point, where the limit is not
-// known: hostapd's own default (dot11RSNAConfigPMKLifetime).
-constexpr std::chrono::seconds pmk_lifetime = 12h;
-
 // The driver service begins when all VAPs are known, or after this time without the others: the daemon reports what the
 // driver lists, and the controller drops what is missing.
 constexpr auto start_limit = 2s;
@@ -33,10 +28,6 @@ radius::radius_settings settings_of(const kx::radio_config &config) {
     }
     return made;
 }
-
-// Stations without an association for whom a PMK may be fetched in an hour.
-constexpr std::size_t fetches_max = 256;
-constexpr unsigned fetches_period = 3600;  // ticks
 
 kx::daemon_link::settings link_settings(const kx::ap_config &config) {
     return {.vaps = config.vaps.size(), .wait_ready = true, .patience = 0s, .waiting_max = 16384};
@@ -61,9 +52,15 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
           {.hold = config.radio.hold, .allows_without_verdict = config.radio.allows_without_verdict},
           {.ask_verdict = [this](const auto &station, const auto &bssid) { ask_daemon(station, bssid); },
            .ask_home = [this](const auto &station, const auto &bssid) { ask_home(station, bssid); },
-           .get_pmk = [this](const auto &station, const auto &bssid) { return get_pmk(station, bssid); },
+           .get_pmk = [this](const auto &station, const auto &bssid) { return pmks_.get(station, bssid); },
            .answer = [this](std::uint32_t question, const auto &station, const auto &bssid, bool allowed,
                             bool by_verdict) { answer_station(question, station, bssid, allowed, by_verdict); }}),
+      pmks_({.vaps = vaps_,
+             .questions = admission_,
+             .details = details,
+             .send = [this](kx::notification message) { daemon_.send(std::move(message)); },
+             .daemon_is_ready = [this] { return daemon_.is_ready(); },
+             .on_answered = [this] { set_deadline(); }}),
       commands_(base),
       ticks_(base, -1, EV_PERSIST, [this] { tick(); }),
       deadline_(base, -1, 0, [this] { deadline_passed(); }),
@@ -76,11 +73,17 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
             const vap *at = find_vap(bssid);
             return at != nullptr ? at->interface_number(station) : std::nullopt;
         });
-        radius_->on_session_key = [this](const radius::session_key &session) { session_began(session); };
+        radius_->on_session_key = [this](const radius::session_key &session) { pmks_.session_began(session); };
     }
-    commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmk_fetched(answer); };
+    commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmks_.fetched(answer); };
     commands_.on_malformed = [](const std::string &fault) { kx::log_line("dropped a command to hostapd: " + fault); };
     announcements_.on_held = [this] { set_deadline(); };
+    announcements_.on_settled = [this](const announcer::place &from, const mac_address &station, bool announced) {
+        journal_.departed(from.ifname, station);
+        if (announced) {
+            pmks_.station_departed(station);
+        }
+    };
     if (config.tunnel.enabled) {
         homes_.emplace(base);
         homes_->on_answer = [this](const kx::home_answer_message &answer) { home_found(answer); };
@@ -100,8 +103,10 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
         made.on_verdict_wanted = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
         made.on_home_wanted = [this, &made](const mac_address &station) { ask_home(station, made.bssid()); };
         made.on_interface = [this](const mac_address &station, unsigned ifindex) { state_interface(station, ifindex); };
-        made.on_arrival = [this, &made](const mac_address &station) { station_arrived(made, station); };
-        made.on_moved = [this](const mac_address &station) { station_moved(station); };
+        made.on_arrival = [this, &made](const mac_address &station, akm suite) {
+            pmks_.station_arrived(made, station, suite);
+        };
+        made.on_moved = [this](const mac_address &station) { pmks_.station_moved(station); };
         made.on_radio_enabled = [this] { std::ranges::for_each(vaps_, &vap::radio_enabled); };
     }
     watch_kernel();
@@ -301,121 +306,14 @@ void access_point::set_deadline() {
     deadline_.start(std::chrono::duration_cast<std::chrono::microseconds>(left));
 }
 
-// --- PMKs
-
-// The daemon stores the key, and the controller gives it to the access points that fetch it. The daemon takes a client
-// whose key it gets first for a new one, so the association comes first. What a RADIUS server limits to less than
-// pmk_lifetime stays here: the limit cannot be passed on.
-void access_point::session_began(const radius::session_key &session) {
-    const auto lifetime = std::min(session.lifetime.value_or(pmk_lifetime), pmk_lifetime);
-    details_.write(kx::format_mac(session.station) + ": EAP made a PMK");
-    keys_.remember(session.station, session.pmk, session.bssid, lifetime, clock::now());
-    lose_pmks(session.station);
-    vap *at = find_vap(session.bssid);
-    if (at == nullptr) {
-        return;
-    }
-    at->made_pmk(session.station);
-    if (lifetime < pmk_lifetime) {
-        return;
-    }
-    if (at->has_station(session.station)) {  // EAP again, without an association
-        daemon_.send(kx::pmk_add_notification(session.station, session.bssid, session.pmk));
-    } else {
-        new_pmks_.insert_or_assign(session.station, session.bssid);
-    }
-}
-
-void access_point::station_arrived(const vap &at, const mac_address &station) {
-    fetches_.erase(station);
-    const auto made = new_pmks_.find(station);
-    if (made == new_pmks_.end() || made->second != at.bssid()) {
-        return;
-    }
-    new_pmks_.erase(made);
-    if (const auto known = keys_.find(station, clock::now())) {
-        daemon_.send(kx::pmk_add_notification(station, at.bssid(), known->key));
-    }
-}
-
-// It may get another PMK where it is now.
-void access_point::station_moved(const mac_address &station) {
-    keys_.forget(station);
-    lose_pmks(station);
-}
-
-bool access_point::get_pmk(const mac_address &station, const mac_address &bssid) {
-    vap &at = *find_vap(bssid);
-    if (at.interface_number(station).value_or(0) != 0) {  // only 802.1X tells hostapd the interface
-        at.discard_pmk(station);
-        return false;
-    }
-    const auto known = keys_.find(station, clock::now());
-    if (known && at.has_pmk(station)) {
-        return false;
-    }
-    if (known) {
-        install_pmk(at, station, known->key, known->left);
-        return true;
-    }
-    // A fetch makes the client known to the daemon, whose table has 2048 clients. Addresses may be forged.
-    if (!daemon_.is_ready() || fetches_.size() >= fetches_max) {
-        return false;
-    }
-    fetches_.insert(station);
-    details_.write(kx::format_mac(station) + ": fetching its PMK");
-    daemon_.send(kx::pmk_fetch_notification(station, bssid, mac_address{}));
-    return true;
-}
-
-// A key that comes late may be older than one that EAP has made meanwhile.
-void access_point::pmk_fetched(const kx::pmk_answer &answer) {
-    vap *at = find_vap(answer.bssid);
-    if (at == nullptr || answer.pmk == pmk{} || !admission_.waits_for_pmk(answer.client, answer.bssid)) {
-        return;
-    }
-    const auto left = keys_.remember_fetched(answer.client, answer.pmk, answer.bssid, pmk_lifetime, clock::now());
-    lose_pmks(answer.client);
-    if (left == 0s) {
-        details_.write(kx::format_mac(answer.client) + ": the time of its PMK is over");
-        admission_.pmk_settled(answer.client, answer.bssid);
-        set_deadline();
-        return;
-    }
-    details_.write(kx::format_mac(answer.client) + ": its PMK was fetched");
-    install_pmk(*at, answer.client, answer.pmk, left);
-}
-
-// What any VAP's hostapd had before is of no use to the station.
-void access_point::lose_pmks(const mac_address &station) {
-    for (vap &each : vaps_) {
-        each.lost_pmk(station);
-    }
-}
-
-void access_point::install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime) {
-    at.install_pmk(station, key, lifetime, [this, station, bssid = at.bssid()] {
-        admission_.pmk_settled(station, bssid);
-        set_deadline();
-    });
-}
-
 // --- the passing of time
 
 void access_point::tick() {
     for (vap &each : vaps_) {
         each.tick();
     }
-    if (seconds_++ % fetches_period == 0) {
-        fetches_.clear();
-    }
-    std::erase_if(new_pmks_, [this](const auto &each) { return !keys_.find(each.first, clock::now()); });
+    pmks_.expire();
     publish_status();
-    const auto now = clock::now();
-    keys_.expire(now);
-    for (vap &each : vaps_) {
-        each.keep_pmks([&](const mac_address &station) { return keys_.find(station, now).has_value(); });
-    }
     try {
         commands_.restore();
         if (homes_) {

@@ -4,9 +4,7 @@
 
 #include <cstdint>
 #include <list>
-#include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 
@@ -20,7 +18,7 @@
 #include "radiod/announcer.h"
 #include "radiod/home_link.h"
 #include "radiod/kernel/nl80211.h"
-#include "radiod/keys/pmk_cache.h"
+#include "radiod/pmk_sharing.h"
 #include "radiod/radius/service.h"
 #include "radiod/station_journal.h"
 #include "radiod/vap.h"
@@ -49,14 +47,6 @@ private:
     void send_statement(const kx::client_tunnel_statement &statement);
     void answer_station(std::uint32_t question, const mac_address &station, const mac_address &bssid, bool allowed,
                         bool by_verdict);
-    void station_arrived(const vap &at, const mac_address &station);
-    void station_moved(const mac_address &station);
-
-    bool get_pmk(const mac_address &station, const mac_address &bssid);
-    void session_began(const radius::session_key &session);
-    void pmk_fetched(const kx::pmk_answer &answer);
-    void lose_pmks(const mac_address &station);
-    void install_pmk(vap &at, const mac_address &station, const pmk &key, std::chrono::seconds lifetime);
 
     void tick();
     void deadline_passed();
@@ -70,17 +60,14 @@ private:
     kx::daemon_link daemon_;
     station_journal journal_;
     announcer announcements_;
-    pmk_cache keys_;
-    std::map<mac_address, mac_address> new_pmks_;  // stations whose EAP made a PMK, until they arrive; BSSID
-    std::set<mac_address> fetches_;                // stations without an association yet
     admission admission_;
+    pmk_sharing pmks_;
     std::optional<home_link> homes_;         // none when no client keeps a home on another VLAN
     std::optional<radius::service> radius_;  // none without a secret: then hostapd does not ask
     kx::hostapd_endpoint commands_;
     std::list<vap> vaps_;
     std::optional<kx::driver_server> driver_;
     std::ptrdiff_t served_ = -1;
-    unsigned seconds_ = 0;
     kx::watch ticks_, deadline_, start_limit_, keep_alive_;
 };
 

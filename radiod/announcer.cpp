@@ -6,7 +6,12 @@ namespace radiod {
 
 void announcer::arrived(const place &at, const mac_address &address, const std::optional<mac_address> &previous,
                         time_point now) {
-    std::erase_if(held_, [&](const departure &each) { return each.station == address; });
+    std::erase_if(held_, [&](const departure &each) {
+        if (each.station == address && each.from.bssid != at.bssid) {
+            settle(each.from, address, false);
+        }
+        return each.station == address;
+    });
     std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
     station &its = stations_[{at.bssid, address}];
     its = {.at = at, .previous = previous};
@@ -37,10 +42,11 @@ std::optional<announcer::station> announcer::remove(const place &from, const mac
 void announcer::departed(const place &from, const mac_address &address, time_point now) {
     const std::optional<station> its = remove(from, address);
     if (!its) {
+        settle(from, address, false);
         return;
     }
     const departure gone{
-        .bssid = from.bssid, .station = address, .roamed_in = its->previous.has_value(), .due = now + roam_time};
+        .from = from, .station = address, .roamed_in = its->previous.has_value(), .due = now + roam_time};
     if (holds_departures_) {
         held_.push_back(gone);
         on_held();
@@ -50,7 +56,7 @@ void announcer::departed(const place &from, const mac_address &address, time_poi
 }
 
 void announcer::departed_unseen(const place &from, const mac_address &address, bool roamed_in) {
-    send_departure({.bssid = from.bssid, .station = address, .roamed_in = roamed_in, .due = {}});
+    send_departure({.from = from, .station = address, .roamed_in = roamed_in, .due = {}});
 }
 
 void announcer::send_departure(const departure &gone) {
@@ -58,10 +64,20 @@ void announcer::send_departure(const departure &gone) {
         sent_.pop_front();
     }
     sent_.push_back(gone);
-    send_(kx::departure_notification(gone.station, gone.bssid, gone.roamed_in));
+    send_(kx::departure_notification(gone.station, gone.from.bssid, gone.roamed_in));
+    settle(gone.from, gone.station, true);
 }
 
-void announcer::sent_away(const place &from, const mac_address &address) { remove(from, address); }
+void announcer::settle(const place &from, const mac_address &address, bool announced) const {
+    if (on_settled) {
+        on_settled(from, address, announced);
+    }
+}
+
+void announcer::sent_away(const place &from, const mac_address &address) {
+    remove(from, address);
+    settle(from, address, false);
+}
 
 bool announcer::is_present(const mac_address &address) const {
     return std::ranges::any_of(stations_, [&](const auto &each) { return each.first.second == address; });
@@ -98,8 +114,8 @@ bool announcer::make_room_for_address(bool is_here, time_point now) {
 
 void announcer::all_again() {
     for (const departure &each : std::exchange(sent_, {})) {
-        if (!stations_.contains({each.bssid, each.station})) {
-            send_(kx::departure_notification(each.station, each.bssid, each.roamed_in));
+        if (!stations_.contains({each.from.bssid, each.station})) {
+            send_(kx::departure_notification(each.station, each.from.bssid, each.roamed_in));
         }
     }
     for (auto &[who, its] : stations_) {

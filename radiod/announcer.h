@@ -45,6 +45,9 @@ public:
         : send_(std::move(send)), holds_departures_(holds_departures) {}
 
     std::function<void()> on_held;  // next_deadline() has changed
+    // Nothing is left to be said of a departure: it was `announced`, or needs no announcement, because the station has
+    // arrived elsewhere or its arrival was not announced. May be empty.
+    std::function<void(const place &from, const mac_address &station, bool announced)> on_settled;
 
     // `previous`: the BSSID of another VAP that the station came from.
     void arrived(const place &at, const mac_address &address, const std::optional<mac_address> &previous,
@@ -80,7 +83,8 @@ private:
         std::uint32_t ip = 0;  // that was sent; 0: none
     };
     struct departure {
-        mac_address bssid, station;
+        place from;
+        mac_address station{};
         bool roamed_in = false;
         time_point due{};
     };
@@ -92,6 +96,7 @@ private:
 
     void send_arrival(const mac_address &address, station &its);
     void send_departure(const departure &gone);
+    void settle(const place &from, const mac_address &address, bool announced) const;
     bool is_present(const mac_address &address) const;
     std::optional<station> remove(const place &from, const mac_address &address);
     // Calls `visit` for each unconfirmed station of the VAP until it returns false.

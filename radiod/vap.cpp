@@ -1,16 +1,14 @@
 #include "radiod/vap.h"
 
-#include <openssl/rand.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <set>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include "common/hex.h"
 #include "common/program_log.h"
 #include "radiod/hostapd/reply.h"
 #include "radiod/interface.h"
@@ -25,10 +23,6 @@ constexpr unsigned compare_period = 5;  // ticks
 constexpr auto heard_within = 1s;       // less than polls_max polls take, one each second
 constexpr unsigned polls_each_tick = 64;
 constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
-constexpr std::size_t suites_max = 2048;
-
-// The bits of hostapd's key management suites (src/common/defs.h).
-unsigned hostapd_suite(akm suite) { return suite == akm::ieee8021x_sha256 ? 1u << 7 : 1u << 0; }
 
 }  // namespace
 
@@ -38,6 +32,7 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
       has_acl_(config.mac_acl_index != 0 || config.radius_acl_type != 0),
       fetches_pmk_(config.fetch_pmk),
       hostapd_(with.base, hostapd_directory, config.ifname),
+      pmks_(hostapd_, config.ifname),
       acl_([this](std::string command) { hostapd_.send(std::move(command)); },
            [this](const mac_address &station) { return placement_.number_for(station); }),
       placement_(with.base, config.ifname) {
@@ -53,7 +48,7 @@ admission::vap_rules vap::rules() const {
     return {.bssid = place_.bssid,
             .has_acl = has_acl_,
             .asks_home = with_.carries_roamed && placement_.has_interfaces(),
-            .fetches_pmk = fetches_pmk_ && (offers_sha1_ || offers_sha256_)};
+            .fetches_pmk = fetches_pmk_ && pmks_.takes_pmks()};
 }
 
 // --- hostapd
@@ -67,7 +62,7 @@ void vap::hostapd_up() {
 }
 
 void vap::radio_enabled() {
-    keyed_.clear();
+    pmks_.lost_all();
     find_interface();
     if (with_.carries_roamed) {
         placement_.find_interfaces();
@@ -110,8 +105,7 @@ void vap::read_configuration() {
             return;
         }
         const std::string_view suites = value_of(*reply, "key_mgmt");
-        offers_sha1_ = has_word(suites, "WPA-EAP");
-        offers_sha256_ = has_word(suites, "WPA-EAP-SHA256");
+        pmks_.use_suites(suites);
         if (has_acl_ && suites.find("FT-") != std::string_view::npos) {
             hostapd_.send("ATTACH probe_rx_events=1");
         }
@@ -237,25 +231,18 @@ void vap::admit(const arrival &event, std::optional<mac_address> previous) {
     }
     with_.journal.arrived(place_.ifname, event.station, previous);
     with_.announcements.arrived(place_, event.station, previous, clock::now());
-    if (event.suite == akm::ieee8021x || event.suite == akm::ieee8021x_sha256) {
-        if (suites_.size() >= suites_max) {
-            suites_.clear();
-        }
-        suites_.insert_or_assign(event.station, event.suite);
-    }
     if (has_acl_) {
         const bool by_ft = event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae;
         acl_.associated(event.station, by_ft && !placement_.is_apart(event.station));
     }
-    on_arrival(event.station);
+    on_arrival(event.station, event.suite);
 }
 
 void vap::station_departed(const departure &event) {
     const auto now = clock::now();
-    with_.journal.departed(place_.ifname, event.station);
     acl_.departed(event.station, now);
     if (placement_.is_apart(event.station)) {
-        discard_pmk(event.station);
+        pmks_.discard(event.station);
     }
     placement_.departed(event.station, now);
     if (sent_away_.erase(event.station) > 0) {
@@ -275,7 +262,6 @@ void vap::take_over_journal() {
         }
     }
     for (const auto &[station, previous] : gone) {
-        with_.journal.departed(place_.ifname, station);
         with_.announcements.departed_unseen(place_, station, previous.has_value());
     }
 }
@@ -454,59 +440,12 @@ void vap::station_moved(const mac_address &station) {
     }
 }
 
-// --- the MAC ACL and PMKs
+// --- the MAC ACL
 
 void vap::acl_answered(const mac_address &station, bool allowed, bool by_verdict) {
     if (has_acl_) {
         acl_.answered(station, allowed, by_verdict, clock::now());
     }
-}
-
-// A station that may choose chooses the stronger suite.
-akm vap::suite_for(const mac_address &station) const {
-    const auto last = suites_.find(station);
-    if (last != suites_.end()) {
-        return last->second;
-    }
-    return offers_sha256_ ? akm::ieee8021x_sha256 : akm::ieee8021x;
-}
-
-// A PMKSA of hostapd has the interface that the station had when it was made, and puts it there again. A new one
-// replaces it; nobody has the key of this one, so 802.1X runs at the next association.
-void vap::discard_pmk(const mac_address &station) {
-    if (!offers_sha1_ && !offers_sha256_) {
-        return;
-    }
-    pmk nobodys{};
-    pmkid name{};
-    if (RAND_bytes(nobodys.data(), static_cast<int>(nobodys.size())) != 1 ||
-        RAND_bytes(name.data(), static_cast<int>(name.size())) != 1) {
-        return;
-    }
-    keyed_.erase(station);
-    hostapd_.send("PMKSA_ADD " + kx::format_mac(station) + ' ' + kx::format_hex(name) + ' ' + kx::format_hex(nobodys) +
-                  " 1 " + std::to_string(hostapd_suite(suite_for(station))));
-}
-
-void vap::install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
-                      std::function<void()> done) {
-    const akm suite = suite_for(station);
-    const auto name = make_pmkid(suite, key, place_.bssid, station);
-    if (!name) {
-        done();
-        return;
-    }
-    std::string command = "PMKSA_ADD " + kx::format_mac(station) + ' ' + kx::format_hex(*name) + ' ' +
-                          kx::format_hex(key) + ' ' + std::to_string(lifetime.count()) + ' ' +
-                          std::to_string(hostapd_suite(suite));
-    hostapd_.send(std::move(command), [this, station, done = std::move(done)](std::optional<std::string_view> reply) {
-        if (reply == "OK") {
-            keyed_.insert(station);
-        } else {
-            kx::log_line(place_.ifname + ": hostapd did not take a station's PMK");
-        }
-        done();
-    });
 }
 
 }  // namespace radiod

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,10 +18,10 @@
 #include "radiod/announcer.h"
 #include "radiod/expected_stations.h"
 #include "radiod/hostapd/control.h"
+#include "radiod/hostapd_pmks.h"
 #include "radiod/kernel/address_snoop.h"
 #include "radiod/kernel/bridge_entry.h"
 #include "radiod/kernel/nl80211.h"
-#include "radiod/keys/pmk_cache.h"
 #include "radiod/placement.h"
 #include "radiod/station_journal.h"
 #include "radiod/stations/station_tracker.h"
@@ -60,10 +59,14 @@ public:
     // The VAP has a MAC ACL, and hostapd does not ask about the station: it has let it in without a question, which is
     // reported before the arrival is announced, or the station may soon come by FT.
     std::function<void(const mac_address &station)> on_verdict_wanted;
-    std::function<void(const mac_address &station)> on_arrival;  // after it was announced
-    std::function<void(const mac_address &station)> on_moved;    // the daemon has sent it away
-    std::function<void()> on_radio_enabled;                      // reported for a radio's first VAP alone
+    // After it was announced. `suite` is `other` when the station's request was not seen.
+    std::function<void(const mac_address &station, akm suite)> on_arrival;
+    std::function<void(const mac_address &station)> on_moved;  // the daemon has sent it away
+    std::function<void()> on_radio_enabled;                    // reported for a radio's first VAP alone
     bool has_station(const mac_address &station) const { return stations_ && stations_->is_present(station); }
+    // Of its last request; `other` when that was not seen.
+    akm suite_of(const mac_address &station) const { return stations_ ? stations_->suite_of(station) : akm::other; }
+    hostapd_pmks &pmks() { return pmks_; }
     bool is_served() const { return hostapd_.is_up(); }
     // hostapd has forgotten its PMKs, and perhaps its settings.
     void radio_enabled();
@@ -95,23 +98,6 @@ public:
     void station_moved(const mac_address &station);
     void report_interfaces() const { placement_.report_all(); }
 
-    // --- PMKs
-
-    // hostapd has the station's PMK: EAP made it there, or it was installed.
-    bool has_pmk(const mac_address &station) const { return keyed_.contains(station); }
-    void made_pmk(const mac_address &station) { keyed_.insert(station); }
-    // It has none, or an old one.
-    void lost_pmk(const mac_address &station) { keyed_.erase(station); }
-    template <class Predicate>
-    void keep_pmks(Predicate is_kept) {
-        std::erase_if(keyed_, [&](const mac_address &station) { return !is_kept(station); });
-    }
-    // 802.1X runs at the station's next association.
-    void discard_pmk(const mac_address &station);
-    // `done` is called when hostapd has taken or refused the PMK.
-    void install_pmk(const mac_address &station, const pmk &key, std::chrono::seconds lifetime,
-                     std::function<void()> done);
-
     // --- reports of the kernel, and the passing of time
 
     void kernel_has(const mac_address &station);
@@ -135,7 +121,6 @@ private:
     void poll_unconfirmed();
     void send_roamed_away();
     void hear_silent(const std::vector<kernel_station> &listed);
-    akm suite_for(const mac_address &station) const;
     void synchronise();
     void station_arrived(const arrival &event);
     void find_place(const arrival &event, const std::optional<mac_address> &previous);
@@ -148,15 +133,13 @@ private:
     announcer::place place_;
     unsigned ifindex_ = 0;
     bool has_acl_, fetches_pmk_;
-    bool offers_sha1_ = false, offers_sha256_ = false;  // 802.1X
-    std::map<mac_address, akm> suites_;                 // of the stations' last associations by 802.1X
     control hostapd_;
+    hostapd_pmks pmks_;
     acl_lists acl_;
     expected_stations expected_;
     std::optional<station_tracker> stations_;  // of this BSSID
     std::optional<address_snoop> addresses_;   // on this interface
     placement placement_;
-    std::set<mac_address> keyed_;
     std::map<mac_address, time_point> sent_away_, roamed_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
     bool kernel_failed_ = false, interface_missing_ = false, snoop_failed_ = false;

@@ -199,6 +199,18 @@ bool station_tracker::is_present(const mac_address &station) const {
     return found != stations_.end() && found->second.arrived;
 }
 
+akm station_tracker::suite_of(const mac_address &station) const {
+    const auto found = stations_.find(station);
+    if (found == stations_.end()) {
+        return akm::other;
+    }
+    const entry &known = found->second;
+    if (known.waiting) {
+        return known.waiting->from.suite;
+    }
+    return known.arrived ? known.arrived->suite : akm::other;
+}
+
 std::vector<mac_address> station_tracker::present() const {
     std::vector<mac_address> result;
     for (const auto &[station, known] : stations_) {

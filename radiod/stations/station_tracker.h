@@ -65,6 +65,8 @@ public:
     bool has_open_return() const;
 
     bool is_present(const mac_address &station) const;
+    // Of its last request; `other` when that was not seen.
+    akm suite_of(const mac_address &station) const;
     std::vector<mac_address> present() const;
     // Stations in memory, present or not.
     std::size_t size() const { return stations_.size(); }

@@ -241,6 +241,67 @@ TEST_F(announcements, a_held_departure_is_sent_in_time) {
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_DISASSOCIATION});
 }
 
+// The process may end while a departure is held.
+class journalled : public private_root {
+protected:
+    using stations = station_journal::stations;
+
+    journalled() {
+        those.on_held = [] {};
+        those.on_settled = [this](const announcer::place &from, const mac_address &station, bool announced) {
+            journal.departed(from.ifname, station);
+            announced_ = announced;
+        };
+    }
+    void comes(const announcer::place &at) {
+        journal.arrived(at.ifname, ann, std::nullopt);
+        those.arrived(at, ann, std::nullopt, now);
+    }
+    stations after_a_restart() const { return station_journal(root() + "/stations").present(); }
+
+    const announcer::time_point now{1000s};
+    station_journal journal{root() + "/stations"};
+    announcer those{[](const kx::notification &) {}, true};
+    bool announced_ = false;
+};
+
+TEST_F(journalled, a_held_departure_outlives_the_process) {
+    comes(office);
+    those.departed(office, ann, now);
+    EXPECT_EQ(after_a_restart(), (stations{{{"wlan0", ann}, std::nullopt}}));
+}
+
+TEST_F(journalled, an_announced_departure_is_over) {
+    comes(office);
+    those.departed(office, ann, now);
+    those.expire(now + announcer::roam_time);
+    EXPECT_TRUE(announced_);
+    EXPECT_EQ(after_a_restart(), stations{});
+}
+
+TEST_F(journalled, a_departure_is_over_when_the_station_is_at_another_vap) {
+    comes(office);
+    those.departed(office, ann, now);
+    comes(lobby);
+    EXPECT_FALSE(announced_);
+    EXPECT_EQ(after_a_restart(), (stations{{{"wlan1", ann}, std::nullopt}}));
+}
+
+TEST_F(journalled, a_station_that_is_back_at_once_has_not_departed) {
+    comes(office);
+    those.departed(office, ann, now);
+    comes(office);
+    those.expire(now + announcer::roam_time);
+    EXPECT_FALSE(announced_);
+    EXPECT_EQ(after_a_restart(), (stations{{{"wlan0", ann}, std::nullopt}}));
+}
+
+TEST_F(journalled, a_station_that_the_daemon_sent_away_is_gone) {
+    comes(office);
+    those.sent_away(office, ann);
+    EXPECT_EQ(after_a_restart(), stations{});
+}
+
 class journal : public private_root {
 protected:
     std::string path = root() + "/stations";

@@ -1,6 +1,5 @@
 // One VAP between a hostapd that the test plays and a kernel that has no wireless.
 #include <gtest/gtest.h>
-#include <linux/genetlink.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
@@ -11,65 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "radiod/vap.h"
-#include "tests/unit/hostapd_rig.h"
+#include "tests/unit/radiod_vap_rig.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using namespace radiod;
 
-const mac_address ann{{2, 0xaa, 0, 0, 0, 1}};
-constexpr char ann_scans[] = "<3>RX-PROBE-REQUEST sa=02:aa:00:00:00:01 signal=-40";
-
-class radiod_vap : public private_root, protected event_rig {
-protected:
-    vap &start(const std::string &ifname = "lo") {
-        kx::vap_config config;
-        config.ifname = ifname;
-        config.mac_acl_index = 1;
-        vap_.emplace(config, root(),
-                     vap::shared{base.get(), kernel_, announcements_, journal_, false,
-                                 [this](unsigned, const mac_address &) { return port_; }});
-        vap_->on_verdict_wanted = [this](const mac_address &station) { wanted_.push_back(station); };
-        vap_->on_arrival = [](const mac_address &) {};
-        return *vap_;
-    }
-    // Returns when hostapd has been asked for everything.
-    void start_hostapd(const std::string &suites) {
-        hostapd_.emplace(base.get(), root() + "/lo");
-        hostapd_->answers["GET_CONFIG"] = "ssid=office\nkey_mgmt=" + suites + "\n";
-        ASSERT_TRUE(run_until([this] { return vap_->is_served() && was_sent("GET_CONFIG"); }));
-        settle();
-    }
-    bool was_sent(const std::string &command) const {
-        return std::ranges::find(hostapd_->commands, command) != hostapd_->commands.end();
-    }
-
-    void start_with_ann() {
-        start();
-        start_hostapd("WPA-PSK");
-        hostapd_->report("<3>AP-STA-CONNECTED 02:aa:00:00:00:01");
-        ASSERT_TRUE(run_until([this] { return vap_->has_station(ann); }));
-    }
-    void tick(unsigned times) {
-        for (unsigned i = 0; i < times; i++) {
-            vap_->tick();
-            settle();
-        }
-    }
-    static constexpr char ann_is_polled[] = "POLL_STA 02:aa:00:00:00:01";
-    static constexpr char ann_is_sent_away[] = "DISASSOCIATE 02:aa:00:00:00:01 reason=4";
-
-    // A family of every kernel, which does not have the command that lists stations.
-    nl80211 kernel_{generic_family{.id = GENL_ID_CTRL, .groups = {}}};
-    announcer announcements_{[](const kx::notification &) {}, false};
-    station_journal journal_{root() + "/stations"};
-    std::optional<simulated_hostapd> hostapd_;
-    std::optional<vap> vap_;
-    std::vector<mac_address> wanted_;
-    std::optional<unsigned> port_;  // of the bridge, behind which every station was heard last
-};
+constexpr char ann_scans[] = "<3>RX-PROBE-REQUEST sa=02:aa:00:00:00:01 signal=-40",
+               ann_is_polled[] = "POLL_STA 02:aa:00:00:00:01",
+               ann_is_sent_away[] = "DISASSOCIATE 02:aa:00:00:00:01 reason=4";
 
 TEST_F(radiod_vap, answers_with_an_error_when_the_kernel_lists_no_stations) {
     vap &office = start();
@@ -109,7 +58,9 @@ TEST_F(radiod_vap, asks_about_nobody_beforehand_without_ft) {
 }
 
 TEST_F(radiod_vap, keeps_a_station_that_sleeps_after_a_restart) {
-    start_with_ann();
+    start();
+    start_hostapd("WPA-PSK");
+    ann_connects();
     announcements_.all_again();
     tick(60);
     EXPECT_TRUE(was_sent(ann_is_polled));
@@ -117,13 +68,15 @@ TEST_F(radiod_vap, keeps_a_station_that_sleeps_after_a_restart) {
     port_ = if_nametoindex("lo");
     tick(10);
     EXPECT_FALSE(was_sent(ann_is_sent_away)) << "it was heard here last";
-    EXPECT_EQ(announcements_.silent({.ifname = "lo", .bssid = vap_->bssid()}), std::vector{ann});
+    EXPECT_EQ(announcements_.silent({.ifname = "lo", .bssid = vaps_.front().bssid()}), std::vector{ann});
     hostapd_->report("<3>AP-STA-POLL-OK 02:aa:00:00:00:01");
-    EXPECT_TRUE(run_until([this] { return announcements_.silent({"lo", vap_->bssid()}).empty(); }));
+    EXPECT_TRUE(run_until([this] { return announcements_.silent({"lo", vaps_.front().bssid()}).empty(); }));
 }
 
 TEST_F(radiod_vap, sends_a_silent_station_away_that_was_heard_elsewhere) {
-    start_with_ann();
+    start();
+    start_hostapd("WPA-PSK");
+    ann_connects();
     port_ = if_nametoindex("lo") + 1;
     tick(10);
     EXPECT_FALSE(was_sent(ann_is_sent_away)) << "nothing was restarted";
@@ -131,7 +84,7 @@ TEST_F(radiod_vap, sends_a_silent_station_away_that_was_heard_elsewhere) {
     tick(announcer::polls_max - 1);
     EXPECT_FALSE(was_sent(ann_is_sent_away)) << "it may answer yet";
     tick(3);
-    EXPECT_EQ(std::ranges::count(hostapd_->commands, ann_is_sent_away), 1);
+    EXPECT_EQ(times_sent(ann_is_sent_away), 1);
 }
 
 TEST(radiod_bridge, an_interface_without_a_bridge_has_no_port) {
