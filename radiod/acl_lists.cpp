@@ -7,7 +7,7 @@ namespace radiod {
 // Forged addresses must not displace a station that is in a list.
 acl_lists::entry *acl_lists::find_room(const mac_address &station) {
     if (entries_.size() >= stations_max && !entries_.contains(station)) {
-        const auto spare = std::ranges::find(entries_, list::none, [](const auto &each) { return each.second.in; });
+        const auto spare = std::ranges::find(entries_, acl_list::none, [](const auto &each) { return each.second.in; });
         if (spare == entries_.end()) {
             return nullptr;
         }
@@ -16,29 +16,15 @@ acl_lists::entry *acl_lists::find_room(const mac_address &station) {
     return &entries_[station];
 }
 
-void acl_lists::command(const mac_address &station, list which, std::string_view verb) {
-    const std::string_view name = which == list::accept ? "ACCEPT_ACL " : "DENY_ACL ";
-    std::string text = std::string(name).append(verb).append(kx::format_mac(station));
-    const std::uint16_t number = number_of_ ? number_of_(station) : 0;
-    if (number != 0 && text.starts_with("ACCEPT_ACL ADD_MAC ")) {
-        text += " VLAN_ID=" + std::to_string(number);
-    }
-    send_(std::move(text));
-}
-
-void acl_lists::put(const mac_address &station, entry &its, list in) {
-    if (its.in != list::none && its.in != in) {
-        command(station, its.in, "DEL_MAC ");
-    }
-    if (in != list::none) {
-        command(station, in, "ADD_MAC ");
-    }
+void acl_lists::put(const mac_address &station, entry &its, acl_list in) {
     its.in = in;
+    const bool has_number = in == acl_list::accept && number_of_;
+    entries_of_hostapd_.set(station, {.in = in, .number = has_number ? number_of_(station) : std::uint16_t{0}});
 }
 
 void acl_lists::answered(const mac_address &station, bool allowed, bool by_verdict, time_point now) {
     if (entry *its = find_room(station)) {
-        put(station, *its, list::none);
+        put(station, *its, acl_list::none);
         its->allowed = allowed;
         its->by_verdict = by_verdict;
         its->answered = now;
@@ -57,12 +43,12 @@ void acl_lists::changed(const mac_address &station, bool allowed, time_point now
         return;
     }
     if (its->until > now && its->allowed == allowed) {
-        if (its->in != list::none) {
+        if (its->in != acl_list::none) {
             its->until = std::max(its->until, now + cache_time);
         }
         return;
     }
-    put(station, *its, allowed ? list::accept : list::deny);
+    put(station, *its, allowed ? acl_list::accept : acl_list::deny);
     its->allowed = allowed;
     its->by_verdict = true;
     its->until = now + cache_time;
@@ -70,8 +56,7 @@ void acl_lists::changed(const mac_address &station, bool allowed, time_point now
 
 void acl_lists::interface_changed(const mac_address &station, time_point now) {
     if (entry *its = find_room(station)) {
-        put(station, *its, list::none);
-        put(station, *its, list::accept);
+        put(station, *its, acl_list::accept);
         its->allowed = true;
         its->until = now + cache_time;
     }
@@ -83,12 +68,13 @@ void acl_lists::associated(const mac_address &station, bool by_ft) {
         return;
     }
     entry &its = found->second;
+    const bool was_listed = its.in != acl_list::none;
     if (by_ft && its.allowed && its.by_verdict) {
         its.until = time_point::max();  // until it departs
-        its.in = list::accept;
+        put(station, its, acl_list::accept);
     }
-    if (its.in != list::none) {
-        put(station, its, its.in);
+    if (was_listed) {
+        entries_of_hostapd_.enter_again(station);
     }
 }
 
@@ -99,21 +85,11 @@ void acl_lists::departed(const mac_address &station, time_point now) {
     }
 }
 
-void acl_lists::enter_all() {
-    send_("ACCEPT_ACL CLEAR");
-    send_("DENY_ACL CLEAR");
-    for (auto &[station, its] : entries_) {
-        if (its.in != list::none) {
-            put(station, its, its.in);
-        }
-    }
-}
-
 void acl_lists::expire(time_point now) {
     for (auto each = entries_.begin(); each != entries_.end();) {
         const auto its = each++;
         if (its->second.until <= now) {
-            put(its->first, its->second, list::none);
+            put(its->first, its->second, acl_list::none);
             entries_.erase(its);
         }
     }

@@ -3,14 +3,14 @@
 #define RADIOD_ACL_LISTS_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "common/mac_address.h"
+#include "radiod/acl_entries.h"
 
 namespace radiod {
 
@@ -30,11 +30,10 @@ public:
     static constexpr std::chrono::seconds association_time{10};  // from the question to the association
     static constexpr std::size_t stations_max = 2048;
 
-    // `send` takes a command of hostapd's control interface. `number_of` gives the number of a station's interface in
-    // hostapd's vlan_file, 0 for the VAP's own; without it all are on the VAP's own.
-    explicit acl_lists(std::function<void(std::string)> send,
-                       std::function<std::uint16_t(const mac_address &)> number_of = {})
-        : send_(std::move(send)), number_of_(std::move(number_of)) {}
+    // `number_of` gives the number of a station's interface in hostapd's vlan_file, 0 for the VAP's own; without it all
+    // are on the VAP's own.
+    explicit acl_lists(acl_entries::sender send, std::function<std::uint16_t(const mac_address &)> number_of = {})
+        : entries_of_hostapd_(std::move(send)), number_of_(std::move(number_of)) {}
 
     // hostapd has got that answer to a question; `by_verdict`: not because no verdict came.
     void answered(const mac_address &station, bool allowed, bool by_verdict, time_point now);
@@ -52,24 +51,24 @@ public:
     bool was_asked(const mac_address &station, time_point now) const;
 
     // hostapd answers again: whatever its lists have is replaced.
-    void enter_all();
+    void enter_all() { entries_of_hostapd_.enter_all(); }
     void expire(time_point now);
+    // Repeats what hostapd has not taken. To be called now and then while it answers.
+    void retry() { entries_of_hostapd_.retry(); }
 
 private:
-    enum class list { none, accept, deny };
     struct entry {
         bool allowed = false;  // the last answer
         bool by_verdict = false;
         time_point answered{};
-        list in = list::none;
+        acl_list in = acl_list::none;
         time_point until{};
     };
 
     entry *find_room(const mac_address &station);
-    void put(const mac_address &station, entry &its, list in);
-    void command(const mac_address &station, list which, std::string_view verb);
+    void put(const mac_address &station, entry &its, acl_list in);
 
-    std::function<void(std::string)> send_;
+    acl_entries entries_of_hostapd_;
     std::function<std::uint16_t(const mac_address &)> number_of_;
     std::map<mac_address, entry> entries_;
 };

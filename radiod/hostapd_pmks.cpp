@@ -2,7 +2,9 @@
 
 #include <openssl/rand.h>
 
-#include <cstdio>
+#include <charconv>
+#include <cstdint>
+#include <system_error>
 #include <utility>
 
 #include "common/hex.h"
@@ -23,12 +25,14 @@ std::string add_command(const mac_address &station, const pmkid &name, const pmk
 
 // "00-0f-ac-5"
 akm akm_of_text(std::string_view text) {
-    unsigned a = 0, b = 0, c = 0, type = 0;
-    int length = 0;
-    const std::string line(text);
-    const bool whole = std::sscanf(line.c_str(), "%2x-%2x-%2x-%3u%n", &a, &b, &c, &type, &length) == 4 &&
-                       static_cast<std::size_t>(length) == line.size();
-    return whole ? akm_of_selector(a << 24 | b << 16 | c << 8 | (type & 0xff)) : akm::other;
+    constexpr std::string_view ieee80211 = "00-0f-ac-";
+    if (!text.starts_with(ieee80211)) {
+        return akm::other;
+    }
+    text.remove_prefix(ieee80211.size());
+    std::uint8_t type = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), type);
+    return error == std::errc() && end == text.data() + text.size() ? akm_of_selector(0x000fac00U | type) : akm::other;
 }
 
 }  // namespace

@@ -33,9 +33,10 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
       fetches_pmk_(config.fetch_pmk),
       hostapd_(with.base, hostapd_directory, config.ifname),
       pmks_(hostapd_, config.ifname),
-      acl_([this](std::string command) { hostapd_.send(std::move(command)); },
+      acl_([this](std::string command, auto done) { send_reliably(std::move(command), std::move(done)); },
            [this](const mac_address &station) { return placement_.number_for(station); }),
-      placement_(with.base, config.ifname) {
+      placement_(with.base, config.ifname),
+      removals_([this](std::string command, auto done) { send_reliably(std::move(command), std::move(done)); }) {
     placement_.on_interface = [this](const mac_address &station, unsigned ifindex) { on_interface(station, ifindex); };
     placement_.on_address = [this](const seen_address &seen) { address_seen(seen); };
     hostapd_.on_up = [this] { hostapd_up(); };
@@ -53,8 +54,14 @@ admission::vap_rules vap::rules() const {
 
 // --- hostapd
 
+void vap::send_reliably(std::string command, std::function<void(bool)> done) {
+    hostapd_.send(std::move(command),
+                  [done = std::move(done)](std::optional<std::string_view> reply) { done(reply.has_value()); });
+}
+
 void vap::hostapd_up() {
     kx::log_line(place_.ifname + ": hostapd answers");
+    repeat_removals();
     if (has_acl_) {
         acl_.enter_all();
     }
@@ -166,14 +173,9 @@ void vap::synchronise() {
     if (!listed) {
         return;
     }
-    std::vector<mac_address> authorized;
-    for (const kernel_station &each : *listed) {
-        if (each.authorized) {
-            authorized.push_back(each.mac);
-        }
-    }
     resync_due_ = false;
-    stations_->resync(authorized, clock::now());
+    const auto now = clock::now();
+    stations_->resync(removals_.staying(*listed, now), now);
     if (!std::exchange(synchronised_, true)) {
         take_over_journal();
     }
@@ -192,7 +194,7 @@ void vap::station_arrived(const arrival &event) {
             previous = before->second;
         }
     }
-    sent_away_.erase(event.station);
+    removals_.arrived(event.station);
     find_place(event, previous);
 }
 
@@ -245,7 +247,7 @@ void vap::station_departed(const departure &event) {
         pmks_.discard(event.station);
     }
     placement_.departed(event.station, now);
-    if (sent_away_.erase(event.station) > 0) {
+    if (removals_.departed(event.station)) {
         with_.announcements.sent_away(place_, event.station);
         on_moved(event.station);
     } else {
@@ -317,6 +319,12 @@ void vap::kernel_lost(const mac_address &station) {
     }
 }
 
+void vap::repeat_removals() {
+    if (removals_.has_open()) {
+        removals_.repeat(ask_kernel(), clock::now());
+    }
+}
+
 // A station answers when it is still here; one that sleeps, when it wakes.
 void vap::poll_unconfirmed() {
     for (const mac_address &station : with_.announcements.ask_unconfirmed(place_, polls_each_tick)) {
@@ -359,7 +367,7 @@ void vap::hear_silent(const std::vector<kernel_station> &listed) {
 void vap::tick() {
     const auto now = clock::now();
     ++ticks_;
-    std::erase_if(sent_away_, [now](const auto &each) { return each.second + sent_away_time <= now; });
+    removals_.expire();
     acl_.expire(now);
     if (!addresses_ || addresses_->is_lost()) {
         find_interface();
@@ -371,6 +379,8 @@ void vap::tick() {
     if (!hostapd_.is_up()) {
         return;
     }
+    acl_.retry();
+    repeat_removals();
     poll_unconfirmed();
     send_roamed_away();
     if (resync_due_) {
@@ -393,8 +403,7 @@ kx::driver_answer vap::send_away(const mac_address &station, std::uint16_t reaso
     if (!stations_ || !stations_->is_present(station)) {
         return {.error = ENOENT};
     }
-    sent_away_.insert_or_assign(station, clock::now());
-    hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " reason=" + std::to_string(reason));
+    removals_.order(station, "reason=" + std::to_string(reason), clock::now());
     return {};
 }
 
@@ -435,8 +444,7 @@ std::optional<std::uint16_t> vap::interface_number(const mac_address &station) c
 
 void vap::station_moved(const mac_address &station) {
     if (has_station(station)) {
-        sent_away_.insert_or_assign(station, clock::now());
-        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " tx=0");
+        removals_.order(station, "tx=0", clock::now());
     }
 }
 

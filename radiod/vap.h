@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,7 @@
 #include "radiod/kernel/bridge_entry.h"
 #include "radiod/kernel/nl80211.h"
 #include "radiod/placement.h"
+#include "radiod/removals.h"
 #include "radiod/station_journal.h"
 #include "radiod/stations/station_tracker.h"
 
@@ -110,6 +110,8 @@ public:
 private:
     using clock = std::chrono::steady_clock;
 
+    // `done` is called with whether hostapd has replied.
+    void send_reliably(std::string command, std::function<void(bool)> done);
     void hostapd_up();
     void hostapd_down();
     void hostapd_reported(const hostapd_event &event);
@@ -118,6 +120,7 @@ private:
     void address_seen(const seen_address &seen);
     void read_configuration();
     void use_address(const mac_address &bssid);
+    void repeat_removals();
     void poll_unconfirmed();
     void send_roamed_away();
     void hear_silent(const std::vector<kernel_station> &listed);
@@ -140,7 +143,8 @@ private:
     std::optional<station_tracker> stations_;  // of this BSSID
     std::optional<address_snoop> addresses_;   // on this interface
     placement placement_;
-    std::map<mac_address, time_point> sent_away_, roamed_away_;
+    removals removals_;
+    std::map<mac_address, time_point> roamed_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
     bool kernel_failed_ = false, interface_missing_ = false, snoop_failed_ = false;
     unsigned ticks_ = 0;

@@ -33,6 +33,7 @@ protected:
                                 [this](unsigned, const radiod::mac_address &) { return port_; }});
         made.on_verdict_wanted = [this](const auto &station) { wanted_.push_back(station); };
         made.on_arrival = [](const auto &, radiod::akm) {};
+        made.on_moved = [](const auto &) {};
         return made;
     }
     // Returns when hostapd has been asked for everything.

@@ -57,6 +57,36 @@ TEST_F(radiod_vap, asks_about_nobody_beforehand_without_ft) {
     EXPECT_FALSE(was_sent("ATTACH probe_rx_events=1"));
 }
 
+TEST_F(radiod_vap, sends_a_station_away_when_hostapd_answers_again) {
+    vap &office = start();
+    start_hostapd("WPA-PSK");
+    ann_connects();
+    announced_.clear();
+    hostapd_.reset();
+    EXPECT_EQ(office.send_away(ann, 5).error, 0);
+    start_hostapd("WPA-PSK");
+    ASSERT_TRUE(run_until([this] { return was_sent("DISASSOCIATE 02:aa:00:00:00:01 reason=5"); }));
+    ann_leaves();
+    EXPECT_TRUE(announced_.empty()) << "the daemon has sent her away itself";
+}
+
+TEST_F(radiod_vap, enters_long_lists_into_a_hostapd_that_comes_back) {
+    vap &office = start();
+    start_hostapd("WPA-PSK");
+    constexpr std::size_t stations = 2 * control::queue_max;
+    for (std::size_t i = 0; i < stations; ++i) {
+        office.acl_changed({{4, 0, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)}}, false);
+    }
+    const auto entered = [this] {
+        return std::ranges::count_if(hostapd_->commands,
+                                     [](const std::string &each) { return each.starts_with("DENY_ACL ADD_MAC"); });
+    };
+    EXPECT_TRUE(run_until([&] { return entered() == stations; }));
+    hostapd_.reset();
+    start_hostapd("WPA-PSK");
+    EXPECT_TRUE(run_until([&] { return entered() == stations; }));
+}
+
 TEST_F(radiod_vap, keeps_a_station_that_sleeps_after_a_restart) {
     start();
     start_hostapd("WPA-PSK");
