@@ -93,11 +93,18 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     }
     daemon_.on_loaded = [this] {
         state_interfaces();
+        admission_.ask_again();
         announcements_.all_again();
     };
+    const auto has_time = [this] { return daemon_.is_ready() && daemon_.is_idle(); };
     for (const kx::vap_config &each : config.vaps) {
         vap &made = vaps_.emplace_back(each, config.radio.hostapd_directory,
-                                       vap::shared{base, kernel_, announcements_, journal_, config.tunnel.enabled});
+                                       vap::shared{.base = base,
+                                                   .kernel = kernel_,
+                                                   .announcements = announcements_,
+                                                   .journal = journal_,
+                                                   .daemon_has_time = has_time,
+                                                   .carries_roamed = config.tunnel.enabled});
         made.on_synchronised = [this] { vap_synchronised(); };
         // The daemon lets in every client that it has, so it is asked before the arrival.
         made.on_verdict_wanted = [this, &made](const mac_address &station) { ask_daemon(station, made.bssid()); };
@@ -128,7 +135,7 @@ void access_point::watch_kernel() {
     };
     kernel_.watch(base_, {.on_new_station =
                               [=](unsigned ifindex, const mac_address &station) {
-                                  of_interface(ifindex, [&](vap &at) { at.kernel_has(station); });
+                                  of_interface(ifindex, [&](vap &at) { at.kernel_has(ifindex, station); });
                               },
                           .on_del_station =
                               [=](unsigned ifindex, const mac_address &station) {
@@ -222,9 +229,10 @@ void access_point::station_asks(const radius::mac_question &question) {
     set_deadline();
 }
 
-// Also when the daemon is not ready: a verdict that comes late goes into hostapd's lists.
+// A daemon that is not ready is asked when it is: about the stations whose question is open then, and about those that
+// are here. A verdict that comes late goes into hostapd's lists.
 void access_point::ask_daemon(const mac_address &station, const mac_address &bssid) {
-    if (find_vap(bssid) != nullptr) {
+    if (daemon_.is_ready() && find_vap(bssid) != nullptr) {
         daemon_.send(kx::acl_question(station, bssid));
     }
 }

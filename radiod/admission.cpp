@@ -16,6 +16,14 @@ void admission::asked(std::uint32_t question, const mac_address &station, const 
     }
 }
 
+void admission::ask_again() const {
+    for (const auto &[who, question] : open_) {
+        if (question.waits_for == stage::verdict) {
+            act_.ask_verdict(who.first, who.second);
+        }
+    }
+}
+
 bool admission::verdict(const mac_address &station, const mac_address &bssid, bool allowed) {
     const auto question = open_.find({station, bssid});
     if (question == open_.end() || (question->second.waits_for != stage::verdict && allowed)) {

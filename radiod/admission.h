@@ -49,6 +49,8 @@ public:
 
     // hostapd asks. A station has one open question on a VAP; an older one is dropped unanswered.
     void asked(std::uint32_t question, const mac_address &station, const vap_rules &vap, time_point now);
+    // The daemon can be asked again: repeats the questions that wait for its verdict.
+    void ask_again() const;
     // The daemon's verdict. False when no question waits for it: it came late, or it has changed.
     bool verdict(const mac_address &station, const mac_address &bssid, bool allowed);
     // It is known where the station has its home. False when no question waits for it.

@@ -23,14 +23,6 @@ void placement::find_interfaces() {
     pool_.use(numbers);
 }
 
-std::vector<unsigned> placement::indices() const {
-    std::vector<unsigned> all;
-    for (const auto &[number, ifindex] : indices_) {
-        all.push_back(ifindex);
-    }
-    return all;
-}
-
 bool placement::has_index(unsigned ifindex) const {
     return std::ranges::any_of(indices_, [ifindex](const auto &each) { return each.second == ifindex; });
 }

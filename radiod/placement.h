@@ -10,7 +10,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "common/events.h"
 #include "radiod/interface_pool.h"
@@ -34,8 +33,7 @@ public:
     // hostapd makes its interfaces when it starts.
     void find_interfaces();
     bool has_interfaces() const { return !pool_.empty(); }
-    // Of the interfaces for single stations.
-    std::vector<unsigned> indices() const;
+    // Of an interface for single stations.
     bool has_index(unsigned ifindex) const;
 
     // --- before the association

@@ -3,24 +3,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <set>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "common/program_log.h"
 #include "radiod/hostapd/reply.h"
-#include "radiod/interface.h"
 
 namespace radiod {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto sent_away_time = 5s;     // hostapd reports a station that it was told to send away within that time
-constexpr unsigned compare_period = 5;  // ticks
-constexpr auto heard_within = 1s;       // less than polls_max polls take, one each second
+constexpr auto sent_away_time = 5s;  // hostapd reports a station that it was told to send away within that time
+constexpr unsigned compare_period = 5, settings_period = 10;  // ticks
+constexpr auto heard_within = 1s;                             // less than polls_max polls take, one each second
 constexpr unsigned polls_each_tick = 64;
 constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 
@@ -29,6 +26,8 @@ constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, shared with)
     : with_(with),
       place_{.ifname = config.ifname, .bssid = {}},
+      interface_(with.base, config.ifname),
+      kernel_(with.kernel, config.ifname),
       has_acl_(config.mac_acl_index != 0 || config.radius_acl_type != 0),
       fetches_pmk_(config.fetch_pmk),
       hostapd_(with.base, hostapd_directory, config.ifname),
@@ -39,6 +38,7 @@ vap::vap(const kx::vap_config &config, const std::string &hostapd_directory, sha
       removals_([this](std::string command, auto done) { send_reliably(std::move(command), std::move(done)); }) {
     placement_.on_interface = [this](const mac_address &station, unsigned ifindex) { on_interface(station, ifindex); };
     placement_.on_address = [this](const seen_address &seen) { address_seen(seen); };
+    interface_.on_address = [this](const seen_address &seen) { address_seen(seen); };
     hostapd_.on_up = [this] { hostapd_up(); };
     hostapd_.on_down = [this] { hostapd_down(); };
     hostapd_.on_event = [this](const hostapd_event &event) { hostapd_reported(event); };
@@ -74,10 +74,8 @@ void vap::radio_enabled() {
     if (with_.carries_roamed) {
         placement_.find_interfaces();
     }
-    // Lost when hostapd reads its configuration again, unless that says so too.
-    hostapd_.send("SET notify_mgmt_frames 1");
     resync_due_ = true;
-    read_configuration();
+    read_settings([this] { synchronise(); });
 }
 
 void vap::hostapd_down() {
@@ -93,12 +91,16 @@ void vap::hostapd_reported(const hostapd_event &event) {
     }
     if (const auto *heard = std::get_if<station_heard>(&event)) {
         // Where stations are asked for their home, the question has to be put.
-        if (!rules().asks_home && expected_.heard(heard->station, clock::now())) {
+        if (!rules().asks_home && with_.daemon_has_time() && expected_.heard(heard->station, clock::now())) {
             on_verdict_wanted(heard->station);
         }
         return;
     }
     if (const auto *polled = std::get_if<station_polled>(&event)) {
+        // It may have come while the daemon could not be asked.
+        if (has_acl_ && !acl_.was_asked(polled->station, clock::now())) {
+            on_verdict_wanted(polled->station);
+        }
         with_.announcements.confirmed(place_, polled->station);
     }
     if (stations_) {
@@ -106,8 +108,10 @@ void vap::hostapd_reported(const hostapd_event &event) {
     }
 }
 
-void vap::read_configuration() {
-    hostapd_.send("GET_CONFIG", [this](std::optional<std::string_view> reply) {
+// hostapd may have read its configuration again, and does not always report it.
+void vap::read_settings(std::function<void()> done) {
+    hostapd_.send("SET notify_mgmt_frames 1");
+    hostapd_.send("GET_CONFIG", [this, done = std::move(done)](std::optional<std::string_view> reply) {
         if (!reply) {
             return;
         }
@@ -116,27 +120,22 @@ void vap::read_configuration() {
         if (has_acl_ && suites.find("FT-") != std::string_view::npos) {
             hostapd_.send("ATTACH probe_rx_events=1");
         }
-        synchronise();
+        if (done) {
+            done();
+        }
     });
 }
 
 // A new interface has a new index and perhaps another address.
 void vap::find_interface() {
-    const std::optional<interface> found = radiod::find_interface(place_.ifname);
+    const std::optional<interface> found = interface_.find();
     if (!found) {
-        if (!std::exchange(interface_missing_, true)) {
-            kx::report(place_.ifname + ": there is no such interface");
-        }
         return;
     }
-    interface_missing_ = false;
     if (!stations_ || found->address != place_.bssid) {
         use_address(found->address);
     }
-    if (!addresses_ || addresses_->is_lost() || found->index != ifindex_) {
-        ifindex_ = found->index;
-        watch_addresses();
-    }
+    kernel_.use(found->index, found->address);
 }
 
 void vap::use_address(const mac_address &bssid) {
@@ -150,26 +149,12 @@ void vap::use_address(const mac_address &bssid) {
     stations_->on_departure = [this](const departure &event) { station_departed(event); };
 }
 
-void vap::watch_addresses() {
-    try {
-        addresses_.emplace(with_.base, place_.ifname);
-        addresses_->on_address = [this](const seen_address &seen) { address_seen(seen); };
-        snoop_failed_ = false;
-    } catch (const std::system_error &error) {
-        addresses_.reset();
-        if (std::exchange(snoop_failed_, true)) {
-            return;
-        }
-        kx::report(place_.ifname + ": stations' addresses cannot be seen: " + error.what());
-    }
-}
-
 void vap::address_seen(const seen_address &seen) {
     with_.announcements.has_address(place_, seen.used.station, seen.used.ip, seen.source, clock::now());
 }
 
 void vap::synchronise() {
-    const auto listed = stations_ ? ask_kernel() : std::nullopt;
+    const auto listed = stations_ ? kernel_.list() : std::nullopt;
     if (!listed) {
         return;
     }
@@ -212,7 +197,7 @@ void vap::find_place(const arrival &event, const std::optional<mac_address> &pre
                       const std::string_view digits = value_of(reply.value_or(""), "vlan_id");
                       std::uint16_t number = 0;
                       std::from_chars(digits.data(), digits.data() + digits.size(), number);
-                      placement_.arrived(event.station, number, ifindex_);
+                      placement_.arrived(event.station, number, kernel_.ifindex());
                       if (placement_.has_interfaces() && !placement_.was_answered(event.station, clock::now())) {
                           on_home_wanted(event.station);
                       }
@@ -270,25 +255,8 @@ void vap::take_over_journal() {
 
 // --- the kernel
 
-std::optional<std::vector<kernel_station>> vap::ask_kernel() {
-    kernel_stations listed = with_.kernel.stations(ifindex_);
-    for (const unsigned each : placement_.indices()) {
-        const kernel_stations more = with_.kernel.stations(each);
-        listed.error = listed.error != 0 ? listed.error : more.error;
-        listed.stations.insert(listed.stations.end(), more.stations.begin(), more.stations.end());
-    }
-    if (listed.error == 0) {
-        kernel_failed_ = false;
-        return std::move(listed.stations);
-    }
-    if (!std::exchange(kernel_failed_, true)) {
-        kx::report(place_.ifname + ": the kernel does not list the stations: " + std::strerror(listed.error));
-    }
-    return std::nullopt;
-}
-
 void vap::compare_with_kernel() {
-    const auto listed = synchronised_ ? ask_kernel() : std::nullopt;
+    const auto listed = synchronised_ ? kernel_.list() : std::nullopt;
     if (!listed) {
         return;
     }
@@ -306,10 +274,10 @@ void vap::compare_with_kernel() {
     }
 }
 
-void vap::kernel_has(const mac_address &station) {
-    const kernel_stations listed = with_.kernel.station(ifindex_, station);
-    if (stations_ && listed.error == 0 && !listed.stations.empty()) {
-        stations_->kernel_station(station, listed.stations.front().authorized, clock::now());
+void vap::kernel_has(unsigned ifindex, const mac_address &station) {
+    const auto found = kernel_.find(ifindex, station);
+    if (stations_ && found) {
+        stations_->kernel_station(station, found->authorized, clock::now());
     }
 }
 
@@ -321,7 +289,7 @@ void vap::kernel_lost(const mac_address &station) {
 
 void vap::repeat_removals() {
     if (removals_.has_open()) {
-        removals_.repeat(ask_kernel(), clock::now());
+        removals_.repeat(kernel_.list(), clock::now());
     }
 }
 
@@ -338,7 +306,7 @@ void vap::poll_unconfirmed() {
 void vap::send_roamed_away() {
     const auto now = clock::now();
     for (const mac_address &station : with_.announcements.silent(place_)) {
-        const auto port = with_.bridge_port(ifindex_, station);
+        const auto port = with_.bridge_port(kernel_.ifindex(), station);
         if (!port || has_interface(*port)) {
             if (ticks_ % compare_period == 0) {
                 hostapd_.send("POLL_STA " + kx::format_mac(station));
@@ -369,7 +337,7 @@ void vap::tick() {
     ++ticks_;
     removals_.expire();
     acl_.expire(now);
-    if (!addresses_ || addresses_->is_lost()) {
+    if (interface_.is_lost()) {
         find_interface();
     }
     if (!stations_) {
@@ -381,6 +349,9 @@ void vap::tick() {
     }
     acl_.retry();
     repeat_removals();
+    if (ticks_ % settings_period == 0) {
+        read_settings({});
+    }
     poll_unconfirmed();
     send_roamed_away();
     if (resync_due_) {
@@ -410,7 +381,7 @@ kx::driver_answer vap::send_away(const mac_address &station, std::uint16_t reaso
 // A station counts when both the kernel and hostapd have it: the kernel keeps one that has roamed to another VAP of
 // this access point for a while.
 kx::driver_answer vap::list_stations() {
-    const auto listed = synchronised_ ? ask_kernel() : std::nullopt;
+    const auto listed = synchronised_ ? kernel_.list() : std::nullopt;
     if (!listed) {
         return {.error = ENETDOWN};
     }

@@ -18,13 +18,13 @@
 #include "radiod/expected_stations.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/hostapd_pmks.h"
-#include "radiod/kernel/address_snoop.h"
 #include "radiod/kernel/bridge_entry.h"
-#include "radiod/kernel/nl80211.h"
 #include "radiod/placement.h"
 #include "radiod/removals.h"
 #include "radiod/station_journal.h"
 #include "radiod/stations/station_tracker.h"
+#include "radiod/vap_interface.h"
+#include "radiod/vap_kernel.h"
 
 namespace radiod {
 
@@ -38,6 +38,8 @@ public:
         nl80211 &kernel;
         announcer &announcements;
         station_journal &journal;
+        // client_mgr may be asked about stations that have not come yet.
+        std::function<bool()> daemon_has_time;
         bool carries_roamed = false;  // stations may have their home on another VLAN, and keep it
         // Which port of the interface's bridge a station was last heard behind.
         std::function<std::optional<unsigned>(unsigned ifindex, const mac_address &)> bridge_port = find_bridge_port;
@@ -49,7 +51,9 @@ public:
     // Zero while there is no such interface: hostapd makes those of a radio's further VAPs.
     const mac_address &bssid() const { return place_.bssid; }
     // Of the VAP itself, or for single stations.
-    bool has_interface(unsigned ifindex) const { return ifindex_ == ifindex || placement_.has_index(ifindex); }
+    bool has_interface(unsigned ifindex) const {
+        return kernel_.has_interface(ifindex) || placement_.has_index(ifindex);
+    }
     admission::vap_rules rules() const;
 
     // hostapd's stations are known. Before, a list of stations would lack them.
@@ -100,7 +104,7 @@ public:
 
     // --- reports of the kernel, and the passing of time
 
-    void kernel_has(const mac_address &station);
+    void kernel_has(unsigned ifindex, const mac_address &station);
     void kernel_lost(const mac_address &station);
     // Reports of the kernel were lost.
     void compare_with_kernel();
@@ -116,9 +120,8 @@ private:
     void hostapd_down();
     void hostapd_reported(const hostapd_event &event);
     void find_interface();
-    void watch_addresses();
     void address_seen(const seen_address &seen);
-    void read_configuration();
+    void read_settings(std::function<void()> done);
     void use_address(const mac_address &bssid);
     void repeat_removals();
     void poll_unconfirmed();
@@ -130,23 +133,21 @@ private:
     void admit(const arrival &event, std::optional<mac_address> previous);
     void station_departed(const departure &event);
     void take_over_journal();
-    std::optional<std::vector<kernel_station>> ask_kernel();
 
     shared with_;
     announcer::place place_;
-    unsigned ifindex_ = 0;
+    vap_interface interface_;
+    vap_kernel kernel_;
     bool has_acl_, fetches_pmk_;
     control hostapd_;
     hostapd_pmks pmks_;
     acl_lists acl_;
     expected_stations expected_;
     std::optional<station_tracker> stations_;  // of this BSSID
-    std::optional<address_snoop> addresses_;   // on this interface
     placement placement_;
     removals removals_;
     std::map<mac_address, time_point> roamed_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
-    bool kernel_failed_ = false, interface_missing_ = false, snoop_failed_ = false;
     unsigned ticks_ = 0;
 };
 

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "radiod/kernel/interface_messages.h"
+
 namespace radiod {
 namespace {
 
@@ -49,14 +51,25 @@ kernel_stations nl80211::station(unsigned ifindex, const mac_address &mac) {
     return request(ifindex, &mac, steady_clock::now() + patience);
 }
 
+kernel_interfaces nl80211::vlan_interfaces(const mac_address &bssid) {
+    const auto end = steady_clock::now() + patience;
+    kernel_interfaces found;
+    do {
+        found = {};
+        generic_request request(family_.id, NL80211_CMD_GET_INTERFACE, NLM_F_DUMP, ++sequence_);
+        netlink_answer answer(sequence_, [&](const nlmsghdr &message) {
+            const auto parsed = parse_interface_message(message);
+            if (parsed && parsed->is_vlan_of(bssid)) {
+                found.indices.push_back(parsed->ifindex);
+            }
+            return true;
+        });
+        found.error = ask(request.head(), answer, end);
+    } while (found.error == EINTR && steady_clock::now() < end);
+    return found.error == 0 ? found : kernel_interfaces{.error = found.error};
+}
+
 kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, steady_clock::time_point end) {
-    if (!requests_) {
-        try {
-            requests_ = open_generic_netlink();
-        } catch (const std::system_error &error) {
-            return {.error = error.code().value()};
-        }
-    }
     const auto flags = static_cast<std::uint16_t>(mac == nullptr ? NLM_F_DUMP : NLM_F_ACK);
     generic_request request(family_.id, NL80211_CMD_GET_STATION, flags, ++sequence_);
     mnl_attr_put_u32(&request.head(), NL80211_ATTR_IFINDEX, ifindex);
@@ -64,15 +77,28 @@ kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, stead
         mnl_attr_put(&request.head(), NL80211_ATTR_MAC, mac->size(), mac->data());
     }
     station_answer answer(sequence_);
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
-    int error = exchange(mnl_socket_get_fd(requests_.get()), request.head(), answer.answer(), left);
-    if (!answer.answer().is_complete()) {
-        // What is left of the answer would fill the socket, and the kernel begins no other list meanwhile.
-        requests_.reset();
-    } else {
+    int error = ask(request.head(), answer.answer(), end);
+    if (error == 0) {
         error = answer.error();
     }
     return error == 0 ? kernel_stations{.stations = std::move(answer.stations())} : kernel_stations{.error = error};
+}
+
+int nl80211::ask(const nlmsghdr &request, netlink_answer &answer, steady_clock::time_point end) {
+    if (!requests_) {
+        try {
+            requests_ = open_generic_netlink();
+        } catch (const std::system_error &error) {
+            return error.code().value();
+        }
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
+    const int error = exchange(mnl_socket_get_fd(requests_.get()), request, answer, left);
+    if (!answer.is_complete()) {
+        // What is left of the answer would fill the socket, and the kernel begins no other list meanwhile.
+        requests_.reset();
+    }
+    return error;
 }
 
 void nl80211::watch(event_base *base, watchers call) {

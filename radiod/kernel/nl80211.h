@@ -23,21 +23,28 @@ struct kernel_stations {
 // Reads a list until it did not change meanwhile (EINTR), or until `end`; then EAGAIN.
 kernel_stations read_unchanged(const std::function<kernel_stations()> &read, std::chrono::steady_clock::time_point end);
 
+struct kernel_interfaces {
+    int error = 0;  // an errno; then the list is empty and says nothing about the interfaces
+    std::vector<unsigned> indices{};
+};
+
 class nl80211 {
 public:
-    static constexpr std::chrono::milliseconds patience{40};  // of one call of stations() or station()
+    static constexpr std::chrono::milliseconds patience{40};  // of one call of the three below
 
     // Throws std::runtime_error when the kernel has no nl80211, std::system_error when it has no netlink.
     nl80211();
     // Asks a family that was found before. Does not throw.
     explicit nl80211(generic_family family);
 
-    // Neither of these two throws. A socket that cannot be opened is an errno too, and the next call tries again.
+    // None of these throws. A socket that cannot be opened is an errno too, and the next call tries again.
     // All stations of an interface. ETIMEDOUT when the kernel does not answer in time, EAGAIN when the list changed
     // during each attempt.
     kernel_stations stations(unsigned ifindex);
     // One station; ENOENT when the interface does not have it.
     kernel_stations station(unsigned ifindex, const mac_address &mac);
+    // The interfaces on which hostapd puts stations of the VAP with that BSSID by its vlan_file.
+    kernel_interfaces vlan_interfaces(const mac_address &bssid);
 
     struct watchers {
         std::function<void(unsigned ifindex, const mac_address &)> on_new_station, on_del_station;
@@ -48,6 +55,8 @@ public:
 
 private:
     kernel_stations request(unsigned ifindex, const mac_address *mac, std::chrono::steady_clock::time_point end);
+    // Of a request whose sequence number is sequence_. Returns an errno.
+    int ask(const nlmsghdr &request, netlink_answer &answer, std::chrono::steady_clock::time_point end);
     void read_events();
 
     generic_family family_;

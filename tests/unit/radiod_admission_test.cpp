@@ -149,6 +149,17 @@ TEST_F(admissions, a_verdict_that_comes_late_or_again_is_not_an_answer) {
     EXPECT_FALSE(those.verdict(ann, office, true));
 }
 
+TEST_F(admissions, a_daemon_that_is_back_is_asked_what_is_still_open) {
+    admission those = make();
+    those.asked(7, ann, acl_vap, now);
+    those.asked(8, ben, full_vap, now + 50ms);
+    those.asked(9, ben, {.bssid = lobby, .fetches_pmk = true}, now + 50ms);
+    those.expire(now + 120ms);
+    seen.clear();
+    those.ask_again();
+    EXPECT_EQ(seen, strings{"ask ben"});
+}
+
 TEST_F(admissions, a_denial_ends_the_wait_for_a_key) {
     admission those = make();
     those.asked(7, ann, full_vap, now);

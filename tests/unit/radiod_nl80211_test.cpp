@@ -10,6 +10,7 @@
 #include <span>
 #include <thread>
 
+#include "radiod/kernel/interface_messages.h"
 #include "radiod/kernel/nl80211.h"
 #include "tests/unit/radiod_kernel_rig.h"
 
@@ -154,6 +155,37 @@ TEST(radiod_station_events, are_read_from_their_family) {
     }
 }
 
+// hostapd's interfaces for the stations of a VLAN.
+TEST(radiod_interfaces, of_a_vlan_have_the_address_of_their_vap) {
+    const auto parse = [](std::uint32_t type, const mac_address &address, unsigned index = ifindex,
+                          std::uint8_t command = NL80211_CMD_NEW_INTERFACE) {
+        const octets bytes =
+            generic_message(family, command, sequence,
+                            attribute(NL80211_ATTR_IFINDEX, raw(index)) + attribute(NL80211_ATTR_IFTYPE, raw(type)) +
+                                attribute(NL80211_ATTR_MAC, raw(address)));
+        return radiod::parse_interface_message(*reinterpret_cast<const nlmsghdr *>(bytes.data()));
+    };
+    const auto vlan = parse(NL80211_IFTYPE_AP_VLAN, first);
+    ASSERT_TRUE(vlan);
+    EXPECT_EQ(vlan->ifindex, ifindex);
+    EXPECT_TRUE(vlan->is_vlan_of(first));
+    EXPECT_FALSE(vlan->is_vlan_of(second));
+    EXPECT_FALSE(parse(NL80211_IFTYPE_AP, first)->is_vlan_of(first));
+    EXPECT_FALSE(parse(NL80211_IFTYPE_AP_VLAN, first, 0));
+    EXPECT_FALSE(parse(NL80211_IFTYPE_AP_VLAN, first, ifindex, NL80211_CMD_DEL_INTERFACE));
+}
+
+TEST(radiod_interfaces, that_are_cut_are_none) {
+    const octets whole =
+        generic_message(family, NL80211_CMD_NEW_INTERFACE, sequence,
+                        attribute(NL80211_ATTR_MAC, raw(first)) + attribute(NL80211_ATTR_IFINDEX, raw(ifindex)));
+    for (std::size_t size = sizeof(nlmsghdr); size < whole.size(); size += NLMSG_ALIGNTO) {
+        octets cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        reinterpret_cast<nlmsghdr *>(cut.data())->nlmsg_len = static_cast<std::uint32_t>(size);
+        EXPECT_FALSE(radiod::parse_interface_message(*reinterpret_cast<const nlmsghdr *>(cut.data()))) << size;
+    }
+}
+
 TEST(radiod_generic_family, has_its_groups) {
     const auto group = [](std::uint16_t number, const std::string &name, std::uint32_t id) {
         return attribute(number,
@@ -205,10 +237,13 @@ TEST(radiod_nl80211, returns_the_error_when_it_can_open_no_socket_and_tries_agai
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
     const int error = kernel.stations(ifindex).error;
     const int error_of_one = kernel.station(ifindex, first).error;
+    const int error_of_vlans = kernel.vlan_interfaces(first).error;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(error, EMFILE);
     EXPECT_EQ(error_of_one, EMFILE);
+    EXPECT_EQ(error_of_vlans, EMFILE);
     EXPECT_EQ(kernel.stations(ifindex).error, EOPNOTSUPP);
+    EXPECT_EQ(kernel.vlan_interfaces(first).error, EOPNOTSUPP);
 }
 
 TEST(radiod_nl80211, reads_a_list_that_changes_until_its_time_is_over) {

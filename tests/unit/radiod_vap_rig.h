@@ -29,8 +29,12 @@ protected:
         vaps_.clear();
         radiod::vap &made = vaps_.emplace_back(
             config, root(),
-            radiod::vap::shared{base.get(), kernel_, announcements_, journal_, false,
-                                [this](unsigned, const radiod::mac_address &) { return port_; }});
+            radiod::vap::shared{.base = base.get(),
+                                .kernel = kernel_,
+                                .announcements = announcements_,
+                                .journal = journal_,
+                                .daemon_has_time = [this] { return daemon_has_time_; },
+                                .bridge_port = [this](unsigned, const radiod::mac_address &) { return port_; }});
         made.on_verdict_wanted = [this](const auto &station) { wanted_.push_back(station); };
         made.on_arrival = [](const auto &, radiod::akm) {};
         made.on_moved = [](const auto &) {};
@@ -77,6 +81,7 @@ protected:
     radiod::station_journal journal_{root() + "/stations"};
     std::optional<simulated_hostapd> hostapd_;
     std::list<radiod::vap> vaps_;
+    bool daemon_has_time_ = true;
     std::vector<radiod::mac_address> wanted_;
     std::optional<unsigned> port_;  // of the bridge, behind which every station was heard last
 };

@@ -57,6 +57,43 @@ TEST_F(radiod_vap, asks_about_nobody_beforehand_without_ft) {
     EXPECT_FALSE(was_sent("ATTACH probe_rx_events=1"));
 }
 
+TEST_F(radiod_vap, asks_about_a_station_that_scans_when_the_daemon_has_time) {
+    start();
+    start_hostapd("FT-PSK");
+    daemon_has_time_ = false;
+    hostapd_->report(ann_scans);
+    settle();
+    EXPECT_TRUE(wanted_.empty());
+    daemon_has_time_ = true;
+    hostapd_->report(ann_scans);
+    EXPECT_TRUE(run_until([this] { return !wanted_.empty(); }));
+}
+
+TEST_F(radiod_vap, asks_about_a_station_that_came_before_the_daemon) {
+    start();
+    start_hostapd("WPA-PSK");
+    ann_connects();
+    announcements_.all_again();
+    wanted_.clear();
+    announced_.clear();
+    hostapd_->report("<3>AP-STA-POLL-OK 02:aa:00:00:00:01");
+    EXPECT_TRUE(run_until([this] { return !announced_.empty(); }));
+    EXPECT_EQ(wanted_, std::vector{ann});
+}
+
+TEST_F(radiod_vap, reads_the_settings_of_a_hostapd_that_has_read_its_configuration_again) {
+    vap &office = start();
+    start_hostapd("WPA-PSK");
+    EXPECT_FALSE(office.rules().fetches_pmk);
+    hostapd_->answers["GET_CONFIG"] = "ssid=office\nkey_mgmt=WPA-EAP\n";
+    hostapd_->commands.clear();
+    for (int second = 0; second < 10; ++second) {
+        office.tick();
+    }
+    EXPECT_TRUE(run_until([&] { return office.rules().fetches_pmk; }));
+    EXPECT_TRUE(was_sent("SET notify_mgmt_frames 1"));
+}
+
 TEST_F(radiod_vap, sends_a_station_away_when_hostapd_answers_again) {
     vap &office = start();
     start_hostapd("WPA-PSK");
