@@ -136,10 +136,10 @@ void announcer::visit_unconfirmed(const place &at, const std::function<bool(cons
 std::vector<mac_address> announcer::ask_unconfirmed(const place &at, std::size_t most) {
     std::vector<mac_address> found;
     visit_unconfirmed(at, [&](const mac_address &address, station &its) {
-        if (its.polls < polls_max) {
-            ++its.polls;
+        if (its.polls < polls_max || its.polls % slow_polls == 0) {
             found.push_back(address);
         }
+        ++its.polls;
         return found.size() < most;
     });
     return found;

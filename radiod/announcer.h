@@ -38,7 +38,8 @@ public:
     static constexpr std::chrono::milliseconds roam_time{300};
     static constexpr std::chrono::minutes address_time{5};  // a station keeps its address while it is away
     static constexpr std::size_t departures_max = 2048, addresses_max = 2048;
-    static constexpr unsigned polls_max = 2;
+    // A station is polled at polls_max calls of ask_unconfirmed(), and then at each of slow_polls.
+    static constexpr unsigned polls_max = 2, slow_polls = 5;
 
     // With `holds_departures` a departure is sent after roam_time, unless the station has arrived anywhere by then.
     announcer(std::function<void(kx::notification)> send, bool holds_departures)
@@ -63,9 +64,9 @@ public:
                      time_point now);
 
     void all_again();
-    // The stations of a VAP that all_again() has left to be asked, at most `most` of them. They count as asked.
+    // The stations of a VAP that all_again() has left to be asked now, at most `most` of them. They count as asked.
     std::vector<mac_address> ask_unconfirmed(const place &at, std::size_t most);
-    // Those that were asked polls_max times and were not heard since. ask_unconfirmed() leaves them out.
+    // Those that were asked polls_max times and were not heard since.
     std::vector<mac_address> silent(const place &at);
     // It was heard.
     void confirmed(const place &at, const mac_address &address);
@@ -79,7 +80,7 @@ private:
         place at;
         std::optional<mac_address> previous;
         bool to_confirm = false;
-        unsigned polls = 0;    // without an answer
+        unsigned polls = 0;    // calls of ask_unconfirmed() without an answer
         std::uint32_t ip = 0;  // that was sent; 0: none
     };
     struct departure {

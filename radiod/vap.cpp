@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -15,11 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto sent_away_time = 5s;  // hostapd reports a station that it was told to send away within that time
 constexpr unsigned compare_period = 5, settings_period = 10;  // ticks
-constexpr auto heard_within = 1s;                             // less than polls_max polls take, one each second
-constexpr unsigned polls_each_tick = 64;
-constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
 
 }  // namespace
 
@@ -97,11 +92,7 @@ void vap::hostapd_reported(const hostapd_event &event) {
         return;
     }
     if (const auto *polled = std::get_if<station_polled>(&event)) {
-        // It may have come while the daemon could not be asked.
-        if (has_acl_ && !acl_.was_asked(polled->station, clock::now())) {
-            on_verdict_wanted(polled->station);
-        }
-        with_.announcements.confirmed(place_, polled->station);
+        confirm(polled->station);
     }
     if (stations_) {
         stations_->handle(event, clock::now());
@@ -169,90 +160,6 @@ void vap::synchronise() {
     }
 }
 
-// --- stations
-
-void vap::station_arrived(const arrival &event) {
-    std::optional<mac_address> previous = event.previous_bssid;
-    if (!synchronised_ && !previous && event.suite == akm::other) {
-        const auto before = with_.journal.present().find({place_.ifname, event.station});
-        if (before != with_.journal.present().end()) {
-            previous = before->second;
-        }
-    }
-    removals_.arrived(event.station);
-    find_place(event, previous);
-}
-
-// hostapd is asked which interface it gave the station.
-void vap::find_place(const arrival &event, const std::optional<mac_address> &previous) {
-    if (!with_.carries_roamed) {
-        admit(event, previous);
-        return;
-    }
-    hostapd_.send("STA " + kx::format_mac(event.station),
-                  [this, event, previous](std::optional<std::string_view> reply) {
-                      if (!stations_ || !stations_->is_present(event.station)) {
-                          return;
-                      }
-                      const std::string_view digits = value_of(reply.value_or(""), "vlan_id");
-                      std::uint16_t number = 0;
-                      std::from_chars(digits.data(), digits.data() + digits.size(), number);
-                      placement_.arrived(event.station, number, kernel_.ifindex());
-                      if (placement_.has_interfaces() && !placement_.was_answered(event.station, clock::now())) {
-                          on_home_wanted(event.station);
-                      }
-                      admit(event, previous);
-                  });
-}
-
-// A station that keeps its home roams, whatever it says itself. One that cannot keep it begins anew.
-void vap::admit(const arrival &event, std::optional<mac_address> previous) {
-    const mac_address home = placement_.home_of(event.station);
-    if (!previous && placement_.is_apart(event.station) && home != mac_address{}) {
-        previous = home;
-    } else if (placement_.lacks_interface(event.station)) {
-        previous.reset();
-    }
-    if (has_acl_ && !acl_.was_asked(event.station, clock::now())) {
-        on_verdict_wanted(event.station);
-    }
-    with_.journal.arrived(place_.ifname, event.station, previous);
-    with_.announcements.arrived(place_, event.station, previous, clock::now());
-    if (has_acl_) {
-        const bool by_ft = event.suite == akm::ft_psk || event.suite == akm::ft_8021x || event.suite == akm::ft_sae;
-        acl_.associated(event.station, by_ft && !placement_.is_apart(event.station));
-    }
-    on_arrival(event.station, event.suite);
-}
-
-void vap::station_departed(const departure &event) {
-    const auto now = clock::now();
-    acl_.departed(event.station, now);
-    if (placement_.is_apart(event.station)) {
-        pmks_.discard(event.station);
-    }
-    placement_.departed(event.station, now);
-    if (removals_.departed(event.station)) {
-        with_.announcements.sent_away(place_, event.station);
-        on_moved(event.station);
-    } else {
-        with_.announcements.departed(place_, event.station, now);
-    }
-}
-
-// Stations that left while no radiod was there.
-void vap::take_over_journal() {
-    std::vector<std::pair<mac_address, std::optional<mac_address>>> gone;
-    for (const auto &[who, previous] : with_.journal.present()) {
-        if (who.first == place_.ifname && !stations_->is_present(who.second)) {
-            gone.emplace_back(who.second, previous);
-        }
-    }
-    for (const auto &[station, previous] : gone) {
-        with_.announcements.departed_unseen(place_, station, previous.has_value());
-    }
-}
-
 // --- the kernel
 
 void vap::compare_with_kernel() {
@@ -266,7 +173,6 @@ void vap::compare_with_kernel() {
         there.insert(each.mac);
         stations_->kernel_station(each.mac, each.authorized, now);
     }
-    hear_silent(*listed);
     for (const mac_address &station : stations_->present()) {
         if (!there.contains(station)) {
             stations_->kernel_gone(station, now);
@@ -293,45 +199,6 @@ void vap::repeat_removals() {
     }
 }
 
-// A station answers when it is still here; one that sleeps, when it wakes.
-void vap::poll_unconfirmed() {
-    for (const mac_address &station : with_.announcements.ask_unconfirmed(place_, polls_each_tick)) {
-        hostapd_.send("POLL_STA " + kx::format_mac(station));
-    }
-}
-
-// hostapd keeps a station that has roamed away while no move notice could come. The access point where it is now has
-// sent a frame with its address into the network (cfg80211_send_layer2_update of the kernel), so that the bridge has it
-// behind another port.
-void vap::send_roamed_away() {
-    const auto now = clock::now();
-    for (const mac_address &station : with_.announcements.silent(place_)) {
-        const auto port = with_.bridge_port(kernel_.ifindex(), station);
-        if (!port || has_interface(*port)) {
-            if (ticks_ % compare_period == 0) {
-                hostapd_.send("POLL_STA " + kx::format_mac(station));
-            }
-            continue;
-        }
-        if (roamed_away_.contains(station)) {
-            continue;
-        }
-        kx::log_line(place_.ifname + ": a station that was heard elsewhere is sent away");
-        roamed_away_.insert_or_assign(station, now);
-        hostapd_.send("DISASSOCIATE " + kx::format_mac(station) + " reason=" + std::to_string(reason_inactivity));
-    }
-    std::erase_if(roamed_away_, [now](const auto &each) { return each.second + sent_away_time <= now; });
-}
-
-void vap::hear_silent(const std::vector<kernel_station> &listed) {
-    const std::vector<mac_address> silent = with_.announcements.silent(place_);
-    for (const kernel_station &each : listed) {
-        if (each.inactive < heard_within && std::ranges::find(silent, each.mac) != silent.end()) {
-            with_.announcements.confirmed(place_, each.mac);
-        }
-    }
-}
-
 void vap::tick() {
     const auto now = clock::now();
     ++ticks_;
@@ -353,7 +220,7 @@ void vap::tick() {
         read_settings({});
     }
     poll_unconfirmed();
-    send_roamed_away();
+    examine_silent();
     if (resync_due_) {
         synchronise();
     } else if (stations_->has_open_return() || ticks_ % compare_period == 0) {

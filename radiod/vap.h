@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,7 +17,6 @@
 #include "radiod/expected_stations.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/hostapd_pmks.h"
-#include "radiod/kernel/bridge_entry.h"
 #include "radiod/placement.h"
 #include "radiod/removals.h"
 #include "radiod/station_journal.h"
@@ -41,8 +39,6 @@ public:
         // client_mgr may be asked about stations that have not come yet.
         std::function<bool()> daemon_has_time;
         bool carries_roamed = false;  // stations may have their home on another VLAN, and keep it
-        // Which port of the interface's bridge a station was last heard behind.
-        std::function<std::optional<unsigned>(unsigned ifindex, const mac_address &)> bridge_port = find_bridge_port;
     };
 
     vap(const kx::vap_config &config, const std::string &hostapd_directory, shared with);
@@ -125,8 +121,8 @@ private:
     void use_address(const mac_address &bssid);
     void repeat_removals();
     void poll_unconfirmed();
-    void send_roamed_away();
-    void hear_silent(const std::vector<kernel_station> &listed);
+    void confirm(const mac_address &station);
+    void examine_silent();
     void synchronise();
     void station_arrived(const arrival &event);
     void find_place(const arrival &event, const std::optional<mac_address> &previous);
@@ -146,7 +142,6 @@ private:
     std::optional<station_tracker> stations_;  // of this BSSID
     placement placement_;
     removals removals_;
-    std::map<mac_address, time_point> roamed_away_;
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
     unsigned ticks_ = 0;
 };

@@ -27,14 +27,13 @@ protected:
         config.ifname = ifname;
         config.mac_acl_index = 1;
         vaps_.clear();
-        radiod::vap &made = vaps_.emplace_back(
-            config, root(),
-            radiod::vap::shared{.base = base.get(),
-                                .kernel = kernel_,
-                                .announcements = announcements_,
-                                .journal = journal_,
-                                .daemon_has_time = [this] { return daemon_has_time_; },
-                                .bridge_port = [this](unsigned, const radiod::mac_address &) { return port_; }});
+        radiod::vap &made =
+            vaps_.emplace_back(config, root(),
+                               radiod::vap::shared{.base = base.get(),
+                                                   .kernel = kernel_,
+                                                   .announcements = announcements_,
+                                                   .journal = journal_,
+                                                   .daemon_has_time = [this] { return daemon_has_time_; }});
         made.on_verdict_wanted = [this](const auto &station) { wanted_.push_back(station); };
         made.on_arrival = [](const auto &, radiod::akm) {};
         made.on_moved = [](const auto &) {};
@@ -83,7 +82,6 @@ protected:
     std::list<radiod::vap> vaps_;
     bool daemon_has_time_ = true;
     std::vector<radiod::mac_address> wanted_;
-    std::optional<unsigned> port_;  // of the bridge, behind which every station was heard last
 };
 
 #endif

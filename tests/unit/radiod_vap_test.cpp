@@ -1,8 +1,5 @@
 // One VAP between a hostapd that the test plays and a kernel that has no wireless.
 #include <gtest/gtest.h>
-#include <linux/neighbour.h>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -130,52 +127,11 @@ TEST_F(radiod_vap, keeps_a_station_that_sleeps_after_a_restart) {
     ann_connects();
     announcements_.all_again();
     tick(60);
-    EXPECT_TRUE(was_sent(ann_is_polled));
+    EXPECT_GT(times_sent(ann_is_polled), 10) << "the slower polls";
     EXPECT_FALSE(was_sent(ann_is_sent_away));
-    port_ = if_nametoindex("lo");
-    tick(10);
-    EXPECT_FALSE(was_sent(ann_is_sent_away)) << "it was heard here last";
     EXPECT_EQ(announcements_.silent({.ifname = "lo", .bssid = vaps_.front().bssid()}), std::vector{ann});
     hostapd_->report("<3>AP-STA-POLL-OK 02:aa:00:00:00:01");
     EXPECT_TRUE(run_until([this] { return announcements_.silent({"lo", vaps_.front().bssid()}).empty(); }));
-}
-
-TEST_F(radiod_vap, sends_a_silent_station_away_that_was_heard_elsewhere) {
-    start();
-    start_hostapd("WPA-PSK");
-    ann_connects();
-    port_ = if_nametoindex("lo") + 1;
-    tick(10);
-    EXPECT_FALSE(was_sent(ann_is_sent_away)) << "nothing was restarted";
-    announcements_.all_again();
-    tick(announcer::polls_max - 1);
-    EXPECT_FALSE(was_sent(ann_is_sent_away)) << "it may answer yet";
-    tick(3);
-    EXPECT_EQ(times_sent(ann_is_sent_away), 1);
-}
-
-TEST(radiod_bridge, an_interface_without_a_bridge_has_no_port) {
-    EXPECT_EQ(find_bridge_port(if_nametoindex("lo"), ann), std::nullopt);
-}
-
-TEST(radiod_bridge, reads_where_a_station_was_heard) {
-    struct {
-        nlmsghdr head;
-        ndmsg entry;
-    } message{.head = {.nlmsg_len = sizeof message,
-                       .nlmsg_type = RTM_NEWNEIGH,
-                       .nlmsg_flags = 0,
-                       .nlmsg_seq = 0,
-                       .nlmsg_pid = 0},
-              .entry = {}};
-    message.entry.ndm_family = AF_BRIDGE;
-    message.entry.ndm_ifindex = 7;
-    EXPECT_EQ(parse_bridge_entry(message.head), 7u);
-    message.entry.ndm_state = NUD_PERMANENT;
-    EXPECT_EQ(parse_bridge_entry(message.head), std::nullopt) << "the bridge's own address";
-    message.entry.ndm_state = 0;
-    message.head.nlmsg_len = sizeof(nlmsghdr);
-    EXPECT_EQ(parse_bridge_entry(message.head), std::nullopt);
 }
 
 }  // namespace
