@@ -145,7 +145,7 @@ void vap::address_seen(const seen_address &seen) {
 }
 
 void vap::synchronise() {
-    const auto listed = stations_ ? kernel_.list() : std::nullopt;
+    const auto listed = stations_ ? kernel_.list_anew() : std::nullopt;
     if (!listed) {
         return;
     }
@@ -163,7 +163,7 @@ void vap::synchronise() {
 // --- the kernel
 
 void vap::compare_with_kernel() {
-    const auto listed = synchronised_ ? kernel_.list() : std::nullopt;
+    const auto listed = synchronised_ ? kernel_.list(stations_->present()) : std::nullopt;
     if (!listed) {
         return;
     }
@@ -195,7 +195,7 @@ void vap::kernel_lost(const mac_address &station) {
 
 void vap::repeat_removals() {
     if (removals_.has_open()) {
-        removals_.repeat(kernel_.list(), clock::now());
+        removals_.repeat(kernel_.list_anew(), clock::now());
     }
 }
 
@@ -248,7 +248,7 @@ kx::driver_answer vap::send_away(const mac_address &station, std::uint16_t reaso
 // A station counts when both the kernel and hostapd have it: the kernel keeps one that has roamed to another VAP of
 // this access point for a while.
 kx::driver_answer vap::list_stations() {
-    const auto listed = synchronised_ ? kernel_.list() : std::nullopt;
+    const auto listed = synchronised_ ? kernel_.list(stations_->present()) : std::nullopt;
     if (!listed) {
         return {.error = ENETDOWN};
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "common/program_log.h"
@@ -20,21 +21,44 @@ bool vap_kernel::has_interface(unsigned ifindex) const {
 }
 
 // A station moves from the VAP's interface to another one, so those come later.
-std::optional<std::vector<kernel_station>> vap_kernel::list() {
-    kernel_stations listed = kernel_.stations(ifindex_);
-    if (listed.error == 0) {
-        kernel_interfaces vlans = kernel_.vlan_interfaces(bssid_);
-        listed.error = vlans.error;
-        vlans_ = std::move(vlans.indices);
-    }
+kernel_stations vap_kernel::read_all() {
+    kernel_stations all = kernel_.stations(ifindex_);
     for (const unsigned each : vlans_) {
         const kernel_stations more = kernel_.stations(each);
         // hostapd removes an interface after its last station.
-        if (more.error != ENODEV) {
-            listed.error = listed.error != 0 ? listed.error : more.error;
+        if (more.error != ENODEV && all.error == 0) {
+            all.error = more.error;
         }
-        listed.stations.insert(listed.stations.end(), more.stations.begin(), more.stations.end());
+        all.stations.insert(all.stations.end(), more.stations.begin(), more.stations.end());
     }
+    return all;
+}
+
+kernel_stations vap_kernel::read_all_anew() {
+    kernel_interfaces found = kernel_.vlan_interfaces(bssid_);
+    if (found.error != 0) {
+        return {.error = found.error};
+    }
+    vlans_ = std::move(found.indices);
+    return read_all();
+}
+
+std::optional<std::vector<kernel_station>> vap_kernel::list(std::span<const mac_address> expected) {
+    kernel_stations listed = read_all();
+    std::set<mac_address> there;
+    for (const kernel_station &each : listed.stations) {
+        there.insert(each.mac);
+    }
+    const auto is_missing = [&](const mac_address &station) { return !there.contains(station); };
+    if (listed.error == 0 && std::ranges::any_of(expected, is_missing)) {
+        listed = read_all_anew();
+    }
+    return report(std::move(listed));
+}
+
+std::optional<std::vector<kernel_station>> vap_kernel::list_anew() { return report(read_all_anew()); }
+
+std::optional<std::vector<kernel_station>> vap_kernel::report(kernel_stations listed) {
     if (listed.error == 0) {
         has_failed_ = false;
         return std::move(listed.stations);

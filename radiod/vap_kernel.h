@@ -3,6 +3,7 @@
 #define RADIOD_VAP_KERNEL_H
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,17 +21,24 @@ public:
     unsigned ifindex() const { return ifindex_; }
     bool has_interface(unsigned ifindex) const;
 
-    // All stations; none when the kernel does not list them, which is reported once.
-    std::optional<std::vector<kernel_station>> list();
+    // All stations; none when the kernel does not list them, which is reported once. When one of `expected` is missing,
+    // looks for further interfaces first.
+    std::optional<std::vector<kernel_station>> list(std::span<const mac_address> expected);
+    // Looks for the interfaces first.
+    std::optional<std::vector<kernel_station>> list_anew();
     // One of an interface; none when it does not have it.
     std::optional<kernel_station> find(unsigned ifindex, const mac_address &station);
 
 private:
+    kernel_stations read_all();
+    kernel_stations read_all_anew();
+    std::optional<std::vector<kernel_station>> report(kernel_stations listed);
+
     nl80211 &kernel_;
     std::string ifname_;
     unsigned ifindex_ = 0;
     mac_address bssid_{};
-    std::vector<unsigned> vlans_;  // at the last list()
+    std::vector<unsigned> vlans_;
     bool has_failed_ = false;
 };
 

@@ -116,7 +116,7 @@ void vap::poll_unconfirmed() {
 // hostapd keeps a station that has roamed away while no move notice could come.
 void vap::examine_silent() {
     const std::vector<mac_address> silent = with_.announcements.silent(place_);
-    const auto listed = silent.empty() ? std::nullopt : kernel_.list();
+    const auto listed = silent.empty() ? std::nullopt : kernel_.list(silent);
     const auto entries = listed ? list_bridge_entries() : std::nullopt;
     if (!entries) {
         return;

@@ -107,7 +107,7 @@ TEST_F(radiod_vap, sends_a_station_away_when_hostapd_answers_again) {
 TEST_F(radiod_vap, enters_long_lists_into_a_hostapd_that_comes_back) {
     vap &office = start();
     start_hostapd("WPA-PSK");
-    constexpr std::size_t stations = 2 * control::queue_max;
+    constexpr std::size_t stations = control::queue_max + 100;
     for (std::size_t i = 0; i < stations; ++i) {
         office.acl_changed({{4, 0, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)}}, false);
     }
