@@ -71,7 +71,7 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
         radius_->on_mac_question = [this](const radius::mac_question &question) { station_asks(question); };
         radius_->use_vlans([this](const mac_address &station, const mac_address &bssid) {
             const vap *at = find_vap(bssid);
-            return at != nullptr ? at->interface_number(station) : std::nullopt;
+            return at != nullptr ? at->interface_number_after_eap(station) : std::nullopt;
         });
         radius_->on_session_key = [this](const radius::session_key &session) { pmks_.session_began(session); };
     }

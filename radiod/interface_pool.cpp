@@ -47,6 +47,11 @@ std::uint16_t interface_pool::find(const mac_address &station) const {
     return known == stations_.end() || !known->second.is_wanted ? 0 : known->second.number;
 }
 
+std::uint16_t interface_pool::find_kept(const mac_address &station) const {
+    const auto known = stations_.find(station);
+    return known == stations_.end() ? 0 : known->second.number;
+}
+
 void interface_pool::arrived(const mac_address &station, std::uint16_t number) {
     if (numbers_.contains(number)) {
         stations_[station] = {.number = number, .is_wanted = true, .is_here = true, .since = {}};

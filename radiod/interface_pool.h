@@ -36,6 +36,8 @@ public:
     std::optional<std::uint16_t> take(const mac_address &station, time_point now);
     // The number that it is to have; 0: none.
     std::uint16_t find(const mac_address &station) const;
+    // That, or the number that it has had and keeps for a while; 0: none.
+    std::uint16_t find_kept(const mac_address &station) const;
     // The station is on the interface of that number.
     void arrived(const mac_address &station, std::uint16_t number);
     // It does not need its number any more. It keeps it for a while.

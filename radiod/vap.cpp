@@ -280,6 +280,11 @@ std::optional<std::uint16_t> vap::interface_number(const mac_address &station) c
                                                                : std::nullopt;
 }
 
+std::optional<std::uint16_t> vap::interface_number_after_eap(const mac_address &station) const {
+    return with_.carries_roamed && placement_.has_interfaces() ? std::optional(placement_.number_after_eap(station))
+                                                               : std::nullopt;
+}
+
 void vap::station_moved(const mac_address &station) {
     if (has_station(station)) {
         removals_.order(station, "tx=0", clock::now());

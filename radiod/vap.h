@@ -94,6 +94,7 @@ public:
     void home_found_late(const mac_address &station);
     // The number of the interface that hostapd is to give the station; 0: the VAP's. None: hostapd gives it no other.
     std::optional<std::uint16_t> interface_number(const mac_address &station) const;
+    std::optional<std::uint16_t> interface_number_after_eap(const mac_address &station) const;
     // The station is served by another access point. hostapd has not noticed.
     void station_moved(const mac_address &station);
     void report_interfaces() const { placement_.report_all(); }

@@ -37,6 +37,8 @@ TEST(InterfacePool, keeps_a_number_for_a_station_that_has_left) {
     pool.arrived(ben, 1002);
     pool.release(ben, start + 1s);
     EXPECT_EQ(pool.find(ben), 0);
+    EXPECT_EQ(pool.find_kept(ben), 1002);
+    EXPECT_EQ(pool.find_kept(eve), 0);
     EXPECT_EQ(pool.take(eve, start + 30s), std::nullopt);
     EXPECT_EQ(pool.take(ben, start + 30s), 1002);
 }

@@ -1,4 +1,4 @@
-"""Frames of an experimental type that say where and when they were sent, and who hears them."""
+"""Frames that say where and when they were sent, and who hears them."""
 
 import socket
 import threading
@@ -7,7 +7,9 @@ from collections import Counter
 
 from nodes.namespace import Namespace
 
-ETHERTYPE = 0x88B5  # IEEE 802, 9.2.3
+EXPERIMENTAL = 0x88B5  # IEEE 802, 9.2.3
+ARP = 0x0806
+MARK = b"marked "
 BROADCAST = bytes(6 * [0xFF])
 INTERVAL_SECONDS = 0.1
 
@@ -15,10 +17,11 @@ INTERVAL_SECONDS = 0.1
 class Sender:
     """Sends a broadcast with its mark and a number every 100 ms, from its start to its end."""
 
-    def __init__(self, mark: str, interface: str, mac: str, namespace: Namespace | None = None) -> None:
+    def __init__(self, mark: str, interface: str, mac: str, ethertype: int = EXPERIMENTAL) -> None:
         self.mark = mark
+        self._ethertype = ethertype
         self._source = bytes.fromhex(mac.replace(":", ""))
-        self._socket = open_socket(interface, namespace)
+        self._socket = open_socket(interface, ethertype)
         self._ended = threading.Event()
         self._thread = threading.Thread(target=self._send, daemon=True)
 
@@ -34,10 +37,10 @@ class Sender:
     def _send(self) -> None:
         number = 0
         while not self._ended.wait(INTERVAL_SECONDS):
-            text = f"{self.mark} {number}".encode().ljust(46)
+            text = MARK + f"{self.mark} {number}".encode().ljust(39)
             number += 1
             try:
-                self._socket.send(BROADCAST + self._source + ETHERTYPE.to_bytes(2, "big") + text)
+                self._socket.send(BROADCAST + self._source + self._ethertype.to_bytes(2, "big") + text)
             except OSError:  # the station is not connected
                 pass
 
@@ -45,8 +48,8 @@ class Sender:
 class Listener:
     """Counts the marked frames that an interface receives, each by mark and number."""
 
-    def __init__(self, interface: str, namespace: Namespace | None = None) -> None:
-        self._socket = open_socket(interface, namespace)
+    def __init__(self, interface: str, namespace: Namespace | None = None, ethertype: int = EXPERIMENTAL) -> None:
+        self._socket = open_socket(interface, ethertype, namespace)
         self._socket.settimeout(0.2)
         self._ended = False
         self.heard: dict[str, Counter[int]] = {}
@@ -77,14 +80,14 @@ class Listener:
             except (TimeoutError, OSError):
                 time.sleep(0.01)
                 continue
-            if address[2] == socket.PACKET_OUTGOING:
+            if address[2] == socket.PACKET_OUTGOING or not frame[14:].startswith(MARK):
                 continue
-            mark, number = frame[14:].decode().split()
+            mark, number = frame[14 + len(MARK):].decode().split()
             self.heard.setdefault(mark, Counter())[int(number)] += 1
 
 
-def open_socket(interface: str, namespace: Namespace | None) -> socket.socket:
-    arguments = (socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETHERTYPE))
+def open_socket(interface: str, ethertype: int, namespace: Namespace | None = None) -> socket.socket:
+    arguments = (socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ethertype))
     opened = namespace.socket(*arguments) if namespace else socket.socket(*arguments)
-    opened.bind((interface, ETHERTYPE))
+    opened.bind((interface, ethertype))
     return opened
