@@ -21,6 +21,7 @@ public:
         std::size_t count = 128;
         std::chrono::milliseconds request_time = std::chrono::seconds(15);  // TLS and a request
         std::chrono::milliseconds answer_time = std::chrono::seconds(30);   // an answer and the next request
+        std::chrono::milliseconds silence = std::chrono::seconds(15);       // in which nothing is read or written
     };
 
     struct connection {

@@ -15,7 +15,6 @@ namespace controller::api {
 namespace {
 
 constexpr ev_ssize_t header_fields_max = 16 * 1024;  // bytes of all fields of a request
-constexpr int silence_max = 15;                      // seconds in which nothing is read or written
 
 using field = std::pair<const char *, const char *>;
 // The page loads nothing from elsewhere and is not shown inside another page.
@@ -104,6 +103,8 @@ void add_fields(evhttp_request *to, const response &what) {
     }
 }
 
+timeval to_timeval(std::chrono::microseconds time) { return {time.count() / 1'000'000, time.count() % 1'000'000}; }
+
 std::uint16_t port_of(int fd) {
     sockaddr_storage address{};
     socklen_t length = sizeof(address);
@@ -119,6 +120,7 @@ std::uint16_t port_of(int fd) {
 server::server(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string &address, std::uint16_t port,
                api &answers, const connections::limits &allowed)
     : base_(base),
+      silence_(to_timeval(allowed.silence)),
       tls_(std::move(tls)),
       api_(answers),
       connections_(within_descriptors(allowed)),
@@ -130,7 +132,7 @@ server::server(event_base *base, std::shared_ptr<SSL_CTX> tls, const std::string
     }
     evhttp_set_max_headers_size(http_.get(), header_fields_max);
     evhttp_set_max_body_size(http_.get(), body_max);
-    evhttp_set_timeout(http_.get(), silence_max);
+    evhttp_set_timeout_tv(http_.get(), &silence_);
     evhttp_set_default_content_type(http_.get(), nullptr);
     evhttp_set_allowed_methods(http_.get(), EVHTTP_REQ_GET | EVHTTP_REQ_HEAD | EVHTTP_REQ_POST | EVHTTP_REQ_PUT |
                                                 EVHTTP_REQ_PATCH | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS);
@@ -232,9 +234,11 @@ void server::follow(const std::shared_ptr<pending> &to, const response &head) {
         answer(to, problem(503, "too many clients follow the events"));
         return;
     }
-    connections::of(evhttp_connection_get_bufferevent(to->over)).streams = true;
+    bufferevent *transport = evhttp_connection_get_bufferevent(to->over);
+    connections::of(transport).streams = true;
     add_fields(to->to, started);
     evhttp_send_reply_start(to->to, head.status, reason_of(head.status));
+    bufferevent_set_timeouts(transport, nullptr, &silence_);  // the client sends nothing more
     streams_.add(to->to, *head.events_after, head.body, api_.rights());
 }
 

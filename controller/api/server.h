@@ -55,6 +55,7 @@ private:
     void tick();
 
     event_base *base_;
+    timeval silence_;
     std::shared_ptr<SSL_CTX> tls_;
     api &api_;
     connections connections_;

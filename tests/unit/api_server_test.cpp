@@ -204,6 +204,17 @@ TEST_F(ApiEvents, come_as_they_happen_and_resume) {
     ASSERT_TRUE(lost.start_tls() && lost.send(request("other-1")) && lost.receive("event: reset"));
 }
 
+TEST_F(ApiEvents, come_after_a_silence) {
+    server_.reset();
+    start({.silence = milliseconds(50)});
+    http_client client(rig_.loop, server_->port());
+    ASSERT_TRUE(client.start_tls() && client.send(request()) && client.receive("event: start"));
+    const auto end = std::chrono::steady_clock::now() + milliseconds(200);
+    ASSERT_TRUE(rig_.loop.run_until([end] { return std::chrono::steady_clock::now() > end; }));
+    add_event();
+    EXPECT_TRUE(client.receive("event: left"));
+}
+
 TEST_F(ApiEvents, are_not_kept_for_a_client_that_does_not_read) {
     http_client client(rig_.loop, server_->port());
     ASSERT_TRUE(client.start_tls() && client.send(request()) && client.receive("event: start"));
