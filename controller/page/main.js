@@ -28,6 +28,7 @@ const main = document.getElementById('main');
 const bar = document.getElementById('bar');
 const connection = document.getElementById('connection');
 let present = {};  // what the view that is shown is told of
+let wasShown = false;
 let wasLost = false;
 let sayTimer = 0;
 
@@ -134,15 +135,19 @@ function showView() {
   }
 }
 
-// The heading gets the focus, so that the next key continues from there and screen readers read it.
+// The heading of each view but the first gets the focus, so that the next key continues from there and screen readers
+// read it.
 function replaceView(title) {
   present.end?.();
   present = {};
   document.title = `${title} – Site controller`;
   const heading = make('h1', {tabindex: '-1'}, title);
   main.replaceChildren(heading);
-  heading.focus({preventScroll: true});
-  window.scrollTo(0, 0);
+  if (wasShown) {
+    heading.focus({preventScroll: true});
+    window.scrollTo(0, 0);
+  }
+  wasShown = true;
 }
 
 function signIn(reason = '') {

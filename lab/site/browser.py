@@ -114,6 +114,14 @@ class Browser:
         self.wait(lambda: self.driver.find_element("xpath", f"//nav//a[.='{view}']"), f"the link {view}").click()
         self.wait_for_text(view, "h1")
 
+    def press(self, *keys: str) -> None:
+        """Keys by name, such as "TAB", or characters, for what has the focus."""
+        from selenium.webdriver.common.action_chains import ActionChains
+        from selenium.webdriver.common.keys import Keys
+
+        for key in keys:
+            ActionChains(self.driver).send_keys(getattr(Keys, key, key)).perform()
+
     def problems(self) -> list[str]:
         """What the console has said since the last call."""
         return [entry["message"] for entry in self.driver.get_log("browser")]

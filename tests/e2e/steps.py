@@ -1,5 +1,6 @@
 """Steps that many tests share."""
 
+import json
 import os
 import struct
 import tomllib
@@ -145,3 +146,24 @@ def wait_for_event(controller: Controller, name: str, number: int = 1) -> None:
 def wait_for_line(file: Path, text: str, number: int = 1, seconds: float = 20) -> None:
     wait_until(lambda: file.exists() and file.read_text(errors="replace").count(text) >= number,
                f"\"{text}\", {number} times", seconds, file)
+
+
+def write_scenario(lab: Laboratory, access_points: dict[str, AccessPoint], stations: dict[str, list[str]]) -> Path:
+    """A scenario file with the events of each station."""
+    def inline(table: dict[str, Any]) -> str:
+        return "{" + ", ".join(f"{key} = {json.dumps(value)}" for key, value in table.items()) + "}"
+
+    lines = []
+    for name, access_point in access_points.items():
+        lines += ["[[ap]]", f'name = "{name}"', f'mac = "{access_point.mac}"',
+                  "vaps = [" + ", ".join(map(inline, access_point.vaps)) + "]"]
+    for station, its_events in stations.items():
+        lines += ["[[station]]", f'mac = "{station}"', "events = [" + ", ".join(its_events) + "]"]
+    file = lab.directory / "scenario.toml"
+    file.write_text("\n".join(lines) + "\n")
+    return file
+
+
+def wait_for_radio(access_point: AccessPoint, event: str) -> dict[str, Any]:
+    return wait_until(lambda: next((each for each in access_point.radio_output.read() if each["event"] == event), None),
+                      f"the radio's event {event}", log=access_point.radio_output.file)

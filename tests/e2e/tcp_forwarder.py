@@ -11,7 +11,7 @@ class TcpForwarder:
     """Passes connections on to `target`, a port of the loopback interface, until it is cut."""
 
     def __init__(self, target: int) -> None:
-        self._target = target
+        self.target = target
         self._open: list[socket.socket] = []
         self._lock = threading.Lock()
         self._listener = socket.create_server((LOOPBACK, 0))
@@ -38,11 +38,18 @@ class TcpForwarder:
         with suppress(OSError):
             while True:
                 near, _ = listener.accept()
-                far = socket.create_connection((LOOPBACK, self._target))
-                with self._lock:
-                    self._open += [near, far]
-                for ends in ((near, far), (far, near)):
-                    threading.Thread(target=pass_on, args=ends, daemon=True).start()
+                self._connect(near)
+
+    def _connect(self, near: socket.socket) -> None:
+        try:
+            far = socket.create_connection((LOOPBACK, self.target))
+        except OSError:
+            near.close()
+            return
+        with self._lock:
+            self._open += [near, far]
+        for ends in ((near, far), (far, near)):
+            threading.Thread(target=pass_on, args=ends, daemon=True).start()
 
 
 def pass_on(source: socket.socket, sink: socket.socket) -> None:

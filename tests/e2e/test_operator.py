@@ -8,7 +8,8 @@ import pytest
 from lab.site.client_table import FOREIGN
 from lab.site.json_lines import JsonLines
 from lab.site.waiting import wait_until
-from steps import add_access_point, associate, bssid_of, client_mac, wait_for_association, wait_until_ready
+from steps import (add_access_point, associate, bssid_of, client_mac, wait_for_association, wait_for_radio,
+                   wait_until_ready, write_scenario)
 
 STATION = client_mac(1)
 KEY = "ab" * 32
@@ -23,32 +24,13 @@ bssid = "02:00:00:00:10:01"
 """
 
 
-def write_scenario(lab, access_points, events):
-    def inline(table):
-        return "{" + ", ".join(f"{key} = {json.dumps(value)}" for key, value in table.items()) + "}"
-
-    lines = []
-    for name, access_point in access_points.items():
-        lines += ["[[ap]]", f'name = "{name}"', f'mac = "{access_point.mac}"',
-                  "vaps = [" + ", ".join(map(inline, access_point.vaps)) + "]"]
-    lines += ["[[station]]", f'mac = "{STATION}"', "events = [" + ", ".join(events) + "]"]
-    file = lab.directory / "scenario.toml"
-    file.write_text("\n".join(lines) + "\n")
-    return file
-
-
-def wait_for_radio(access_point, event):
-    return wait_until(lambda: next((each for each in access_point.radio_output.read() if each["event"] == event), None),
-                      f"the radio's event {event}", log=access_point.radio_output.file)
-
-
 def test_denied_station_is_refused(lab):
     lab.controller.start()
     lab.controller.ask("acl-set", 1, STATION, "deny")
     access_point = lab.add_access_point("02:00:00:00:10:00", RESTRICTED)
     lab.start()
-    access_point.play("--scenario", write_scenario(lab, {"ap1": access_point}, ['{at = 0, associate = "ap1/wlan0"}']),
-                      "--ap", "ap1")
+    scenario = write_scenario(lab, {"ap1": access_point}, {STATION: ['{at = 0, associate = "ap1/wlan0"}']})
+    access_point.play("--scenario", scenario, "--ap", "ap1")
     assert not wait_for_radio(access_point, "acl_verdict")["allowed"]
     assert access_point.stations() == []
     assert access_point.clients() == []
@@ -59,8 +41,8 @@ def test_key_of_one_access_point_is_installed_at_another(lab):
     first, second = add_access_point(lab, 1), add_access_point(lab, 2)
     lab.start()
     scenario = write_scenario(lab, {"ap1": first, "ap2": second},
-                              ['{at = 0, associate = "ap1/wlan0"}', f'{{at = 0.1, pmk = "{KEY}"}}',
-                               '{at = 1, reassociate = "ap2/wlan0"}', "{at = 1.1, fetch_pmk = true}"])
+                              {STATION: ['{at = 0, associate = "ap1/wlan0"}', f'{{at = 0.1, pmk = "{KEY}"}}',
+                                         '{at = 1, reassociate = "ap2/wlan0"}', "{at = 1.1, fetch_pmk = true}"]})
     first.play("--scenario", scenario, "--ap", "ap1")
     wait_until(lambda: any(each.get("name") == "CLIENT_MGR_PMK_ADD" for each in lab.controller.records()),
                "the controller has the key", log=lab.controller.output.file)

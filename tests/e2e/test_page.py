@@ -1,23 +1,34 @@
 """The operators' page in a browser, with real access points."""
 
 import re
+import signal
 import subprocess
 
 import pytest
+import stored_clients
 
 from conftest import checked_lab
 from lab.site.browser import Browser, why_missing
 from lab.site.client_table import GUEST
 from lab.site.http_api import HttpApi
 from lab.site.waiting import wait_until
-from steps import add_access_point, associate, bssid_of, client_mac, wait_until_ready
+from page_checks import FILTER, SCROLL, check_view
+from steps import (AP_MAC, VAPS, add_access_point, associate, bssid_of, client_mac, wait_for_radio, wait_until_ready,
+                   write_scenario)
 from tcp_forwarder import TcpForwarder
 
 pytestmark = pytest.mark.skipif(why_missing() is not None, reason=why_missing() or "")
 PASSWORD = "correct horse battery"
 EXPECTED_PROBLEMS = re.compile(r"/api/v1/\S+ - Failed to load resource: (the server responded with a status of 40|net::)")
-VIEWS = {"Site": "#/", "Clients": "#/clients", "Guests": "#/guests", "Access lists": "#/acl", "Events": "#/events",
-         "Roams": "#/roams"}
+VIEWS = ("Site", "Clients", "Guests", "Access lists", "Events", "Roams")
+RESTRICTED = """
+[[vap]]
+ifname = "wlan2"
+ssid = "restricted"
+vlan = 40
+mac_acl_index = 1
+bssid = "02:00:00:00:10:03"
+"""
 
 
 @pytest.fixture(scope="module")
@@ -34,9 +45,9 @@ class Site:
         self.lab = lab
         self.api = HttpApi(lab.directory, lab.authority)
         self._sitectl = programs / "sitectl"
-        lab.controller.start(*self.api.options, "--store", lab.directory / "site.db")
+        self._start()
         self.way = TcpForwarder(self.api.port)
-        self.access_points = [add_access_point(lab, number) for number in (1, 2)]
+        self.access_points = [add_access_point(lab, 2), lab.add_access_point(AP_MAC, VAPS + RESTRICTED)]
         lab.start()
         for each in self.access_points:
             wait_until_ready(each)
@@ -48,6 +59,14 @@ class Site:
                               capture_output=True, text=True, timeout=20, check=False)
         assert done.returncode == 0, done.stderr
         return done.stdout.strip()
+
+    def restart(self):
+        self.lab.controller.kill()
+        self._start()
+        self.way.target = self.api.port
+
+    def _start(self):
+        self.lab.controller.start(*self.api.options, "--store", self.lab.directory / "site.db")
 
     @property
     def address(self):
@@ -162,3 +181,180 @@ def test_connection_is_lost_and_comes_back(page, site):
     page.wait_for_text("The connection is back.", "#said")
     page.wait_for_text(f"{client_mac(40)} associated with ap1", ".events")
     assert page.text("#connection") == ""
+
+
+def test_restarted_controller_asks_for_the_password_again(page, site):
+    page.go("Guests")
+    site.restart()
+    page.wait_for_text("The session has ended. Sign in again.", ".reason")
+    sign_in(page)
+    page.wait_for_text("Guests", "h1")
+    page.go("Site")
+    page.wait_for_text("2 of 2", ".tiles")
+
+
+def test_verdict_that_is_set_holds(page, site):
+    denied, other = client_mac(50), client_mac(51)
+    page.go("Access lists")
+    page.fill("List", "1", "form[aria-label='Add a client to a list']")
+    page.fill("Client", denied.upper().replace(":", "-"))
+    page.choose("Verdict", "deny")
+    page.button("Set").click()
+    page.wait_for_text(f"List 1: deny {denied}.", "#said")
+    page.wait_for_text(denied, "section[aria-label='List 1']")
+    second = site.access_points[1]
+    scenario = write_scenario(site.lab, {"ap2": second}, {
+        denied: ['{at = 0, associate = "ap2/wlan2"}'], other: ['{at = 0.1, associate = "ap2/wlan2"}']})
+    second.play("--scenario", scenario, "--ap", "ap2")
+    assert wait_for_radio(second, "acl_verdict")["client"] == denied
+    wait_until(lambda: [each["client"] for each in second.stations()] == [other], "only the other station is served")
+    page.button(f"Remove {denied} of list 1").click()
+    page.wait_for_text(f"{denied} is no longer in list 1.", "#said")
+
+
+def test_viewer_may_only_look(page, site):
+    page.button("Sign out").click()
+    page.wait_for_text("Sign in", "h1")
+    sign_in(page, "vic")
+    associate(site.access_points[0], client_mac(60), bssid=bssid_of(site.access_points[0], 1))
+    page.go("Guests")
+    page.wait_for_text(client_mac(60))
+    assert page.run("return document.querySelectorAll('main li button').length") == 0
+    page.go("Access lists")
+    page.wait_for_text("List 1")
+    assert page.run("return document.querySelectorAll('main li select, main [type=submit]').length") == 0
+    page.button("Sign out").click()
+
+
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+def test_every_view_is_readable_when_narrow(page, site, scheme):
+    associate(site.access_points[0], client_mac(80), bssid=bssid_of(site.access_points[0], 1))
+    page.resize(400, 800)
+    page.prefer(prefers_color_scheme=scheme, prefers_reduced_motion="reduce")
+    try:
+        for view in VIEWS:
+            page.go(view)
+            check_view(page, 400)
+        page.driver.get(f"{site.address}#/clients/{client_mac(80)}")
+        page.wait_for_text("ap1, guest", ".facts")
+        check_view(page, 400)
+        dark = page.run("return getComputedStyle(document.body).backgroundColor.match(/\\d+/g).every((each) => each < 64)")
+        assert dark == (scheme == "dark")
+        assert page.run("return getComputedStyle(document.querySelector('button')).transitionDuration") == "0s"
+    finally:
+        page.resize(1280, 900)
+        page.prefer()
+
+
+def focused(page):
+    return page.run("const it = document.activeElement; return it.innerText || it.getAttribute('aria-label') || it.name")
+
+
+def test_keyboard_is_enough(page, site):
+    first = site.access_points[0]
+    stations = [client_mac(200), client_mac(201)]
+    for station in stations:
+        associate(first, station, bssid=bssid_of(first, 1))
+    page.driver.get("about:blank")
+    page.driver.get(site.address)
+    page.wait_for_text("Site", "h1")
+    page.press("TAB")
+    assert focused(page) == "Skip to the content"
+    assert page.run("return getComputedStyle(document.activeElement).outlineStyle") == "solid"
+    page.press("TAB", "TAB")
+    assert focused(page) == "Clients"
+    page.press("ENTER")
+    page.wait_for_text("Clients", "h1")
+    page.press("TAB", *"02-AA-00-00-00-C")
+    page.wait_for_text("2 clients", ".found")
+    for _ in range(5):
+        page.press("TAB")
+    assert page.run("return document.activeElement.getAttribute('role')") == "grid"
+    page.press("ARROW_DOWN")
+    active = page.run("return document.getElementById(document.activeElement.getAttribute('aria-activedescendant'))")
+    assert stations[1] in active.text
+    assert page.run("return getComputedStyle(document.querySelector('.window')).outlineStyle") == "solid"
+    page.press("ENTER")
+    page.wait_for_text(stations[1], "h1")
+    assert focused(page) == stations[1]
+    page.press("TAB", "TAB")
+    assert focused(page) == "Approve"
+    page.press("ENTER")
+    page.wait_for_text(f"{stations[1]} is approved.", "#said")
+
+
+def test_what_is_warned_of(page):
+    warnings = page.run_async("""
+        const {warningsOf} = await import('/warnings.js');
+        const now = Date.parse('2026-01-01T00:00:00Z');
+        const ap = (name, state, end) => ({ap: '02:00:00:00:10:00', name, state, certificate_expires: end});
+        const store = {fault: '', waiting: 1001, keeps: true, keeps_pmks: true, history_lost: 0, changes_refused: 0};
+        const stats = {certificate_expires: '2026-03-01T00:00:00Z', malformed: 2, store};
+        const well = {...stats, malformed: 0, store: {...store, waiting: 1000}};
+        return [warningsOf([ap('hall', 'down', null), ap('yard', 'up', '2026-01-03T00:00:00Z'),
+                            ap('roof', 'up', '2026-01-20T00:00:00Z'), ap('old', 'up', '2025-12-31T00:00:00Z')], stats, now),
+                warningsOf([ap('roof', 'up', '2026-02-01T00:00:00Z')], well, now),
+                warningsOf([], {...well, store: {...store, fault: 'disk full'}}, now)]""")
+    assert [each["level"] for each in warnings[0]] == ["bad", "bad", "bad", "warn", "warn", "warn"]
+    assert [each["text"] for each in warnings[0]] == [
+        "1 access point has no tunnel: hall.", "The certificate of yard ends on 3 Jan 2026, in 2 days.",
+        "The certificate of old ended on 31 Dec 2025.", "The certificate of roof ends on 20 Jan 2026, in 19 days.",
+        "The store lags: 1,001 changes wait to be stored.", "Lost since the start: 2 malformed records."]
+    assert warnings[1] == []
+    assert [each["text"] for each in warnings[2]] == [
+        "The store cannot be written: disk full. The controller serves from memory; 1,001 changes wait to be stored."]
+
+
+def test_stays_of_a_life(page):
+    stays = page.run_async("""
+        const {staysOf} = await import('/life.js');
+        const at = (second) => new Date(1000 * second).toISOString();
+        const entry = (event, ap, second) => ({event, ap, bssid: ap, at: at(second)});
+        return staysOf([entry('associated', 'a', 1), entry('address', 'a', 2), entry('roamed', 'b', 5),
+                        entry('left', 'b', 8), entry('associated', 'a', 20)], given[0], 30000)
+            .map(({ap, from, to}) => [ap, from / 1000, to / 1000]);""", True)
+    assert stays == [["a", 1, 5], ["b", 5, 8], ["a", 20, 30]]
+
+
+@pytest.fixture
+def large_site(lab, programs):
+    """A controller with 100,000 clients. Returns the page's address, with a token, and the clients."""
+    api = HttpApi(lab.directory, lab.authority)
+    store = lab.directory / "site.db"
+    lab.controller.start(*api.options, "--store", store)
+    lab.controller.process.signal(signal.SIGTERM)
+    lab.controller.process.wait()
+    lab.processes.forget(lab.controller.process)
+    clients = stored_clients.fill(store, 100_000)
+    lab.controller.start(*api.options, "--store", store)
+    subprocess.run([programs / "sitectl", "--control", lab.controller.control, "operator-add", "vic", "viewer"],
+                   input=PASSWORD + "\n", text=True, capture_output=True, check=True)
+    token = subprocess.run([programs / "sitectl", "--control", lab.controller.control, "token-add", "vic", "viewer"],
+                           text=True, capture_output=True, check=True).stdout.strip()
+    return f"https://127.0.0.1:{api.port}/#token={token}", clients
+
+
+def test_many_clients_in_one_table(browser, large_site):
+    address, clients = large_site
+    browser.driver.get("about:blank")
+    browser.driver.get(address)
+    browser.go("Clients")
+    browser.wait_for_text("100,000 clients", ".found")
+    browser.wait_for_text(clients[0], "tbody")
+    times = [browser.run_async(FILTER, *words) for words in (
+        ("MAC begins with", clients[77_777], "1 client"), ("MAC begins with", "", "100,000 clients"),
+        ("Name contains", "printer 5000", "2 clients"), ("Name contains", "", "100,000 clients"))]
+    frame, unknown, rows = browser.run_async(SCROLL)
+    print("filter [ms]:", *(round(each) for each in times), "frame [ms]:", round(frame, 1), "unknown:", unknown)
+    assert max(times) < 5000
+    assert rows < 80
+    jump = 4000
+    browser.run("const window = document.querySelector('.window'); window.scrollTop = arguments[0] * 30;", jump)
+    browser.wait_for_text(clients[jump + 3], "tbody")
+    assert browser.run("return document.querySelector('.window table').getAttribute('aria-rowcount')") == "100001"
+    browser.fill("MAC begins with", "xyz")
+    browser.wait_for_text("are not the first digits of a MAC address", ".wrong")
+    browser.go("Site")
+    browser.wait_for_text("0 of 100", ".tiles")
+    browser.wait_for_text("100 access points have no tunnel", ".warnings")
+    browser.button("Sign out").click()
