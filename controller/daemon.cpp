@@ -14,6 +14,7 @@
 #include "controller/page/page.h"
 #include "controller/socket_address.h"
 #include "controller/statistics.h"
+#include "tunnel/secret_log.h"
 
 namespace controller {
 
@@ -32,7 +33,11 @@ void write_port(const std::string &file, std::uint16_t port) {
 std::optional<site> make_site(const options &chosen) { return chosen.passive ? std::nullopt : std::optional(site()); }
 
 std::shared_ptr<SSL_CTX> read_certificates(const options &chosen) {
-    return kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key, chosen.revoked);
+    auto tls = kx::make_tls_context(chosen.ca, chosen.certificate, chosen.key, chosen.revoked);
+    if (!chosen.capture.tls_key_log.empty()) {
+        kx::log_secrets(tls.get(), chosen.capture.tls_key_log);
+    }
+    return tls;
 }
 
 }  // namespace
@@ -53,16 +58,12 @@ daemon::daemon(const options &chosen, option_reader reread)
       terminated_(base_.get(), SIGTERM, EV_SIGNAL | EV_PERSIST, [this] { stop(); }),
       hung_up_(base_.get(), SIGHUP, EV_SIGNAL | EV_PERSIST, [this] { reload(); }),
       asked_(base_.get(), SIGUSR1, EV_SIGNAL | EV_PERSIST, [this] { note_losses(); }) {
-    const socket_address listen = parse_socket_address(chosen_.listen).value();
     store_ = open_store(chosen_.store, waker_, [this](const std::string &text) { output_.note(text); });
     start_site();
-    tunnels_ = std::make_unique<tunnels>(base_.get(), read_certificates(chosen_), listen.host, listen.port,
-                                         exchange_.callbacks());
-    exchange_.use(*tunnels_);
+    start_tunnels();
     expiry_ = std::make_unique<expiry_check>(base_.get(), chosen_, *tunnels_, output_);
     start_control();
     start_http();
-    output_.note("listening on " + listen.host + " port " + std::to_string(tunnels_->port()));
     announce();
 }
 
@@ -79,6 +80,25 @@ void daemon::start_site() {
     } else {
         output_.note("the access lists are those of the store; SIGHUP replaces them by " + chosen_.acl);
     }
+}
+
+void daemon::start_tunnels() {
+    auto callbacks = exchange_.callbacks();
+    const capture_options &wanted = chosen_.capture;
+    if (!wanted.file.empty()) {
+        capture_ = std::make_unique<capture>(
+            capture::settings{
+                .file = wanted.file, .size_max = std::uint64_t{wanted.size_mib} << 20, .with_keys = wanted.with_pmks},
+            [this](const std::string &text) { output_.note(text); });
+        callbacks.on_passage = [this](const passage &what) { capture_->add(what); };
+    }
+    if (!wanted.tls_key_log.empty()) {
+        output_.note("the secrets of the tunnels are appended to " + wanted.tls_key_log);
+    }
+    const socket_address listen = parse_socket_address(chosen_.listen).value();
+    tunnels_ = std::make_unique<tunnels>(base_.get(), read_certificates(chosen_), listen.host, listen.port,
+                                         std::move(callbacks));
+    exchange_.use(*tunnels_);
 }
 
 void daemon::start_control() {
@@ -112,6 +132,8 @@ void daemon::announce() {
     terminated_.start();
     hung_up_.start();
     asked_.start();
+    output_.note("listening on " + parse_socket_address(chosen_.listen)->host + " port " +
+                 std::to_string(tunnels_->port()));
     if (!chosen_.port_file.empty()) {
         write_port(chosen_.port_file, tunnels_->port());
     }

@@ -8,6 +8,7 @@
 #include "common/events.h"
 #include "controller/accounts.h"
 #include "controller/api/service.h"
+#include "controller/capture.h"
 #include "controller/commands.h"
 #include "controller/control_server.h"
 #include "controller/exchange.h"
@@ -35,6 +36,7 @@ public:
 
 private:
     void start_site();
+    void start_tunnels();
     void start_http();
     void start_control();
     void announce();
@@ -55,6 +57,7 @@ private:
     store_waker waker_{base_.get()};
     std::unique_ptr<store> store_;
     accounts accounts_;
+    std::unique_ptr<capture> capture_;
     std::unique_ptr<tunnels> tunnels_;
     std::unique_ptr<expiry_check> expiry_;
     commands commands_{exchange_, &accounts_};

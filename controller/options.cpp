@@ -41,6 +41,19 @@ void add_http_options(CLI::App &app, http_options &chosen) {
         ->type_name("FILE");
 }
 
+void add_capture_options(CLI::App &app, capture_options &chosen) {
+    app.add_option("--capture", chosen.file,
+                   "Write what passes the tunnels to this new file, for Wireshark; PMKs are masked")
+        ->type_name("FILE");
+    app.add_option("--capture-size", chosen.size_mib, "Size in MiB at which the capture ends")
+        ->check(CLI::Range(1, 1048576))
+        ->capture_default_str();
+    app.add_flag("--capture-pmks", chosen.with_pmks, "Write PMKs to the capture as they are");
+    app.add_option("--tls-key-log", chosen.tls_key_log,
+                   "Append the secrets of each tunnel to this file; who reads it can decrypt recorded traffic")
+        ->type_name("FILE");
+}
+
 void add_options(CLI::App &app, options &chosen) {
     app.set_version_flag("--version", "site_controller " CLIENT_MGR_VERSION);
     app.add_option("--config", chosen.config, "Configuration file; options on the command line have precedence")
@@ -64,6 +77,7 @@ void add_options(CLI::App &app, options &chosen) {
         ->type_name("FILE");
     add_store_options(app, chosen.store);
     add_http_options(app, chosen.http);
+    add_capture_options(app, chosen.capture);
 }
 
 struct rule {
@@ -86,6 +100,7 @@ void check(const options &given) {
              rule{given.events && !given.json, "--events requires --json"},
              rule{given.store.file.empty() && !given.store.key_file.empty(), "--store-key requires --store"},
              rule{given.store.file.empty() && given.store.set_aside, "--store-set-aside requires --store"},
+             rule{given.capture.file.empty() && given.capture.with_pmks, "--capture-pmks requires --capture"},
              rule{!given.http.listen.empty() && !http_is_whole, "--http requires --http-certificate and --http-key"},
          }) {
         if (broken) {

@@ -17,6 +17,14 @@ struct http_options {
     bool operator==(const http_options &) const = default;
 };
 
+// Of the command line alone: nothing is captured because a file was forgotten.
+struct capture_options {
+    std::string file;  // empty: no capture
+    unsigned size_mib = 100;
+    bool with_pmks = false;
+    std::string tls_key_log;  // empty: no secrets are written
+};
+
 struct options {
     std::string config;  // the file; empty for none
     std::string listen = "127.0.0.1:7443";
@@ -30,6 +38,7 @@ struct options {
     std::string acl;
     store_options store;
     http_options http;
+    capture_options capture;
 };
 
 // Reads the command line, and the file that it names. The command line has precedence. Returns the exit status when

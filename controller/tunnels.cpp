@@ -115,6 +115,10 @@ bool tunnels::send(tunnel_id to, std::uint32_t destination, std::span<const std:
     }
     const bool sent = found->second.connection->send(destination, message);
     lost_.messages_unsent += sent ? 0 : 1;
+    if (sent && handlers_.on_passage) {
+        handlers_.on_passage(
+            {.other = found->second.other, .to_controller = false, .destination = destination, .message = message});
+    }
     return sent;
 }
 
@@ -285,12 +289,18 @@ void tunnels::came_up(tunnel_id which) {
 }
 
 void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message) {
+    if (destination != client_manager_destination && destination != kx::tunnel_destination_own) {
+        lost_.frames_ignored++;
+        return;
+    }
+    if (handlers_.on_passage) {
+        handlers_.on_passage(
+            {.other = tunnels_.at(from).other, .to_controller = true, .destination = destination, .message = message});
+    }
     if (destination == client_manager_destination) {
         handlers_.on_message(from, message);
-    } else if (destination == kx::tunnel_destination_own) {
-        handlers_.on_roaming_frame(from, message);
     } else {
-        lost_.frames_ignored++;
+        handlers_.on_roaming_frame(from, message);
     }
 }
 

@@ -40,6 +40,14 @@ struct peer {
     std::optional<std::chrono::system_clock::time_point> certificate_end;
 };
 
+// A message that has come through a tunnel, or that was queued for one.
+struct passage {
+    const peer &other;
+    bool to_controller;
+    std::uint32_t destination;  // of its frame: the client manager's, or the tunnel itself
+    std::span<const std::uint8_t> message;
+};
+
 class tunnels {
 public:
     struct callbacks {
@@ -52,6 +60,7 @@ public:
         std::function<void(const peer &, const std::string &reason)> on_refused;  // it never came up
         std::function<void(const std::string &reason)> on_accept_error;
         std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
+        std::function<void(const passage &)> on_passage = nullptr;
     };
 
     struct losses {

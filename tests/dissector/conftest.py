@@ -1,11 +1,10 @@
-import json
 import shutil
-import subprocess
 import sys
 from pathlib import Path
 from typing import Any
 
 import pytest
+from protocol_tables import load
 
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
@@ -23,9 +22,7 @@ def programs(request: pytest.FixtureRequest) -> Path:
 
 @pytest.fixture(scope="session")
 def protocol(programs: Path) -> dict[str, Any]:
-    """What protocol_tables prints."""
-    done = subprocess.run([programs / "protocol_tables"], check=True, capture_output=True, text=True)
-    return json.loads(done.stdout)
+    return load(programs)
 
 
 @pytest.fixture(scope="session", autouse=True)

@@ -21,9 +21,11 @@ namespace {
 
 using enum kind;
 
-// A member of a member has a key of its own.
+// A member of a member has a key of its own. A member's name cannot be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define FIELD_AS(TYPE, MEMBER, KEY, KIND) \
     field { KEY, KIND, offsetof(TYPE, MEMBER), sizeof(std::declval<TYPE &>().MEMBER) }
+// NOLINTEND(bugprone-macro-parentheses)
 #define FIELD(TYPE, MEMBER, KIND) FIELD_AS(TYPE, MEMBER, #MEMBER, KIND)
 #define STRUCTURE(TYPE, FIELDS) \
     structure { #TYPE, sizeof(TYPE), FIELDS }
