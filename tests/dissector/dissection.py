@@ -23,9 +23,11 @@ def tshark(capture: Path, *options: str) -> str:
 
 
 def dissect(capture: Path, *options: str) -> list[Pairs]:
-    """The tree of the protocol kx in each packet. A node has the same name as often as there are such fields."""
+    """The tree of the protocol kx in each packet, of all its frames. A node has the same name as often as there are such
+    fields."""
     packets = json.loads(tshark(capture, "-T", "json", *options), object_pairs_hook=lambda pairs: pairs)
-    return [dict(dict(dict(packet)["_source"])["layers"])["kx"] for packet in packets]
+    layers = [dict(dict(packet)["_source"])["layers"] for packet in packets]
+    return [[field for name, fields in each if name == "kx" for field in fields] for each in layers]
 
 
 def malformations(tree: Pairs) -> Iterator[str]:

@@ -73,14 +73,6 @@ def test_a_capture_has_what_passed_without_keys(lab, programs, tmp_path):
     assert set(named.split()) == {"ap1"}
 
 
-def test_a_capture_has_keys_on_request(lab, programs, tmp_path):
-    file = tmp_path / "site.pcapng"
-    play(lab, tmp_path, "--capture", file, "--capture-pmks")
-    assert captured(file, load(programs), "-o", "kx.show_pmks:TRUE") == printed(lab)
-    shown = tshark(file, "-Y", "kx.pmk", "-o", "kx.show_pmks:TRUE", "-T", "fields", "-e", "kx.pmk")
-    assert KEY in shown
-
-
 class Recorder:
     """Records the frames of the loopback interface."""
 
@@ -106,13 +98,17 @@ class Recorder:
                 to.write(struct.pack("<IIII", number // 1000000, number % 1000000, len(frame), len(frame)) + frame)
 
 
-def test_recorded_traffic_is_decrypted_with_the_secrets(lab, programs, own_network, tmp_path):
+def test_recorded_traffic_is_decrypted_with_the_secrets_and_a_capture_has_keys_on_request(lab, programs, own_network,
+                                                                                          tmp_path):
     if not own_network:
         pytest.skip("only root may record the network")
-    secrets, traffic = tmp_path / "secrets", tmp_path / "lo.pcap"
+    secrets, traffic, file = tmp_path / "secrets", tmp_path / "lo.pcap", tmp_path / "site.pcapng"
     recorder = Recorder()
-    play(lab, tmp_path, "--tls-key-log", secrets)
+    play(lab, tmp_path, "--tls-key-log", secrets, "--capture", file, "--capture-pmks")
     recorder.write(traffic)
+    assert captured(file, load(programs), "-o", "kx.show_pmks:TRUE") == printed(lab)
+    keys = ("-Y", "kx.pmk", "-T", "fields", "-e", "kx.pmk")
+    assert KEY in tshark(file, "-o", "kx.show_pmks:TRUE", *keys)
     assert secrets.stat().st_mode & 0o777 == 0o600
     options = ("-o", f"tls.keylog_file:{secrets}", "-o", f"kx.port:{lab.controller.port}", "-o", "kx.show_pmks:TRUE")
     names = tshark(traffic, *options, "-Y", "kx.record", "-T", "fields", "-e", "kx.type")
@@ -122,7 +118,7 @@ def test_recorded_traffic_is_decrypted_with_the_secrets(lab, programs, own_netwo
     requests = numbers["CLIENT_MGR_REQ_BULK_INFO"]  # some are not printed
     assert [each for each in found if each != requests] == [each for each in expected if each != requests]
     assert tshark(traffic, *options, "-Y", "kx.malformed", "-T", "fields", "-e", "frame.number") == ""
-    assert KEY in tshark(traffic, *options, "-Y", "kx.pmk", "-T", "fields", "-e", "kx.pmk")
+    assert KEY in tshark(traffic, *options, *keys)
     assert "kx_" not in tshark(traffic, "-T", "fields", "-e", "frame.protocols")
 
 

@@ -40,8 +40,8 @@ record list_of_clients() {
 
 // Whether eight bytes of the key in a row are in the content.
 bool reveals_key(const bytes &content) {
-    for (std::size_t at = 0; at + 8 <= key().size(); at++) {
-        if (!std::ranges::search(content, std::span(key()).subspan(at, 8)).empty()) {
+    for (auto at = key().begin(); at + 8 <= key().end(); ++at) {
+        if (std::search(content.begin(), content.end(), at, at + 8) != content.end()) {
             return true;
         }
     }
