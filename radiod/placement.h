@@ -42,8 +42,8 @@ public:
     void home_found(const mac_address &station, const mac_address &home_bssid, time_point now);
     // The number of the interface that hostapd is to give it; 0: the VAP's.
     std::uint16_t number_for(const mac_address &station) const { return pool_.find(station); }
-    // The number for one whose EAP has succeeded; 0: the VAP's. hostapd may have let it in by an earlier answer, so that
-    // nobody was asked for its home since it left.
+    // The number for one whose EAP has succeeded; 0: the VAP's. hostapd may have let it in by an earlier answer, so
+    // that nobody was asked for its home since it left.
     std::uint16_t number_after_eap(const mac_address &station) const {
         return home_of(station) == mac_address{} ? 0 : pool_.find_kept(station);
     }
