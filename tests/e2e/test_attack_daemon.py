@@ -207,7 +207,9 @@ def service_manager(tmp_path, monkeypatch):
         yield notified
 
 
-def test_service_manager_hears_of_a_daemon_that_hangs(service_manager, access_point):
+def test_service_manager_hears_of_a_daemon_that_hangs(access_point, service_manager):
+    access_point.kill("client_mgr")
+    access_point.start("client_mgr")
     assert service_manager.recv(512).startswith(b"READY=1\nSTATUS=")
     for _ in range(3):
         assert service_manager.recv(512) == b"WATCHDOG=1"

@@ -1,6 +1,7 @@
 """Stations keep their home on VLAN 10 while they roam to access points whose VAPs are on VLAN 20."""
 
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import ExitStack
 from pathlib import Path
 
@@ -21,6 +22,7 @@ from lab.site.waiting import wait_until
 
 SSID = "office"
 HOME, FOREIGN, MIXED = range(3)  # access points: VLAN 10; VLAN 20; VLAN 20 and, on its second VAP, VLAN 10
+CROWD, AT_ONCE = 10, 3  # stations; more at once keep the emulated processor busy for longer than they wait
 VLANS = {HOME: (10,), FOREIGN: (20,), MIXED: (20, 10)}
 KINDS = [network_kinds.PSK, *(pytest.param(kind, marks=pytest.mark.long) for kind in (
     network_kinds.OPEN, network_kinds.SAE, network_kinds.EAP, network_kinds.FT_PSK))]
@@ -38,18 +40,18 @@ class RoamingSite:
         self.site = site
         self.access_points = access_points
 
-    def start(self, kind: NetworkKind) -> None:
+    def start(self, kind: NetworkKind, interfaces: int = 3) -> None:
         for node, vlans in zip(self.access_points, VLANS.values()):
-            vaps = [make_vap(kind, SSID, vlan, index, *apart(kind)) for index, vlan in enumerate(vlans)]
+            vaps = [make_vap(kind, SSID, vlan, index, *apart(kind), interfaces=interfaces) for index, vlan in enumerate(vlans)]
             self.site.add(node, *vaps)
             for index, vlan in enumerate(vlans):
                 join_vlan(node, index, vlan)
         self.site.start()
 
-    def connect(self, station: StationNode, kind: NetworkKind, at: int) -> None:
+    def connect(self, station: StationNode, kind: NetworkKind, at: int, index: int = 0) -> None:
         node = self.access_points[at]
-        station.connect(SSID, kind, node, 0, "proactive_key_caching=1")
-        self.site.wait_until_at(station, node.bssid())
+        station.connect(SSID, kind, node, index, "proactive_key_caching=1")
+        self.site.wait_until_at(station, node.bssid(index))
         station.get_address()
         wait_until(lambda: self.site.client(station)["ip"] == station.address, "the controller has the address")
 
@@ -59,16 +61,26 @@ class RoamingSite:
         self.site.wait_until_at(station, node.bssid(index))
 
 
-@pytest.fixture
-def roaming(pool: Pool, programs: Path, radius: Callable[..., Process]) -> Iterator[tuple]:
+def lend(pool: Pool, programs: Path, count: int) -> Iterator[tuple]:
+    """The site and so many stations."""
     with ExitStack() as stack:
         access_points = stack.enter_context(pool.access_points(len(VLANS)))
-        stations = stack.enter_context(pool.stations(2))
+        stations = stack.enter_context(pool.stations(count))
         for node, vlans in zip(access_points, VLANS.values()):
             roaming_networks.make_bridge(node, *vlans)
             stack.callback(roaming_networks.remove_bridge, node, *vlans)
         site = stack.enter_context(ManagedSite(programs, stations))
         yield RoamingSite(site, access_points), stations
+
+
+@pytest.fixture
+def roaming(pool: Pool, programs: Path, radius: Callable[..., Process]) -> Iterator[tuple]:
+    yield from lend(pool, programs, 2)
+
+
+@pytest.fixture
+def crowded(pool: Pool, programs: Path) -> Iterator[tuple]:
+    yield from lend(pool, programs, CROWD)
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)
@@ -100,3 +112,39 @@ def test_station_keeps_its_home(kind: NetworkKind, roaming, radius, wire, echo: 
         assert not hears[traveller].repeated and not hears[resident].repeated
     assert traffic.is_complete
     print(f"longest gap {traffic.longest_gap * 1000:.0f} ms")
+
+
+@pytest.mark.long
+def test_ten_stations_keep_their_homes(crowded, echo: EchoServer) -> None:
+    """Five have their home where the other five go to, all on VLAN 10: that access point is home and foreign at once."""
+    site, stations = crowded
+    site.start(network_kinds.PSK, interfaces=CROWD // 2)
+    groups = {(HOME, 0): ((MIXED, 0), stations[:CROWD // 2]), (MIXED, 1): ((FOREIGN, 0), stations[CROWD // 2:])}
+    for home, (_, group) in groups.items():
+        for station in group:
+            site.connect(station, network_kinds.PSK, *home)
+
+    def roam_all(targets: list[tuple[StationNode, tuple[int, int]]]) -> None:
+        with ThreadPoolExecutor(AT_ONCE) as threads:
+            for each in [threads.submit(site.roam, station, *target) for station, target in targets]:
+                each.result()
+
+    with ExitStack() as stack:
+        hears = [stack.enter_context(Listener(INTERFACE, each.namespace)) for each in stations]
+        for vlan in (10, 20):
+            stack.enter_context(Sender(f"vlan{vlan}", f"vlan{vlan}", f"02:00:00:00:ff:{vlan}"))
+        traffic = [stack.enter_context(Traffic(each.namespace, address_in(10), echo.port)) for each in stations]
+        roam_all([(station, away) for away, group in groups.values() for station in group])
+        for each in traffic:
+            each.wait_for_more(10)
+        for one, other in zip(*(group for _, group in groups.values())):
+            wait_until(lambda: one.reaches(other.address), f"{one.name} reaches {other.name}")
+        heard = [each.count("vlan10") for each in hears]
+        wait_until(lambda: all(each.count("vlan10") > before + 3 for each, before in zip(hears, heard)),
+                   "group frames of VLAN 10 arrive at all")
+        roam_all([(station, home) for home, (_, group) in groups.items() for station in group])
+        for each in traffic:
+            each.wait_for_more(10)
+        assert [each.count("vlan20") for each in hears] == CROWD * [0]
+        assert [each.repeated for each in hears] == CROWD * [{}]
+    assert [each.is_complete for each in traffic] == CROWD * [True]

@@ -110,9 +110,11 @@ class AccessPointNode:
     def authorized(self, vaps: int = 1) -> list[tuple[str, int]]:
         """The stations that the kernel lets send, each with the index of its VAP, of the first so many VAPs."""
         names = {self.interface(index): index for index in range(vaps)}
-        dump = self.namespace.run("sh", "-c", "".join(f"iw dev {name} station dump;" for name in names))
+        links = self.namespace.run("ip", "-brief", "link").split()
+        dumped = [link for link in links if link.partition(".")[0] in names]  # interfaces for single stations too
+        dump = self.namespace.run("sh", "-c", "".join(f"iw dev {name} station dump;" for name in dumped))
         entries = re.findall(r"^Station (\S+) \(on (\S+)\)\n((?:\t.*\n?)*)", dump, re.MULTILINE)
-        return [(mac, names[name]) for mac, name, fields in entries if re.search(r"authorized:\s*yes", fields)]
+        return [(mac, names[name.partition(".")[0]]) for mac, name, fields in entries if re.search(r"authorized:\s*yes", fields)]
 
     def served(self, vaps: int) -> list[tuple[str, int]]:
         """The stations that hostapd has as authorized, likewise."""

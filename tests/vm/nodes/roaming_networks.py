@@ -9,19 +9,20 @@ from nodes.network_kinds import NetworkKind
 from nodes.worker import SITE
 
 BRIDGE = "br0"
-NUMBERS = range(1001, 1004)  # of the interfaces for single stations, on each VAP
+FIRST_NUMBER = 1001  # of the interfaces for single stations, on each VAP
 
 
-def make_vap(kind: NetworkKind, ssid: str, vlan: int, index: int = 0, *settings: str) -> Vap:
-    """The VAP `index` of an access point."""
-    return Vap(kind, ssid, vlan, (f"bridge={BRIDGE}", "macaddr_acl=2", "dynamic_vlan=1", f"vlan_file={vlan_file(index)}",
-                                  *settings))
+def make_vap(kind: NetworkKind, ssid: str, vlan: int, index: int = 0, *settings: str, interfaces: int = 3) -> Vap:
+    """The VAP `index` of an access point, with so many interfaces for single stations."""
+    return Vap(kind, ssid, vlan, (f"bridge={BRIDGE}", "macaddr_acl=2", "dynamic_vlan=1",
+                                  f"vlan_file={vlan_file(index, interfaces)}", *settings))
 
 
-def vlan_file(index: int) -> Path:
+def vlan_file(index: int, interfaces: int) -> Path:
     interface = AccessPointNode.interface(index)
     file = SITE / f"{interface}.vlan"
-    file.write_text("".join(f"{number} {interface}.{number} {BRIDGE}\n" for number in NUMBERS))
+    file.write_text("".join(f"{number} {interface}.{number} {BRIDGE}\n"
+                            for number in range(FIRST_NUMBER, FIRST_NUMBER + interfaces)))
     return file
 
 
