@@ -9,7 +9,7 @@ export const address = (ip) => (ip === '0.0.0.0' || ip === null ? '–' : ip);
 
 export const placeOf = (row) => make('span', {}, name(row.ap_name ?? row.ap));
 
-const guestTexts = {none: '', waiting: 'waits for approval', approved: 'approved', unknown: 'not known'};
+const guestTexts = {none: '', waiting: 'waiting', approved: 'approved', unknown: 'not known'};
 
 export function guestMark(state) {
   return guestTexts[state] === '' ? '' : make('span', {class: `mark guest-${state}`}, guestTexts[state]);

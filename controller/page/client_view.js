@@ -1,10 +1,10 @@
 // One client: where it is, where it was, and what an operator can do about it.
 import {address, guestMark} from './client_cells.js';
 import {directory} from './directory.js';
-import {code, make, name, showKeyed} from './dom.js';
+import {make, name, setText, showKeyed} from './dom.js';
 import {dayLength, minute, time} from './format.js';
 import {staysOf} from './life.js';
-import {drawLife} from './life_picture.js';
+import {drawLife, legend} from './life_picture.js';
 import {Picture} from './picture.js';
 import {Refusal, ask, session, withQuery} from './server.js';
 
@@ -19,7 +19,8 @@ const placeText = (ap, bssid) => make('span', {}, name(directory.nameOf(ap)), ',
 function factsOf(row) {
   return [
     ['Served by', placeText(row.ap, row.bssid)],
-    ['Home', row.home_ap === row.ap && row.home_bssid === row.bssid ? 'the same' : placeText(row.home_ap, row.home_bssid)],
+    ['Home', row.home_ap === row.ap && row.home_bssid === row.bssid ? 'the same' :
+      placeText(row.home_ap, row.home_bssid)],
     ['VLAN', row.home_vlan === null ? '–' : String(row.home_vlan)],
     ['IP address', address(row.ip)],
     ['Guest', guestMark(row.guest) || 'no'],
@@ -45,7 +46,7 @@ export function showClient(root, context, mac) {
   const state = make('p', {class: 'found', 'aria-live': 'polite'});
   root.append(make('p', {}, make('a', {href: '#/clients'}, 'All clients')), state, facts, actions,
               make('h2', {}, 'Life'), make('form', {class: 'filters'}, make('label', {}, 'Show', span)),
-              picture.element, make('h2', {}, 'History'),
+              picture.element, legend(), make('h2', {}, 'History'),
               make('div', {class: 'wide', tabindex: 0, role: 'region', 'aria-label': 'History'},
                    make('table', {class: 'plain'}, make('thead', {}, make(
                      'tr', {}, ...['Time', 'Event', 'Access point', 'Network', 'IP address'].map(
@@ -67,15 +68,18 @@ export function showClient(root, context, mac) {
     }
     const approval = `/guests/${mac}/approval`;
     return [
-      row.guest === 'waiting' ? {title: 'Approve', kind: 'main', run: () => act(approval, 'PUT', `${mac} is approved.`)} : null,
-      row.guest === 'approved' ? {title: 'Revoke the approval', kind: '', run: () => act(approval, 'DELETE', `The approval of ${mac} is revoked.`)} : null,
+      row.guest !== 'waiting' ? null :
+        {title: 'Approve', kind: 'main', run: () => act(approval, 'PUT', `${mac} is approved.`)},
+      row.guest !== 'approved' ? null :
+        {title: 'Revoke the approval', kind: '',
+         run: () => act(approval, 'DELETE', `The approval of ${mac} is revoked.`)},
       {title: 'Remove from the site', kind: 'danger', run: () => confirm(`Remove ${mac} from every access point?`) &&
         act(`/clients/${mac}`, 'DELETE', `${mac} is removed.`)},
     ].filter(Boolean);
   }
 
   function showRow() {
-    state.textContent = row === null ? 'The client is not on the site now.' : '';
+    setText(state, row === null ? 'The client is not on the site now.' : '');
     showKeyed(facts, row === null ? [] : factsOf(row), ([title]) => title,
               ([title]) => make('div', {}, make('dt', {}, title), make('dd')),
               (element, [, value]) => element.lastChild.replaceChildren(value));
@@ -111,9 +115,11 @@ export function showClient(root, context, mac) {
     }
   }
 
+  const readHistory = (cursor) => ask(withQuery(`/clients/${mac}/history`, {limit: pageEntries, cursor}));
+
   async function read() {
     try {
-      const [found, page] = await Promise.all([readRow(), ask(withQuery(`/clients/${mac}/history`, {limit: pageEntries}))]);
+      const [found, page] = await Promise.all([readRow(), readHistory(null)]);
       if (ended) {
         return;
       }
@@ -129,7 +135,7 @@ export function showClient(root, context, mac) {
   }
 
   const readOlder = () => context.attempt(async () => {
-    const page = await ask(withQuery(`/clients/${mac}/history`, {limit: pageEntries, cursor: entries.at(-1).number}));
+    const page = await readHistory(entries.at(-1).number);
     entries = [...entries, ...page.items];
     older.hidden = page.next === null;
     showAll();

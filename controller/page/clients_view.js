@@ -2,7 +2,7 @@
 import {address, clientCell, guestMark, placeOf} from './client_cells.js';
 import {CursorRows} from './cursor_rows.js';
 import {directory} from './directory.js';
-import {make, name} from './dom.js';
+import {make, name, setText} from './dom.js';
 import {count, plural} from './format.js';
 import {ask, withQuery} from './server.js';
 import {WindowTable} from './window_table.js';
@@ -89,8 +89,8 @@ export function showClients(root, context, query) {
   function changed() {
     table.element.setAttribute('aria-busy', 'false');
     const known = rows.isComplete ? rows.known : Math.max(rows.expected ?? 0, rows.known);
-    found.textContent = rows.isComplete || rows.expected !== null ? plural(known, 'client') :
-      rows.known === 0 ? 'Searching…' : `${count(known)} clients or more`;
+    setText(found, rows.isComplete || rows.expected !== null ? plural(known, 'client') :
+      rows.known === 0 ? 'Searching…' : `${count(known)} clients or more`);
     table.draw();
   }
 

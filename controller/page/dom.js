@@ -25,6 +25,13 @@ export const name = (text) => make('bdi', {}, text);
 
 export const code = (text) => make('code', {}, text);
 
+// Screen readers read a text again when it is set again.
+export function setText(element, text) {
+  if (element.textContent !== text) {
+    element.textContent = text;
+  }
+}
+
 // Shows `items` below `parent`, one element each. An element stays the same while its key does, so that it keeps the
 // focus. `update(element, item)` fills one that `create(item)` made.
 export function showKeyed(parent, items, keyOf, create, update) {

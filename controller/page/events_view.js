@@ -44,7 +44,8 @@ function partsOf({kind, data}) {
   });
 }
 
-const rowOf = (event) => make('li', {class: `event ${event.kind}`}, make('time', {datetime: event.data.at}, time(event.data.at)),
+const rowOf = (event) => make('li', {class: `event ${event.kind}`},
+                              make('time', {datetime: event.data.at}, time(event.data.at)),
                               make('span', {}, ...partsOf(event)));
 
 export function showEvents(root, context, query) {

@@ -5,7 +5,7 @@ const silenceMax = 25_000;  // ms; the controller writes at least every 15 s
 const pauseMax = 8_000;
 
 // {kind, id, data} of the lines of one event; null for a comment.
-export function parseEvent(block) {
+function parseEvent(block) {
   const fields = {};
   for (const line of block.split('\n')) {
     const colon = line.indexOf(': ');
@@ -127,7 +127,11 @@ export class Feed {
       rest = blocks.pop();
       for (const event of blocks.map(parseEvent).filter(Boolean)) {
         this.#last = event.id;
-        this.#on.event(event);
+        try {
+          this.#on.event(event);
+        } catch (error) {
+          reportError(error);  // a fault of the page, which must not end the stream
+        }
       }
     }
   }

@@ -1,6 +1,6 @@
 // Guests that wait for approval, and those that have one.
 import {address, clientLink, placeOf} from './client_cells.js';
-import {make, name, showKeyed} from './dom.js';
+import {make, name, setText, showKeyed} from './dom.js';
 import {plural} from './format.js';
 import {PagedList} from './paged_list.js';
 import {ask, session, withQuery} from './server.js';
@@ -30,8 +30,8 @@ export function showGuests(root, context, query) {
   let refreshing = 0;
 
   function show(rows, isAll) {
-    found.textContent = rows.length === 0 ? `No guest is ${state.value}.` :
-      `${plural(rows.length, 'guest')}${isAll ? '' : ' or more'}`;
+    setText(found, rows.length === 0 ? `No guest is ${state.value}.` :
+      `${plural(rows.length, 'guest')}${isAll ? '' : ' or more'}`);
     showKeyed(items, rows, ({client, guest}) => `${client} ${guest}`, create, update);
   }
 
@@ -48,7 +48,8 @@ export function showGuests(root, context, query) {
 
   function update(element, row) {
     element.querySelector('.called').replaceChildren(row.name === null ? '' : name(row.name));
-    element.querySelector('.muted').replaceChildren(placeOf(row), ', ', name(row.ssid ?? row.bssid), ', ', address(row.ip));
+    element.querySelector('.muted').replaceChildren(placeOf(row), ', ', name(row.ssid ?? row.bssid), ', ',
+                                                    address(row.ip));
   }
 
   // The focus goes to the next guest, since this one's button is about to go.

@@ -1,6 +1,6 @@
 // A client's life: a line for each access point, on which its stays are bars, with what happened to it.
 import {directory} from './directory.js';
-import {draw} from './dom.js';
+import {draw, make} from './dom.js';
 import {duration, plural, time} from './format.js';
 import {frame, text, ticksOf} from './picture.js';
 
@@ -9,7 +9,12 @@ const bar = 12;
 const above = 10;
 const below = 24;
 const namesMax = 130;  // the column of names
-const marked = ['address', 'waiting', 'approved', 'left', 'corrected'];
+const marked = ['address', 'waiting', 'approved', 'left'];
+
+// What the marks mean.
+export const legend = () => make('p', {class: 'legend'}, ...marked.map((event) => make(
+  'span', {}, draw('svg', {width: 12, height: 12, 'aria-hidden': 'true'},
+                   draw('circle', {class: `happened ${event}`, cx: 6, cy: 6, r: 4})), event)));
 
 function shorten(name, width) {
   const most = Math.floor(width / 7.2);

@@ -41,7 +41,8 @@ export function showSignIn(root, reason, open) {
     make('details', {class: 'other-way'}, make('summary', {}, 'Use a token'),
          form('Use the token', [
            make('label', {}, 'Token', token),
-           make('p', {id: 'token-help', class: 'muted'}, 'As sitectl token-add prints it. It is kept until the tab is closed.'),
+           make('p', {id: 'token-help', class: 'muted'},
+                'As sitectl token-add prints it. It is kept until the tab is closed.'),
          ], async () => {
            session.token = token.value.trim();
            try {

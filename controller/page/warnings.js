@@ -5,7 +5,7 @@ const certificateDays = 30;  // before the end
 const waitingMax = 1000;     // changes that the store may have before it is said to lag
 const namedMax = 5;
 
-export const lossTexts = {
+const lossTexts = {
   malformed: 'malformed records',
   frames_ignored: 'frames ignored',
   messages_unsent: 'messages not sent',
@@ -37,7 +37,8 @@ function ofCertificate(whose, end, now) {
 function ofAccessPoints(aps, now) {
   const down = aps.filter(({state}) => state === 'down');
   const made = down.length === 0 ? [] :
-    [{level: 'bad', text: `${plural(down.length, 'access point has', 'access points have')} no tunnel: ${list(down)}.`}];
+    [{level: 'bad',
+      text: `${plural(down.length, 'access point has', 'access points have')} no tunnel: ${list(down)}.`}];
   return [...made, ...aps.map((ap) => ofCertificate(called(ap), ap.certificate_expires, now)).filter(Boolean)];
 }
 
@@ -45,15 +46,18 @@ function ofStore(store) {
   const made = [];
   if (store.fault !== '') {
     made.push({level: 'bad', text: `The store cannot be written: ${store.fault}. The controller serves from memory; ` +
-                                   `${plural(store.waiting, 'change')} wait to be stored.`});
+                                   `${plural(store.waiting, 'change waits', 'changes wait')} to be stored.`});
   } else if (store.waiting > waitingMax) {
-    made.push({level: 'warn', text: `The store lags: ${plural(store.waiting, 'change')} wait to be stored.`});
+    made.push({level: 'warn',
+               text: `The store lags: ${plural(store.waiting, 'change waits', 'changes wait')} to be stored.`});
   }
   if (store.changes_refused > 0) {
-    made.push({level: 'bad', text: `${plural(store.changes_refused, 'change was', 'changes were')} refused because too many waited to be stored.`});
+    made.push({level: 'bad', text: `${plural(store.changes_refused, 'change was', 'changes were')} refused because ` +
+                                   'too many waited to be stored.'});
   }
   if (store.history_lost > 0) {
-    made.push({level: 'warn', text: `${plural(store.history_lost, 'event is', 'events are')} missing in the clients' histories.`});
+    made.push({level: 'warn', text: `${plural(store.history_lost, 'event is', 'events are')} missing in the ` +
+                                    "clients' histories."});
   }
   if (!store.keeps) {
     made.push({level: 'warn', text: 'There is no store: everything is forgotten when the controller ends.'});
@@ -70,7 +74,8 @@ export function warningsOf(aps, stats, now) {
     ofCertificate('the controller', stats.certificate_expires, now),
     ...ofStore(stats.store),
     lost.length === 0 ? null :
-      {level: 'warn', text: `Lost since the start: ${lost.map(({text, number}) => `${count(number)} ${text}`).join(', ')}.`},
+      {level: 'warn',
+       text: `Lost since the start: ${lost.map(({text, number}) => `${count(number)} ${text}`).join(', ')}.`},
   ].filter(Boolean);
   return [...all.filter(({level}) => level === 'bad'), ...all.filter(({level}) => level !== 'bad')];
 }

@@ -85,7 +85,8 @@ class Browser:
         return self.run("return document.querySelector(arguments[0])?.innerText ?? ''", selector)
 
     def find(self, selector: str, seconds: float = 20) -> Any:
-        return self.wait(lambda: self.driver.find_element("css selector", selector), f"the page has {selector}", seconds)
+        return self.wait(lambda: self.driver.find_element("css selector", selector), f"the page has {selector}",
+                         seconds)
 
     def button(self, title: str) -> Any:
         """The button with this text or label."""
@@ -111,7 +112,9 @@ class Browser:
 
     def go(self, view: str) -> None:
         """Opens the view by its link."""
-        self.wait(lambda: self.driver.find_element("xpath", f"//nav//a[.='{view}']"), f"the link {view}").click()
+        link = self.driver.find_element("xpath", f"//nav//a[.='{view}']")
+        self.wait(link.is_displayed, f"the link {view}")
+        link.click()
         self.wait_for_text(view, "h1")
 
     def press(self, *keys: str) -> None:

@@ -20,7 +20,8 @@ const walker = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
 const poor = [];
 while (walker.nextNode()) {
   const element = walker.currentNode.parentElement;
-  if (!walker.currentNode.data.trim() || !element.checkVisibility() || element.closest('svg, option, :disabled')) continue;
+  const isText = walker.currentNode.data.trim() && element.checkVisibility();
+  if (!isText || element.closest('svg, option, :disabled')) continue;
   const [one, other] = [light(getComputedStyle(element).color), light(ground(element))].sort((a, b) => b - a);
   if ((one + .05) / (other + .05) < 4.5) poor.push([element.textContent, (one + .05) / (other + .05)]);
 }
@@ -29,7 +30,8 @@ return poor;
 # Types a filter and returns the milliseconds until its rows are painted.
 FILTER = """
 const [label, text, found] = given;
-const field = [...document.querySelectorAll('main label')].find((each) => each.firstChild.textContent === label).control;
+const labels = [...document.querySelectorAll('main label')];
+const field = labels.find((each) => each.firstChild.textContent === label).control;
 const start = performance.now();
 field.value = text;
 field.dispatchEvent(new Event('input', {bubbles: true}));

@@ -19,7 +19,8 @@ from tcp_forwarder import TcpForwarder
 
 pytestmark = pytest.mark.skipif(why_missing() is not None, reason=why_missing() or "")
 PASSWORD = "correct horse battery"
-EXPECTED_PROBLEMS = re.compile(r"/api/v1/\S+ - Failed to load resource: (the server responded with a status of 40|net::)")
+EXPECTED_PROBLEMS = re.compile(
+    r"/api/v1/\S+ - Failed to load resource: (the server responded with a status of 40|net::)")
 VIEWS = ("Site", "Clients", "Guests", "Access lists", "Events", "Roams")
 RESTRICTED = """
 [[vap]]
@@ -160,7 +161,8 @@ def test_roam_is_followed_live(page, site):
     page.wait_for_text("ap1, office", ".facts")
     associate(second, station)
     page.wait_for_text("ap2, office", ".facts")
-    assert [row.split("\t")[1:3] for row in page.text("tbody").splitlines()] == [["roamed", "ap2"], ["associated", "ap1"]]
+    rows = [row.split("\t")[1:3] for row in page.text("tbody").splitlines()]
+    assert rows == [["roamed", "ap2"], ["associated", "ap1"]]
     picture = page.find(".picture svg")
     assert picture.get_attribute("aria-label").startswith("Where the client was: 2 stays at 2 access points, 1 roam")
     page.go("Events")
@@ -238,7 +240,8 @@ def test_every_view_is_readable_when_narrow(page, site, scheme):
         page.driver.get(f"{site.address}#/clients/{client_mac(80)}")
         page.wait_for_text("ap1, guest", ".facts")
         check_view(page, 400)
-        dark = page.run("return getComputedStyle(document.body).backgroundColor.match(/\\d+/g).every((each) => each < 64)")
+        dark = page.run("return getComputedStyle(document.body).backgroundColor.match(/\\d+/g)"
+                        ".every((each) => each < 64)")
         assert dark == (scheme == "dark")
         assert page.run("return getComputedStyle(document.querySelector('button')).transitionDuration") == "0s"
     finally:
@@ -247,7 +250,8 @@ def test_every_view_is_readable_when_narrow(page, site, scheme):
 
 
 def focused(page):
-    return page.run("const it = document.activeElement; return it.innerText || it.getAttribute('aria-label') || it.name")
+    return page.run("const it = document.activeElement;"
+                    "return it.innerText || it.getAttribute('aria-label') || it.name")
 
 
 def test_keyboard_is_enough(page, site):
@@ -277,6 +281,7 @@ def test_keyboard_is_enough(page, site):
     page.press("ENTER")
     page.wait_for_text(stations[1], "h1")
     assert focused(page) == stations[1]
+    page.button("Approve")
     page.press("TAB", "TAB")
     assert focused(page) == "Approve"
     page.press("ENTER")
@@ -292,7 +297,8 @@ def test_what_is_warned_of(page):
         const stats = {certificate_expires: '2026-03-01T00:00:00Z', malformed: 2, store};
         const well = {...stats, malformed: 0, store: {...store, waiting: 1000}};
         return [warningsOf([ap('hall', 'down', null), ap('yard', 'up', '2026-01-03T00:00:00Z'),
-                            ap('roof', 'up', '2026-01-20T00:00:00Z'), ap('old', 'up', '2025-12-31T00:00:00Z')], stats, now),
+                            ap('roof', 'up', '2026-01-20T00:00:00Z'), ap('old', 'up', '2025-12-31T00:00:00Z')],
+                           stats, now),
                 warningsOf([ap('roof', 'up', '2026-02-01T00:00:00Z')], well, now),
                 warningsOf([], {...well, store: {...store, fault: 'disk full'}}, now)]""")
     assert [each["level"] for each in warnings[0]] == ["bad", "bad", "bad", "warn", "warn", "warn"]
