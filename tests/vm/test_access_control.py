@@ -3,6 +3,7 @@
 import json
 from collections.abc import Callable, Sequence
 
+import pytest
 from nodes import network_kinds
 from nodes.access_point_node import AccessPointNode, Vap
 from nodes.managed_site import ManagedSite
@@ -67,6 +68,37 @@ def test_station_that_is_denied_later_is_refused_when_it_comes_back(site: Manage
     wait_until(is_refused, "the daemon has forgotten its verdict", VERDICT_SECONDS + 15)
     site.wait_until_gone(station)
     site.wait_until_all_agree()
+
+
+def test_station_that_is_denied_while_it_is_here(site: ManagedSite, access_points, stations) -> None:
+    """A client_mgr that has lost its verdicts is asked again, and the new verdict sends the station away."""
+    access_point, station = access_points[0], stations[0]
+    start_with_list(site, access_points[:1])
+    station.connect(SSID, network_kinds.SAE, access_point)
+    site.wait_until_at(station, access_point.bssid())
+    site.controller.ask("acl-set", LIST, station.mac, "deny")
+    assert station.is_connected()
+    mark = station.supplicant.mark()
+    site.access_points[0].replace("client_mgr")
+    station.supplicant.wait_for("CTRL-EVENT-DISCONNECTED", mark)
+    assert station.mac in access_point.hostapd["wlan0"].request("DENY_ACL SHOW")
+    site.wait_until_gone(station)
+    assert not access_point.authorized()
+    site.wait_until_all_agree()
+
+
+@pytest.mark.parametrize("choice", ["deny", "allow"])
+def test_verdict_without_a_controller(choice: str, site: ManagedSite, access_points, stations) -> None:
+    access_point, station = access_points[0], stations[0]
+    site.radio_settings = f'acl_fallback = "{choice}"\n'
+    start_with_list(site, access_points[:1])
+    site.controller.kill()
+    station.start(SSID, network_kinds.SAE)
+    if choice == "deny":
+        station.supplicant.wait_for("CTRL-EVENT-AUTH-REJECT")
+        assert not access_point.has_station(station.mac)
+    else:
+        station.wait_until_connected(access_point.bssid())
 
 
 def kernel(access_point: AccessPointNode, *words: str) -> list[dict]:

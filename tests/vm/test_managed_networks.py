@@ -62,14 +62,36 @@ def test_silent_departure_and_return(site: ManagedSite, access_points, stations)
     site.wait_until_all_agree()
 
 
-def test_access_point_sends_a_station_away(site: ManagedSite, access_points, stations) -> None:
-    station = connect_two(site, access_points[:1], stations)
+@pytest.mark.parametrize("kind", [network_kinds.OPEN, network_kinds.PSK, network_kinds.SAE], ids=str)
+def test_access_point_sends_a_station_away(kind: NetworkKind, site: ManagedSite, access_points, stations) -> None:
+    station = connect_two(site, access_points[:1], stations, kind)
     mark = station.supplicant.mark()
     access_points[0].hostapd["wlan0"].command(f"DEAUTHENTICATE {station.mac}")
     station.supplicant.wait_for("CTRL-EVENT-DISCONNECTED", mark)
     station.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
     site.wait_until_at(station, access_points[0].bssid())
     site.wait_until_all_agree()
+
+
+def test_station_on_an_interface_of_the_vlan_file(site: ManagedSite, access_points, stations) -> None:
+    """hostapd gives it one by its accept list. A new radiod finds it there."""
+    access_point, station = access_points[0], stations[0]
+    vlans, accepted = access_point.directory / "vlans", access_point.directory / "accepted"
+    vlans.write_text("1001 wlan0.1001 br10\n")
+    accepted.write_text(f"{station.mac} 1001\n")
+    site.start(access_points[:1], Vap(network_kinds.PSK, SSID, settings=(
+        "dynamic_vlan=2", f"vlan_file={vlans}", f"accept_mac_file={accepted}")))
+    station.connect(SSID, network_kinds.PSK, access_point)
+    site.wait_until_at(station, access_point.bssid())
+    assert station.mac in access_point.namespace.run("iw", "dev", "wlan0.1001", "station", "dump")
+    log = site.access_points[0].running["radiod"].err
+    site.access_points[0].kill("radiod")
+    mark = len(log.read_text())
+    site.access_points[0].start_daemon("radiod")
+    wait_until(lambda: "local message" in log.read_text()[mark:], "radiod has announced something")
+    assert "local message 63" in log.read_text()[mark:]
+    assert "local message 65" not in log.read_text()[mark:]
+    site.wait_until_at(station, access_point.bssid())
 
 
 def test_operator_removes_a_station(site: ManagedSite, access_points, stations) -> None:

@@ -29,7 +29,7 @@ class ManagedAccessPoint(AccessPoint):
         self.node = node
         self._lab = lab
         super().__init__(Processes(lab.processes.programs, node.namespace.launcher), lab.directory / node.name,
-                         node.bssid(), describe(node, vaps), lab.authority.issue(node.name, mac=node.bssid()))
+                         node.bssid(), describe(node, vaps, lab.radio_settings), lab.authority.issue(node.name, mac=node.bssid()))
         for name in ("hostapd.secret", "server.secret"):
             (self.root / name).touch(mode=0o600)
             (self.root / name).write_text(SECRET)
@@ -64,7 +64,7 @@ class ManagedAccessPoint(AccessPoint):
         self._processes.end()
 
 
-def describe(node: AccessPointNode, vaps: tuple[Vap, ...]) -> str:
+def describe(node: AccessPointNode, vaps: tuple[Vap, ...], radio_settings: str = "") -> str:
     carries = any(vap.gives_own_interfaces for vap in vaps)
     text = "[tunnel]\nenabled = true\n" if carries else ""
     # The emulated processor may be slower than stations on a real one, which wait for 340 ms.
@@ -72,6 +72,7 @@ def describe(node: AccessPointNode, vaps: tuple[Vap, ...]) -> str:
     text += f"""\
 [radio]
 {hold}
+{radio_settings}
 hostapd_directory = "{node.directory / 'hostapd'}"
 radius_secret_file = "hostapd.secret"
 
@@ -97,6 +98,7 @@ class ManagedSite(Laboratory):
         super().__init__(programs, ADDRESS)
         self._stations = stations
         self.details = details
+        self.radio_settings = ""  # further lines of the table in ap.toml
         self.controller.start()
 
     def __exit__(self, *_: object) -> None:
