@@ -98,9 +98,9 @@ void vap::take_over_journal() {
     }
 }
 
-// The station is here. It may have come while the daemon could not be asked.
+// The station is here. It may have come while the daemon could not be asked, and a new daemon has no verdict.
 void vap::confirm(const mac_address &station) {
-    if (has_acl_ && !acl_.was_asked(station, clock::now())) {
+    if (has_acl_) {
         on_verdict_wanted(station);
     }
     with_.announcements.confirmed(place_, station);
