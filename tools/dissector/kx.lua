@@ -129,11 +129,18 @@ end
 
 -- --- what exported PDUs name
 
+-- Of a tunnel, a capture has at most the access point's address.
+local other_end = {["to controller:"] = "dst", ["to AP:"] = "src"}
+
 local function register(name, description, direction, dissect)
     local proto = Proto(name, description)
+    local column = other_end[direction]
     function proto.dissector(tvb, pinfo, root)
         pinfo.cols.protocol = "KX"
         pinfo.cols.info = direction
+        if column then
+            pinfo.cols[column] = "controller"
+        end
         local tree = root:add(kx, tvb())
         dissect(tvb, pinfo, tree)
         return tvb:len()
