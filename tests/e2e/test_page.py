@@ -2,6 +2,7 @@
 
 import re
 import signal
+import sqlite3
 import subprocess
 
 import pytest
@@ -193,6 +194,25 @@ def test_restarted_controller_asks_for_the_password_again(page, site):
     page.wait_for_text("Guests", "h1")
     page.go("Site")
     page.wait_for_text("2 of 2", ".tiles")
+    page.go("Events")
+    page.wait_for_text("Events are missing here.", ".events")
+
+
+def test_store_that_cannot_be_written_is_warned_of(page, site):
+    other = sqlite3.connect(site.lab.directory / "site.db", isolation_level=None)
+    other.execute("BEGIN IMMEDIATE")
+    associate(site.access_points[0], client_mac(45))
+    stats = site.lab.controller.stats
+    wait_until(lambda: stats()["store_fault"] != "", "the store cannot be written")
+    page.go("Site")
+    page.wait_for_text("The store cannot be written: ", ".warnings")
+    other.execute("ROLLBACK")
+    other.close()
+    wait_until(lambda: stats()["store_fault"] == "", "the store can be written")
+    page.go("Roams")
+    page.go("Site")
+    page.wait(lambda: page.text(".warnings") and "cannot be written" not in page.text(".warnings"),
+              "the warning is gone")
 
 
 def test_verdict_that_is_set_holds(page, site):
