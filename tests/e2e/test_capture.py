@@ -71,6 +71,8 @@ def test_a_capture_has_what_passed_without_keys(lab, programs, tmp_path):
     assert file.stat().st_mode & 0o777 == 0o600
     named = tshark(file, "-Y", "kx.ap == 02:a0:00:00:01:00", "-T", "fields", "-e", "frame.interface_name")
     assert set(named.split()) == {"ap1"}
+    ways = tshark(file, "-T", "fields", "-e", "kx.to_controller", "-e", "frame.packet_flags_direction")
+    assert set(ways.splitlines()) == {"1\t0x00000001", "0\t0x00000002"}  # inbound, outbound
 
 
 class Recorder:

@@ -41,6 +41,11 @@ def test_controller_programs_have_man_pages(machine):
     assert (machine / "usr/share/bash-completion/completions/sitectl").is_file()
 
 
+def test_dissector_is_installed_whole(machine):
+    parts = {file.name for file in (machine / "usr/share/client_mgr/dissector").iterdir()}
+    assert parts == {"kx.lua", "kx_fields.lua", "kx_layouts.lua", "kx_local.lua", "kx_message.lua"}
+
+
 def test_systemd_makes_the_daemons_user(machine):
     if not shutil.which("systemd-sysusers"):
         pytest.skip("systemd is not here")
