@@ -35,9 +35,11 @@ export class Feed {
   #on;
   #last = null;
   #run = null;
-  connected = false;
+  #isConnected = null;  // null before the first attempt
+  #reason = '';         // for which the controller sends no events; empty when it does not answer
 
-  // `on` has the functions event({kind, id, data}), connected(), lost() and refused(Refusal).
+  // `on` has the functions event({kind, id, data}), connected(), lost(reason) and refused(Refusal). `reason` is empty
+  // when the controller does not answer.
   constructor(on) {
     this.#on = on;
   }
@@ -67,13 +69,13 @@ export class Feed {
   stop() {
     this.#run?.abort();
     this.#run = null;
-    this.connected = false;
+    this.#isConnected = null;
   }
 
   #setConnected(is) {
-    if (is !== this.connected) {
-      this.connected = is;
-      is ? this.#on.connected() : this.#on.lost();
+    if (is !== this.#isConnected) {
+      this.#isConnected = is;
+      is ? this.#on.connected() : this.#on.lost(this.#reason);
     }
   }
 
@@ -87,6 +89,7 @@ export class Feed {
     signal.addEventListener('abort', stop);
     document.addEventListener('visibilitychange', stopWhenHidden);
     let opened = false;
+    this.#reason = '';
     try {
       const headers = {...session.fields(false), ...(this.#last && {'Last-Event-ID': this.#last})};
       const answer = await fetch('/api/v1/events', {headers, signal: end.signal, cache: 'no-store'});
@@ -100,6 +103,8 @@ export class Feed {
           clearTimeout(timer);
           timer = setTimeout(stop, silenceMax);
         });
+      } else {
+        this.#reason = (await answer.json()).detail;
       }
     } catch (error) {
       if (error instanceof Refusal) {

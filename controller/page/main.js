@@ -90,10 +90,10 @@ const feed = new Feed({
       present.refresh?.();
     }
   },
-  lost() {
+  lost(reason) {
     wasLost = true;
-    showConnection(`No connection to the controller since ${clockTime(Date.now())}. ` +
-                   'What is shown is as of then. Trying again…');
+    showConnection(reason !== '' ? `The controller sends no events: ${reason}. Trying again…` :
+      `No connection to the controller since ${clockTime(Date.now())}. What is shown is as of then. Trying again…`);
   },
   refused() {
     signIn('The session has ended. Sign in again.');

@@ -21,7 +21,7 @@ from tcp_forwarder import TcpForwarder
 pytestmark = pytest.mark.skipif(why_missing() is not None, reason=why_missing() or "")
 PASSWORD = "correct horse battery"
 EXPECTED_PROBLEMS = re.compile(
-    r"/api/v1/\S+ - Failed to load resource: (the server responded with a status of 40|net::)")
+    r"/api/v1/\S+ - Failed to load resource: (the server responded with a status of (40|503)|net::)")
 VIEWS = ("Site", "Clients", "Guests", "Access lists", "Events", "Roams")
 RESTRICTED = """
 [[vap]]
@@ -184,6 +184,17 @@ def test_connection_is_lost_and_comes_back(page, site):
     page.wait_for_text("The connection is back.", "#said")
     page.wait_for_text(f"{client_mac(40)} associated with ap1", ".events")
     assert page.text("#connection") == ""
+
+
+def test_controller_without_room_for_its_events_says_so(page, site):
+    token = site.sitectl("token-add", "vic", "viewer")
+    page.driver.get("about:blank")
+    others = [site.api.events(token) for _ in range(32)]
+    page.driver.get(site.address)
+    page.wait_for_text("The controller sends no events: too many clients follow the events.", "#connection")
+    for each in others:
+        each.close()
+    page.wait_for_text("The connection is back.", "#said")
 
 
 def test_restarted_controller_asks_for_the_password_again(page, site):
