@@ -39,6 +39,7 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     : base_(base),
       details_(details),
       daemon_(base, link_settings(config)),
+      loads_(base, config.vaps.size()),
       journal_(kx::place(kx::radio_directory) + "/radiod.stations"),
       announcements_(
           [this](kx::notification message) {
@@ -92,8 +93,11 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
         };
     }
     daemon_.on_loaded = [this] {
-        state_interfaces();
         admission_.ask_again();
+        loads_.addresses_requested();
+    };
+    loads_.on_load = [this] {
+        state_interfaces();
         announcements_.all_again();
     };
     const auto has_time = [this] { return daemon_.is_ready() && daemon_.is_idle(); };
@@ -191,6 +195,7 @@ kx::driver_answer access_point::answer_driver(std::size_t vap_index, std::uint32
             return order ? at.send_away(order->station, order->reason) : kx::driver_answer{.error = EINVAL};
         }
         case DRIVER_STATION_LIST:
+            loads_.stations_requested();
             return at.list_stations();
         case DRIVER_ACL_VERDICT:
             return apply_verdict(data);

@@ -16,6 +16,7 @@
 #include "radio_service/hostapd_endpoint.h"
 #include "radiod/admission.h"
 #include "radiod/announcer.h"
+#include "radiod/daemon_loads.h"
 #include "radiod/home_link.h"
 #include "radiod/kernel/nl80211.h"
 #include "radiod/pmk_sharing.h"
@@ -58,6 +59,7 @@ private:
     kx::detail_log details_;
     nl80211 kernel_;
     kx::daemon_link daemon_;
+    daemon_loads loads_;
     station_journal journal_;
     announcer announcements_;
     admission admission_;
