@@ -12,7 +12,7 @@ from nodes.namespace import NAMES, run
 
 CLONE_NEWNS, CLONE_NEWNET = 0x00020000, 0x40000000  # linux/sched.h
 NUMBER = int(os.environ.get("PYTEST_XDIST_WORKER", "gw0").removeprefix("gw"))
-SITE = Path(f"/run/site/{NUMBER}-{os.getpid()}")
+SITE = Path(f"/run/site/{NUMBER}")
 
 
 def enter_own_networks() -> None:
