@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <utility>
 #include <variant>
 
@@ -78,6 +77,10 @@ reply show_acl(exchange &with, const command_request &of) {
     return show(list_mac_acl(site_of(with).acl(), parse_acl_query(of.filters)), of.as_json);
 }
 
+reply show_enrolments(exchange &with, const command_request &of) {
+    return show(list_enrolments(with.enrolled(), with.aps(), parse_enrolment_query(of.filters)), of.as_json);
+}
+
 reply show_stats(exchange &with, const command_request &of) {
     const auto counted = statistics_of(with);
     if (of.as_json) {
@@ -133,6 +136,27 @@ reply set_acl_default(exchange &with, const command_request &of) {
     return {};
 }
 
+reply enrol(exchange &with, const command_request &of) {
+    const words &given = of.arguments;
+    with.enrol(parse_mac_word(given[1]), given[0], given.size() > 3 ? given[3] : "", given[2]);
+    return {};
+}
+
+reply renew(exchange &with, const command_request &of) {
+    with.renew_enrolment(of.arguments[0], of.arguments[1]);
+    return {};
+}
+
+reply revoke(exchange &with, const command_request &of) {
+    with.revoke_enrolment(of.arguments[0]);
+    return {};
+}
+
+reply forget(exchange &with, const command_request &of) {
+    with.remove_enrolment(of.arguments[0]);
+    return {};
+}
+
 reply send(exchange &with, const command_request &of) {
     const mac_address ap = parse_mac_word(of.arguments[0]);
     if (!with.send(ap, hex_of(of.arguments[1]))) {
@@ -148,7 +172,7 @@ reply show_help(exchange &, const command_request &of) {
     reply made;
     for (const command_usage &each : command_usages()) {
         const nlohmann::ordered_json usage = {
-            {"command", each.name}, {"arguments", each.arguments}, {"help", each.help}};
+            {"command", spoken_name(each)}, {"arguments", each.arguments}, {"help", each.help}};
         made.text += to_line(usage) + '\n';
     }
     return made;
@@ -204,6 +228,15 @@ const std::vector<command> table = {
     {{"acl-remove", "INDEX CLIENT", "", "remove a client from a list", false}, act_command{remove_acl}},
     {{"acl-default", "INDEX allow|deny", "", "set the verdict for clients that are not in the list", false},
      act_command{set_acl_default}},
+    {{"ap-list", "", "mac name state", "list the enrolled access points", true}, show_enrolments},
+    {{"ap-add", "NAME =MAC =CERTIFICATE [=SITE]", "", "enrol an access point, and make its bundle of files", false,
+      "mac site days output certificate"},
+     act_command{enrol}},
+    {{"ap-renew", "AP =CERTIFICATE", "", "make a bundle with a new certificate", false, "days output certificate"},
+     act_command{renew}},
+    {{"ap-revoke", "AP", "", "refuse an access point from now on", false}, act_command{revoke}},
+    {{"ap-remove", "AP", "", "forget an access point, whose name and address are free then", false},
+     act_command{forget}},
     {{"backup", "FILE", "", "copy the store into a new file on the controller's machine", false},
      copy_command{back_up}},
     {{"restore", "FILE", "", "replace the store, and the site, by a backup", false}, copy_command{restore}},
@@ -267,15 +300,6 @@ command_request read_request(const command_usage &usage, const words &given) {
 
 }  // namespace
 
-std::vector<std::string> words_of(std::string_view line) {
-    std::istringstream stream{std::string(line)};
-    words found;
-    for (std::string word; stream >> word;) {
-        found.push_back(word);
-    }
-    return found;
-}
-
 const std::vector<command_usage> &command_usages() {
     static const std::vector<command_usage> usages = [] {
         std::vector<command_usage> made;
@@ -283,29 +307,6 @@ const std::vector<command_usage> &command_usages() {
         return made;
     }();
     return usages;
-}
-
-std::string command_summary() {
-    std::string text;
-    for (const command_usage &each : command_usages()) {
-        std::string usage(each.name);
-        for (const std::string &argument : given_arguments(each)) {
-            usage += ' ' + argument;
-        }
-        usage.resize(std::max<std::size_t>(usage.size() + 2, 36), ' ');
-        text += "  " + usage + std::string(each.help) + '\n';
-        for (const std::string &filter : words_of(each.filters)) {
-            text += "      --" + filter;
-        }
-        text += each.filters.empty() ? "" : "\n";
-    }
-    return text;
-}
-
-std::vector<std::string> given_arguments(const command_usage &of) {
-    words given = words_of(of.arguments);
-    std::erase_if(given, [](const std::string &each) { return each.starts_with('='); });
-    return given;
 }
 
 namespace {

@@ -18,14 +18,19 @@ namespace controller {
 
 struct command_usage {
     std::string_view name;
-    std::string_view arguments;  // "INDEX CLIENT"; sitectl makes those with '=' itself
+    std::string_view arguments;  // "INDEX CLIENT"; sitectl adds those with '=' itself
     std::string_view filters;    // of a listing, words that may follow as options: "mac ssid"
     std::string_view help;
     bool in_pages;
+    std::string_view own_options = {};  // words that sitectl takes as options and does not send: "days output"
 
     bool is_listing() const { return !filters.empty(); }
 };
 const std::vector<command_usage> &command_usages();
+// Whether sitectl has it below its command "ap".
+bool is_about_enrolment(const command_usage &of);
+// As an operator gives it to sitectl: "aps", "ap list".
+std::string spoken_name(const command_usage &of);
 // Those that an operator gives.
 std::vector<std::string> given_arguments(const command_usage &of);
 // Those that spaces separate.

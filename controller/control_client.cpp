@@ -94,7 +94,8 @@ control_answer ask_controller(const std::string &path, std::string_view line) {
 std::string encode_word(const std::string &word) {
     const std::unique_ptr<char, decltype(&std::free)> encoded(
         evhttp_uriencode(word.data(), static_cast<ev_ssize_t>(word.size()), 0), std::free);
-    return encoded.get();
+    const std::string text = encoded.get();
+    return text.starts_with('-') ? "%2D" + text.substr(1) : text;  // what begins with '-' is an option
 }
 
 }  // namespace controller

@@ -72,6 +72,7 @@ void daemon::start_site() {
     exchange_.observe().contents = [this](const contents &from) { accounts_.load(from.operators, from.tokens); };
     const auto configured = chosen_.acl.empty() ? mac_acl() : mac_acl::load(chosen_.acl);
     exchange_.use(*store_);
+    apply_enrolment();
     if (chosen_.acl.empty()) {
         return;
     }
@@ -99,6 +100,11 @@ void daemon::start_tunnels() {
     tunnels_ = std::make_unique<tunnels>(base_.get(), read_certificates(chosen_), listen.host, listen.port,
                                          std::move(callbacks));
     exchange_.use(*tunnels_);
+}
+
+// Without a store nobody could stay enrolled.
+void daemon::apply_enrolment() {
+    exchange_.serve_only_enrolled(!chosen_.store.file.empty() && !chosen_.enrolment.serve_unenrolled);
 }
 
 void daemon::start_control() {
@@ -178,6 +184,8 @@ void daemon::reload_options() {
         chosen_.acl = read->acl;
         chosen_.http.certificate = read->http.certificate;
         chosen_.http.key = read->http.key;
+        chosen_.enrolment = read->enrolment;
+        apply_enrolment();
         output_.note("read " + chosen_.config + " anew");
     } catch (const std::exception &error) {
         output_.note(std::string("keeping the former configuration: ") + error.what());

@@ -37,6 +37,7 @@ public:
 private:
     void start_site();
     void start_tunnels();
+    void apply_enrolment();
     void start_http();
     void start_control();
     void announce();

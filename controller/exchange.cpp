@@ -33,6 +33,8 @@ tunnels::callbacks exchange::callbacks() {
                 counters_.displaced++;
                 displaced_.add("too many connections without a certificate: closed the oldest, " + other.address);
             },
+        .refusal =
+            [this](const peer &other) { return enrolments_.refusal(other.mac, other.fingerprint, only_enrolled_); },
     };
 }
 
@@ -101,8 +103,8 @@ bool exchange::send(const mac_address &ap, std::span<const std::uint8_t> content
 void exchange::came_up(tunnel_id id, const peer &other) {
     access_points_.add(id, other);
     output_.tunnel_up(other);
+    identify_certificate(other);
     if (site_) {
-        site_->name_ap(other.mac, other.name);
         tunnels_->send(id, encode({}, record(record_type::req_bulk_info)));
     }
 }

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "controller/access_points.h"
+#include "controller/enrolments.h"
 #include "controller/flood_note.h"
 #include "controller/message.h"
 #include "controller/output.h"
@@ -74,6 +75,15 @@ public:
     // Null without one.
     store *kept() const { return store_; }
 
+    // Whether an access point that is not enrolled is refused; false by default. Closes tunnels that are refused then.
+    void serve_only_enrolled(bool only);
+    const enrolments &enrolled() const { return enrolments_; }
+    // As those of `enrolments`; commit() stores what they change. A tunnel that is refused afterwards is closed.
+    void enrol(const mac_address &ap, const std::string &name, const std::string &site, const std::string &certificate);
+    void renew_enrolment(const std::string &ap, const std::string &certificate);
+    void revoke_enrolment(const std::string &ap);
+    void remove_enrolment(const std::string &ap);
+
     // Null when the controller only listens.
     site *managed_site() { return site_ ? &*site_ : nullptr; }
     const site *managed_site() const { return site_ ? &*site_ : nullptr; }
@@ -97,6 +107,11 @@ private:
     void request_reports();
     void count(tunnel_id id, const message &decoded);
 
+    // exchange_enrolment.cpp
+    void note(change one);
+    void load_enrolments(const contents &from);
+    void identify_certificate(const peer &other);
+
     // exchange_store.cpp
     void load(const contents &from);
     std::vector<change> take_changes();
@@ -109,6 +124,9 @@ private:
     tunnels *tunnels_ = nullptr;
     store *store_ = nullptr;
     std::string store_fault_;  // that was noted last
+    enrolments enrolments_;
+    bool only_enrolled_ = false;
+    std::vector<change> own_changes_;  // besides the site's, that are not stored
     observers observers_;
     access_points access_points_;
     counters counters_;

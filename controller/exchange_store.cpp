@@ -14,16 +14,20 @@ void exchange::use(store &kept) {
 
 void exchange::load(const contents &from) {
     site_->load(from);
+    load_enrolments(from);
     site_->record_changes();
     if (observers_.contents) {
         observers_.contents(from);
     }
 }
 
-// Empties the site's list.
+// Empties the lists.
 std::vector<change> exchange::take_changes() {
-    std::vector<change> changes = site_->changes();
-    site_->forget_changes();
+    std::vector<change> changes = std::exchange(own_changes_, {});
+    if (site_) {
+        changes.insert(changes.end(), site_->changes().begin(), site_->changes().end());
+        site_->forget_changes();
+    }
     if (observers_.changes) {
         observers_.changes(changes);
     }
@@ -31,7 +35,8 @@ std::vector<change> exchange::take_changes() {
 }
 
 void exchange::store_changes() {
-    if (store_ != nullptr && site_ && !site_->changes().empty()) {
+    const bool any = !own_changes_.empty() || (site_ && !site_->changes().empty());
+    if (store_ != nullptr && any) {
         store_->write(take_changes());
     }
 }
@@ -41,10 +46,7 @@ void exchange::commit(std::vector<change> more, store::callback done) {
         done("");
         return;
     }
-    std::vector<change> changes;
-    if (site_) {
-        changes = take_changes();
-    }
+    std::vector<change> changes = take_changes();
     changes.insert(changes.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     store_->write(changes, std::move(done));
 }
@@ -90,7 +92,7 @@ void exchange::start_over() {
     site_.emplace();
     load(restored);
     for (const auto &[id, link] : access_points_.links()) {
-        site_->name_ap(link.other.mac, link.other.name);
+        identify_certificate(link.other);
         if (link.ap) {
             site_->ap_up(*link.ap);
             tunnels_->send(id, encode({}, record(record_type::req_bulk_info)));
@@ -100,6 +102,7 @@ void exchange::start_over() {
         }
     }
     store_->write_snapshot(restored.clients, restored.pmks);
+    tunnels_->recheck();
 }
 
 }  // namespace controller

@@ -80,6 +80,29 @@ json to_json(const acl_row &row) {
             {"verdict", name_of(row.decision)}};
 }
 
+json to_json(const enrolment_row &row) {
+    json made = {{"ap", kx::format_mac(row.ap)},      {"name", row.of.name},
+                 {"site", text_or_null(row.of.site)}, {"serial", nullptr},
+                 {"certificate_expires", nullptr},    {"state", name_of(row.of.state())},
+                 {"link", name_of(row.link)}};
+    if (!row.of.certificates.empty()) {
+        made["serial"] = row.of.certificates.front().serial;
+        made["certificate_expires"] = time_of(row.of.certificates.front().end);
+    }
+    return made;
+}
+
+std::string to_text(const enrolment_row &row) {
+    std::string text = kx::format_mac(row.ap) + "  " + printable(row.of.name);
+    text += row.of.site.empty() ? "" : "  at " + printable(row.of.site);
+    text += "  " + std::string(name_of(row.of.state())) + "  " + std::string(name_of(row.link));
+    if (!row.of.certificates.empty()) {
+        const certificate_facts &newest = row.of.certificates.front();
+        text += "  certificate " + newest.serial + " ends " + time_of(newest.end);
+    }
+    return text;
+}
+
 std::string to_text(const client_row &row) {
     std::string text = kx::format_mac(row.client);
     text += row.name.empty() ? "" : "  " + printable(row.name);

@@ -26,11 +26,16 @@ nlohmann::ordered_json to_json(const vap_row &row);
 // {"mac_acl_index": N or null, "client": MAC or null, "verdict": "allow" | "deny"}
 nlohmann::ordered_json to_json(const acl_row &row);
 
+// {"ap": MAC, "name", "site": text or null, "serial": hexadecimal digits, "certificate_expires", "state": "enrolled" |
+//  "renewed" | "revoked", "link": "up" | "connecting" | "down"}
+nlohmann::ordered_json to_json(const enrolment_row &row);
+
 // One line or, of an access point with VAPs, several; without the last line break.
 std::string to_text(const client_row &row);
 std::string to_text(const ap_row &row);
 std::string to_text(const vap_row &row);
 std::string to_text(const acl_row &row);
+std::string to_text(const enrolment_row &row);
 
 }  // namespace controller
 

@@ -16,6 +16,8 @@ namespace {
 constexpr guest_state all_guest_states[] = {guest_state::none, guest_state::waiting, guest_state::approved,
                                             guest_state::unknown};
 constexpr link_state all_link_states[] = {link_state::up, link_state::connecting, link_state::down};
+constexpr enrolment_state all_enrolment_states[] = {enrolment_state::enrolled, enrolment_state::renewed,
+                                                    enrolment_state::revoked};
 
 void allow_only(const named_words &given, std::initializer_list<std::string_view> names) {
     for (const auto &[name, word] : given) {
@@ -109,6 +111,26 @@ acl_query parse_acl_query(const named_words &from) {
     return {.index = index ? std::optional(parse_acl_index(*index)) : std::nullopt,
             .mac = read_range(from),
             .page = read_page(from)};
+}
+
+enrolment_query parse_enrolment_query(const named_words &from) {
+    allow_only(from, {"mac", "name", "state"});
+    return {.mac = read_range(from),
+            .name = find(from, "name").value_or(""),
+            .state = read_state<enrolment_state>(from, all_enrolment_states),
+            .page = read_page(from)};
+}
+
+std::string_view name_of(enrolment_state state) {
+    switch (state) {
+        case enrolment_state::enrolled:
+            return "enrolled";
+        case enrolment_state::renewed:
+            return "renewed";
+        case enrolment_state::revoked:
+            return "revoked";
+    }
+    return "revoked";
 }
 
 std::string_view name_of(guest_state state) {

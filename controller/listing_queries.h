@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "controller/enrolments.h"
 #include "controller/site_tables.h"
 
 namespace controller {
@@ -75,6 +76,16 @@ struct acl_query {
 // "index", "mac" (first digits)
 acl_query parse_acl_query(const named_words &from);
 
+struct enrolment_query {
+    mac_range mac;
+    std::string name;  // a part of it, in either case
+    std::optional<enrolment_state> state;
+    page_wanted page;
+};
+// "mac" (first digits), "name", "state"
+enrolment_query parse_enrolment_query(const named_words &from);
+
+std::string_view name_of(enrolment_state state);
 std::string_view name_of(guest_state state);
 std::string_view name_of(link_state state);
 

@@ -232,4 +232,15 @@ page<ap_row> list_access_points(const access_points &links, const site_tables *m
     });
 }
 
+page<enrolment_row> list_enrolments(const enrolments &of, const access_points &links, const enrolment_query &wanted) {
+    const auto make = [&](const auto &entry) -> std::optional<enrolment_row> {
+        const auto &[ap, each] = entry;
+        if (!contains_in_either_case(each.name, wanted.name) || (wanted.state && each.state() != *wanted.state)) {
+            return std::nullopt;
+        }
+        return enrolment_row{ap, each, state_of(links.find(ap))};
+    };
+    return list_map<enrolment_row>(of.all(), wanted.mac, wanted.page, make);
+}
+
 }  // namespace controller

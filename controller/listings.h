@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "controller/access_points.h"
+#include "controller/enrolments.h"
 #include "controller/listing_queries.h"
 #include "controller/mac_acl.h"
 #include "controller/site_tables.h"
@@ -58,6 +59,13 @@ struct ap_row {
 };
 // `managed` is null when the controller only listens; only access points with a tunnel are listed then.
 page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted);
+
+struct enrolment_row {
+    mac_address ap;
+    enrolment of;
+    link_state link;
+};
+page<enrolment_row> list_enrolments(const enrolments &of, const access_points &links, const enrolment_query &wanted);
 
 // A default, of the whole site without an index and of a list without a client, or a list's verdict on a client.
 struct acl_row {

@@ -76,6 +76,8 @@ void add_options(CLI::App &app, options &chosen) {
     app.add_option("--acl", chosen.acl, "TOML file of MAC access control lists; without it every client is allowed")
         ->type_name("FILE");
     add_store_options(app, chosen.store);
+    app.add_flag("--serve-unenrolled", chosen.enrolment.serve_unenrolled,
+                 "With --store, also serve access points that are not enrolled");
     add_http_options(app, chosen.http);
     add_capture_options(app, chosen.capture);
 }

@@ -25,6 +25,15 @@ struct capture_options {
     std::string tls_key_log;  // empty: no secrets are written
 };
 
+struct enrolment_options {
+    bool serve_unenrolled = false;  // with a store; without one everybody with a certificate of the authority is served
+    // For sitectl, which makes certificates and bundles; the controller uses none of these.
+    std::string authority_key;
+    std::string address;  // where access points reach the controller
+    unsigned days = 730;  // for which a certificate is valid
+    bool operator==(const enrolment_options &) const = default;
+};
+
 struct options {
     std::string config;  // the file; empty for none
     std::string listen = "127.0.0.1:7443";
@@ -39,6 +48,7 @@ struct options {
     store_options store;
     http_options http;
     capture_options capture;
+    enrolment_options enrolment;
 };
 
 // Reads the command line, and the file that it names. The command line has precedence. Returns the exit status when

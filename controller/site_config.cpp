@@ -1,5 +1,6 @@
 #include "controller/site_config.h"
 
+#include <algorithm>
 #include <climits>
 #include <filesystem>
 #include <string_view>
@@ -14,6 +15,15 @@ namespace {
 
 constexpr std::size_t max_size = std::size_t{64} * 1024;
 constexpr std::size_t max_address = 64;
+constexpr std::size_t max_host = 253;
+constexpr unsigned days_max = 36500;
+
+bool is_host(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
+               c == ':';
+    });
+}
 
 // Sets what the table has, and leaves the rest.
 class reader {
@@ -94,6 +104,21 @@ void read_http(const kx::toml_table &from, const std::filesystem::path &director
     read.file("key", into.http.key);
 }
 
+void read_enrolment(const kx::toml_table &from, const std::filesystem::path &directory, options &into) {
+    constexpr std::string_view address_expected = "a host name or address";
+    from.allow_only({"serve_unenrolled", "authority_key", "address", "days"});
+    const reader read(from, directory);
+    read.boolean("serve_unenrolled", into.enrolment.serve_unenrolled);
+    read.file("authority_key", into.enrolment.authority_key);
+    read.number("days", 1, days_max, into.enrolment.days);
+    if (from.has("address")) {
+        into.enrolment.address = from.text("address", 1, max_host, address_expected);
+        if (!is_host(into.enrolment.address)) {
+            from.fail("address", "expected " + std::string(address_expected));
+        }
+    }
+}
+
 }  // namespace
 
 options load_site_config(const std::string &file) {
@@ -103,7 +128,7 @@ options load_site_config(const std::string &file) {
         throw kx::config_error(error.what());
     }
     const kx::toml_table top = kx::toml_table::read(file, "the site controller's configuration", max_size);
-    top.allow_only({"controller", "output", "store", "http"});
+    top.allow_only({"controller", "output", "store", "http", "enrolment"});
     const std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
     options made;
     made.config = file;
@@ -116,6 +141,7 @@ options load_site_config(const std::string &file) {
     read("output", read_output);
     read("store", read_store);
     read("http", read_http);
+    read("enrolment", read_enrolment);
     return made;
 }
 

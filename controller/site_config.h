@@ -28,6 +28,12 @@
 //   port_file = "/run/kx-site/http-port"
 //   certificate = "http.pem"
 //   key = "http.key"
+//
+//   [enrolment]
+//   serve_unenrolled = false
+//   authority_key = "authority.key"    # only sitectl reads it, as the two below
+//   address = "192.0.2.1"
+//   days = 730
 #ifndef CONTROLLER_SITE_CONFIG_H
 #define CONTROLLER_SITE_CONFIG_H
 

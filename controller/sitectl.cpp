@@ -18,9 +18,12 @@
 
 #include "common/command_line.h"
 #include "controller/account_secret.h"
+#include "controller/bundle_commands.h"
 #include "controller/commands.h"
 #include "controller/control_client.h"
+#include "controller/enrolment/site_directory.h"
 #include "controller/listing_queries.h"
+#include "controller/site_config.h"
 
 namespace {
 
@@ -32,10 +35,14 @@ constexpr auto pause = std::chrono::milliseconds(20);  // when an access point c
 constexpr const char *clear_terminal = "\x1b[H\x1b[2J\x1b[3J";
 
 struct options {
+    std::string config = "/etc/kx/site.toml";
     std::string control;
     bool json = false;
     double watch_seconds = 0;
     std::optional<std::size_t> limit;
+    controller::bundle_request bundle;
+    controller::new_site site{
+        .directory = "", .addresses = {}, .state_directory = "/var/lib/kx-site", .run_directory = "/run/kx-site"};
 };
 
 // One command with its words.
@@ -143,19 +150,110 @@ void add_arguments(CLI::App &to, subcommand &of) {
     }
 }
 
+void add_bundle_options(CLI::App &to, const command_usage &usage, controller::bundle_request &wanted) {
+    if (usage.name == "ap-add") {
+        to.add_option("--mac", wanted.mac, "The access point's MAC address")->type_name("MAC")->required();
+        to.add_option("--site", wanted.site, "Where it is")->type_name("NAME");
+    }
+    auto *own = to.add_option("--certificate", wanted.certificate_file,
+                              "Enrol it with this certificate of the authority, and make no bundle");
+    auto *days = to.add_option("--days", wanted.days, "Days for which its certificate is valid");
+    auto *output = to.add_option("--output", wanted.output, "The bundle; default: NAME.tar");
+    own->type_name("FILE")->excludes(days)->excludes(output);
+    days->check(CLI::Range(1, 36500));
+    output->type_name("FILE");
+}
+
+CLI::App *add_init(CLI::App &to, controller::new_site &wanted) {
+    auto *const added =
+        to.add_subcommand("init", "make the authority, certificates, keys and configuration of a new site");
+    added->group("");
+    added->add_option("DIRECTORY", wanted.directory)->type_name("")->required();
+    added
+        ->add_option("--address", wanted.addresses,
+                     "Where access points reach the controller; more than one may be given")
+        ->type_name("HOST")
+        ->required();
+    added->add_option("--state", wanted.state_directory, "The store's directory")
+        ->type_name("DIRECTORY")
+        ->capture_default_str();
+    added->add_option("--run", wanted.run_directory, "The control socket's directory")
+        ->type_name("DIRECTORY")
+        ->capture_default_str();
+    return added;
+}
+
 void add_subcommand(CLI::App &to, const command_usage &usage, std::list<subcommand> &all, options &chosen) {
-    CLI::App *const added = to.add_subcommand(std::string(usage.name), std::string(usage.help));
+    const std::string name = controller::spoken_name(usage);
+    CLI::App *const added = to.add_subcommand(name.substr(name.find(' ') + 1), std::string(usage.help));
     subcommand &one = all.emplace_back(subcommand{&usage, added});
     added->fallthrough()->group("");
     add_arguments(*added, one);
     for (const std::string &filter : controller::words_of(usage.filters)) {
         added->add_option("--" + filter, one.filters[filter], describe(filter));
     }
+    if (controller::makes_bundle(usage.name)) {
+        add_bundle_options(*added, usage, chosen.bundle);
+    }
     if (usage.is_listing()) {
         added->add_option("--limit", chosen.limit, "At most so many rows")
             ->type_name("N")
             ->check(CLI::Range(std::size_t{1}, std::numeric_limits<std::size_t>::max()).description(""));
     }
+}
+
+void declare(CLI::App &app, options &chosen, std::list<subcommand> &all) {
+    app.set_version_flag("--version", "sitectl " CLIENT_MGR_VERSION);
+    app.add_option("--config", chosen.config, "The controller's configuration, which names the control socket")
+        ->type_name("FILE")
+        ->capture_default_str();
+    app.add_option("--control", chosen.control, "Path of the controller's control socket")->type_name("PATH");
+    app.add_flag("--json", chosen.json, "Print a JSON array");
+    app.add_option("--watch", chosen.watch_seconds, "Print the answer anew every so many seconds")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 86400.0).description(""));
+    auto *const ap = app.add_subcommand("ap", "enrol access points");
+    ap->fallthrough()->group("")->require_subcommand(1);
+    for (const command_usage &usage : controller::command_usages()) {
+        add_subcommand(controller::is_about_enrolment(usage) ? *ap : app, usage, all, chosen);
+    }
+    app.require_subcommand(1);
+    app.footer("Commands, each of which has a --help:\n" + controller::command_summary() +
+               "  init DIRECTORY                    make the files of a new site\n"
+               "      --address      --state      --run\n"
+               "A listing also takes --limit N.");
+}
+
+int initialise(const controller::new_site &wanted) {
+    for (const std::string &file : controller::make_site(wanted)) {
+        std::cout << file << '\n';
+    }
+    return std::cout.flush() ? 0 : exit_refused;
+}
+
+// Sends the command, and prints what sitectl itself made for it.
+int carry_out(subcommand &given, options &chosen) {
+    controller::options site;
+    const bool makes_bundle = controller::makes_bundle(given.usage->name);
+    if (chosen.control.empty() || (makes_bundle && chosen.bundle.certificate_file.empty())) {
+        site = controller::load_site_config(chosen.config);
+    }
+    if (chosen.control.empty()) {
+        chosen.control = site.control;
+    }
+    if (chosen.control.empty()) {
+        throw std::runtime_error(chosen.config +
+                                 ": controller.control: missing; --control names the control socket too");
+    }
+    controller::account_secret secret = controller::make_account_secret(given.usage->name);
+    controller::bundle_in_making bundle;
+    if (makes_bundle) {
+        secret.arguments = bundle.make(given.usage->name, given.arguments.front(), chosen.bundle, site, chosen.control);
+    }
+    given.arguments.insert(given.arguments.end(), secret.arguments.begin(), secret.arguments.end());
+    const int status = run(given, chosen);
+    std::cout << secret.text << bundle.keep();
+    return std::cout.flush() ? status : exit_refused;
 }
 
 }  // namespace
@@ -166,29 +264,16 @@ int main(int argc, char **argv) {
         options chosen;
         std::list<subcommand> all;
         CLI::App app("Sends a command to the site controller and prints the answer.", "sitectl");
-        app.set_version_flag("--version", "sitectl " CLIENT_MGR_VERSION);
-        app.add_option("--control", chosen.control, "Path of the controller's control socket")
-            ->type_name("PATH")
-            ->required();
-        app.add_flag("--json", chosen.json, "Print a JSON array");
-        app.add_option("--watch", chosen.watch_seconds, "Print the answer anew every so many seconds")
-            ->type_name("SECONDS")
-            ->check(CLI::Range(0.1, 86400.0).description(""));
-        for (const command_usage &usage : controller::command_usages()) {
-            add_subcommand(app, usage, all, chosen);
-        }
-        app.require_subcommand(1);
-        app.footer("Commands, each of which has a --help:\n" + controller::command_summary() +
-                   "A listing also takes --limit N.");
+        declare(app, chosen, all);
+        const CLI::App *const init = add_init(app, chosen.site);
         if (const auto status = kx::parse_command_line(app, argc, argv)) {
             return *status;
         }
-        const auto given = std::ranges::find_if(all, [](const subcommand &each) { return each.parsed->parsed(); });
-        const controller::account_secret secret = controller::make_account_secret(given->usage->name);
-        given->arguments.insert(given->arguments.end(), secret.arguments.begin(), secret.arguments.end());
-        const int status = run(*given, chosen);
-        std::cout << secret.text;
-        return std::cout.flush() ? status : exit_refused;
+        if (init->parsed()) {
+            return initialise(chosen.site);
+        }
+        return carry_out(*std::ranges::find_if(all, [](const subcommand &each) { return each.parsed->parsed(); }),
+                         chosen);
     } catch (const controller::unreachable &error) {
         std::cerr << "sitectl: " << error.what() << '\n';
         return exit_unreachable;

@@ -152,6 +152,20 @@ void tunnels::use(std::shared_ptr<SSL_CTX> tls) {
     }
 }
 
+void tunnels::recheck() {
+    std::map<tunnel_id, std::string> refused;
+    for (const auto &[id, each] : tunnels_) {
+        if (each.other.mac != mac_address{} && handlers_.refusal) {
+            refused[id] = handlers_.refusal(each.other);
+        }
+    }
+    for (const auto &[id, reason] : refused) {
+        if (!reason.empty()) {
+            close(id, reason);
+        }
+    }
+}
+
 // Without the pause the loop would try again at once, for as long as descriptors are short.
 void tunnels::on_accept_error(evconnlistener *, void *self) {
     const int error = errno;
@@ -243,6 +257,11 @@ void tunnels::handshake_done(tunnel_id which) {
         return;
     }
     with.other.mac = *mac;
+    with.other.fingerprint = with.connection->peer_fingerprint();
+    if (const std::string reason = handlers_.refusal ? handlers_.refusal(with.other) : ""; !reason.empty()) {
+        close(which, reason);
+        return;
+    }
     if (const auto former = find(*mac, true, which)) {
         close(*former, "the access point has opened another tunnel");
     }

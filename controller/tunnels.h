@@ -38,6 +38,7 @@ struct peer {
     std::string address;     // "127.0.0.1:49152"
     std::uint32_t ipv4 = 0;  // as a number; 0 when it is not on IPv4
     std::optional<std::chrono::system_clock::time_point> certificate_end;
+    std::string fingerprint;  // of its certificate
 };
 
 // A message that has come through a tunnel, or that was queued for one.
@@ -61,6 +62,8 @@ public:
         std::function<void(const std::string &reason)> on_accept_error;
         std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
         std::function<void(const passage &)> on_passage = nullptr;
+        // Why an access point with an accepted certificate is not served all the same; empty when it is. Null for all.
+        std::function<std::string(const peer &)> refusal = nullptr;
     };
 
     struct losses {
@@ -92,6 +95,8 @@ public:
     void close(tunnel_id which, const std::string &reason);
     // Uses other certificates from now on, and closes the tunnels whose certificate they do not accept.
     void use(std::shared_ptr<SSL_CTX> tls);
+    // Closes the tunnels for which there is a refusal now.
+    void recheck();
 
 private:
     struct probing {

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "common/event_ptr.h"
+#include "tunnel/certificate_identity.h"
 #include "tunnel/certificate_life.h"
 #include "tunnel/tcp_dialer.h"
 #include "tunnel/tunnel_queue.h"
@@ -88,6 +89,7 @@ public:
     void probe() override { send_keep_alive(); }
     std::string recheck(SSL_CTX *tls) const override { return recheck_peer(ssl(), tls); }
     std::size_t queued() const override { return queue_ ? queue_->bytes() : 0; }
+    std::string peer_fingerprint() const override { return fingerprint_of(SSL_get0_peer_certificate(ssl())); }
     std::size_t unsent() const override { return unsent_; }
     std::string peer_name() const override { return peer_name_; }
     std::optional<mac_address> peer_mac() const override { return peer_mac_; }
@@ -317,9 +319,10 @@ void connection::event(short what) {
 
 void connection::handshake_done() {
     shaken_hands_ = true;
-    peer_name_ = common_name_of_peer(ssl());
-    peer_mac_ = mac_of_peer(ssl());
-    peer_end_ = end_of(SSL_get0_peer_certificate(ssl()));
+    const X509 *const peer = SSL_get0_peer_certificate(ssl());  // neither end accepts a peer without one
+    peer_name_ = common_name_of(peer);
+    peer_mac_ = mac_of(peer);
+    peer_end_ = end_of(peer);
     if (!accepting_ || phase_ != phase::setup) {
         return;
     }

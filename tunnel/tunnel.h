@@ -84,6 +84,8 @@ public:
     virtual void probe() = 0;
     // Why `tls` would not accept the certificate of this peer, a client; empty when it would. After on_handshake only.
     virtual std::string recheck(SSL_CTX *tls) const = 0;
+    // The SHA-256 of the peer's certificate, in hexadecimal digits. After on_handshake only.
+    virtual std::string peer_fingerprint() const = 0;
 
     virtual std::size_t queued() const = 0;  // bytes of frames not yet handed to the kernel
     // Messages that were queued and never sent; after on_down.

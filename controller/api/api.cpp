@@ -15,6 +15,7 @@ api::api(const parts &of) : parts_(of), authenticator_(of.users, of.aside), even
     add_listing_routes();
     add_guest_routes();
     add_acl_routes();
+    add_enrolment_routes();
     add_account_routes();
     add_service_routes();
     add_page_routes(of.page);

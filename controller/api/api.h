@@ -57,6 +57,7 @@ private:
     void add_client_routes();
     void add_guest_routes();
     void add_acl_routes();
+    void add_enrolment_routes();
     void add_account_routes();
     void add_service_routes();
     void add_page_routes(std::span<const static_file> page);

@@ -71,6 +71,10 @@ void api::add_listing_routes() {
     const auto acl = [this](const call &by, const reply &answer) {
         answer(page_response(list_mac_acl(managed_site().acl(), parse_acl_query(by.what.query))));
     };
+    const auto enrolments = [this](const call &by, const reply &answer) {
+        answer(page_response(
+            list_enrolments(parts_.with.enrolled(), parts_.with.aps(), parse_enrolment_query(by.what.query))));
+    };
     const auto stats = [this](const call &, const reply &answer) {
         json made = statistics_of(parts_.with);
         made["store"] = store_json(parts_.kept.status());
@@ -82,6 +86,7 @@ void api::add_listing_routes() {
         {method::get, "/api/v1/clients", role::viewer, clients},
         {method::get, "/api/v1/guests", role::viewer, guests},
         {method::get, "/api/v1/acl", role::viewer, acl},
+        {method::get, "/api/v1/enrolments", role::viewer, enrolments},
         {method::get, "/api/v1/stats", role::viewer, stats},
     });
     add_client_routes();

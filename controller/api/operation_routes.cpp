@@ -1,4 +1,4 @@
-// What operators change: guests' approvals, clients, access lists.
+// What operators change: guests' approvals, clients, access lists, enrolments.
 #include "controller/api/api.h"
 
 namespace controller::api {
@@ -74,6 +74,39 @@ void api::add_acl_routes() {
         {method::put, "/api/v1/acl/{index}/clients/{mac}", role::operator_, set},
         {method::del, "/api/v1/acl/{index}/clients/{mac}", role::operator_, remove},
         {method::put, "/api/v1/acl/{index}/default", role::operator_, set_default},
+    });
+}
+
+void api::add_enrolment_routes() {
+    constexpr std::size_t certificate_max = 8192;
+    // Of the authority, made where its key is.
+    const auto enrol = [this](const call &by, const reply &answer) {
+        const mac_address mac = read_mac(by.values[0]);
+        const nlohmann::json given = read_object(by.what, {"name", "certificate"});
+        const std::string name = read_text(given, "name", 32);
+        const std::string certificate = read_text(given, "certificate", certificate_max);
+        carry_out(by, {"ap-add", kx::format_mac(mac)}, answer,
+                  [=, this] { parts_.with.enrol(mac, name, "", certificate); });
+    };
+    const auto remove = [this](const call &by, const reply &answer) {
+        const std::string ap = kx::format_mac(read_mac(by.values[0]));
+        carry_out(by, {"ap-remove", ap}, answer, [=, this] { parts_.with.remove_enrolment(ap); });
+    };
+    const auto renew = [this](const call &by, const reply &answer) {
+        const std::string ap = kx::format_mac(read_mac(by.values[0]));
+        const std::string certificate =
+            read_text(read_object(by.what, {"certificate"}), "certificate", certificate_max);
+        carry_out(by, {"ap-renew", ap}, answer, [=, this] { parts_.with.renew_enrolment(ap, certificate); });
+    };
+    const auto revoke = [this](const call &by, const reply &answer) {
+        const std::string ap = kx::format_mac(read_mac(by.values[0]));
+        carry_out(by, {"ap-revoke", ap}, answer, [=, this] { parts_.with.revoke_enrolment(ap); });
+    };
+    router_.add({
+        {method::put, "/api/v1/enrolments/{mac}", role::admin, enrol},
+        {method::del, "/api/v1/enrolments/{mac}", role::admin, remove},
+        {method::put, "/api/v1/enrolments/{mac}/certificate", role::admin, renew},
+        {method::put, "/api/v1/enrolments/{mac}/revocation", role::admin, revoke},
     });
 }
 

@@ -30,6 +30,10 @@ class Authority:
     def certificate(self) -> Path:
         return self._own.certificate
 
+    @property
+    def key(self) -> Path:
+        return self._own.key
+
     def issue(self, name: str, address: str | None = None, mac: str | None = None, days: int = DAYS) -> Identity:
         """Issues a certificate for the common name `name`, for a host's IP address or an access point's MAC address."""
         issued = self._identity(name)

@@ -14,12 +14,16 @@ from lab.site.options import read_options
 from lab.site.plain_text import escape_what_the_output_cannot_encode, plain
 from lab.site.site_report import run_site
 from lab.site.site_run import Plan
+from lab.site.stay import StayPlan, stay
 
 
 def dispatch(options: argparse.Namespace) -> int:
     """Returns the exit status."""
     programs = options.build / "bin"
     console = make_console()
+    if options.stay:
+        stay(StayPlan(options.aps or StayPlan.access_points, options.stations or StayPlan.stations, options.seed,
+                      float(options.speed or StayPlan.speed)), programs, console)
     enter_own_network()
     if options.site:
         plan = Plan(seed=options.seed, speed=float(options.speed or Plan.speed))

@@ -5,7 +5,8 @@ import socket
 from pathlib import Path
 from typing import Any
 
-from lab.site.authority import Authority
+from lab.site.authority import Authority, Identity
+from lab.site.enrolment import sitectl
 from lab.site.failure import LabFailure
 from lab.site.json_lines import JsonLines
 from lab.site.processes import Process, Processes
@@ -28,9 +29,11 @@ class Controller:
         self.address = address
         self.port = port
         self.process: Process | None = None
+        self._serves_only_enrolled = False
         self.output = JsonLines(directory / "site_controller.out")
 
     def start(self, *options: object) -> None:
+        self._serves_only_enrolled = "--store" in options and "--serve-unenrolled" not in options
         port_file = self._directory / "controller.port"
         port_file.unlink(missing_ok=True)
         self.process = self._processes.start(
@@ -41,6 +44,12 @@ class Controller:
             self._directory)
         wait_until(port_file.exists, "the controller listens", log=self.process.err, check=self.process.check_runs)
         self.port = int(port_file.read_text())
+
+    def enrol(self, name: str, mac: str, identity: Identity) -> None:
+        """Enrols an access point with its certificate where only enrolled ones are served."""
+        if self._serves_only_enrolled:
+            sitectl(self._processes.programs, "--control", self.control, "ap", "add", name, "--mac", mac,
+                    "--certificate", identity.certificate)
 
     def kill(self) -> None:
         assert self.process is not None

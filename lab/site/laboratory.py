@@ -47,6 +47,7 @@ class Laboratory:
         name = f"ap{len(self.access_points) + 1}"
         added = AccessPoint(self.processes, self.directory / name, mac, vaps, self.authority.issue(name, mac=mac))
         added.configure(self.controller, self.authority)
+        self.controller.enrol(name, mac, added.identity)
         self.access_points.append(added)
         return added
 

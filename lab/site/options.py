@@ -3,13 +3,19 @@
 import argparse
 import os
 import sys
+from collections.abc import Callable
 from pathlib import Path
 from typing import NoReturn
 
 from lab.site.failure import LabFailure
 from lab.site.plain_text import plain
 
-USAGE = "run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N] | run --stock"
+USAGE = ("run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N] "
+         "[--stay [--aps N] [--stations M]] | run --stock")
+
+
+APS_MAX = 10_000  # of the fleet
+STATIONS_MAX = 1_000_000
 
 
 class _Parser(argparse.ArgumentParser):
@@ -27,6 +33,9 @@ def read_options() -> argparse.Namespace:
     parser.add_argument("--site", action="store_true")
     parser.add_argument("--stock", action="store_true")
     parser.add_argument("--seed", type=int)
+    parser.add_argument("--stay", action="store_true")
+    parser.add_argument("--aps", type=number_up_to(APS_MAX))
+    parser.add_argument("--stations", type=number_up_to(STATIONS_MAX))
     parser.add_argument("capture", nargs="?", type=Path)
     options = parser.parse_args()
     if options.stock and len(sys.argv) > 2:
@@ -35,9 +44,22 @@ def read_options() -> argparse.Namespace:
         parser.error("--site can only be combined with --seed and a number for --speed")
     if options.seed is not None and not options.site:
         parser.error("--seed requires --site")
+    if options.stay and not options.site:
+        parser.error("--stay requires --site")
+    if (options.aps or options.stations) and not options.stay:
+        parser.error("--aps and --stations require --stay")
     if options.capture:
         _check_readable(options.capture)
     return options
+
+
+def number_up_to(most: int) -> Callable[[str], int]:
+    def number(text: str) -> int:
+        if not 0 < int(text) <= most:
+            raise ValueError
+        return int(text)
+
+    return number
 
 
 def speed(text: str) -> str:

@@ -34,12 +34,16 @@ def complete(programs):
 def test_commands(complete):
     assert complete("cl") == ["clients"]
     assert complete("--control", "/run/x", "acl") == ["acl", "acl-set", "acl-remove", "acl-default"]
+    assert set(complete("ap")) == {"ap", "aps", "approve"}
+    assert complete("ap", "re") == ["renew", "revoke", "remove"]
     assert {"aps", "stats", "move-list", "help"} <= set(complete(""))
 
 
 def test_options(complete):
     assert complete("clients", "--s") == ["--ssid", "--state"]
     assert complete("--j") == ["--json"]
+    assert complete("ap", "add", "hall", "--m") == ["--mac"]
+    assert complete("ap", "list", "--st") == ["--state"]
     assert "--index" in complete("acl", "--")
     assert "--ssid" not in complete("acl", "--")
     assert complete("--control", "/run/x", "clients", "--wa") == ["--watch"]
@@ -49,6 +53,7 @@ def test_values(complete, tmp_path):
     (tmp_path / "controller.sock").touch()
     assert complete("--control", f"{tmp_path}/con") == [f"{tmp_path}/controller.sock"]
     assert complete("clients", "--state", "wa") == ["waiting"]
+    assert complete("ap", "list", "--state", "rev") == ["revoked"]
     assert complete("acl-default", "1", "d") == ["deny"]
     assert complete("clients", "--mac", "") == []
     assert complete("token-add", "ada", "v") == ["viewer"]

@@ -96,6 +96,25 @@ def test_answers_are_as_described(lab, api, token_of):
     assert {200, 201, 204, 401, 409} <= seen
 
 
+def test_access_point_is_enrolled_and_revoked(lab, api, token_of):
+    access_point = add_access_point(lab)
+    lab.start()
+    admin, target = token_of("admin"), f"/api/v1/enrolments/{access_point.mac}"
+    certificate = access_point.identity.certificate.read_text()
+    assert api.ask("PUT", target, token_of("operator"), {"name": "hall", "certificate": certificate}).status == 403
+    assert api.ask("PUT", target, admin, {"name": "hall", "certificate": "none"}).status == 409
+    assert api.ask("PUT", target, admin, {"name": "hall", "certificate": certificate}).status == 204
+    row, = api.get("/api/v1/enrolments", admin)["items"]
+    assert (row["ap"], row["name"], row["state"], row["link"]) == (access_point.mac, "hall", "enrolled", "up")
+    check(described(api), "/api/v1/enrolments", "get", api.ask("GET", "/api/v1/enrolments", admin))
+    assert api.get("/api/v1/access-points", admin)["items"][0]["name"] == "hall"
+    assert api.ask("PUT", f"{target}/revocation", admin).status == 204
+    assert api.get("/api/v1/enrolments?state=revoked", admin)["items"][0]["link"] == "down"
+    assert api.ask("DELETE", target, admin).status == 204
+    assert api.get("/api/v1/enrolments", admin)["items"] == []
+    assert [each["what"] for each in api.get("/api/v1/audit", admin)["items"][:3]] == ["ap-remove", "ap-revoke", "ap-add"]
+
+
 def test_other_paths_are_not_found(api, token_of):
     token = token_of("viewer")
     for path in ("/api/v1/nothing", "/api/v1", "/nothing", "/api/v1/clients/", "/api/v1/clients/x/y"):

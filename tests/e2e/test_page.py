@@ -12,11 +12,11 @@ from conftest import checked_lab
 from lab.site.browser import Browser, why_missing
 from lab.site.client_table import GUEST
 from lab.site.http_api import HttpApi
+from lab.site.tcp_forwarder import TcpForwarder
 from lab.site.waiting import wait_until
 from page_checks import FILTER, SCROLL, check_view
 from steps import (AP_MAC, VAPS, add_access_point, associate, bssid_of, client_mac, wait_for_radio, wait_until_ready,
                    write_scenario)
-from tcp_forwarder import TcpForwarder
 
 pytestmark = pytest.mark.skipif(why_missing() is not None, reason=why_missing() or "")
 PASSWORD = "correct horse battery"

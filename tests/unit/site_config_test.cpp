@@ -57,6 +57,11 @@ listen = "[::1]:8443"
 port_file = "http.port"
 certificate = "http.pem"
 key = "http.key"
+[enrolment]
+serve_unenrolled = true
+authority_key = "authority.key"
+address = "ctrl.example"
+days = 90
 )");
     const auto place = [this](const char *name) { return directory.file(name); };
     EXPECT_EQ(found.config, file());
@@ -80,6 +85,9 @@ key = "http.key"
                                         .certificate = place("http.pem"),
                                         .key = place("http.key")};
     EXPECT_EQ(found.http, http);
+    const controller::enrolment_options enrolment{
+        .serve_unenrolled = true, .authority_key = place("authority.key"), .address = "ctrl.example", .days = 90};
+    EXPECT_EQ(found.enrolment, enrolment);
 }
 
 TEST_F(site_config, leaves_defaults_where_it_says_nothing) {
@@ -90,13 +98,15 @@ TEST_F(site_config, leaves_defaults_where_it_says_nothing) {
 }
 
 TEST_F(site_config, names_the_line_of_what_it_cannot_use) {
-    EXPECT_EQ(error_of("[controler]\n"), "1: controler: unknown key; expected one of controller, output, store, http");
+    EXPECT_EQ(error_of("[controler]\n"),
+              "1: controler: unknown key; expected one of controller, output, store, http, enrolment");
     EXPECT_EQ(error_of("[store]\n\nsize = 3\n").substr(0, 24), "3: store.size: unknown k");
     EXPECT_EQ(error_of("[controller]\nlisten = \"localhost\"\n"),
               "2: controller.listen: expected an address and a port such as \"127.0.0.1:7443\"");
     EXPECT_EQ(error_of("[store]\nhistory_days = 0\n"), "2: store.history_days: expected an integer from 1 to 3650");
     EXPECT_EQ(error_of("[output]\njson = \"yes\"\n"), "2: output.json: expected true or false");
     EXPECT_EQ(error_of("[http]\nkey = \"\"\n"), "2: http.key: expected a file name");
+    EXPECT_EQ(error_of("[enrolment]\naddress = \"a b\"\n"), "2: enrolment.address: expected a host name or address");
     EXPECT_EQ(error_of("http = 1\n"), "1: http: expected a table");
 }
 

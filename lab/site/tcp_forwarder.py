@@ -10,11 +10,12 @@ LOOPBACK = "127.0.0.1"
 class TcpForwarder:
     """Passes connections on to `target`, a port of the loopback interface, until it is cut."""
 
-    def __init__(self, target: int) -> None:
+    def __init__(self, target: int, listener: socket.socket | None = None) -> None:
+        """`listener` may be a socket of another network than that of this process; by default it is a new one."""
         self.target = target
         self._open: list[socket.socket] = []
         self._lock = threading.Lock()
-        self._listener = socket.create_server((LOOPBACK, 0))
+        self._listener = listener or socket.create_server((LOOPBACK, 0))
         self.port: int = self._listener.getsockname()[1]
         threading.Thread(target=self._accept, args=[self._listener], daemon=True).start()
 
