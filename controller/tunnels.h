@@ -38,7 +38,7 @@ struct peer {
     std::string address;     // "127.0.0.1:49152"
     std::uint32_t ipv4 = 0;  // as a number; 0 when it is not on IPv4
     std::optional<std::chrono::system_clock::time_point> certificate_end;
-    std::string fingerprint;  // of its certificate
+    std::string fingerprint = {};  // of its certificate
 };
 
 // A message that has come through a tunnel, or that was queued for one.
