@@ -15,7 +15,7 @@ void daemon_loads::stations_requested() {
 }
 
 void daemon_loads::settle() {
-    const std::size_t reports = std::exchange(lists_, 0) / vaps_;
+    const std::size_t reports = (std::exchange(lists_, 0) + vaps_ - 1) / vaps_;
     if (std::exchange(rounds_, 0) > 2 * reports) {
         on_load();
     }

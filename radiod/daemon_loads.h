@@ -11,8 +11,8 @@
 namespace radiod {
 
 // The driver sees a load only by its requests: the address of every VAP, once. For a report to the controller the
-// daemon requests every address twice, and every VAP's stations once. It has dropped nothing then, and to announce the
-// stations again would make the controller ask for another report.
+// daemon requests every address twice, and once the stations of every VAP whose address it got. It has dropped nothing
+// then, and to announce the stations again would make the controller ask for another report.
 class daemon_loads {
 public:
     static constexpr std::chrono::milliseconds quiet_time{200};  // after the last request
