@@ -226,6 +226,7 @@ void tunnels::accept(int fd, const std::string &host, const std::string &port) {
     }
     tunnel &added = tunnels_[id];
     added.host = host;
+    added.tls = tls_;
     added.other.address = host + ':' + port;
     added.connection = kx::tunnel_connection::accept(
         base_, tls_.get(), fd,
@@ -300,8 +301,18 @@ void tunnels::probe_done(tunnel_id candidate) {
     }
 }
 
+// Certificates may have been revoked or renewed while it shook hands, or waited for another tunnel's probe.
+std::string tunnels::find_late_refusal(const tunnel &of) const {
+    const std::string reason = handlers_.refusal ? handlers_.refusal(of.other) : "";
+    return reason.empty() && of.tls != tls_ ? of.connection->recheck(tls_.get()) : reason;
+}
+
 void tunnels::came_up(tunnel_id which) {
     tunnel &now_up = tunnels_.at(which);
+    if (const std::string reason = find_late_refusal(now_up); !reason.empty()) {
+        close(which, reason);
+        return;
+    }
     now_up.up = true;
     handshake_ended(which);
     handlers_.on_up(which, now_up.other);

@@ -109,6 +109,7 @@ private:
         peer other;
         std::string host;  // the address of `other` without its port
         bool up = false;
+        std::shared_ptr<SSL_CTX> tls;    // that accepted its certificate
         std::unique_ptr<probing> probe;  // while the access point's other tunnel is probed
         std::unique_ptr<kx::tunnel_connection> connection;
     };
@@ -117,6 +118,7 @@ private:
     static void on_pause_end(evutil_socket_t, short, void *self);
     void pause(const timeval &time);
     void handshake_ended(tunnel_id which);
+    std::string find_late_refusal(const tunnel &of) const;
     void accept(int fd, const std::string &host, const std::string &port);
     void make_room();
     void displace(tunnel_id which);
