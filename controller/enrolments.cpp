@@ -28,14 +28,7 @@ certificate_facts read_certificate(const std::string &pem, const mac_address &ap
 bool is_ap_name(std::string_view text) {
     const auto permitted = [](char c) { return is_letter_or_digit(c) || c == '.' || c == '_' || c == '-'; };
     return !text.empty() && text.size() <= name_max && is_letter_or_digit(text.front()) &&
-           std::ranges::all_of(text, permitted);
-}
-
-enrolment_state enrolment::state() const {
-    if (revoked) {
-        return enrolment_state::revoked;
-    }
-    return certificates.size() > 1 ? enrolment_state::renewed : enrolment_state::enrolled;
+           std::ranges::all_of(text, permitted) && !kx::parse_mac(std::string(text));
 }
 
 void enrolments::load(const std::vector<enrolled_ap> &stored) {
@@ -114,9 +107,7 @@ change enrolments::renew(const std::string &name_or_mac, const std::string &cert
 
 change enrolments::revoke(const std::string &name_or_mac) {
     const mac_address ap = get(name_or_mac).first;
-    if (std::exchange(table_.at(ap).revoked, true)) {
-        throw refused("the access point's enrolment is revoked already");
-    }
+    table_.at(ap).revoked = true;
     return stored(ap);
 }
 

@@ -16,7 +16,7 @@
 
 namespace controller {
 
-// 1 to 32 letters, digits, '.', '_' and '-', the first of them a letter or digit.
+// 1 to 32 letters, digits, '.', '_' and '-', the first of them a letter or digit, and no MAC address.
 bool is_ap_name(std::string_view text);
 
 enum class enrolment_state : std::uint8_t {
@@ -31,7 +31,12 @@ struct enrolment {
     bool revoked = false;
     std::vector<certificate_facts> certificates;  // one, or the new one and the former
 
-    enrolment_state state() const;
+    enrolment_state state() const {
+        if (revoked) {
+            return enrolment_state::revoked;
+        }
+        return certificates.size() > 1 ? enrolment_state::renewed : enrolment_state::enrolled;
+    }
 };
 
 class enrolments {

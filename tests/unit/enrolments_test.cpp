@@ -55,7 +55,7 @@ TEST_F(enrolments_test, a_revoked_one_is_out_after_a_restart_too) {
     const auto made = known.revoke("hall");
     EXPECT_FALSE(is_served(first_ap, own));
     EXPECT_EQ(reloaded(made).refusal(first_ap, fingerprint(own), false), "the access point's enrolment is revoked");
-    EXPECT_THROW(known.revoke("hall"), controller::refused);
+    EXPECT_NO_THROW(known.revoke("hall")) << "an operator repeats what could not be stored";
     EXPECT_THROW(known.renew("hall", certificate(first_ap)), controller::refused);
 }
 
