@@ -91,7 +91,8 @@ void exchange::start_over() {
     const contents restored = store_->load();
     site_.emplace();
     load(restored);
-    for (const auto &[id, link] : access_points_.links()) {
+    const auto links = access_points_.links();  // one that does not read its messages is closed meanwhile
+    for (const auto &[id, link] : links) {
         identify_certificate(link.other);
         if (link.ap) {
             site_->ap_up(*link.ap);
