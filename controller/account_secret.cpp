@@ -67,7 +67,7 @@ account_secret make_account_secret(std::string_view name) {
     if (name == "token-add") {
         const std::string id = random_id();
         const std::string secret = random_secret();
-        return {{id, hash_secret(secret, hash_cost::secret)}, id + '.' + secret + '\n'};
+        return {{id, hash_secret(secret, hash_cost::secret)}, id + '.' + secret};
     }
     return {};
 }

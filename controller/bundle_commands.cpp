@@ -126,6 +126,6 @@ std::vector<std::string> bundle_in_making::make(std::string_view command, const 
     return arguments;
 }
 
-std::string bundle_in_making::keep() { return file_.empty() ? "" : std::exchange(file_, "") + '\n'; }
+std::string bundle_in_making::keep() { return std::exchange(file_, ""); }
 
 }  // namespace controller

@@ -35,7 +35,7 @@ public:
     // ask_controller() throws.
     std::vector<std::string> make(std::string_view command, const std::string &ap, const bundle_request &wanted,
                                   const options &site, const std::string &control);
-    // The controller has taken it. Returns what is to be printed.
+    // The controller has taken it, or may have. Returns its name; empty for none.
     std::string keep();
 
 private:

@@ -18,9 +18,8 @@ namespace {
 
 constexpr timeval wait_limit = {10, 0};
 
-[[noreturn]] void fail(const std::string &path) {
-    throw unreachable(path + ": " +
-                      (errno == EAGAIN ? "no answer from the controller within 10 s" : std::strerror(errno)));
+std::string describe_error(const std::string &path) {
+    return path + ": " + (errno == EAGAIN ? "no answer from the controller within 10 s" : std::strerror(errno));
 }
 
 class connection {
@@ -29,7 +28,7 @@ public:
         const kx::ipc_address address = kx::make_ipc_address(path);
         fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (fd_ < 0 || connect(fd_, address.get(), address.length) != 0) {
-            fail(path);
+            throw unreachable(describe_error(path));
         }
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait_limit, sizeof(wait_limit));
         setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &wait_limit, sizeof(wait_limit));
@@ -47,7 +46,7 @@ public:
                 return;
             }
             if (size < 0) {
-                fail(path_);
+                throw unreachable(describe_error(path_));
             }
             text.remove_prefix(static_cast<std::size_t>(size));
         }
@@ -61,7 +60,7 @@ public:
             text.append(chunk, static_cast<std::size_t>(size));
         }
         if (size < 0) {
-            fail(path_);
+            throw unanswered(describe_error(path_));
         }
         return text;
     }
@@ -88,7 +87,7 @@ control_answer ask_controller(const std::string &path, std::string_view line) {
     if (status.starts_with("error ")) {
         throw command_refused(status.substr(6));
     }
-    throw unreachable(path + ": the controller closed the connection without an answer");
+    throw unanswered(path + ": the controller closed the connection without an answer");
 }
 
 std::string encode_word(const std::string &word) {

@@ -13,6 +13,11 @@ struct unreachable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The command was sent, but has no answer: it may have been carried out.
+struct unanswered : unreachable {
+    using unreachable::unreachable;
+};
+
 // The controller refuses the command, for the reason given.
 struct command_refused : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -24,7 +29,7 @@ struct control_answer {
 };
 
 // Sends one command, a line without its line break, to the socket `path`. Waits at most 10 s for the answer. Throws
-// `unreachable` and `command_refused`.
+// `unreachable`, `unanswered` and `command_refused`.
 control_answer ask_controller(const std::string &path, std::string_view line);
 
 // Writes a word for a line, so that the controller reads the same bytes.

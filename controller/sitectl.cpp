@@ -6,10 +6,12 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
+#include <functional>
 #include <iostream>
 #include <limits>
 #include <list>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -92,8 +94,17 @@ std::string line_of(const subcommand &given, const options &chosen) {
     return line + (chosen.json ? " --json" : "");
 }
 
-// Asks for one page after the other.
-void ask(const subcommand &given, const options &chosen) {
+// What sitectl itself has made for a command, by its name in JSON. The text may have lines.
+struct made_row {
+    std::string name, text;
+};
+
+std::string to_rows(const made_row &made, bool as_json) {
+    return made.text.empty() ? "" : (as_json ? nlohmann::json{{made.name, made.text}}.dump() : made.text) + '\n';
+}
+
+// Asks for one page after the other. `made` is called when the command has succeeded; its row is the last.
+void ask(const subcommand &given, const options &chosen, const std::function<made_row()> &made) {
     const std::string line = line_of(given, chosen);
     row_printer printer(chosen.json);
     std::string cursor;
@@ -110,15 +121,16 @@ void ask(const subcommand &given, const options &chosen) {
         }
         cursor = answer.next;
     } while (!cursor.empty() && (!chosen.limit || printer.rows() < *chosen.limit));
+    printer.print(to_rows(made(), chosen.json));
     printer.end();
 }
 
-int run(const subcommand &given, const options &chosen) {
+int run(const subcommand &given, const options &chosen, const std::function<made_row()> &made) {
     for (;;) {
         if (chosen.watch_seconds > 0 && isatty(STDOUT_FILENO) != 0) {
             std::cout << clear_terminal;
         }
-        ask(given, chosen);
+        ask(given, chosen, made);
         if (!std::cout || chosen.watch_seconds <= 0) {
             return std::cout ? 0 : exit_refused;
         }
@@ -224,10 +236,12 @@ void declare(CLI::App &app, options &chosen, std::list<subcommand> &all) {
                "A listing also takes --limit N.");
 }
 
-int initialise(const controller::new_site &wanted) {
+int initialise(const controller::new_site &wanted, bool as_json) {
+    row_printer printer(as_json);
     for (const std::string &file : controller::make_site(wanted)) {
-        std::cout << file << '\n';
+        printer.print(to_rows({"file", file}, as_json));
     }
+    printer.end();
     return std::cout.flush() ? 0 : exit_refused;
 }
 
@@ -246,14 +260,23 @@ int carry_out(subcommand &given, options &chosen) {
                                  ": controller.control: missing; --control names the control socket too");
     }
     controller::account_secret secret = controller::make_account_secret(given.usage->name);
+    if (chosen.watch_seconds > 0 && (makes_bundle || !secret.arguments.empty())) {
+        throw std::runtime_error("--watch repeats a command; this one is carried out once");
+    }
     controller::bundle_in_making bundle;
     if (makes_bundle) {
         secret.arguments = bundle.make(given.usage->name, given.arguments.front(), chosen.bundle, site, chosen.control);
     }
     given.arguments.insert(given.arguments.end(), secret.arguments.begin(), secret.arguments.end());
-    const int status = run(given, chosen);
-    std::cout << secret.text << bundle.keep();
-    return std::cout.flush() ? status : exit_refused;
+    const auto made = [&] { return makes_bundle ? made_row{"bundle", bundle.keep()} : made_row{"token", secret.text}; };
+    try {
+        return run(given, chosen, made);
+    } catch (const controller::unanswered &) {
+        if (const std::string file = bundle.keep(); !file.empty()) {
+            std::cerr << "sitectl: " << file << " is kept: the controller may have taken its certificate\n";
+        }
+        throw;
+    }
 }
 
 }  // namespace
@@ -270,7 +293,7 @@ int main(int argc, char **argv) {
             return *status;
         }
         if (init->parsed()) {
-            return initialise(chosen.site);
+            return initialise(chosen.site, chosen.json);
         }
         return carry_out(*std::ranges::find_if(all, [](const subcommand &each) { return each.parsed->parsed(); }),
                          chosen);

@@ -6,6 +6,7 @@ import signal
 import stat
 import subprocess
 import tarfile
+import threading
 
 import pytest
 
@@ -170,8 +171,7 @@ def test_revoked_access_point_is_closed_at_once_and_stays_out(site):
     assert site.row("hall")["state"] == "revoked"
     site.wait_for_refusal("the access point's enrolment is revoked")
     assert not site.is_up("hall")
-    with pytest.raises(LabFailure, match="is revoked already"):
-        site.ctl("ap", "revoke", AP_MAC)
+    site.ctl("ap", "revoke", AP_MAC)
     with pytest.raises(LabFailure, match="is revoked; remove it"):
         site.ctl("ap", "renew", "hall", "--output", site.directory / "no.tar")
     assert not (site.directory / "no.tar").exists()
@@ -205,6 +205,8 @@ def test_what_cannot_be_enrolled_leaves_no_bundle(site):
     for words, reason in [(("hall", "--mac", OTHER_MAC), "another access point has this name"),
                           (("attic", "--mac", AP_MAC), "is enrolled already"),
                           (("../attic", "--mac", OTHER_MAC), "a name has 1 to 32"),
+                          (("020000001000", "--mac", OTHER_MAC), "a name has 1 to 32"),
+                          (("attic", "--mac", OTHER_MAC, "--watch", "1"), "this one is carried out once"),
                           (("attic", "--mac", "02"), "expected a MAC address")]:
         with pytest.raises(LabFailure, match=reason):
             site.ctl("ap", "add", *words, "--output", site.directory / "attic.tar")
@@ -215,6 +217,24 @@ def test_what_cannot_be_enrolled_leaves_no_bundle(site):
     (site.directory / "authority.key").chmod(0o644)
     with pytest.raises(LabFailure, match="others may read or write it"):
         site.ctl("ap", "add", "attic", "--mac", OTHER_MAC, "--output", site.directory / "attic.tar")
+
+
+def test_bundle_is_a_row_of_json(site):
+    bundle = str(site.directory / "hall.tar")
+    assert site.rows("ap", "add", "hall", "--mac", AP_MAC, "--output", bundle) == [{"bundle": bundle}]
+
+
+def test_bundle_is_kept_when_the_controller_does_not_answer(site):
+    bundle = site.directory / "hall.tar"
+    site.controller.signal(signal.SIGSTOP)
+    threading.Timer(1, site.kill).start()
+    with pytest.raises(LabFailure, match="hall.tar is kept"):
+        site.ctl("ap", "add", "hall", "--mac", AP_MAC, "--output", bundle)
+    assert bundle.exists()
+    bundle.unlink()
+    with pytest.raises(LabFailure, match="No such file|Connection refused"):
+        site.ctl("ap", "add", "hall", "--mac", AP_MAC, "--output", bundle)
+    assert not bundle.exists()
 
 
 def test_listing_is_filtered(site):
