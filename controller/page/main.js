@@ -171,8 +171,8 @@ async function open() {
 }
 
 async function signOut() {
-  if (!session.token) {
-    await attempt(() => ask('/session', {method: 'DELETE'}));
+  if (!session.token && !await attempt(() => ask('/session', {method: 'DELETE'}))) {
+    return;
   }
   signIn('You are signed out.');
 }
@@ -184,6 +184,7 @@ function takeTokenOfLink() {
     session.token = found[1];
     navigate('/', true);
   }
+  return found !== null;
 }
 
 async function start() {
@@ -194,7 +195,13 @@ async function start() {
     event.preventDefault();
     (main.querySelector('h1') ?? main).focus();
   });
-  window.addEventListener('hashchange', () => session.who && showView());
+  window.addEventListener('hashchange', () => {
+    if (takeTokenOfLink()) {
+      location.reload();
+    } else if (session.who) {
+      showView();
+    }
+  });
   takeTokenOfLink();
   try {
     await open();
