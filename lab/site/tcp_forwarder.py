@@ -49,8 +49,18 @@ class TcpForwarder:
             return
         with self._lock:
             self._open += [near, far]
-        for ends in ((near, far), (far, near)):
-            threading.Thread(target=pass_on, args=ends, daemon=True).start()
+        threading.Thread(target=self._pass_on, args=(near, far), daemon=True).start()
+
+    def _pass_on(self, near: socket.socket, far: socket.socket) -> None:
+        back = threading.Thread(target=pass_on, args=(far, near), daemon=True)
+        back.start()
+        pass_on(near, far)
+        back.join()
+        with self._lock:
+            for each in (near, far):
+                if each in self._open:
+                    self._open.remove(each)
+                    each.close()
 
 
 def pass_on(source: socket.socket, sink: socket.socket) -> None:
