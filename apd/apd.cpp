@@ -70,6 +70,7 @@ platform_daemon::platform_daemon(event_base *base, std::string config_file, deta
     }
     sockets_due_.start(sockets_period);
     monitor_.start();
+    start_view();
     certificates_.use(config_.controller);  // the tunnel starts with the client manager
     log_line("waiting for client_mgr");
     kx::notify_service_manager("READY=1");
@@ -183,6 +184,7 @@ bool platform_daemon::daemon_message_rcvd(std::uint32_t destination, std::span<c
             losses_.add(loss_no_tunnel);
             break;
         case controller_link::outcome::sent:
+            records_.add(message);
             break;
     }
     return true;
@@ -238,6 +240,7 @@ void platform_daemon::restore_sockets() {
         monitor_.restore_endpoint();
         homes_.restore_endpoint();
         channel_.restore_listener();
+        view_.restore_socket();
         sockets_failed_ = false;
     } catch (const std::system_error &error) {
         if (!sockets_failed_) {
@@ -256,6 +259,16 @@ void platform_daemon::publish_status() {
     std::string refused = number == 0 ? "" : ", " + std::to_string(number) + " messages refused";
     kx::notify_service_manager("STATUS=" + tunnel_state() + ", " + monitor_.status() + refused);
     kx::write_status_file(program, status_text());
+    view_.changed();
+}
+
+// apd carries messages without it too.
+void platform_daemon::start_view() {
+    try {
+        view_.start(base_);
+    } catch (const std::system_error &error) {
+        report(std::string("apctl is not served: ") + error.what());
+    }
 }
 
 std::string platform_daemon::status_text() const {

@@ -17,6 +17,8 @@
 #include "apd/log.h"
 #include "apd/losses.h"
 #include "apd/monitor.h"
+#include "apd/record_counts.h"
+#include "apd/view.h"
 #include "common/ap_config.h"
 #include "common/events.h"
 
@@ -55,6 +57,7 @@ private:
     void publish_status();
     std::string tunnel_state() const;
     std::string status_text() const;
+    void start_view();
     void restore_sockets();
 
     event_base *base_;
@@ -71,6 +74,8 @@ private:
     certificates certificates_;
     config_watch config_watch_;
     kx::watch sockets_due_;
+    record_counts records_;
+    view view_{{link_, monitor_, certificates_, losses_, records_}};
     bool sockets_failed_ = false;  // the last time that they were checked
 };
 

@@ -68,6 +68,7 @@ void controller_link::stop() {
 
 // Reads the certificates anew for each attempt, so that new ones are used without a restart.
 void controller_link::connect() {
+    attempt_ = true;
     try {
         auto tls = kx::make_tls_context(controller_.ca, controller_.certificate, controller_.key);
         tunnel_ = kx::tunnel_connection::connect(
@@ -83,7 +84,14 @@ void controller_link::connect() {
     }
 }
 
+std::chrono::seconds controller_link::up_for() const {
+    using std::chrono::seconds;
+    return up_ ? std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - up_since_) : seconds(0);
+}
+
 void controller_link::tunnel_up() {
+    connected_++;
+    attempt_ = false;
     up_ = true;
     renewal_ = renewal::none;
     controller_ip_ = tunnel_->peer_ipv4();
@@ -97,6 +105,7 @@ void controller_link::tunnel_up() {
 void controller_link::tunnel_down(const std::string &reason) {
     losses_.add(loss_unsent, tunnel_ == nullptr ? 0 : tunnel_->unsent());
     tunnel_.reset();
+    not_connected_ += std::exchange(attempt_, false) ? 1 : 0;
     if (renewal_ == renewal::closing && started_ && !stopping_) {
         renewal_ = renewal::connecting;
         retry_.start(std::chrono::milliseconds(0));

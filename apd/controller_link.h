@@ -49,6 +49,13 @@ public:
     void set_reading(bool on);
     bool is_up() const { return up_; }
     std::uint32_t controller_ip() const { return up_ ? controller_ip_ : 0; }
+    // The controller's name in its certificate; empty without a tunnel.
+    std::string controller_name() const { return up_ && tunnel_ != nullptr ? tunnel_->peer_name() : ""; }
+    std::chrono::seconds up_for() const;
+    std::size_t queued() const { return tunnel_ == nullptr ? 0 : tunnel_->queued(); }  // bytes
+    // Attempts to connect since the start, by their result.
+    std::uint64_t connected() const { return connected_; }
+    std::uint64_t not_connected() const { return not_connected_; }
 
 private:
     enum class renewal : std::uint8_t { none, closing, connecting };
@@ -68,6 +75,8 @@ private:
     std::uint32_t controller_ip_ = 0;
     bool failed_ = false;  // the last attempt to connect
     std::chrono::steady_clock::time_point up_since_;
+    bool attempt_ = false;  // to connect, without a result yet
+    std::uint64_t connected_ = 0, not_connected_ = 0;
     bool reading_ = true;
     bool stopping_ = false;
     backoff backoff_;

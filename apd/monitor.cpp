@@ -107,7 +107,7 @@ void monitor::take_up(std::uint32_t pid, std::uint32_t period_secs) {
 void monitor::period_passed() {
     if (daemon_->answered) {
         daemon_->missed = 0;
-    } else if (++daemon_->missed == missed_max) {
+    } else if (heartbeats_missed_++; ++daemon_->missed == missed_max) {
         report("client_mgr (process " + std::to_string(daemon_->pid) + ") has not answered " +
                std::to_string(missed_max) + " heartbeat requests");
         on_change_();

@@ -25,6 +25,10 @@ public:
     void start();
     // "client_mgr (process 123) runs"
     std::string status() const;
+    // Of the client manager that runs; 0 when none has started.
+    std::uint32_t process_id() const { return daemon_ ? daemon_->pid : 0; }
+    bool answers() const { return daemon_ && daemon_->missed < missed_max; }
+    std::uint64_t heartbeats_missed() const { return heartbeats_missed_; }  // since the start
 
     // Makes the endpoint again when its file was removed. Throws std::system_error.
     void restore_endpoint();
@@ -53,6 +57,7 @@ private:
     kx::watch readable_;
     kx::watch period_;
     std::optional<process> daemon_;
+    std::uint64_t heartbeats_missed_ = 0;
 };
 
 }  // namespace apd

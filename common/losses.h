@@ -47,6 +47,12 @@ public:
     std::uint64_t total(std::size_t which) const { return counts_[which].total; }
     // Writes a line for each reason that has occurred, or one that none has.
     void write_totals() const;
+    template <typename Take>  // of (const char *key, std::uint64_t total), for each reason
+    void each(Take take) const {
+        for (std::size_t i = 0; i < counts_.size(); i++) {
+            take(reasons_[i].key, counts_[i].total);
+        }
+    }
     // "no_tunnel = 3", a line for each reason.
     std::string list() const;
 

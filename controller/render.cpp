@@ -5,6 +5,7 @@
 #include "common/hex.h"
 #include "common/ipv4.h"
 #include "common/key_fingerprint.h"
+#include "common/printable.h"
 
 namespace controller {
 
@@ -161,18 +162,7 @@ std::string ssid_of(std::span<const std::uint8_t> padded) {
     return {padded.begin(), end.base()};
 }
 
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        if (byte >= 0x20 && byte < 0x7f && c != '\\' && c != '"') {
-            result += c;
-        } else {
-            result += "\\x" + kx::format_hex({&byte, 1});
-        }
-    }
-    return result;
-}
+std::string printable(std::string_view text) { return kx::printable(text); }
 
 std::string quote(std::string_view text) {
     constexpr std::size_t length_max = 40;

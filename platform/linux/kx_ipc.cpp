@@ -22,7 +22,9 @@
 #include "kx/kx_eloop.h"
 #include "platform/linux/client_paths/service.h"
 #include "platform/linux/event_base.h"
+#include "platform/linux/message_counts.h"
 #include "platform/linux/port_losses.h"
+#include "platform/linux/service.h"
 #include "platform/linux/start_failure.h"
 #include "wire/client_tunnels.h"
 #include "wire/local_ipc.h"
@@ -147,6 +149,9 @@ bool kx_ipc::open(const char *path, std::span<std::uint8_t> buffer, kx_ipc_recv_
 void kx_ipc::check_file() {
     auto passed = [](void *self, void *) { static_cast<kx_ipc *>(self)->check_file(); };
     kx_eloop_register_timeout(check_file_secs, 0, passed, this, nullptr);
+    if (kx::restore_view != nullptr) {
+        kx::restore_view();
+    }
     if (!file_.is_gone()) {
         return;
     }
@@ -199,6 +204,7 @@ void kx_ipc::deliver(const kx::ipc_datagram &datagram) {
         kx::client_statement_rcvd(buffer_.first(datagram.size).subspan(kx::ipc_header_size));
         return;
     }
+    kx::messages_rcvd.add(header_of(buffer_.data()).id);
     received_message message{{reinterpret_cast<kx_ipc_msg_hdr *>(buffer_.data()), buffer_.data() + kx::ipc_header_size},
                              &datagram.sender};
     handler_(&message.rx);

@@ -35,6 +35,9 @@ public:
         kx::notify_service_manager("READY=1\nSTATUS=" + controller());
         publish();
         keep_alive(nullptr, nullptr);
+        if (kx::start_view != nullptr) {
+            kx::start_view();
+        }
     }
 
     void controller_changed(std::uint32_t ctrl_ip) {

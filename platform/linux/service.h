@@ -17,6 +17,11 @@ void publish_controller(std::uint32_t ctrl_ip);
 // Writes the status file, with the losses.
 void publish_status();
 
+// The socket at which the daemon shows itself: opens it, and makes it again when its file was removed. In the program
+// that is linked with the daemon (platform/linux/daemon_view); null in others.
+[[gnu::weak]] void start_view();
+[[gnu::weak]] void restore_view();
+
 }  // namespace kx
 
 #endif

@@ -1,4 +1,4 @@
-"""What bash completes on a command line of sitectl, by the installed file."""
+"""What bash completes on a command line of sitectl or apctl, by the installed files."""
 
 import os
 import subprocess
@@ -6,29 +6,38 @@ from pathlib import Path
 
 import pytest
 
-COMPLETION = Path(__file__).parents[2] / "packaging/completion/sitectl"
+from lab.site.waiting import wait_until
+from steps import add_access_point, associate, client_mac, wait_until_ready
+
+COMPLETIONS = Path(__file__).parents[2] / "packaging/completion"
 ASK = """\
 source "$1"
-shift
+command=$2
+shift 2
 COMP_WORDS=("$@")
 COMP_CWORD=$(($# - 1))
-_sitectl
+COMP_LINE=$*
+"_$command"
 printf '%s\\n' "${COMPREPLY[@]}"
 """
+
+
+def completer(programs, command, **settings):
+    environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}"} | settings
+
+    def ask(*words: str) -> list[str]:
+        done = subprocess.run(["bash", "-euc", ASK, "bash", COMPLETIONS / command, command, command, *words],
+                              env=environment, capture_output=True, text=True, timeout=20, check=True)
+        assert done.stderr == ""
+        return done.stdout.split()
+
+    return ask
 
 
 @pytest.fixture
 def complete(programs):
     """What may stand in the place of the last word."""
-    environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}"}
-
-    def ask(*words: str) -> list[str]:
-        done = subprocess.run(["bash", "-euc", ASK, "bash", COMPLETION, "sitectl", *words], env=environment,
-                              capture_output=True, text=True, timeout=20, check=True)
-        assert done.stderr == ""
-        return done.stdout.split()
-
-    return ask
+    return completer(programs, "sitectl")
 
 
 def test_commands(complete):
@@ -59,7 +68,21 @@ def test_values(complete, tmp_path):
     assert complete("token-add", "ada", "v") == ["viewer"]
 
 
-def test_bash_takes_it_for_the_program(programs):
-    shown = subprocess.run(["bash", "-c", f'source "{COMPLETION}"; complete -p sitectl'], capture_output=True,
-                           text=True, timeout=20, check=True)
-    assert shown.stdout == "complete -F _sitectl sitectl\n"
+@pytest.mark.parametrize("command", ["apctl", "sitectl"])
+def test_bash_takes_it_for_the_program(command):
+    shown = subprocess.run(["bash", "-c", f'source "{COMPLETIONS / command}"; complete -p {command}'],
+                           capture_output=True, text=True, timeout=20, check=True)
+    assert shown.stdout == f"complete -F _{command} {command}\n"
+
+
+def test_of_an_access_point(lab, programs):
+    lab.controller.start()
+    access_point = add_access_point(lab)
+    access_point.start_all()
+    wait_until_ready(access_point)
+    associate(access_point, client_mac(1), client_mac(2))
+    complete = completer(programs, "apctl", KX_ROOT=str(access_point.root))
+    assert complete("cl") == ["clients", "client"]
+    assert complete("clients", "--j") == ["--json"]
+    wait_until(lambda: complete("client", "02:aa:") == ["00:00:00:01", "00:00:00:02"], "the clients are completed")
+    assert complete("vaps", "") == []

@@ -31,14 +31,15 @@ def test_units_start_what_is_installed(programs, tmp_path, prefix):
             assert (machine / prefix[1:] / f"share/man/man{section}/{page}.{section}").is_file()
 
 
-def test_controller_programs_have_man_pages(machine):
-    for name in ("site_controller", "sitectl"):
+def test_commands_have_man_pages(machine):
+    for name in ("apctl", "site_controller", "sitectl"):
         done = subprocess.run([machine / "usr/bin" / name, "--version"], capture_output=True, text=True, timeout=20,
                               check=True)
         assert done.stdout.startswith(f"{name} ")
         assert (machine / f"usr/share/man/man1/{name}.1").is_file()
     assert (machine / "usr/share/man/man5/site.toml.5").is_file()
-    assert (machine / "usr/share/bash-completion/completions/sitectl").is_file()
+    for name in ("apctl", "sitectl"):
+        assert (machine / "usr/share/bash-completion/completions" / name).is_file()
 
 
 def test_dissector_is_installed_whole(machine):
@@ -55,4 +56,5 @@ def test_systemd_makes_the_daemons_user(machine):
     assert re.search(r"^kx:.*:/run/kx:", users, re.M)
     assert re.search(r"^kx-radio:.*:/run/kx:", users, re.M)
     assert re.search(r"^kx-site:.*:/var/lib/kx-site:", users, re.M)
+    assert re.search(r"^kx-view:", (machine / "etc/group").read_text(), re.M)
     assert re.search(r"^netdev:.*:kx-radio$", (machine / "etc/group").read_text(), re.M)
