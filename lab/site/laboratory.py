@@ -12,9 +12,9 @@ from lab.site.waiting import wait_until
 
 
 class Laboratory:
-    """On leaving the context, ends all processes and removes the authority's keys."""
+    """On leaving the context, ends all processes and removes its keys. `authority` is one of its own by default."""
 
-    def __init__(self, programs: Path, address: str = ADDRESS) -> None:
+    def __init__(self, programs: Path, address: str = ADDRESS, authority: Authority | None = None) -> None:
         self._place = LabDirectory()
         self.directory = self._place.path
         self.processes = Processes(programs)
@@ -22,7 +22,7 @@ class Laboratory:
         self._keys = self.directory / "keys"
         self._keys.mkdir(mode=0o700)
         try:
-            self.authority = Authority(self._keys)
+            self.authority = authority or Authority(self._keys)
             self.controller = Controller(self.processes, self.directory, self.authority, address=address)
         except BaseException:
             self.discard()

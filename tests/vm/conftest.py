@@ -9,6 +9,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from nodes.access_point_node import AccessPointNode  # noqa: E402
+from nodes.authority import worker_authority  # noqa: E402
 from nodes.managed_site import ManagedSite  # noqa: E402
 from nodes.pool import Pool  # noqa: E402
 from nodes.station_node import StationNode  # noqa: E402
@@ -24,6 +25,9 @@ ACCESS_POINTS = 2  # of most cases
 STATIONS = 2
 waiting.POLL_SECONDS = 0.1  # the emulated processor has other work
 LOG_LINES = 60  # of each program, when a case fails
+PASSED = pytest.StashKey[bool]()
+# Files of cases that take long start first, so that no worker is left with one at the end.
+LONG_FILES = ("test_crowd.py", "test_managed_networks.py", "test_kinds.py", "test_verdicts.py", "test_stock_linux.py")
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -37,6 +41,7 @@ def pytest_configure(config: pytest.Config) -> None:
 
 
 def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    items.sort(key=lambda item: LONG_FILES.index(item.path.name) if item.path.name in LONG_FILES else len(LONG_FILES))
     if not config.getoption("--long"):
         for item in items:
             if item.get_closest_marker("long"):
@@ -47,6 +52,8 @@ def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item
 def pytest_runtest_makereport(item: pytest.Item) -> Iterator[None]:
     outcome = yield
     report = outcome.get_result()
+    if report.when == "call":
+        item.stash[PASSED] = report.passed
     if report.failed:
         for file in sorted(SITE.rglob("*.err")) + sorted(SITE.rglob("*.log")) + sorted(SITE.rglob("*.out")):
             lines = file.read_text(errors="replace").splitlines()[-LOG_LINES:]
@@ -61,9 +68,7 @@ def programs(request: pytest.FixtureRequest) -> Path:
 
 @pytest.fixture(scope="session")
 def authority() -> Authority:
-    keys = SITE / "keys"
-    keys.mkdir(mode=0o700, parents=True)
-    return Authority(keys)
+    return worker_authority()
 
 
 @pytest.fixture(scope="session")
@@ -108,8 +113,10 @@ def radius(authority: Authority, tmp_path: Path) -> Iterator[Callable[..., Proce
 
 
 @pytest.fixture
-def site(programs: Path, access_points: list[AccessPointNode], stations: list[StationNode],
-         radius: Callable[..., Process]) -> Iterator[ManagedSite]:
-    """Its controller runs, the access points' daemons do not yet."""
+def site(request: pytest.FixtureRequest, programs: Path, access_points: list[AccessPointNode],
+         stations: list[StationNode], radius: Callable[..., Process]) -> Iterator[ManagedSite]:
+    """Its controller runs, the access points' daemons do not yet. All agree at the end of a case that has passed."""
     with ManagedSite(programs, stations) as made:
         yield made
+        if request.node.stash.get(PASSED, False) and made.access_points:
+            made.wait_until_all_agree()

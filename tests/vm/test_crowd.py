@@ -49,7 +49,9 @@ class Crowd:
         first = dict(zip(self.stations, itertools.cycle(self.access_points)))
         for station, access_point in first.items():
             vap = self.vap_of(station)
-            station.start(VAPS[vap].ssid, KINDS[vap], access_point.bssid(vap), "proactive_key_caching=1")
+            station.launch(VAPS[vap].ssid, KINDS[vap], access_point.bssid(vap), "proactive_key_caching=1")
+        for station in self.stations:
+            station.attach()
         for station, access_point in first.items():
             station.settle(access_point, self.vap_of(station))
 

@@ -24,4 +24,3 @@ def test_first_visit_asks_no_question(site: ManagedSite, access_points, stations
     station.roam(second)
     site.wait_until_at(station, second.bssid())
     assert f"{station.mac} asks to be let in" not in log.read_text()
-    site.wait_until_all_agree()

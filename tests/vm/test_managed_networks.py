@@ -1,7 +1,9 @@
 """Stations of each kind of network, seen by radiod, client_mgr, apd and the controller."""
 
+import re
 import signal
 from collections.abc import Callable
+from functools import partial
 
 import pytest
 from nodes import network_kinds
@@ -10,67 +12,13 @@ from nodes.managed_site import LOCAL_RADIUS, ManagedSite
 from nodes.network_kinds import NetworkKind
 from nodes.radius_server import start_freeradius, start_hostapd_server
 from nodes.station_node import StationNode
-from nodes.traffic import EchoServer, Traffic
-from nodes.wire import address_in
 
 from lab.site.client_table import TUNNEL
 from lab.site.processes import Process
 from lab.site.waiting import wait_until
 
 SSID = "office"
-
-
-@pytest.mark.parametrize("kind", network_kinds.ALL, ids=str)
-def test_association_roams_and_departure(kind: NetworkKind, site: ManagedSite, access_points, stations, radius,
-                                         echo: EchoServer) -> None:
-    if kind.has_8021x:
-        radius(start_hostapd_server)
-    first, second = access_points
-    site.start(access_points, Vap(kind, SSID))
-    station = stations[0]
-    station.connect(SSID, kind, first)
-    site.wait_until_at(station, first.bssid())
-    station.get_address()
-    wait_until(lambda: site.client(station)["ip"] == station.address, "the controller has the address")
-    site.wait_until_all_agree()
-    with Traffic(station.namespace, address_in(10), echo.port) as traffic:
-        for target in (second, first):
-            station.roam(target)
-            site.wait_until_at(station, target.bssid())
-            traffic.wait_for_more()
-    assert traffic.is_complete
-    site.wait_until_all_agree()
-    station.leave()
-    site.wait_until_gone(station)
-    site.wait_until_all_agree()
-
-
-def connect_two(site: ManagedSite, access_points, stations, kind: NetworkKind = network_kinds.PSK) -> StationNode:
-    site.start(access_points, Vap(kind, SSID, settings=("ap_max_inactivity=3",)))
-    stations[0].connect(SSID, kind, access_points[0])
-    site.wait_until_at(stations[0], access_points[0].bssid())
-    return stations[0]
-
-
-def test_silent_departure_and_return(site: ManagedSite, access_points, stations) -> None:
-    station = connect_two(site, access_points[:1], stations)
-    station.radio.go_out_of_range()
-    site.wait_until_gone(station)
-    site.wait_until_all_agree()
-    station.radio.come_into_range()
-    site.wait_until_at(station, access_points[0].bssid())
-    site.wait_until_all_agree()
-
-
-@pytest.mark.parametrize("kind", [network_kinds.OPEN, network_kinds.PSK, network_kinds.SAE], ids=str)
-def test_access_point_sends_a_station_away(kind: NetworkKind, site: ManagedSite, access_points, stations) -> None:
-    station = connect_two(site, access_points[:1], stations, kind)
-    mark = station.supplicant.mark()
-    access_points[0].hostapd["wlan0"].command(f"DEAUTHENTICATE {station.mac}")
-    station.supplicant.wait_for("CTRL-EVENT-DISCONNECTED", mark)
-    station.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
-    site.wait_until_at(station, access_points[0].bssid())
-    site.wait_until_all_agree()
+LIMIT_SECONDS = 3600  # less than a key's usual lifetime
 
 
 def test_station_on_an_interface_of_the_vlan_file(site: ManagedSite, access_points, stations) -> None:
@@ -95,13 +43,15 @@ def test_station_on_an_interface_of_the_vlan_file(site: ManagedSite, access_poin
 
 
 def test_operator_removes_a_station(site: ManagedSite, access_points, stations) -> None:
-    station = connect_two(site, access_points[:1], stations)
+    station = stations[0]
+    site.start(access_points[:1], Vap(network_kinds.PSK, SSID))
+    station.connect(SSID, network_kinds.PSK, access_points[0])
+    site.wait_until_at(station, access_points[0].bssid())
     mark = station.supplicant.mark()
     site.controller.ask("remove", station.mac)
     station.supplicant.wait_for("CTRL-EVENT-DISCONNECTED", mark)
     station.supplicant.wait_for("CTRL-EVENT-CONNECTED", mark)
     site.wait_until_at(station, access_points[0].bssid())
-    site.wait_until_all_agree()
 
 
 @pytest.mark.parametrize(("kind", "start_server"), [
@@ -139,6 +89,24 @@ def test_roam_runs_eap_where_the_key_is_unknown(start_server: Callable[..., Proc
     site.wait_until_all_agree(connected=[station])
 
 
+def test_key_that_the_server_limits_stays_where_it_was_made(site: ManagedSite, access_points, stations,
+                                                            radius) -> None:
+    radius(partial(start_freeradius, session_seconds=LIMIT_SECONDS))
+    first, second = access_points
+    site.start(access_points, Vap(network_kinds.EAP, SSID, settings=("macaddr_acl=2",)))
+    station = stations[0]
+    station.connect(SSID, network_kinds.EAP, first, 0, "proactive_key_caching=1")
+    site.wait_until_at(station, first.bssid())
+    for target, eap in ((second, 2), (first, 2)):
+        station.roam(target)
+        site.wait_until_at(station, target.bssid())
+        assert station.count_eap() == eap
+        listed = target.hostapd["wlan0"].request("PMKSA")
+        left = [int(each) for each in re.findall(rf"{station.mac} [0-9a-f]+ (\d+) ", listed)]
+        assert len(left) == 1 and 0 < left[0] <= LIMIT_SECONDS
+    assert not site.client(station)["pmk"]
+
+
 def connect_with_eap(site: ManagedSite, station: StationNode, kind: NetworkKind, access_point: AccessPointNode) -> None:
     """Returns when the controller has the key. The station offers it at each access point."""
     station.connect(SSID, kind, access_point, 0, "proactive_key_caching=1")
@@ -171,6 +139,8 @@ def test_roam_to_another_vlan_is_tunnelled(kind: NetworkKind, site: ManagedSite,
         return client is not None and client.home_vlan == 10 and bool(client.flags & TUNNEL)
 
     wait_until(is_tunnelled, "the daemon tunnels the station to its home VLAN", log=site.access_points[1].log)
+    station.roam(first)
+    site.wait_until_at(station, first.bssid())
 
 
 def test_roam_between_two_vaps_of_one_hostapd(site: ManagedSite, access_points, stations) -> None:

@@ -1,10 +1,12 @@
 """The access points with all their daemons, and the controller on the wired host."""
 
+import resource
 import signal
 from collections.abc import Sequence
 from pathlib import Path
 
 from nodes.access_point_node import AccessPointNode, Vap
+from nodes.authority import worker_authority
 from nodes.radius_server import SECRET
 from nodes.station_node import StationNode
 from nodes.wire import ADDRESS
@@ -14,7 +16,7 @@ from lab.site.client_table import Client
 from lab.site.consistency import UNKNOWN_IP, collect_views, find_differences
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
-from lab.site.processes import Processes
+from lab.site.processes import Process, Processes
 from lab.site.waiting import wait_until
 
 LOCAL_RADIUS = "127.0.0.1"
@@ -42,6 +44,11 @@ class ManagedAccessPoint(AccessPoint):
 
     def start_daemon(self, daemon: str) -> None:
         self.start(daemon, *(["--verbose"] if daemon == "radiod" and self._lab.details else []))
+
+    def crash(self, daemon: str) -> None:
+        process = self.running.pop(daemon)
+        self._processes.forget(process)
+        crash(process)
 
     def replace(self, daemon: str) -> None:
         """Kills it and starts another."""
@@ -95,7 +102,7 @@ class ManagedSite(Laboratory):
     """On leaving the context its daemons end. With `details` radiod logs each decision."""
 
     def __init__(self, programs: Path, stations: list[StationNode], details: bool = True) -> None:
-        super().__init__(programs, ADDRESS)
+        super().__init__(programs, ADDRESS, worker_authority())
         self._stations = stations
         self.details = details
         self.radio_settings = ""  # further lines of the table in ap.toml
@@ -171,3 +178,10 @@ class ManagedSite(Laboratory):
 def restart_hostapd(node: AccessPointNode, vaps: tuple[Vap, ...], number: int = signal.SIGTERM) -> None:
     node.end_hostapd(number)
     node.start_hostapd(*vaps, radius=LOCAL_RADIUS)
+
+
+def crash(process: Process) -> None:
+    """By a fault of its own, which leaves its memory in a file unless the process prevents that."""
+    resource.prlimit(process.pid, resource.RLIMIT_CORE, 2 * (resource.RLIM_INFINITY,))
+    process.signal(signal.SIGSEGV)
+    process.wait()

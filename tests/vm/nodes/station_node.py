@@ -38,12 +38,19 @@ class StationNode:
 
     def start(self, ssid: str, kind: NetworkKind, bssid: str = "any", *settings: str) -> None:
         """Starts wpa_supplicant, which looks for the network, for one access point's when `bssid` is given."""
+        self.launch(ssid, kind, bssid, *settings)
+        self.attach()
+
+    def launch(self, ssid: str, kind: NetworkKind, bssid: str = "any", *settings: str) -> None:
+        """As `start`, without waiting for wpa_supplicant's control interface: `attach` does."""
         configuration = self.directory / "wpa_supplicant.conf"
         block = [f'ssid="{ssid}"', f"bssid={bssid}", f"scan_freq={FREQUENCIES}", *kind.station, *settings]
         configuration.write_text(f"ctrl_interface={self.directory / 'control'}\n"
                                  + "network={\n" + "".join(f"    {line}\n" for line in block) + "}\n")
         self.supplicant_process = self.processes.start(
             "wpa_supplicant", ["-t", "-D", "nl80211", "-i", INTERFACE, "-c", configuration], self.directory)
+
+    def attach(self) -> None:
         self.supplicant = wait_until(lambda: try_to_attach(self.directory / "control" / INTERFACE),
                                      f"{self.name}: wpa_supplicant answers", log=self.supplicant_process.out,
                                      check=self.supplicant_process.check_runs)
@@ -69,9 +76,13 @@ class StationNode:
 
     def settle(self, access_point: AccessPointNode, index: int = 0) -> None:
         """Returns when the VAP for which it was started has it. It may roam afterwards."""
+        self.associate(access_point, index)
+        self.supplicant.command("SET_NETWORK 0 bssid any")
+
+    def associate(self, access_point: AccessPointNode, index: int = 0) -> None:
+        """Returns when the VAP for which it was started has it. It comes to no other one later."""
         wait_until(lambda: self._try_to_connect(access_point, index), f"{self.name} is connected", 40,
                    self.supplicant_process.out)
-        self.supplicant.command("SET_NETWORK 0 bssid any")
 
     def _try_to_connect(self, access_point: AccessPointNode, index: int) -> bool:
         """hostapd's first key exchange takes so long here that it has the request twice, and other keys at the end."""
@@ -148,7 +159,7 @@ class StationNode:
         return self.address
 
     def reaches(self, address: str) -> bool:
-        with_reply = self.namespace.run("busybox", "ping", "-c", "3", "-W", "3", address)
+        with_reply = self.namespace.run("busybox", "ping", "-A", "-c", "3", "-W", "3", address)
         return ", 0% packet loss" in with_reply
 
     def stop(self) -> None:
