@@ -100,6 +100,11 @@ public:
         return asked.port;
     }
 
+    void on_change(void (*handler)()) {
+        handler_ = handler;
+        watch_links();
+    }
+
 private:
     // Tries once. Without the kernel's notifications nothing is kept.
     void watch_links() {
@@ -123,11 +128,15 @@ private:
         while (recv(fd_, &first, sizeof(first), MSG_TRUNC) >= 0 || errno == ENOBUFS) {
         }
         ports_ = {};
+        if (handler_ != nullptr) {
+            handler_();
+        }
     }
 
     bool tried_ = false, watching_ = false;
     int fd_ = 0;  // once tried_
     event changes_{};
+    void (*handler_)() = nullptr;
     std::array<known_port, 16> ports_;
     std::size_t next_ = 0;
 };
@@ -149,5 +158,7 @@ int find_link(const char *ifname, int index, network_link &found) {
 }
 
 bridge_port find_bridge_port(const char *ifname) { return ports.find(ifname); }
+
+void on_links_changed(void (*handler)()) { ports.on_change(handler); }
 
 }  // namespace kx

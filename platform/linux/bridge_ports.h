@@ -14,6 +14,10 @@ struct bridge_port {
 // Answers are kept until a link of this machine is made, changed or deleted.
 bridge_port find_bridge_port(const char *ifname);
 
+// From now on the event loop calls `handler` after links of this machine have been made, changed or deleted, once for
+// several. To be called once the loop is made.
+void on_links_changed(void (*handler)());
+
 struct network_link {
     int index = 0;
     int master = 0;

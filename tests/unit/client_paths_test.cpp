@@ -48,7 +48,7 @@ public:
         auto known = ports.find(ifname);
         return known == ports.end() ? kx::bridge_port{.error = ENODEV} : known->second;
     }
-    int home_bridge() override { return bridge; }
+    int home_bridge() override { return bridge_of_vaps; }
     int apply(std::span<const kx::path_change> changes) override {
         applied++;
         int error = 0;
@@ -77,6 +77,7 @@ public:
     };
     std::set<std::string> entries;
     std::vector<std::string> refusals;
+    int bridge_of_vaps = bridge;
     int reported = 0;
     int applied = 0;
     kind refused = static_cast<kind>(255);
@@ -272,6 +273,52 @@ TEST_F(client_paths, end_with_statements_that_are_not_repeated) {
     state(statement(kx::client_tunnel_interfaces_end));
     EXPECT_EQ(call(where::here, "wlan0", 10, other_sta), 0);
     EXPECT_TRUE(kernel.entries.contains("forwarding sta2 vlan 10 if 10"));
+}
+
+// hostapd is started after the daemon, or once more.
+TEST_F(client_paths, follow_the_vaps_into_their_bridge_and_out_of_it) {
+    const kx::bridge_port in_bridge = kernel.ports["wlan0"];
+    EXPECT_EQ(call(where::here, "wlan0", 10, other_sta), 0);
+    kernel.bridge_of_vaps = 0;
+    kernel.ports["wlan0"] = {.error = ENOTCONN, .ifindex = wlan0};
+    state_home();
+    paths.links_changed(now);
+    EXPECT_EQ(kernel.entries, std::set<std::string>{});
+    kernel.bridge_of_vaps = bridge;
+    kernel.ports["wlan0"] = in_bridge;
+    paths.links_changed(now);
+    std::set<std::string> both = to_client;
+    both.insert("forwarding sta2 vlan 10 if 10");
+    EXPECT_EQ(kernel.entries, both);
+    const int applied = kernel.applied;
+    paths.links_changed(now);
+    EXPECT_EQ(kernel.applied, applied);
+}
+
+TEST_F(client_paths, come_back_with_a_new_tunnel) {
+    EXPECT_EQ(call(where::tunnelled, "wlan0", 10), 0);
+    state_foreign();
+    state_interface();
+    state_home(peer2, other_sta);
+    const std::set<std::string> both = kernel.entries;
+    paths.tunnel_lost();
+    EXPECT_EQ(kernel.entries, std::set<std::string>{});
+    paths.carry_roamed_clients(true);
+    paths.links_changed(now);
+    EXPECT_EQ(kernel.entries, both);
+    EXPECT_EQ(kernel.refusals.size(), 0u);
+}
+
+TEST_F(client_paths, refuse_tunnelled_clients_when_there_is_no_new_tunnel) {
+    EXPECT_EQ(call(where::tunnelled, "wlan0", 10), 0);
+    state_foreign();
+    state_interface();
+    paths.tunnel_lost();
+    paths.carry_roamed_clients(false);
+    paths.links_changed(now);
+    paths.links_changed(now);
+    EXPECT_EQ(kernel.refusals, std::vector<std::string>{"wlan0 sta1"});
+    EXPECT_TRUE(paths.has_waiting());
 }
 
 TEST_F(client_paths, refuse_a_client_on_the_interface_of_the_vap_at_once) {

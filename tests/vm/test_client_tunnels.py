@@ -5,8 +5,8 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from nodes.tunnel_site import (GONE, INTERFACE, LOCAL, NO_INTERFACE, PEERS_BEGIN, PEERS_END, Client, Ear, Host, Roaming,
-                               Switch, TunnelAccessPoint, settle)
+from nodes.tunnel_site import (GONE, HOME, INTERFACE, LOCAL, NO_INTERFACE, PEERS_BEGIN, PEERS_END, Client, Ear, Host,
+                               Roaming, Switch, TunnelAccessPoint, batch, settle)
 
 from lab.site.waiting import wait_until
 
@@ -181,6 +181,39 @@ def test_nothing_is_left_of_an_ended_process(site: Site, programs: Path, number:
         ap.start(programs)
     for each in site.clients:
         each.leave()
+    assert kernels(site) == before
+
+
+def test_tunnels_come_back_after_tun0_was_deleted(site: Site) -> None:
+    one, two, _ = site.aps
+    client, host = site.clients[0], site.hosts[10]
+    before = kernels(site)
+    roaming = Roaming(client, one, 0)
+    roaming.to(two, 0)
+    with_paths = kernels(site)
+    for ap in (one, two):
+        ap.namespace.ip("link del tun0")
+        wait_until(lambda: ap.kernel() == with_paths[ap.number - 1], "tun0 is there again with its entries")
+        assert host.pings(client.address)
+    roaming.away()
+    assert kernels(site) == before
+
+
+def test_vap_leaves_the_bridge_and_comes_back(site: Site) -> None:
+    """As when hostapd is restarted. Clients that moved away from here keep their paths."""
+    one, two, _ = site.aps
+    client, host = site.clients[0], site.hosts[10]
+    before = kernels(site)
+    roaming = Roaming(client, one, 0)
+    roaming.to(two, 0)
+    with_paths = one.kernel()
+    one.namespace.ip("link set wlan0 nomaster")
+    one.state(HOME, client, 10, two)
+    assert host.pings(client.address)
+    one.namespace.ip("link set wlan0 master br0")
+    batch("bridge", one.namespace, "vlan add dev wlan0 vid 10 pvid untagged")
+    wait_until(lambda: one.kernel() == with_paths, "all is as before")
+    roaming.away()
     assert kernels(site) == before
 
 

@@ -6,13 +6,12 @@ from contextlib import ExitStack
 from pathlib import Path
 
 import pytest
-from nodes import network_kinds, roaming_networks
-from nodes.managed_site import ManagedSite
+from nodes import network_kinds
 from nodes.marked_frames import ARP, EXPERIMENTAL, Listener, Sender
 from nodes.network_kinds import NetworkKind
 from nodes.pool import Pool
 from nodes.radius_server import start_hostapd_server
-from nodes.roaming_networks import join_vlan, make_vap
+from nodes.roaming_site import FOREIGN, HOME, MIXED, lend
 from nodes.station_node import INTERFACE, StationNode
 from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
@@ -20,67 +19,21 @@ from nodes.wire import address_in
 from lab.site.processes import Process
 from lab.site.waiting import wait_until
 
-SSID = "office"
-HOME, FOREIGN, MIXED = range(3)  # access points: VLAN 10; VLAN 20; VLAN 20 and, on its second VAP, VLAN 10
 CROWD, AT_ONCE = 10, 3  # stations; more at once keep the emulated processor busy for longer than they wait
-VLANS = {HOME: (10,), FOREIGN: (20,), MIXED: (20, 10)}
 KINDS = [network_kinds.PSK, *(pytest.param(kind, marks=pytest.mark.long) for kind in (
     network_kinds.OPEN, network_kinds.SAE, network_kinds.EAP, network_kinds.FT_PSK))]
 
 
-def apart(kind: NetworkKind) -> tuple[str, ...]:
-    """Without group keys, only unicast copies keep the VAP's group frames from a station on an interface of its own."""
-    return ("multicast_to_unicast=1",) if kind is network_kinds.OPEN else ()
-
-
-class RoamingSite:
-    """Three access points of one network, of which each has the VLANs of its VAPs alone."""
-
-    def __init__(self, site: ManagedSite, access_points: list) -> None:
-        self.site = site
-        self.access_points = access_points
-
-    def start(self, kind: NetworkKind, interfaces: int = 3) -> None:
-        for node, vlans in zip(self.access_points, VLANS.values()):
-            vaps = [make_vap(kind, SSID, vlan, index, *apart(kind), interfaces=interfaces) for index, vlan in enumerate(vlans)]
-            self.site.add(node, *vaps)
-            for index, vlan in enumerate(vlans):
-                join_vlan(node, index, vlan)
-        self.site.start()
-
-    def connect(self, station: StationNode, kind: NetworkKind, at: int, index: int = 0) -> None:
-        node = self.access_points[at]
-        station.connect(SSID, kind, node, index, "proactive_key_caching=1")
-        self.site.wait_until_at(station, node.bssid(index))
-        station.get_address()
-        wait_until(lambda: self.site.client(station)["ip"] == station.address, "the controller has the address")
-
-    def roam(self, station: StationNode, to: int, index: int = 0) -> None:
-        node = self.access_points[to]
-        station.roam(node, index)
-        self.site.wait_until_at(station, node.bssid(index))
-
-
-def lend(pool: Pool, programs: Path, count: int) -> Iterator[tuple]:
-    """The site and so many stations."""
-    with ExitStack() as stack:
-        access_points = stack.enter_context(pool.access_points(len(VLANS)))
-        stations = stack.enter_context(pool.stations(count))
-        for node, vlans in zip(access_points, VLANS.values()):
-            roaming_networks.make_bridge(node, *vlans)
-            stack.callback(roaming_networks.remove_bridge, node, *vlans)
-        site = stack.enter_context(ManagedSite(programs, stations))
-        yield RoamingSite(site, access_points), stations
-
-
 @pytest.fixture
 def roaming(pool: Pool, programs: Path, radius: Callable[..., Process]) -> Iterator[tuple]:
-    yield from lend(pool, programs, 2)
+    with lend(pool, programs, 2) as lent:
+        yield lent
 
 
 @pytest.fixture
 def crowded(pool: Pool, programs: Path) -> Iterator[tuple]:
-    yield from lend(pool, programs, CROWD)
+    with lend(pool, programs, CROWD) as lent:
+        yield lent
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)

@@ -73,6 +73,25 @@ void client_paths::carry_roamed_clients(bool is_possible) {
     possible_ = is_possible;
 }
 
+void client_paths::links_changed(std::uint32_t now_ms) {
+    for (std::size_t i = 0; i < count_; i++) {
+        client &each = room_.clients[room_.order[i]];
+        const decision next = look(each);
+        if (next.path != each.path || (next.is == outlook::impossible && !each.waits)) {
+            settle(each, cause::links, now_ms);
+        }
+    }
+}
+
+void client_paths::tunnel_lost() {
+    for (std::size_t i = 0; i < count_; i++) {
+        client &each = room_.clients[room_.order[i]];
+        if (each.path.how == client_path::kind::to_home || each.path.how == client_path::kind::to_client) {
+            install(each, {}, false);
+        }
+    }
+}
+
 int client_paths::called(const mac_address &mac, const bridge_call &call, std::uint32_t now_ms) {
     client *subject = find_or_add(mac);
     if (subject == nullptr) {
@@ -82,7 +101,7 @@ int client_paths::called(const mac_address &mac, const bridge_call &call, std::u
     if (!carries_) {
         subject->account.call.where = where::here;
     }
-    return settle(*subject, true, now_ms);
+    return settle(*subject, cause::call, now_ms);
 }
 
 int client_paths::call_taken_back(const mac_address &mac) {
@@ -91,7 +110,7 @@ int client_paths::call_taken_back(const mac_address &mac) {
         return 0;
     }
     subject->account.call = {};
-    const int result = settle(*subject, false, 0);
+    const int result = settle(*subject, cause::statement, 0);
     forget_if_silent(*subject);
     return result;
 }
@@ -130,7 +149,7 @@ bool client_paths::stated(const client_tunnel_statement &statement, std::uint32_
                 .peer = statement.peer, .vlan = statement.vlan, .kind = static_cast<std::uint8_t>(kind)};
         }
     }
-    settle(*subject, false, now_ms);
+    settle(*subject, cause::statement, now_ms);
     forget_if_silent(*subject);
     return true;
 }
@@ -155,17 +174,22 @@ void client_paths::end_again(client_tunnel_kind withdrawal, bool client::*is_new
 
 // --- what follows
 
-int client_paths::settle(client &subject, bool renews, std::uint32_t now_ms) {
+decision client_paths::look(const client &subject) {
     const bridge_call &call = subject.account.call;
+    if (call.where == where::tunnelled && !possible_) {
+        return {.is = outlook::impossible};
+    }
     const bridge_port port = needs_port(call) ? kernel_.find_port(call.ifname) : bridge_port{};
     const bool may_be_away = possible_ && subject.account.peer.kind == client_tunnel_home;
-    decision next = decide(subject.account, port, may_be_away ? kernel_.home_bridge() : 0);
-    if (call.where == where::tunnelled && !possible_) {
-        next = {.is = outlook::impossible};
-    }
-    int error = install(subject, next.path, renews);
+    return decide(subject.account, port, may_be_away ? kernel_.home_bridge() : 0);
+}
+
+int client_paths::settle(client &subject, cause why, std::uint32_t now_ms) {
+    const bridge_call &call = subject.account.call;
+    const decision next = look(subject);
+    int error = install(subject, next.path, why == cause::call);
     error = error == 0 ? next.error : error;
-    if (error != 0) {
+    if (error != 0 && why != cause::links) {
         kernel_.report(call.ifname, error);
     }
     if (next.is == outlook::waiting) {

@@ -72,6 +72,11 @@ public:
 
     // Clients that roam to another VLAN are carried from now on, or refused when they cannot be.
     void carry_roamed_clients(bool is_possible);
+    // The kernel's links are others than before: what follows from that is done.
+    void links_changed(std::uint32_t now_ms);
+    // The kernel has no tunnels any more. Until carry_roamed_clients() and links_changed() there is no path that needs
+    // one.
+    void tunnel_lost();
 
     // The daemon's calls. Return 0, or -1 when the kernel refused, the client must be refused, or there is no room.
     int called(const mac_address &mac, const bridge_call &call, std::uint32_t now_ms);
@@ -97,7 +102,9 @@ private:
     void begin_again(bool client::*is_new);
     void end_again(client_tunnel_kind withdrawal, bool client::*is_new, std::uint32_t now_ms);
 
-    int settle(client &subject, bool renews, std::uint32_t now_ms);
+    enum class cause : std::uint8_t { call, statement, links };
+    decision look(const client &subject);
+    int settle(client &subject, cause why, std::uint32_t now_ms);
     int install(client &subject, const client_path &path, bool renews);
     bool others_have(const path_entry &entry, const client &but) const;
     void wait(client &subject, std::uint32_t now_ms);

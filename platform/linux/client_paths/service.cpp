@@ -49,19 +49,22 @@ public:
     int tunnel = 0;  // the interface index of tun0
 
 private:
+    int home_bridge_ = 0;
     bool reported_ = false;
 };
 
-// The VAPs of an access point are ports of one bridge.
+// The VAPs of an access point are ports of one bridge. While hostapd is restarted none of them is.
 int linux_kernel::home_bridge() {
     const ap_config *config = current_ap_config();
     for (std::size_t i = 0; config != nullptr && i < config->vaps.size(); i++) {
         const bridge_port port = find_bridge_port(config->vaps[i].ifname.c_str());
         if (port.error == 0 && port.filters_vlans) {
-            return port.bridge;
+            return home_bridge_ = port.bridge;
         }
     }
-    return 0;
+    network_link former;
+    const bool is_there = home_bridge_ != 0 && find_link(nullptr, home_bridge_, former) == 0 && former.filters_vlans;
+    return is_there ? home_bridge_ : 0;
 }
 
 int linux_kernel::apply(std::span<const path_change> changes) {
@@ -122,6 +125,31 @@ void check_later() {
     }
 }
 
+// --- links
+
+void make_tunnel() {
+    const tunnel_device device = make_tunnel_device();
+    kernel.tunnel = device.ifindex;
+    paths.carry_roamed_clients(device.ifindex != 0);
+    if (device.ifindex == 0) {
+        syslog(LOG_USER | LOG_ERR,
+               "clients that roam to another VLAN are not carried, but disassociated to get an address there: "
+               "missing: %s (%s)",
+               device.missing, std::strerror(device.error));
+    }
+}
+
+void links_changed() {
+    network_link tunnel;
+    if (kernel.tunnel != 0 && find_link(nullptr, kernel.tunnel, tunnel) == ENODEV) {
+        syslog(LOG_USER | LOG_WARNING, "%s has been removed, and is made again", tunnel_device_name);
+        paths.tunnel_lost();
+        make_tunnel();
+    }
+    paths.links_changed(now_ms());
+    check_later();
+}
+
 // --- the process
 
 // Removes all paths and ends the process as the signal would have.
@@ -149,15 +177,8 @@ void start_client_paths() {
     if (config == nullptr || !config->tunnel.enabled) {
         return;
     }
-    const tunnel_device device = make_tunnel_device();
-    kernel.tunnel = device.ifindex;
-    paths.carry_roamed_clients(device.ifindex != 0);
-    if (device.ifindex == 0) {
-        syslog(LOG_USER | LOG_ERR,
-               "clients that roam to another VLAN are not carried, but disassociated to get an address there: "
-               "missing: %s (%s)",
-               device.missing, std::strerror(device.error));
-    }
+    make_tunnel();
+    on_links_changed(links_changed);
     if (const int error = remove_leftovers(); error != 0) {
         syslog(LOG_USER | LOG_WARNING, "what a former process left on interfaces is not removed: %s",
                std::strerror(error));

@@ -99,14 +99,23 @@ vlan = {vap.vlan}
 
 
 class ManagedSite(Laboratory):
-    """On leaving the context its daemons end. With `details` radiod logs each decision."""
+    """On leaving the context its daemons end.
 
-    def __init__(self, programs: Path, stations: list[StationNode], details: bool = True) -> None:
+    With `details` radiod logs each decision. With `keeps_state` a later controller has what an earlier one had.
+    """
+
+    def __init__(self, programs: Path, stations: list[StationNode], details: bool = True,
+                 keeps_state: bool = False) -> None:
         super().__init__(programs, ADDRESS, worker_authority())
         self._stations = stations
         self.details = details
         self.radio_settings = ""  # further lines of the table in ap.toml
-        self.controller.start()
+        self._keeps_state = keeps_state
+        self.start_controller()
+
+    def start_controller(self) -> None:
+        store = ["--store", self.directory / "site.store", "--serve-unenrolled"] if self._keeps_state else []
+        self.controller.start(*store)
 
     def __exit__(self, *_: object) -> None:
         for each in self.access_points:

@@ -12,6 +12,7 @@ import threading
 import time
 from pathlib import Path
 
+from nodes.kernel_paths import snapshot
 from nodes.namespace import Namespace, run
 
 from lab.site.processes import die_with_parent, environment_for
@@ -209,28 +210,8 @@ class TunnelAccessPoint:
     def kernel(self) -> dict[str, list[str]]:
         """What paths change in the kernel; without tun0 itself and what drops all that comes in by it."""
         # Names do not change while the port runs.
-        interfaces = [f"wlan{index}" for index in range(len(self.vaps))] + self.client_interfaces
-        filters = [f"filter show dev {each} {direction}" for each in interfaces for direction in ("ingress", "egress")]
-        # Groups of IPv6 come and go in their own time.
-        passing = ("01:00:5e", "33:33")
-        return {
-            "fdb": [line for line in self._show("bridge", "fdb")
-                    if ("static" in line or "tun0" in line) and not line.startswith(passing)],
-            "vlan": self._show("bridge", "vlan"),
-            "ports": [line.split()[0] for line in self._show("ip", "-br link show master br0")],
-            "qdisc": self._show("tc", "qdisc"),
-            "tun0": self._show("tc", "filter show dev tun0 ingress"),
-            "filters": self._show("tc", *filters),
-        }
-
-    def _show(self, program: str, *commands: str) -> list[str]:
-        """Lines, without the numbers that the kernel gives to actions."""
-        options = ["-br"] if commands[0].startswith("-br") else []
-        text = "\n".join(command.removeprefix("-br ") for command in commands)
-        done = subprocess.run([program, *options, "-n", self.namespace.name, "-batch", "-"], input=text,
-                              capture_output=True, text=True, check=False)
-        lines = (line.strip() for line in done.stdout.splitlines())
-        return sorted(line for line in lines if line and not line.startswith("index"))
+        return snapshot(self.namespace,
+                        [f"wlan{index}" for index in range(len(self.vaps))] + self.client_interfaces)
 
 
 class Client(Host):
