@@ -1,6 +1,7 @@
 #include "radiod/check/check.h"
 
 #include <grp.h>
+#include <net/if.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -12,7 +13,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <system_error>
 
 #include "common/event_ptr.h"
@@ -22,6 +25,7 @@
 #include "radiod/check/roaming.h"
 #include "radiod/hostapd/control.h"
 #include "radiod/interface_pool.h"
+#include "radiod/kernel/bridge_vlans.h"
 
 namespace radiod {
 namespace {
@@ -151,13 +155,44 @@ void ask_all(const std::string &directory, std::vector<vap_view> &views) {
     }
 }
 
-bridge_port port_of(const std::string &sys, const std::string &ifname) {
-    const fs::path master = fs::path(sys) / "class/net" / ifname / "master";
+// The interfaces of VLANs, from lines "eth0.10        | 10  | eth0".
+std::map<std::string, unsigned> read_vlans(const std::string &proc) {
+    std::ifstream file(proc + "/net/vlan/config");
+    std::map<std::string, unsigned> found;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string name, bar;
+        unsigned id = 0;
+        if (words >> name >> bar >> id && bar == "|") {
+            found[name] = id;
+        }
+    }
+    return found;
+}
+
+bridge_port port_of(const check_places &places, const std::string &ifname) {
+    const fs::path master = fs::path(places.sys) / "class/net" / ifname / "master";
     std::error_code none;
     const fs::path bridge = fs::read_symlink(master, none);
     char filtering = '0';
     std::ifstream(master / "bridge/vlan_filtering") >> filtering;
-    return {.bridge = bridge.filename().string(), .separates_vlans = filtering == '1'};
+    bridge_port port{.bridge = bridge.filename().string(), .separates_vlans = filtering == '1'};
+    if (port.separates_vlans) {
+        const auto vlans = list_port_vlans();
+        const auto own = vlans ? vlans->find(if_nametoindex(ifname.c_str())) : decltype(vlans->end()){};
+        if (vlans && own != vlans->end()) {
+            port.pvid = own->second;
+        }
+        return port;
+    }
+    const auto vlans = read_vlans(places.proc);
+    for (const fs::directory_entry &each : fs::directory_iterator(master / "brif", none)) {
+        const auto found = vlans.find(each.path().filename().string());
+        if (found != vlans.end()) {
+            port.uplink_vlans.push_back(found->second);
+        }
+    }
+    return port;
 }
 
 std::size_t count_interfaces(const std::string &sys, const std::string &ifname) {
@@ -178,7 +213,7 @@ check_result check(const check_places &places, const std::vector<kx::vap_config>
                              .hostapd = {},
                              .no_replies_because = {},
                              .settings = read_bss(places.proc, places.hostapd_directory, each.ifname),
-                             .port = port_of(places.sys, each.ifname),
+                             .port = port_of(places, each.ifname),
                              .interfaces = count_interfaces(places.sys, each.ifname)});
         }
     }

@@ -145,12 +145,24 @@ private:
         }
     }
 
-    // The PMK is fetched when hostapd asks about the station's MAC address. With an ACL check_acl() says that it must.
     void check_pmk() {
         const std::string_view suites = value_of(vap_.hostapd->config, "key_mgmt");
-        const bool fetches =
-            vap_.wanted.fetch_pmk && (has_word(suites, "WPA-EAP") || has_word(suites, "WPA-EAP-SHA256"));
-        if (!fetches || has_acl(vap_.wanted)) {
+        const bool with_sha1 = has_word(suites, "WPA-EAP"), with_sha256 = has_word(suites, "WPA-EAP-SHA256");
+        if (!vap_.wanted.fetch_pmk || !(with_sha1 || with_sha256)) {
+            return;
+        }
+        if (with_sha1 && with_sha256) {
+            fault(
+                "hostapd keeps a station's PMK for one of WPA-EAP and WPA-EAP-SHA256, so stations that can only do "
+                "WPA-EAP need EAP at each access point: set one of them in wpa_key_mgmt in hostapd.conf, or fetch_pmk "
+                "= false in ap.toml where stations need not keep their PMKs");
+        }
+        check_pmk_question();
+    }
+
+    // The PMK is fetched when hostapd asks about the station's MAC address. With an ACL check_acl() says that it must.
+    void check_pmk_question() {
+        if (has_acl(vap_.wanted)) {
             return;
         }
         const std::string remedy =
@@ -181,6 +193,28 @@ private:
         } else if (!wanted.empty() && wanted != vap_.port.bridge) {
             fault("it is a port of " + shown(vap_.port.bridge) + ", hostapd.conf has bridge=" + shown(wanted) +
                   ": make them equal");
+        } else {
+            check_vlan();
+        }
+    }
+
+    void check_vlan() {
+        const bridge_port &port = vap_.port;
+        const unsigned wanted = vap_.wanted.vlan;
+        const std::string number = std::to_string(wanted);
+        if (wanted == 0) {  // untagged
+            return;
+        }
+        if (port.separates_vlans && port.pvid.value_or(wanted) != wanted) {
+            fault("its bridge " + shown(port.bridge) + " puts it on " +
+                  (*port.pvid == 0 ? "no VLAN" : "VLAN " + std::to_string(*port.pvid)) +
+                  ", ap.toml has vlan = " + number + ": run \"bridge vlan add dev " + vap_.wanted.ifname + " vid " +
+                  number + " pvid untagged\" after hostapd has started");
+        }
+        if (!port.separates_vlans && !port.uplink_vlans.empty() &&
+            std::ranges::find(port.uplink_vlans, wanted) == port.uplink_vlans.end()) {
+            fault("its bridge " + shown(port.bridge) + " is that of VLAN " + std::to_string(port.uplink_vlans.front()) +
+                  ", ap.toml has vlan = " + number + ": set bridge= in hostapd.conf to the bridge of VLAN " + number);
         }
     }
 

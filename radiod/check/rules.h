@@ -23,6 +23,10 @@ struct check_result {
 struct bridge_port {
     std::string bridge;            // empty: none
     bool separates_vlans = false;  // the bridge filters VLANs
+    // Where it does: the VLAN of untagged frames, 0 when there is none; none when the kernel does not say it.
+    std::optional<std::uint16_t> pvid{};
+    // Where it does not: those of its ports that are interfaces of a VLAN.
+    std::vector<unsigned> uplink_vlans{};
 };
 
 // What is known of one VAP.

@@ -6,11 +6,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-
 #include "radiod/kernel/attribute.h"
-#include "radiod/kernel/generic_netlink.h"
-#include "radiod/kernel/netlink_answer.h"
+#include "radiod/kernel/route_netlink.h"
 
 namespace radiod {
 namespace {
@@ -54,26 +51,14 @@ std::optional<bridge_entry> parse_bridge_entry(const nlmsghdr &message) {
 }
 
 std::optional<std::vector<bridge_entry>> list_bridge_entries() {
-    constexpr std::chrono::milliseconds patience{40};
-    constexpr std::uint32_t sequence = 1;
-    const netlink_socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) {
-        return std::nullopt;
-    }
-    alignas(nlmsghdr) std::array<std::uint8_t, 64> bytes{};
-    nlmsghdr *head = mnl_nlmsg_put_header(bytes.data());
-    head->nlmsg_type = RTM_GETNEIGH;
-    head->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    head->nlmsg_seq = sequence;
-    static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(head, sizeof(ndmsg)))->ndm_family = AF_BRIDGE;
+    route_request request(RTM_GETNEIGH);
+    static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(&request.head(), sizeof(ndmsg)))->ndm_family = AF_BRIDGE;
     std::vector<bridge_entry> found;
-    netlink_answer answer(sequence, [&](const nlmsghdr &message) {
+    const int error = list_route(request, [&](const nlmsghdr &message) {
         if (const auto entry = parse_bridge_entry(message)) {
             found.push_back(*entry);
         }
-        return true;
     });
-    const int error = exchange(mnl_socket_get_fd(socket.get()), *head, answer, patience);
     return error == 0 ? std::optional(std::move(found)) : std::nullopt;
 }
 

@@ -1,21 +1,10 @@
-// What `radiod --check` says: the rules, hostapd's configuration file, and hostapd itself where it is installed.
+// What `radiod --check` says of what it has read.
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "common/paths.h"
-#include "radiod/check/check.h"
-#include "radiod/check/hostapd_conf.h"
 #include "radiod/check/rules.h"
-#include "tests/unit/hostapd_rig.h"
-#include "tests/unit/private_root.h"
 
 namespace {
 
@@ -152,6 +141,18 @@ TEST(check_rules, name_a_vap_whose_pmks_are_never_fetched) {
     EXPECT_NE(fault_of(vap).find("no PMK is ever fetched"), std::string::npos) << fault_of(vap);
 }
 
+TEST(check_rules, name_two_suites_whose_pmks_exclude_each_other) {
+    vap_view vap = good_vap();
+    vap.hostapd->config = with(vap.hostapd->config, "WPA-PSK", "WPA-EAP WPA-EAP-SHA256");
+    EXPECT_EQ(
+        fault_of(vap),
+        "wlan0: hostapd keeps a station's PMK for one of WPA-EAP and WPA-EAP-SHA256, so stations that can only do "
+        "WPA-EAP need EAP at each access point: set one of them in wpa_key_mgmt in hostapd.conf, or fetch_pmk = "
+        "false in ap.toml where stations need not keep their PMKs");
+    vap.wanted.fetch_pmk = false;
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+}
+
 TEST(check_rules, name_an_acl_that_hostapd_does_not_ask_about) {
     const std::string fault =
         "wlan0: the VAP has a MAC ACL, but hostapd lets stations in without a question: set macaddr_acl=2 in "
@@ -201,6 +202,33 @@ TEST(check_rules, name_a_wrong_bridge) {
     EXPECT_EQ(fault_of(vap), "wlan0: it is not a port of a bridge: set bridge= in hostapd.conf");
 }
 
+TEST(check_rules, name_a_bridge_of_another_vlan) {
+    vap_view vap = good_vap();
+    vap.port.uplink_vlans = {20, 30};
+    EXPECT_EQ(fault_of(vap),
+              "wlan0: its bridge br0 is that of VLAN 20, ap.toml has vlan = 10: set bridge= in hostapd.conf to the "
+              "bridge of VLAN 10");
+    vap_view untagged = vap;
+    untagged.wanted.vlan = 0;
+    EXPECT_EQ(check_vaps({untagged}, radius_port).faults, lines{});
+    vap.port.uplink_vlans.push_back(10);
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+}
+
+TEST(check_rules, name_a_port_on_another_vlan) {
+    vap_view vap = good_vap();
+    vap.port.separates_vlans = true;
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{}) << "the kernel does not say it";
+    vap.port.pvid = 10;
+    EXPECT_EQ(check_vaps({vap}, radius_port).faults, lines{});
+    const std::string remedy =
+        ", ap.toml has vlan = 10: run \"bridge vlan add dev wlan0 vid 10 pvid untagged\" after hostapd has started";
+    vap.port.pvid = 1;
+    EXPECT_EQ(fault_of(vap), "wlan0: its bridge br0 puts it on VLAN 1" + remedy);
+    vap.port.pvid = 0;
+    EXPECT_EQ(fault_of(vap), "wlan0: its bridge br0 puts it on no VLAN" + remedy);
+}
+
 TEST(check_rules, name_bridges_that_contradict_the_vlans) {
     vap_view one = good_vap(), other = good_vap();
     other.wanted.ifname = "wlan1";
@@ -222,140 +250,6 @@ TEST(check_rules, print_no_control_characters) {
     vap_view vap = good_vap();
     vap.hostapd->config = "ssid=\x1b[31mred\xff\n";
     EXPECT_NE(fault_of(vap).find("\"?[31mred?\""), std::string::npos) << fault_of(vap);
-}
-
-TEST(hostapd_conf, has_the_settings_of_each_bss) {
-    const std::string text =
-        "# macaddr_acl=1\ninterface=wlan0\nbridge=br0\r\nmacaddr_acl=2\nnot a setting\n"
-        "bss=wlan0_0\nmacaddr_acl=1\nft_over_ds=0\nnotify_mgmt_frames=1";
-    const auto first = radiod::find_bss(text, "wlan0"), second = radiod::find_bss(text, "wlan0_0");
-    ASSERT_TRUE(first && second);
-    EXPECT_EQ(first->bridge, "br0");
-    EXPECT_EQ(first->macaddr_acl, "2");
-    EXPECT_EQ(first->ft_over_ds, "1");
-    EXPECT_EQ(first->notify_mgmt_frames, "0");
-    EXPECT_EQ(second->bridge, "");
-    EXPECT_EQ(second->macaddr_acl, "1");
-    EXPECT_EQ(second->ft_over_ds, "0");
-    EXPECT_EQ(second->notify_mgmt_frames, "1");
-    EXPECT_FALSE(radiod::find_bss(text, "wlan"));
-    EXPECT_FALSE(radiod::find_bss("", "wlan0"));
-}
-
-// hostapd without a radio, and files in place of the kernel's bridges.
-class check_of_hostapd : public private_root {
-protected:
-    ~check_of_hostapd() override {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-
-    void start_hostapd(const std::string &settings) {
-        const std::string file = write_file("hostapd.conf",
-                                            "interface=wlan0\ndriver=none\nhw_mode=g\nchannel=1\nctrl_"
-                                            "interface=" +
-                                                root() + "/ctrl\n" + settings);
-        const std::string log = root() + "/hostapd.log";
-        pid_ = fork();
-        if (pid_ == 0) {
-            execl(program, program, "-f", log.c_str(), file.c_str(), nullptr);
-            _exit(127);
-        }
-        event_rig rig;
-        ASSERT_TRUE(rig.run_until([this] { return std::filesystem::exists(root() + "/ctrl/wlan0"); }));
-    }
-    radiod::check_result check() {
-        kx::vap_config vap;
-        vap.ifname = "wlan0";
-        vap.ssid = "office";
-        vap.mac_acl_index = 1;
-        return radiod::check({.hostapd_directory = root() + "/ctrl",
-                              .radius_port = radius_port,
-                              .proc = "/proc",
-                              .sys = root() + "/sys"},
-                             {vap});
-    }
-    void make_bridge() {
-        std::filesystem::create_directories(root() + "/sys/class/net/wlan0");
-        std::filesystem::create_directories(root() + "/sys/br0/bridge");
-        std::filesystem::create_directory_symlink("../../../br0", root() + "/sys/class/net/wlan0/master");
-    }
-
-    static constexpr char program[] = "/usr/sbin/hostapd";
-
-private:
-    pid_t pid_ = -1;
-};
-
-TEST_F(check_of_hostapd, names_a_missing_socket) {
-    EXPECT_EQ(check().faults, lines{"wlan0: hostapd has no control socket " + root() +
-                                    "/ctrl/wlan0: start hostapd with ctrl_interface=" + root() + "/ctrl"});
-}
-
-TEST_F(check_of_hostapd, names_a_dead_and_a_forbidden_socket) {
-    std::filesystem::create_directory(root() + "/ctrl");
-    event_rig rig;
-    { const simulated_hostapd dead(rig.base.get(), root() + "/ctrl/wlan0"); }
-    EXPECT_EQ(check().faults,
-              lines{"wlan0: hostapd has ended and left its control socket " + root() + "/ctrl/wlan0: start it"});
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root may become another user";
-    }
-    constexpr uid_t nobody = 65534;
-    ASSERT_EQ(seteuid(nobody), 0);
-    const lines faults = check().faults;
-    ASSERT_EQ(seteuid(0), 0);
-    ASSERT_EQ(faults.size(), 1U);
-    EXPECT_NE(faults[0].find("set ctrl_interface_group"), std::string::npos) << faults[0];
-}
-
-TEST_F(check_of_hostapd, looks_for_the_service_s_right_to_use_the_socket) {
-    const passwd *const service = getpwnam("daemon");
-    if (geteuid() != 0 || service == nullptr) {
-        GTEST_SKIP() << "only root may become another user, and there is none to become";
-    }
-    const std::string radio = kx::place(kx::radio_directory), sockets = root() + "/ctrl";
-    kx::make_private_directories(radio);
-    ASSERT_EQ(chown(radio.c_str(), service->pw_uid, service->pw_gid), 0);
-    std::filesystem::create_directory(sockets);
-    event_rig rig;
-    { const simulated_hostapd dead(rig.base.get(), sockets + "/wlan0"); }
-    chmod(root().c_str(), 0711);
-    for (const mode_t mode : {0700, 0750}) {
-        chmod(sockets.c_str(), mode);
-        ASSERT_EQ(chown(sockets.c_str(), 0, mode == 0750 ? service->pw_gid : 0), 0);
-        const lines faults = check().faults;
-        ASSERT_EQ(faults.size(), 1U);
-        EXPECT_NE(faults[0].find("set ctrl_interface_group"), std::string::npos) << faults[0];
-    }
-    ASSERT_EQ(chown((sockets + "/wlan0").c_str(), 0, service->pw_gid), 0);
-    chmod((sockets + "/wlan0").c_str(), 0770);
-    EXPECT_NE(check().faults.at(0).find("has ended"), std::string::npos) << check().faults[0];
-}
-
-TEST_F(check_of_hostapd, finds_what_does_not_fit) {
-    if (!std::filesystem::exists(program)) {
-        GTEST_SKIP() << program << " is not there";
-    }
-    start_hostapd("ssid=other\n");
-    const radiod::check_result result = check();
-    EXPECT_EQ(result.faults.size(), 5U) << testing::PrintToString(result.faults);
-    EXPECT_EQ(result.unseen, lines{});
-}
-
-TEST_F(check_of_hostapd, finds_nothing_where_all_fits) {
-    if (!std::filesystem::exists(program)) {
-        GTEST_SKIP() << program << " is not there";
-    }
-    make_bridge();
-    start_hostapd(
-        "ssid=office\nmacaddr_acl=2\nauth_server_addr=127.0.0.1\nauth_server_port=1812\n"
-        "auth_server_shared_secret=secret\nnotify_mgmt_frames=1\n");
-    const radiod::check_result result = check();
-    EXPECT_EQ(result.faults, lines{});
-    EXPECT_EQ(result.unseen, lines{});
 }
 
 }  // namespace

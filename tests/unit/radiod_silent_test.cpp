@@ -1,5 +1,6 @@
 // What has become of stations that do not answer: messages made by hand, and the machine's own bridges.
 #include <gtest/gtest.h>
+#include <linux/if_bridge.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+#include "radiod/kernel/bridge_vlans.h"
 #include "radiod/silent_stations.h"
 #include "tests/unit/radiod_kernel_rig.h"
 
@@ -83,6 +85,34 @@ TEST(radiod_bridge, says_where_and_when_it_heard_a_station) {
     EXPECT_FALSE(parse(netlink_message(RTM_NEWNEIGH, 0, 1, {1, 2, 0, 0})));
     EXPECT_FALSE(parse(netlink_message(RTM_DELNEIGH, 0, 1, raw(ndmsg{}))));
 }
+
+octets link_message(const octets &attributes, std::uint8_t family = AF_BRIDGE) {
+    ifinfomsg body{};
+    body.ifi_family = family;
+    body.ifi_index = static_cast<int>(wlan0);
+    return netlink_message(RTM_NEWLINK, NLM_F_MULTI, 1, raw(body) + attributes);
+}
+
+std::optional<port_vlan> parse_vlan(const octets &bytes) {
+    return parse_port_vlan(*reinterpret_cast<const nlmsghdr *>(bytes.data()));
+}
+
+octets vlan(std::uint16_t flags, std::uint16_t id) {
+    return attribute(IFLA_BRIDGE_VLAN_INFO, raw(bridge_vlan_info{flags, id}));
+}
+
+TEST(radiod_bridge, says_on_which_vlan_a_port_is) {
+    const octets vlans =
+        vlan(BRIDGE_VLAN_INFO_UNTAGGED, 1) + vlan(BRIDGE_VLAN_INFO_PVID | BRIDGE_VLAN_INFO_UNTAGGED, 10) + vlan(0, 20);
+    EXPECT_EQ(parse_vlan(link_message(attribute(IFLA_AF_SPEC, vlans))), (port_vlan{.port = wlan0, .pvid = 10}));
+    EXPECT_EQ(parse_vlan(link_message(attribute(IFLA_AF_SPEC, vlan(0, 20)))), (port_vlan{.port = wlan0, .pvid = 0}));
+    EXPECT_EQ(parse_vlan(link_message({})), (port_vlan{.port = wlan0, .pvid = 0}));
+    EXPECT_FALSE(parse_vlan(link_message({}, AF_UNSPEC)));
+    EXPECT_FALSE(parse_vlan(netlink_message(RTM_NEWLINK, 0, 1, {1, 2, 0, 0})));
+    EXPECT_FALSE(parse_vlan(netlink_message(RTM_DELLINK, 0, 1, raw(ifinfomsg{}))));
+}
+
+TEST(radiod_bridge, lists_the_vlans_of_this_machine) { EXPECT_TRUE(list_port_vlans()); }
 
 TEST(radiod_bridge, lists_the_entries_of_this_machine) { EXPECT_TRUE(list_bridge_entries()); }
 
