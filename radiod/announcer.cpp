@@ -12,7 +12,10 @@ void announcer::arrived(const place &at, const mac_address &address, const std::
         }
         return each.station == address;
     });
-    std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
+    std::erase_if(addresses_, [now](const auto &each) { return each.second.until <= now; });
+    if (const auto known = addresses_.find(address); known != addresses_.end()) {
+        known->second.until = time_point::max();
+    }
     station &its = stations_[{at.bssid, address}];
     its = {.at = at, .previous = previous};
     send_arrival(address, its);
@@ -29,18 +32,22 @@ void announcer::send_arrival(const mac_address &address, station &its) {
     }
 }
 
-std::optional<announcer::station> announcer::remove(const place &from, const mac_address &address) {
+std::optional<announcer::station> announcer::remove(const place &from, const mac_address &address, time_point now) {
     const auto found = stations_.find({from.bssid, address});
     if (found == stations_.end()) {
         return std::nullopt;
     }
     station its = std::move(found->second);
     stations_.erase(found);
+    const auto used = addresses_.find(address);
+    if (used != addresses_.end() && !is_present(address)) {
+        used->second.until = now + address_time;
+    }
     return its;
 }
 
 void announcer::departed(const place &from, const mac_address &address, time_point now) {
-    const std::optional<station> its = remove(from, address);
+    const std::optional<station> its = remove(from, address, now);
     if (!its) {
         settle(from, address, false);
         return;
@@ -74,8 +81,8 @@ void announcer::settle(const place &from, const mac_address &address, bool annou
     }
 }
 
-void announcer::sent_away(const place &from, const mac_address &address) {
-    remove(from, address);
+void announcer::sent_away(const place &from, const mac_address &address, time_point now) {
+    remove(from, address, now);
     settle(from, address, false);
 }
 
@@ -92,7 +99,7 @@ void announcer::has_address(const place &at, const mac_address &address, std::ui
     const auto here = stations_.find({at.bssid, address});
     const bool is_here = here != stations_.end();
     if (addresses_.contains(address) || make_room_for_address(is_here, now)) {
-        addresses_[address] = {.ip = ip, .seen = now};
+        addresses_[address] = {.ip = ip, .until = is_present(address) ? time_point::max() : now + address_time};
     }
     if (is_here && here->second.ip != ip) {
         here->second.ip = ip;
@@ -105,7 +112,7 @@ bool announcer::make_room_for_address(bool is_here, time_point now) {
     if (addresses_.size() < addresses_max) {
         return true;
     }
-    std::erase_if(addresses_, [now](const auto &each) { return each.second.seen + address_time <= now; });
+    std::erase_if(addresses_, [now](const auto &each) { return each.second.until <= now; });
     if (addresses_.size() >= addresses_max && is_here) {
         addresses_.erase(addresses_.begin());
     }

@@ -36,7 +36,7 @@ public:
     // hostapd disconnects a station that roams between two of its VAPs from the old one first. The daemon would then
     // take it for a new client.
     static constexpr std::chrono::milliseconds roam_time{300};
-    static constexpr std::chrono::minutes address_time{5};  // a station keeps its address while it is away
+    static constexpr std::chrono::minutes address_time{5};  // of a station that is away, and of other hosts
     static constexpr std::size_t departures_max = 2048, addresses_max = 2048;
     // A station is polled at polls_max calls of ask_unconfirmed(), and then at each of slow_polls.
     static constexpr unsigned polls_max = 2, slow_polls = 5;
@@ -57,7 +57,7 @@ public:
     // Of a station that an earlier process announced.
     void departed_unseen(const place &from, const mac_address &address, bool roamed_in);
     // The daemon itself has sent the station away.
-    void sent_away(const place &from, const mac_address &address);
+    void sent_away(const place &from, const mac_address &address, time_point now);
     // The station's IPv4 address, in the host's order, by a frame of `source`. It may be seen before the arrival. One
     // station of this access point is not believed about another.
     void has_address(const place &at, const mac_address &address, std::uint32_t ip, const mac_address &source,
@@ -91,7 +91,7 @@ private:
     };
     struct ip_address {
         std::uint32_t ip = 0;
-        time_point seen{};
+        time_point until{};  // max() while its station is here
     };
     using key = std::pair<mac_address, mac_address>;  // BSSID, station
 
@@ -99,7 +99,7 @@ private:
     void send_departure(const departure &gone);
     void settle(const place &from, const mac_address &address, bool announced) const;
     bool is_present(const mac_address &address) const;
-    std::optional<station> remove(const place &from, const mac_address &address);
+    std::optional<station> remove(const place &from, const mac_address &address, time_point now);
     // Calls `visit` for each unconfirmed station of the VAP until it returns false.
     void visit_unconfirmed(const place &at, const std::function<bool(const mac_address &, station &)> &visit);
     bool make_room_for_address(bool is_here, time_point now);

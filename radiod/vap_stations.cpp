@@ -78,7 +78,7 @@ void vap::station_departed(const departure &event) {
     }
     placement_.departed(event.station, now);
     if (removals_.departed(event.station)) {
-        with_.announcements.sent_away(place_, event.station);
+        with_.announcements.sent_away(place_, event.station, now);
         on_moved(event.station);
     } else {
         with_.announcements.departed(place_, event.station, now);

@@ -78,17 +78,29 @@ TEST_F(announcements, a_roamed_station_comes_and_goes_as_a_foreign_one) {
     EXPECT_EQ(take(), (ids{KX_MSG_ID_FOREIGN_CLIENT_ASSOCIATION, KX_MSG_ID_FOREIGN_CLIENT_DISASSOCIATION}));
 }
 
-TEST_F(announcements, an_address_is_repeated_after_each_association_for_five_minutes) {
+TEST_F(announcements, an_address_is_repeated_after_each_association_of_a_station_that_stays) {
     those.arrived(office, ann, std::nullopt, now);
     those.has_address(office, ann, 0x0a000005, ann, now);
     take();
-    those.arrived(office, ann, std::nullopt, now);
+    those.arrived(office, ann, std::nullopt, now + 10h);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
-    those.departed(office, ann, now);
+    those.arrived(lobby, ben, std::nullopt, now + 11h);
+    those.all_again();
     take();
-    those.arrived(lobby, ann, std::nullopt, now + 299s);
+    confirm_all(office);
     EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
-    those.arrived(lobby, ann, std::nullopt, now + 300s);
+}
+
+TEST_F(announcements, an_address_is_kept_for_five_minutes_while_its_station_is_away) {
+    those.arrived(office, ann, std::nullopt, now);
+    those.has_address(office, ann, 0x0a000005, ann, now);
+    const auto leaves = now + 10h;
+    those.departed(office, ann, leaves);
+    take();
+    those.arrived(lobby, ann, std::nullopt, leaves + 299s);
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP}));
+    those.sent_away(lobby, ann, leaves + 299s);
+    those.arrived(lobby, ann, std::nullopt, leaves + 599s);
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
 }
 
@@ -139,7 +151,7 @@ TEST_F(announcements, hosts_behind_the_bridge_do_not_hide_a_stations_address) {
 TEST_F(announcements, a_departure_at_the_daemons_order_is_not_reported) {
     those.arrived(office, ann, std::nullopt, now);
     take();
-    those.sent_away(office, ann);
+    those.sent_away(office, ann, now);
     those.departed(office, ann, now);
     those.all_again();
     confirm_all(office);
@@ -298,7 +310,7 @@ TEST_F(journalled, a_station_that_is_back_at_once_has_not_departed) {
 
 TEST_F(journalled, a_station_that_the_daemon_sent_away_is_gone) {
     comes(office);
-    those.sent_away(office, ann);
+    those.sent_away(office, ann, now);
     EXPECT_EQ(after_a_restart(), stations{});
 }
 
