@@ -158,6 +158,7 @@ void vap::synchronise() {
     if (std::exchange(address_is_new_, false)) {
         on_synchronised();
     }
+    find_leftovers();
 }
 
 // --- the kernel
@@ -178,6 +179,7 @@ void vap::compare_with_kernel() {
             stations_->kernel_gone(station, now);
         }
     }
+    send_leftovers_away(there);
 }
 
 void vap::kernel_has(unsigned ifindex, const mac_address &station) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,9 @@ private:
     void use_address(const mac_address &bssid);
     void repeat_removals();
     void poll_unconfirmed();
+    void send_lost_away(const mac_address &station);
+    void find_leftovers();
+    void send_leftovers_away(const std::set<mac_address> &in_kernel);
     void confirm(const mac_address &station);
     void examine_silent();
     void synchronise();
@@ -143,6 +147,7 @@ private:
     std::optional<station_tracker> stations_;  // of this BSSID
     placement placement_;
     removals removals_;
+    std::vector<mac_address> leftovers_;  // of hostapd alone, after the last synchronise()
     bool synchronised_ = false, resync_due_ = false, address_is_new_ = false;
     unsigned ticks_ = 0;
 };

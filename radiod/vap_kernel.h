@@ -21,8 +21,8 @@ public:
     unsigned ifindex() const { return ifindex_; }
     bool has_interface(unsigned ifindex) const;
 
-    // All stations; none when the kernel does not list them, which is reported once. When one of `expected` is missing,
-    // looks for further interfaces first.
+    // All stations; none when the kernel does not list them within nl80211::patience, which is reported once. When one
+    // of `expected` is missing, looks for further interfaces first.
     std::optional<std::vector<kernel_station>> list(std::span<const mac_address> expected);
     // Looks for the interfaces first.
     std::optional<std::vector<kernel_station>> list_anew();
@@ -30,8 +30,8 @@ public:
     std::optional<kernel_station> find(unsigned ifindex, const mac_address &station);
 
 private:
-    kernel_stations read_all();
-    kernel_stations read_all_anew();
+    kernel_stations read_all(nl80211::time_point end);
+    kernel_stations read_all_anew(nl80211::time_point end);
     std::optional<std::vector<kernel_station>> report(kernel_stations listed);
 
     nl80211 &kernel_;

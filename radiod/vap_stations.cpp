@@ -5,6 +5,7 @@
 
 #include "common/program_log.h"
 #include "radiod/hostapd/reply.h"
+#include "radiod/hostapd/station_list.h"
 #include "radiod/silent_stations.h"
 #include "radiod/vap.h"
 
@@ -12,7 +13,7 @@ namespace radiod {
 namespace {
 
 constexpr unsigned polls_each_tick = 64;
-constexpr unsigned reason_inactivity = 4;  // IEEE 802.11-2020, 9.4.1.7
+constexpr unsigned reason_inactivity = 4, reason_not_associated = 7;  // IEEE 802.11-2020, 9.4.1.7
 
 }  // namespace
 
@@ -77,11 +78,37 @@ void vap::station_departed(const departure &event) {
         pmks_.discard(event.station);
     }
     placement_.departed(event.station, now);
+    if (event.in_hostapd) {
+        send_lost_away(event.station);
+    }
     if (removals_.departed(event.station)) {
         with_.announcements.sent_away(place_, event.station, now);
         on_moved(event.station);
     } else {
         with_.announcements.departed(place_, event.station, now);
+    }
+}
+
+// hostapd takes a station from the kernel that does not acknowledge the response to a repeated association request, and
+// keeps it as authorized (handle_assoc_cb in src/ap/ieee802_11.c). The station cannot send, and is not told.
+void vap::send_lost_away(const mac_address &station) {
+    kx::log_line(place_.ifname + ": a station that the kernel has lost is sent away");
+    hostapd_.send("DEAUTHENTICATE " + kx::format_mac(station) + " reason=" + std::to_string(reason_not_associated));
+}
+
+// The same may have happened while no radiod was there.
+void vap::find_leftovers() {
+    read_hostapd_stations(hostapd_, station_tracker::stations_max, [this](std::vector<mac_address> listed) {
+        std::erase_if(listed, [this](const mac_address &station) { return has_station(station); });
+        leftovers_ = std::move(listed);
+    });
+}
+
+void vap::send_leftovers_away(const std::set<mac_address> &in_kernel) {
+    for (const mac_address &station : std::exchange(leftovers_, {})) {
+        if (!has_station(station) && !in_kernel.contains(station)) {
+            send_lost_away(station);
+        }
     }
 }
 

@@ -40,10 +40,10 @@ kernel_stations read_unchanged(const std::function<kernel_stations()> &read, ste
 
 nl80211::nl80211() : nl80211(find_nl80211()) {}
 
-nl80211::nl80211(generic_family family) : family_(std::move(family)) {}
+nl80211::nl80211(generic_family family, std::function<netlink_socket()> open)
+    : family_(std::move(family)), open_(std::move(open)) {}
 
-kernel_stations nl80211::stations(unsigned ifindex) {
-    const auto end = steady_clock::now() + patience;
+kernel_stations nl80211::stations(unsigned ifindex, time_point end) {
     return read_unchanged([&] { return request(ifindex, nullptr, end); }, end);
 }
 
@@ -51,8 +51,7 @@ kernel_stations nl80211::station(unsigned ifindex, const mac_address &mac) {
     return request(ifindex, &mac, steady_clock::now() + patience);
 }
 
-kernel_interfaces nl80211::vlan_interfaces(const mac_address &bssid) {
-    const auto end = steady_clock::now() + patience;
+kernel_interfaces nl80211::vlan_interfaces(const mac_address &bssid, time_point end) {
     kernel_interfaces found;
     do {
         found = {};
@@ -69,7 +68,7 @@ kernel_interfaces nl80211::vlan_interfaces(const mac_address &bssid) {
     return found.error == 0 ? found : kernel_interfaces{.error = found.error};
 }
 
-kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, steady_clock::time_point end) {
+kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, time_point end) {
     const auto flags = static_cast<std::uint16_t>(mac == nullptr ? NLM_F_DUMP : NLM_F_ACK);
     generic_request request(family_.id, NL80211_CMD_GET_STATION, flags, ++sequence_);
     mnl_attr_put_u32(&request.head(), NL80211_ATTR_IFINDEX, ifindex);
@@ -84,10 +83,13 @@ kernel_stations nl80211::request(unsigned ifindex, const mac_address *mac, stead
     return error == 0 ? kernel_stations{.stations = std::move(answer.stations())} : kernel_stations{.error = error};
 }
 
-int nl80211::ask(const nlmsghdr &request, netlink_answer &answer, steady_clock::time_point end) {
+int nl80211::ask(const nlmsghdr &request, netlink_answer &answer, time_point end) {
+    if (steady_clock::now() >= end) {
+        return ETIMEDOUT;
+    }
     if (!requests_) {
         try {
-            requests_ = open_generic_netlink();
+            requests_ = open_();
         } catch (const std::system_error &error) {
             return error.code().value();
         }

@@ -30,21 +30,23 @@ struct kernel_interfaces {
 
 class nl80211 {
 public:
-    static constexpr std::chrono::milliseconds patience{40};  // of one call of the three below
+    using time_point = std::chrono::steady_clock::time_point;
+
+    static constexpr std::chrono::milliseconds patience{40};  // of all that one question needs
 
     // Throws std::runtime_error when the kernel has no nl80211, std::system_error when it has no netlink.
     nl80211();
-    // Asks a family that was found before. Does not throw.
-    explicit nl80211(generic_family family);
+    // Asks a family that was found before. `open` makes the socket of the requests. Does not throw.
+    explicit nl80211(generic_family family, std::function<netlink_socket()> open = open_generic_netlink);
 
-    // None of these throws. A socket that cannot be opened is an errno too, and the next call tries again.
-    // All stations of an interface. ETIMEDOUT when the kernel does not answer in time, EAGAIN when the list changed
-    // during each attempt.
-    kernel_stations stations(unsigned ifindex);
+    // None of these throws. A socket that cannot be opened is an errno too, and the next call tries again. ETIMEDOUT
+    // when the kernel has not answered at `end`, EAGAIN when the list changed during each attempt.
+    // All stations of an interface.
+    kernel_stations stations(unsigned ifindex, time_point end);
     // One station; ENOENT when the interface does not have it.
     kernel_stations station(unsigned ifindex, const mac_address &mac);
     // The interfaces on which hostapd puts stations of the VAP with that BSSID by its vlan_file.
-    kernel_interfaces vlan_interfaces(const mac_address &bssid);
+    kernel_interfaces vlan_interfaces(const mac_address &bssid, time_point end);
 
     struct watchers {
         std::function<void(unsigned ifindex, const mac_address &)> on_new_station, on_del_station;
@@ -54,12 +56,13 @@ public:
     void watch(event_base *base, watchers call);
 
 private:
-    kernel_stations request(unsigned ifindex, const mac_address *mac, std::chrono::steady_clock::time_point end);
+    kernel_stations request(unsigned ifindex, const mac_address *mac, time_point end);
     // Of a request whose sequence number is sequence_. Returns an errno.
-    int ask(const nlmsghdr &request, netlink_answer &answer, std::chrono::steady_clock::time_point end);
+    int ask(const nlmsghdr &request, netlink_answer &answer, time_point end);
     void read_events();
 
     generic_family family_;
+    std::function<netlink_socket()> open_;
     netlink_socket requests_;  // opened by the first request, and by the next one after an answer was given up
     netlink_socket events_;
     std::uint32_t sequence_ = 0;

@@ -105,14 +105,14 @@ void station_tracker::arrive(const mac_address &station, entry &known, const ori
 }
 
 // The request stays: the station may leave its old association by it.
-void station_tracker::depart(const mac_address &station, entry &known) {
+void station_tracker::depart(const mac_address &station, entry &known, bool in_hostapd) {
     if (!known.arrived) {
         return;
     }
     const bool roamed_in = known.arrived->previous_bssid.has_value();
     known = {.arrived = {}, .waiting = known.waiting, .refused = known.refused, .gone_since = {}, .was_gone = false};
     if (on_departure) {
-        on_departure({station, roamed_in});
+        on_departure({station, roamed_in, in_hostapd});
     }
 }
 
@@ -178,7 +178,7 @@ void station_tracker::expire(time now) {
     }
     for (auto &[station, known] : stations_) {
         if (known.gone_since && now - *known.gone_since > gone_limit) {
-            depart(station, known);
+            depart(station, known, true);
         }
         if (known.waiting && now - known.waiting->at > request_life) {
             known.waiting.reset();

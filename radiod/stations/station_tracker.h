@@ -23,7 +23,8 @@ struct arrival {
 
 struct departure {
     mac_address station;
-    bool roamed_in;  // its arrival had a previous BSSID
+    bool roamed_in;           // its arrival had a previous BSSID
+    bool in_hostapd = false;  // the kernel has lost it, and hostapd has not noticed
 };
 
 // The kind of an arrival is in the station's request, which hostapd reports as a frame before it grants or refuses it.
@@ -103,7 +104,7 @@ private:
     void grant_request(const mac_address &station, entry &known, time now);
     void grant_if_new(const mac_address &station, entry &known, time now);
     void arrive(const mac_address &station, entry &known, const origin &from);
-    void depart(const mac_address &station, entry &known);
+    void depart(const mac_address &station, entry &known, bool in_hostapd = false);
     void all_depart();
     entry *find(const mac_address &station);
     entry *find_or_add(const mac_address &station);

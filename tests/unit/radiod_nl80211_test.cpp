@@ -227,6 +227,8 @@ TEST(radiod_nl80211, says_when_the_kernel_has_no_wireless) {
     }
 }
 
+radiod::nl80211::time_point soon() { return std::chrono::steady_clock::now() + 20s; }
+
 // The controller of generic netlink takes the place of nl80211; it has no list of stations.
 TEST(radiod_nl80211, returns_the_error_when_it_can_open_no_socket_and_tries_again) {
     radiod::nl80211 kernel(radiod::find_family("nlctrl").value());
@@ -235,15 +237,15 @@ TEST(radiod_nl80211, returns_the_error_when_it_can_open_no_socket_and_tries_agai
     rlimit none = before;
     none.rlim_cur = 0;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int error = kernel.stations(ifindex).error;
+    const int error = kernel.stations(ifindex, soon()).error;
     const int error_of_one = kernel.station(ifindex, first).error;
-    const int error_of_vlans = kernel.vlan_interfaces(first).error;
+    const int error_of_vlans = kernel.vlan_interfaces(first, soon()).error;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(error, EMFILE);
     EXPECT_EQ(error_of_one, EMFILE);
     EXPECT_EQ(error_of_vlans, EMFILE);
-    EXPECT_EQ(kernel.stations(ifindex).error, EOPNOTSUPP);
-    EXPECT_EQ(kernel.vlan_interfaces(first).error, EOPNOTSUPP);
+    EXPECT_EQ(kernel.stations(ifindex, soon()).error, EOPNOTSUPP);
+    EXPECT_EQ(kernel.vlan_interfaces(first, soon()).error, EOPNOTSUPP);
 }
 
 TEST(radiod_nl80211, reads_a_list_that_changes_until_its_time_is_over) {

@@ -1,4 +1,4 @@
-// One VAP between a hostapd that the test plays and a kernel that has no wireless.
+// One VAP between a hostapd that the test plays and a kernel.
 #ifndef TESTS_UNIT_RADIOD_VAP_RIG_H
 #define TESTS_UNIT_RADIOD_VAP_RIG_H
 
@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <list>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "radiod/vap.h"
@@ -17,7 +19,9 @@ inline const radiod::mac_address ann{{2, 0xaa, 0, 0, 0, 1}};
 
 class radiod_vap : public private_root, protected event_rig {
 protected:
-    radiod_vap() {
+    // The kernel's controller of generic netlink takes the place of nl80211. It lists no stations.
+    radiod_vap() : radiod_vap(radiod::nl80211({.id = GENL_ID_CTRL, .groups = {}})) {}
+    explicit radiod_vap(radiod::nl80211 kernel) : kernel_(std::move(kernel)) {
         announcements_.on_settled = [this](const radiod::announcer::place &from, const auto &station, bool) {
             journal_.departed(from.ifname, station);
         };
@@ -42,6 +46,7 @@ protected:
     // Returns when hostapd has been asked for everything.
     void start_hostapd(const std::string &suites) {
         hostapd_.emplace(base.get(), root() + "/lo");
+        hostapd_->answers = hostapd_answers_;
         hostapd_->answers["GET_CONFIG"] = "ssid=office\nkey_mgmt=" + suites + "\n";
         ASSERT_TRUE(run_until([this] { return vaps_.front().is_served() && was_sent("GET_CONFIG"); }));
         settle();
@@ -73,12 +78,12 @@ protected:
     }
     bool was_sent(const std::string &command) const { return times_sent(command) > 0; }
 
-    // A family of every kernel, which does not have the command that lists stations.
-    radiod::nl80211 kernel_{radiod::generic_family{.id = GENL_ID_CTRL, .groups = {}}};
+    radiod::nl80211 kernel_;
     std::vector<kx::notification> announced_;
     radiod::announcer announcements_{[this](kx::notification each) { announced_.push_back(std::move(each)); }, false};
     radiod::station_journal journal_{root() + "/stations"};
     std::optional<simulated_hostapd> hostapd_;
+    std::map<std::string, std::string> hostapd_answers_;  // of the next one
     std::list<radiod::vap> vaps_;
     bool daemon_has_time_ = true;
     std::vector<radiod::mac_address> wanted_;
