@@ -8,8 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Of a PMK whose time the RADIUS server has not limited, or that came from another access point, where the limit is not
-// known: hostapd's own default (dot11RSNAConfigPMKLifetime).
+// Of a PMK whose time the RADIUS server has not limited: hostapd's own default (dot11RSNAConfigPMKLifetime).
 constexpr std::chrono::seconds pmk_lifetime = 12h;
 
 bool is_8021x(akm suite) { return suite == akm::ieee8021x || suite == akm::ieee8021x_sha256; }
@@ -44,8 +43,8 @@ void pmk_sharing::note_coming(const mac_address &station, coming_station its) {
 }
 
 // The daemon stores the key, and the controller gives it to the access points that fetch it. The daemon takes a client
-// whose key it gets first for a new one, so the association comes first. What a RADIUS server limits to less than
-// pmk_lifetime stays here: the limit cannot be passed on. FT uses the other half of EAP's key, and hostapd carries it
+// whose key it gets first for a new one, so the association comes first. What a RADIUS server limits stays here: the
+// limit cannot be passed on. FT uses the other half of EAP's key, and hostapd carries it
 // (IEEE 802.11-2020, 12.7.1.6.3).
 void pmk_sharing::session_began(const radius::session_key &session) {
     vap *at = find_vap(session.bssid);
@@ -60,7 +59,7 @@ void pmk_sharing::session_began(const radius::session_key &session) {
     keys_.remember(session.station, session.pmk, session.bssid, lifetime, clock::now());
     lose(session.station);
     at->pmks().made(session.station);
-    const bool is_shared = lifetime >= pmk_lifetime;
+    const bool is_shared = !session.lifetime;
     if (!at->has_station(session.station)) {
         note_coming(session.station, {.bssid = session.bssid, .is_shared = is_shared, .since = clock::now()});
     } else if (is_shared) {  // EAP again, without an association
