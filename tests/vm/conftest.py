@@ -32,6 +32,7 @@ LONG_FILES = ("test_crowd.py", "test_managed_networks.py", "test_kinds.py", "tes
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--bin", type=Path, required=True, help="directory of the programs")
+    parser.addoption("--screen", type=int, default=0, help="draw a live screen of so many columns")
     parser.addoption("--long", action="store_true", help="run the cases marked as long too")
 
 
