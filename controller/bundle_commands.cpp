@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -61,14 +59,7 @@ named_ap read_new(const std::string &name, const std::string &mac) {
     return {name, *address};
 }
 
-std::string read_file(const std::string &name) {
-    std::ifstream from(name, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(from), {}};
-    if (!from || text.size() > certificate_size_max) {
-        throw std::runtime_error(name + ": no certificate can be read");
-    }
-    return text;
-}
+std::string read_certificate(const std::string &name) { return std::string(read_file(name, certificate_size_max)); }
 
 controller_place place_of(const options &site) {
     if (site.enrolment.address.empty()) {
@@ -107,12 +98,12 @@ std::vector<std::string> bundle_in_making::make(std::string_view command, const 
     const named_ap of = is_new ? read_new(ap, wanted.mac) : find_enrolled(ap, control);
     std::string certificate;
     if (!wanted.certificate_file.empty()) {
-        certificate = read_file(wanted.certificate_file);
+        certificate = read_certificate(wanted.certificate_file);
     } else {
         const identity_text made = issue(of, wanted, site);
         const std::string configuration = is_new ? sample_configuration(of.mac, place_of(site)) : "";
         const std::string file = wanted.output.empty() ? of.name + ".tar" : wanted.output;
-        write_new_file(file, pack({made, read_file(site.ca), configuration}), own_mode);
+        write_new_file(file, pack({made, read_certificate(site.ca), configuration}), own_mode);
         file_ = file;
         certificate = made.certificate;
     }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 namespace controller {
 
@@ -28,11 +29,11 @@ void require(archive *of, la_ssize_t result) {
 }
 
 la_ssize_t append(archive *, void *to, const void *bytes, std::size_t size) {
-    static_cast<std::string *>(to)->append(static_cast<const char *>(bytes), size);
+    static_cast<secret_text *>(to)->append(static_cast<const char *>(bytes), size);
     return static_cast<la_ssize_t>(size);
 }
 
-void add(archive *to, const char *name, const std::string &content, mode_t mode) {
+void add(archive *to, const char *name, std::string_view content, mode_t mode) {
     const entry_ptr entry(archive_entry_new());
     archive_entry_set_pathname(entry.get(), name);
     archive_entry_set_filetype(entry.get(), AE_IFREG);
@@ -55,10 +56,11 @@ std::string sample_configuration(const kx::mac_address &mac, const controller_pl
            "[[vap]]\nifname = \"wlan0\"\nssid = \"office\"\nvlan = 10\n";
 }
 
-std::string pack(const ap_bundle &bundle) {
-    std::string packed;
+secret_text pack(const ap_bundle &bundle) {
+    secret_text packed;
     const archive_ptr to(archive_write_new());
     require(to.get(), archive_write_set_format_ustar(to.get()));
+    require(to.get(), archive_write_set_bytes_per_block(to.get(), 0));  // its buffer would keep the key
     require(to.get(), archive_write_open2(to.get(), &packed, nullptr, append, nullptr, nullptr));
     add(to.get(), "ca.pem", bundle.authority, open_mode);
     add(to.get(), "ap.key", bundle.identity.key, secret_mode);

@@ -28,7 +28,7 @@ struct ap_bundle {
 std::string sample_configuration(const kx::mac_address &mac, const controller_place &controller);
 
 // The archive. Throws std::runtime_error.
-std::string pack(const ap_bundle &bundle);
+secret_text pack(const ap_bundle &bundle);
 
 }  // namespace controller
 

@@ -5,12 +5,11 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <new>
 #include <stdexcept>
 
 #include "common/permissions.h"
+#include "controller/enrolment/whole_file.h"
 #include "tunnel/certificate_identity.h"
 
 namespace controller {
@@ -18,6 +17,7 @@ namespace controller {
 namespace {
 
 constexpr int serial_bits = 127;
+constexpr std::size_t file_size_max = 65536;
 constexpr std::chrono::seconds clock_difference{60};  // of machines whose clocks are nearly right
 
 key_ptr make_key() {
@@ -26,15 +26,6 @@ key_ptr make_key() {
         fail_with_reason("cannot make a key");
     }
     return made;
-}
-
-std::string read_file(const std::string &name) {
-    std::ifstream from(name, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(from), {}};
-    if (!from) {
-        throw std::runtime_error(name + ": cannot be read");
-    }
-    return text;
 }
 
 void add_extension(X509 *to, X509 *issuer, int which, const std::string &value) {
@@ -120,12 +111,12 @@ authority::authority(const std::string &name, std::chrono::days valid) : certifi
 
 authority::authority(const std::string &certificate_file, const std::string &key_file) {
     kx::require_safe_key(key_file);
-    const std::string certificate = read_file(certificate_file);
+    const secret_text certificate = read_file(certificate_file, file_size_max);
     certificate_.reset(PEM_read_bio_X509(read_only_bio(certificate).get(), nullptr, nullptr, nullptr));
     if (certificate_ == nullptr) {
         fail_with_reason(certificate_file + ": no certificate can be read");
     }
-    const std::string key = read_file(key_file);
+    const secret_text key = read_file(key_file, file_size_max);
     key_.reset(PEM_read_bio_PrivateKey(read_only_bio(key).get(), nullptr, nullptr, nullptr));
     if (key_ == nullptr || X509_check_private_key(certificate_.get(), key_.get()) != 1) {
         fail_with_reason(key_file + ": no key can be read that belongs to " + certificate_file);

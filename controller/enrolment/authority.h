@@ -9,12 +9,14 @@
 
 #include "common/mac_address.h"
 #include "controller/enrolment/pem.h"
+#include "controller/enrolment/secret_text.h"
 
 namespace controller {
 
 // A certificate and its key, PEM.
 struct identity_text {
-    std::string certificate, key;
+    std::string certificate;
+    secret_text key;
 };
 
 struct certificate_request {

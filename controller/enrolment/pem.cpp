@@ -17,15 +17,16 @@ bio_ptr memory() {
     return made;
 }
 
-std::string text_of(BIO *from) {
+template <class Text>
+Text text_of(BIO *from) {
     char *text = nullptr;
     const long size = BIO_get_mem_data(from, &text);
-    return {text, static_cast<std::size_t>(size)};
+    return Text(text, static_cast<std::size_t>(size));
 }
 
 }  // namespace
 
-bio_ptr read_only_bio(const std::string &text) {
+bio_ptr read_only_bio(std::string_view text) {
     bio_ptr made(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
     if (made == nullptr) {
         throw std::bad_alloc();
@@ -38,15 +39,15 @@ std::string to_pem(const X509 *certificate) {
     if (PEM_write_bio_X509(to.get(), certificate) != 1) {
         throw std::bad_alloc();
     }
-    return text_of(to.get());
+    return text_of<std::string>(to.get());
 }
 
-std::string to_pem(const EVP_PKEY *key) {
+secret_text to_pem(const EVP_PKEY *key) {
     const bio_ptr to = memory();
     if (PEM_write_bio_PrivateKey(to.get(), key, nullptr, nullptr, 0, nullptr, nullptr) != 1) {
         throw std::bad_alloc();
     }
-    return text_of(to.get());
+    return text_of<secret_text>(to.get());
 }
 
 void fail_with_reason(const std::string &what) {

@@ -8,6 +8,9 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
+
+#include "controller/enrolment/secret_text.h"
 
 namespace controller {
 
@@ -21,10 +24,10 @@ using key_ptr = std::unique_ptr<EVP_PKEY, openssl_deleter>;
 using certificate_ptr = std::unique_ptr<X509, openssl_deleter>;
 
 // Reads from `text`, which must outlive it. Throws std::bad_alloc, as the other functions do.
-bio_ptr read_only_bio(const std::string &text);
+bio_ptr read_only_bio(std::string_view text);
 std::string to_pem(const X509 *certificate);
 // Not encrypted.
-std::string to_pem(const EVP_PKEY *key);
+secret_text to_pem(const EVP_PKEY *key);
 
 // With OpenSSL's reason for the last failure. Empties its error queue.
 [[noreturn]] void fail_with_reason(const std::string &what);

@@ -1,9 +1,11 @@
 #include "controller/enrolment/site_directory.h"
 
 #include <grp.h>
+#include <openssl/crypto.h>
 #include <openssl/rand.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -23,20 +25,27 @@ namespace fs = std::filesystem;
 constexpr const char *controllers_group = "kx-site";
 constexpr mode_t open_mode = 0644, own_mode = 0600, group_mode = 0640;
 constexpr std::size_t store_key_size = 32;
+// The limit of "Requirements for trusted certificates in iOS 13 and macOS 10.15", which holds for the authorities that
+// a user installs too.
+constexpr std::chrono::days browsers_accept{825};
 
 struct planned_file {
     const char *name;
-    std::string content;
+    secret_text content;
     bool is_secret;
     bool is_for_controller;  // a secret that the controller's process reads
 };
 
-std::string make_store_key() {
+secret_text make_store_key() {
     std::array<std::uint8_t, store_key_size> key{};
     if (RAND_bytes(key.data(), static_cast<int>(key.size())) != 1) {
         fail_with_reason("cannot make a key");
     }
-    return kx::format_hex(key) + '\n';
+    std::string digits = kx::format_hex(key);
+    OPENSSL_cleanse(key.data(), key.size());
+    secret_text line(digits);
+    OPENSSL_cleanse(digits.data(), digits.size());
+    return line += '\n';
 }
 
 // A TOML string.
@@ -70,22 +79,22 @@ std::string configuration_of(const new_site &wanted) {
 std::vector<planned_file> plan(const new_site &wanted) {
     const authority made("site authority", wanted.valid);
     const auto own = made.own();
-    const auto issue = [&](const char *name, const std::vector<std::string> &hosts) {
-        return made.issue({.name = name, .mac = std::nullopt, .hosts = hosts, .valid = wanted.valid});
+    const auto issue = [&](const char *name, const std::vector<std::string> &hosts, std::chrono::days valid) {
+        return made.issue({.name = name, .mac = std::nullopt, .hosts = hosts, .valid = valid});
     };
     std::vector<std::string> local = wanted.addresses;
     local.insert(local.end(), {"localhost", "127.0.0.1", "::1"});
-    const auto tunnels = issue("controller", wanted.addresses);
-    const auto http = issue("controller's HTTP API", local);
-    return {{"authority.pem", own.certificate, false, false},
+    const auto tunnels = issue("controller", wanted.addresses, wanted.valid);
+    const auto http = issue("controller's HTTP API", local, std::min(wanted.valid, browsers_accept));
+    return {{"authority.pem", secret_text(own.certificate), false, false},
             {"authority.key", own.key, true, false},
-            {"controller.pem", tunnels.certificate, false, true},
+            {"controller.pem", secret_text(tunnels.certificate), false, true},
             {"controller.key", tunnels.key, true, true},
-            {"http.pem", http.certificate, false, true},
+            {"http.pem", secret_text(http.certificate), false, true},
             {"http.key", http.key, true, true},
             {"store.key", make_store_key(), true, true},
             // Last: what has a configuration is complete.
-            {"site.toml", configuration_of(wanted), false, true}};
+            {"site.toml", secret_text(configuration_of(wanted)), false, true}};
 }
 
 mode_t mode_of(const planned_file &file, bool has_group) {

@@ -13,7 +13,7 @@ struct new_site {
     std::vector<std::string> addresses;  // where access points reach the controller; the first is for their bundles
     std::string state_directory;         // for the store
     std::string run_directory;           // for the control socket
-    std::chrono::days valid{3650};       // of the certificates
+    std::chrono::days valid{3650};       // of the certificates but the HTTP API's
 };
 
 // Makes the files and returns their names. Root's keys may be read by the group kx-site where there is one; nobody but

@@ -3,12 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
+#include "controller/enrolment/ap_bundle.h"
 #include "controller/enrolment/authority.h"
+#include "controller/enrolment/site_directory.h"
 #include "controller/enrolment/whole_file.h"
 #include "controller/site.h"
 #include "tests/unit/certificates.h"
+#include "tests/unit/freed_memory.h"
 #include "tunnel/certificate_identity.h"
 
 namespace {
@@ -138,7 +142,53 @@ TEST(whole_file, never_replaces_one) {
     std::string content;
     std::ifstream(name) >> content;
     EXPECT_EQ(content, "first");
-    EXPECT_NO_THROW(controller::require_no_file(name + ".new"));
+    EXPECT_THROW(controller::write_new_file(directory.file("no/b"), "first", 0600), std::runtime_error);
+    const std::filesystem::directory_iterator all(directory.path());
+    EXPECT_EQ(std::distance(begin(all), end(all)), 1) << "something is left of the attempts";
+}
+
+TEST(whole_file, is_read_up_to_a_limit) {
+    const temporary_directory directory;
+    const std::string name = directory.file("a");
+    controller::write_new_file(name, "12345", 0600);
+    EXPECT_EQ(controller::read_file(name, 5), "12345");
+    EXPECT_THROW(controller::read_file(name, 4), std::runtime_error);
+    EXPECT_THROW(controller::read_file("/dev/zero", 1000), std::runtime_error);
+    EXPECT_THROW(controller::read_file(directory.path(), 1000), std::runtime_error);
+}
+
+// What the key's text contains, from its second line on: the first 40 bytes are the same in all keys on the curve.
+std::span<const std::uint8_t> part_of(const controller::secret_text &key) {
+    return {reinterpret_cast<const std::uint8_t *>(key.data()) + key.size() / 2, 32};
+}
+
+TEST(keys, are_erased_before_their_memory_is_given_back) {
+    const temporary_directory directory;
+    const controller::authority made("site", std::chrono::days(1));
+    const auto own = made.own();
+    const freed_memory watch(part_of(own.key));
+    controller::write_new_file(directory.file("ca.pem"), own.certificate, 0644);
+    controller::write_new_file(directory.file("ca.key"), own.key, 0600);
+    controller::authority(directory.file("ca.pem"), directory.file("ca.key")).own();
+    controller::write_new_file(directory.file("a.tar"), controller::pack({own, own.certificate, "[ap]\n"}), 0600);
+    EXPECT_EQ(freed_memory::blocks_with_text(), 0U);
+    std::string(own.key.begin(), own.key.end());
+    EXPECT_EQ(freed_memory::blocks_with_text(), 1U) << "the search finds nothing";
+}
+
+TEST(site_directory, has_a_certificate_that_browsers_accept) {
+    const temporary_directory directory;
+    controller::make_site({.directory = directory.path(),
+                           .addresses = {"192.0.2.1"},
+                           .state_directory = directory.path(),
+                           .run_directory = directory.path()});
+    const auto left_of = [&](const char *name) {
+        const auto text = std::string(controller::read_file(directory.file(name), 65536));
+        return *controller::read_certificate_facts(text).front().end - std::chrono::system_clock::now();
+    };
+    EXPECT_LE(left_of("http.pem"), std::chrono::days(825));
+    EXPECT_GT(left_of("http.pem"), std::chrono::days(824));
+    EXPECT_GT(left_of("controller.pem"), std::chrono::days(3649));
 }
 
 }  // namespace
