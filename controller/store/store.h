@@ -95,8 +95,8 @@ public:
     virtual void backup(const std::string &file, callback done) = 0;
     // Writes everything but secrets into `file`, which must not exist: one JSON object a line.
     virtual void export_to(const std::string &file, callback done) = 0;
-    // Replaces everything by the backup in `file`. When `done` gets an empty text, load() gives the new contents. A
-    // backup that cannot be used changes nothing.
+    // Replaces everything by the backup in `file`, but access points that are revoked now stay so. When `done` gets an
+    // empty text, load() gives the new contents. A backup that cannot be used changes nothing.
     virtual void restore(const std::string &file, callback done) = 0;
 };
 

@@ -243,4 +243,18 @@ TEST_F(StoreFile, is_not_replaced_by_a_damaged_backup) {
     EXPECT_EQ(store.reopen().clients.size(), 1u);
 }
 
+TEST_F(StoreFile, keeps_revocations_when_a_backup_is_restored) {
+    constexpr mac_address before = {2, 0, 0, 0, 1, 0}, later = {2, 0, 0, 0, 2, 0}, reused = {2, 0, 0, 0, 3, 0};
+    EXPECT_EQ(store.write({enrolled_ap{before, "hall", "A", "", false}, enrolled_ap{reused, "attic", "B", "", false}}),
+              "");
+    EXPECT_EQ(store.backup(store.file("copy")), "");
+    EXPECT_EQ(store.write({enrolled_ap{before, "hall", "A", "", true}, erased_ap{reused},
+                           enrolled_ap{later, "attic", "C", "north", true}}),
+              "");
+    EXPECT_EQ(store.restore(store.file("copy")), "");
+    EXPECT_EQ(store.reopen().aps, (std::vector<enrolled_ap>{{before, "hall", "A", "", true},
+                                                            {later, "revoked-020000000200", "C", "north", true},
+                                                            {reused, "attic", "B", "", false}}));
+}
+
 }  // namespace

@@ -33,10 +33,7 @@ void connection::run(const std::string &statements) const {
     }
 }
 
-std::int64_t connection::number(const std::string &query) const {
-    statement asked(*this, query);
-    return asked.step() ? asked.number(0) : 0;
-}
+std::int64_t connection::number(const std::string &query) const { return statement(*this, query).read_number(); }
 
 statement::statement(const connection &of, std::string_view text) {
     sqlite3_stmt *made = nullptr;
@@ -91,6 +88,12 @@ void statement::run() {
     while (step()) {
     }
     reset();
+}
+
+std::int64_t statement::read_number() {
+    const std::int64_t read = step() ? number(0) : 0;
+    reset();
+    return read;
 }
 
 // Returns the error of the last step again, which was thrown then.

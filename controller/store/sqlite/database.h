@@ -54,6 +54,7 @@ public:
     bool step();  // true: a row
     void run();   // to the end; then it can be bound anew
     void reset();
+    std::int64_t read_number();  // the first column of the first row, 0 without a row; then it can be bound anew
 
     std::int64_t number(int column) const { return sqlite3_column_int64(get(), column); }
     bool is_null(int column) const { return sqlite3_column_type(get(), column) == SQLITE_NULL; }

@@ -20,15 +20,18 @@ engine::engine(const place_of_store &where, const std::optional<pmk_cipher> &cip
     }
     clients_.emplace(database_);
     others_.emplace(database_, cipher_);
+    last_batch_.emplace(database_, "SELECT value FROM meta WHERE name = 'batch'");
+    mark_batch_.emplace(database_, "INSERT OR REPLACE INTO meta VALUES ('batch', ?)");
+    page_count_.emplace(database_, "PRAGMA page_count");
+    page_size_ = static_cast<std::uint64_t>(database_.number("PRAGMA page_size"));
 }
 
 void engine::write(const batch &what, const retention &kept, wall_time now) {
     transaction change(database_);
-    if (database_.number("SELECT value FROM meta WHERE name = 'batch'") == what.number) {
+    if (last_batch_->read_number() == what.number) {
         return;
     }
-    statement mark(database_, "INSERT OR REPLACE INTO meta VALUES ('batch', ?)");
-    mark.bind(0, what.number).run();
+    mark_batch_->bind(0, what.number).run();
     if (what.replacement) {
         clients_->replace(what.replacement->clients);
         others_->replace_pmks(what.replacement->pmks);
@@ -41,8 +44,22 @@ void engine::write(const batch &what, const retention &kept, wall_time now) {
     change.commit();
 }
 
-void engine::restore(const std::string &file) {
-    const connection from(file, connection::mode::read);
+namespace {
+
+void copy(const connection &from, const connection &to) {
+    sqlite3_backup *const made = sqlite3_backup_init(to.get(), "main", from.get(), "main");
+    if (made == nullptr) {
+        to.fail();
+    }
+    sqlite3_backup_step(made, -1);
+    if (const int code = sqlite3_backup_finish(made); code != SQLITE_OK) {
+        throw failure(code & 0xff, sqlite3_errstr(code));
+    }
+}
+
+}  // namespace
+
+void engine::require_backup(const connection &from) const {
     if (from.number("PRAGMA application_id") != application_id) {
         throw store_error("it is no backup of a store");
     }
@@ -53,22 +70,22 @@ void engine::restore(const std::string &file) {
     if (!check.step() || check.text(0) != "ok") {
         throw store_error("it is damaged");
     }
-    check.reset();
     if (statement known(from, "SELECT value FROM meta WHERE name = 'key'"); cipher_ && known.step()) {
         require_key(known.blob(0), *cipher_);
     }
-    sqlite3_backup *const copy = sqlite3_backup_init(database_.get(), "main", from.get(), "main");
-    if (copy == nullptr) {
-        database_.fail();
-    }
-    sqlite3_backup_step(copy, -1);
-    if (const int code = sqlite3_backup_finish(copy); code != SQLITE_OK) {
-        throw failure(code & 0xff, sqlite3_errstr(code));
-    }
 }
 
-std::uint64_t engine::size() const {
-    return static_cast<std::uint64_t>(database_.number("PRAGMA page_count") * database_.number("PRAGMA page_size"));
+// The revocations go into a temporary copy first, so that there is no moment in which the store lacks them.
+void engine::restore(const std::string &file) {
+    const connection from(file, connection::mode::read);
+    require_backup(from);
+    const connection staged("", connection::mode::write);
+    copy(from, staged);
+    prepare_schema(staged);
+    add_revoked(database_, staged);
+    copy(staged, database_);
 }
+
+std::uint64_t engine::size() { return static_cast<std::uint64_t>(page_count_->read_number()) * page_size_; }
 
 }  // namespace controller::sqlite

@@ -4,6 +4,8 @@
 #include <limits>
 #include <variant>
 
+#include "common/hex.h"
+
 namespace controller::sqlite {
 
 namespace {
@@ -53,10 +55,10 @@ void site_rows::add(const change &one, wall_time at) {
 
 void site_rows::write(const pmk_change &one) {
     if (!one.pmk) {
-        statement(database_, "DELETE FROM pmk WHERE mac = ?").bind(0, one.mac).run();
+        erase_pmk_.bind(0, one.mac).run();
     } else if (cipher_) {
         const bytes sealed = cipher_->seal(one.mac, *one.pmk);
-        statement(database_, "INSERT OR REPLACE INTO pmk VALUES (?, ?)").bind(0, one.mac).bind(1, sealed).run();
+        put_pmk_.bind(0, one.mac).bind(1, sealed).run();
     }
 }
 
@@ -191,6 +193,25 @@ void site_rows::load(contents &to) const {
         to.tokens.push_back({tokens.text(0), tokens.text(1), checked(tokens.number(2), role::admin), tokens.text(3),
                              tokens.text(4), time_of(tokens.number(5)), expires});
     }
+}
+
+void add_revoked(const connection &from, const connection &to) {
+    const transaction moment(from, transaction::mode::read);
+    transaction change(to);
+    statement revoked(from, "SELECT mac, name, certificate, site FROM access_point WHERE revoked <> 0");
+    statement name_taken(to, "SELECT 1 FROM access_point WHERE name = ? AND mac <> ?");
+    statement put(to, "INSERT OR REPLACE INTO access_point VALUES (?, ?, ?, ?, 1)");
+    while (revoked.step()) {
+        const mac_address mac = revoked.mac(0);
+        std::string name = revoked.text(1);
+        const std::string certificate = revoked.text(2), site = revoked.text(3);
+        if (name_taken.bind(0, name).bind(1, mac).step()) {
+            name = "revoked-" + kx::format_hex(mac);
+        }
+        name_taken.reset();
+        put.bind(0, mac).bind(1, name).bind(2, certificate).bind(3, site).run();
+    }
+    change.commit();
 }
 
 std::vector<audit_record> read_audit(const connection &database, const page_of &page) {

@@ -19,7 +19,10 @@ class site_rows {
 public:
     // Without a cipher no PMKs are stored; those that are stored already can be erased.
     site_rows(const connection &database, const std::optional<pmk_cipher> &cipher)
-        : database_(database), cipher_(cipher) {}
+        : database_(database),
+          cipher_(cipher),
+          put_pmk_(database, "INSERT OR REPLACE INTO pmk VALUES (?, ?)"),
+          erase_pmk_(database, "DELETE FROM pmk WHERE mac = ?") {}
 
     // All but the clients.
     void load(contents &to) const;
@@ -44,8 +47,13 @@ private:
 
     const connection &database_;
     const std::optional<pmk_cipher> &cipher_;
-    wall_time at_{};  // of the present change
+    statement put_pmk_, erase_pmk_;  // operators' changes are rare, and prepare theirs
+    wall_time at_{};                 // of the present change
 };
+
+// Adds the revoked access points of another database, or revokes those that are there. Their names may have been given
+// to others: they get new ones then.
+void add_revoked(const connection &from, const connection &to);
 
 std::vector<audit_record> read_audit(const connection &database, const page_of &page);
 
