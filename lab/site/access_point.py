@@ -1,6 +1,7 @@
 """One access point of the lab: its directory, its configuration and its processes."""
 
 import json
+import os
 import secrets
 import signal
 import struct
@@ -87,6 +88,12 @@ key = {quote(self.identity.key)}
         self.radio_output.file.unlink()
         self.radio_output = JsonLines(self.radio_output.file)
         self.start_radio("--no-wait", *arguments)
+
+    def forget_output(self) -> None:
+        """Empties what the stand-ins have printed. The daemon's log has a limit of its own, and play() starts the radio's
+        output anew."""
+        for program in ("captive_app", "hostapd_app"):
+            os.truncate(self.running[program].out, 0)
 
     def end(self, program: str) -> None:
         process = self.running.pop(program)

@@ -32,7 +32,8 @@ class Controller:
         self._serves_only_enrolled = False
         self.output = JsonLines(directory / "site_controller.out")
 
-    def start(self, *options: object) -> None:
+    def start(self, *options: object, keeps_records: bool = True) -> None:
+        """Without `keeps_records` its output is lost, and its file does not grow."""
         self._serves_only_enrolled = "--store" in options and "--serve-unenrolled" not in options
         port_file = self._directory / "controller.port"
         port_file.unlink(missing_ok=True)
@@ -41,7 +42,7 @@ class Controller:
             ["--listen", f"{self.address}:{self.port}", "--port-file", port_file, "--ca", self._authority.certificate,
              "--certificate", self.identity.certificate, "--key", self.identity.key, "--control", self.control,
              "--json", "--events", *options],
-            self._directory)
+            self._directory, keeps_output=keeps_records)
         wait_until(port_file.exists, "the controller listens", log=self.process.err, check=self.process.check_runs)
         self.port = int(port_file.read_text())
 

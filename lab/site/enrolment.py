@@ -10,10 +10,10 @@ from lab.site.failure import LabFailure
 from lab.site.processes import die_with_parent, environment_for
 
 
-def sitectl(programs: Path, *words: object) -> str:
-    """Its output. Raises LabFailure when it fails."""
-    done = subprocess.run([str(word) for word in (programs / "sitectl", *words)], capture_output=True, text=True,
-                          stdin=subprocess.DEVNULL, check=False, preexec_fn=die_with_parent, env=environment_for(None))
+def sitectl(programs: Path, *words: object, text: str = "") -> str:
+    """Its output for the standard input `text`. Raises LabFailure when it fails."""
+    done = subprocess.run([str(word) for word in (programs / "sitectl", *words)], input=text, capture_output=True,
+                          text=True, check=False, preexec_fn=die_with_parent, env=environment_for(None))
     if done.returncode != 0:
         raise LabFailure(done.stderr.strip())
     return done.stdout

@@ -8,7 +8,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from lab.site.authority import Authority
+from lab.site.authority import DAYS, Authority
 
 ADDRESS = "127.0.0.1"
 ANSWER_SECONDS = 10
@@ -28,10 +28,10 @@ class Answer:
 class HttpApi:
     """Its files are in `directory`."""
 
-    def __init__(self, directory: Path, authority: Authority) -> None:
+    def __init__(self, directory: Path, authority: Authority, days: int = DAYS) -> None:
         self._port_file = directory / "http.port"
         self._authority = authority
-        self._identity = authority.issue("http", ADDRESS)
+        self._identity = authority.issue("http", ADDRESS, days=days)
 
     @property
     def options(self) -> tuple[object, ...]:

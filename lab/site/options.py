@@ -16,6 +16,7 @@ USAGE = ("run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N
 
 APS_MAX = 10_000  # of the fleet
 STATIONS_MAX = 1_000_000
+SPEED_MAX = 1_000_000
 
 
 class _Parser(argparse.ArgumentParser):
@@ -41,7 +42,7 @@ def read_options() -> argparse.Namespace:
     if options.stock and len(sys.argv) > 2:
         parser.error("--stock stands alone")
     if options.site and (options.json or options.capture or options.speed == "max"):
-        parser.error("--site can only be combined with --seed and a number for --speed")
+        parser.error("--site takes neither --json nor a capture, and a number for --speed")
     if options.seed is not None and not options.site:
         parser.error("--seed requires --site")
     if options.stay and not options.site:
@@ -55,16 +56,22 @@ def read_options() -> argparse.Namespace:
 
 def number_up_to(most: int) -> Callable[[str], int]:
     def number(text: str) -> int:
-        if not 0 < int(text) <= most:
-            raise ValueError
+        if not text.isdecimal() or not 0 < int(text) <= most:
+            raise argparse.ArgumentTypeError(f"expected a number from 1 to {most}")
         return int(text)
 
     return number
 
 
 def speed(text: str) -> str:
-    if text != "max" and not 0 < float(text) <= 1e6:
-        raise ValueError
+    if text == "max":
+        return text
+    try:
+        is_speed = 0 < float(text) <= SPEED_MAX
+    except ValueError:
+        is_speed = False
+    if not is_speed:
+        raise argparse.ArgumentTypeError(f'expected "max" or a number above 0 and up to {SPEED_MAX}')
     return text
 
 

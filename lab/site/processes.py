@@ -29,10 +29,11 @@ def environment_for(root: Path | None) -> dict[str, str]:
 
 
 class Process:
-    """A running program. Its output is appended to `<directory>/<program>.out` and `<program>.err`."""
+    """A running program. Its output is appended to `<directory>/<program>.err` and, unless it is not kept,
+    `<program>.out`."""
 
     def __init__(self, executable: Path, arguments: Sequence[object], directory: Path, environment: dict[str, str],
-                 launcher: Sequence[object] = ()) -> None:
+                 launcher: Sequence[object] = (), keeps_output: bool = True) -> None:
         self.name = f"{directory.name}/{executable.name}"
         self.out = directory / f"{executable.name}.out"
         self.err = directory / f"{executable.name}.err"
@@ -44,7 +45,7 @@ class Process:
             if os.getppid() != parent:
                 os._exit(1)
 
-        with open(self.out, "ab") as out, open(self.err, "ab") as err:
+        with open(self.out if keeps_output else os.devnull, "ab") as out, open(self.err, "ab") as err:
             # A session of its own: the terminal's signals go only to the lab, which ends its processes in order.
             self._popen = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment,
                                            start_new_session=True, preexec_fn=prepare)
@@ -89,12 +90,13 @@ class Processes:
         self.launcher = launcher
         self.all: list[Process] = []
 
-    def start(self, program: str, arguments: Sequence[object], directory: Path, root: Path | None = None) -> Process:
+    def start(self, program: str, arguments: Sequence[object], directory: Path, root: Path | None = None,
+              keeps_output: bool = True) -> Process:
         """`root` is the root directory of the program's access point."""
         executable = self.programs / program
         if not os.access(executable, os.X_OK):
             raise LabFailure(f"{executable}: no such program")
-        process = Process(executable, arguments, directory, environment_for(root), self.launcher)
+        process = Process(executable, arguments, directory, environment_for(root), self.launcher, keeps_output)
         self.all.append(process)
         return process
 

@@ -2,7 +2,6 @@
 
 import secrets
 import socket
-import subprocess
 import time
 from contextlib import nullcontext
 from dataclasses import dataclass
@@ -14,13 +13,12 @@ from rich.live import Live
 from rich.table import Table
 from rich.text import Text
 
-from lab.site.failure import LabFailure
+from lab.site.enrolment import sitectl
 from lab.site.http_api import HttpApi
 from lab.site.laboratory import Laboratory
 from lab.site.network import enter_own_network
 from lab.site.plain_text import plain
 from lab.site.portal import Portal
-from lab.site.processes import environment_for
 from lab.site.scenario import Scenario
 from lab.site.site_screen import describe_counters
 from lab.site.tcp_forwarder import LOOPBACK, TcpForwarder
@@ -56,7 +54,7 @@ def stay(plan: StayPlan, programs: Path, console: Console) -> NoReturn:
         api = HttpApi(lab.directory, lab.authority)
         # The fleet makes its own certificates.
         lab.controller.start(*api.options, "--store", lab.directory / "site.db",
-                             *(() if plan.is_real else ("--serve-unenrolled",)))
+                             *(() if plan.is_real else ("--serve-unenrolled",)), keeps_records=False)
         way = TcpForwarder(api.port, listener)
         introduce(plan, lab, way.port, console)
         radios = Radios(plan, lab) if plan.is_real else None
@@ -67,22 +65,16 @@ def stay(plan: StayPlan, programs: Path, console: Console) -> NoReturn:
 
 def introduce(plan: StayPlan, lab: Laboratory, port: int, console: Console) -> None:
     password = secrets.token_urlsafe(12)
-    sitectl(lab, "operator-add", OPERATOR, "admin", text=password + "\n")
-    token = sitectl(lab, "token-add", OPERATOR, "admin").strip()
+    at_controller = ("--control", lab.controller.control)
+    programs = lab.processes.programs
+    sitectl(programs, *at_controller, "operator-add", OPERATOR, "admin", text=password + "\n")
+    token = sitectl(programs, *at_controller, "token-add", OPERATOR, "admin").strip()
     kind = "each with its own processes" if plan.is_real else "played by kx-fleet"
     for line in (f"{plan.access_points} access points, {kind}, and {plan.stations} stations; Ctrl-C ends them.", "",
                  f"  page       https://{LOOPBACK}:{port}/", f"  name       {OPERATOR}", f"  password   {password}",
                  f"  token      {token}", f"  authority  {lab.authority.certificate}",
-                 f"  sitectl    {lab.processes.programs / 'sitectl'} --control {lab.controller.control} aps", ""):
+                 f"  sitectl    {programs / 'sitectl'} --control {lab.controller.control} aps", ""):
         console.print(line, markup=False, soft_wrap=True)
-
-
-def sitectl(lab: Laboratory, *words: str, text: str = "") -> str:
-    done = subprocess.run([str(lab.processes.programs / "sitectl"), "--control", str(lab.controller.control), *words],
-                          input=text, capture_output=True, text=True, check=False, env=environment_for(None))
-    if done.returncode != 0:
-        raise LabFailure(done.stderr.strip())
-    return done.stdout
 
 
 class Radios:
@@ -105,6 +97,8 @@ class Radios:
     def tick(self) -> None:
         self._portal.admit_guests()
         if all(each.radio_state() == "played" for each in self._lab.access_points):
+            for each in self._lab.access_points:
+                each.forget_output()
             self._start()
 
 

@@ -6,6 +6,7 @@ import signal
 from lab.site.access_point import AccessPoint
 from lab.site.authority import Authority
 from lab.site.controller import Controller
+from lab.site.http_api import HttpApi
 from lab.site.waiting import wait_until
 from steps import (add_access_point, associate, client_mac, events, lost, status, wait_for_association, wait_for_line,
                    wait_until_ready)
@@ -60,6 +61,19 @@ def test_certificate_that_ends_soon_is_told(lab):
     replace(lab, access_point, 1)
     wait_for_line(told, "within 1 day")
     assert told.read_text().count("the certificate ends at ") == 2
+
+
+def test_http_certificate_that_ends_soon_is_told(lab):
+    api = HttpApi(lab.directory, lab.authority, days=6)
+    lab.controller.start(*api.options)
+    certificate = lab.controller.identity.key.parent / "http.pem"
+    told = lab.controller.process.err
+    wait_for_line(told, f"{certificate}: the certificate ends at ")
+    assert told.read_text().count("the certificate ends at ") == 1
+    certificate.write_text("none")
+    lab.controller.process.signal(signal.SIGHUP)
+    wait_for_line(told, "keeping the former HTTP certificate: ")
+    assert "read the certificates anew" in told.read_text()
 
 
 def test_authority_whose_certificate_ends_soon_is_told(lab):

@@ -61,12 +61,14 @@ def start(programs, tmp_path):
         each.process.kill()
 
 
-def test_small_site_has_real_access_points_that_are_enrolled(start):
+def test_small_site_has_real_access_points_that_are_enrolled(start, tmp_path):
     site = start("--aps", "2", "--stations", "10", "--seed", "1", "--speed", "60")
     assert "<html" in site.get("")
     wait_until(lambda: len(site.rows("api/v1/access-points?state=up")) == 2, "both access points are up",
                PATIENCE_SECONDS)
     wait_until(lambda: site.rows("api/v1/clients"), "stations come", PATIENCE_SECONDS)
+    assert json.loads(site.get("api/v1/stats"))["records"] > 0
+    assert not list(tmp_path.glob("*/site_controller.out")), "the records fill the disk"
     assert [(each["name"], each["state"]) for each in site.rows("api/v1/enrolments")] == [
         ("ap1", "enrolled"), ("ap2", "enrolled")]
     site.end()
