@@ -46,6 +46,7 @@ class Plan:
     rate: float  # events of stations a second
     seconds: int
     options: tuple[str, ...]  # of the controller
+    with_store: bool
 
 
 class Controller:
@@ -58,6 +59,8 @@ class Controller:
         self._command = [plan.programs / "site_controller", "--port-file", self._port_file, "--ca",
                          authority.certificate, "--certificate", identity.certificate, "--key", identity.key,
                          "--control", self._control, "--json", *plan.options]
+        if plan.with_store:
+            self._command += ["--store", directory / "site.db", "--serve-unenrolled"]
         self._process: subprocess.Popen[bytes] | None = None
 
     @property
@@ -232,10 +235,13 @@ def median(values: list[float]) -> float:
 
 
 def report(sizes: list[Size], samples: dict[Size, list[dict[str, float]]]) -> None:
-    print(f"{'median of ' + str(len(samples[sizes[0]])):<40}" + "".join(f"{str(size):>20}" for size in sizes))
+    headings = [*map(str, sizes), "last to first"]
+    print(f"{'median of ' + str(len(samples[sizes[0]])):<40}" + "".join(f"{each:>20}" for each in headings))
     for what in dict.fromkeys(what for size in sizes for what in samples[size][0]):
         columns = [[sample[what] for sample in samples[size] if what in sample] for size in sizes]
-        print(f"{what:<40}" + "".join(f"{median(values):>20.4g}" if values else f"{'-':>20}" for values in columns))
+        medians = [median(values) if values else None for values in columns]
+        ratio = medians[-1] / medians[0] if medians[-1] and medians[0] else None
+        print(f"{what:<40}" + "".join(f"{'-':>20}" if each is None else f"{each:>20.4g}" for each in (*medians, ratio)))
 
 
 def parse_size(text: str) -> Size:
@@ -252,12 +258,13 @@ def main() -> int:
     parser.add_argument("--rate", type=float, default=600, help="events of stations a second; default 600")
     parser.add_argument("--seconds", type=int, default=15, help="of these events; default 15")
     parser.add_argument("--option", action="append", default=[], help="of the controller; may be repeated")
+    parser.add_argument("--store", action="store_true", help="with SQLite")
     parser.add_argument("--json", type=Path, help="where to write all samples")
     given = parser.parse_args()
     hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
     sizes = given.size or [Size(10, 10_000), Size(1_000, 100_000)]
-    plan = Plan(given.programs, given.rate, given.seconds, tuple(given.option))
+    plan = Plan(given.programs, given.rate, given.seconds, tuple(given.option), given.store)
     samples: dict[Size, list[dict[str, float]]] = {size: [] for size in sizes}
     try:
         for _ in range(given.rounds):
