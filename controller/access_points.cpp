@@ -29,6 +29,18 @@ access_points::claim access_points::identify(tunnel_id id, const mac_address &ap
     return claim::bound;
 }
 
+const ap_losses *access_points::losses_of(const mac_address &ap) const {
+    const auto found = losses_.find(ap);
+    return found == losses_.end() ? nullptr : &found->second;
+}
+
+void access_points::add_losses(const mac_address &ap, const ap_losses &more) {
+    ap_losses &to = losses_[ap];
+    to.malformed += more.malformed;
+    to.frames_ignored += more.frames_ignored;
+    to.messages_unsent += more.messages_unsent;
+}
+
 std::optional<tunnel_id> access_points::tunnel_of(const mac_address &ap) const {
     const auto found = tunnels_.find(ap);
     return found == tunnels_.end() || !links_.at(found->second).ap ? std::nullopt : std::optional(found->second);

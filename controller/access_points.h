@@ -12,6 +12,13 @@
 
 namespace controller {
 
+// Of one access point, since the start.
+struct ap_losses {
+    std::uint64_t malformed = 0;        // records
+    std::uint64_t frames_ignored = 0;   // for another destination
+    std::uint64_t messages_unsent = 0;  // the tunnel was full or ended before
+};
+
 struct access_point_link {
     peer other;
     std::optional<mac_address> ap;  // none before its first message
@@ -35,6 +42,10 @@ public:
 
     void count_records(tunnel_id id, std::size_t number) { links_.at(id).records += number; }
 
+    // Null when nothing was lost.
+    const ap_losses *losses_of(const mac_address &ap) const;
+    void add_losses(const mac_address &ap, const ap_losses &more);
+
     access_point_link &link(tunnel_id id) { return links_.at(id); }
     // Of an access point that can be sent messages.
     std::optional<tunnel_id> tunnel_of(const mac_address &ap) const;
@@ -47,6 +58,7 @@ public:
 private:
     std::map<tunnel_id, access_point_link> links_;
     std::map<mac_address, tunnel_id> tunnels_;  // the latest of each access point
+    std::map<mac_address, ap_losses> losses_;
 };
 
 }  // namespace controller

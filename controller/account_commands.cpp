@@ -1,9 +1,11 @@
 #include "controller/account_commands.h"
 
+#include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "controller/render.h"
 #include "controller/site.h"
+#include "tunnel/certificate_life.h"
 
 namespace controller {
 
@@ -20,6 +22,16 @@ role role_word(const std::string &word) {
     return *found;
 }
 
+std::chrono::days days_word(const std::string &word) {
+    unsigned days = 0;
+    const char *const last = word.data() + word.size();
+    const auto [end, error] = std::from_chars(word.data(), last, days);
+    if (error != std::errc() || end != last || days < token_days_min || days > token_days_max) {
+        throw refused("expected " + std::to_string(token_days_min) + " to " + std::to_string(token_days_max) + " days");
+    }
+    return std::chrono::days(days);
+}
+
 std::string list_operators(const accounts &of, bool as_json) {
     std::string text;
     for (const auto &[name, account] : of.operators()) {
@@ -33,8 +45,13 @@ std::string list_tokens(const accounts &of, bool as_json) {
     std::string text;
     for (const auto &[id, token] : of.tokens()) {
         const char *may = name_of(token.may);
-        const json row = {{"id", id}, {"operator", token.operator_name}, {"role", may}};
-        text += (as_json ? to_line(row) : id + "  " + token.operator_name + "  " + may) + '\n';
+        const std::string end = token.expires ? kx::format_utc(*token.expires) : "";
+        const json row = {{"id", id},
+                          {"operator", token.operator_name},
+                          {"role", may},
+                          {"expires", end.empty() ? json(nullptr) : json(end)}};
+        text += as_json ? to_line(row) : id + "  " + token.operator_name + "  " + may;
+        text += (as_json || end.empty() ? "" : "  until " + end) + '\n';
     }
     return text;
 }
@@ -57,13 +74,15 @@ account_result run_account_command(accounts &of, std::string_view name, const wo
     if (name == "token-remove") {
         return {of.remove_token(arguments[0]), ""};
     }
+    const wall_time now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    const auto valid = arguments.size() > 4 ? std::optional(days_word(arguments[4])) : std::nullopt;
     return {of.add_token({.id = arguments[2],
                           .operator_name = arguments[0],
                           .may = role_word(arguments[1]),
                           .hash = arguments[3],
                           .note = "",
-                          .created = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()),
-                          .expires = std::nullopt}),
+                          .created = now,
+                          .expires = valid ? std::optional(now + *valid) : std::nullopt}),
             ""};
 }
 

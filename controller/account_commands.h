@@ -11,6 +11,8 @@
 
 namespace controller {
 
+inline constexpr unsigned token_days_min = 1, token_days_max = 3650;  // for which a token may be valid
+
 struct account_result {
     std::optional<change> made;  // to be stored
     std::string text;            // lines to be printed

@@ -61,9 +61,9 @@ daemon::daemon(const options &chosen, option_reader reread)
     store_ = open_store(chosen_.store, waker_, [this](const std::string &text) { output_.note(text); });
     start_site();
     start_tunnels();
-    expiry_ = std::make_unique<expiry_check>(base_.get(), chosen_, *tunnels_, output_);
     start_control();
     start_http();
+    expiry_ = std::make_unique<expiry_check>(base_.get(), chosen_, *tunnels_, http_.get(), output_);
     announce();
 }
 
@@ -156,11 +156,16 @@ void daemon::stop() {
     event_base_loopexit(base_.get(), nullptr);
 }
 
-// Reads the files anew. Keeps the former content of one that cannot be used.
+// Keeps the former content of a file that cannot be used.
 void daemon::reload() {
     reload_options();
-    reload_certificates();
-    reload_acl();
+    read_anew("the certificates", [this] { tunnels_->use(read_certificates(chosen_)); });
+    if (http_ != nullptr) {
+        read_anew("the HTTP certificate", [this] { http_->reload(chosen_.http.certificate, chosen_.http.key); });
+    }
+    if (!chosen_.acl.empty() && exchange_.managed_site() != nullptr) {
+        read_anew("the access lists", [this] { exchange_.managed_site()->replace_acl(mac_acl::load(chosen_.acl)); });
+    }
     expiry_->run();
 }
 
@@ -192,27 +197,12 @@ void daemon::reload_options() {
     }
 }
 
-void daemon::reload_certificates() {
+void daemon::read_anew(const std::string &what, const std::function<void()> &read) {
     try {
-        tunnels_->use(read_certificates(chosen_));
-        if (http_ != nullptr) {
-            http_->reload(chosen_.http.certificate, chosen_.http.key);
-        }
-        output_.note("read the certificates anew");
+        read();
+        output_.note("read " + what + " anew");
     } catch (const std::exception &error) {
-        output_.note(std::string("keeping the former certificates: ") + error.what());
-    }
-}
-
-void daemon::reload_acl() {
-    if (chosen_.acl.empty() || exchange_.managed_site() == nullptr) {
-        return;
-    }
-    try {
-        exchange_.managed_site()->replace_acl(mac_acl::load(chosen_.acl));
-        output_.note("read the access lists anew");
-    } catch (const std::exception &error) {
-        output_.note(std::string("keeping the former access lists: ") + error.what());
+        output_.note("keeping the former " + what.substr(what.find(' ') + 1) + ": " + error.what());
     }
 }
 

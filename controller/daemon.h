@@ -44,8 +44,8 @@ private:
     void stop();
     void reload();
     void reload_options();
-    void reload_certificates();
-    void reload_acl();
+    // Notes whether `read` threw. `what` is "the certificates".
+    void read_anew(const std::string &what, const std::function<void()> &read);
     void note_losses();
 
     options chosen_;
@@ -60,10 +60,10 @@ private:
     accounts accounts_;
     std::unique_ptr<capture> capture_;
     std::unique_ptr<tunnels> tunnels_;
-    std::unique_ptr<expiry_check> expiry_;
     commands commands_{exchange_, &accounts_};
     std::unique_ptr<control_server> control_;
     std::unique_ptr<api::service> http_;
+    std::unique_ptr<expiry_check> expiry_;
     kx::watch ticking_;
     kx::watch keep_alive_;
     kx::watch interrupted_, terminated_, hung_up_, asked_;

@@ -33,6 +33,11 @@ tunnels::callbacks exchange::callbacks() {
                 counters_.displaced++;
                 displaced_.add("too many connections without a certificate: closed the oldest, " + other.address);
             },
+        .on_lost =
+            [this](const mac_address &ap, const tunnels::losses &more) {
+                access_points_.add_losses(
+                    ap, {.frames_ignored = more.frames_ignored, .messages_unsent = more.messages_unsent});
+            },
         .refusal =
             [this](const peer &other) { return enrolments_.refusal(other.mac, other.fingerprint, only_enrolled_); },
     };
@@ -175,8 +180,12 @@ bool exchange::identify(tunnel_id id, message &decoded) {
 void exchange::count(tunnel_id id, const message &decoded) {
     access_points_.count_records(id, decoded.items.size());
     counters_.records += decoded.items.size();
-    counters_.malformed += static_cast<std::uint64_t>(std::ranges::count_if(
+    const auto malformed = static_cast<std::uint64_t>(std::ranges::count_if(
         decoded.items, [](const item &each) { return std::holds_alternative<malformation>(each); }));
+    if (malformed > 0) {
+        counters_.malformed += malformed;
+        access_points_.add_losses(access_points_.link(id).other.mac, {.malformed = malformed});
+    }
 }
 
 }  // namespace controller

@@ -79,6 +79,7 @@ public:
     void serve_only_enrolled(bool only);
     const enrolments &enrolled() const { return enrolments_; }
     // As those of `enrolments`; commit() stores what they change. A tunnel that is refused afterwards is closed.
+    // Refused without a store that keeps them, and for a certificate that the tunnels would not accept.
     void enrol(const mac_address &ap, const std::string &name, const std::string &site, const std::string &certificate);
     void renew_enrolment(const std::string &ap, const std::string &certificate);
     void revoke_enrolment(const std::string &ap);
@@ -108,6 +109,8 @@ private:
     void count(tunnel_id id, const message &decoded);
 
     // exchange_enrolment.cpp
+    void require_lasting_enrolments() const;
+    void require_accepted(const std::string &certificate) const;
     void note(change one);
     void load_enrolments(const contents &from);
     void identify_certificate(const peer &other);

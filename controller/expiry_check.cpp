@@ -4,8 +4,9 @@
 
 namespace controller {
 
-expiry_check::expiry_check(event_base *base, const options &chosen, const tunnels &of, output &to)
-    : chosen_(chosen), tunnels_(of), output_(to), day_passed_(base, -1, EV_PERSIST, [this] { run(); }) {
+expiry_check::expiry_check(event_base *base, const options &chosen, const tunnels &of, const api::service *http,
+                           output &to)
+    : chosen_(chosen), tunnels_(of), http_(http), output_(to), day_passed_(base, -1, EV_PERSIST, [this] { run(); }) {
     day_passed_.start(std::chrono::days(1));
     run();
 }
@@ -13,6 +14,9 @@ expiry_check::expiry_check(event_base *base, const options &chosen, const tunnel
 void expiry_check::run() {
     report(warning_, chosen_.certificate, tunnels_.certificate_end());
     report(authority_warning_, chosen_.ca, tunnels_.authority_end());
+    if (http_ != nullptr) {
+        report(http_warning_, chosen_.http.certificate, http_->certificate_end());
+    }
 }
 
 void expiry_check::report(kx::expiry_warning &of, const std::string &file, std::optional<kx::wall_time> end) {

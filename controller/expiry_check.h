@@ -1,8 +1,9 @@
-// Warns before the controller's own certificate or its authority's ends.
+// Warns before a certificate of the controller, or its authority's, ends.
 #ifndef CONTROLLER_EXPIRY_CHECK_H
 #define CONTROLLER_EXPIRY_CHECK_H
 
 #include "common/events.h"
+#include "controller/api/service.h"
 #include "controller/options.h"
 #include "controller/output.h"
 #include "controller/tunnels.h"
@@ -12,7 +13,8 @@ namespace controller {
 // Checks once a day. All that it is given must outlive it.
 class expiry_check {
 public:
-    expiry_check(event_base *base, const options &chosen, const tunnels &of, output &to);
+    // `http` is null without an HTTP API.
+    expiry_check(event_base *base, const options &chosen, const tunnels &of, const api::service *http, output &to);
 
     // To be called for new certificates.
     void run();
@@ -22,8 +24,9 @@ private:
 
     const options &chosen_;
     const tunnels &tunnels_;
+    const api::service *http_;
     output &output_;
-    kx::expiry_warning warning_, authority_warning_;
+    kx::expiry_warning warning_, authority_warning_, http_warning_;
     kx::watch day_passed_;
 };
 

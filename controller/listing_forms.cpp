@@ -49,10 +49,19 @@ json to_json(const client_row &row) {
 }
 
 json to_json(const ap_row &row) {
-    json made = {{"ap", kx::format_mac(row.ap)}, {"name", text_or_null(row.name)},
-                 {"state", name_of(row.state)},  {"address", nullptr},
-                 {"records", nullptr},           {"certificate_expires", nullptr},
-                 {"stations", row.stations},     {"vaps", json::array()}};
+    const json lost = {{"malformed", row.lost.malformed},
+                       {"frames_ignored", row.lost.frames_ignored},
+                       {"messages_unsent", row.lost.messages_unsent}};
+    json made = {{"ap", kx::format_mac(row.ap)},
+                 {"name", text_or_null(row.name)},
+                 {"state", name_of(row.state)},
+                 {"enrolment", row.enrolled ? json(name_of(*row.enrolled)) : json(nullptr)},
+                 {"address", nullptr},
+                 {"records", nullptr},
+                 {"certificate_expires", nullptr},
+                 {"lost", lost},
+                 {"stations", row.stations},
+                 {"vaps", json::array()}};
     if (row.link) {
         made["address"] = row.link->other.address;
         made["records"] = row.link->records;
@@ -118,7 +127,10 @@ std::string to_text(const ap_row &row) {
                            std::to_string(row.link->records) + " records  certificate ends " +
                            time_of(row.link->other.certificate_end)
                      : "  no tunnel";
+    text += row.enrolled == enrolment_state::revoked ? "  revoked" : "";
     text += "  " + std::to_string(row.stations) + " stations";
+    const std::uint64_t lost = row.lost.malformed + row.lost.frames_ignored + row.lost.messages_unsent;
+    text += lost > 0 ? "  " + std::to_string(lost) + " lost" : "";
     for (const vap_row &each : row.vaps) {
         text += "\n    " + kx::format_mac(each.where.where.bssid) + "  VLAN " + std::to_string(each.vlan) + "  \"" +
                 printable(each.where.ssid) + '"';

@@ -15,8 +15,9 @@ namespace controller {
 //  "pmk": bool}. A name or SSID that is not known is null.
 nlohmann::ordered_json to_json(const client_row &row);
 
-// {"ap": MAC, "name": text or null, "state": "up" | "connecting" | "down", "address", "records": N,
-//  "certificate_expires": "2026-11-22T10:00:00Z", "stations": N, "vaps": [{"bssid": MAC, "ssid", "vlan": N}]}.
+// {"ap": MAC, "name": text or null, "state": "up" | "connecting" | "down", "enrolment": "enrolled" | "renewed" |
+//  "revoked" or null, "address", "records": N, "certificate_expires": "2026-11-22T10:00:00Z", "lost": {"malformed": N,
+//  "frames_ignored": N, "messages_unsent": N}, "stations": N, "vaps": [{"bssid": MAC, "ssid", "vlan": N}]}.
 // "address", "records" and "certificate_expires" are null when it is down.
 nlohmann::ordered_json to_json(const ap_row &row);
 

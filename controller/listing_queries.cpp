@@ -48,6 +48,12 @@ page_wanted read_page(const named_words &from) {
             throw refused("expected a limit from 1 to " + std::to_string(page_rows_max));
         }
     }
+    if (const auto word = find(from, "order")) {
+        if (*word != "ascending" && *word != "descending") {
+            throw refused(R"(expected the order "ascending" or "descending")");
+        }
+        wanted.from_end = *word == "descending";
+    }
     return wanted;
 }
 
@@ -83,7 +89,7 @@ std::optional<State> read_state(const named_words &from, std::span<const State> 
 }  // namespace
 
 client_query parse_client_query(const named_words &from) {
-    allow_only(from, {"mac", "name", "ssid", "ap", "state"});
+    allow_only(from, {"mac", "name", "ssid", "ap", "state", "order"});
     return {.mac = read_range(from),
             .name = find(from, "name").value_or(""),
             .ssid = find(from, "ssid"),
@@ -93,7 +99,7 @@ client_query parse_client_query(const named_words &from) {
 }
 
 ap_query parse_ap_query(const named_words &from) {
-    allow_only(from, {"mac", "name", "state"});
+    allow_only(from, {"mac", "name", "state", "order"});
     return {.mac = read_range(from),
             .name = find(from, "name").value_or(""),
             .state = read_state<link_state>(from, all_link_states),
@@ -114,7 +120,7 @@ acl_query parse_acl_query(const named_words &from) {
 }
 
 enrolment_query parse_enrolment_query(const named_words &from) {
-    allow_only(from, {"mac", "name", "state"});
+    allow_only(from, {"mac", "name", "state", "order"});
     return {.mac = read_range(from),
             .name = find(from, "name").value_or(""),
             .state = read_state<enrolment_state>(from, all_enrolment_states),

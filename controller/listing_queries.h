@@ -29,6 +29,7 @@ inline constexpr std::size_t page_rows_max = 200;
 struct page_wanted {
     std::string cursor;  // as the page before gave it; empty for the first page
     std::size_t limit = page_rows_max;
+    bool from_end = false;  // the last rows first
 };
 
 enum class link_state : std::uint8_t {
@@ -48,7 +49,7 @@ struct client_query {
     std::optional<guest_state> state;
     page_wanted page;
 };
-// "mac" (first digits), "name", "ssid", "ap", "state" (a guest's)
+// "mac" (first digits), "name", "ssid", "ap", "state" (a guest's), "order"
 client_query parse_client_query(const named_words &from);
 
 struct ap_query {
@@ -57,7 +58,7 @@ struct ap_query {
     std::optional<link_state> state;
     page_wanted page;
 };
-// "mac" (first digits), "name", "state"
+// "mac" (first digits), "name", "state", "order"
 ap_query parse_ap_query(const named_words &from);
 
 struct vap_query {
@@ -82,7 +83,7 @@ struct enrolment_query {
     std::optional<enrolment_state> state;
     page_wanted page;
 };
-// "mac" (first digits), "name", "state"
+// "mac" (first digits), "name", "state", "order"
 enrolment_query parse_enrolment_query(const named_words &from);
 
 std::string_view name_of(enrolment_state state);

@@ -69,19 +69,38 @@ bool contains_in_either_case(std::string_view text, std::string_view part) {
 const mac_address &key_of(const mac_address &entry) { return entry; }
 const mac_address &key_of(const auto &entry) { return entry.first; }
 
+// The entries of `from` within the range that follow the cursor, in the order of the listing or against it.
+template <class Table>
+auto rest_of(const Table &from, const mac_range &within, const page_wanted &wanted) {
+    struct {
+        decltype(from.begin()) first, end;
+    } rest = {from.lower_bound(within.first), from.upper_bound(within.last)};
+    const auto after = mac_of_cursor(wanted.cursor);
+    if (!after) {
+        return rest;
+    }
+    if (!wanted.from_end && *after >= within.first) {
+        rest.first = *after < within.last ? from.upper_bound(*after) : rest.end;
+    }
+    if (wanted.from_end && *after <= within.last) {
+        rest.end = *after > within.first ? from.lower_bound(*after) : rest.first;
+    }
+    return rest;
+}
+
 // Adds what `row_of` makes of the entries of a map by MAC address or an index, from the page's cursor on.
 template <class Row, class Table, class Maker>
 page<Row> list_map(const Table &from, const mac_range &within, const page_wanted &wanted, const Maker &row_of) {
     page<Row> made;
     budget left(wanted.limit);
-    const auto after = mac_of_cursor(wanted.cursor);
-    auto at = after && *after >= within.first ? from.upper_bound(*after) : from.lower_bound(within.first);
+    auto [first, end] = rest_of(from, within, wanted);
     mac_address passed{};
-    for (; at != from.end() && key_of(*at) <= within.last; ++at) {
+    while (first != end) {
         if (left.spent()) {
             made.next = kx::format_mac(passed);
             break;
         }
+        const auto at = wanted.from_end ? --end : first++;
         left.pass();
         passed = key_of(*at);
         if (std::optional<Row> row = row_of(*at)) {
@@ -114,11 +133,6 @@ std::string ssid_at(const access_point &at, const mac_address &bssid) {
     return found == at.vaps.end() ? "" : ssid_of(found->second.ssid);
 }
 
-named_place name_place(const site_tables &in, const place &where) {
-    const access_point *const ap = in.find_ap(where.ap);
-    return ap == nullptr ? named_place{where, "", ""} : named_place{where, ap->name, ssid_at(*ap, where.bssid)};
-}
-
 client_row row_of(const site_tables &in, const mac_address &mac, const client &state) {
     return {.client = mac,
             .name = in.name_of(mac),
@@ -148,15 +162,21 @@ link_state state_of(const access_point_link *link) {
     return link->ap ? link_state::up : link_state::connecting;
 }
 
+// Nothing but that a client had its home there, before the access point was removed.
+bool is_only_a_home(const access_point &of) { return of.name.empty() && of.vaps.empty() && of.clients == 0; }
+
 // `state` is null when the controller only listens.
 std::optional<ap_row> wanted_row(const mac_address &ap, const access_point_link *link, const access_point *state,
                                  const ap_query &wanted) {
+    if (link == nullptr && is_only_a_home(*state)) {
+        return std::nullopt;
+    }
     const std::string &name = state != nullptr ? state->name : link->other.name;
     const link_state now = state_of(link);
     if (!contains_in_either_case(name, wanted.name) || (wanted.state && now != *wanted.state)) {
         return std::nullopt;
     }
-    ap_row row{.ap = ap, .name = name, .state = now, .link = {}, .vaps = {}};
+    ap_row row{.ap = ap, .name = name, .state = now, .enrolled = {}, .link = {}, .lost = {}, .vaps = {}};
     if (link != nullptr) {
         row.link = *link;
     }
@@ -170,6 +190,11 @@ std::optional<ap_row> wanted_row(const mac_address &ap, const access_point_link 
 }
 
 }  // namespace
+
+named_place name_place(const site_tables &in, const place &where) {
+    const access_point *const ap = in.find_ap(where.ap);
+    return ap == nullptr ? named_place{where, "", ""} : named_place{where, ap->name, ssid_at(*ap, where.bssid)};
+}
 
 page<client_row> list_clients(const site_tables &of, const client_query &wanted) {
     const access_point *const ap = wanted.ap.empty() ? nullptr : &find_named_ap(of, wanted.ap);
@@ -221,15 +246,24 @@ page<vap_row> list_vaps(const site_tables &of, const vap_query &wanted) {
     return made;
 }
 
-page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted) {
+page<ap_row> list_access_points(const access_points &links, const enrolments &enrolled, const site_tables *managed,
+                                const ap_query &wanted) {
+    const auto make = [&](const mac_address &ap, const access_point *state) {
+        std::optional<ap_row> row = wanted_row(ap, links.find(ap), state, wanted);
+        if (const enrolment *known = row ? enrolled.find(ap) : nullptr) {
+            row->enrolled = known->state();
+        }
+        if (const ap_losses *lost = row ? links.losses_of(ap) : nullptr) {
+            row->lost = *lost;
+        }
+        return row;
+    };
     if (managed == nullptr) {
-        return list_map<ap_row>(links.by_mac(), wanted.mac, wanted.page, [&](const auto &entry) {
-            return wanted_row(entry.first, links.find(entry.first), nullptr, wanted);
-        });
+        return list_map<ap_row>(links.by_mac(), wanted.mac, wanted.page,
+                                [&](const auto &entry) { return make(entry.first, nullptr); });
     }
-    return list_map<ap_row>(managed->aps(), wanted.mac, wanted.page, [&](const auto &entry) {
-        return wanted_row(entry.first, links.find(entry.first), entry.second.get(), wanted);
-    });
+    return list_map<ap_row>(managed->aps(), wanted.mac, wanted.page,
+                            [&](const auto &entry) { return make(entry.first, entry.second.get()); });
 }
 
 page<enrolment_row> list_enrolments(const enrolments &of, const access_points &links, const enrolment_query &wanted) {

@@ -19,7 +19,7 @@ namespace controller {
 
 template <class Row>
 struct page {
-    std::vector<Row> rows;  // in the order of their keys
+    std::vector<Row> rows;  // in the order of their keys, or against it
     std::string next;       // the cursor of the next page; empty after the last one
 };
 
@@ -29,6 +29,8 @@ struct named_place {
     std::string ap_name;
     std::string ssid;  // any bytes, without padding
 };
+
+named_place name_place(const site_tables &in, const place &where);
 
 struct client_row {
     mac_address client;
@@ -53,12 +55,15 @@ struct ap_row {
     mac_address ap;
     std::string name;
     link_state state;
-    std::optional<access_point_link> link;  // none when it is down
-    std::size_t stations = 0;               // clients that it serves
+    std::optional<enrolment_state> enrolled;  // none when it is not
+    std::optional<access_point_link> link;    // none when it is down
+    ap_losses lost;
+    std::size_t stations = 0;  // clients that it serves
     std::vector<vap_row> vaps;
 };
 // `managed` is null when the controller only listens; only access points with a tunnel are listed then.
-page<ap_row> list_access_points(const access_points &links, const site_tables *managed, const ap_query &wanted);
+page<ap_row> list_access_points(const access_points &links, const enrolments &enrolled, const site_tables *managed,
+                                const ap_query &wanted);
 
 struct enrolment_row {
     mac_address ap;

@@ -24,6 +24,15 @@ mac_index::iterator &mac_index::iterator::operator++() {
     return *this;
 }
 
+mac_index::iterator &mac_index::iterator::operator--() {
+    if (at_ == 0) {
+        --in_;
+        at_ = in_->second.size();
+    }
+    at_--;
+    return *this;
+}
+
 // The block in which the address is or would be; the first one when it is below all. None when there is no block.
 mac_index::block_map::const_iterator mac_index::block_of(const kx::mac_address &sought) const {
     const auto above = blocks_.upper_bound(sought);

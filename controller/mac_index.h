@@ -20,7 +20,7 @@ public:
     // Any change of the index invalidates it.
     class iterator {
     public:
-        using iterator_category = std::forward_iterator_tag;
+        using iterator_category = std::bidirectional_iterator_tag;
         using value_type = kx::mac_address;
         using difference_type = std::ptrdiff_t;
         using pointer = const kx::mac_address *;
@@ -32,6 +32,12 @@ public:
         iterator operator++(int) {
             iterator before = *this;
             ++*this;
+            return before;
+        }
+        iterator &operator--();
+        iterator operator--(int) {
+            iterator before = *this;
+            --*this;
             return before;
         }
         bool operator==(const iterator &) const = default;

@@ -51,6 +51,44 @@ void site::ap_down(const mac_address &ap) {
     peers_.ap_down(ap);
 }
 
+outbox site::forget_ap(const mac_address &mac) {
+    access_point *const gone = tables_.find_ap(mac);
+    if (gone == nullptr || gone->up) {
+        return {};
+    }
+    for (const mac_address &each : gone->checks.stations()) {
+        tables_.check_closed(*gone, tables_.get(each));
+    }
+    gone->checks.restart();
+    for (const mac_index &held : {mac_index(gone->holds), mac_index(gone->listed)}) {
+        for (const mac_address &each : held) {
+            tables_.release(*gone, tables_.get(each));
+            lose_ap(mac, tables_.get(each));
+        }
+    }
+    for (const mac_address &each : std::set(gone->without_vlan)) {
+        lose_ap(mac, tables_.get(each));
+    }
+    correcting_.erase(mac);
+    tables_.erase(*gone);
+    return finish();
+}
+
+void site::lose_ap(const mac_address &gone, station &of) {
+    if (!of.client) {
+        return;
+    }
+    client state = *of.client;
+    if (state.now.ap == gone) {
+        drop_client(of);
+    } else if (state.home.ap == gone) {
+        state.home = state.now;
+        state.home_vlan = tables_.vlan_of(state.now);
+        tables_.set_client(of, state);
+        note(of, client_event::corrected);
+    }
+}
+
 outbox site::handle(const message &from) {
     if (!from.ap) {
         return {};

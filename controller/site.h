@@ -61,6 +61,9 @@ public:
     // A tunnel has come up, and a request for bulk information (type 16) was sent through it first.
     void ap_up(const mac_address &ap);
     void ap_down(const mac_address &ap);
+    // The access point will not come back. Its clients leave; those whose home it is have it where they are. Nothing
+    // happens while it is up.
+    [[nodiscard]] outbox forget_ap(const mac_address &ap);
     [[nodiscard]] outbox handle(const message &from);
     // It carries clients that roamed to another VLAN, and other access points reach it at this address, which is not 0.
     // To be called for each tunnel, once it is up.
@@ -108,6 +111,7 @@ private:
     bool is_stale(const access_point &ap, const record &one) const;
     bool defer_if_unclear(access_point &ap, const record &one);
     void vap_configured(access_point &ap, const record &);
+    void lose_ap(const mac_address &gone, station &of);
     outbox finish();
 
     // site_clients.cpp

@@ -30,6 +30,19 @@ access_point *site_tables::find_ap(const mac_address &mac) const {
     return found == ap_index_.end() ? nullptr : found->second;
 }
 
+void site_tables::erase(access_point &gone) {
+    for (const auto &[bssid, config] : gone.vaps) {
+        const auto known = vaps_.find(bssid);
+        std::erase(known->second, &gone);
+        if (known->second.empty()) {
+            vaps_.erase(known);
+        }
+    }
+    const mac_address mac = gone.mac;
+    ap_index_.erase(mac);
+    aps_.erase(mac);
+}
+
 std::vector<mac_address> site_tables::configure(access_point &at, const mac_address &bssid, vap config) {
     const std::uint32_t vlan = config.vlan;
     if (vlan_of({at.mac, bssid}) != vlan) {

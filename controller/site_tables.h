@@ -68,6 +68,8 @@ public:
     // Adds it when it is new.
     access_point &ap(const mac_address &mac);
     access_point *find_ap(const mac_address &mac) const;
+    // It must hold no station, and be the home of none whose VLAN is missing. It is deleted.
+    void erase(access_point &gone);
     const ap_table &aps() const { return aps_; }
 
     // Adds or changes a VAP, and completes the clients whose home it is. Returns those.

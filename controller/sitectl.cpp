@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "common/command_line.h"
+#include "controller/account_commands.h"
 #include "controller/account_secret.h"
 #include "controller/bundle_commands.h"
 #include "controller/commands.h"
@@ -42,6 +43,7 @@ struct options {
     bool json = false;
     double watch_seconds = 0;
     std::optional<std::size_t> limit;
+    std::optional<unsigned> token_days;
     controller::bundle_request bundle;
     controller::new_site site{
         .directory = "", .addresses = {}, .state_directory = "/var/lib/kx-site", .run_directory = "/run/kx-site"};
@@ -145,6 +147,7 @@ std::string describe(const std::string &filter) {
         {"index", "Only the list of this MAC ACL index"},
         {"mac", "Only MAC addresses with these first digits"},
         {"name", "Only names that contain this text"},
+        {"order", "\"descending\" for the last rows first"},
         {"ssid", "Only on this SSID"},
         {"state", "Only in this state"},
     };
@@ -206,6 +209,12 @@ void add_subcommand(CLI::App &to, const command_usage &usage, std::list<subcomma
     }
     if (controller::makes_bundle(usage.name)) {
         add_bundle_options(*added, usage, chosen.bundle);
+    } else if (!usage.own_options.empty()) {
+        added
+            ->add_option("--days", chosen.token_days,
+                         "Days for which the token is valid; without it, until it is removed")
+            ->type_name("DAYS")
+            ->check(CLI::Range(controller::token_days_min, controller::token_days_max));
     }
     if (usage.is_listing()) {
         added->add_option("--limit", chosen.limit, "At most so many rows")
@@ -268,6 +277,9 @@ int carry_out(subcommand &given, options &chosen) {
         secret.arguments = bundle.make(given.usage->name, given.arguments.front(), chosen.bundle, site, chosen.control);
     }
     given.arguments.insert(given.arguments.end(), secret.arguments.begin(), secret.arguments.end());
+    if (chosen.token_days) {
+        given.arguments.push_back(std::to_string(*chosen.token_days));
+    }
     const auto made = [&] { return makes_bundle ? made_row{"bundle", bundle.keep()} : made_row{"token", secret.text}; };
     try {
         return run(given, chosen, made);

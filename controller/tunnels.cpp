@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tunnel/tunnel_tls.h"
+
 namespace controller {
 
 namespace {
@@ -114,7 +116,9 @@ bool tunnels::send(tunnel_id to, std::uint32_t destination, std::span<const std:
         return false;
     }
     const bool sent = found->second.connection->send(destination, message);
-    lost_.messages_unsent += sent ? 0 : 1;
+    if (!sent) {
+        count(found->second.other.mac, {.messages_unsent = 1});
+    }
     if (sent && handlers_.on_passage) {
         handlers_.on_passage(
             {.other = found->second.other, .to_controller = false, .destination = destination, .message = message});
@@ -150,6 +154,10 @@ void tunnels::use(std::shared_ptr<SSL_CTX> tls) {
             close(id, "its certificate is not accepted any more: " + reason);
         }
     }
+}
+
+std::string tunnels::find_fault(const std::string &certificate) const {
+    return kx::check_client_certificate(certificate, tls_.get());
 }
 
 void tunnels::recheck() {
@@ -320,7 +328,7 @@ void tunnels::came_up(tunnel_id which) {
 
 void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message) {
     if (destination != client_manager_destination && destination != kx::tunnel_destination_own) {
-        lost_.frames_ignored++;
+        count(tunnels_.at(from).other.mac, {.frames_ignored = 1});
         return;
     }
     if (handlers_.on_passage) {
@@ -334,16 +342,27 @@ void tunnels::received(tunnel_id from, std::uint32_t destination, std::span<cons
     }
 }
 
+void tunnels::count(const mac_address &ap, const losses &more) {
+    lost_.messages_unsent += more.messages_unsent;
+    lost_.frames_ignored += more.frames_ignored;
+    if (handlers_.on_lost && more.messages_unsent + more.frames_ignored > 0) {
+        handlers_.on_lost(ap, more);
+    }
+}
+
 void tunnels::went_down(tunnel_id which, const std::string &reason) {
     if (const auto found = tunnels_.find(which); found == tunnels_.end()) {
         if (const auto closed = closing_.extract(which)) {
-            lost_.messages_unsent += closed.mapped()->unsent();
+            const auto &connection = *closed.mapped();
+            count(connection.peer_mac().value_or(mac_address{}), {.messages_unsent = connection.unsent()});
         }
         return;
     }
     const tunnel gone = std::move(tunnels_.extract(which).mapped());
     handshake_ended(which);
-    lost_.messages_unsent += gone.connection == nullptr ? 0 : gone.connection->unsent();
+    if (gone.connection != nullptr) {
+        count(gone.other.mac, {.messages_unsent = gone.connection->unsent()});
+    }
     if (const auto next = find(gone.other.mac, true, which); next && gone.probe == nullptr) {
         tunnels_.at(*next).probe.reset();
         tunnels_.at(*next).connection->admit();

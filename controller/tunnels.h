@@ -51,6 +51,11 @@ struct passage {
 
 class tunnels {
 public:
+    struct losses {
+        std::uint64_t messages_unsent = 0;  // the tunnel was full or ended before
+        std::uint64_t frames_ignored = 0;   // for another destination
+    };
+
     struct callbacks {
         std::function<void(tunnel_id, const peer &)> on_up;
         std::function<void(tunnel_id, std::span<const std::uint8_t> message)>
@@ -62,13 +67,10 @@ public:
         std::function<void(const std::string &reason)> on_accept_error;
         std::function<void(const peer &)> on_displaced;  // it had not come up and made room for a newer connection
         std::function<void(const passage &)> on_passage = nullptr;
+        // What was lost with an access point. Null for none.
+        std::function<void(const mac_address &, const losses &)> on_lost = nullptr;
         // Why an access point with an accepted certificate is not served all the same; empty when it is. Null for all.
         std::function<std::string(const peer &)> refusal = nullptr;
-    };
-
-    struct losses {
-        std::uint64_t messages_unsent = 0;  // the tunnel was full or ended before
-        std::uint64_t frames_ignored = 0;   // for another destination
     };
 
     // Listens on `address`:`port`; port 0 is any free port. `probe` is the time in which the tunnel of an access point
@@ -95,6 +97,8 @@ public:
     void close(tunnel_id which, const std::string &reason);
     // Uses other certificates from now on, and closes the tunnels whose certificate they do not accept.
     void use(std::shared_ptr<SSL_CTX> tls);
+    // Why an access point with this certificate, PEM, would not be accepted; empty when it would.
+    std::string find_fault(const std::string &certificate) const;
     // Closes the tunnels for which there is a refusal now.
     void recheck();
 
@@ -130,6 +134,7 @@ private:
     bool send(tunnel_id to, std::uint32_t destination, std::span<const std::uint8_t> message);
     void received(tunnel_id from, std::uint32_t destination, std::span<const std::uint8_t> message);
     void went_down(tunnel_id which, const std::string &reason);
+    void count(const mac_address &ap, const losses &more);
 
     event_base *base_;
     std::shared_ptr<SSL_CTX> tls_;

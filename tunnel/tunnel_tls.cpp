@@ -1,6 +1,7 @@
 #include "tunnel/tunnel_tls.h"
 
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
 #include <new>
@@ -93,11 +94,12 @@ void require_host(SSL *ssl, const std::string &host) {
     }
 }
 
-std::string recheck_peer(const SSL *ssl, SSL_CTX *tls) {
+namespace {
+
+std::string verify(X509 *certificate, STACK_OF(X509) * chain, SSL_CTX *tls) {
     const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> check(X509_STORE_CTX_new(),
                                                                                 X509_STORE_CTX_free);
-    if (check == nullptr || X509_STORE_CTX_init(check.get(), SSL_CTX_get_cert_store(tls),
-                                                SSL_get0_peer_certificate(ssl), SSL_get_peer_cert_chain(ssl)) != 1) {
+    if (check == nullptr || X509_STORE_CTX_init(check.get(), SSL_CTX_get_cert_store(tls), certificate, chain) != 1) {
         throw std::bad_alloc();
     }
     X509_STORE_CTX_set_default(check.get(), "ssl_client");
@@ -106,6 +108,24 @@ std::string recheck_peer(const SSL *ssl, SSL_CTX *tls) {
     }
     ERR_clear_error();
     return X509_verify_cert_error_string(X509_STORE_CTX_get_error(check.get()));
+}
+
+}  // namespace
+
+std::string recheck_peer(const SSL *ssl, SSL_CTX *tls) {
+    return verify(SSL_get0_peer_certificate(ssl), SSL_get_peer_cert_chain(ssl), tls);
+}
+
+std::string check_client_certificate(const std::string &pem, SSL_CTX *tls) {
+    const std::unique_ptr<BIO, decltype(&BIO_free_all)> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
+                                                             BIO_free_all);
+    const std::unique_ptr<X509, decltype(&X509_free)> read(
+        text == nullptr ? nullptr : PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free);
+    if (read == nullptr) {
+        ERR_clear_error();
+        return "it cannot be read";
+    }
+    return verify(read.get(), nullptr, tls);
 }
 
 }  // namespace kx

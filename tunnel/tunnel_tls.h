@@ -19,9 +19,10 @@ ssl_ptr make_ssl(SSL_CTX *tls);
 // Makes OpenSSL check that the peer's certificate is valid for `host`, an address or a name.
 void require_host(SSL *ssl, const std::string &host);
 
-// Verifies the certificate of a connected client with the authorities and the revocation list of `tls`. Returns the
-// reason why it is not accepted, empty when it is.
+// Both verify a client's certificate with the authorities and the revocation list of `tls`. They return the reason why
+// it is not accepted, empty when it is.
 std::string recheck_peer(const SSL *ssl, SSL_CTX *tls);
+std::string check_client_certificate(const std::string &pem, SSL_CTX *tls);
 
 }  // namespace kx
 

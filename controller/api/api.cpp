@@ -103,10 +103,16 @@ void api::carry_out(const call &by, const operation &what, const reply &answer, 
     });
 }
 
-void api::read_aside(std::function<nlohmann::ordered_json()> read, const reply &answer) {
-    const auto work = [read = std::move(read), answer]() -> worker::delivery {
+void api::read_aside(std::function<nlohmann::ordered_json()> read, const reply &answer,
+                     std::function<void(nlohmann::ordered_json &)> complete) {
+    const auto work = [read = std::move(read), answer, complete = std::move(complete)]() -> worker::delivery {
         try {
-            return [answer, made = json_response(read())] { answer(made); };
+            return [answer, complete, made = read()]() mutable {
+                if (complete) {
+                    complete(made);
+                }
+                answer(json_response(made));
+            };
         } catch (const store_error &why) {
             return [answer, made = problem(503, why.what())] { answer(made); };
         }

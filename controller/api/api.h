@@ -23,6 +23,7 @@
 #include "controller/api/worker.h"
 #include "controller/exchange.h"
 #include "controller/store/store.h"
+#include "tunnel/certificate_life.h"
 
 namespace controller::api {
 
@@ -46,6 +47,9 @@ public:
     // To be called once a second.
     void tick();
 
+    // The end of the certificate that the server presents, for the statistics; none when it is not known.
+    void certificate_ends(std::optional<kx::wall_time> when) { certificate_end_ = when; }
+    std::optional<kx::wall_time> certificate_end() const { return certificate_end_; }
     event_feed &events() { return events_; }
     const router &routes() const { return router_; }
     // Another number after each change of what somebody may do.
@@ -70,8 +74,10 @@ private:
     };
     // Makes a change and adds it to the audit list. Answers once both are durable.
     void carry_out(const call &by, const operation &what, const reply &answer, const std::function<void()> &make);
-    // Answers with what `read` returns, which runs in the worker's thread and may throw store_error.
-    void read_aside(std::function<nlohmann::ordered_json()> read, const reply &answer);
+    // Answers with what `read` returns, which runs in the worker's thread and may throw store_error. `complete` adds to
+    // it in the loop; null when nothing is to be added.
+    void read_aside(std::function<nlohmann::ordered_json()> read, const reply &answer,
+                    std::function<void(nlohmann::ordered_json &)> complete = nullptr);
     response follow_events(const request &from) const;
     site &managed_site() const;
 
@@ -81,6 +87,7 @@ private:
     event_feed events_;
     roam_history roams_;
     metrics metrics_;
+    std::optional<kx::wall_time> certificate_end_;
 };
 
 }  // namespace controller::api

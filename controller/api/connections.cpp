@@ -2,10 +2,12 @@
 
 #include <event2/bufferevent_ssl.h>
 #include <event2/event.h>
+#include <netdb.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <map>
 
 namespace controller::api {
 
@@ -13,6 +15,17 @@ namespace {
 
 constexpr std::size_t input_max =
     std::size_t{64} * 1024;  // bytes not yet looked at; more than headers or body may have
+
+// Empty when it is not known.
+std::string address_of(int fd) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof(address);
+    char host[NI_MAXHOST];
+    const auto *generic = reinterpret_cast<const sockaddr *>(&address);
+    const bool known = fd >= 0 && getpeername(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0 &&
+                       getnameinfo(generic, length, host, sizeof(host), nullptr, 0, NI_NUMERICHOST) == 0;
+    return known ? host : "";
+}
 
 }  // namespace
 
@@ -65,19 +78,45 @@ void connections::close(connection &one) {
     shutdown(bufferevent_getfd(one.transport), SHUT_RDWR);
 }
 
+// The oldest that is not welcome, or the oldest.
+void connections::close_one(const std::vector<connection *> &among) {
+    const auto stranger = std::ranges::find_if(among, [](const connection *each) { return !each->welcome; });
+    close(**(stranger != among.end() ? stranger : among.begin()));
+}
+
 void connections::make_room() {
-    const auto closing = [](const connection &each) { return each.deadline == steady_time::max(); };
-    const auto open = table_->size() - static_cast<std::size_t>(std::ranges::count_if(*table_, closing));
-    if (open < limits_.count) {
-        return;
+    limit_addresses();
+    std::vector<connection *> open;
+    for (connection &each : *table_) {
+        if (!is_closing(each)) {
+            open.push_back(&each);
+        }
     }
-    const auto stranger =
-        std::ranges::find_if(*table_, [&](const connection &each) { return !each.welcome && !closing(each); });
-    const auto victim = stranger != table_->end() ? stranger : std::ranges::find_if_not(*table_, closing);
-    close(*victim);
+    if (open.size() >= limits_.count) {
+        close_one(open);
+    }
+}
+
+// evhttp gives a connection its socket only after make().
+void connections::limit_addresses() {
+    std::map<std::string, std::vector<connection *>> open;
+    for (connection &each : *table_) {
+        if (each.address.empty()) {
+            each.address = address_of(bufferevent_getfd(each.transport));
+        }
+        if (!is_closing(each) && !each.address.empty()) {
+            open[each.address].push_back(&each);
+        }
+    }
+    for (const auto &[address, all] : open) {
+        if (all.size() > limits_.of_address) {
+            close_one(all);
+        }
+    }
 }
 
 void connections::tick() {
+    limit_addresses();
     const auto now = std::chrono::steady_clock::now();
     for (connection &each : *table_) {
         if (!each.streams && each.deadline <= now) {

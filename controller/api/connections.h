@@ -8,6 +8,8 @@
 #include <chrono>
 #include <list>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "controller/api/sessions.h"
 
@@ -19,6 +21,7 @@ class connections {
 public:
     struct limits {
         std::size_t count = 128;
+        std::size_t of_address = 64;
         std::chrono::milliseconds request_time = std::chrono::seconds(15);  // TLS and a request
         std::chrono::milliseconds answer_time = std::chrono::seconds(30);   // an answer and the next request
         std::chrono::milliseconds silence = std::chrono::seconds(15);       // in which nothing is read or written
@@ -26,12 +29,14 @@ public:
 
     struct connection {
         bufferevent *transport = nullptr;
-        steady_time deadline{};  // by which it is closed
-        bool welcome = false;    // it has sent a token or a session that is valid
-        bool streams = false;    // no deadline: it follows the events
+        std::string address = {};  // of the other end; empty until it is looked at
+        steady_time deadline{};    // by which it is closed
+        bool welcome = false;      // it has sent a token or a session that is valid
+        bool streams = false;      // no deadline: it follows the events
     };
 
-    // At the limit the oldest that is not welcome is closed for each new one, and the oldest if all are.
+    // At the limit the oldest that is not welcome is closed for each new one, and the oldest if all are. So it is for
+    // the connections of one address, but a new one is counted only when the next one comes, or in tick().
     explicit connections(const limits &allowed) : table_(std::make_shared<table>()), limits_(allowed) {}
 
     // A connection that waits for its socket and for the other end's TLS. It belongs to the caller. Null when there is
@@ -52,7 +57,10 @@ private:
 
     static int index();
     static void close(connection &one);
+    static bool is_closing(const connection &one) { return one.deadline == steady_time::max(); }
+    static void close_one(const std::vector<connection *> &among);
     void make_room();
+    void limit_addresses();
 
     std::shared_ptr<table> table_;  // the oldest first; libevent may free a transport after this object
     limits limits_;

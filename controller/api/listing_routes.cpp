@@ -7,6 +7,7 @@
 #include "controller/listings.h"
 #include "controller/statistics.h"
 #include "controller/store/json_lines.h"
+#include "tunnel/certificate_life.h"
 
 namespace controller::api {
 
@@ -31,12 +32,28 @@ json history_json(const history_entry &one) {
                  {"at", format_time(one.at)},
                  {"event", name_of(one.what)},
                  {"ap", kx::format_mac(one.now.ap)},
+                 {"ap_name", nullptr},
                  {"bssid", kx::format_mac(one.now.bssid)},
+                 {"ssid", nullptr},
                  {"ip", nullptr}};
     if (one.ip != 0) {
         made["ip"] = kx::format_ipv4(one.ip);
     }
     return made;
+}
+
+// As far as they are known now.
+void add_names(json &entries, const site_tables &from) {
+    for (json &each : entries) {
+        const named_place found = name_place(from, {*kx::parse_mac(each["ap"].get_ref<const std::string &>()),
+                                                    *kx::parse_mac(each["bssid"].get_ref<const std::string &>())});
+        if (!found.ap_name.empty()) {
+            each["ap_name"] = found.ap_name;
+        }
+        if (!found.ssid.empty()) {
+            each["ssid"] = found.ssid;
+        }
+    }
 }
 
 json store_json(const store_status &of) {
@@ -55,7 +72,8 @@ void api::add_listing_routes() {
     const auto access_points = [this](const call &by, const reply &answer) {
         const site *known = parts_.with.managed_site();
         const site_tables *tables = known == nullptr ? nullptr : &known->tables();
-        answer(page_response(list_access_points(parts_.with.aps(), tables, parse_ap_query(by.what.query))));
+        answer(page_response(
+            list_access_points(parts_.with.aps(), parts_.with.enrolled(), tables, parse_ap_query(by.what.query))));
     };
     const auto vaps = [this](const call &by, const reply &answer) {
         answer(page_response(list_vaps(managed_site().tables(), parse_vap_query(by.what.query))));
@@ -77,6 +95,7 @@ void api::add_listing_routes() {
     };
     const auto stats = [this](const call &, const reply &answer) {
         json made = statistics_of(parts_.with);
+        made["http_certificate_expires"] = certificate_end_ ? kx::format_utc(*certificate_end_) : "unknown";
         made["store"] = store_json(parts_.kept.status());
         answer(json_response(made));
     };
@@ -104,7 +123,12 @@ void api::add_client_routes() {
         const page_of wanted = read_page(by.what);
         read_aside([&kept = parts_.kept, mac = read_mac(by.values[0]),
                     wanted] { return numbered_page(kept.history(mac, wanted), wanted.limit, history_json); },
-                   answer);
+                   answer,
+                   [this](json &made) {
+                       if (const site *known = parts_.with.managed_site()) {
+                           add_names(made["items"], known->tables());
+                       }
+                   });
     };
     router_.add({
         {method::get, "/api/v1/clients/{mac}", role::viewer, client},

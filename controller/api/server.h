@@ -16,6 +16,7 @@
 #include "controller/api/api.h"
 #include "controller/api/connections.h"
 #include "controller/api/event_streams.h"
+#include "tunnel/certificate_life.h"
 
 namespace controller::api {
 
@@ -35,6 +36,7 @@ public:
     std::uint16_t port() const { return port_; }
     // For connections from now on.
     void use(std::shared_ptr<SSL_CTX> tls) { tls_ = std::move(tls); }
+    std::optional<kx::wall_time> certificate_end() const { return kx::end_of_own(tls_.get()); }
     std::size_t event_stream_count() const { return streams_.size(); }
 
 private:

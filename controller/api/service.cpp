@@ -11,6 +11,7 @@ service::service(event_base *base, exchange &with, store &kept, accounts &users,
       api_({.with = with, .kept = kept, .users = users, .aside = worker_, .page = chosen.page}),
       server_(base, make_server_context(chosen.certificate, chosen.key), chosen.address, chosen.port, api_),
       second_(base, -1, EV_PERSIST, [this] { api_.tick(); }) {
+    api_.certificate_ends(server_.certificate_end());
     second_.start(std::chrono::seconds(1));
     with.observe().link = [this](const exchange::link_change &what) { add_event(what); };
     with.observe().changes = [this](std::span<const change> made) { add_events(made); };
@@ -41,6 +42,7 @@ void service::add_event(const exchange::link_change &what) {
 
 void service::reload(const std::string &certificate, const std::string &key) {
     server_.use(make_server_context(certificate, key));
+    api_.certificate_ends(server_.certificate_end());
 }
 
 }  // namespace controller::api

@@ -26,6 +26,7 @@ public:
     event_feed &events() { return api_.events(); }
     // Reads the certificate and the key anew. Throws std::runtime_error.
     void reload(const std::string &certificate, const std::string &key);
+    std::optional<kx::wall_time> certificate_end() const { return api_.certificate_end(); }
 
 private:
     void add_event(const exchange::link_change &what);

@@ -3,7 +3,7 @@ import {address, guestMark} from './client_cells.js';
 import {directory} from './directory.js';
 import {make, name, setText, showKeyed} from './dom.js';
 import {dayLength, minute, time} from './format.js';
-import {staysOf} from './life.js';
+import {joinedHistory, staysOf} from './life.js';
 import {drawLife, legend} from './life_picture.js';
 import {Picture} from './picture.js';
 import {Refusal, ask, session, withQuery} from './server.js';
@@ -31,7 +31,7 @@ function factsOf(row) {
 
 function historyRow(entry) {
   return make('tr', {}, make('td', {}, time(entry.at)), make('td', {}, entry.event),
-              make('td', {}, name(directory.nameOf(entry.ap))), make('td', {}, name(directory.ssidOf(entry.bssid))),
+              make('td', {}, name(entry.ap_name ?? entry.ap)), make('td', {}, name(entry.ssid ?? entry.bssid)),
               make('td', {}, address(entry.ip)));
 }
 
@@ -124,10 +124,9 @@ export function showClient(root, context, mac) {
         return;
       }
       row = found;
-      const oldest = page.items.at(-1)?.number ?? 0;
-      const before = entries.filter(({number}) => number < oldest);
-      older.hidden = before.length === 0 ? page.next === null : older.hidden;
-      entries = [...page.items, ...before];
+      const joined = joinedHistory(page.items, entries);
+      older.hidden = joined.length === page.items.length ? page.next === null : older.hidden;
+      entries = joined;
       showAll();
     } catch (error) {
       context.report(error);

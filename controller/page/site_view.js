@@ -37,10 +37,11 @@ class Rates {
 
 const apColumns = (rates) => [
   {title: 'Access point', kind: 'ap', cell: (row) => make('span', {}, name(row.name ?? '–'), code(row.ap))},
-  {title: 'State', kind: 'state', cell: (row) => stateMark(row.state)},
+  {title: 'State', kind: 'state', cell: (row) => stateMark(row.enrolment === 'revoked' ? 'revoked' : row.state)},
   {title: 'Clients', kind: 'number', cell: (row) => make(
     'a', {href: `#/clients?ap=${encodeURIComponent(row.ap)}`, tabindex: -1}, count(row.stations))},
   {title: 'Records/s', kind: 'number rate', cell: (row) => rates.of(row.ap)},
+  {title: 'Lost', kind: 'number lost', cell: (row) => count(Object.values(row.lost).reduce((a, b) => a + b))},
   {title: 'Networks', kind: 'ssid', cell: (row) => make('span', {}, ...row.vaps.flatMap(({ssid, bssid, vlan}, at) => [
     at > 0 ? ', ' : '', name(ssid ?? bssid), make('span', {class: 'muted'}, ` VLAN ${vlan}`)]))},
   {title: 'Address', kind: 'ip', cell: (row) => row.address ?? '–'},
@@ -49,9 +50,10 @@ const apColumns = (rates) => [
 ];
 
 function numbersOf(stats, aps) {
-  const up = aps.filter(({state}) => state === 'up').length;
+  const wanted = aps.filter(({enrolment}) => enrolment !== 'revoked');
+  const up = wanted.filter(({state}) => state === 'up').length;
   return [
-    ['Access points', `${count(up)} of ${count(aps.length)}`, 'up'],
+    ['Access points', `${count(up)} of ${count(wanted.length)}`, 'up'],
     ['Clients', count(stats.clients ?? 0), 'on the site'],
     ['Guests waiting', count(stats.guests_waiting ?? 0), `${count(stats.guests_approved ?? 0)} approved`],
     ['Records', count(stats.records_per_second), 'a second'],

@@ -35,11 +35,12 @@ function ofCertificate(whose, end, now) {
 }
 
 function ofAccessPoints(aps, now) {
-  const down = aps.filter(({state}) => state === 'down');
+  const wanted = aps.filter(({enrolment}) => enrolment !== 'revoked');
+  const down = wanted.filter(({state}) => state === 'down');
   const made = down.length === 0 ? [] :
     [{level: 'bad',
       text: `${plural(down.length, 'access point has', 'access points have')} no tunnel: ${list(down)}.`}];
-  return [...made, ...aps.map((ap) => ofCertificate(called(ap), ap.certificate_expires, now)).filter(Boolean)];
+  return [...made, ...wanted.map((ap) => ofCertificate(called(ap), ap.certificate_expires, now)).filter(Boolean)];
 }
 
 function ofStore(store) {
@@ -72,6 +73,7 @@ export function warningsOf(aps, stats, now) {
   const all = [
     ...ofAccessPoints(aps, now),
     ofCertificate('the controller', stats.certificate_expires, now),
+    ofCertificate('this page', stats.http_certificate_expires, now),
     ...ofStore(stats.store),
     lost.length === 0 ? null :
       {level: 'warn',

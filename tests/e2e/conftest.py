@@ -10,6 +10,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
+from lab.site.browser import Browser  # noqa: E402
 from lab.site.laboratory import Laboratory  # noqa: E402
 from lab.site.network import enter_own_network  # noqa: E402
 
@@ -75,3 +76,10 @@ def lab(programs: Path, request: pytest.FixtureRequest) -> Iterator[Laboratory]:
     """A lab in which the test starts the controller and the access points."""
     with checked_lab(programs, lambda: request.node.stash.get(FAILED, False)) as made:
         yield made
+
+
+@pytest.fixture(scope="module")
+def browser(own_network: bool, tmp_path_factory: pytest.TempPathFactory) -> Iterator[Browser]:
+    made = Browser(tmp_path_factory.mktemp("profile"))
+    yield made
+    made.close()

@@ -11,6 +11,7 @@ import threading
 import pytest
 
 from lab.site.access_point import AccessPoint
+from lab.site.authority import Authority
 from lab.site.controller import ADDRESS
 from lab.site.enrolment import Enrolment, sitectl, unpack
 from lab.site.failure import LabFailure
@@ -177,6 +178,28 @@ def test_revoked_access_point_is_closed_at_once_and_stays_out(site):
     assert not (site.directory / "no.tar").exists()
 
 
+def test_revocation_outlives_a_restored_backup(site):
+    start(site.access_point("hall", AP_MAC))
+    site.wait_until_up("hall")
+    site.ctl("backup", site.directory / "copy")
+    site.ctl("ap", "revoke", "hall")
+    site.ctl("restore", site.directory / "copy")
+    assert site.row("hall")["state"] == "revoked"
+    site.kill()
+    (site.directory / "site_controller.out").unlink()
+    site.start()
+    site.wait_for_refusal("the access point's enrolment is revoked")
+
+
+def test_removed_access_point_leaves_the_listings(site):
+    start(site.access_point("hall", AP_MAC))
+    site.wait_until_up("hall")
+    site.ctl("ap", "revoke", "hall")
+    assert [(each["name"], each["enrolment"]) for each in site.rows("aps")] == [("hall", "revoked")]
+    site.ctl("ap", "remove", "hall")
+    assert site.rows("aps") == site.rows("vaps") == []
+
+
 def test_former_certificate_is_out_after_the_access_point_has_come_with_the_new_one(site):
     access_point = start(site.access_point("hall", AP_MAC))
     site.wait_until_up("hall")
@@ -235,6 +258,25 @@ def test_bundle_is_kept_when_the_controller_does_not_answer(site):
     with pytest.raises(LabFailure, match="No such file|Connection refused"):
         site.ctl("ap", "add", "hall", "--mac", AP_MAC, "--output", bundle)
     assert not bundle.exists()
+
+
+def test_nobody_is_enrolled_or_revoked_without_a_store(lab, programs):
+    lab.controller.start()
+    for words in (("add", "hall", "--mac", AP_MAC, "--certificate", lab.authority.issue("hall", mac=AP_MAC).certificate),
+                  ("renew", "hall", "--certificate", lab.authority.certificate), ("revoke", "hall"), ("remove", "hall")):
+        with pytest.raises(LabFailure, match="runs without a store|no access point with this name"):
+            sitectl(programs, "--control", lab.controller.control, "ap", *words)
+    assert lab.controller.ask_json("ap-list") == []
+
+
+def test_certificate_of_another_authority_is_not_enrolled(lab, site):
+    foreign = Authority(lab.directory, "foreign").issue("hall", mac=AP_MAC).certificate
+    with pytest.raises(LabFailure, match="not one that the controller accepts"):
+        site.ctl("ap", "add", "hall", "--mac", AP_MAC, "--certificate", foreign)
+    site.ctl("ap", "add", "hall", "--mac", AP_MAC, "--output", site.directory / "hall.tar")
+    with pytest.raises(LabFailure, match="not one that the controller accepts"):
+        site.ctl("ap", "renew", "hall", "--certificate", foreign)
+    assert site.row("hall")["state"] == "enrolled"
 
 
 def test_listing_is_filtered(site):

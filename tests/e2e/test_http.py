@@ -3,11 +3,13 @@
 import json
 import re
 import subprocess
+from datetime import datetime, timedelta, timezone
 from pathlib import Path
 
 import jsonschema
 import pytest
 
+from lab.site.failure import LabFailure
 from lab.site.http_api import HttpApi
 from lab.site.waiting import wait_until
 from steps import add_access_point, associate, bssid_of, client_mac, wait_for_association, wait_until_ready
@@ -20,6 +22,14 @@ PASSWORD = "correct horse battery"
 def api(lab):
     made = HttpApi(lab.directory, lab.authority)
     lab.controller.start(*made.options)
+    return made
+
+
+@pytest.fixture
+def stored_api(lab):
+    """With a store, which enrolments need."""
+    made = HttpApi(lab.directory, lab.authority)
+    lab.controller.start(*made.options, "--store", lab.directory / "site.db", "--serve-unenrolled")
     return made
 
 
@@ -96,7 +106,8 @@ def test_answers_are_as_described(lab, api, token_of):
     assert {200, 201, 204, 401, 409} <= seen
 
 
-def test_access_point_is_enrolled_and_revoked(lab, api, token_of):
+def test_access_point_is_enrolled_and_revoked(lab, stored_api, token_of):
+    api = stored_api
     access_point = add_access_point(lab)
     lab.start()
     admin, target = token_of("admin"), f"/api/v1/enrolments/{access_point.mac}"
@@ -113,6 +124,32 @@ def test_access_point_is_enrolled_and_revoked(lab, api, token_of):
     assert api.ask("DELETE", target, admin).status == 204
     assert api.get("/api/v1/enrolments", admin)["items"] == []
     assert [each["what"] for each in api.get("/api/v1/audit", admin)["items"][:3]] == ["ap-remove", "ap-revoke", "ap-add"]
+
+
+def test_operators_are_those_of_a_restored_backup(lab, stored_api, sitectl, token_of):
+    def status(token):
+        return stored_api.ask("GET", "/api/v1/stats", token).status
+
+    before = token_of("viewer")
+    sitectl("backup", lab.directory / "copy")
+    later = token_of("admin")
+    sitectl("token-remove", before.partition(".")[0])
+    assert (status(before), status(later)) == (401, 200)
+    sitectl("restore", lab.directory / "copy")
+    assert (status(before), status(later)) == (200, 401)
+
+
+def test_token_ends(lab, api, sitectl, token_of):
+    token_of("viewer")
+    brief = sitectl("token-add", "viewer-1", "viewer", "--days", "2").strip()
+    assert api.ask("GET", "/api/v1/stats", brief).status == 200
+    ends = {each["id"]: each["expires"] for each in json.loads(sitectl("--json", "tokens"))}
+    in_two_days = (datetime.now(timezone.utc) + timedelta(days=2)).strftime("%Y-%m-%dT%H")
+    assert ends.pop(brief.partition(".")[0]).startswith(in_two_days)
+    assert list(ends.values()) == [None]
+    for days in ("0", "3651", "x"):
+        with pytest.raises(LabFailure, match="days"):
+            lab.controller.ask("token-add", "viewer-1", "viewer", "id", "hash", days)
 
 
 def test_other_paths_are_not_found(api, token_of):

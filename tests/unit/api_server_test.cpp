@@ -1,4 +1,5 @@
 // The HTTP server's limits, with real sockets and TLS.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
@@ -22,9 +23,12 @@ using std::chrono::seconds;
 // A client whose socket never blocks, so that the server's loop can run in the same thread.
 class http_client {
 public:
-    http_client(event_rig &loop, std::uint16_t port) : loop_(loop), fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+    http_client(event_rig &loop, std::uint16_t port, const char *from = "127.0.0.1")
+        : loop_(loop), fd_(socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
+        inet_pton(AF_INET, from, &address.sin_addr);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
@@ -158,6 +162,25 @@ TEST_F(ApiServer, makes_room_for_a_new_connection) {
     EXPECT_TRUE(ask("GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n", "ok\n").starts_with("HTTP/1.1 200"));
     EXPECT_TRUE(silent.front().is_closed());
     EXPECT_FALSE(known.is_closed());
+}
+
+TEST_F(ApiServer, limits_the_connections_of_an_address) {
+    start({.count = 100, .of_address = 8});
+    const std::string token = rig_.add_operator("ada", role::viewer);
+    http_client known(rig_.loop, server_->port());
+    ASSERT_TRUE(known.start_tls());
+    ASSERT_TRUE(known.send("GET /api/v1/roams HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " + token + "\r\n\r\n"));
+    ASSERT_TRUE(known.receive("items"));
+    http_client elsewhere(rig_.loop, server_->port(), "127.0.0.2");
+    ASSERT_TRUE(elsewhere.start_tls());
+    std::list<http_client> silent;
+    for (int i = 0; i < 10; i++) {
+        ASSERT_TRUE(silent.emplace_back(rig_.loop, server_->port()).start_tls());
+    }
+    EXPECT_TRUE(rig_.loop.run_until([&] { return silent.front().is_closed(); }));
+    EXPECT_FALSE(silent.back().is_closed());
+    EXPECT_FALSE(known.is_closed());
+    EXPECT_FALSE(elsewhere.is_closed());
 }
 
 TEST_F(ApiServer, survives_a_client_that_leaves_before_the_answer) {

@@ -169,6 +169,28 @@ TEST_F(Api, revokes_what_it_approved) {
     EXPECT_EQ(known.tables().find_client(s1), nullptr);
 }
 
+TEST_F(Api, names_the_places_of_a_history) {
+    const std::string token = rig_.add_operator("ada", role::viewer);
+    site &known = *rig_.exchange.managed_site();
+    known.name_ap(A, "hall");
+    record config(record_type::bulk_vap_config);
+    const std::string ssid = "office";
+    config.body.set("bssid", a10).set("vlan", 10u);
+    config.body.set("ssid", std::span(reinterpret_cast<const std::uint8_t *>(ssid.data()), ssid.size()));
+    static_cast<void>(known.handle({A, 100, {config}}));
+    for (const place &where : {place{A, a10}, place{B, b10}}) {
+        const change made = client_change{s1, client_event::associated, {.home = where, .now = where, .home_vlan = {}}};
+        rig_.store.write(std::span(&made, 1));
+    }
+    const std::string target = "/api/v1/clients/" + kx::format_mac(s1) + "/history";
+    const json items = json::parse(rig_.ask(method::get, target, {.token = token}).body)["items"];
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0]["ap_name"], nullptr);
+    EXPECT_EQ(items[0]["ssid"], nullptr);
+    EXPECT_EQ(items[1]["ap_name"], "hall");
+    EXPECT_EQ(items[1]["ssid"], "office");
+}
+
 TEST_F(Api, names_the_fault_of_a_request) {
     const std::string token = rig_.add_operator("ada", role::admin);
     const auto get = [&](const std::string &target) { return status(method::get, target, {.token = token}); };

@@ -130,8 +130,9 @@ TEST_F(Commands, list_the_site) {
     known.ap_down(A);
     EXPECT_EQ(
         run("aps --json"),
-        "ok\n{\"ap\":\"02:00:00:00:0a:00\",\"name\":\"hall\",\"state\":\"down\",\"address\":null,\"records\":null,"
-        "\"certificate_expires\":null,\"stations\":1,\"vaps\":[{\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":"
+        "ok\n{\"ap\":\"02:00:00:00:0a:00\",\"name\":\"hall\",\"state\":\"down\",\"enrolment\":null,\"address\":null,"
+        "\"records\":null,\"certificate_expires\":null,\"lost\":{\"malformed\":0,\"frames_ignored\":0,"
+        "\"messages_unsent\":0},\"stations\":1,\"vaps\":[{\"bssid\":\"02:00:00:00:0a:0a\",\"ssid\":"
         "\"caf\\ufffd\",\"vlan\":10}]}\n");
     EXPECT_EQ(run("aps"),
               "ok\n02:00:00:00:0a:00  hall  no tunnel  1 stations\n    02:00:00:00:0a:0a  VLAN 10  \"caf\\xe9\"\n");

@@ -81,7 +81,7 @@ protected:
     std::vector<std::string> access_points_named(const named_words &filters) const {
         std::vector<std::string> found;
         const auto list = [this](const ap_query &wanted) {
-            return list_access_points(links_, &site_.tables(), wanted);
+            return list_access_points(links_, enrolled_, &site_.tables(), wanted);
         };
         for (const ap_row &each : walk<ap_row>(parse_ap_query(filters), list)) {
             found.push_back(each.name);
@@ -91,6 +91,7 @@ protected:
 
     site site_;
     access_points links_;
+    enrolments enrolled_;
 };
 
 TEST_F(Listings, give_every_client_once_and_in_order) {
@@ -102,6 +103,31 @@ TEST_F(Listings, give_every_client_once_and_in_order) {
     EXPECT_EQ(std::ranges::adjacent_find(all), all.end());
     EXPECT_EQ(pages, many / page_rows_max);
     EXPECT_EQ(clients({{"limit", "7"}}), all);
+}
+
+TEST_F(Listings, give_the_same_from_the_end) {
+    fill_hall();
+    for (const named_words &filters : {named_words{}, {{"limit", "7"}}, {{"mac", "0601000001"}}, {{"ap", "hall"}}}) {
+        auto forwards = clients(filters);
+        std::ranges::reverse(forwards);
+        named_words wanted = filters;
+        wanted["order"] = "descending";
+        EXPECT_EQ(clients(wanted), forwards);
+    }
+    const auto last = list_clients(site_.tables(), parse_client_query({{"order", "descending"}, {"limit", "1"}}));
+    ASSERT_EQ(last.rows.size(), 1u);
+    EXPECT_EQ(last.rows.front().client, numbered(many - 1));
+    // Cursors that are not in the range.
+    for (const char *order : {"ascending", "descending"}) {
+        for (const char *cursor : {"00:00:00:00:00:00", "ff:ff:ff:ff:ff:ff"}) {
+            const auto rows =
+                list_clients(site_.tables(),
+                             parse_client_query({{"mac", "060100000001"}, {"order", order}, {"cursor", cursor}}))
+                    .rows.size();
+            EXPECT_EQ(rows, (*cursor == '0') == (*order == 'a') ? 1u : 0u) << order << ' ' << cursor;
+        }
+    }
+    EXPECT_THROW(parse_client_query({{"order", "random"}}), refused);
 }
 
 TEST_F(Listings, go_on_after_a_client_that_has_left) {
@@ -181,9 +207,36 @@ TEST_F(Listings, filter_access_points) {
     EXPECT_EQ(access_points_named({{"state", "down"}}), names{"cellar"});
     EXPECT_EQ(access_points_named({{"name", "AL"}}), names{"hall"});
     EXPECT_EQ(access_points_named({{"mac", "02:00:00:00:0b"}}), names{"back yard"});
-    const auto passive = list_access_points(links_, nullptr, parse_ap_query({{"state", "up"}}));
+    const auto passive = list_access_points(links_, enrolled_, nullptr, parse_ap_query({{"state", "up"}}));
     ASSERT_EQ(passive.rows.size(), 1u);
     EXPECT_EQ(passive.rows[0].name, "hall");
+}
+
+TEST_F(Listings, show_what_access_points_have_lost_and_whether_they_are_revoked) {
+    enrolled_.load({{A, "hall", "", "", true}});
+    links_.add_losses(A, {.malformed = 1, .frames_ignored = 2});
+    links_.add_losses(A, {.messages_unsent = 3});
+    const auto all = list_access_points(links_, enrolled_, &site_.tables(), {}).rows;
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[0].enrolled, enrolment_state::revoked);
+    EXPECT_EQ(all[0].lost.malformed + all[0].lost.frames_ignored + all[0].lost.messages_unsent, 6u);
+    EXPECT_EQ(all[1].enrolled, std::nullopt);
+    EXPECT_EQ(all[1].lost.malformed, 0u);
+}
+
+TEST_F(Listings, do_not_have_an_access_point_that_was_forgotten) {
+    handle(A, {association_of(s1, a10), association_of(s2, a20)});
+    record roam(record_type::foreign_client_assoc);
+    roam.body.set("client", s2).set("bssid", b10).set("last_bssid", a20);
+    handle(B, {roam});
+    EXPECT_TRUE(site_.forget_ap(A).empty()) << "it is up";
+    EXPECT_EQ(access_points_named({}).size(), 2u);
+    site_.ap_down(A);
+    static_cast<void>(site_.forget_ap(A));
+    EXPECT_EQ(access_points_named({}), std::vector<std::string>{"back yard"});
+    EXPECT_EQ(clients({}), std::vector<mac_address>{s2});
+    EXPECT_EQ(site_.tables().find_client(s2)->home.ap, B);
+    EXPECT_EQ(site_.tables().find_inconsistency(), "");
 }
 
 TEST_F(Listings, cut_a_page_of_access_points_with_many_vaps) {
@@ -195,7 +248,7 @@ TEST_F(Listings, cut_a_page_of_access_points_with_many_vaps) {
                                    "office")});
         }
     }
-    const auto first = list_access_points(links_, &site_.tables(), parse_ap_query({{"mac", "02:00:00:01"}}));
+    const auto first = list_access_points(links_, enrolled_, &site_.tables(), parse_ap_query({{"mac", "02:00:00:01"}}));
     EXPECT_EQ(first.rows.size(), 4u);
     EXPECT_EQ(access_points_named({{"mac", "02:00:00:01"}}).size(), 5u);
 }

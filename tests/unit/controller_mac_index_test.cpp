@@ -24,6 +24,8 @@ mac_address numbered(unsigned number) {
 void expect_equal(const mac_index &index, const std::set<mac_address> &model) {
     EXPECT_EQ(index.size(), model.size());
     EXPECT_TRUE(std::equal(index.begin(), index.end(), model.begin(), model.end()));
+    EXPECT_TRUE(std::equal(std::reverse_iterator(index.end()), std::reverse_iterator(index.begin()), model.rbegin(),
+                           model.rend()));
 }
 
 TEST(MacIndex, is_a_set_after_random_changes) {

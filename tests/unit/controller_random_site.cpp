@@ -60,7 +60,9 @@ message random_site::some_report(const mac_address &ap) {
 
 outbox random_site::some_command() {
     try {
-        switch (below(4)) {
+        switch (below(5)) {
+            case 4:
+                return site.forget_ap(some_ap());
             case 0:
                 return site.remove(some_station());
             case 1:
