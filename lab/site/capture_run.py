@@ -16,6 +16,7 @@ from lab.site.ending import Ended
 from lab.site.failure import LabFailure
 from lab.site.laboratory import Laboratory
 from lab.site.narration import RECORD_MEANINGS, JsonNarrator, Narrator
+from lab.site.options import PROGRAM
 from lab.site.plain_text import plain
 from lab.site.processes import die_with_parent, environment_for
 from lab.site.settling import settle
@@ -55,7 +56,7 @@ def open_capture(file: Path, programs: Path) -> Capture:
     if found.returncode != 0:
         raise LabFailure(found.stderr.strip().removeprefix("radio: "))
     for line in found.stderr.splitlines():
-        print(plain(line.replace("radio: ", "run: ")), file=sys.stderr)
+        print(plain(line.replace("radio: ", f"{PROGRAM}: ")), file=sys.stderr)
     return Capture(file, found.stdout.strip())
 
 

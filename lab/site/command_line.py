@@ -10,7 +10,7 @@ from rich.console import Console
 from lab.site.capture_run import builtin_capture, open_capture, run_for_people, run_json
 from lab.site.failure import LabFailure
 from lab.site.network import enter_own_network
-from lab.site.options import read_options
+from lab.site.options import PROGRAM, read_options
 from lab.site.plain_text import escape_what_the_output_cannot_encode, plain
 from lab.site.site_report import run_site
 from lab.site.site_run import Plan
@@ -30,7 +30,7 @@ def dispatch(options: argparse.Namespace) -> int:
         return 0 if run_site(plan, programs, console) else 1
     capture = open_capture(options.capture, programs) if options.capture else builtin_capture(options.build)
     if not capture.vaps:
-        print(f"run: {plain(capture.file)}: no station associates with an access point in this capture", file=sys.stderr)
+        print(f"{PROGRAM}: {plain(capture.file)}: no station associates with an access point in this capture", file=sys.stderr)
     elif options.json:
         run_json(capture, options.speed or "max", programs)
     else:
@@ -51,7 +51,7 @@ def run() -> int:
         sys.stdout.flush()
         return status
     except LabFailure as failure:
-        print(f"run: {plain(failure)}", file=sys.stderr)
+        print(f"{PROGRAM}: {plain(failure)}", file=sys.stderr)
         return 1
     except BrokenPipeError:
         discard_output()
@@ -59,7 +59,7 @@ def run() -> int:
     except OSError as error:
         discard_output()
         where = f"{error.filename}: " if error.filename else ""
-        print(f"run: {plain(where)}{error.strerror}", file=sys.stderr)
+        print(f"{PROGRAM}: {plain(where)}{error.strerror}", file=sys.stderr)
         return 1
 
 

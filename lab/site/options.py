@@ -10,9 +10,10 @@ from typing import NoReturn
 from lab.site.failure import LabFailure
 from lab.site.plain_text import plain
 
-USAGE = ("run [--json] [--speed N|max] [FILE] | run --site [--speed N] [--seed N] "
-         "[--stay [--aps N] [--stations M]] | run --stock")
-
+PROGRAM = os.environ.get("LAB_PROGRAM", "run")  # as the user has called it
+USAGE = (f"{PROGRAM} [--json] [--speed N|max] [FILE] | {PROGRAM} --site [--speed N] [--seed N] "
+         "[--stay [--aps N] [--stations M]]" + (" | run --stock" if PROGRAM == "run" else ""))
+HELP = "./run --help" if PROGRAM == "run" else f"man {PROGRAM}"
 
 APS_MAX = 10_000  # of the fleet
 STATIONS_MAX = 1_000_000
@@ -22,24 +23,25 @@ SPEED_MAX = 1_000_000
 class _Parser(argparse.ArgumentParser):
     def error(self, message: str) -> NoReturn:
         self.print_usage(sys.stderr)
-        self.exit(os.EX_USAGE, f"run: {message}; ./run --help lists the options\n")
+        self.exit(os.EX_USAGE, f"{PROGRAM}: {message}; {HELP} lists the options\n")
 
 
 def read_options() -> argparse.Namespace:
     """Exits when the command line is invalid. Raises LabFailure when the capture cannot be read."""
-    parser = _Parser(prog="run", usage=USAGE, add_help=False)
+    parser = _Parser(prog=PROGRAM, usage=USAGE, add_help=False)
     parser.add_argument("--build", type=Path, help=argparse.SUPPRESS)
     parser.add_argument("--json", action="store_true")
     parser.add_argument("--speed", type=speed)
     parser.add_argument("--site", action="store_true")
-    parser.add_argument("--stock", action="store_true")
+    if PROGRAM == "run":  # it needs the source tree
+        parser.add_argument("--stock", action="store_true")
     parser.add_argument("--seed", type=int)
     parser.add_argument("--stay", action="store_true")
     parser.add_argument("--aps", type=number_up_to(APS_MAX))
     parser.add_argument("--stations", type=number_up_to(STATIONS_MAX))
     parser.add_argument("capture", nargs="?", type=Path)
     options = parser.parse_args()
-    if options.stock and len(sys.argv) > 2:
+    if "--stock" in sys.argv and len(sys.argv) > 2:
         parser.error("--stock stands alone")
     if options.site and (options.json or options.capture or options.speed == "max"):
         parser.error("--site takes neither --json nor a capture, and a number for --speed")
@@ -87,7 +89,7 @@ def main() -> int:
     try:
         read_options()
     except LabFailure as failure:
-        print(f"run: {plain(failure)}", file=sys.stderr)
+        print(f"{PROGRAM}: {plain(failure)}", file=sys.stderr)
         return 1
     return 0
 

@@ -47,6 +47,21 @@ def test_dissector_is_installed_whole(machine):
     assert parts == {"kx.lua", "kx_fields.lua", "kx_layouts.lua", "kx_local.lua", "kx_message.lua"}
 
 
+def test_lab_runs_from_its_own_place(programs, tmp_path):
+    machine = install(programs, tmp_path, "/opt/lab")
+    subprocess.run(["cmake", "--install", programs.parent, "--prefix", "/opt/lab", "--component", "lab"],
+                   env=os.environ | {"DESTDIR": machine}, stdout=subprocess.DEVNULL, check=True)
+    wrapper = (machine / "opt/lab/bin/client-mgr-lab").read_text()
+    module, build = re.search(r"PYTHONPATH=(\S+)", wrapper)[1], re.search(r"--build (\S+)", wrapper)[1]
+    moved = tmp_path / "client-mgr-lab"
+    moved.write_text(wrapper.replace(module, f"{machine}{module}").replace(build, f"{machine}{build}"))
+    done = subprocess.run(["sh", moved, "--json"], capture_output=True, text=True, timeout=60, check=True)
+    assert len(done.stdout.splitlines()) == 12
+    wrong = subprocess.run(["sh", moved, "--stock"], capture_output=True, text=True, timeout=20, check=False)
+    assert (wrong.returncode, wrong.stderr.splitlines()[-1]) == (
+        64, "client-mgr-lab: unrecognized arguments: --stock; man client-mgr-lab lists the options")
+
+
 def test_systemd_makes_the_daemons_user(machine):
     if not shutil.which("systemd-sysusers"):
         pytest.skip("systemd is not here")
