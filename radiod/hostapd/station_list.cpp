@@ -37,7 +37,8 @@ void go_on(const std::shared_ptr<walk> &its, const std::string &command) {
 }  // namespace
 
 void read_hostapd_stations(control &hostapd, std::size_t most, std::function<void(std::vector<mac_address>)> done) {
-    go_on(std::make_shared<walk>(hostapd, most, std::move(done), std::vector<mac_address>()), "STA-FIRST");
+    walk begun{.hostapd = hostapd, .left = most, .done = std::move(done), .found = {}};
+    go_on(std::make_shared<walk>(std::move(begun)), "STA-FIRST");
 }
 
 }  // namespace radiod
