@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "common/ap_config.h"
@@ -25,6 +26,8 @@
 
 namespace {
 
+bool has_started = false;
+
 void serve(const kx::ap_config &config, kx::detail_log details) {
     kx::require_safe_radio_directories();
     kx::lock_program("radiod", kx::radio_directory);
@@ -38,6 +41,7 @@ void serve(const kx::ap_config &config, kx::detail_log details) {
     terminated.start();
     interrupted.start();
     radiod::access_point access_point(base.get(), config, details);
+    has_started = true;
     event_base_dispatch(base.get());
     kx::log_line("ended");
 }
@@ -90,4 +94,11 @@ int run(int argc, char **argv) {
 
 }  // namespace
 
-int main(int argc, char **argv) { return kx::run_daemon("radiod", run, argc, argv); }
+int main(int argc, char **argv) {
+    const int status = kx::run_daemon("radiod", run, argc, argv);
+    // The service manager starts it again at once, also when it cannot start.
+    if (status != EX_OK && !has_started && getenv("NOTIFY_SOCKET") != nullptr) {
+        sleep(1);
+    }
+    return status;
+}

@@ -71,8 +71,8 @@ IPAddressDeny=
         yield systemd
 
 
-def restarts(systemd):
-    return int(systemd.show("client_mgr", "NRestarts") or 0)
+def restarts(systemd, unit="client_mgr"):
+    return int(systemd.show(unit, "NRestarts") or 0)
 
 
 def main_pid(systemd):
@@ -116,3 +116,39 @@ def test_crashes(machine, service):
         os.kill(main_pid(service), signal.SIGSEGV)
         wait_until(lambda: not main_pid(service), "the service is down")
     wait_until(lambda: main_pid(service), "the service is up", seconds=40)
+
+
+def test_radiod_is_started_again_within_200_ms(programs, tmp_path):
+    """While it is away nobody can associate to a VAP with a MAC ACL. radiod itself needs a radio."""
+    if not is_possible():
+        pytest.skip("no systemd can be started here")
+    units = tmp_path / "units"
+    (units / "radiod.service.d").mkdir(parents=True)
+    shutil.copy(programs.parent / "packaging/systemd/radiod.service", units)
+    (units / "test.target").write_text("[Unit]\nWants=radiod.service\n")
+    (units / "radiod.service.d/test.conf").write_text(
+        "[Unit]\nDefaultDependencies=no\n[Service]\nType=simple\nWatchdogSec=0\nUser=root\nGroup=root\n"
+        "ReadWritePaths=\nExecStart=\nExecStart=/bin/sleep infinity\n")
+    away_us = []
+    with SmallSystemd(units) as systemd:
+        for kills in range(1, 6):
+            wait_until(lambda: systemd.show("radiod", "ActiveState") == "active", "the service is up")
+            systemd.systemctl("kill", "--signal=KILL", "radiod")
+            wait_until(lambda kills=kills: restarts(systemd, "radiod") == kills
+                       and systemd.show("radiod", "ActiveState") == "active", "the service is up again")
+            # InactiveEnter comes only after RestartSec.
+            ended, started = (int(systemd.show("radiod", f"{each}TimestampMonotonic"))
+                              for each in ("ActiveExit", "ExecMainStart"))
+            away_us.append(started - ended)
+    # Other programs on the machine delay some of them.
+    assert min(away_us) < 200_000, away_us
+
+
+@pytest.mark.parametrize(("environment", "shortest"), [({"NOTIFY_SOCKET": "/none"}, 1), ({}, 0)],
+                         ids=["service", "by hand"])
+def test_radiod_that_cannot_start_is_not_started_again_at_once(programs, environment, shortest):
+    started = time.monotonic()
+    done = subprocess.run([programs / "radiod", "--config", "/none"], env=os.environ | environment, capture_output=True,
+                          text=True, check=False)
+    assert done.returncode == os.EX_CONFIG, done.stderr
+    assert time.monotonic() - started >= shortest
