@@ -17,6 +17,8 @@ public:
     void heading(const std::string &line) const;
     // Without control characters in `text`.
     void row(const json &object, const std::string &text);
+    // Standard output has taken everything so far.
+    bool is_taken() const;
     // Ends the array. Returns false when standard output did not take everything.
     bool end();
 

@@ -56,6 +56,19 @@ tunnel_config read_tunnel(const toml_table &from) {
     return config;
 }
 
+metrics_config read_metrics(const toml_table &from) {
+    from.allow_only({"address", "port"});
+    metrics_config config;
+    config.address = from.text("address", 1, INET6_ADDRSTRLEN, "an IPv4 or IPv6 address");
+    in6_addr address{};
+    if (inet_pton(AF_INET, config.address.c_str(), &address) != 1 &&
+        inet_pton(AF_INET6, config.address.c_str(), &address) != 1) {
+        from.fail("address", "expected an IPv4 or IPv6 address");
+    }
+    config.port = static_cast<std::uint16_t>(from.integer("port", 1, 65535));
+    return config;
+}
+
 vap_config read_vap(const toml_table &from) {
     constexpr std::string_view name_expected =
         "an interface name of 1 to 12 characters of A-Z a-z 0-9 . _ -, not starting with -";
@@ -107,7 +120,7 @@ ap_config load_ap_config(const std::string &file) {
         throw config_error(error.what());
     }
     toml_table top = toml_table::read(file, "the access point's configuration", max_size);
-    top.allow_only({"ap", "controller", "radio", "tunnel", "vap"});
+    top.allow_only({"ap", "controller", "metrics", "radio", "tunnel", "vap"});
     toml_table ap = top.table("ap");
     ap.allow_only({"mac"});
     std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
@@ -117,6 +130,9 @@ ap_config load_ap_config(const std::string &file) {
     config.controller = read_controller(top.table("controller"), directory);
     if (top.has("radio")) {
         config.radio = read_radio(top.table("radio"), directory);
+    }
+    if (top.has("metrics")) {
+        config.metrics = read_metrics(top.table("metrics"));
     }
     if (top.has("tunnel")) {
         config.tunnel = read_tunnel(top.table("tunnel"));

@@ -27,6 +27,10 @@
 //   enabled = true                     # optional table; false without it: carry clients that roamed to another VLAN
 //   address = "10.0.0.10"              # optional: where other access points reach this one
 //
+//   [metrics]
+//   address = "127.0.0.1"              # optional table; only apctl reads it: where it serves metrics
+//   port = 9465
+//
 // and the table of the radio service (common/radio_config.h).
 #ifndef COMMON_AP_CONFIG_H
 #define COMMON_AP_CONFIG_H
@@ -72,10 +76,18 @@ struct tunnel_config {
     bool operator==(const tunnel_config &) const = default;
 };
 
+struct metrics_config {
+    std::string address;  // IPv4 or IPv6; empty: none
+    std::uint16_t port = 0;
+
+    bool operator==(const metrics_config &) const = default;
+};
+
 struct ap_config {
     mac_address mac{};
     controller_config controller;
     tunnel_config tunnel;
+    metrics_config metrics;
     radio_config radio;
     std::vector<vap_config> vaps;  // at most 255, each with another interface name
 };

@@ -1,9 +1,11 @@
 """apctl shows what the daemons of an access point hold and do."""
 
 import contextlib
+import itertools
 import json
 import os
 import re
+import select
 import socket
 import struct
 import subprocess
@@ -16,8 +18,8 @@ from lab.site.capture_run import builtin_capture
 from lab.site.messages import Local
 from lab.site.settling import settle
 from lab.site.waiting import wait_until
-from steps import (AP_MAC, GUEST, OFFICE, add_access_point, associate, bssid_of, client_mac, lost, tell,
-                   wait_until_ready)
+from steps import (AP_MAC, GUEST, OFFICE, add_access_point, associate, bssid_of, client_mac, lost, read_log_configuration,
+                   tell, wait_until_ready)
 
 ANNA, BEN = "02:00:00:00:0a:01", "02:00:00:00:0b:02"
 
@@ -165,6 +167,111 @@ def test_bad_readers_harm_nobody(access_point, apctl, daemon):
     assert all(row["running"] for row in apctl(access_point, "status", "--json")[:2])
     for each in silent:
         each.close()
+
+
+@pytest.fixture
+def following(programs):
+    """Starts apctl and reads its lines as they come."""
+    started = []
+
+    def start(access_point, *words):
+        process = subprocess.Popen([programs / "apctl", *words], env=os.environ | {"KX_ROOT": str(access_point.root)},
+                                   stdout=subprocess.PIPE, text=True)
+        started.append(process)
+        return process
+
+    yield start
+    for process in started:
+        process.kill()
+        process.communicate()
+
+
+def line_with(process, text):
+    """Waits for it."""
+    return next(line for line in process.stdout if text in line)
+
+
+def test_watch_prints_changes_as_they_come(access_point, apctl, following):
+    watch = following(access_point, "watch")
+    # A client that comes before the first answer is no change.
+    for number in itertools.count(2):
+        associate(access_point, client_mac(number))
+        if select.select([watch.stdout], [], [], 0.3)[0]:
+            break
+    associate(access_point, client_mac(1))
+    assert "joined" in line_with(watch, client_mac(1))
+    tell(access_point, Local.CLIENT_IP, mac_bytes(client_mac(1)) + bytes(2) + bytes([10, 0, 10, 7]) + b"wlan0\0")
+    assert "10.0.10.7" in line_with(watch, "address")
+    associate(access_point, client_mac(1), bssid=bssid_of(access_point, 1))
+    assert "wlan1" in line_with(watch, "moved")
+    access_point.end("client_mgr")
+    line_with(watch, "client_mgr does not run")
+    access_point.start("client_mgr")
+    line_with(watch, "client_mgr runs")
+    array = following(access_point, "watch", "--json")
+    access_point.end("apd")
+    line_with(array, "apd does not run")
+    array.terminate()
+    rest = array.communicate(timeout=20)[0]
+    assert array.returncode == 0 and rest.endswith("]\n")
+
+
+def test_log_hides_keys_and_finds_a_client(access_point, apctl):
+    key = Key()
+    client, other = client_mac(1), client_mac(2)
+    associate(access_point, client, other)
+    tell(access_point, Local.CLIENT_MGR_PMK_INFO,
+         struct.pack(">I", 2) + mac_bytes(bssid_of(access_point)) + bytes(6) + mac_bytes(client) + key.bytes)
+    wait_until(lambda: "(hidden)" in apctl(access_point, "log"), "the key is in the log")
+    assert key.is_in(access_point.log.read_bytes())
+    rows = apctl(access_point, "log", "--json")
+    assert not key.is_in(apctl(access_point, "log").encode() + json.dumps(rows).encode())
+    times = [row["time"] for row in rows]
+    assert times == sorted(times) and re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z", times[0])
+    about = apctl(access_point, "log", client, "--json")
+    assert about and all(client in row["text"].lower() for row in about)
+    assert not any(other in row["text"].lower() for row in about)
+
+
+def test_log_is_followed_past_its_end(access_point, apctl, following):
+    assert apctl(access_point, "level", "--json") == [{"level": 3}]
+    configuration = read_log_configuration(access_point)
+    configuration[5] = 32768
+    tell(access_point, Local.LOG_CFG_SET, struct.pack(">IIiIII", *configuration))
+    follow = following(access_point, "log", "-f", "--level", "4")
+    wait_until(lambda: apctl(access_point, "level") == "4\n", "the level is set")
+    for number in range(1, 41):  # some 2 KiB each: the file is written from its start again
+        client = client_mac(number)
+        associate(access_point, client)
+        line_with(follow, client)
+    assert access_point.log.stat().st_size < 2 * 32768
+    rows = apctl(access_point, "log", "--json")
+    assert [row["time"] for row in rows] == sorted(row["time"] for row in rows)
+    follow.terminate()
+    follow.communicate(timeout=20)
+    assert follow.returncode == 0
+    assert apctl(access_point, "level") == "3\n"
+    assert apctl(access_point, "level", "1") == "1\n"
+    assert read_log_configuration(access_point)[2] == 1
+
+
+def test_check_names_faults_and_remedies(access_point, apctl):
+    wait_until(lambda: apctl(access_point, "status", "--json")[1]["tunnel"] == "up", "the tunnel is up")
+    assert not [row for row in apctl(access_point, "check", "--json") if row["fault"]]
+    key = access_point.identity.key
+    key.chmod(0o644)
+    configuration = access_point.root / "ap.toml"
+    before = configuration.read_text()
+    configuration.write_text(before.replace(AP_MAC, "02:00:00:00:99:00"))
+    (access_point.root / "log").chmod(0o777)
+    access_point.end("client_mgr")
+    text = apctl(access_point, "check", status=1)
+    assert "chmod it to 0600" in text and "chmod it to 0700" in text
+    assert "systemctl status client_mgr" in text
+    key.chmod(0o600)
+    assert "it is not for 02:00:00:00:99:00" in apctl(access_point, "check", status=1)
+    configuration.write_text(before + "nonsense = 1\n")
+    assert "unknown key" in apctl(access_point, "check", status=1)
 
 
 def test_the_socket_is_private_and_made_again(access_point, apctl):

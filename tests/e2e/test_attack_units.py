@@ -25,7 +25,7 @@ def machine(programs, tmp_path):
     return tmp_path
 
 
-@pytest.mark.parametrize("daemon", [*DAEMONS, "radiod", "site_controller"])
+@pytest.mark.parametrize("daemon", [*DAEMONS, "apctl_metrics", "radiod", "site_controller"])
 def test_unit_is_what_systemd_understands(machine, daemon):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not here")

@@ -64,6 +64,14 @@ TEST_F(ap_config, reads_every_key) {
     EXPECT_EQ(kx::format_mac(*vap0.bssid), "02:00:00:00:1a:0b");
 }
 
+TEST_F(ap_config, reads_where_metrics_are_served) {
+    const std::string rest = std::string(ap) + controller + vap;
+    EXPECT_EQ(load(rest + "[metrics]\naddress = \"::1\"\nport = 9465\n").metrics, (kx::metrics_config{"::1", 9465}));
+    EXPECT_EQ(load(rest).metrics.address, "");
+    EXPECT_EQ(error_of(rest + "[metrics]\naddress = \"hall\"\nport = 1\n"),
+              "14: metrics.address: expected an IPv4 or IPv6 address");
+}
+
 TEST_F(ap_config, reads_whether_roamed_clients_are_carried) {
     std::string rest = std::string(ap) + controller + vap;
     EXPECT_TRUE(load(rest + "[tunnel]\nenabled = true\n").tunnel.enabled);
@@ -116,7 +124,7 @@ TEST_F(ap_config, rejects_wrong_tables) {
     EXPECT_EQ(error_of("ap = 1\n"), "1: ap: expected a table");
     EXPECT_EQ(error_of(ap), "1: controller: missing; expected a table");
     EXPECT_EQ(error_of(std::string("more = 1\n") + ap + controller),
-              "1: more: unknown key; expected one of ap, controller, radio, tunnel, vap");
+              "1: more: unknown key; expected one of ap, controller, metrics, radio, tunnel, vap");
     EXPECT_EQ(error_of(std::string(ap) + "max = 1\n" + controller), "3: ap.max: unknown key; expected one of mac");
     EXPECT_EQ(error_of(std::string(ap) + controller + "keys = 1\n"),
               "9: controller.keys: unknown key; expected one of address, port, ca, certificate, key");
