@@ -26,3 +26,11 @@ def wait_until(effect: Callable[[], T], what: str, seconds: float = 20, log: obj
         if time.monotonic() >= deadline:
             raise LabFailure(f"{what}: not within {seconds:g} s" + (f"; see {log}" if log else ""))
         time.sleep(POLL_SECONDS)
+
+
+def try_for(effect: Callable[[], bool], seconds: float) -> bool:
+    """Whether `effect` is true within that time."""
+    try:
+        return wait_until(effect, "the effect", seconds)
+    except LabFailure:
+        return False

@@ -12,20 +12,12 @@ from nodes.managed_site import ManagedSite
 from nodes.pool import Pool
 from nodes.station_node import StationNode
 
-from lab.site.failure import LabFailure
-from lab.site.waiting import wait_until
+from lab.site.waiting import try_for, wait_until
 
 SSID = "office"
 LIST = 1
 LISTED = Vap(network_kinds.SAE, SSID, settings=("macaddr_acl=2",), daemon_settings=(f"mac_acl_index = {LIST}",))
 VERDICT_SECONDS = 30  # for which client_mgr and hostapd keep a verdict
-
-
-def try_for(effect: Callable[[], bool], seconds: float) -> bool:
-    try:
-        return wait_until(effect, "the effect", seconds)
-    except LabFailure:
-        return False
 
 
 def is_here(access_point: AccessPointNode, station: StationNode) -> bool:

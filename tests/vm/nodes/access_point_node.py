@@ -49,16 +49,20 @@ class AccessPointNode:
         self.namespace = Namespace(self.name)
         self.radio = RadioHardware(number - 1, self.namespace)
         wire.plug_in(self.namespace, 9 + number)
-        for vlan in VLANS:
-            self._make_bridge(vlan)
+        self.make_bridges()
         self.processes = Processes(Path("/usr/sbin"), self.namespace.launcher)
         self.hostapd_process: Process | None = None
         self.hostapd: dict[str, ControlSocket] = {}  # of each interface
 
-    def _make_bridge(self, vlan: int) -> None:
-        bridge, uplink = f"br{vlan}", f"eth0.{vlan}"
-        self.namespace.ip(f"link add link eth0 name {uplink} type vlan id {vlan}", f"link add {bridge} type bridge",
-                          f"link set {uplink} master {bridge} up", f"link set {bridge} up")
+    def make_bridges(self) -> None:
+        for bridge, uplink, vlan in ((f"br{vlan}", f"eth0.{vlan}", vlan) for vlan in VLANS):
+            self.namespace.ip(f"link add link eth0 name {uplink} type vlan id {vlan}", f"link add {bridge} type bridge",
+                              f"link set {uplink} master {bridge} up", f"link set {bridge} up")
+
+    def remove_bridges(self) -> None:
+        """And the uplinks' VLANs, whoever made them."""
+        self.namespace.ip(*(f"link del {each}" for each in self.namespace.interfaces()
+                            if each.startswith(("br", "eth0."))))
 
     @staticmethod
     def interface(index: int) -> str:
@@ -110,9 +114,9 @@ class AccessPointNode:
     def authorized(self, vaps: int = 1) -> list[tuple[str, int]]:
         """The stations that the kernel lets send, each with the index of its VAP, of the first so many VAPs."""
         names = {self.interface(index): index for index in range(vaps)}
-        links = self.namespace.run("ip", "-brief", "link").split()
-        dumped = [link for link in links if link.partition(".")[0] in names]  # interfaces for single stations too
-        dump = self.namespace.run("sh", "-c", "".join(f"iw dev {name} station dump;" for name in dumped))
+        # Interfaces for single stations too.
+        dumped = [each for each in self.namespace.interfaces() if each.partition(".")[0] in names]
+        dump = self.namespace.ask("sh", "-c", "".join(f"iw dev {name} station dump;" for name in dumped))
         entries = re.findall(r"^Station (\S+) \(on (\S+)\)\n((?:\t.*\n?)*)", dump, re.MULTILINE)
         return [(mac, names[name.partition(".")[0]]) for mac, name, fields in entries if re.search(r"authorized:\s*yes", fields)]
 

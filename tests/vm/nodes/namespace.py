@@ -32,11 +32,20 @@ class Namespace:
     def run(self, *words: object) -> str:
         return run(*self.launcher, *words)
 
+    def ask(self, *words: object) -> str:
+        """As `run`, in half of the time: the program does not get the namespace's /sys."""
+        with entered(NAMES / self.name):
+            return run(*words)
+
     def ip(self, *commands: str) -> None:
         """Runs the commands of ip(8) in one process."""
         done = subprocess.run(["ip", "-n", self.name, "-batch", "-"], input="\n".join(commands), capture_output=True,
                               text=True, check=False)
         assert done.returncode == 0, f"{self.name}: {done.stderr}"
+
+    def interfaces(self) -> list[str]:
+        with entered(NAMES / self.name):
+            return [name for _, name in socket.if_nameindex()]
 
     def socket(self, *arguments: int) -> socket.socket:
         """A socket of this namespace, for a process that stays in its own."""

@@ -152,14 +152,14 @@ class StationNode:
 
     def get_address(self) -> str:
         """Asks for an address by DHCP until it has one."""
-        self.namespace.run("busybox", "udhcpc", "-i", INTERFACE, "-f", "-n", "-q", "-t", "20", "-T", "1",
+        self.namespace.ask("busybox", "udhcpc", "-i", INTERFACE, "-f", "-n", "-q", "-t", "20", "-T", "1",
                            "-s", DHCP_SCRIPT)
-        words = self.namespace.run("ip", "-4", "-o", "addr", "show", "dev", INTERFACE).split()
+        words = self.namespace.ask("ip", "-4", "-o", "addr", "show", "dev", INTERFACE).split()
         self.address = words[words.index("inet") + 1].partition("/")[0]
         return self.address
 
     def reaches(self, address: str) -> bool:
-        with_reply = self.namespace.run("busybox", "ping", "-A", "-c", "3", "-W", "3", address)
+        with_reply = self.namespace.ask("busybox", "ping", "-A", "-c", "3", "-W", "3", address)
         return ", 0% packet loss" in with_reply
 
     def stop(self) -> None:
@@ -170,4 +170,4 @@ class StationNode:
         forget_output(self.directory)
         self.address = None
         self.radio.come_into_range()
-        self.namespace.run("ip", "addr", "flush", "dev", INTERFACE)
+        self.namespace.ask("ip", "addr", "flush", "dev", INTERFACE)
