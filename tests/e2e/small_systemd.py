@@ -17,7 +17,7 @@ from lab.site.waiting import wait_until
 SYSTEMD = Path("/lib/systemd/systemd")
 CGROUPS = (Path("/sys/fs/cgroup/unified"), Path("/sys/fs/cgroup"))
 START = """
-mount --make-rprivate / && mount -t proc proc /proc && { [ "$2" = shared ] || mount -t tmpfs tmpfs /run; } &&
+mount --make-rprivate / && mount -t proc proc /proc && { [ "$2" = shared ] || mount -t tmpfs -o mode=755 tmpfs /run; } &&
 { ! mountpoint -q /sys/fs/cgroup || umount -R /sys/fs/cgroup; } && mount -t cgroup2 cgroup2 /sys/fs/cgroup &&
 exec env -i container=test "PATH=$PATH" "SYSTEMD_UNIT_PATH=$1" /lib/systemd/systemd --system --unit=test.target \
     --log-target=null --show-status=no
@@ -35,7 +35,7 @@ class SmallSystemd:
     `launcher`: a command that becomes systemd, with the network that systemd gets.
     """
 
-    def __init__(self, units: Path, launcher: Sequence[str] = (), own_run: bool = True) -> None:
+    def __init__(self, units: Path | str, launcher: Sequence[str] = (), own_run: bool = True) -> None:
         parent = next(each for each in CGROUPS if (each / "cgroup.procs").exists())
         self._cgroup = Path(tempfile.mkdtemp(prefix="kx-test.", dir=parent))
 
@@ -71,13 +71,23 @@ class SmallSystemd:
             return False
         return True
 
+    def process_1(self) -> str:
+        """Its id here, and nothing while it does not run."""
+        return Path(f"/proc/{self._unshare.pid}/task/{self._unshare.pid}/children").read_text().strip()
+
+    def run(self, *words: str, seconds: float = 20) -> subprocess.CompletedProcess:
+        """Runs a program among systemd's processes and files."""
+        entered = ["nsenter", "--target", self.process_1(), "--mount", "--pid", "--cgroup", "--net"]
+        return subprocess.run([*entered, *words], capture_output=True, text=True, check=False, timeout=seconds)
+
     def systemctl(self, *words: str) -> str:
-        children = Path(f"/proc/{self._unshare.pid}/task/{self._unshare.pid}/children").read_text().split()
-        if not children:
+        return self.run("systemctl", *words).stdout.strip() if self.process_1() else ""
+
+    def systemctl(self, *words: str) -> str:
+        try:
+            return self.run("systemctl", *words).stdout.strip()
+        except ProcessLookupError:  # it is starting
             return ""
-        done = subprocess.run(["nsenter", "--target", children[0], "--mount", "--pid", "systemctl", *words],
-                              capture_output=True, text=True, check=False, timeout=20)
-        return done.stdout.strip()
 
     def show(self, unit: str, name: str) -> str:
         return self.systemctl("show", "--property", name, "--value", unit)

@@ -1,83 +1,187 @@
-"""docs/stock-linux.md: its files make an access point."""
+"""docs/stock-linux.md from top to bottom: its commands and files make a controller and an access point.
+
+Two fresh machines, each with systemd, run every command of the page in its order. Stations and the RADIUS server are those
+of the other cases.
+"""
 
 import re
-import subprocess
+from collections.abc import Callable, Iterator
+from contextlib import ExitStack
+from dataclasses import dataclass, field
 from pathlib import Path
 
 import pytest
 from nodes import network_kinds
-from nodes.managed_site import ManagedSite
+from nodes.access_point_node import AccessPointNode
+from nodes.machine import Machine
 from nodes.network_kinds import NetworkKind
+from nodes.pool import Pool
 from nodes.radius_server import SECRET, start_hostapd_server
-from nodes.wire import ADDRESS
+from nodes.station_node import StationNode
+from nodes.roaming_networks import BRIDGE
+from nodes.wire import VLANS
 
-from lab.site.processes import Processes
 from lab.site.waiting import wait_until
 
-PAGE = Path(__file__).parents[2] / "docs/stock-linux.md"
-BLOCKS = re.findall(r"^```(ini|toml)\n(.*?)^```", PAGE.read_text(), re.MULTILINE | re.DOTALL)
+REPOSITORY = Path(__file__).parents[2]
+PAGE = (REPOSITORY / "docs/stock-linux.md").read_text()
 PAGE_MAC = "02:00:00:00:00:00"
+CONTROLLER, ACCESS_POINT = "the controller's machine", "the access point"
+# Of each section, and the access point of all others.
+MACHINES = {"1. Packages and programs": (CONTROLLER, ACCESS_POINT), "2. The controller": (CONTROLLER,)}
+ROAMING = "Roaming between VLANs"
 OFFICES = {"office, 802.1X": network_kinds.EAP, "office, passphrase": network_kinds.PSK,
            "office, fast transition": network_kinds.FT_PSK}
+NO_FAULT = "no fault was found"
+CHECK = "sudo radiod --check --config /etc/kx/ap.toml"
 
 
-def hostapd_block(name: str) -> str:
-    return next(text for kind, text in BLOCKS if kind == "ini" and text.startswith(f"# {name}\n"))
+@dataclass(frozen=True)
+class Block:
+    section: str
+    kind: str  # "" of a file without a syntax
+    text: str
 
 
-def hostapd_conf(office: str) -> str:
-    """The radio with this office network and the guests' one."""
-    common = hostapd_block("every BSS").replace("SECRET", SECRET)
-    return hostapd_block(office) + common + hostapd_block("guests") + common
+def read_blocks() -> list[Block]:
+    found = []
+    for part in re.split(r"^## ", PAGE, flags=re.MULTILINE)[1:]:
+        section = part.partition("\n")[0]
+        found += [Block(section, kind, text)
+                  for kind, text in re.findall(r"^```(\w*)\n(.*?)^```", part, re.MULTILINE | re.DOTALL)]
+    return found
 
 
-def ap_toml(site: ManagedSite, mac: str) -> str:
-    text = next(text for kind, text in BLOCKS if kind == "toml")
-    assert f'address = "{ADDRESS}"\nport = 7443\n' in text
-    assert PAGE_MAC in text
-    return text.replace(PAGE_MAC, mac).replace("port = 7443", f"port = {site.controller.port}")
+BLOCKS = read_blocks()
 
 
-@pytest.fixture
-def configured(site: ManagedSite, access_points, tmp_path: Path) -> Path:
-    """$KX_ROOT with the configuration and what it names."""
-    root = tmp_path / "kx"
-    root.mkdir(mode=0o700)
-    identity = site.authority.issue("stock", mac=access_points[0].bssid())
-    for name, source in (("ca.pem", site.authority.certificate), ("ap.pem", identity.certificate),
-                         ("ap.key", identity.key)):
-        (root / name).write_bytes(Path(source).read_bytes())
-    for name in ("hostapd.secret", "server.secret"):
-        (root / name).write_text(SECRET)
-    for name in ("ap.key", "hostapd.secret", "server.secret"):
-        (root / name).chmod(0o600)
-    (root / "ap.toml").write_text(ap_toml(site, access_points[0].bssid()))
-    (root / "ap.toml").chmod(0o644)
-    return root
+def block(kind: str, start: str = "", section: str | None = None) -> str:
+    return next(each.text for each in BLOCKS
+                if each.kind == kind and each.text.startswith(start) and section in (None, each.section))
+
+
+@dataclass
+class StockSite:
+    """What the page makes, as far as its commands have run."""
+
+    programs: Path
+    node: AccessPointNode  # its network and radio
+    machines: dict[str, Machine]
+    done: list[Block] = field(default_factory=list)
+
+    def run_section(self, section: str) -> str:
+        """Its commands. Returns what they print."""
+        return "".join(self.run(each) for each in BLOCKS if each.section == section and each.kind == "sh")
+
+    def run(self, commands: Block) -> str:
+        self.done.append(commands)
+        return "".join(self.run_on(machine, commands.text)
+                       for machine in MACHINES.get(commands.section, (ACCESS_POINT,)))
+
+    def run_on(self, machine: str, script: str) -> str:
+        """With substitutes for what needs the Internet, a compiler's time or a person."""
+        for words, substitute in (
+                ("cmake --preset release && cmake --build --preset release", "true"),  # the programs are there
+                # The machines' disk is memory; symbols take most of it.
+                ("cmake --install build/release", f"cmake --install {self.programs.parent} --strip"),
+                # scripts/prepare-vm and scripts/install-packages have got these packages.
+                ("apt-get install hostapd iw iproute2 net-tools", "type hostapd iw ip arp route ifconfig"),
+                ("sitectl operator-add ola admin", "sitectl operator-add ola admin <<<'a long password'"),
+                (PAGE_MAC, self.node.bssid())):
+            script = script.replace(words, substitute)
+        return self.machines[machine].shell(f"cd {REPOSITORY}\nsudo() {{ \"$@\"; }}\n{script}")
+
+    def write(self, file: str, text: str) -> None:
+        """On the access point."""
+        self.machines[ACCESS_POINT].write(Path(file), text.encode())
+
+    def write_hostapd_conf(self, office: str, change: Callable[[str, int], str] = lambda text, vap: text) -> None:
+        """`change`: of each BSS's part."""
+        secret = self.machines[ACCESS_POINT].read(Path("/etc/kx/hostapd.secret")).decode().strip()
+        common = block("ini", "# every BSS\n").replace("SECRET", secret)
+        self.write("/etc/hostapd/hostapd.conf", "".join(
+            change(block("ini", f"# {name}\n"), vap) + common for vap, name in enumerate((office, "guests"))))
+
+    def write_ap_toml(self, more: str = "") -> None:
+        text = block("toml")
+        assert PAGE_MAC in text
+        self.write("/etc/kx/ap.toml", text.replace(PAGE_MAC, self.node.bssid()) + more)
+
+    def check_stations(self, kind: NetworkKind, stations: list[StationNode]) -> None:
+        """One of each network comes, gets an address of its VLAN, and is in the kernel and at the controller."""
+        for vap, (station, ssid, its_kind) in enumerate(zip(stations, ("office", "guest"), (kind, network_kinds.OPEN))):
+            station.start(ssid, its_kind)
+            station.wait_until_connected(self.node.bssid(vap))
+            assert station.get_address().startswith(f"10.0.{VLANS[vap]}.")
+            assert (station.mac, vap) in self.node.authorized(2)
+            wait_until(lambda: self.is_listed(station), f"the controller has {station.name}")
+
+    def is_listed(self, station: StationNode) -> bool:
+        clients = self.run_on(CONTROLLER, "sudo sitectl clients")
+        return any(station.mac in line and station.address in line for line in clients.splitlines())
+
+
+@pytest.fixture(scope="module")
+def stock(programs: Path, pool: Pool, tmp_path_factory) -> Iterator[StockSite]:
+    """All is done as far as section 8."""
+    with ExitStack() as stack:
+        node, = stack.enter_context(pool.access_points(1))
+        node.remove_bridges()
+        stack.callback(node.make_bridges)
+        stack.callback(node.remove_bridges)
+        machines = {name: stack.enter_context(Machine(tmp_path_factory.mktemp("machine"), launcher))
+                    for name, launcher in ((CONTROLLER, ()), (ACCESS_POINT, node.namespace.launcher))}
+        made = StockSite(programs, node, machines)
+        follow(made)
+        yield made
+
+
+def follow(stock: StockSite) -> None:
+    stock.run_section("1. Packages and programs")
+    stock.run_section("2. The controller")
+    stock.run_section("3. An access point's packages and bridges")
+    bundle = REPOSITORY / "hall.tar"
+    stock.machines[ACCESS_POINT].write(bundle, stock.machines[CONTROLLER].read(bundle))
+    stock.write(str(REPOSITORY / "radius-server.secret"), SECRET)
+    stock.run_section("4. Secrets")
+    stock.write_hostapd_conf("office, 802.1X")
+    stock.write_ap_toml()
+    assert last_line(stock.run_section("7. Check")) == NO_FAULT
+    assert "hostapd serves 2 of 2 VAPs" in stock.run_section("8. Start")
+    wait_until(lambda: stock.node.bssid() in stock.run_on(CONTROLLER, "sudo sitectl aps --state up"),
+               "the controller has the access point")
+
+
+def last_line(text: str) -> str:
+    return text.splitlines()[-1]
 
 
 @pytest.mark.parametrize(("office", "kind"), OFFICES.items(), ids=OFFICES)
-def test_files_of_the_page_make_an_access_point(office: str, kind: NetworkKind, configured: Path, site: ManagedSite,
-                                                access_points, stations, radius, tmp_path: Path) -> None:
-    node = access_points[0]
+def test_networks_of_the_page(office: str, kind: NetworkKind, stock: StockSite, stations, radius) -> None:
     if kind.has_8021x:
         radius(start_hostapd_server)
-    subprocess.run(["groupadd", "-f", "netdev"], check=True)
-    (tmp_path / "hostapd.conf").write_text(hostapd_conf(office))
-    hostapd = node.processes.start("hostapd", ["-t", tmp_path / "hostapd.conf"], tmp_path)
-    wait_until(lambda: "AP-ENABLED" in hostapd.out.read_text(), "hostapd is up", log=hostapd.out,
-               check=hostapd.check_runs)
+    stock.write_hostapd_conf(office)
+    stock.run_on(ACCESS_POINT, "sudo systemctl restart hostapd")
+    assert stock.run_on(ACCESS_POINT, CHECK) == NO_FAULT + "\n"
+    stock.check_stations(kind, stations)
 
-    daemons = Processes(site.processes.programs, node.namespace.launcher)
-    try:
-        check = node.namespace.run(daemons.programs / "radiod", "--check", "--config", configured / "ap.toml")
-        assert check == "no fault was found\n"
-        for program in ("radiod", "client_mgr", "apd"):
-            daemons.start(program, [], configured, configured)
-        for station, ssid, its_kind in ((stations[0], "office", kind), (stations[1], "guest", network_kinds.OPEN)):
-            station.start(ssid, its_kind)
-            station.wait_until_connected()
-            wait_until(lambda: site.client(station), f"the controller has {station.name}",
-                       log=site.controller.output.file)
-    finally:
-        daemons.end()
+
+def test_roaming_between_vlans(stock: StockSite, stations) -> None:
+    bridge, start = (each for each in BLOCKS if each.section == ROAMING and each.kind == "sh")
+    stock.run(bridge)
+    files = block("", section=ROAMING)
+    for vap in range(2):
+        interface = stock.node.interface(vap)
+        stock.write(f"/etc/hostapd/{interface}.vlan", files.replace("wlan0.", f"{interface}."))
+    lines = block("ini", section=ROAMING)
+    stock.write_hostapd_conf("office, passphrase", lambda text, vap: re.sub(
+        "bridge=.*\n", lines.replace("wlan0.", f"{stock.node.interface(vap)}."), text))
+    stock.write_ap_toml(block("toml", section=ROAMING))
+    assert last_line(stock.run(start)) == NO_FAULT
+    stock.check_stations(network_kinds.PSK, stations)
+    assert stock.done == [each for each in BLOCKS if each.kind == "sh"], "a command of the page was left out"
+
+
+def test_all_parts_of_hostapd_conf_are_in_use() -> None:
+    starts = [each.text.partition("\n")[0] for each in BLOCKS if each.kind == "ini"]
+    assert starts == ["# every BSS", *(f"# {name}" for name in (*OFFICES, "guests")), f"bridge={BRIDGE}"]

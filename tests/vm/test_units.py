@@ -8,6 +8,7 @@ from pathlib import Path
 import pytest
 from nodes import network_kinds
 from nodes.access_point_node import Vap
+from nodes.machine import mount_cgroups
 from nodes.managed_site import LOCAL_RADIUS, ManagedSite, describe
 from nodes.radius_server import SECRET, start_hostapd_server
 from nodes.worker import SITE
@@ -126,7 +127,7 @@ def status_of(process: Path) -> dict[str, str]:
 
 
 def test_services_run_as_users_of_their_own(units: Path, site: ManagedSite, access_points, stations, radius) -> None:
-    run("mount", "-t", "cgroup2", "cgroup2", "/sys/fs/cgroup")
+    mount_cgroups()
     assert is_possible()
     node, station = access_points[0], stations[0]
     radius(start_hostapd_server)
