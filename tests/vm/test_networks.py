@@ -2,27 +2,12 @@
 
 from nodes import network_kinds
 from nodes.access_point_node import AccessPointNode, Vap
-from nodes.network_kinds import NetworkKind
-from nodes.radius_server import start_freeradius
 from nodes.station_node import StationNode
 from nodes.wire import address_in
 
 from lab.site.waiting import wait_until
 
 SSID = "office"
-
-
-def start_network(access_points: list[AccessPointNode], kind: NetworkKind) -> None:
-    for each in access_points:
-        each.start_hostapd(Vap(kind, SSID))
-
-
-def test_freeradius_authenticates(access_points: list[AccessPointNode], stations: list[StationNode], radius) -> None:
-    server = radius(start_freeradius)
-    start_network(access_points[:1], network_kinds.EAP)
-    station = stations[0]
-    station.connect(SSID, network_kinds.EAP, access_points[0])
-    assert "Login OK: [bob]" in server.out.read_text()
 
 
 def test_station_out_of_range_comes_back(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
@@ -34,15 +19,6 @@ def test_station_out_of_range_comes_back(access_points: list[AccessPointNode], s
     assert access_point.has_station(station.mac)
     station.radio.come_into_range()
     station.wait_until_connected()
-
-
-def test_station_leaves(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:
-    access_point, station = access_points[0], stations[0]
-    access_point.start_hostapd(Vap(network_kinds.OPEN, SSID))
-    station.connect(SSID, network_kinds.OPEN, access_point)
-    station.leave()
-    access_point.hostapd["wlan0"].wait_for(f"AP-STA-DISCONNECTED {station.mac}")
-    assert access_point.authorized() == []
 
 
 def test_two_networks_on_one_radio(access_points: list[AccessPointNode], stations: list[StationNode]) -> None:

@@ -6,6 +6,7 @@ of the other cases.
 
 import re
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import ExitStack
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -75,8 +76,9 @@ class StockSite:
 
     def run(self, commands: Block) -> str:
         self.done.append(commands)
-        return "".join(self.run_on(machine, commands.text)
-                       for machine in MACHINES.get(commands.section, (ACCESS_POINT,)))
+        machines = MACHINES.get(commands.section, (ACCESS_POINT,))
+        with ThreadPoolExecutor() as threads:
+            return "".join(threads.map(lambda machine: self.run_on(machine, commands.text), machines))
 
     def run_on(self, machine: str, script: str) -> str:
         """With substitutes for what needs the Internet, a compiler's time or a person."""
@@ -109,8 +111,9 @@ class StockSite:
 
     def check_stations(self, kind: NetworkKind, stations: list[StationNode]) -> None:
         """One of each network comes, gets an address of its VLAN, and is in the kernel and at the controller."""
-        for vap, (station, ssid, its_kind) in enumerate(zip(stations, ("office", "guest"), (kind, network_kinds.OPEN))):
+        for station, ssid, its_kind in zip(stations, ("office", "guest"), (kind, network_kinds.OPEN)):
             station.start(ssid, its_kind)
+        for vap, station in enumerate(stations):
             station.wait_until_connected(self.node.bssid(vap))
             assert station.get_address().startswith(f"10.0.{VLANS[vap]}.")
             assert (station.mac, vap) in self.node.authorized(2)
