@@ -35,11 +35,7 @@ class Networks:
 
     def connect(self) -> None:
         for index, (station, vap) in enumerate(zip(self.stations, VAPS)):
-            station.launch(vap.ssid, vap.kind, self.access_points[0].bssid(index))
-        for station in self.stations:
-            station.attach()
-        for index, station in enumerate(self.stations):
-            station.settle(self.access_points[0], index)
+            station.connect(vap.ssid, vap.kind, self.access_points[0], index)
 
     def wait_until_all_are_here(self) -> None:
         self.site.wait_until_all_agree(connected=self.stations)
