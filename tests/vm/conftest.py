@@ -26,8 +26,8 @@ STATIONS = 2
 waiting.POLL_SECONDS = 0.1  # the emulated processor has other work
 LOG_LINES = 60  # of each program, when a case fails
 PASSED = pytest.StashKey[bool]()
-# Files of cases that take long start first, so that no worker is left with one at the end. Beside the crowd's start, which
-# keeps a processor busy, one waits.
+# Files of cases that take long start first, so that no worker is left with one at the end. The second waits most of its
+# time, and the crowd's start keeps a processor busy.
 LONG_FILES = ("test_crowd.py", "test_verdicts.py", "test_kinds.py", "test_managed_networks.py", "test_stock_linux.py")
 
 

@@ -1,7 +1,7 @@
 """docs/stock-linux.md from top to bottom: its commands and files make a controller and an access point.
 
-Two fresh machines, each with systemd, run every command of the page in its order. Stations and the RADIUS server are those
-of the other cases.
+Two fresh machines, each with systemd, run every command of the page in its order. Stations and the RADIUS server are
+those of the other cases.
 """
 
 import re
