@@ -79,6 +79,12 @@ access_point::access_point(event_base *base, const kx::ap_config &config, kx::de
     commands_.on_pmk = [this](const kx::pmk_answer &answer) { pmks_.fetched(answer); };
     commands_.on_malformed = [](const std::string &fault) { kx::log_line("dropped a command to hostapd: " + fault); };
     announcements_.on_held = [this] { set_deadline(); };
+    announcements_.on_address = [this](const mac_address &station, std::uint32_t ip) {
+        journal_.has_address(station, ip);
+    };
+    for (const auto &[station, ip] : journal_.known_addresses()) {
+        announcements_.remember_address(station, ip, clock::now());
+    }
     announcements_.on_settled = [this](const announcer::place &from, const mac_address &station, bool announced) {
         journal_.departed(from.ifname, station);
         if (announced) {

@@ -27,8 +27,15 @@ void announcer::send_arrival(const mac_address &address, station &its) {
                        : kx::association_notification(address, bssid));
     const auto known = addresses_.find(address);
     if (known != addresses_.end()) {
-        its.ip = known->second.ip;
-        send_(kx::address_notification(address, its.ip, its.at.ifname));
+        send_address(address, its, known->second.ip);
+    }
+}
+
+void announcer::send_address(const mac_address &address, station &its, std::uint32_t ip) const {
+    its.ip = ip;
+    send_(kx::address_notification(address, ip, its.at.ifname));
+    if (on_address) {
+        on_address(address, ip);
     }
 }
 
@@ -102,9 +109,12 @@ void announcer::has_address(const place &at, const mac_address &address, std::ui
         addresses_[address] = {.ip = ip, .until = is_present(address) ? time_point::max() : now + address_time};
     }
     if (is_here && here->second.ip != ip) {
-        here->second.ip = ip;
-        send_(kx::address_notification(address, ip, at.ifname));
+        send_address(address, here->second, ip);
     }
+}
+
+void announcer::remember_address(const mac_address &address, std::uint32_t ip, time_point now) {
+    addresses_[address] = {.ip = ip, .until = now + address_time};
 }
 
 // Hosts behind the bridge are seen too, and do not displace a station.

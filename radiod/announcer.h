@@ -46,6 +46,8 @@ public:
         : send_(std::move(send)), holds_departures_(holds_departures) {}
 
     std::function<void()> on_held;  // next_deadline() has changed
+    // The address of a station that is here was announced. May be empty.
+    std::function<void(const mac_address &station, std::uint32_t ip)> on_address;
     // Nothing is left to be said of a departure: it was `announced`, or needs no announcement, because the station has
     // arrived elsewhere or its arrival was not announced. May be empty.
     std::function<void(const place &from, const mac_address &station, bool announced)> on_settled;
@@ -62,6 +64,9 @@ public:
     // station of this access point is not believed about another.
     void has_address(const place &at, const mac_address &address, std::uint32_t ip, const mac_address &source,
                      time_point now);
+
+    // That an earlier process announced.
+    void remember_address(const mac_address &address, std::uint32_t ip, time_point now);
 
     void all_again();
     // The stations of a VAP that all_again() has left to be asked now, at most `most` of them. They count as asked.
@@ -96,6 +101,7 @@ private:
     using key = std::pair<mac_address, mac_address>;  // BSSID, station
 
     void send_arrival(const mac_address &address, station &its);
+    void send_address(const mac_address &address, station &its, std::uint32_t ip) const;
     void send_departure(const departure &gone);
     void settle(const place &from, const mac_address &address, bool announced) const;
     bool is_present(const mac_address &address) const;

@@ -1,15 +1,19 @@
 #include "radiod/station_journal.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include "common/ipv4.h"
 
 namespace radiod {
 namespace {
@@ -20,6 +24,10 @@ std::string arrival_line(const station_journal::key &who, const std::optional<ma
         line += ' ' + kx::format_mac(*previous);
     }
     return line + '\n';
+}
+
+std::string address_line(const mac_address &station, std::uint32_t ip) {
+    return "= " + kx::format_mac(station) + ' ' + kx::format_ipv4(ip) + '\n';
 }
 
 }  // namespace
@@ -38,6 +46,14 @@ void station_journal::read_line(std::string_view line) {
     std::istringstream words{std::string(line)};
     std::string kind, ifname, station_text, previous_text;
     words >> kind >> ifname >> station_text >> previous_text;
+    if (kind == "=") {
+        const auto station = kx::parse_mac(ifname);
+        in_addr ip{};
+        if (station && is_present(*station) && inet_pton(AF_INET, station_text.c_str(), &ip) == 1) {
+            addresses_[*station] = ntohl(ip.s_addr);
+        }
+        return;
+    }
     const std::optional<mac_address> station = kx::parse_mac(station_text);
     if (!station) {
         return;
@@ -45,8 +61,22 @@ void station_journal::read_line(std::string_view line) {
     if (kind == "+") {
         present_.insert_or_assign({ifname, *station}, kx::parse_mac(previous_text));
     } else if (kind == "-") {
-        present_.erase({ifname, *station});
+        remove({ifname, *station});
     }
+}
+
+bool station_journal::is_present(const mac_address &station) const {
+    return std::ranges::any_of(present_, [&](const auto &each) { return each.first.second == station; });
+}
+
+bool station_journal::remove(const key &who) {
+    if (present_.erase(who) == 0) {
+        return false;
+    }
+    if (!is_present(who.second)) {
+        addresses_.erase(who.second);
+    }
+    return true;
 }
 
 void station_journal::arrived(const std::string &ifname, const mac_address &station,
@@ -57,13 +87,21 @@ void station_journal::arrived(const std::string &ifname, const mac_address &stat
 }
 
 void station_journal::departed(const std::string &ifname, const mac_address &station) {
-    if (present_.erase({ifname, station}) > 0) {
+    if (remove({ifname, station})) {
         append("- " + ifname + ' ' + kx::format_mac(station) + '\n');
     }
 }
 
+void station_journal::has_address(const mac_address &station, std::uint32_t ip) {
+    const auto known = addresses_.find(station);
+    if ((known == addresses_.end() || known->second != ip) && is_present(station)) {
+        addresses_[station] = ip;
+        append(address_line(station, ip));
+    }
+}
+
 void station_journal::append(const std::string &line) {
-    if (++lines_ > present_.size() + spare_lines) {
+    if (++lines_ > present_.size() + addresses_.size() + spare_lines) {
         write_anew();
     } else if (write(fd_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         report_failure();
@@ -74,6 +112,9 @@ void station_journal::write_anew() {
     std::string text;
     for (const auto &[who, previous] : present_) {
         text += arrival_line(who, previous);
+    }
+    for (const auto &[station, ip] : addresses_) {
+        text += address_line(station, ip);
     }
     const std::string aside = path_ + '~';
     const int fd =
@@ -86,7 +127,7 @@ void station_journal::write_anew() {
     }
     close(fd_);
     fd_ = fd;
-    lines_ = present_.size();
+    lines_ = present_.size() + addresses_.size();
 }
 
 void station_journal::report_failure() {

@@ -104,6 +104,19 @@ TEST_F(announcements, an_address_is_kept_for_five_minutes_while_its_station_is_a
     EXPECT_EQ(take(), ids{KX_MSG_ID_CLIENT_ASSOCIATION});
 }
 
+TEST_F(announcements, an_address_that_an_earlier_process_announced_is_announced_with_the_arrival) {
+    std::vector<std::uint32_t> announced;
+    those.on_address = [&](const mac_address &station, std::uint32_t ip) {
+        EXPECT_EQ(station, ann);
+        announced.push_back(ip);
+    };
+    those.remember_address(ann, 0x0a000005, now);
+    those.arrived(office, ann, std::nullopt, now);
+    those.has_address(office, ann, 0x0a000006, ann, now);
+    EXPECT_EQ(announced, (std::vector<std::uint32_t>{0x0a000005, 0x0a000006}));
+    EXPECT_EQ(take(), (ids{KX_MSG_ID_CLIENT_ASSOCIATION, KX_MSG_ID_CLIENT_IP, KX_MSG_ID_CLIENT_IP}));
+}
+
 TEST_F(announcements, an_address_seen_before_the_association_is_reported_with_it) {
     those.has_address(office, ann, 0x0a000005, ann, now);
     EXPECT_EQ(take(), ids{});
@@ -344,6 +357,24 @@ TEST_F(journal, starts_with_the_lines_that_still_count) {
     EXPECT_EQ(text(), "+ wlan0 02:aa:00:00:00:02 02:00:00:00:20:01\n");
 }
 
+TEST_F(journal, keeps_the_addresses_of_those_who_are_there) {
+    {
+        station_journal before(path);
+        before.arrived("wlan0", ann, std::nullopt);
+        before.has_address(ann, 0x0a000005);
+        before.arrived("wlan0", ben, elsewhere);
+        before.has_address(ben, 0x0a000006);
+        before.has_address(ben, 0x0a000006);
+        before.departed("wlan0", ann);
+        before.has_address(ann, 0x0a000005);
+    }
+    EXPECT_EQ(text(),
+              "+ wlan0 02:aa:00:00:00:01\n= 02:aa:00:00:00:01 10.0.0.5\n+ wlan0 02:aa:00:00:00:02 02:00:00:00:20:01\n"
+              "= 02:aa:00:00:00:02 10.0.0.6\n- wlan0 02:aa:00:00:00:01\n");
+    EXPECT_EQ(station_journal(path).known_addresses(), (station_journal::addresses{{ben, 0x0a000006}}));
+    EXPECT_EQ(text(), "+ wlan0 02:aa:00:00:00:02 02:00:00:00:20:01\n= 02:aa:00:00:00:02 10.0.0.6\n");
+}
+
 TEST_F(journal, does_not_grow_for_ever) {
     station_journal those(path);
     for (int i = 0; i < 10'000; ++i) {
@@ -354,8 +385,10 @@ TEST_F(journal, does_not_grow_for_ever) {
 }
 
 TEST_F(journal, skips_damaged_lines) {
-    std::ofstream(path)
-        << "+ wlan0 02:aa:00:00:00:01\n+ wlan0 02:aa:0\n? wlan0 02:aa:00:00:00:02\n\n+\n+ wlan1 02:aa:00";
+    std::ofstream(path) << "+ wlan0 02:aa:00:00:00:01\n+ wlan0 02:aa:0\n? wlan0 02:aa:00:00:00:02\n\n+\n+ wlan1 "
+                           "02:aa:00\n= 02:aa:00:00:00:01 10.0.0\n"
+                           "= 02:aa:00:00:00:02 10.0.0.6\n= x 10.0.0.6\n=";
+    EXPECT_EQ(station_journal(path).known_addresses(), station_journal::addresses{});
     EXPECT_EQ(station_journal(path).present(), (station_journal::stations{{{"wlan0", ann}, std::nullopt}}));
 }
 

@@ -170,4 +170,5 @@ def test_services_run_as_users_of_their_own(units: Path, site: ManagedSite, acce
         assert systemd.show("radiod", "NRestarts") == "2", "SIGHUP ended it"
         journal = Path("/run/kx/kx/radio/radiod.stations").read_text()
         assert f"+ wlan0 {station.mac}" in journal
+        assert f"= {station.mac} {station.address}" in journal
         assert f"- wlan0 {stations[1].mac}" in journal
