@@ -42,8 +42,11 @@ controller_config read_controller(const toml_table &from, const std::filesystem:
     return config;
 }
 
+// A client's IPv6 packets have 1,280 bytes at least (RFC 8200, 5), and 50 more in a tunnel.
+constexpr int tunnel_mtu_min = 1330, tunnel_mtu_max = 9000;
+
 tunnel_config read_tunnel(const toml_table &from) {
-    from.allow_only({"enabled", "address"});
+    from.allow_only({"enabled", "address", "mtu"});
     tunnel_config config{.enabled = from.boolean("enabled")};
     if (from.has("address")) {
         const std::string text = from.text("address", 1, INET_ADDRSTRLEN, "an IPv4 address");
@@ -52,6 +55,9 @@ tunnel_config read_tunnel(const toml_table &from) {
             from.fail("address", "expected an IPv4 address");
         }
         config.address = ntohl(address.s_addr);
+    }
+    if (from.has("mtu")) {
+        config.mtu = static_cast<int>(from.integer("mtu", tunnel_mtu_min, tunnel_mtu_max));
     }
     return config;
 }

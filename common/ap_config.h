@@ -26,6 +26,7 @@
 //   [tunnel]
 //   enabled = true                     # optional table; false without it: carry clients that roamed to another VLAN
 //   address = "10.0.0.10"              # optional: where other access points reach this one
+//   mtu = 1500                         # optional, 1330 .. 9000: of the network between access points
 //
 //   [metrics]
 //   address = "127.0.0.1"              # optional table; only apctl reads it: where it serves metrics
@@ -72,6 +73,7 @@ struct vap_config {
 struct tunnel_config {
     bool enabled = false;
     std::uint32_t address = 0;  // IPv4, as a number; 0: the one that the controller sees
+    int mtu = 1500;             // bytes of the largest IP packet that passes between access points
 
     bool operator==(const tunnel_config &) const = default;
 };

@@ -40,6 +40,7 @@ inline constexpr std::uint32_t client_tunnel_message_id = 2001;
 
 inline constexpr std::uint16_t client_tunnel_port = 4789;  // RFC 7348, 5
 inline constexpr std::uint32_t client_tunnel_uplink_vni = 4096;
+inline constexpr int client_tunnel_overhead = 50;  // bytes: headers of IPv4, UDP, VXLAN and Ethernet
 
 enum client_tunnel_kind : std::uint32_t {
     client_tunnel_home = 1,

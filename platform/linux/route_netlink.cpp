@@ -86,7 +86,7 @@ int route_netlink::exchange(std::span<char> requests, std::size_t count, std::sp
     if (mnl_socket_sendto(socket_, requests.data(), requests.size()) < 0) {
         return errno;
     }
-    for (std::size_t answered = 0; answered < count;) {
+    for (bool all_answered = false; !all_answered;) {
         const ssize_t size = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
         if (size < 0) {
             return errno == EAGAIN ? ETIMEDOUT : errno;
@@ -97,7 +97,7 @@ int route_netlink::exchange(std::span<char> requests, std::size_t count, std::sp
             const unsigned index = answer->nlmsg_seq - first;
             if (answer->nlmsg_type == NLMSG_ERROR && index < count) {
                 errors[index] = -static_cast<const nlmsgerr *>(mnl_nlmsg_get_payload(answer))->error;
-                answered++;
+                all_answered = index == count - 1;
             }
         }
     }
@@ -115,7 +115,7 @@ nlmsghdr *netlink_batch::add(std::uint16_t type, unsigned flags, std::array<int,
     count_ += overflow_ ? 0 : 1;
     last_ = mnl_nlmsg_put_header(at);
     last_->nlmsg_type = type;
-    last_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
+    last_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
     tolerated_[count_ - 1] = tolerated;
     return last_;
 }
@@ -123,9 +123,10 @@ nlmsghdr *netlink_batch::add(std::uint16_t type, unsigned flags, std::array<int,
 int netlink_batch::send() {
     std::array<int, messages_max> errors{};
     const auto size = static_cast<std::size_t>(close_last() - buffer_.data());
-    int result = ENOBUFS;
-    if (!overflow_) {
-        result = count_ == 0 ? 0 : kernel_netlink().exchange({buffer_.data(), size}, count_, errors);
+    int result = overflow_ ? ENOBUFS : 0;
+    if (!overflow_ && count_ > 0) {
+        last_->nlmsg_flags |= NLM_F_ACK;
+        result = kernel_netlink().exchange({buffer_.data(), size}, count_, errors);
     }
     for (std::size_t i = 0; result == 0 && i < count_; i++) {
         result = std::ranges::find(tolerated_[i], errors[i]) != tolerated_[i].end() ? 0 : errors[i];

@@ -21,8 +21,9 @@ public:
     // Sends the request and calls `callback` with the kernel's answer; an acknowledgement is not an answer. A dump has
     // many. Returns 0 or an errno.
     int call(nlmsghdr *request, mnl_cb_t callback, void *context);
-    // Sends `count` requests that follow each other in `requests` and all ask for an acknowledgement. Writes to
-    // `errors` the errno of each, or 0. Returns 0 or the errno of the exchange itself.
+    // Sends `count` requests that follow each other in `requests`, of which the last asks for an acknowledgement: the
+    // kernel answers in order, and those that fail in any case. Writes to `errors` the errno of each that failed.
+    // Returns 0 or the errno of the exchange itself.
     int exchange(std::span<char> requests, std::size_t count, std::span<int> errors);
 
 private:

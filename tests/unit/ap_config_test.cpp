@@ -78,12 +78,22 @@ TEST_F(ap_config, reads_whether_roamed_clients_are_carried) {
     EXPECT_FALSE(load(rest + "[tunnel]\nenabled = false\n").tunnel.enabled);
     EXPECT_EQ(error_of(rest + "[tunnel]\n"), "13: tunnel.enabled: missing; expected true or false");
     EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\nkey = 1\n"),
-              "15: tunnel.key: unknown key; expected one of enabled, address");
+              "15: tunnel.key: unknown key; expected one of enabled, address, mtu");
     EXPECT_EQ(load(rest + "[tunnel]\nenabled = true\naddress = \"10.1.2.3\"\n").tunnel.address, 0x0a010203u);
     EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\naddress = \"fd00::1\"\n"),
               "15: tunnel.address: expected an IPv4 address");
     EXPECT_EQ(error_of(rest + "[tunnel]\nenabled = true\naddress = \"0.0.0.0\"\n"),
               "15: tunnel.address: expected an IPv4 address");
+}
+
+TEST_F(ap_config, bounds_the_mtu_between_access_points) {
+    std::string rest = std::string(ap) + controller + vap + "[tunnel]\nenabled = true\n";
+    EXPECT_EQ(load(rest).tunnel.mtu, 1500);
+    EXPECT_EQ(load(rest + "mtu = 1330\n").tunnel.mtu, 1330);
+    EXPECT_EQ(load(rest + "mtu = 9000\n").tunnel.mtu, 9000);
+    for (const char *mtu : {"mtu = 1329\n", "mtu = 9001\n", "mtu = \"1500\"\n"}) {
+        EXPECT_EQ(error_of(rest + mtu), "15: tunnel.mtu: expected an integer from 1330 to 9000");
+    }
 }
 
 TEST_F(ap_config, gives_defaults_to_optional_keys) {

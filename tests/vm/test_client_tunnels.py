@@ -1,10 +1,13 @@
 """Clients that roam to another VLAN, with the port and the kernel of three access points, and cables for radios."""
 
 import signal
+import socket
+import subprocess
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
+from nodes.denied_traffic import DeniedTraffic
 from nodes.tunnel_site import (GONE, HOME, INTERFACE, LOCAL, NO_INTERFACE, PEERS_BEGIN, PEERS_END, Client, Ear, Host,
                                Roaming, Switch, TunnelAccessPoint, batch, settle)
 
@@ -70,6 +73,52 @@ def test_client_keeps_its_address(site: Site) -> None:
     assert host.pings(client.address)
     roaming.away()
     assert kernels(site) == before
+
+
+def segment_sizes(listener: Host, caller: Host, family: int, address: str) -> tuple[int, int]:
+    """Of a new TCP connection's two ends."""
+    ends = [each.namespace.socket(family, socket.SOCK_STREAM) for each in (listener, caller)]
+    with ends[0] as listening, ends[1] as calling:
+        listening.bind((address, 0))
+        listening.listen()
+        calling.settimeout(10)
+        calling.connect(listening.getsockname()[:2])
+        accepted, _ = listening.accept()
+        with accepted:
+            return tuple(each.getsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG) for each in (accepted, calling))
+
+
+def test_tcp_segments_fit_the_tunnel(site: Site) -> None:
+    """Both ways, though nothing has been too big yet."""
+    one, two, _ = site.aps
+    client, host = site.clients[0], site.hosts[10]
+    host.namespace.ip("route flush cache", f"addr replace fd00::1/64 dev {host.interface} nodad")
+    roaming = Roaming(client, one, 0)
+    timestamps = 12  # bytes of each segment
+    assert segment_sizes(host, client, socket.AF_INET, host.address) == 2 * (1460 - timestamps,)
+    roaming.to(two, 0)
+    client.namespace.ip(f"addr add fd00::2/64 dev {client.interface} nodad")
+    assert segment_sizes(host, client, socket.AF_INET, host.address) == 2 * (1410 - timestamps,)
+    assert segment_sizes(client, host, socket.AF_INET, client.address) == 2 * (1410 - timestamps,)
+    assert segment_sizes(host, client, socket.AF_INET6, "fd00::1") == 2 * (1390 - timestamps,)
+    roaming.away()
+
+
+def test_unit_that_may_not_send_has_tunnels(site: Site, programs: Path, tmp_path: Path) -> None:
+    """The tunnel's packets are the kernel's: IPAddressDeny of client_mgr's unit does not concern them."""
+    one, two, _ = site.aps
+    client, host = site.clients[0], site.hosts[10]
+    denied = DeniedTraffic(tmp_path)
+    ping = ["ip", "netns", "exec", one.namespace.name, *denied.launcher(), "busybox", "ping", "-c", "1", two.address]
+    assert subprocess.run(ping, check=False).returncode != 0
+    for ap in (one, two):
+        ap.signal(signal.SIGTERM)
+        ap.start(programs, *denied.launcher())
+    roaming = Roaming(client, one, 0)
+    roaming.to(two, 0)
+    assert host.pings(client.address)
+    assert client.pings(host.address)
+    roaming.away()
 
 
 def test_vlans_stay_apart(site: Site) -> None:

@@ -9,7 +9,7 @@ from nodes import network_kinds
 from nodes.managed_site import ManagedAccessPoint
 from nodes.pool import Pool
 from nodes.roaming_site import FOREIGN, HOME, MIXED, RoamingSite, lend
-from nodes.station_node import StationNode
+from nodes.station_node import INTERFACE, StationNode
 from nodes.traffic import EchoServer, Traffic
 from nodes.wire import address_in
 
@@ -92,6 +92,18 @@ def test_hostapd_is_killed_at_home(away: tuple[RoamingSite, StationNode], echo: 
         traffic.wait_for_more(40)
         go_on(roaming, traveller, traffic)
     assert traffic.is_complete
+    leave(roaming, traveller)
+
+
+def test_hostapd_is_killed_where_the_station_is(away: tuple[RoamingSite, StationNode]) -> None:
+    """Its connection ends. It connects anew, to its home or not, and the old path is gone."""
+    roaming, traveller = away
+    roaming.restart_hostapd(FOREIGN)
+    wait_until(traveller.is_connected, "the station is connected", 60)
+    roaming.site.wait_until_at(traveller, traveller.bssid())
+    traveller.namespace.ip(f"addr flush dev {INTERFACE}")
+    traveller.get_address()
+    assert traveller.reaches(address_in(int(traveller.address.split(".")[2])))
     leave(roaming, traveller)
 
 

@@ -22,7 +22,6 @@ enum : std::uint16_t {
     out_reflection,
     out_group,
     in_eapol,
-    in_tagged,
     in_client,
     in_rest,
 };
@@ -31,6 +30,8 @@ static_assert(in_rest == last_interface_preference);
 // Preferences of filters for what comes in by tun0. Each client has a group filter of its own, because one frame goes
 // to several clients; of the others the kernel finds the client's in one step.
 enum : std::uint16_t {
+    tunnel_tagged = 5,
+    tunnel_tagged_twice = 6,
     tunnel_downlink = 10,
     tunnel_uplink = 20,
     tunnel_too_big = 30,
@@ -78,11 +79,9 @@ void add_group_copies(netlink_batch &batch, const path_entry &entry) {
         .pass();
 }
 
-// A tagged frame would leave the tunnel in the VLAN of its tag.
 void add_uplink(netlink_batch &batch, const path_entry &entry, int tunnel) {
     const int ifindex = entry.ifindex;
     tc_filter(batch, {.ifindex = ifindex, .preference = in_eapol, .ethertype = ETH_P_PAE}).pass();
-    tc_filter(batch, {.ifindex = ifindex, .preference = in_tagged, .ethertype = ETH_P_8021Q}).drop();
     tc_filter(batch, {.ifindex = ifindex, .preference = in_client})
         .source(entry.mac)
         .put_into_tunnel(uplink_vni(entry.vlan), entry.peer, client_tunnel_port)
@@ -215,6 +214,8 @@ void remove_entry(netlink_batch &batch, const path_entry &entry, int tunnel) {
 }
 
 void drop_the_rest(netlink_batch &batch, int tunnel) {
+    tc_filter(batch, {.ifindex = tunnel, .preference = tunnel_tagged, .ethertype = ETH_P_8021Q}).drop();
+    tc_filter(batch, {.ifindex = tunnel, .preference = tunnel_tagged_twice, .ethertype = ETH_P_8021AD}).drop();
     tc_filter(batch, {.ifindex = tunnel, .preference = tunnel_rest}).drop();
 }
 

@@ -19,6 +19,7 @@
 #include "platform/linux/client_paths/client_statement.h"
 #include "platform/linux/client_paths/leftovers.h"
 #include "platform/linux/client_paths/path_rules.h"
+#include "platform/linux/client_paths/segment_limit.h"
 #include "platform/linux/client_paths/tunnel_device.h"
 #include "platform/linux/config_cache.h"
 #include "platform/linux/event_base.h"
@@ -46,7 +47,8 @@ public:
     void refuse(const mac_address &client, const char *ifname) override;
     void report(const char *ifname, int error) override;
 
-    int tunnel = 0;  // the interface index of tun0
+    int tunnel = 0;       // the interface index of tun0
+    int packet_size = 0;  // bytes of a client's largest IP packet that the tunnels take
 
 private:
     int home_bridge_ = 0;
@@ -136,6 +138,14 @@ void make_tunnel() {
                "clients that roam to another VLAN are not carried, but disassociated to get an address there: "
                "missing: %s (%s)",
                device.missing, std::strerror(device.error));
+        return;
+    }
+    const int error = kernel.packet_size < tunnel_device_mtu ? limit_segments(kernel.packet_size) : 0;
+    if (error != 0) {
+        syslog(LOG_USER | LOG_WARNING,
+               "TCP connections of clients that roam to another VLAN are not limited to segments of %d-byte packets: "
+               "nf_tables: %s",
+               kernel.packet_size, std::strerror(error));
     }
 }
 
@@ -177,6 +187,7 @@ void start_client_paths() {
     if (config == nullptr || !config->tunnel.enabled) {
         return;
     }
+    kernel.packet_size = config->tunnel.mtu - client_tunnel_overhead;
     make_tunnel();
     on_links_changed(links_changed);
     if (const int error = remove_leftovers(); error != 0) {

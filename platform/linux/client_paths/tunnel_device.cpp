@@ -17,8 +17,6 @@ namespace kx {
 
 namespace {
 
-constexpr std::uint32_t tunnel_mtu = 1500;  // of the clients' frames, whatever the way to other access points takes
-
 int delete_link(int ifindex) {
     nlmsghdr *request = kernel_batch().add(RTM_DELLINK, 0, {ENODEV});
     auto *body = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
@@ -34,7 +32,7 @@ int make_vxlan() {
     body->ifi_family = AF_UNSPEC;
     body->ifi_flags = body->ifi_change = IFF_UP;
     mnl_attr_put_strz(request, IFLA_IFNAME, tunnel_device_name);
-    mnl_attr_put_u32(request, IFLA_MTU, tunnel_mtu);
+    mnl_attr_put_u32(request, IFLA_MTU, tunnel_device_mtu);
     nlattr *info = mnl_attr_nest_start(request, IFLA_LINKINFO);
     mnl_attr_put_strz(request, IFLA_INFO_KIND, "vxlan");
     nlattr *data = mnl_attr_nest_start(request, IFLA_INFO_DATA);

@@ -5,6 +5,8 @@
 namespace kx {
 
 inline constexpr char tunnel_device_name[] = "tun0";
+// Of the clients' packets, whatever the way to other access points takes.
+inline constexpr int tunnel_device_mtu = 1500;
 
 struct tunnel_device {
     int ifindex = 0;                // 0: there is none

@@ -17,11 +17,12 @@ INTERVAL_SECONDS = 0.1
 class Sender:
     """Sends a broadcast with its mark and a number every 100 ms, from its start to its end."""
 
-    def __init__(self, mark: str, interface: str, mac: str, ethertype: int = EXPERIMENTAL) -> None:
+    def __init__(self, mark: str, interface: str, mac: str, ethertype: int = EXPERIMENTAL,
+                 namespace: Namespace | None = None) -> None:
         self.mark = mark
         self._ethertype = ethertype
         self._source = bytes.fromhex(mac.replace(":", ""))
-        self._socket = open_socket(interface, ethertype)
+        self._socket = open_socket(interface, ethertype, namespace)
         self._ended = threading.Event()
         self._thread = threading.Thread(target=self._send, daemon=True)
 

@@ -12,10 +12,11 @@ BRIDGE = "br0"
 FIRST_NUMBER = 1001  # of the interfaces for single stations, on each VAP
 
 
-def make_vap(kind: NetworkKind, ssid: str, vlan: int, index: int = 0, *settings: str, interfaces: int = 3) -> Vap:
+def make_vap(kind: NetworkKind, ssid: str, vlan: int, index: int = 0, *settings: str, interfaces: int = 3,
+             daemon_settings: tuple[str, ...] = ()) -> Vap:
     """The VAP `index` of an access point, with so many interfaces for single stations."""
     return Vap(kind, ssid, vlan, (f"bridge={BRIDGE}", "macaddr_acl=2", "dynamic_vlan=1",
-                                  f"vlan_file={vlan_file(index, interfaces)}", *settings))
+                                  f"vlan_file={vlan_file(index, interfaces)}", *settings), daemon_settings)
 
 
 def vlan_file(index: int, interfaces: int) -> Path:

@@ -36,9 +36,10 @@ class RoamingSite:
         self.without_clients: list[dict[str, list[str]]] = []  # what kernels() then was
         self._vaps: list[list[Vap]] = []  # of each
 
-    def start(self, kind: NetworkKind, interfaces: int = 3) -> None:
+    def start(self, kind: NetworkKind, interfaces: int = 3, daemon_settings: tuple[str, ...] = ()) -> None:
         for node, vlans in zip(self.access_points, VLANS.values()):
-            vaps = [make_vap(kind, SSID, vlan, index, *apart(kind), interfaces=interfaces)
+            vaps = [make_vap(kind, SSID, vlan, index, *apart(kind), interfaces=interfaces,
+                             daemon_settings=daemon_settings)
                     for index, vlan in enumerate(vlans)]
             self._vaps.append(vaps)
             self.site.add(node, *vaps)
