@@ -10,7 +10,7 @@ namespace radiod {
 namespace {
 
 // What the port uses: the tunnel, filters with their actions, and where they are attached.
-constexpr std::array needed = {"vxlan",      "sch_ingress",    "cls_flower", "cls_matchall",
+constexpr std::array needed = {"vxlan",      "sch_ingress",    "cls_flower", "act_vlan",
                                "act_mirred", "act_tunnel_key", "act_pedit",  "act_gact"};
 
 std::string content_of(const std::string &file) {

@@ -77,7 +77,7 @@ protected:
 TEST_F(check_kernel, names_the_modules_that_are_missing) {
     const std::string directory = modules();
     std::filesystem::create_directories(std::filesystem::path(root()) / "proc");
-    std::ofstream(std::filesystem::path(root()) / "proc/modules") << "cls_matchall 16384 1 - Live 0x0\n";
+    std::ofstream(std::filesystem::path(root()) / "proc/modules") << "act_vlan 16384 1 - Live 0x0\n";
     const kernel_view seen = look_at_kernel(root() + "/proc", directory);
     EXPECT_TRUE(seen.is_known);
     EXPECT_EQ(seen.missing, (lines{"act_mirred", "act_tunnel_key", "act_pedit"}));
