@@ -36,7 +36,7 @@ REQUESTS = {
     "clients of one access point": "clients?limit=200&ap=02:a0:00:00:32:00",
     "waiting guests, of none": "guests?limit=200",
     "access points": "access-points?limit=200",
-    "a client's history": "clients/{client}/history?limit=1000",
+    "a client's history": "clients/{client}/history?limit=200",
     "statistics": "stats",
 }
 
