@@ -73,13 +73,6 @@ void add_apd(const shown &from, json &row, std::string &text) {
         "\n  queue        " + std::to_string(queue) + " bytes\n  heartbeats   " + std::to_string(missed) + " missed";
 }
 
-void add_radiod(const shown &from, json &row, std::string &text) {
-    row["vaps_served"] = from.number("vaps.served");
-    row["vaps"] = from.number("vaps.all");
-    text += "\n  hostapd      serves " + std::to_string(from.number("vaps.served")) + " of " +
-            std::to_string(from.number("vaps.all")) + " VAPs";
-}
-
 std::string bssid_text(const mac_address &bssid) { return bssid == mac_address{} ? "-" : kx::format_mac(bssid); }
 
 template <typename... Texts>
@@ -117,10 +110,8 @@ void list_status(const daemon_answer &of, output &to) {
         of.daemon + ": process " + std::to_string(from.number("process")) + " since " + local_time(started);
     if (of.daemon == "client_mgr") {
         add_client_mgr(from, row, text);
-    } else if (of.daemon == "apd") {
-        add_apd(from, row, text);
     } else {
-        add_radiod(from, row, text);
+        add_apd(from, row, text);
     }
     row["lost"] = counters_of(from, "lost.");
     to.row(row, text + "\n  lost         " + losses_of(from));

@@ -91,7 +91,7 @@ std::vector<log_entry> read_log(std::string_view content) {
         blank = is_blank(line);
         content.remove_prefix(std::min(end + 1, content.size()));
     }
-    std::ranges::rotate(entries, entries.begin() + static_cast<std::ptrdiff_t>(oldest));
+    std::rotate(entries.begin(), entries.begin() + static_cast<std::ptrdiff_t>(oldest), entries.end());
     return entries;
 }
 

@@ -18,7 +18,6 @@ namespace kx {
 inline constexpr std::string_view view_directory = "/view";
 inline constexpr std::string_view view_of_client_mgr = "/view/client_mgr";
 inline constexpr std::string_view view_of_apd = "/view/apd";
-inline constexpr std::string_view view_of_radiod = "/view/radiod";
 
 // Requests, without the line feed.
 inline constexpr std::string_view view_request_status = "status";    // view_number, view_text and view_vap

@@ -6,9 +6,12 @@ import json
 import os
 import re
 import select
+import shutil
 import socket
 import struct
 import subprocess
+import tempfile
+from pathlib import Path
 
 import pytest
 
@@ -280,6 +283,60 @@ def test_the_socket_is_private_and_made_again(access_point, apctl):
     file.unlink()
     wait_until(file.exists, "the socket is made again")
     apctl(access_point, "clients")
+
+
+DAEMON_ID, READER_ID, VIEW_GROUP = 64101, 64102, 64103  # no user or group of the machine
+
+
+@pytest.fixture
+def service(programs):
+    """client_mgr as a user of its own, in directories as an installation has them."""
+    if os.geteuid() != 0 or not shutil.which("setpriv"):
+        pytest.skip("only root can be several users")
+    with tempfile.TemporaryDirectory(prefix="kx-apctl.") as name:
+        place = Path(name)
+        place.chmod(0o755)
+        for program in ("client_mgr", "apctl"):
+            shutil.copy(programs / program, place)
+        for directory, mode, group in (("root", 0o711, DAEMON_ID), ("root/view", 0o2710, VIEW_GROUP)):
+            (place / directory).mkdir()
+            os.chown(place / directory, DAEMON_ID, group)
+            (place / directory).chmod(mode)
+        (place / "ap.toml").write_text(f"""\
+[ap]
+mac = "{AP_MAC}"
+[controller]
+address = "127.0.0.1"
+port = 1
+ca = "none"
+certificate = "none"
+key = "none"
+""")
+
+        def command(user, groups, *words):
+            return ["setpriv", f"--reuid={user}", f"--regid={user}", *groups, place / words[0], *words[1:]]
+
+        environment = os.environ | {"KX_ROOT": f"{place}/root", "KX_CONFIG": f"{place}/ap.toml"}
+        with (place / "client_mgr.err").open("w") as errors:
+            process = subprocess.Popen(command(DAEMON_ID, ["--clear-groups"], "client_mgr"), env=environment,
+                                       stdout=errors, stderr=errors)
+        try:
+            wait_until((place / "root/view/client_mgr").exists, "the socket is there", log=place / "client_mgr.err")
+            yield lambda *words: subprocess.run(command(*words), env=environment, capture_output=True, text=True,
+                                                timeout=20, check=False)
+        finally:
+            process.kill()
+            process.wait()
+
+
+def test_only_the_group_may_ask(service):
+    member = service(READER_ID, [f"--groups={VIEW_GROUP}"], "apctl", "vaps", "--json")
+    assert (member.returncode, member.stdout, member.stderr) == (0, "[]\n", "")
+    stranger = service(READER_ID, ["--clear-groups"], "apctl", "vaps")
+    assert stranger.returncode == 2 and "permission denied" in stranger.stderr
+    for words in (["log"], ["level", "1"]):
+        refused = service(READER_ID, [f"--groups={VIEW_GROUP}"], "apctl", *words)
+        assert refused.returncode in (1, 2) and "ermission denied" in refused.stderr
 
 
 def test_wrong_words(programs):
