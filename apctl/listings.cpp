@@ -1,6 +1,7 @@
 #include "apctl/listings.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 
 #include "apctl/texts.h"
@@ -43,7 +44,9 @@ std::string losses_of(const shown &from) {
 void add_client_mgr(const shown &from, json &row, std::string &text) {
     const std::string level = from.text("log.level");
     row["controller"] = address_or_null(from.number("controller.up") != 0 ? from.number("controller.address") : 0);
-    row["log_level"] = std::atoi(level.c_str());
+    int level_number = 0;
+    std::from_chars(level.data(), level.data() + level.size(), level_number);
+    row["log_level"] = level_number;
     row["vaps"] = from.vaps.size();
     row["messages"] = counters_of(from, "messages.");
     text += "\n  controller   " + (row["controller"].is_null() ? "none" : row["controller"].get<std::string>()) +
