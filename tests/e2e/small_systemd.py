@@ -32,10 +32,13 @@ def is_possible() -> bool:
 class SmallSystemd:
     """`units`: the directory of the unit files, with a test.target that wants them.
 
-    `launcher`: a command that becomes systemd, with the network that systemd gets.
+    `launcher`: a command that becomes systemd, with the network that systemd gets. `start`: a shell script that does, in
+    namespaces of its own; its arguments are `units` and "own" or "shared", for /run.
     """
 
-    def __init__(self, units: Path | str, launcher: Sequence[str] = (), own_run: bool = True) -> None:
+    target = "test.target"
+
+    def __init__(self, units: Path | str, launcher: Sequence[str] = (), own_run: bool = True, start: str = START) -> None:
         parent = next(each for each in CGROUPS if (each / "cgroup.procs").exists())
         self._cgroup = Path(tempfile.mkdtemp(prefix="kx-test.", dir=parent))
 
@@ -47,11 +50,11 @@ class SmallSystemd:
         network = () if launcher else ("--net",)
         self._unshare = subprocess.Popen(
             [*launcher, "unshare", "--mount", "--pid", "--fork", "--cgroup", "--ipc", "--uts", *network, "--kill-child",
-             "sh", "-c", START, "sh", str(units), "own" if own_run else "shared"],
+             "sh", "-c", start, "sh", str(units), "own" if own_run else "shared"],
             preexec_fn=prepare, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def __enter__(self) -> "SmallSystemd":
-        wait_until(lambda: self.show("test.target", "ActiveState") == "active", "systemd is up")
+        wait_until(lambda: self.show(self.target, "ActiveState") == "active", "systemd is up")
         return self
 
     def __exit__(self, *_: object) -> None:
@@ -79,9 +82,6 @@ class SmallSystemd:
         """Runs a program among systemd's processes and files."""
         entered = ["nsenter", "--target", self.process_1(), "--mount", "--pid", "--cgroup", "--net"]
         return subprocess.run([*entered, *words], capture_output=True, text=True, check=False, timeout=seconds)
-
-    def systemctl(self, *words: str) -> str:
-        return self.run("systemctl", *words).stdout.strip() if self.process_1() else ""
 
     def systemctl(self, *words: str) -> str:
         try:
