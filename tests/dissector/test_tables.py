@@ -7,8 +7,8 @@ ROOT = Path(__file__).parents[2]
 HEADERS = [ROOT / "wire" / name for name in (
     "apcomm_channel.h", "client_tunnels.h", "driver_records.h", "driver_service.h", "home_questions.h",
     "hostapd_endpoint.h", "local_ipc.h", "local_messages.h", "sysmon_messages.h")] + [ROOT / "tunnel/roaming_frames.h"]
-# Types of fields, and what the controller has a table of its own for.
-OTHER_HEADERS = {"big_endian.h", "ctrlr_messages.h", "hex.h", "mac_address.h"}
+# Types of fields, what the controller has a table of its own for, and what only apctl asks for.
+OTHER_HEADERS = {"big_endian.h", "ctrlr_messages.h", "hex.h", "mac_address.h", "view.h"}
 NUMBERS = (r"\b(KX_MSG_ID_\w+|CAPTIVE_MSG_\w+|HOSTAPD_PMK_\w+|client_tunnel_[a-z_]+) = \d+,",
            r"\b(\w+_message_id|sysmon_id_\w+|apcomm_(?:kind|status)_\w+|ipc_flag_\w+) = \d+;",
            r"\b(DRIVER_(?:STATION_REQUEST|STATION_LIST|ACL_VERDICT|OP_\w+)) = ")
