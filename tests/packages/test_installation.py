@@ -31,15 +31,16 @@ def configure(machine: Machine, lab: str) -> None:
 
 
 def start_radio(machine: Machine, lab: str) -> None:
-    """The lab's radio in place of radiod: it plays the built-in capture once the client manager is up."""
-    machine.must("systemd-run", "--unit=radio", "--uid=kx-radio", "--gid=kx-radio", "--setenv=KX_ROOT=/run/kx",
+    """The lab's radio in place of radiod: it plays the built-in capture once the client manager is up. It runs as root,
+    since it makes sockets in the directories of both users."""
+    machine.must("systemd-run", "--unit=radio", "--setenv=KX_ROOT=/run/kx",
                  "--setenv=KX_CONFIG=/etc/kx/ap.toml", f"{lab}/bin/radio", "--stay", "--speed", "max",
                  f"{lab}/lab/captures/builtin.pcap")
 
 
 def associated(machine: Machine) -> list[str]:
-    rows = [json.loads(line) for line in sitectl(machine, "clients", "--json").splitlines()]
-    return sorted(each["mac"] for each in rows if each["bssid"])
+    rows = json.loads(sitectl(machine, "clients", "--json"))
+    return sorted(each["client"] for each in rows if each["bssid"])
 
 
 def processes(machine: Machine) -> list[str]:
@@ -82,7 +83,7 @@ def test_life_of_an_installation(machine: Machine) -> None:
     machine.must("dpkg", "--remove", *PACKAGES)
     assert [machine.show(each, "ActiveState") for each in SERVICES] == ["inactive"] * len(SERVICES)
     assert machine.must("cat", "/etc/kx/ap.toml", "/etc/kx/site.toml") == configuration
-    assert left_in(machine.upper / "var/lib/kx-site") == ["site.db"]
+    assert "site.db" in left_in(machine.upper / "var/lib/kx-site")
     machine.must("dpkg", "--purge", *PACKAGES)
     assert left_in(machine.upper) == []
     assert not (machine.upper / "etc/kx").is_dir()
